@@ -1,0 +1,1 @@
+#include "QvConfig/Config.h"

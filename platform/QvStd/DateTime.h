@@ -1,0 +1,49 @@
+// A point in time with the resolution that listings and attributes carry.
+//
+// Thread-safety: a plain value.
+#pragma once
+
+#include <cstdint>
+
+#include <QDateTime>
+
+/// Signed 64-bit milliseconds since 1970-01-01 UTC; 0 means "no time".
+class TQvDateTime
+{
+public:
+    constexpr TQvDateTime() = default;
+    explicit constexpr TQvDateTime(std::int64_t milliseconds) : m_milliseconds(milliseconds) {}
+
+    /// An invalid QDateTime gives "no time".
+    static TQvDateTime FromQDateTime(const QDateTime& time)
+    {
+        return TQvDateTime(time.isValid() ? time.toMSecsSinceEpoch() : 0);
+    }
+
+    /// Rounds down to the millisecond, as Qt does.
+    static constexpr TQvDateTime FromTimespec(std::int64_t seconds, std::int64_t nanoseconds)
+    {
+        return TQvDateTime(seconds * 1000 + nanoseconds / 1000000);
+    }
+
+    /// In local time, so that its date and time parts are the calendar of the user.
+    QDateTime ToQDateTime() const { return QDateTime::fromMSecsSinceEpoch(m_milliseconds); }
+
+    constexpr std::int64_t Milliseconds() const { return m_milliseconds; }
+
+    friend constexpr bool operator==(TQvDateTime a, TQvDateTime b)
+    {
+        return a.m_milliseconds == b.m_milliseconds;
+    }
+    friend constexpr bool operator!=(TQvDateTime a, TQvDateTime b)
+    {
+        return a.m_milliseconds != b.m_milliseconds;
+    }
+    friend constexpr bool operator<(TQvDateTime a, TQvDateTime b)
+    {
+        return a.m_milliseconds < b.m_milliseconds;
+    }
+
+private:
+    std::int64_t m_milliseconds = 0;
+};

@@ -1,0 +1,63 @@
+// The stream over a regular file.
+//
+// Thread-safety: one stream belongs to one thread at a time.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "QvStd/Path.h"
+#include "QvStd/Stream.h"
+#include "QvStd/Var.h"
+
+/// Opens regular files only: a folder, FIFO, socket or device does not open (error -21 for a
+/// folder, -22 for the others) and none of them hangs. Descriptors are close-on-exec. The share
+/// mode is a shared or exclusive flock, never waited for: a refusal is error -13; a file system
+/// without locks counts as granted. Mode 9 truncates only after the lock is held.
+///
+/// Writes, and reads of 4 KiB and more, go straight to the system; smaller reads use a buffer that
+/// is made on first need and dropped by a write.
+class QVSTD_API TQvFileStream : public virtual TQvStream
+{
+public:
+    TQvFileStream() = default;
+    TQvFileStream(const TQvPath& path, qvOpenMode mode, qvShareMode share)
+    {
+        Open(path.toSysStr(), mode, share);
+    }
+    ~TQvFileStream() override;
+
+    /// A new stream, opened or not: its operator bool tells.
+    static var_a<TQvFileStream*> VCreate(const std::string& path, qvOpenMode mode,
+                                         qvShareMode share);
+    static var_a<TQvFileStream*> VCreate(const TQvPath& path, qvOpenMode mode, qvShareMode share)
+    {
+        return VCreate(path.toSysStr(), mode, share);
+    }
+
+    /// Opens `path` (a raw system path); what was open before is closed first. False with getError.
+    bool Open(const std::string& path, qvOpenMode mode, qvShareMode share);
+
+    explicit operator bool() const override { return m_descriptor >= 0; }
+    std::size_t Read(void* buffer, std::size_t count) override;
+    std::size_t Write(const void* buffer, std::size_t count) override;
+    std::uint64_t getSize() const override;
+    bool setSize(std::uint64_t size) override;
+    std::uint64_t getPosition() const override { return m_position; }
+    bool setPosition(std::uint64_t position) override;
+    bool Flush() override;
+    bool Close() override;
+    int getError() const override { return m_error; }
+
+private:
+    std::size_t ReadBuffered(char* buffer, std::size_t count);
+    std::size_t ReadStraight(char* buffer, std::size_t count);
+    bool Fail(int errorNumber) const;
+
+    int m_descriptor = -1;
+    mutable int m_error = 0;
+    std::uint64_t m_position = 0;
+    std::unique_ptr<char[]> m_buffer; ///< bytes of the file from m_bufferStart on
+    std::uint64_t m_bufferStart = 0;
+    std::size_t m_bufferLength = 0;
+};

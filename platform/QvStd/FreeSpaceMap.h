@@ -1,0 +1,32 @@
+// Free disk space, counted once a volume.
+//
+// Thread-safety: one map belongs to one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <unordered_set>
+
+#include "QvStd/Export.h"
+#include "QvStd/Path.h"
+#include "QvStd/Var.h"
+
+class QVSTD_API TQvFreeSpaceMap
+{
+public:
+    /// The serial of "no known volume".
+    static const std::string InvalidVolSerial;
+
+    static var_a<TQvFreeSpaceMap*> VCreate();
+
+    /// The identity of the volume that holds `path`, whose free space is noted then;
+    /// InvalidVolSerial when nothing is there.
+    std::string GetVolumeSerial(const TQvPath& path);
+    /// Bytes free to the user on those volumes together, as noted; unknown serials add nothing.
+    std::uint64_t GetTotalFreeSpace(const std::unordered_set<std::string>& serials) const;
+    void Clear();
+
+private:
+    std::map<std::string, std::uint64_t> m_freeBytes;
+};

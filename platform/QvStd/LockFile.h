@@ -1,0 +1,55 @@
+// Locks between processes (and within one) on a file that stays where it is.
+//
+// Thread-safety: one lock object belongs to one thread at a time.
+#pragma once
+
+#include <string>
+
+#include "QvStd/Export.h"
+#include "QvStd/Var.h"
+
+/// A shared or exclusive open-file-description lock. The lock of a killed holder is gone with it.
+/// The holder writes owner, process id and time into the file, for people to read; a file that
+/// holds anything else than such a note is locked but never written to.
+class QVSTD_API TQvLockFile
+{
+public:
+    /// Locks `path` (a raw system path), creating it when missing, waiting up to `timeoutMs`
+    /// milliseconds. Exclusive when `forWriting`, else shared. operator bool tells the outcome.
+    TQvLockFile(const std::string& path, bool forWriting, const std::string& owner,
+                unsigned long timeoutMs);
+    /// Releases the lock; the file stays.
+    ~TQvLockFile();
+    TQvLockFile(const TQvLockFile&) = delete;
+    TQvLockFile& operator=(const TQvLockFile&) = delete;
+
+    static var_a<TQvLockFile*> VCreate(const std::string& path, bool forWriting,
+                                       const std::string& owner, unsigned long timeoutMs);
+
+    /// Whether the lock is held.
+    explicit operator bool() const { return m_held; }
+    bool IsExclusive() const { return m_held && m_exclusive; }
+
+    /// Changes the kind of the lock, waiting up to the time-out of construction. A shared hold
+    /// becomes an exclusive one without ever being let go, so that no writer slips in between; a
+    /// second holder that asks for the same meanwhile is refused at once (both would wait for each
+    /// other) and keeps its shared hold. When nothing is held, this tries to gain the lock anew.
+    /// False when it was not gained in time; what was held stays held.
+    bool Relock(bool forWriting);
+
+    /// 0, or the failure of the last attempt as a negative errno (-11: somebody else held it).
+    int getError() const { return m_error; }
+
+private:
+    bool OpenFile();
+    bool Acquire(bool forWriting);
+    void WriteNote();
+
+    std::string m_path;
+    std::string m_owner;
+    unsigned long m_timeoutMs;
+    int m_descriptor = -1;
+    int m_error = 0;
+    bool m_held = false;
+    bool m_exclusive = false;
+};

@@ -1,0 +1,27 @@
+// The log: a sink that the host can set.
+//
+// Thread-safety: writing is callable from any thread; lines are never mixed. The sink is called
+// under the log's lock and must not log itself.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "QvStd/Export.h"
+#include "QvStd/Message.h"
+
+enum class TQvLogKind
+{
+    Info,
+    Warning
+};
+
+using TQvLogSink = std::function<void(TQvLogKind kind, const TQvMessage& message, int level)>;
+
+/// Replaces the sink and returns the one before. An empty sink stands for the default: standard
+/// error, one line a message, for levels above the number in QV_LOG_LEVEL (5 when that is not set).
+QVSTD_API TQvLogSink QvSetLogSink(TQvLogSink sink);
+
+/// Writes one entry. The last argument is reserved and always 0. Never throws.
+QVSTD_API void QvLogWriteInfo(const TQvMessage& message, int level, int reserved) noexcept;
+QVSTD_API void QvLogWriteWarning(const TQvMessage& message, int level, int reserved) noexcept;

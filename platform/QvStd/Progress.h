@@ -1,0 +1,91 @@
+// Progress: the caller's sink and the scoped object that long operations wrap it in.
+//
+// Thread-safety: a handler belongs to the thread that runs the operation.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "QvStd/Export.h"
+
+/// The caller's progress sink. Positions run from 0 to 1.
+class QVSTD_API TQvProgressHandler
+{
+public:
+    virtual ~TQvProgressHandler();
+
+    virtual void Start() = 0;
+    virtual void Stop() = 0;
+    /// Between Start and Stop.
+    virtual bool Started() const = 0;
+    /// Whether positions and messages are wanted now.
+    virtual bool Active() const = 0;
+    virtual void SetPosition(double position) = 0;
+    virtual void SetMessage(const std::string& message) = 0;
+    /// Whether the display wants servicing (a cheap question, asked once an entry or a block).
+    virtual bool Poll() = 0;
+    /// Services the display. Throws TQvUserBreak when the user asked to break off.
+    virtual void Update() = 0;
+    /// Whether the user asked to break off.
+    virtual bool UserBreak() const = 0;
+};
+
+/// Polls `handler` (may be null) and services it when it asks for that. Throws TQvUserBreak.
+inline void QvPollProgress(TQvProgressHandler* handler)
+{
+    if (handler != nullptr && handler->Poll())
+        handler->Update();
+}
+
+class TQvProgressVar;
+
+/// Scoped use of a handler. Wrapping starts nothing; what Start started, Stop or the destructor
+/// stops. A null handler costs one branch a call.
+class QVSTD_API TQvProgress
+{
+public:
+    explicit TQvProgress(TQvProgressHandler* handler) : m_handler(handler) {}
+    ~TQvProgress() { Stop(); }
+    TQvProgress(const TQvProgress&) = delete;
+    TQvProgress& operator=(const TQvProgress&) = delete;
+
+    /// Starts the handler unless it is already started by somebody else.
+    void Start();
+    /// Stops the handler if this object started it. Never throws.
+    void Stop() noexcept;
+    bool Active() const { return m_handler != nullptr && m_handler->Active(); }
+    /// When active: sets the position and services the display. Throws TQvUserBreak.
+    void Report(double position);
+    void SetMessage(const std::string& message);
+    bool UserBreak() const { return m_handler != nullptr && m_handler->UserBreak(); }
+    TQvProgressHandler* Handler() const { return m_handler; }
+
+    /// A progress of its own whose 0 to 1 is `from` to `to` of this one. Its messages are also
+    /// logged, at `messageLevel`; its start and stop at `startLevel`.
+    TQvProgressVar SubProgress(double from, double to, int messageLevel, int startLevel);
+
+private:
+    TQvProgressHandler* m_handler;
+    bool m_startedHere = false;
+};
+
+/// A sub-range of another progress, owned by the caller. Its Handler() is null where the outer
+/// handler is null, and can be handed to any operation that takes a handler; it must not outlive
+/// the outer one.
+class QVSTD_API TQvProgressVar
+{
+public:
+    TQvProgressVar() = default;
+    TQvProgressVar(TQvProgressHandler* outer, double from, double to, int messageLevel,
+                   int startLevel);
+
+    void Start();
+    void Stop() noexcept;
+    void Report(double position);
+    void SetMessage(const std::string& message);
+    TQvProgressHandler* Handler() const { return m_handler.get(); }
+    TQvProgressVar SubProgress(double from, double to, int messageLevel, int startLevel);
+
+private:
+    std::unique_ptr<TQvProgressHandler> m_handler;
+};

@@ -1,0 +1,37 @@
+// Registry emulation: one X-Ini file for each root.
+//
+// 1 = common (/etc/velmor/registry.x-ini), 2 = user (~/.config/velmor/registry.x-ini).
+// QV_REGISTRY_DIR moves both into that folder, as common.x-ini and user.x-ini. A registry key is a
+// section named by the whole key
+// ("Software\Velmor\..."), compared without regard to case; its values are the keys in it.
+//
+// Thread-safety: callable from any thread and process; writers take a lock file beside the registry
+// file, which is replaced as a whole.
+#pragma once
+
+#include <string>
+
+#include "QvStd/Export.h"
+#include "QvStd/Path.h"
+
+enum class TQvRegKey : int
+{
+    Common = 1,
+    User = 2
+};
+
+class QVSTD_API TQvRegMan
+{
+public:
+    /// The file behind a root.
+    static TQvPath filePath(TQvRegKey root);
+    /// "" when the value is missing or the file cannot be read; a malformed file is logged.
+    static std::string readString(TQvRegKey root, const std::string& key,
+                                  const std::string& valueName);
+    /// True when the value is stored safely (synced). With `create` a missing file, folder or key
+    /// is made; without, it is a failure. A malformed file is never overwritten.
+    static bool writeString(TQvRegKey root, const std::string& key, const std::string& valueName,
+                            const std::string& value, bool create);
+    /// True when the value is gone, also when there was none.
+    static bool removeEntry(TQvRegKey root, const std::string& key, const std::string& valueName);
+};

@@ -1,0 +1,76 @@
+// Streams: the abstract stream, open and share modes, copying between streams.
+//
+// Thread-safety: one stream belongs to one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "QvStd/Export.h"
+#include "QvStd/Progress.h"
+
+/// How a stream opens. Any other number never opens (error -22).
+using qvOpenMode = int;
+inline constexpr qvOpenMode kQvOpenAppend = 7; ///< write, creating when missing, content kept
+inline constexpr qvOpenMode kQvOpenWrite = 8;  ///< write, must exist
+inline constexpr qvOpenMode kQvOpenCreate = 9; ///< read and write, created or truncated
+inline constexpr qvOpenMode kQvOpenRead = 10;  ///< read, must exist
+inline constexpr qvOpenMode kQvOpenCreateNew =
+    11; ///< read and write, created; fails when it exists
+inline constexpr qvOpenMode kQvOpenReadWrite =
+    12; ///< read and write, creating when missing, content kept
+
+/// What others may do meanwhile. All bits set shares with everybody who shares too; anything less
+/// asks for the file alone. Between openers of this library, in one process or in several.
+using qvShareMode = std::uint32_t;
+inline constexpr qvShareMode kQvShareAll = 0xFFFFFFFFu;
+
+class QVSTD_API TQvStream
+{
+public:
+    static constexpr std::size_t invalid_value = static_cast<std::size_t>(-1);
+    static constexpr std::uint64_t invalid_value64 = static_cast<std::uint64_t>(-1);
+
+    TQvStream() = default;
+    TQvStream(const TQvStream&) = delete;
+    TQvStream& operator=(const TQvStream&) = delete;
+    virtual ~TQvStream();
+
+    /// Whether the stream is open.
+    virtual explicit operator bool() const = 0;
+    /// Bytes read at the position, fewer than `count` only at the end of the stream or after an
+    /// error that came after some bytes; `invalid_value` when nothing could be read because of an
+    /// error.
+    virtual std::size_t Read(void* buffer, std::size_t count) = 0;
+    /// Bytes written at the position, fewer than `count` when an error came after some bytes
+    /// (getError tells); `invalid_value` when none could be written.
+    virtual std::size_t Write(const void* buffer, std::size_t count) = 0;
+    /// Bytes; `invalid_value64` on failure.
+    virtual std::uint64_t getSize() const = 0;
+    /// Cuts or extends (with zero bytes); the position stays where it is.
+    virtual bool setSize(std::uint64_t size) = 0;
+    virtual std::uint64_t getPosition() const = 0;
+    /// Any position, beyond the end too; false on a closed stream.
+    virtual bool setPosition(std::uint64_t position) = 0;
+    /// Brings what was written to the disk. Where it answers true, the bytes survive a power cut.
+    virtual bool Flush() = 0;
+    /// Closes; false when closing reported an error, or nothing was open.
+    virtual bool Close() = 0;
+    /// 0, or the last failure as a negative errno.
+    virtual int getError() const = 0;
+
+    /// The name that messages about this stream show.
+    const std::string& InfoName() const { return m_infoName; }
+    void SetInfoName(std::string name) { m_infoName = std::move(name); }
+
+private:
+    std::string m_infoName;
+};
+
+/// Copies everything from the position of `from` to its end to the position of `to`. False on a
+/// read or write error, a short write, or a user break; what was written until then stays in `to`.
+/// Reflinks or in-kernel copies are not promised; blocks are 256 KiB. Polls `progress` (may be
+/// null) at least every 8 MiB and reports positions when it is active; the last report is always
+/// the whole.
+QVSTD_API bool QvCopyStream(TQvStream* from, TQvStream* to, TQvProgressHandler* progress);

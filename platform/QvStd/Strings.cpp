@@ -1,0 +1,112 @@
+#include "QvStd/Strings.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+std::string toupper_locale(std::string_view text)
+{
+    std::string result(text);
+    for (char& c : result)
+        c = QvToUpper(c);
+    return result;
+}
+
+std::string tolower_locale(std::string_view text)
+{
+    std::string result(text);
+    for (char& c : result)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+    return result;
+}
+
+void append_parse_strings(std::vector<std::string>& parts, std::string_view text, char separator,
+                          bool keepLastEmpty)
+{
+    for (;;) {
+        const std::size_t end = text.find(separator);
+        if (end == std::string_view::npos)
+            break;
+        parts.emplace_back(text.substr(0, end));
+        text.remove_prefix(end + 1);
+    }
+    if (!text.empty() || keepLastEmpty)
+        parts.emplace_back(text);
+}
+
+std::string QvWCharToChar(std::wstring_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (const wchar_t wide : text) {
+        char32_t code = static_cast<char32_t>(wide);
+        if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
+            code = 0xFFFD;
+        if (code < 0x80) {
+            result += static_cast<char>(code);
+            continue;
+        }
+        if (code < 0x800) {
+            result += static_cast<char>(0xC0 | (code >> 6));
+        } else {
+            if (code < 0x10000) {
+                result += static_cast<char>(0xE0 | (code >> 12));
+            } else {
+                result += static_cast<char>(0xF0 | (code >> 18));
+                result += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+            }
+            result += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        }
+        result += static_cast<char>(0x80 | (code & 0x3F));
+    }
+    return result;
+}
+
+std::string_view QvTrim(std::string_view text)
+{
+    constexpr std::string_view kBlanks = " \t\r\n\v\f";
+    const std::size_t first = text.find_first_not_of(kBlanks);
+    if (first == std::string_view::npos)
+        return text.substr(0, 0);
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+namespace Korvadel
+{
+std::string ssprintf(const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    const int length = std::vsnprintf(nullptr, 0, format, arguments);
+    va_end(arguments);
+    std::string result;
+    if (length > 0) {
+        result.resize(static_cast<std::size_t>(length));
+        std::vsnprintf(result.data(), result.size() + 1, format, again);
+    }
+    va_end(again);
+    return result;
+}
+
+std::string format_text(const std::string& format, const std::string& argument)
+{
+    std::string result;
+    bool used = false;
+    for (std::size_t i = 0; i < format.size(); ++i) {
+        if (format[i] == '%' && i + 1 < format.size() &&
+            (format[i + 1] == '%' || (format[i + 1] == 's' && !used))) {
+            ++i;
+            if (format[i] == 's') {
+                result += argument;
+                used = true;
+            } else {
+                result += '%';
+            }
+        } else {
+            result += format[i];
+        }
+    }
+    return used ? result : result + " " + argument;
+}
+} // namespace Korvadel

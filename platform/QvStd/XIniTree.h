@@ -1,0 +1,71 @@
+// X-Ini documents as trees that keep comments, order and every entry that nobody asked to change.
+//
+// The format: UTF-8 (other bytes are carried as they are), one entry a line, LF written, CR LF
+// accepted, an optional byte order mark skipped.
+//
+//     ; a comment
+//     remote=0
+//     [mount]
+//       node=/Data
+//       path="/srv/with trailing space "
+//     [/mount]
+//
+// A section nests, may repeat, and is closed by its own name or by "[/]". A value runs to the end
+// of the line without the blanks around it; in double quotes it takes \\ \" \n \r \t \xHH. Anything
+// else (a line without "=", an empty name, a section left open or closed twice, a byte 0, a bad
+// escape, more than 64 levels) is a parse error that names the line. Names are compared byte for
+// byte.
+//
+// Thread-safety: one tree belongs to one thread at a time.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "QvStd/Export.h"
+#include "QvStd/Path.h"
+#include "QvStd/Stream.h"
+#include "QvStd/Var.h"
+
+/// One entry of a section: a key, a section, or a line that is neither (a comment or a blank line).
+struct TQvXIniEntry
+{
+    enum class Kind
+    {
+        Key,
+        Section,
+        Other
+    };
+
+    Kind Type = Kind::Other;
+    std::string Name;  ///< of a key or section
+    std::string Value; ///< of a key, unquoted
+    std::string Raw;   ///< the line as it was read, with its line end; empty: written anew from the
+                     ///< other fields. Of a section: its opening line
+    std::string RawEnd;                                  ///< of a section: its closing line
+    std::vector<std::unique_ptr<TQvXIniEntry>> Children; ///< of a section
+};
+
+struct TQvXIniTree
+{
+    TQvXIniEntry Root; ///< its Children are the top level
+    bool HasByteOrderMark = false;
+};
+
+/// Parses a whole document. On a parse error returns an empty reference; `error` (may be null)
+/// receives a sentence that names the line and what is wrong with it.
+QVSTD_API var_a<TQvXIniTree*> QvParseXIniTree(const std::string& text, std::string* error);
+/// Untouched lines come back byte for byte.
+QVSTD_API std::string QvFormatXIniTree(const TQvXIniTree& tree);
+
+/// From the stream's start. An empty reference when the stream is not open, cannot be read or is
+/// malformed.
+QVSTD_API var_a<TQvXIniTree*> ReadQvXIniTree(TQvStream* stream);
+/// An empty reference when the file is missing, cannot be read or is malformed.
+QVSTD_API var_a<TQvXIniTree*> ReadQvXIniTree(const TQvPath& path);
+
+/// Writes the document at the stream's position, which then is behind it. False on a failed write.
+QVSTD_API bool WriteQvXIniTree(TQvStream* stream, const TQvXIniTree& tree);
+/// Replaces the file as a whole or not at all, synced. Throws a TQvMessage that names the file.
+QVSTD_API void WriteQvXIniTreeE(const TQvPath& path, const TQvXIniTree& tree);

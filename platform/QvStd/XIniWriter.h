@@ -1,0 +1,127 @@
+// Writing X-Ini documents (the format stands in QvStd/XIniTree.h).
+//
+// A writer that is made for a file or a stream begins an empty document and appends to it; a tree
+// writer changes an existing one.
+//
+// Thread-safety: one writer belongs to one thread at a time.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "QvStd/Export.h"
+#include "QvStd/Path.h"
+#include "QvStd/Stream.h"
+#include "QvStd/Var.h"
+#include "QvStd/XIniTree.h"
+#include "QvStd/XIniValue.h"
+
+/// The section that was begun; given back to EndSection.
+using TQvXIniWriteSection = TQvXIniEntry*;
+
+class QVSTD_API TQvXIniWriter
+{
+public:
+    virtual ~TQvXIniWriter();
+    TQvXIniWriter(const TQvXIniWriter&) = delete;
+    TQvXIniWriter& operator=(const TQvXIniWriter&) = delete;
+
+    /// Begins a section in the current one. Throws a TQvMessage on a name that cannot be written
+    /// (empty, a leading "/", a "[" or "]", a byte below 0x20) or beyond 64 levels.
+    TQvXIniWriteSection BeginSectionSE(const std::string& name);
+    /// Ends `section`, and whatever was begun inside it. Null does nothing.
+    void EndSection(TQvXIniWriteSection section);
+
+    /// Writes a key into the current section. False, with the error kept for RaiseErrorE, on a name
+    /// that cannot be written (empty, blanks around it, a "=", a leading ";" or "[", a byte below
+    /// 0x20) or after the document was committed.
+    template <class T>
+    bool WriteS(const std::string& name, const T& value)
+    {
+        return WriteText(name, QvXIniFormatValue(value));
+    }
+
+    /// Throws the last error as a TQvMessage that names the document.
+    [[noreturn]] void RaiseErrorE() const;
+
+    /// Brings the document to where it belongs. Throws a TQvMessage that names it; the old content
+    /// of a file is left then. Nothing can be written afterwards.
+    virtual void CommitE() = 0;
+
+protected:
+    explicit TQvXIniWriter(std::string name);
+    virtual bool WriteText(const std::string& name, const std::string& value);
+    bool Refuse(std::string reason);
+    TQvXIniEntry* Current() const { return m_levels.back(); }
+
+    var_a<TQvXIniTree*> m_tree;
+    std::string m_name;
+    std::string m_error;
+    std::vector<TQvXIniEntry*> m_levels;
+    bool m_committed = false;
+
+    friend class TQvXIniTreeWriter;
+};
+
+/// Writes the document over a stream, which it keeps alive: on CommitE or, without an error to
+/// tell, when the writer goes (unless an exception is passing): from the stream's start, cut behind
+/// it, flushed.
+class QVSTD_API TQvXIniStreamWriter : public TQvXIniWriter
+{
+public:
+    explicit TQvXIniStreamWriter(var_a<TQvStream*> stream);
+    ~TQvXIniStreamWriter() override;
+    void CommitE() override;
+
+private:
+    var_a<TQvStream*> m_stream;
+    int m_exceptions;
+};
+
+/// A writer of a new document that replaces the file as a whole (temporary neighbour, synced,
+/// renamed) on CommitE or, without an error to tell, when the last reference goes. The old file
+/// stays when a write failed or an exception is passing. The missing file is no error; its folder
+/// must be there.
+QVSTD_API var_a<TQvXIniWriter*> GetXIniWriter(const TQvPath& path);
+
+/// Changes a tree in place and keeps everything else in it. Positions are those of the reader: keys
+/// and sections of the current section, numbered from 0.
+class QVSTD_API TQvXIniTreeWriter : public TQvXIniWriter
+{
+public:
+    /// The tree must outlive the writer, which commits nothing.
+    explicit TQvXIniTreeWriter(var_a<TQvXIniTree*> tree);
+    ~TQvXIniTreeWriter() override;
+
+    using Kind = TQvXIniEntry::Kind;
+
+    /// The position of the first element of that name and kind; -1 when there is none.
+    int FindF(const std::string& name, Kind kind = Kind::Key) const;
+    /// As FindF, creating an empty one at the end of the current section when there is none; -1 on
+    /// a name that cannot be written.
+    int FindCreateF(const std::string& name, Kind kind = Kind::Key);
+    /// Makes the section at a position the current one; false when there is no section.
+    bool OpenSection(int position);
+    /// Back to the section around; false at the top level.
+    bool ExitSection();
+    /// Replaces the value of the key at a position; false when there is no key. A value that is
+    /// already there leaves the line untouched.
+    template <class T>
+    bool Write(int position, const T& value)
+    {
+        return WriteAt(position, QvXIniFormatValue(value));
+    }
+    /// Removes the element at a position with all that is in it; false when there is none.
+    bool Delete(int position);
+
+    /// Does nothing: a tree is written with WriteQvXIniTree.
+    void CommitE() override;
+
+protected:
+    /// Replaces the first key of that name, or appends one.
+    bool WriteText(const std::string& name, const std::string& value) override;
+
+private:
+    TQvXIniEntry* At(int position) const;
+    bool WriteAt(int position, const std::string& value);
+};

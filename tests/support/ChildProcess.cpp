@@ -1,0 +1,53 @@
+#include "support/ChildProcess.h"
+
+#include <cerrno>
+#include <csignal>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+TChildProcess::TChildProcess(const std::function<int()>& body) : m_process(fork())
+{
+    if (m_process < 0)
+        throw std::runtime_error("fork failed");
+    if (m_process > 0)
+        return;
+    int status = 99;
+    try {
+        status = body();
+    } catch (...) {
+    }
+    _exit(status);
+}
+
+TChildProcess::~TChildProcess()
+{
+    if (m_process > 0) {
+        Kill();
+        Wait();
+    }
+}
+
+int TChildProcess::Wait()
+{
+    int status = 0;
+    while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
+    }
+    m_process = -1;
+    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+void TChildProcess::Kill()
+{
+    kill(m_process, SIGKILL);
+}
+
+bool WaitUntil(const std::function<bool()>& condition)
+{
+    for (int i = 0; i < 10000; ++i) {
+        if (condition())
+            return true;
+        usleep(1000);
+    }
+    return false;
+}
