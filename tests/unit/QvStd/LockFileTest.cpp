@@ -61,30 +61,21 @@ TEST_F(LockFileTest, KilledHoldersLockIsGone)
 
 TEST_F(LockFileTest, UpgradeLetsNoWriterSlipIn)
 {
-    TChildProcess reader([&] {
-        const TQvLockFile lock(m_path, kShared, "reader", 0);
-        Tell("reading");
-        return Await("upgrading") && lock ? 0 : 1;
+    TChildProcess child([&] {
+        auto lock = std::make_unique<TQvLockFile>(m_path, kShared, "child", kLong);
+        Tell("shared");
+        // New readers are refused from the moment on in which the parent waits.
+        if (!WaitUntil([&] { return !TQvLockFile(m_path, kShared, "new reader", 0); }))
+            return 1;
+        lock.reset();
+        return TQvLockFile(m_path, kExclusive, "writer", 0) ? 2 : 0;
     });
-    ASSERT_TRUE(Await("reading"));
-    TChildProcess writer([&] {
-        Tell("waiting");
-        const TQvLockFile lock(m_path, kExclusive, "writer", kLong);
-        Tell("written");
-        return lock ? 0 : 1;
-    });
-    ASSERT_TRUE(Await("waiting"));
-    {
-        TQvLockFile lock(m_path, kShared, "parent", kLong);
-        ASSERT_TRUE(lock);
-        Tell("upgrading");
-        ASSERT_TRUE(lock.Relock(true));
-        EXPECT_TRUE(lock.IsExclusive());
-        EXPECT_EQ(reader.Wait(), 0);
-        QvSleep(30);
-        EXPECT_FALSE(Exists(m_folder / "written"));
-    }
-    EXPECT_EQ(writer.Wait(), 0);
+    ASSERT_TRUE(Await("shared"));
+    TQvLockFile lock(m_path, kShared, "parent", kLong);
+    ASSERT_TRUE(lock);
+    EXPECT_TRUE(lock.Relock(true));
+    EXPECT_TRUE(lock.IsExclusive());
+    EXPECT_EQ(child.Wait(), 0);
 }
 
 TEST_F(LockFileTest, SecondUpgradeIsRefusedAtOnceAndKeepsItsHold)
