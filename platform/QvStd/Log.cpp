@@ -7,7 +7,7 @@
 
 namespace
 {
-constexpr int kDefaultLevel = 5;
+constexpr long kDefaultLevel = 5;
 
 std::mutex& SinkMutex()
 {
@@ -22,10 +22,20 @@ TQvLogSink& Sink()
     return sink;
 }
 
-void WriteToStandardError(TQvLogKind kind, const TQvMessage& message, int level)
+/// What is set but no number counts as not set.
+long LevelSetting()
 {
     const char* setting = std::getenv("QV_LOG_LEVEL");
-    if (level <= (setting != nullptr ? std::atoi(setting) : kDefaultLevel))
+    if (setting == nullptr)
+        return kDefaultLevel;
+    char* end = nullptr;
+    const long level = std::strtol(setting, &end, 10);
+    return end != setting && *end == '\0' ? level : kDefaultLevel;
+}
+
+void WriteToStandardError(TQvLogKind kind, const TQvMessage& message, int level)
+{
+    if (level <= LevelSetting())
         return;
     // One line a message, whatever bytes a file name in it holds.
     std::string text = message.what();

@@ -38,7 +38,7 @@ bool TQvResourceLabel::Save(TQvXIniWriter* writer) const
 
 std::uint64_t ComputePartialCRC(TQvStream* stream)
 {
-    constexpr std::size_t kBlock = 256 * 1024;
+    constexpr std::size_t kBlock = std::size_t{256} * 1024;
     const std::unique_ptr<unsigned char[]> block(new unsigned char[kBlock]);
     uLong crc = 0;
     for (;;) {

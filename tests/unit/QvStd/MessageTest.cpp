@@ -59,15 +59,13 @@ TEST_F(StringTableTest, TranslationWinsKeyByKey)
 {
     m_folder.Write("TestModule.de.x-ini", "hello=Hallo\n[s]\nbye=nested\n[/s]\n");
     m_folder.Write("QvStd.de.x-ini", "Err_OpenFile_name=%1% geht nicht auf.\n");
-    for (const char* locale : {"de", "de_DE.UTF-8", "de.UTF-8", "de@euro"}) {
-        const TEnvironmentVariable lang("LANG", locale);
-        QvReloadStringTables();
-        EXPECT_EQ(Text("hello"), "Hallo") << locale;
-        EXPECT_EQ(Text("bye"), "Bye");
-        EXPECT_EQ(Text("more"), "More");
-        EXPECT_EQ(Text("missing"), "<none>");
-        EXPECT_STREQ((QvMsg_helper("Err_OpenFile_name") << "x").what(), "x geht nicht auf.");
-    }
+    const TEnvironmentVariable lang("LANG", "de_DE.UTF-8");
+    QvReloadStringTables();
+    EXPECT_EQ(Text("hello"), "Hallo");
+    EXPECT_EQ(Text("bye"), "Bye");
+    EXPECT_EQ(Text("more"), "More");
+    EXPECT_EQ(Text("missing"), "<none>");
+    EXPECT_STREQ((QvMsg_helper("Err_OpenFile_name") << "x").what(), "x geht nicht auf.");
 }
 
 TEST_F(StringTableTest, LanguageChoice)
@@ -83,7 +81,7 @@ TEST_F(StringTableTest, LanguageChoice)
         const char* Lang;
         const char* Hello;
     } cases[] = {{"fr", "de", "de", "Bonjour"},   {"", "fr_CA", "de", "Bonjour"},
-                 {"", "", "de", "Hallo"},         {"C", "de", "de", "Hello"},
+                 {"", "", "de@euro", "Hallo"},    {"C", "de", "de", "Hello"},
                  {"POSIX", "", "de", "Hello"},    {"C.UTF-8", "", "de", "Hello"},
                  {"", "", "", "Hello"},           {"it", "", "de", "Hello"},
                  {"/../outside", "", "", "Hello"}};
