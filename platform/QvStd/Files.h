@@ -27,6 +27,10 @@ struct TQvFileInfo
 
 /// One statx. False with errno when nothing is there (a dangling link included).
 QVSTD_API bool QvGetFileInfo(const std::string& path, TQvFileInfo* info);
+/// The same for a name in an open folder.
+QVSTD_API bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info);
+/// Whether both paths lead to one and the same file or folder that is there.
+QVSTD_API bool QvIsSameFile(const std::string& a, const std::string& b);
 
 /// A file of any kind that is not a folder; links are followed.
 QVSTD_API bool QvFileExists(const std::string& path);

@@ -42,7 +42,7 @@ struct TQvXIniEntry
     std::string Name;  ///< of a key or section
     std::string Value; ///< of a key, unquoted
     std::string Raw;   ///< the line as it was read, with its line end; empty: written anew from the
-                     ///< other fields. Of a section: its opening line
+                       ///< other fields. Of a section: its opening line
     std::string RawEnd;                                  ///< of a section: its closing line
     std::vector<std::unique_ptr<TQvXIniEntry>> Children; ///< of a section
 };

@@ -1,0 +1,23 @@
+// Every public declaration of the library.
+//
+//     #include <QvServices/QvServices.h>
+//
+//     Init_QvServices();
+//     ResourceManager.Init();
+//     var_a<TQvStream*> stream = ResourceManager.OpenResourceE("/Data/a.txt", kQvOpenRead,
+//     kQvShareAll, 0);
+//     ...
+//     Deinit_QvServices();
+#pragma once
+
+#include "manager/QvServicesModule.h"
+#include "manager/ResourceManager.h"
+#include "profiles/CPUtils.h"
+#include "profiles/ResourceProfile.h"
+#include "resid/ResAttrib.h"
+#include "resid/ResId.h"
+#include "services/Backup.h"
+#include "services/DoneMarkers.h"
+#include "services/ResourceLabels.h"
+#include "services/XIniAccess.h"
+#include "storage/ResStream.h"

@@ -1,0 +1,6 @@
+// Symbol visibility of libQvServices: everything is hidden unless it carries QVSERVICES_API. The
+// attribute is the same for the library and for its users, so that type information is shared
+// across library borders.
+#pragma once
+
+#define QVSERVICES_API __attribute__((visibility("default")))

@@ -1,0 +1,12 @@
+#include "manager/Configuration.h"
+
+#include <stdexcept>
+
+#include "QvConfig/Config.h"
+
+TQvConfigData& QvConfiguration()
+{
+    if (pQvConfigData == nullptr)
+        throw std::runtime_error("@QvConfigData is not initialized");
+    return *pQvConfigData;
+}

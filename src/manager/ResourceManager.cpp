@@ -1,0 +1,84 @@
+// Life of the manager: construction and Init.
+#include "manager/ResourceManager.h"
+
+#include <stdexcept>
+
+#include "QvConfig/Config.h"
+#include "QvStd/Files.h"
+#include "QvStd/Message.h"
+#include "QvStd/URLManager.h"
+#include "QvStd/XIniReader.h"
+#include "manager/Configuration.h"
+#include "resid/ResId.h"
+#include "url/URLResourceHandler.h"
+
+const std::uint32_t TResourceManager::SConfig::StDirLockTimeout_Default = 10000;
+const std::uint32_t TResourceManager::SConfig::StDirSyncMinInterval_Default = 1000;
+const std::uint32_t TResourceManager::SConfig::StDirChangeCount2Merge_Default = 256;
+const bool TResourceManager::SConfig::MountMyComputer_Default = false;
+
+TResourceManager ResourceManager;
+
+TResourceManager::TResourceManager()
+    : m_config{SConfig::StDirLockTimeout_Default, SConfig::StDirSyncMinInterval_Default,
+               SConfig::StDirChangeCount2Merge_Default, SConfig::MountMyComputer_Default},
+      m_myComputerId("/My Computer"), m_myComputerNormal(QvNormalizeResId(m_myComputerId)),
+      m_myComputerFolder(QvIncludeTrailingSlash(m_myComputerNormal))
+{
+}
+
+TResourceManager::~TResourceManager() = default;
+
+bool TResourceManager::Init()
+{
+    if (!QvConfiguration().getLoaded())
+        throw TQvMessage("@bool TResourceManager::Init(): QvConfigData not loaded");
+    ReadSettings();
+
+    // The maps go with the list, so that a failure below leaves no index into nothing.
+    m_mountNodes.clear();
+    RefreshNodeMaps();
+    m_profile.LoadE(GetXIniReader(TQvPath(QvGetConfigString(12, true))).get(), nullptr);
+    m_profile.Name = QvConfiguration().getCurProfileName();
+    LoadProfileNodes();
+    m_mountNodes.push_back(LoadRootMountNode());
+    RefreshNodeMaps();
+
+    QvURLManager.RegisterSchemeHandler("qvres", make_var<TQvURLResourceHandler>());
+    return true;
+}
+
+void TResourceManager::ReadSettings()
+{
+    // MountMyComputer is not reset: it keeps the value of the previous Init.
+    m_config.StDirLockTimeout = SConfig::StDirLockTimeout_Default;
+    m_config.StDirSyncMinInterval = SConfig::StDirSyncMinInterval_Default;
+    m_config.StDirChangeCount2Merge = SConfig::StDirChangeCount2Merge_Default;
+
+    const std::string path = QvGetConfigString(9, true) + "ResourceManager.x-ini";
+    if (!QvFileExists(path))
+        return;
+    const auto reader = GetXIniReader(TQvPath(path));
+    const auto read = [&reader](const char* key, std::uint32_t& value) {
+        const int position = reader->FindF(key);
+        value = static_cast<std::uint32_t>(
+            reader->Read<std::int32_t>(position, static_cast<std::int32_t>(value)));
+    };
+    read("StDirLockTimeout", m_config.StDirLockTimeout);
+    read("StDirSyncMinInterval", m_config.StDirSyncMinInterval);
+    read("StDirChangeCount2Merge", m_config.StDirChangeCount2Merge);
+    m_config.MountMyComputer = reader->Read<std::int32_t>(reader->FindF("MountMyComputer"),
+                                                          m_config.MountMyComputer ? 1 : 0) != 0;
+}
+
+void TResourceManager::LoadProfileNodes()
+{
+    for (const auto& [key, node] : m_profile.Nodes) {
+        var_a<TMountNode*> mountNode;
+        if (node.Kind == kProfileNodePath)
+            mountNode = LoadFileMountNode(node);
+        if (!mountNode)
+            throw TQvMessage("@bool TResourceManager::Init(): Error mounting node " + node.Name);
+        m_mountNodes.push_back(std::move(mountNode));
+    }
+}

@@ -1,0 +1,267 @@
+// The virtual resource tree: mount table, resolution of ids, and every operation on resources and
+// folders.
+//
+// Operations whose names end in E throw a TQvMessage; their plain twins and the queries answer
+// false, 0 or an empty reference. Every operation throws a TQvMessage for an id that is not valid
+// ("...: Invalid resource id ..."), and for one that no mount node answers for, except where it
+// says otherwise. A user break ends an operation: false where it has a result, the passing
+// TQvUserBreak where it has none.
+//
+// Thread-safety: nothing is locked. Init, MountFileNodeE and UnmountNodeE need the library for
+// themselves; everything else may run on any thread at once, except that a masked listing of a
+// folder above the mount points must not run twice at once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "QvServicesExport.h"
+#include "QvStd/LockFile.h"
+#include "QvStd/Message.h"
+#include "QvStd/Progress.h"
+#include "QvStd/ResourceLabel.h"
+#include "QvStd/Stream.h"
+#include "QvStd/Var.h"
+#include "profiles/ResourceProfile.h"
+#include "resid/ResAttrib.h"
+
+class QVSERVICES_API TResourceManager
+{
+public:
+    /// Settings of "ResourceManager.x-ini".
+    struct QVSERVICES_API SConfig
+    {
+        static const std::uint32_t StDirLockTimeout_Default;
+        static const std::uint32_t StDirSyncMinInterval_Default;
+        static const std::uint32_t StDirChangeCount2Merge_Default;
+        static const bool MountMyComputer_Default;
+
+        std::uint32_t StDirLockTimeout; ///< ms that storage code waits for a lock or a busy file
+        std::uint32_t
+            StDirSyncMinInterval; ///< ms between two synchronisations of a storage directory
+        std::uint32_t
+            StDirChangeCount2Merge; ///< changes after which a storage directory is rewritten
+        bool MountMyComputer;       ///< kept for the hosts; nothing here consults it
+    };
+
+    /// A node of the mount table. Ids are absolute and were already matched to the node. It has no
+    /// virtual destructor on purpose: nodes are only owned through var_a, which knows the concrete
+    /// class.
+    class QVSERVICES_API TMountNode
+    {
+    public:
+        explicit TMountNode(std::string mountPointId) : m_mountPointId(std::move(mountPointId)) {}
+        TMountNode(const TMountNode&) = delete;
+        TMountNode& operator=(const TMountNode&) = delete;
+
+        /// The id at which the node is mounted, without a trailing "/"; "" for the root.
+        const std::string& MountPointId() const { return m_mountPointId; }
+
+        virtual unsigned Type() const = 0;
+        /// Whether the node has no storage of its own.
+        virtual bool IsPureVirtual() const = 0;
+        virtual var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode,
+                                               qvShareMode share, unsigned long sizeHint) = 0;
+        virtual var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
+                                                   qvShareMode share) = 0;
+        virtual bool CopyResourceMeta(const std::string& src, const std::string& dst) = 0;
+        virtual bool DeleteResource(const std::string& id) = 0;
+        virtual bool RenMovResource(const std::string& src, const std::string& dst,
+                                    TQvProgressHandler* progress) = 0;
+        virtual bool CopyResource(const std::string& src, const std::string& dst,
+                                  TQvProgressHandler* progress) = 0;
+        virtual bool CreateFolder(const std::string& id) = 0;
+        virtual void RenameFolderE(const std::string& src, const std::string& newName) = 0;
+        virtual bool DeleteFolder(const std::string& id) = 0;
+        virtual unsigned ResourceExists(const std::string& id) const = 0;
+        virtual bool ResourceMetaExists(const std::string& id) const = 0;
+        virtual bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
+        /// Appends to `items`; without a list it is a probe that ends at the first match. True when
+        /// something was found.
+        virtual bool Find(const var_a<std::vector<TQvResFindItem>*>& items,
+                          const std::string& folder, const std::string& mask, unsigned flags,
+                          TQvProgressHandler* progress) const = 0;
+        virtual std::string GetResourceFile(const std::string& id) const = 0;
+        virtual var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
+                                                   bool forWriting, const std::string& owner) = 0;
+
+    protected:
+        ~TMountNode() = default;
+
+    private:
+        std::string m_mountPointId;
+    };
+    using PTMountNode = TMountNode*;
+
+    /// Kinds of mount nodes.
+    static constexpr unsigned kFileNode = 1;
+    static constexpr unsigned kRootNode = 3;
+
+    using TFindItems = var_a<std::vector<TQvResFindItem>*>;
+
+    struct TCopyResourceExParams
+    {
+        std::set<std::string> Sources; ///< folders with a trailing "/"
+        std::string DestFolder;
+        bool OverwriteDefault = false; ///< the answer when no callback is set
+        /// Asked when a destination resource exists; true means overwrite. May be null.
+        bool (*OverwriteCallback)(const std::string& destinationId, void* context) = nullptr;
+        void* CallbackContext = nullptr;
+        std::set<std::string>* Failed =
+            nullptr; ///< receives the ids that could not be copied; may be null
+        TQvProgressHandler* Progress = nullptr;
+    };
+
+    TResourceManager();
+    ~TResourceManager();
+    TResourceManager(const TResourceManager&) = delete;
+    TResourceManager& operator=(const TResourceManager&) = delete;
+
+    /// Reads the settings and the current profile, mounts its folders and the root, and registers
+    /// the scheme "qvres". May run again: everything is rebuilt. Returns true or throws:
+    /// std::runtime_error without a configuration object, TQvMessage for a configuration that is
+    /// not loaded, an unreadable settings or profile file, or a node that cannot be mounted. After
+    /// a failure the settings read and the nodes loaded so far stay, and no index knows of any
+    /// node.
+    bool Init();
+
+    // Mount table and resolution
+
+    /// The node that answers for `id`: the one with the longest mount point that is a prefix of it.
+    /// Throws for an id that is not valid whatever `throwIfNone` says. With `skipExactMountPoint` a
+    /// mount point's own id belongs to the node above. The pointer is valid until the table
+    /// changes.
+    PTMountNode GetNode4Id(const std::string& id, bool throwIfNone, bool forbidWildcards,
+                           bool skipExactMountPoint) const;
+    static bool IsValidResId(const std::string& id, bool forbidWildcards);
+    static bool IsValidResNamePart(const std::string& name, bool forbidWildcards);
+    /// Whether `id` is, letter case aside, exactly a mount point.
+    bool IsMountNode(const std::string& id) const;
+    /// Whether mounting can be made persistent: not with a remote profile.
+    bool CanMountPersistent() const;
+    bool IsInsideMountedNodes(const std::string& id) const;
+    bool IsInsideMyComputer(const std::string& id) const;
+    /// The kind of the node that answers for `id`.
+    unsigned GetResourceType(const std::string& id) const;
+
+    var_a<TMountNode*> LoadFileMountNode(const TQvResourceProfile::TNode& node) const;
+    var_a<TMountNode*> LoadFileMountNode(const std::string& id, const TQvPath& path) const;
+    /// A root node for the mount points that are in the table now.
+    var_a<TMountNode*> LoadRootMountNode() const;
+    void RefreshNodeMaps();
+
+    /// Mounts the folder `path` at `mountPoint`, with `persistent` in the profile file too. Throws
+    /// a TQvMessage with the reason. The table changes first and stays changed when the persistent
+    /// part fails.
+    void MountFileNodeE(const std::string& mountPoint, const std::string& path, bool persistent);
+    /// The reverse. A node made persistent by an earlier start is known to the profile under its
+    /// upper-cased id.
+    void UnmountNodeE(const std::string& mountPoint, bool persistent);
+
+    /// The mount table in its order, the root node last.
+    const std::vector<var_a<TMountNode*>>& MountNodes() const { return m_mountNodes; }
+    const SConfig& Config() const { return m_config; }
+    const TQvResourceProfile& Profile() const { return m_profile; }
+
+    // Resources
+
+    /// Empty, or a stream that may not be open: its operator bool tells. With mode 9 a `sizeHint`
+    /// above 0 sets the size at once.
+    var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode, qvShareMode share,
+                                   unsigned long sizeHint) const;
+    /// An open stream, or a TQvMessage that names the id.
+    var_a<TQvStream*> OpenResourceE(const std::string& id, qvOpenMode mode, qvShareMode share,
+                                    unsigned long sizeHint) const;
+    /// The metadata sidecar; empty when the resource does not exist or the sidecar does not open.
+    var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
+                                       qvShareMode share) const;
+    bool CopyResourceMeta(const std::string& src, const std::string& dst) const;
+    /// Deletes a resource and its sidecar; false when either fails.
+    bool DeleteResource(const std::string& id) const;
+    /// Renames or moves a resource with its sidecar, replacing the target. Between two nodes it is
+    /// a copy and a delete; a failed copy leaves the source.
+    bool RenMovResource(const std::string& src, const std::string& dst,
+                        TQvProgressHandler* progress) const;
+    /// Copies a resource with its sidecar, replacing the target; a target's sidecar stays when the
+    /// source has none. A failed copy leaves no half target.
+    bool CopyResource(const std::string& src, const std::string& dst,
+                      TQvProgressHandler* progress) const;
+    /// 0 nothing, 1 resource, 2 folder; 0 for an id that is not valid.
+    unsigned ResourceExists(const std::string& id) const;
+    bool IsResource(const std::string& id) const;
+    bool ResourceMetaExists(const std::string& id) const;
+    /// False when nothing is there or `attrib` is null.
+    bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const;
+    /// Size and time, without a checksum, from the global manager; false unless `id` is a resource.
+    static bool GetResourceLabelWeak(const std::string& id, TQvResourceLabel* label);
+    /// The disk file of a resource; "" when there is none. With `createIfMissing` an empty one is
+    /// made first.
+    std::string GetResourceFile(const std::string& id, bool createIfMissing) const;
+    /// The folder part of GetResourceFile; "" when `id` is no resource.
+    std::string GetResourceFileFolder(const std::string& id) const;
+    var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
+                                       bool forWriting, const std::string& owner) const;
+
+    // Folders
+
+    /// With `realOnly` the folders above the mount points do not count.
+    bool IsFolder(const std::string& id, bool realOnly) const;
+    bool IsFolderEmpty(const std::string& id) const;
+    /// Creates the folder and its missing parents; true when it was there already, false (logged)
+    /// when it is a resource.
+    bool CreateFolder(const std::string& id) const;
+    /// Renames a folder; throws when `src` is no folder, is or holds a mount point, or the rename
+    /// fails. `newName` goes to the node as it stands, which puts it after the parent of `src`.
+    void RenameFolderE(const std::string& src, const std::string& newName) const;
+    /// Deletes a folder, with `clearFirst` with what it holds. A mount point is never deleted,
+    /// though it is cleared.
+    bool DeleteFolder(const std::string& id, bool clearFirst, TQvProgressHandler* progress) const;
+    /// Deletes what the folder holds; goes on after a failure and is false then.
+    bool ClearFolder(const std::string& id, TQvProgressHandler* progress) const;
+    /// Appends the entries of `folder` that match `mask` to `items`; recursive listings put the
+    /// deepest first and cross mount points. Links to folders are listed and not entered.
+    void Find(const TFindItems& items, const std::string& folder, const std::string& mask,
+              unsigned flags, TQvProgressHandler* progress) const;
+
+    /// Copies resources and folders into one folder, keeping their layout. True when everything was
+    /// copied or skipped on purpose; what failed is in `Failed`. Throws when the destination is the
+    /// sources' common parent.
+    bool CopyResourceEx(const TCopyResourceExParams& params) const;
+
+private:
+    void ReadSettings();
+    void LoadProfileNodes();
+    void RemoveRootNode();
+    PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
+    PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
+    void CheckProfileCanBeSaved(const char* operation) const;
+    void SaveProfile() const;
+    void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
+                unsigned flags, TQvProgressHandler* progress) const;
+    bool ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
+                            TQvProgress& progress) const;
+    bool CopyBetweenNodes(TMountNode& from, const std::string& src, TMountNode& to,
+                          const std::string& dst, TQvProgressHandler* progress) const;
+
+    SConfig m_config;
+    std::vector<var_a<TMountNode*>> m_mountNodes;
+    std::multimap<std::uint64_t, std::uint32_t>
+        m_nodeLengths;                              ///< length of the mount point -> index
+    std::map<std::string, std::uint32_t> m_nodeIds; ///< normal form of the mount point -> index
+    TQvResourceProfile m_profile;
+    std::string m_myComputerId;
+    std::string m_myComputerNormal;
+    std::string m_myComputerFolder;
+    /// The same as m_nodeIds, hashed: resolution looks up each "/"-cut of an id. The keys are views
+    /// of m_nodeIds' keys.
+    std::unordered_map<std::string_view, TMountNode*> m_nodesByNormalId;
+};
+
+/// The one manager of the process.
+QVSERVICES_API extern TResourceManager ResourceManager;

@@ -1,0 +1,228 @@
+// The mount table: its indexes, resolution of ids, mounting and unmounting.
+#include <algorithm>
+
+#include "QvConfig/Config.h"
+#include "QvStd/Files.h"
+#include "QvStd/Message.h"
+#include "QvStd/Strings.h"
+#include "QvStd/XIniWriter.h"
+#include "manager/Configuration.h"
+#include "manager/ResourceManager.h"
+#include "nodes/FileMountNode.h"
+#include "nodes/RootMountNode.h"
+#include "resid/ResId.h"
+
+namespace
+{
+constexpr char kGetNode4Id[] =
+    "@TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::__cxx11::string "
+    "&, bool, bool, bool) const: ";
+constexpr char kMountFileNodeE[] =
+    "@void TResourceManager::MountFileNodeE(const std::__cxx11::string &, const "
+    "std::__cxx11::string &, bool): ";
+constexpr char kUnmountNodeE[] =
+    "@void TResourceManager::UnmountNodeE(const std::__cxx11::string &, bool): ";
+
+[[noreturn]] void Throw(const char* operation, const std::string& reason)
+{
+    throw TQvMessage(operation + reason);
+}
+
+/// The upper-cased form of an id, on the stack where it fits.
+class TNormalId
+{
+public:
+    explicit TNormalId(const std::string& id) : m_length(id.size())
+    {
+        char* target = m_buffer;
+        if (m_length > sizeof m_buffer) {
+            m_long.resize(m_length);
+            target = m_long.data();
+        }
+        std::transform(id.begin(), id.end(), target, QvToUpper);
+        m_text = target;
+    }
+    TNormalId(const TNormalId&) = delete;
+    TNormalId& operator=(const TNormalId&) = delete;
+    operator std::string_view() const { return {m_text, m_length}; }
+
+private:
+    std::size_t m_length;
+    const char* m_text;
+    char m_buffer[256];
+    std::string m_long;
+};
+} // namespace
+
+bool TResourceManager::IsValidResId(const std::string& id, bool forbidWildcards)
+{
+    return QvIsValidResId(id, forbidWildcards);
+}
+
+bool TResourceManager::IsValidResNamePart(const std::string& name, bool forbidWildcards)
+{
+    return QvIsValidResNamePart(name, forbidWildcards);
+}
+
+TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id, bool throwIfNone,
+                                                           bool forbidWildcards,
+                                                           bool skipExactMountPoint) const
+{
+    if (!QvIsValidResId(id, forbidWildcards))
+        Throw(kGetNode4Id, "Invalid resource id " + id);
+    const PTMountNode node = FindNode(TNormalId(id), skipExactMountPoint);
+    if (node == nullptr && throwIfNone)
+        Throw(kGetNode4Id, "Mount node not found for id " + id);
+    return node;
+}
+
+/// Tries the whole id, then what stands before each "/" of it, the longest first: those are all the
+/// mount points that can answer. Of several nodes with one normal form the last in the table
+/// answers, which is the one the index holds.
+TResourceManager::PTMountNode TResourceManager::FindNode(std::string_view normalId,
+                                                         bool skipExactMountPoint) const
+{
+    std::size_t length = normalId.size();
+    if (skipExactMountPoint)
+        length = normalId.empty() ? std::string_view::npos : normalId.rfind('/', length);
+    while (length != std::string_view::npos) {
+        const auto found = m_nodesByNormalId.find(normalId.substr(0, length));
+        if (found != m_nodesByNormalId.end())
+            return found->second;
+        length = length == 0 ? std::string_view::npos : normalId.rfind('/', length - 1);
+    }
+    return nullptr;
+}
+
+void TResourceManager::RefreshNodeMaps()
+{
+    m_nodeLengths.clear();
+    m_nodesByNormalId.clear();
+    m_nodeIds.clear();
+    for (std::uint32_t i = 0; i < m_mountNodes.size(); ++i) {
+        const std::string& mountPoint = m_mountNodes[i]->MountPointId();
+        m_nodeLengths.emplace(mountPoint.size(), i);
+        m_nodeIds[QvNormalizeResId(mountPoint)] = i;
+    }
+    for (const auto& [normalId, index] : m_nodeIds)
+        m_nodesByNormalId.emplace(normalId, m_mountNodes[index].get());
+}
+
+bool TResourceManager::IsMountNode(const std::string& id) const
+{
+    return m_nodesByNormalId.count(TNormalId(id)) != 0;
+}
+
+bool TResourceManager::CanMountPersistent() const
+{
+    return !m_profile.Remote;
+}
+
+bool TResourceManager::IsInsideMountedNodes(const std::string& id) const
+{
+    const TMountNode* node = GetNode4Id(id, false, false, false);
+    return node != nullptr && !node->IsPureVirtual();
+}
+
+bool TResourceManager::IsInsideMyComputer(const std::string& id) const
+{
+    return QvNormalizeResId(id).compare(0, m_myComputerFolder.size(), m_myComputerFolder) == 0;
+}
+
+unsigned TResourceManager::GetResourceType(const std::string& id) const
+{
+    return NodeFor(id)->Type();
+}
+
+var_a<TResourceManager::TMountNode*>
+TResourceManager::LoadFileMountNode(const TQvResourceProfile::TNode& node) const
+{
+    return LoadFileMountNode(node.Name, node.Path);
+}
+
+var_a<TResourceManager::TMountNode*> TResourceManager::LoadFileMountNode(const std::string& id,
+                                                                         const TQvPath& path) const
+{
+    return make_var<TFileMountNode>(id, path);
+}
+
+var_a<TResourceManager::TMountNode*> TResourceManager::LoadRootMountNode() const
+{
+    return make_var<TRootMountNode>(m_mountNodes);
+}
+
+void TResourceManager::RemoveRootNode()
+{
+    const auto root = std::find_if(m_mountNodes.begin(), m_mountNodes.end(),
+                                   [](const auto& node) { return node->Type() == kRootNode; });
+    if (root != m_mountNodes.end())
+        m_mountNodes.erase(root);
+}
+
+void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::string& path,
+                                      bool persistent)
+{
+    // An empty mount point passes, as an absent id does everywhere.
+    if (!QvIsValidResId(mountPoint, true))
+        Throw(kMountFileNodeE, "Invalid MountPoint");
+    const TQvPath folder = QvExcludeTrailingBackslash(TQvPath(path));
+    if (!QvDirExists(folder))
+        Throw(kMountFileNodeE, "Invalid Path");
+    if (IsMountNode(mountPoint))
+        Throw(kMountFileNodeE, "Duplicate node");
+    var_a<TMountNode*> node = LoadFileMountNode(mountPoint, folder);
+    if (!node)
+        Throw(kMountFileNodeE, "Failure mounting node");
+
+    RemoveRootNode();
+    m_mountNodes.push_back(std::move(node));
+    m_mountNodes.push_back(LoadRootMountNode());
+    RefreshNodeMaps();
+    if (!persistent)
+        return;
+
+    // The node stays mounted when anything below fails: only the profile file is left as it was.
+    CheckProfileCanBeSaved(kMountFileNodeE);
+    if (m_profile.Nodes.count(mountPoint) != 0)
+        Throw(kMountFileNodeE,
+              "Inconsistent profile data: new node not loaded but exists in the profile");
+    // The key is the mount point as written, though loading a profile keys by the upper-cased name.
+    TQvResourceProfile::TNode& profileNode = m_profile.Nodes[mountPoint];
+    profileNode.Kind = kProfileNodePath;
+    profileNode.Name = mountPoint;
+    profileNode.Path = folder;
+    SaveProfile();
+}
+
+void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persistent)
+{
+    const auto found = m_nodeIds.find(QvNormalizeResId(mountPoint));
+    if (found == m_nodeIds.end())
+        Throw(kUnmountNodeE, "Node to unmount does not exist");
+    m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(found->second));
+    RemoveRootNode();
+    m_mountNodes.push_back(LoadRootMountNode());
+    RefreshNodeMaps();
+    if (!persistent)
+        return;
+
+    CheckProfileCanBeSaved(kUnmountNodeE);
+    if (m_profile.Nodes.erase(mountPoint) == 0)
+        Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile");
+    SaveProfile();
+}
+
+void TResourceManager::CheckProfileCanBeSaved(const char* operation) const
+{
+    if (m_profile.Remote)
+        Throw(operation, "Cannot make persistent changes to the remote profile");
+    if (QvConfiguration().getCurProfileName() != m_profile.Name)
+        Throw(operation, "Inconsistent profile data");
+}
+
+void TResourceManager::SaveProfile() const
+{
+    const auto writer = GetXIniWriter(TQvPath(QvGetConfigString(12, true)));
+    m_profile.SaveE(writer.get());
+    writer->CommitE();
+}

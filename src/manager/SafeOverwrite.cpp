@@ -1,0 +1,51 @@
+#include "manager/SafeOverwrite.h"
+
+#include <atomic>
+#include <unistd.h>
+
+#include "QvStd/Clock.h"
+#include "QvStd/Strings.h"
+#include "resid/ResId.h"
+
+namespace
+{
+std::string HiddenNeighbour(const std::string& id)
+{
+    static std::atomic<unsigned> counter{0};
+    return QvExtractResPath(id) + Korvadel::ssprintf(".qvcopy-%d-%x-%u.tmp",
+                                                     static_cast<int>(getpid()), QvGetTickCount(),
+                                                     counter.fetch_add(1));
+}
+} // namespace
+
+TSafeOverwrite::TSafeOverwrite(TResourceManager::TMountNode& node, const std::string& id,
+                               std::uint64_t size)
+    : m_node(node), m_id(id), m_writtenId(id)
+{
+    // Opening an existing target tells whether it may be written, and keeps others from taking it
+    // for themselves. A target that is not there loses a sidecar left over from an earlier
+    // resource.
+    m_existing = node.OpenResource(id, kQvOpenWrite, kQvShareAll, 0);
+    if (m_existing && *m_existing)
+        m_writtenId = HiddenNeighbour(id);
+    else if (node.ResourceExists(id) != kResNothing)
+        return; // a folder, or a resource that may not be written
+    m_stream = node.OpenResource(m_writtenId, kQvOpenCreate, kQvShareAll,
+                                 static_cast<unsigned long>(size));
+    m_unfinished = m_stream && *m_stream;
+}
+
+TSafeOverwrite::~TSafeOverwrite()
+{
+    if (!m_unfinished)
+        return;
+    m_stream.reset();
+    m_node.DeleteResource(m_writtenId);
+}
+
+bool TSafeOverwrite::Finish()
+{
+    m_unfinished = !m_stream->Close() ||
+                   (m_writtenId != m_id && !m_node.RenMovResource(m_writtenId, m_id, nullptr));
+    return !m_unfinished;
+}

@@ -1,0 +1,61 @@
+// The virtual node above the mount points: it answers for "/" and for every folder on the way to a
+// mount point. It can only list and describe those folders; everything else is refused.
+//
+// Thread-safety: never changes after construction; a listing with a mask uses one match buffer for
+// all and must not run twice at once.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "manager/ResourceManager.h"
+
+class TRootMountNode : public TResourceManager::TMountNode
+{
+public:
+    /// For the mount points of `nodes`.
+    explicit TRootMountNode(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes);
+
+    unsigned Type() const override { return TResourceManager::kRootNode; }
+    bool IsPureVirtual() const override { return true; }
+    var_a<TQvStream*> OpenResource(const std::string&, qvOpenMode, qvShareMode,
+                                   unsigned long) override
+    {
+        return {};
+    }
+    var_a<TQvStream*> OpenResourceMeta(const std::string&, qvOpenMode, qvShareMode) override
+    {
+        return {};
+    }
+    bool CopyResourceMeta(const std::string&, const std::string&) override { return false; }
+    bool DeleteResource(const std::string&) override { return false; }
+    bool RenMovResource(const std::string&, const std::string&, TQvProgressHandler*) override
+    {
+        return false;
+    }
+    bool CopyResource(const std::string&, const std::string&, TQvProgressHandler*) override
+    {
+        return false;
+    }
+    bool CreateFolder(const std::string&) override { return false; }
+    /// Always throws.
+    void RenameFolderE(const std::string& src, const std::string& newName) override;
+    bool DeleteFolder(const std::string&) override { return false; }
+    unsigned ResourceExists(const std::string& id) const override;
+    bool ResourceMetaExists(const std::string&) const override { return false; }
+    bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const override;
+    bool Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
+              const std::string& mask, unsigned flags, TQvProgressHandler* progress) const override;
+    std::string GetResourceFile(const std::string&) const override { return {}; }
+    /// Always throws: asking for it is a programming error.
+    var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
+                                       bool forWriting, const std::string& owner) override;
+
+private:
+    void AddFolders(std::string id);
+
+    /// Normal form of a folder's id -> the folder's name with its leading "/", as it is to be
+    /// shown.
+    std::map<std::string, std::string> m_folders;
+};

@@ -1,0 +1,86 @@
+// The back end of the configuration dialog: VAR folder, repository, the state of all profiles,
+// applying settings.
+//
+// Thread-safety: nothing is locked; one caller at a time.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "QvServicesExport.h"
+#include "QvStd/FreeSpaceMap.h"
+#include "QvStd/Path.h"
+#include "QvStd/Progress.h"
+#include "QvStd/Var.h"
+#include "profiles/ResourceProfile.h"
+
+class QVSERVICES_API TQvCPUtils
+{
+public:
+    /// The editable picture of all profiles of one VAR folder (or, with Remote, of a repository).
+    struct QVSERVICES_API TCPState
+    {
+        TQvPath VarFolder;
+        bool Remote =
+            false; ///< edits a repository: no copy from one, no policy file, every profile remote
+        std::string CurrentProfile;
+        std::string SelectedProfile;
+        std::vector<TQvResourceProfile> Profiles;
+        /// By upper-cased name. The pointers die when Profiles changes: call BuildIndex after each
+        /// change.
+        std::map<std::string, TQvResourceProfile*> ProfileIndex;
+        var_a<TQvFreeSpaceMap*> FreeSpaceMap;
+        std::map<std::int64_t, TQvResourceProfile*> ProfilesById; ///< for the dialog's list
+        std::map<TQvResourceProfile*, std::int64_t> ProfileIds;   ///< the reverse
+
+        TCPState();
+        ~TCPState();
+        TCPState(const TCPState&) = delete;
+        TCPState& operator=(const TCPState&) = delete;
+        void BuildIndex();
+    };
+
+    // Folders. None of these throws.
+
+    /// The configured VAR folder: the configuration's setting exactly as configured, else the
+    /// registry's with a trailing slash, else empty. `common` (may be null) says which scope is
+    /// wanted and receives the one found.
+    static TQvPath GetVARFolder(bool* common);
+    /// As GetVARFolder, with the default folder under the home folder when nothing is configured.
+    static TQvPath GetQvVARFolder(bool* common);
+    /// The repository named in the VAR folder's policy file, with a trailing slash; empty when
+    /// there is none. With `switchedOff` the one that is remembered though not in use.
+    static TQvPath GetRepositoryFolder(TQvPath varFolder, bool switchedOff);
+    /// Whether the first-run set-up must run: there is no usable configured VAR folder, or its
+    /// repository is not readable.
+    static bool IsWizardNecessary();
+
+    // The state of all profiles.
+
+    /// Loads the state after taking over what the repository publishes. A profile that cannot be
+    /// read is left out. Throws only TQvUserBreak, with an empty state.
+    static void ReloadState(TCPState& state, TQvProgressHandler* progress);
+    /// Writes the state back, and removes the folders of profiles that are not in it. Throws a
+    /// TQvMessage on the first failure; nothing is rolled back.
+    static void SaveState(TCPState& state);
+    /// Appends an empty profile; call BuildIndex then.
+    static void CreateProfileState(const std::string& name, TCPState& state);
+    static void RefreshProfilesState(TCPState& state);
+    /// Adds (or replaces) the node "/<base name of the folder>" of an existing profile.
+    static void AddNodeState(const TQvPath& folder, const std::string& profileName,
+                             TCPState& state);
+    /// Computes the profile's free space anew; false when there is no such profile.
+    static bool RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state);
+    /// The first run: when there is no profile at all, makes "LocalProfile" holding the folder,
+    /// current, and saves it.
+    static void CreateProfileNode(const TQvPath& folder, TQvProgressHandler* progress);
+
+    // Settings.
+
+    /// Checks and applies the VAR folder and the repository. False with a message for the user in
+    /// `error`; earlier steps stay done then. Other failures of writing throw a TQvMessage.
+    static bool PerformOK(const TQvPath& varFolder, bool common, bool useRepository,
+                          const TQvPath& repository, std::string& error);
+};

@@ -1,0 +1,57 @@
+// The resource profile: which disk folders are mounted, and where.
+//
+// Thread-safety: a plain value; one object belongs to one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "QvServicesExport.h"
+#include "QvStd/FreeSpaceMap.h"
+#include "QvStd/Path.h"
+#include "QvStd/Progress.h"
+#include "QvStd/Var.h"
+#include "QvStd/XIniReader.h"
+#include "QvStd/XIniWriter.h"
+
+/// Kinds of profile nodes.
+inline constexpr std::int32_t kProfileNodeNone = 0;
+inline constexpr std::int32_t kProfileNodePath = 1;
+inline constexpr std::int32_t kProfileNodeStorageGroup = 2;
+
+class QVSERVICES_API TQvResourceProfile
+{
+public:
+    struct TNode
+    {
+        std::int32_t Kind = kProfileNodeNone;
+        std::string Name; ///< the mount point, with its case as written
+        TQvPath Path;     ///< the folder of a path node
+        std::string VolumeSerial = TQvFreeSpaceMap::InvalidVolSerial;
+    };
+
+    std::string Name; ///< set by the owner; neither read from nor written to the file
+    bool Remote = false;
+    bool FreeSpaceIncomplete = false; ///< the free space of some node could not be counted
+    std::uint64_t TotalFreeSpace =
+        0; ///< bytes over the distinct volumes of the path nodes; 0 without a map
+    std::map<std::string, TNode> Nodes;   ///< by upper-cased name
+    var_a<TQvFreeSpaceMap*> FreeSpaceMap; ///< attached by the owner, shared; may be null
+
+    /// Replaces what the file bears by what `reader` holds. A mount without a name, without a path
+    /// or storage group, or with a path that is not valid is dropped. Throws the reader's
+    /// TQvMessage when section "profile" or its key "remote" is missing (then there are no nodes)
+    /// and TQvUserBreak; nodes read before a failure stay.
+    void LoadE(TQvXIniReader* reader, TQvProgressHandler* progress);
+
+    /// Writes the profile; committing is the caller's. Throws the writer's TQvMessage on the first
+    /// entry that cannot be written.
+    void SaveE(TQvXIniWriter* writer) const;
+
+private:
+    void LoadNode(TQvXIniReader* reader, TQvProgress& progress, double position,
+                  std::unordered_set<std::string>& serials);
+    void ReadVolume(TNode& node, TQvProgress& progress, double position,
+                    std::unordered_set<std::string>& serials);
+};

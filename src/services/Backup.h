@@ -1,0 +1,16 @@
+// Backups stamped with the time of the content, a bounded number of them.
+//
+// Thread-safety: as the manager's operations on the resource.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "QvServicesExport.h"
+
+/// Moves the resource into the folder "backup" beside it, as
+/// "<name>.<YYYY-MM-DD.hh-mm-ss><extension>" of its last modification in local time, after deleting
+/// the oldest backups of it so that at most `keep` remain. With `keep` 0 the resource is deleted
+/// and nothing else happens. Throws a TQvMessage when there is no such resource or the folder
+/// cannot be made; a backup that cannot be deleted and a move that fails are not reported.
+QVSERVICES_API void BackupResource(const std::string& resId, std::size_t keep);

@@ -1,0 +1,47 @@
+// Resource labels: size, time and checksum of one state of a resource, kept in its metadata
+// sidecar.
+//
+// All functions work on the global ResourceManager and answer failure with false, except that a
+// null label, and metadata that is no X-Ini document where it must be rewritten, throw a TQvMessage
+// ("@Internal logic error in ...").
+//
+// Thread-safety: as the manager's operations on the resource; two writers of one label must not run
+// at once.
+#pragma once
+
+#include <string>
+
+#include "QvServicesExport.h"
+#include "QvStd/ResourceLabel.h"
+#include "QvStd/Stream.h"
+
+/// The label of the resource as it is now; the checksum only with `computeCRC`.
+QVSERVICES_API bool ComputeResResourceLabel(const std::string& resId, TQvResourceLabel* label,
+                                            bool computeCRC);
+/// Size and checksum from an open stream, which ends up behind its content; the time is 0. When the
+/// stream cannot go to its start, false with the size set.
+QVSERVICES_API bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label);
+/// The time only; size and checksum are left as they are. With SC1 a full label for who holds an
+/// open stream.
+QVSERVICES_API bool ComputeResResourceLabelSC2(const std::string& resId, TQvResourceLabel* label);
+
+/// Whether size and time still match.
+QVSERVICES_API bool WeakCheckResResourceLabel(const TQvResourceLabel& label,
+                                              const std::string& resId);
+/// Whether size, time and checksum still match; the stream is at its start afterwards when it got
+/// as far as the checksum.
+QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
+                                                const std::string& resId, TQvStream* stream);
+
+/// The section of the sidecar that holds the label.
+QVSERVICES_API const char* MetadataResourceLabelSectionName();
+
+/// The current label: the given one (with `trustGiven`) or the stored one when size and time still
+/// match, else a new one, which is stored; a label that cannot be stored is still returned. False
+/// when there is no such resource or it cannot be read.
+QVSERVICES_API bool GetResResourceLabel(const std::string& resId, TQvResourceLabel* label,
+                                        bool trustGiven);
+/// The stored label; false, `label` unchanged, when there is none.
+QVSERVICES_API bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label);
+/// Stores the label; other sections and comments of the sidecar stay as they are.
+QVSERVICES_API bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& label);

@@ -1,0 +1,26 @@
+// The two concrete resource streams. Both are file streams that are opened after construction, by
+// who made them.
+//
+// Thread-safety: one stream belongs to one thread at a time.
+#pragma once
+
+#include <string>
+
+#include "QvStd/FileStream.h"
+#include "storage/ResStream.h"
+
+/// A resource that is a file of its own.
+class TResFileStream : public virtual TQvResStream, public virtual TQvFileStream
+{
+public:
+    explicit TResFileStream(const std::string& id);
+    unsigned Type() const override { return kStreamPlainFile; }
+};
+
+/// A resource kept inside a storage.
+class TResStorageStream : public virtual TQvResStream, public virtual TQvFileStream
+{
+public:
+    explicit TResStorageStream(const std::string& id);
+    unsigned Type() const override { return kStreamStorage; }
+};

@@ -1,0 +1,29 @@
+// A throw-away VAR folder that the configuration of this process points to while it lives.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/TempFolder.h"
+
+class TVarFolder
+{
+public:
+    /// With one profile, "Test", whose mounts are pairs of mount point and folder.
+    explicit TVarFolder(const std::vector<std::pair<std::string, std::string>>& mounts = {},
+                        bool remote = false);
+    ~TVarFolder();
+
+    const TTempFolder& Temp() const { return m_temp; }
+    std::string Path() const { return m_temp / "var"; }
+    std::string ProfileFile() const { return Path() + "/Profiles/Test/profile.x-ini"; }
+    /// Writes a file of the VAR folder.
+    void Write(const std::string& name, const std::string& content) const
+    {
+        m_temp.Write("var/" + name, content);
+    }
+
+private:
+    TTempFolder m_temp;
+};
