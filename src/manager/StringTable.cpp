@@ -27,7 +27,6 @@ constexpr TQvStringTableEntry kEnglish[] = {
     {"global.Prg_ReadProfile_name", "Reading profile \"%1%\""},
     {"global.WarnStorageGroupNotSupported", "The storage group \"%1%\" does not count in the free "
                                             "space: storage groups are not supported."},
-    {"global.ErrProfileName_name", "\"%1%\" cannot be the name of a profile."},
     {"global.MustSetVarFolder", "A VAR folder must be set."},
     {"global.MustSetDirEditRepository", "The folder of the repository must be set."},
     {"global.ErrRepositoryDirNotExists", "The folder of the repository does not exist"},

@@ -21,6 +21,8 @@ constexpr int kDetailLogLevel = 5;
 constexpr int kStorageGroupLogLevel = 3;
 constexpr int kRemoveLogLevel = 6;
 
+const std::string kBadNameText =
+    "@static void TQvCPUtils::SaveState(TQvCPUtils::TCPState &): Invalid profile name ";
 constexpr char kFirstProfile[] = "LocalProfile";
 
 /// Whether a folder of that name may lie in the profiles folder: nothing that leads elsewhere, and
@@ -206,7 +208,7 @@ void CheckSavableE(const TCPState& state)
         throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
     for (const TQvResourceProfile& profile : state.Profiles) {
         if (!IsProfileName(profile.Name))
-            throw TQvMessage(QvResourceString("global.ErrProfileName_name")) << profile.Name;
+            throw TQvMessage(kBadNameText + profile.Name);
     }
     if (!state.Remote)
         QvReadPolicyE(state.VarFolder / kPolicyFile);
