@@ -48,7 +48,7 @@ private:
     void Collect();
     void Measure();
     bool CopyItem(const std::string& source, double size);
-    bool MayOverwrite(const std::string& destination) const;
+    bool MayOverwrite(const std::string& destination);
     bool CopyOne(const std::string& source, const std::string& destination, double size);
     bool HasParent(const std::string& destination);
 
@@ -74,6 +74,7 @@ bool TExtendedCopy::Run()
             m_progress.Report(m_scale * m_done);
             if (!CopyItem(id, size)) {
                 result = false;
+                m_parentFolder.clear();
                 if (m_params.Failed != nullptr)
                     m_params.Failed->insert(id);
                 if (m_progress.UserBreak())
@@ -134,11 +135,12 @@ bool TExtendedCopy::CopyItem(const std::string& source, double size)
     return CopyOne(source, destination, size);
 }
 
-bool TExtendedCopy::MayOverwrite(const std::string& destination) const
+bool TExtendedCopy::MayOverwrite(const std::string& destination)
 {
-    return m_params.OverwriteCallback != nullptr
-               ? m_params.OverwriteCallback(destination, m_params.CallbackContext)
-               : m_params.OverwriteDefault;
+    if (m_params.OverwriteCallback == nullptr)
+        return m_params.OverwriteDefault;
+    m_parentFolder.clear(); // the callback may change anything
+    return m_params.OverwriteCallback(destination, m_params.CallbackContext);
 }
 
 bool TExtendedCopy::CopyOne(const std::string& source, const std::string& destination, double size)
