@@ -1,23 +1,12 @@
-#include <gtest/gtest.h>
-
-#include "QvStd/Message.h"
-#include "manager/ResourceManager.h"
-#include "support/TempFolder.h"
 #include "url/URLResourceHandler.h"
+#include "QvStd/Message.h"
+#include "support/MountedFolder.h"
 
 namespace
 {
-/// "/U" on the global manager.
-class URLResourceHandler : public testing::Test
+class URLResourceHandler : public TMountedFolder
 {
 protected:
-    URLResourceHandler() { ResourceManager.MountFileNodeE("/U", Temp.Path(), false); }
-    ~URLResourceHandler() override { ResourceManager.UnmountNodeE("/U", false); }
-
-    static TQvURL URL(const std::string& name) { return TQvURL("qvres:/U/" + name); }
-    std::string Disk(const std::string& name) const { return Temp / name; }
-
-    TTempFolder Temp;
     TQvURLResourceHandler Handler;
 };
 
@@ -26,26 +15,14 @@ TEST_F(URLResourceHandler, PathOfAURL)
     constexpr std::pair<const char*, const char*> kRows[] = {
         {"qvres:/My Computer/a", "/My Computer/a"},
         {"qvres:/a%20b/../c", "/a%20b/../c"}, // nothing is decoded or normalised
-        {"qvres:x", "x"},
         {"qvres:", ""},
         {"qvres", ""},
         {"QVRES:/x", ""},
         {"file:/x", ""},
-        {"", ""},
     };
     for (const auto& [url, path] : kRows)
         EXPECT_EQ(Handler.URL2Path(TQvURL(url)), path) << url;
     EXPECT_EQ(Handler.URL2Path(Handler.CreateURL("qvres:", "/My Computer/a")), "/My Computer/a");
-}
-
-TEST_F(URLResourceHandler, Opens)
-{
-    Temp.Write("x", "content");
-    const auto stream = Handler.OpenURLE(URL("x"), kQvOpenRead, kQvShareAll, 0);
-    EXPECT_EQ(stream->getSize(), 7u);
-    EXPECT_TRUE(Handler.OpenURL(URL("x"), kQvOpenRead, kQvShareAll, 0));
-    for (const char* url : {"qvres:/U/none", "qvres:/U", "qvres:x", "qvres:/U/a*", "QVRES:/U/x"})
-        EXPECT_FALSE(Handler.OpenURL(TQvURL(url), kQvOpenRead, kQvShareAll, 0)) << url;
 }
 
 TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
@@ -55,14 +32,15 @@ TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
         {9, "Err_CreateFile_name"},    {10, "Err_OpenReadFile_name"},  {11, "Err_OpenFile_name"},
         {6, "Err_OpenFile_name"},      {13, "Err_OpenFile_name"},
     };
-    for (const char* url : {"qvres:/U/no/such", "qvres:no id", "file:/x"}) {
+    for (const char* text : {"qvres:/T/no/such", "qvres:/T", "qvres:no id", "file:/x"}) {
         for (const auto& [mode, key] : kRows) {
+            EXPECT_FALSE(Handler.OpenURL(TQvURL(text), mode, kQvShareAll, 0)) << text;
             try {
-                Handler.OpenURLE(TQvURL(url), mode, kQvShareAll, 0);
-                ADD_FAILURE() << url << " in mode " << mode;
+                Handler.OpenURLE(TQvURL(text), mode, kQvShareAll, 0);
+                ADD_FAILURE() << text << " in mode " << mode;
             } catch (const TQvMessage& message) {
                 EXPECT_EQ(message.text(), key) << mode;
-                EXPECT_EQ(message.arguments(), std::vector<std::string>{url});
+                EXPECT_EQ(message.arguments(), std::vector<std::string>{text});
             }
         }
     }
@@ -75,56 +53,39 @@ TEST_F(URLResourceHandler, OpenUsesADerivedHandlersOwn)
         var_a<TQvStream*> OpenURL(const TQvURL&, qvOpenMode mode, qvShareMode share,
                                   unsigned long flags) override
         {
-            return ResourceManager.OpenResource("/U/y", mode, share, flags);
+            return ResourceManager.OpenResource("/T/y", mode, share, flags);
         }
     };
-    Temp.Write("y", "another");
+    Temp.Write("y", "");
     TDerived derived;
-    EXPECT_EQ(derived.OpenURLE(URL("none"), kQvOpenRead, kQvShareAll, 0)->InfoName(), "qvres:/U/y");
+    EXPECT_EQ(derived.OpenURLE(TQvURL("none:"), kQvOpenRead, kQvShareAll, 0)->InfoName(),
+              "qvres:/T/y");
 }
 
-TEST_F(URLResourceHandler, ForwardsToTheManager)
+TEST_F(URLResourceHandler, ForwardsInTheRightOrder)
 {
+    const TQvURL x("qvres:/T/x"), y("qvres:/T/y"), z("qvres:/T/z"), folder("qvres:/T/f");
     Temp.Write("x", "content");
     Temp.Write("x.meta", "meta");
-    EXPECT_TRUE(Handler.CreateFolder(URL("f/g")));
-    EXPECT_TRUE(Handler.IsFolder(URL("f/g")));
-    EXPECT_FALSE(Handler.IsResource(URL("f/g")));
-    EXPECT_TRUE(Handler.ResourceExists(URL("f"))) << "a folder exists, too";
-    EXPECT_FALSE(Handler.ResourceExists(URL("none")));
-    EXPECT_TRUE(Handler.CopyResource(URL("x"), URL("f/y"), nullptr));
-    EXPECT_TRUE(Handler.ResourceMetaExists(URL("f/y")));
-    EXPECT_TRUE(Handler.RenMovResource(URL("f/y"), URL("f/z"), nullptr));
-    EXPECT_TRUE(Handler.IsResource(URL("f/z")));
-    Temp.Write("w", "");
-    EXPECT_TRUE(Handler.CopyResourceMeta(URL("x"), URL("w")));
-    EXPECT_EQ(Handler.OpenResourceMeta(URL("w"), kQvOpenRead, kQvShareAll)->getSize(), 4u);
-    EXPECT_EQ(Handler.GetURLFile(URL("x"), false), Disk("x"));
-    EXPECT_EQ(Handler.GetURLFile(URL("new"), false), "");
-    EXPECT_EQ(Handler.GetURLFile(URL("new"), true), Disk("new"));
-    EXPECT_EQ(Handler.GetURLFolder(URL("x")), Disk(""));
-    EXPECT_TRUE(Handler.DeleteResource(URL("x")));
-    EXPECT_FALSE(Exists(Disk("x.meta")));
-    EXPECT_FALSE(Handler.DeleteFolder(URL("f"), false, nullptr));
-    EXPECT_TRUE(Handler.DeleteFolder(URL("f"), true, nullptr));
-}
+    EXPECT_TRUE(Handler.CopyResource(x, y, nullptr));
+    EXPECT_TRUE(Handler.RenMovResource(y, z, nullptr));
+    Temp.Write("y", "");
+    EXPECT_TRUE(Handler.CopyResourceMeta(z, y));
+    EXPECT_EQ(NamesIn(Temp.Path()),
+              (std::vector<std::string>{"x", "x.meta", "y", "y.meta", "z", "z.meta"}));
+    Temp.Write("f/in", "");
+    EXPECT_TRUE(Handler.ResourceExists(folder) && Handler.IsFolder(folder));
+    EXPECT_FALSE(Handler.IsResource(folder));
+    EXPECT_FALSE(Handler.DeleteFolder(folder, false, nullptr));
 
-TEST_F(URLResourceHandler, AttributesAndWeakLabel)
-{
-    Temp.Write("x", "content");
-    TQvResAttrib expected;
-    ASSERT_TRUE(ResourceManager.GetResourceAttr("/U/x", &expected));
     TQvURLAttrib attrib;
-    EXPECT_TRUE(Handler.GetURLAttr(URL("x"), &attrib));
+    TQvResAttrib expected;
+    ResourceManager.GetResourceAttr("/T/x", &expected);
+    EXPECT_TRUE(Handler.GetURLAttr(x, &attrib));
     EXPECT_EQ(attrib.Size, 7u);
     EXPECT_EQ(attrib.UpdateTime, expected.UpdateTime);
     EXPECT_EQ(attrib.CreationTime, expected.CreationTime);
-    EXPECT_FALSE(Handler.GetURLAttr(URL("none"), &attrib));
-    EXPECT_EQ(attrib.Size, 7u);
-    EXPECT_FALSE(Handler.GetURLAttr(TQvURL("qvres:no id"), nullptr)) << "asks nobody";
-    TQvResourceLabel label;
-    EXPECT_TRUE(Handler.GetResourceLabelWeak(URL("x"), &label));
-    EXPECT_EQ(label.Size, 7u);
-    EXPECT_EQ(label.Time, expected.UpdateTime);
+    EXPECT_FALSE(Handler.GetURLAttr(TQvURL("qvres:/T/none"), &attrib));
+    EXPECT_FALSE(Handler.GetURLAttr(TQvURL("qvres:no id"), nullptr)) << "the manager would throw";
 }
 } // namespace
