@@ -154,7 +154,6 @@ TEST_F(Labels, GetTakesTheCheapestGoodOne)
 TEST_F(Labels, LogicErrors)
 {
     TQvResourceLabel label;
-    TQvFileStream stream;
     const std::string broken = "[open\n" + std::string(300, 'x');
     Temp.Write("r.meta", broken);
     EXPECT_EQ(LogicError([&] { WriteResResourceLabel("/T/r", label); }),
@@ -165,8 +164,6 @@ TEST_F(Labels, LogicErrors)
     EXPECT_EQ(LogicError([] { ComputeResResourceLabel("/T/r", nullptr, true); }),
               "bool ComputeResResourceLabel(const std::__cxx11::string &, TQvResourceLabel *, "
               "bool): rlabel");
-    EXPECT_EQ(LogicError([&] { ComputeResResourceLabelSC1(&stream, nullptr); }),
-              "bool ComputeResResourceLabelSC1(TQvStream *, TQvResourceLabel *): rlabel");
     EXPECT_EQ(LogicError([] { ComputeResResourceLabelSC2("/T/r", nullptr); }),
               "bool ComputeResResourceLabelSC2(const std::__cxx11::string &, TQvResourceLabel "
               "*): rlabel");

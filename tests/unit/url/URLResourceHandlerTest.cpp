@@ -64,7 +64,7 @@ TEST_F(URLResourceHandler, OpenUsesADerivedHandlersOwn)
 
 TEST_F(URLResourceHandler, ForwardsInTheRightOrder)
 {
-    const TQvURL x("qvres:/T/x"), y("qvres:/T/y"), z("qvres:/T/z"), folder("qvres:/T/f");
+    const TQvURL x("qvres:/T/x"), y("qvres:/T/y"), z("qvres:/T/z");
     Temp.Write("x", "content");
     Temp.Write("x.meta", "meta");
     EXPECT_TRUE(Handler.CopyResource(x, y, nullptr));
@@ -73,11 +73,6 @@ TEST_F(URLResourceHandler, ForwardsInTheRightOrder)
     EXPECT_TRUE(Handler.CopyResourceMeta(z, y));
     EXPECT_EQ(NamesIn(Temp.Path()),
               (std::vector<std::string>{"x", "x.meta", "y", "y.meta", "z", "z.meta"}));
-    Temp.Write("f/in", "");
-    EXPECT_TRUE(Handler.ResourceExists(folder) && Handler.IsFolder(folder));
-    EXPECT_FALSE(Handler.IsResource(folder));
-    EXPECT_FALSE(Handler.DeleteFolder(folder, false, nullptr));
-
     TQvURLAttrib attrib;
     TQvResAttrib expected;
     ResourceManager.GetResourceAttr("/T/x", &expected);
