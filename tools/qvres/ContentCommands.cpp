@@ -56,36 +56,34 @@ void Meta(THost& host, const std::string& id)
     WriteContent(host, *stream, id);
 }
 
-struct TSourceTarget
+/// What cp and mv differ in.
+struct TTransfer
 {
-    std::string Source;
-    std::string Target;
+    bool (TResourceManager::*Operation)(const std::string&, const std::string&,
+                                        TQvProgressHandler*) const;
+    const char* Doing;
+    const char* Done;
+    const char* FolderAdvice;
 };
 
-void Copy(THost& host, const TSourceTarget& ids)
-{
-    const TResourceManager& tree = host.Session.Tree();
-    RequireResource(tree, ids.Source, "\"qvres copy\" copies folders");
-    RequireTarget(tree, ids.Target);
-    TQvProgress progress(&host.Progress);
-    progress.SetMessage("Copying " + ids.Source);
-    progress.Start();
-    errno = 0;
-    if (!tree.CopyResource(ids.Source, ids.Target, &host.Progress))
-        ThrowFailed(Quoted(ids.Source) + " cannot be copied to " + Quoted(ids.Target), errno);
-}
+constexpr TTransfer kCopy = {&TResourceManager::CopyResource, "Copying ", "copied",
+                             "\"qvres copy\" copies folders"};
+constexpr TTransfer kMove = {&TResourceManager::RenMovResource, "Moving ", "moved",
+                             "\"qvres rename\" renames folders"};
 
-void Move(THost& host, const TSourceTarget& ids)
+void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
+              const std::string& target)
 {
     const TResourceManager& tree = host.Session.Tree();
-    RequireResource(tree, ids.Source, "\"qvres rename\" renames folders");
-    RequireTarget(tree, ids.Target);
+    RequireResource(tree, source, transfer.FolderAdvice);
+    RequireTarget(tree, target);
     TQvProgress progress(&host.Progress);
-    progress.SetMessage("Moving " + ids.Source);
+    progress.SetMessage(transfer.Doing + source);
     progress.Start();
     errno = 0;
-    if (!tree.RenMovResource(ids.Source, ids.Target, &host.Progress))
-        ThrowFailed(Quoted(ids.Source) + " cannot be moved to " + Quoted(ids.Target), errno);
+    if (!(tree.*transfer.Operation)(source, target, &host.Progress))
+        ThrowFailed(Quoted(source) + " cannot be " + transfer.Done + " to " + Quoted(target),
+                    errno);
 }
 
 void Remove(THost& host, const std::string& id)
@@ -97,14 +95,13 @@ void Remove(THost& host, const std::string& id)
         ThrowFailed(Quoted(id) + " cannot be removed", errno);
 }
 
-using TSourceTargetAction = void (*)(THost&, const TSourceTarget&);
-
-void AddSourceTarget(CLI::App* command, THost& host, TSourceTargetAction action)
+void AddTransfer(CLI::App* command, THost& host, const TTransfer& transfer)
 {
-    const auto ids = std::make_shared<TSourceTarget>();
-    command->add_option("SRC", ids->Source, "The resource")->required();
-    command->add_option("DST", ids->Target, "The id to write it to")->required();
-    command->callback([&host, ids, action] { action(host, *ids); });
+    const auto ids = std::make_shared<std::pair<std::string, std::string>>();
+    command->add_option("SRC", ids->first, "The resource")->required();
+    command->add_option("DST", ids->second, "The id to write it to")->required();
+    command->callback(
+        [&host, ids, &transfer] { Transfer(host, transfer, ids->first, ids->second); });
 }
 } // namespace
 
@@ -116,15 +113,15 @@ void AddContentCommands(CLI::App& app, THost& host)
     cat->add_option("ID", *ids, "Resources")->required();
     cat->callback([&host, ids] { Cat(host, *ids); });
 
-    AddSourceTarget(
-        AddCommand(app, "cp", "Copy one resource with its metadata; an existing target is replaced",
-                   "  qvres cp /Data/a /Backup/a"),
-        host, &Copy);
-    AddSourceTarget(AddCommand(app, "mv",
-                               "Move or rename one resource with its metadata; an existing target "
-                               "is replaced",
-                               "  qvres mv /Data/a /Data/b"),
-                    host, &Move);
+    AddTransfer(AddCommand(app, "cp",
+                           "Copy one resource with its metadata; an existing target is replaced",
+                           "  qvres cp /Data/a /Backup/a"),
+                host, kCopy);
+    AddTransfer(AddCommand(app, "mv",
+                           "Move or rename one resource with its metadata; an existing target "
+                           "is replaced",
+                           "  qvres mv /Data/a /Data/b"),
+                host, kMove);
 
     const auto id = std::make_shared<std::string>();
     CLI::App* remove =
