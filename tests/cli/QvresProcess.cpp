@@ -78,5 +78,5 @@ std::string TQvresTest::Bad(const TArgs& args, int status) const
     EXPECT_EQ(result.Status, status) << args.front();
     EXPECT_EQ(result.Err.substr(0, 7), "qvres: ");
     EXPECT_EQ(result.Err.find('\n'), result.Err.size() - 1) << "one line";
-    return result.Err.substr(7, result.Err.size() - 8);
+    return result.Err.size() < 8 ? result.Err : result.Err.substr(7, result.Err.size() - 8);
 }

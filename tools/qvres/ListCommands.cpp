@@ -132,7 +132,7 @@ TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options)
     const std::string id = QvExcludeTrailingSlash(options.Id);
     const auto items = make_var<std::vector<TQvResFindItem>>();
     CheckId(id);
-    if (tree.IsResource(options.Id)) {
+    if (options.Id.back() != '/' && tree.IsResource(id)) {
         items->push_back(ItemOf(tree, id));
         return items;
     }
