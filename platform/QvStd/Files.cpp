@@ -47,9 +47,14 @@ std::size_t NextEnd(const std::string& path, std::size_t end)
 
 bool QvGetFileInfo(const std::string& path, TQvFileInfo* info)
 {
+    return QvGetFileInfoAt(AT_FDCWD, path.c_str(), info);
+}
+
+bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
+{
     struct statx status = {};
     constexpr unsigned kWanted = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_BTIME;
-    if (statx(AT_FDCWD, path.c_str(), AT_STATX_SYNC_AS_STAT, kWanted, &status) != 0)
+    if (statx(folderDescriptor, name, AT_STATX_SYNC_AS_STAT, kWanted, &status) != 0)
         return false;
     const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
     const struct statx_timestamp& born = hasBirth ? status.stx_btime : status.stx_ctime;
@@ -59,6 +64,14 @@ bool QvGetFileInfo(const std::string& path, TQvFileInfo* info)
     info->UpdateTime = TQvDateTime::FromTimespec(status.stx_mtime.tv_sec, status.stx_mtime.tv_nsec);
     info->CreationTime = TQvDateTime::FromTimespec(born.tv_sec, born.tv_nsec);
     return true;
+}
+
+bool QvIsSameFile(const std::string& a, const std::string& b)
+{
+    struct stat statusA = {};
+    struct stat statusB = {};
+    return Look(a, &statusA) && Look(b, &statusB) && statusA.st_dev == statusB.st_dev &&
+           statusA.st_ino == statusB.st_ino;
 }
 
 bool QvFileExists(const std::string& path)
