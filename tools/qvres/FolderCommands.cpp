@@ -98,7 +98,8 @@ void RenameFolder(THost& host, const std::string& givenId, const std::string& ne
     try {
         tree.RenameFolderE(id, newName);
     } catch (const TQvMessage& message) {
-        throw TFailure(Quoted(id) + ": " + message.what());
+        const std::string text = message.what(); // not each of them names the folder
+        throw TFailure(text.find(id) == std::string::npos ? Quoted(id) + ": " + text : text);
     }
 }
 } // namespace
