@@ -226,6 +226,21 @@ bool QvIsValidResId(const std::string& id, bool forbidWildcards)
            id.find("//") == std::string::npos;
 }
 
+bool QvCheckAndNormalizeResId(const std::string& id, bool forbidWildcards, char* normal)
+{
+    unsigned classes = kOrdinary;
+    unsigned doubled = 0;
+    char before = '\0';
+    for (const char c : id) {
+        classes |= kCharacterClasses[static_cast<unsigned char>(c)];
+        doubled |= static_cast<unsigned>(c == '/') & static_cast<unsigned>(before == '/');
+        before = c;
+        *normal++ = QvToUpper(c);
+    }
+    const unsigned refused = kControl | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
+    return id.empty() || (id.front() == '/' && (classes & refused) == 0 && doubled == 0);
+}
+
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards)
 {
     const unsigned refused = kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
