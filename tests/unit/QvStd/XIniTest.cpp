@@ -291,11 +291,15 @@ TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
 TEST_F(XIni, NamesThatWouldNotComeBackAreRefused)
 {
     m_folder.Write("file.x-ini", "old");
+    const std::string prefix = "\"" + m_path.toSysStr() + "\" cannot be written: ";
     for (const char* name : {"", " a", "a\t", "a=b", ";a", "[a", "a\nb"}) {
         const auto writer = GetXIniWriter(m_path);
         EXPECT_FALSE(writer->WriteS(name, 1)) << name;
-        EXPECT_EQ(Thrown([&] { writer->CommitE(); }), Thrown([&] { writer->RaiseErrorE(); }))
-            << "it would be incomplete";
+        const std::string reason =
+            *name == '\0' ? "a key has no name."
+                          : "\"" + std::string(name) + "\" cannot be the name of a key.";
+        EXPECT_EQ(Thrown([&] { writer->RaiseErrorE(); }), prefix + reason);
+        EXPECT_EQ(Thrown([&] { writer->CommitE(); }), prefix + reason) << "it would be incomplete";
     }
     for (const char* name : {"", "/a", "a[", "a]", "a\rb"}) {
         const auto writer = GetXIniWriter(m_path);
@@ -305,8 +309,7 @@ TEST_F(XIni, NamesThatWouldNotComeBackAreRefused)
     for (int i = 0; i < 64; ++i)
         writer->BeginSectionSE("s");
     EXPECT_EQ(Thrown([&] { writer->BeginSectionSE("s"); }),
-              "\"" + m_path.toSysStr() +
-                  "\" cannot be written: sections would be nested more than 64 levels deep.");
+              prefix + "sections would be nested more than 64 levels deep.");
     EXPECT_EQ(ReadFile(m_path.toSysStr()), "old");
 }
 
