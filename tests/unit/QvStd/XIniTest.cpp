@@ -308,7 +308,8 @@ TEST_F(XIni, NamesThatWouldNotComeBackAreRefused)
     const auto writer = GetXIniWriter(m_path);
     for (int i = 0; i < 64; ++i)
         writer->BeginSectionSE("s");
-    EXPECT_THROW(writer->BeginSectionSE("s"), TQvMessage);
+    EXPECT_EQ(Thrown([&] { writer->BeginSectionSE("s"); }),
+              prefix + "sections would be nested more than 64 levels deep.");
     EXPECT_EQ(ReadFile(m_path.toSysStr()), "old");
 }
 
