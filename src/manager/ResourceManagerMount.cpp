@@ -28,28 +28,21 @@ constexpr char kUnmountNodeE[] =
     throw TQvMessage(operation + reason);
 }
 
-/// The upper-cased form of an id, on the stack where it fits.
+/// Room for the normal form of an id, on the stack where it fits.
 class TNormalId
 {
 public:
-    explicit TNormalId(const std::string& id) : m_length(id.size())
+    explicit TNormalId(std::size_t length) : m_length(length)
     {
-        char* target = m_buffer;
-        if (m_length > sizeof m_buffer) {
-            m_long.resize(m_length);
-            target = m_long.data();
-        }
-        std::transform(id.begin(), id.end(), target, QvToUpper);
-        m_text = target;
+        if (length > sizeof m_short)
+            m_long.resize(length);
     }
-    TNormalId(const TNormalId&) = delete;
-    TNormalId& operator=(const TNormalId&) = delete;
-    operator std::string_view() const { return {m_text, m_length}; }
+    char* Data() { return m_long.empty() ? m_short : m_long.data(); }
+    operator std::string_view() { return {Data(), m_length}; }
 
 private:
     std::size_t m_length;
-    const char* m_text;
-    char m_buffer[256];
+    char m_short[256];
     std::string m_long;
 };
 } // namespace
@@ -68,9 +61,10 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
                                                            bool forbidWildcards,
                                                            bool skipExactMountPoint) const
 {
-    if (!QvIsValidResId(id, forbidWildcards))
+    TNormalId normalId(id.size());
+    if (!QvCheckAndNormalizeResId(id, forbidWildcards, normalId.Data()))
         Throw(kGetNode4Id, "Invalid resource id " + id);
-    const PTMountNode node = FindNode(TNormalId(id), skipExactMountPoint);
+    const PTMountNode node = FindNode(normalId, skipExactMountPoint);
     if (node == nullptr && throwIfNone)
         Throw(kGetNode4Id, "Mount node not found for id " + id);
     return node;
@@ -82,16 +76,22 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
 TResourceManager::PTMountNode TResourceManager::FindNode(std::string_view normalId,
                                                          bool skipExactMountPoint) const
 {
-    std::size_t length = normalId.size();
-    if (skipExactMountPoint)
-        length = normalId.empty() ? std::string_view::npos : normalId.rfind('/', length);
-    while (length != std::string_view::npos) {
-        const auto found = m_nodesByNormalId.find(normalId.substr(0, length));
-        if (found != m_nodesByNormalId.end())
-            return found->second;
-        length = length == 0 ? std::string_view::npos : normalId.rfind('/', length - 1);
-    }
+    if (!skipExactMountPoint)
+        if (const PTMountNode node = NodeMountedAt(normalId))
+            return node;
+    for (std::size_t i = normalId.size(); i-- > 0;)
+        if (normalId[i] == '/')
+            if (const PTMountNode node = NodeMountedAt(normalId.substr(0, i)))
+                return node;
     return nullptr;
+}
+
+TResourceManager::PTMountNode TResourceManager::NodeMountedAt(std::string_view normalId) const
+{
+    if (normalId.size() >= m_lengthsInUse.size() || !m_lengthsInUse[normalId.size()])
+        return nullptr;
+    const auto found = m_nodesByNormalId.find(normalId);
+    return found != m_nodesByNormalId.end() ? found->second : nullptr;
 }
 
 void TResourceManager::RefreshNodeMaps()
@@ -104,13 +104,16 @@ void TResourceManager::RefreshNodeMaps()
         m_nodeLengths.emplace(mountPoint.size(), i);
         m_nodeIds[QvNormalizeResId(mountPoint)] = i;
     }
+    m_lengthsInUse.assign(m_nodeLengths.empty() ? 0 : m_nodeLengths.rbegin()->first + 1, false);
+    for (const auto& [length, index] : m_nodeLengths)
+        m_lengthsInUse[length] = true;
     for (const auto& [normalId, index] : m_nodeIds)
         m_nodesByNormalId.emplace(normalId, m_mountNodes[index].get());
 }
 
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
-    return m_nodesByNormalId.count(TNormalId(id)) != 0;
+    return NodeMountedAt(QvNormalizeResId(id)) != nullptr;
 }
 
 bool TResourceManager::CanMountPersistent() const
