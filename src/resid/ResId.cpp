@@ -28,7 +28,8 @@ enum : unsigned char
     kOrdinary = 0,
     kWildcard = 1,
     kForbidden = 2,
-    kControl = 4
+    kControl = 4,
+    kSlash = 8
 };
 
 constexpr std::array<unsigned char, 256> MakeCharacterClasses()
@@ -40,6 +41,7 @@ constexpr std::array<unsigned char, 256> MakeCharacterClasses()
         classes[static_cast<unsigned char>(c)] = kForbidden;
     for (const char c : {'*', '?'})
         classes[static_cast<unsigned char>(c)] = kWildcard;
+    classes['/'] = kSlash;
     return classes;
 }
 
@@ -229,20 +231,21 @@ bool QvIsValidResId(const std::string& id, bool forbidWildcards)
 bool QvCheckAndNormalizeResId(const std::string& id, bool forbidWildcards, char* normal)
 {
     unsigned classes = kOrdinary;
-    unsigned doubled = 0;
-    char before = '\0';
+    unsigned doubled = kOrdinary;
+    unsigned before = kOrdinary;
     for (const char c : id) {
-        classes |= kCharacterClasses[static_cast<unsigned char>(c)];
-        doubled |= static_cast<unsigned>(c == '/') & static_cast<unsigned>(before == '/');
-        before = c;
+        const unsigned own = kCharacterClasses[static_cast<unsigned char>(c)];
+        classes |= own;
+        doubled |= own & before;
+        before = own;
         *normal++ = QvToUpper(c);
     }
     const unsigned refused = kControl | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
-    return id.empty() || (id.front() == '/' && (classes & refused) == 0 && doubled == 0);
+    return id.empty() || (id.front() == '/' && (classes & refused) == 0 && (doubled & kSlash) == 0);
 }
 
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards)
 {
-    const unsigned refused = kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
-    return !name.empty() && (ClassesIn(name) & refused) == 0 && name.find('/') == std::string::npos;
+    const unsigned refused = kSlash | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
+    return !name.empty() && (ClassesIn(name) & refused) == 0;
 }
