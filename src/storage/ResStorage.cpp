@@ -1,0 +1,355 @@
+#include "storage/ResStorage.h"
+
+#include <algorithm>
+
+#include "QvStd/Clock.h"
+#include "QvStd/Files.h"
+#include "QvStd/Log.h"
+#include "QvStd/Message.h"
+#include "QvStd/Strings.h"
+#include "manager/ResourceManager.h"
+#include "resid/ResId.h"
+#include "storage/JournalFormat.h"
+
+namespace
+{
+constexpr int kLevelRead = 3; ///< retries and read failures
+constexpr int kLevelWrite = 5;
+constexpr int kBusy = -13;
+constexpr std::uint32_t kRetryPauseMs = 100;
+
+bool IsControl(char c)
+{
+    return static_cast<unsigned char>(c) < 0x20;
+}
+
+/// Whether a journal line can hold `id`: a control character could end the line, and the name is
+/// split off at the last "?".
+bool IsStorable(const std::string& id)
+{
+    return id.find(kNameMark) == std::string::npos && std::none_of(id.begin(), id.end(), IsControl);
+}
+
+void AppendCheckpoint(std::string* text)
+{
+    *text += Korvadel::ssprintf("%c%08X", kCheckpointMark, JournalChecksum(*text));
+    *text += kLineEnd;
+}
+
+bool HasMetaExtension(const std::string& name)
+{
+    return name.size() >= kMetaExtension.size() &&
+           toupper_locale(name.substr(name.size() - kMetaExtension.size())) ==
+               toupper_locale(kMetaExtension);
+}
+} // namespace
+
+struct TResStorage::TMessages
+{
+    const char* NotLocked;
+    const char* Busy = nullptr;
+    const char* NotOpened = nullptr;
+    const char* Refused = nullptr;
+
+    static const TMessages LoadDir;
+    static const TMessages DoLoadDir;
+    static const TMessages RecreateDir;
+    static const TMessages SaveDir;
+    static const TMessages AddResourceRecord;
+    static const TMessages DeleteResourceRecord;
+    static const TMessages MergeDir;
+};
+
+const TResStorage::TMessages TResStorage::TMessages::LoadDir{
+    "TResStorage::LoadDir(): error locking storage (%1%)"};
+const TResStorage::TMessages TResStorage::TMessages::DoLoadDir{
+    "TResStorage::DoLoadDir(): error locking storage (%1%)",
+    "TResStorage::DoLoadDir(): Storage (%1%) dir busy, retrying",
+    "TResStorage::DoLoadDir(): Storage (%1%) dir open failure"};
+const TResStorage::TMessages TResStorage::TMessages::RecreateDir{
+    "TResStorage::RecreateDir(): error locking storage (%1%)", nullptr, nullptr,
+    "TResStorage::RecreateDir(): Storage (%1%) cannot hold the id (%2%)"};
+const TResStorage::TMessages TResStorage::TMessages::SaveDir{
+    "TResStorage::SaveDir(): error locking storage (%1%)",
+    "TResStorage::SaveDir(): Storage (%1%) dir busy, retrying",
+    "TResStorage::SaveDir(): error writing storage (%1%)"};
+const TResStorage::TMessages TResStorage::TMessages::AddResourceRecord{
+    "TResStorage::AddResourceRecord(): error locking storage (%1%)",
+    "TResStorage::AddResourceRecord(): Storage (%1%) dir busy, retrying",
+    "TResStorage::AddResourceRecord(): error writing storage (%1%)",
+    "TResStorage::AddResourceRecord(): Storage (%1%) cannot hold the id (%2%)"};
+const TResStorage::TMessages TResStorage::TMessages::DeleteResourceRecord{
+    "TResStorage::DeleteResourceRecord(): error locking storage (%1%)",
+    "TResStorage::DeleteResourceRecord(): Storage (%1%) dir busy, retrying",
+    "TResStorage::DeleteResourceRecord(): error writing storage (%1%)",
+    "TResStorage::DeleteResourceRecord(): Storage (%1%) cannot hold the id (%2%)"};
+const TResStorage::TMessages TResStorage::TMessages::MergeDir{
+    "TResStorage::MergeDir(): error locking storage (%1%)"};
+
+TQvPath TResStorage::DirFile() const
+{
+    return TQvPath(QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kJournalFileName);
+}
+
+TQvPath TResStorage::XIniFile() const
+{
+    return TQvPath(QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageXIniFileName);
+}
+
+bool TResStorage::LoadDir(const TLocker& given)
+{
+    TLocker locker = given;
+    if (!Lock(&locker, false, TMessages::LoadDir))
+        return false;
+    if (DoLoadDir(locker))
+        return true;
+    // When two processes find the journal broken at once, one of them is refused the exclusive
+    // lock and keeps the other one waiting: it steps aside and loads what the other has rebuilt.
+    if (!RecreateDir(locker) && !given)
+        locker.reset();
+    return DoLoadDir(locker);
+}
+
+bool TResStorage::DoLoadDir(const TLocker& given)
+{
+    TLocker locker = given;
+    if (!Lock(&locker, false, TMessages::DoLoadDir))
+        return false;
+    m_dir.clear();
+    std::size_t size = 0;
+    const std::unique_ptr<char[]> bytes = ReadDirFile(&size);
+    if (!bytes)
+        return false;
+    const TJournalReading reading = ReadJournal({bytes.get(), size}, &m_dir);
+    if (reading.State != TJournalState::Whole)
+        return false;
+    // What is rewritten is what was read: nobody else writes between a shared hold and the
+    // exclusive one that it becomes. The result is ignored, because the map is loaded either way.
+    if (reading.Checkpoints > ResourceManager.Config().StDirChangeCount2Merge)
+        SaveDir(locker);
+    return true;
+}
+
+std::unique_ptr<char[]> TResStorage::ReadDirFile(std::size_t* size)
+{
+    TQvFileStream stream;
+    Open(&stream, kQvOpenRead, kQvOpenRead, TMessages::DoLoadDir);
+    if (!stream) {
+        // A journal that is not there is no failure to tell; it is looked for only now, because it
+        // nearly always is there.
+        if (QvFileExists(DirFile()))
+            Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
+        return nullptr;
+    }
+    NoteDirFile(stream);
+    std::size_t got = TQvStream::invalid_value;
+    std::unique_ptr<char[]> bytes;
+    if (m_dirSize != TQvStream::invalid_value64) {
+        bytes.reset(new char[m_dirSize + 1]); // make_unique would clear it
+        got = stream.Read(bytes.get(), m_dirSize);
+    }
+    if (got == TQvStream::invalid_value) {
+        Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
+        return nullptr;
+    }
+    *size = got;
+    return bytes;
+}
+
+bool TResStorage::RecreateDir(const TLocker& given)
+{
+    TLocker locker = given;
+    if (!Lock(&locker, true, TMessages::RecreateDir))
+        return false;
+    return ListContent() && SaveDir(locker);
+}
+
+bool TResStorage::ListContent()
+{
+    const std::string content =
+        QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
+    QvCreateDirectory(content);
+    m_dir.clear();
+    try {
+        for (const std::string& path : QvFindFiles(content, "*.*", true, true))
+            ListFound(path, content.size());
+        return true;
+    } catch (const TQvMessage& unreadable) {
+        // Half a listing must not become the journal.
+        QvLogWriteInfo(unreadable, kLevelWrite, 0);
+        return false;
+    }
+}
+
+void TResStorage::ListFound(const std::string& path, std::size_t contentLength)
+{
+    std::string id = path.substr(contentLength);
+    if (HasMetaExtension(id))
+        return;
+    // Backslashes part the folders of a storage's names. Where paths have none, the name is the
+    // whole relative part with its leading "/": readers of rebuilt journals know it so.
+    std::string name = id.substr(id.rfind('\\') + 1);
+    if (!IsStorable(id)) {
+        QvLogWriteInfo(TQvMessage(TMessages::RecreateDir.Refused) << Name << id, kLevelWrite, 0);
+        return;
+    }
+    if (QvDirExists(path))
+        id += '/';
+    std::replace(id.begin(), id.end(), '\\', '/');
+    m_dir[QvNormalizeResId(id)] = std::move(name);
+}
+
+bool TResStorage::SaveDir(const TLocker& given)
+{
+    TLocker locker = given;
+    if (!Lock(&locker, true, TMessages::SaveDir))
+        return false;
+    const std::string text = TextOfDir();
+    TQvFileStream stream;
+    // The retry opens without truncating: what keeps the file busy is never cut away under it.
+    Open(&stream, kQvOpenCreate, kQvOpenAppend, TMessages::SaveDir);
+    if (!stream) {
+        Log(TMessages::SaveDir.NotOpened, kLevelWrite);
+        return false;
+    }
+    stream.Write(text.data(), text.size());
+    // After a retry the old content may reach further than what was written.
+    if (stream.getSize() > stream.getPosition())
+        stream.setSize(stream.getPosition());
+    NoteDirFile(stream);
+    stream.Flush();
+    stream.Close();
+    return true;
+}
+
+std::string TResStorage::TextOfDir() const
+{
+    std::string text;
+    // The journal as loaded is hardly ever shorter than the same rewritten.
+    text.reserve(static_cast<std::size_t>(m_dirSize) + 64);
+    text += Korvadel::ssprintf("%c%08X", kStampMark, QvGetTickCount());
+    text += kLineEnd;
+    text += StorageSgn;
+    for (const auto& [key, name] : m_dir) {
+        const std::size_t start = text.size();
+        text.append(key).append(1, kNameMark).append(name).append(kLineEnd);
+        // In place: QvNormalizeResId would make a string for each record.
+        const auto id = text.begin() + static_cast<std::ptrdiff_t>(start);
+        std::transform(id, id + static_cast<std::ptrdiff_t>(key.size()), id, QvToUpper);
+    }
+    AppendCheckpoint(&text);
+    return text;
+}
+
+bool TResStorage::AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given)
+{
+    if (!CanHold(id, TMessages::AddResourceRecord))
+        return false;
+    std::string line = QvNormalizeResId(id);
+    if (isFolder)
+        line += '/';
+    line.append(1, kNameMark).append(QvExtractResName(id));
+    return Append(std::move(line), given, TMessages::AddResourceRecord);
+}
+
+bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, const TLocker& given)
+{
+    if (!CanHold(id, TMessages::DeleteResourceRecord))
+        return false;
+    std::string line = QvNormalizeResId(id);
+    line.front() = kRemovalMark;
+    if (isFolder)
+        line += '/';
+    return Append(std::move(line), given, TMessages::DeleteResourceRecord);
+}
+
+bool TResStorage::CanHold(const std::string& id, const TMessages& messages) const
+{
+    // Readers trim a line: without its blank an id would name another resource.
+    if (QvIsAbsoluteResId(id) && IsStorable(id) && id.back() != ' ')
+        return true;
+    QvLogWriteInfo(TQvMessage(messages.Refused) << Name << id, kLevelWrite, 0);
+    return false;
+}
+
+bool TResStorage::Append(std::string line, const TLocker& given, const TMessages& messages)
+{
+    line += kLineEnd;
+    AppendCheckpoint(&line);
+    TLocker locker = given;
+    if (!Lock(&locker, true, messages))
+        return false;
+    TQvFileStream stream;
+    Open(&stream, kQvOpenAppend, kQvOpenAppend, messages);
+    if (!stream) {
+        Log(messages.NotOpened, kLevelWrite);
+        return false;
+    }
+    // The end is looked for under the lock, and one write takes both lines.
+    stream.setPosition(stream.getSize());
+    stream.Write(line.data(), line.size());
+    NoteDirFile(stream);
+    stream.Flush();
+    stream.Close();
+    return true;
+}
+
+bool TResStorage::DirChanged() const
+{
+    const TQvPath file = DirFile();
+    return QvGetFileSize(file) != m_dirSize || GetUnixFileTime(file) != m_dirTime;
+}
+
+bool TResStorage::LoadDirUpdate(const TLocker& /*given*/)
+{
+    return false;
+}
+
+bool TResStorage::MergeDir(const TLocker& given)
+{
+    TLocker locker = given;
+    if (!Lock(&locker, true, TMessages::MergeDir))
+        return false;
+    if (LoadDir(locker))
+        SaveDir(locker);
+    return true;
+}
+
+bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messages) const
+{
+    if (!*locker)
+        *locker = TStorageLocker::VCreate(*this, forWriting);
+    else if (forWriting)
+        (*locker)->Relock(true);
+    // A refused change keeps the shared hold, which is no leave to write.
+    if (**locker && (!forWriting || (*locker)->IsExclusive()))
+        return true;
+    Log(messages.NotLocked, kLevelWrite);
+    return false;
+}
+
+void TResStorage::Log(const char* text, int level) const
+{
+    QvLogWriteInfo(TQvMessage(text) << Name, level, 0);
+}
+
+void TResStorage::Open(TQvFileStream* stream, qvOpenMode mode, qvOpenMode retryMode,
+                       const TMessages& messages) const
+{
+    const std::string file = DirFile().toSysStr();
+    if (stream->Open(file, mode, kQvShareAll) || stream->getError() != kBusy)
+        return;
+    Log(messages.Busy, kLevelRead);
+    const std::uint32_t firstFailure = QvGetTickCount();
+    while (!*stream &&
+           QvGetTickCount() - firstFailure < ResourceManager.Config().StDirLockTimeout) {
+        if (!stream->Open(file, retryMode, kQvShareAll))
+            QvSleep(kRetryPauseMs);
+    }
+}
+
+void TResStorage::NoteDirFile(const TQvFileStream& stream)
+{
+    m_dirSize = stream.getSize();
+    m_dirTime = GetUnixFileTime(DirFile());
+}
