@@ -1,0 +1,232 @@
+#include "QvStd/LockFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <string_view>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "QvStd/Strings.h"
+
+namespace
+{
+// The lock itself is one byte of the file, and an upgrade that waits holds the next one. Neither
+// byte needs to exist, and locking it never changes it.
+constexpr off_t kLockByte = 0;
+constexpr off_t kIntentByte = 1;
+
+constexpr std::string_view kNotePrefix = "lock held by ";
+constexpr std::size_t kMaxNote = 512;
+constexpr std::size_t kMaxOwner = 200;
+
+/// Waits in short sleeps that grow, so that a short hold is noticed soon and a long one is cheap.
+class TWaiting
+{
+public:
+    explicit TWaiting(unsigned long timeoutMs) : m_left(static_cast<double>(timeoutMs)) {}
+
+    /// Sleeps; false without a sleep when the time is over.
+    bool Sleep()
+    {
+        // The clock is first asked here, so that an uncontended lock never does.
+        const TClock::time_point now = TClock::now();
+        if (m_before != TClock::time_point())
+            m_left -= TMilliseconds(now - m_before).count();
+        m_before = now;
+        if (m_left <= 0)
+            return false;
+        std::this_thread::sleep_for(TMilliseconds(std::min(m_pause, m_left)));
+        m_pause = std::min(m_pause * 2, 10.0);
+        return true;
+    }
+
+private:
+    using TClock = std::chrono::steady_clock;
+    using TMilliseconds = std::chrono::duration<double, std::milli>;
+    TClock::time_point m_before;
+    double m_left;
+    double m_pause = 0.05;
+};
+
+/// Takes, changes or drops (F_UNLCK) the lock on one byte without waiting. A change is atomic: when
+/// it is refused, what was held stays held. 0 or a negative errno.
+int SetLock(int descriptor, off_t byte, short kind)
+{
+    struct flock lock = {};
+    lock.l_type = kind;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = byte;
+    lock.l_len = 1;
+    return fcntl(descriptor, F_OFD_SETLK, &lock) == 0 ? 0 : -errno;
+}
+
+/// Whether somebody else waits for an upgrade. An error counts as nobody: taking the lock meets it
+/// again and tells.
+bool UpgradeWaits(int descriptor)
+{
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    lock.l_start = kIntentByte;
+    lock.l_len = 1;
+    return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+int OpenOrCreate(const std::string& path, bool readOnlyWillDo)
+{
+    // O_NONBLOCK, so that a FIFO or a device answers at once. Creating is a second try: with
+    // O_CREAT the kernel refuses to open other people's files in shared temporary folders.
+    constexpr int kFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    int descriptor = open(path.c_str(), O_RDWR | kFlags);
+    if (descriptor < 0 && errno == ENOENT)
+        descriptor = open(path.c_str(), O_RDWR | O_CREAT | kFlags, 0666);
+    const bool writeRefused =
+        descriptor < 0 && (errno == EACCES || errno == EPERM || errno == EROFS);
+    if (writeRefused && readOnlyWillDo)
+        descriptor = open(path.c_str(), O_RDONLY | kFlags);
+    return descriptor;
+}
+
+std::string MakeNote(const std::string& owner)
+{
+    std::string name = owner.substr(0, kMaxOwner);
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
+    const std::time_t now = std::time(nullptr);
+    std::tm parts = {};
+    gmtime_r(&now, &parts);
+    char stamp[32];
+    const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &parts);
+
+    std::string note(kNotePrefix);
+    note.append("owner=").append(name).append(" pid=").append(std::to_string(getpid()));
+    note.append(" time=").append(stamp, length).append("\n");
+    return note;
+}
+} // namespace
+
+TQvLockFile::TQvLockFile(const std::string& path, bool forWriting, const std::string& owner,
+                         unsigned long timeoutMs)
+    : m_path(path), m_owner(owner), m_timeoutMs(timeoutMs)
+{
+    Acquire(forWriting);
+}
+
+TQvLockFile::~TQvLockFile()
+{
+    CloseFile();
+}
+
+var_a<TQvLockFile*> TQvLockFile::VCreate(const std::string& path, bool forWriting,
+                                         const std::string& owner, unsigned long timeoutMs)
+{
+    return make_var<TQvLockFile>(path, forWriting, owner, timeoutMs);
+}
+
+bool TQvLockFile::Relock(bool forWriting)
+{
+    if (!m_held)
+        return Acquire(forWriting);
+    if (m_exclusive == forWriting) {
+        m_error = 0;
+        return true;
+    }
+    m_error = forWriting ? Upgrade() : SetLock(m_descriptor, kLockByte, F_RDLCK);
+    if (m_error != 0)
+        return false;
+    m_exclusive = forWriting;
+    WriteNote();
+    return true;
+}
+
+bool TQvLockFile::Acquire(bool forWriting)
+{
+    if (!OpenFile(forWriting))
+        return false;
+    TWaiting waiting(m_timeoutMs);
+    do {
+        // A waiting upgrade goes first: otherwise readers that overlap could keep it out for ever.
+        if (!forWriting && UpgradeWaits(m_descriptor))
+            m_error = -EAGAIN;
+        else
+            m_error = SetLock(m_descriptor, kLockByte, forWriting ? F_WRLCK : F_RDLCK);
+    } while (m_error == -EAGAIN && waiting.Sleep());
+
+    if (m_error != 0) {
+        CloseFile();
+        return false;
+    }
+    m_held = true;
+    m_exclusive = forWriting;
+    WriteNote();
+    return true;
+}
+
+int TQvLockFile::Upgrade()
+{
+    int error = SetLock(m_descriptor, kLockByte, F_WRLCK);
+    if (error == -EAGAIN) {
+        // Two upgrades would wait for each other's shared hold: the second one is refused here.
+        error = SetLock(m_descriptor, kIntentByte, F_WRLCK);
+        if (error != 0)
+            return error;
+        TWaiting waiting(m_timeoutMs);
+        do {
+            error = SetLock(m_descriptor, kLockByte, F_WRLCK);
+        } while (error == -EAGAIN && waiting.Sleep());
+        SetLock(m_descriptor, kIntentByte, F_UNLCK);
+    }
+    // What the kernel says of a descriptor that could only be opened for reading.
+    return error == -EBADF ? -EACCES : error;
+}
+
+bool TQvLockFile::OpenFile(bool forWriting)
+{
+    m_descriptor = OpenOrCreate(m_path, !forWriting);
+    struct stat status = {};
+    if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0)
+        m_error = -errno;
+    else if (S_ISDIR(status.st_mode))
+        m_error = -EISDIR;
+    else if (!S_ISREG(status.st_mode))
+        m_error = -EINVAL;
+    else
+        return true;
+    CloseFile();
+    return false;
+}
+
+void TQvLockFile::CloseFile()
+{
+    // Closing releases the lock. It is not unlocked before, because a forked child that destroys
+    // its copy of this object must not take the lock from its parent.
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+    m_descriptor = -1;
+    m_held = false;
+}
+
+void TQvLockFile::WriteNote()
+{
+    char old[kMaxNote + 1];
+    const ssize_t oldLength = pread(m_descriptor, old, sizeof old, 0);
+    if (oldLength < 0 || static_cast<std::size_t>(oldLength) > kMaxNote)
+        return;
+    const std::string_view content(old, static_cast<std::size_t>(oldLength));
+    if (!content.empty() && content.substr(0, kNotePrefix.size()) != kNotePrefix)
+        return;
+
+    // Not checked: the note is for people only, and a full disk or a file that could only be opened
+    // for reading takes nothing from the lock.
+    const std::string note = MakeNote(m_owner);
+    const ssize_t written = pwrite(m_descriptor, note.data(), note.size(), 0);
+    if (written == static_cast<ssize_t>(note.size()) && content.size() > note.size()) {
+        [[maybe_unused]] const int ignored =
+            ftruncate(m_descriptor, static_cast<off_t>(note.size()));
+    }
+}

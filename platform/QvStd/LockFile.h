@@ -11,6 +11,10 @@
 /// A shared or exclusive open-file-description lock. The lock of a killed holder is gone with it.
 /// The holder writes owner, process id and time into the file, for people to read; a file that
 /// holds anything else than such a note is locked but never written to.
+///
+/// Only regular files are locked (error -21 for a folder, -22 for others; none of them hangs). A
+/// shared lock works on a file that can only be read. A forked child that lives on shares the
+/// parent's hold until it ends or destroys its copy of the object.
 class QVSTD_API TQvLockFile
 {
 public:
@@ -41,8 +45,10 @@ public:
     int getError() const { return m_error; }
 
 private:
-    bool OpenFile();
     bool Acquire(bool forWriting);
+    int Upgrade();
+    bool OpenFile(bool forWriting);
+    void CloseFile();
     void WriteNote();
 
     std::string m_path;

@@ -1,12 +1,13 @@
 #include "QvStd/Log.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
 
 namespace
 {
-constexpr int kDefaultLevel = 5;
+constexpr long kDefaultLevel = 5;
 
 std::mutex& SinkMutex()
 {
@@ -16,21 +17,41 @@ std::mutex& SinkMutex()
 
 TQvLogSink& Sink()
 {
-    static TQvLogSink sink;
+    // Never destroyed: destructors of other modules may still log.
+    static TQvLogSink& sink = *new TQvLogSink;
     return sink;
+}
+
+/// What is set but no number counts as not set.
+long LevelSetting()
+{
+    const char* setting = std::getenv("QV_LOG_LEVEL");
+    if (setting == nullptr)
+        return kDefaultLevel;
+    char* end = nullptr;
+    const long level = std::strtol(setting, &end, 10);
+    return end != setting && *end == '\0' ? level : kDefaultLevel;
 }
 
 void WriteToStandardError(TQvLogKind kind, const TQvMessage& message, int level)
 {
-    const char* setting = std::getenv("QV_LOG_LEVEL");
-    if (level <= (setting != nullptr ? std::atoi(setting) : kDefaultLevel))
+    if (level <= LevelSetting())
         return;
+    // One line a message, whatever bytes a file name in it holds.
+    std::string text = message.what();
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
     std::fprintf(stderr, "%s(%d): %s\n", kind == TQvLogKind::Info ? "info" : "warning", level,
-                 message.what());
+                 text.c_str());
 }
 
 void Write(TQvLogKind kind, const TQvMessage& message, int level) noexcept
 {
+    // What a sink logs itself, if only by looking up a text, is dropped: it would wait for ever.
+    thread_local bool isWriting = false;
+    if (isWriting)
+        return;
+    isWriting = true;
     try {
         const std::lock_guard<std::mutex> guard(SinkMutex());
         if (Sink())
@@ -40,6 +61,7 @@ void Write(TQvLogKind kind, const TQvMessage& message, int level) noexcept
     } catch (...) {
         // A log that cannot be written must not end the work that it tells about.
     }
+    isWriting = false;
 }
 } // namespace
 

@@ -1,5 +1,7 @@
 #include "QvStd/Progress.h"
 
+#include <algorithm>
+
 #include "QvStd/Log.h"
 
 namespace
@@ -28,7 +30,11 @@ public:
     }
     bool Started() const override { return m_started; }
     bool Active() const override { return m_started && m_outer.Active(); }
-    void SetPosition(double position) override { m_outer.SetPosition(m_from + m_width * position); }
+    /// Held inside the range: a file that grows while it is copied must not push the bar past it.
+    void SetPosition(double position) override
+    {
+        m_outer.SetPosition(m_from + m_width * std::clamp(position, 0.0, 1.0));
+    }
     void SetMessage(const std::string& message) override
     {
         m_message = message;
@@ -62,6 +68,16 @@ void ReportTo(TQvProgressHandler* handler, double position)
         handler->Update();
     }
 }
+
+void StopQuietly(TQvProgressHandler* handler) noexcept
+{
+    try {
+        if (handler != nullptr)
+            handler->Stop();
+    } catch (...) {
+        // The work is over: a display that fails to close changes nothing about it.
+    }
+}
 } // namespace
 
 TQvProgressHandler::~TQvProgressHandler() = default;
@@ -79,11 +95,7 @@ void TQvProgress::Stop() noexcept
     if (!m_startedHere)
         return;
     m_startedHere = false;
-    try {
-        m_handler->Stop();
-    } catch (...) {
-        // The work is over: a display that fails to close changes nothing about it.
-    }
+    StopQuietly(m_handler);
 }
 
 void TQvProgress::Report(double position)
@@ -117,8 +129,7 @@ void TQvProgressVar::Start()
 
 void TQvProgressVar::Stop() noexcept
 {
-    if (m_handler)
-        m_handler->Stop();
+    StopQuietly(m_handler.get());
 }
 
 void TQvProgressVar::Report(double position)

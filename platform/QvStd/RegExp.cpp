@@ -1,0 +1,35 @@
+#include "QvStd/RegExp.h"
+
+namespace
+{
+QString FromBytes(const std::string& text)
+{
+    return QString::fromLatin1(text.data(), static_cast<int>(text.size()));
+}
+} // namespace
+
+bool CRegExp::SetExpr(const std::string& expression)
+{
+    const bool inSlashes =
+        expression.size() >= 2 && expression.front() == '/' && expression.back() == '/';
+    m_expression.setPattern(
+        FromBytes(inSlashes ? expression.substr(1, expression.size() - 2) : expression));
+    m_expression.setPatternOptions(QRegularExpression::DotMatchesEverythingOption);
+    m_valid = m_expression.isValid();
+    return m_valid;
+}
+
+bool CRegExp::Parse(const std::string& text, SMatches* matches) const
+{
+    if (!m_valid)
+        return false;
+    const QRegularExpressionMatch match = m_expression.match(FromBytes(text));
+    if (!match.hasMatch())
+        return false;
+    if (matches != nullptr) {
+        matches->Ranges.clear();
+        for (int group = 0; group <= match.lastCapturedIndex(); ++group)
+            matches->Ranges.emplace_back(match.capturedStart(group), match.capturedLength(group));
+    }
+    return true;
+}

@@ -1,0 +1,153 @@
+#include "QvStd/Registry.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "QvStd/Files.h"
+#include "QvStd/LockFile.h"
+#include "QvStd/Log.h"
+#include "QvStd/Message.h"
+#include "QvStd/Strings.h"
+#include "QvStd/XIniTree.h"
+#include "QvStd/XIniWriter.h"
+
+namespace
+{
+using Kind = TQvXIniEntry::Kind;
+
+constexpr unsigned long kLockTimeoutMs = 10000;
+constexpr int kWarningLevel = 6;
+
+const TQvXIniEntry* Find(const TQvXIniEntry& section, const std::string& name, Kind kind)
+{
+    const std::string upper = toupper_locale(name);
+    for (const auto& entry : section.Children) {
+        if (entry->Type == kind && toupper_locale(entry->Name) == upper)
+            return entry.get();
+    }
+    return nullptr;
+}
+
+const TQvXIniEntry* FindValue(const TQvXIniTree& tree, const std::string& key,
+                              const std::string& valueName)
+{
+    const TQvXIniEntry* section = Find(tree.Root, key, Kind::Section);
+    return section != nullptr ? Find(*section, valueName, Kind::Key) : nullptr;
+}
+
+/// A missing file reads as an empty tree. An unusable one is logged and gives no tree, so that
+/// nobody writes over what he could not read.
+var_a<TQvXIniTree*> ReadFile(const std::string& path)
+{
+    std::string content;
+    std::string error;
+    if (!QvReadWholeFile(path, &content)) {
+        if (errno == ENOENT || errno == ENOTDIR)
+            return make_var<TQvXIniTree>();
+        QvLogWriteWarning(TQvMessage("Err_ReadFile_name") << path << std::strerror(errno),
+                          kWarningLevel, 0);
+        return nullptr;
+    }
+    var_a<TQvXIniTree*> tree = QvParseXIniTree(content, &error);
+    if (!tree)
+        QvLogWriteWarning(TQvMessage("Err_XIniParse_name") << path << error, kWarningLevel, 0);
+    return tree;
+}
+
+bool WriteFile(const std::string& path, const TQvXIniTree& tree)
+{
+    if (QvWriteFileAtomically(path, QvFormatXIniTree(tree)))
+        return true;
+    QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << std::strerror(errno),
+                      kWarningLevel, 0);
+    return false;
+}
+
+/// The tree for a change, read under the lock; empty, and logged, when that cannot be had.
+var_a<TQvXIniTree*> ReadForWriting(const std::string& path, const TQvLockFile& lock)
+{
+    if (lock)
+        return ReadFile(path);
+    QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << std::strerror(-lock.getError()),
+                      kWarningLevel, 0);
+    return nullptr;
+}
+
+/// Opens the section of a key. The writer compares names byte for byte, so it is given the spelling
+/// that the file has.
+bool OpenKey(TQvXIniTreeWriter& writer, const TQvXIniTree& tree, const std::string& key,
+             bool create)
+{
+    const TQvXIniEntry* section = Find(tree.Root, key, Kind::Section);
+    if (section == nullptr && !create)
+        return false;
+    const std::string name = section != nullptr ? section->Name : key;
+    return writer.OpenSection(writer.FindCreateF(name, Kind::Section));
+}
+} // namespace
+
+TQvPath TQvRegMan::filePath(TQvRegKey root)
+{
+    const bool isCommon = root == TQvRegKey::Common;
+    const char* folder = std::getenv("QV_REGISTRY_DIR");
+    if (folder != nullptr && *folder != '\0')
+        return TQvPath(folder) / (isCommon ? "common.x-ini" : "user.x-ini");
+    if (isCommon)
+        return TQvPath("/etc/velmor/registry.x-ini");
+    return TQvPath::homeDir() / ".config/velmor/registry.x-ini";
+}
+
+std::string TQvRegMan::readString(TQvRegKey root, const std::string& key,
+                                  const std::string& valueName)
+{
+    // Without a lock: the file is only ever replaced as a whole.
+    const var_a<TQvXIniTree*> tree = ReadFile(filePath(root).toSysStr());
+    const TQvXIniEntry* value = tree ? FindValue(*tree, key, valueName) : nullptr;
+    return value != nullptr ? value->Value : std::string();
+}
+
+bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::string& valueName,
+                            const std::string& value, bool create)
+{
+    const std::string path = filePath(root).toSysStr();
+    if (create)
+        QvForceDirectories(path.substr(0, path.rfind('/')));
+    else if (!QvFileExists(path))
+        return false;
+
+    const TQvLockFile lock(path + ".lock", true, "registry", kLockTimeoutMs);
+    const var_a<TQvXIniTree*> tree = ReadForWriting(path, lock);
+    if (!tree)
+        return false;
+    TQvXIniTreeWriter writer(tree);
+    if (!OpenKey(writer, *tree, key, create))
+        return false;
+    const TQvXIniEntry* old = FindValue(*tree, key, valueName);
+    const int position = writer.FindCreateF(old != nullptr ? old->Name : valueName);
+    return writer.Write(position, value) && WriteFile(path, *tree);
+}
+
+bool TQvRegMan::removeEntry(TQvRegKey root, const std::string& key, const std::string& valueName)
+{
+    const std::string path = filePath(root).toSysStr();
+    // Looked up first: where there is nothing to remove, nobody needs the right to write.
+    var_a<TQvXIniTree*> tree = ReadFile(path);
+    if (!tree)
+        return false;
+    if (FindValue(*tree, key, valueName) == nullptr)
+        return true;
+
+    const TQvLockFile lock(path + ".lock", true, "registry", kLockTimeoutMs);
+    tree = ReadForWriting(path, lock);
+    if (!tree)
+        return false;
+    TQvXIniTreeWriter writer(tree);
+    if (!OpenKey(writer, *tree, key, false))
+        return true;
+    while (const TQvXIniEntry* value = FindValue(*tree, key, valueName)) {
+        if (!writer.Delete(writer.FindF(value->Name)))
+            return false;
+    }
+    return WriteFile(path, *tree);
+}

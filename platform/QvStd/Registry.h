@@ -2,8 +2,8 @@
 //
 // 1 = common (/etc/velmor/registry.x-ini), 2 = user (~/.config/velmor/registry.x-ini).
 // QV_REGISTRY_DIR moves both into that folder, as common.x-ini and user.x-ini. A registry key is a
-// section named by the whole key
-// ("Software\Velmor\..."), compared without regard to case; its values are the keys in it.
+// section named by the whole key ("Software\Velmor\..."); its values are the keys in it. Names of
+// both are compared without regard to case, and the first of several of one name counts.
 //
 // Thread-safety: callable from any thread and process; writers take a lock file beside the registry
 // file, which is replaced as a whole.

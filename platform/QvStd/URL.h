@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "QvStd/Export.h"
 #include "QvStd/Stream.h"

@@ -1,0 +1,51 @@
+// A benchmark that measures work against its raw limit in the same run: both sides alternate, and
+// the counter "ratio" is the median of the ratios of neighbours, so that a noisy machine disturbs
+// both sides alike. Compare ratios, never times of two runs.
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+namespace bench
+{
+template <class TWork>
+double SecondsOf(TWork&& work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+inline double Median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+/// Runs both once an iteration; the time shown is that of `ours`. `target` is what the ratio is
+/// meant to stay below. `reset` runs unmeasured before each side.
+template <class TRaw, class TOurs, class TReset>
+void Compare(benchmark::State& state, double target, TRaw&& raw, TOurs&& ours, TReset&& reset)
+{
+    std::vector<double> ratios;
+    for ([[maybe_unused]] auto iteration : state) {
+        reset();
+        const double rawSeconds = SecondsOf(raw);
+        reset();
+        const double ourSeconds = SecondsOf(ours);
+        ratios.push_back(ourSeconds / rawSeconds);
+        state.SetIterationTime(ourSeconds);
+    }
+    state.counters["ratio"] = Median(ratios);
+    state.counters["target"] = target;
+}
+
+template <class TRaw, class TOurs>
+void Compare(benchmark::State& state, double target, TRaw&& raw, TOurs&& ours)
+{
+    Compare(state, target, raw, ours, [] {});
+}
+} // namespace bench

@@ -1,0 +1,344 @@
+// The tree beside raw system calls on the same files.
+#include <QvServices/QvServices.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Ratio.h"
+
+namespace
+{
+namespace fs = std::filesystem;
+
+constexpr int kBatch = 1000; // small operations measured together
+
+[[noreturn]] void Die(const std::string& what)
+{
+    std::cerr << "benchmark failed: " << what << '\n';
+    std::exit(1);
+}
+
+void Require(bool condition, const char* what)
+{
+    if (!condition)
+        Die(what);
+}
+
+/// The files that all benchmarks work on, in a folder of their own.
+class TFiles
+{
+public:
+    TFiles()
+    {
+        std::string path = (fs::temp_directory_path() / "qvbench.XXXXXX").string();
+        Require(mkdtemp(path.data()) != nullptr, "mkdtemp");
+        m_path = path;
+    }
+    ~TFiles() { fs::remove_all(m_path); }
+    TFiles(const TFiles&) = delete;
+    TFiles& operator=(const TFiles&) = delete;
+
+    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+    void Write(const std::string& name, std::size_t size) const
+    {
+        std::ofstream file(*this / name, std::ios::binary);
+        file << std::string(size, 'x');
+        Require(static_cast<bool>(file.flush()), "write");
+    }
+    /// `count` files of `size` bytes in a folder, made on first use.
+    std::string Folder(const std::string& name, int count, std::size_t size = 0) const
+    {
+        const std::string path = *this / name;
+        if (fs::create_directory(path))
+            for (int i = 0; i < count; ++i)
+                Write(name + "/file-" + std::to_string(i) + (i % 2 == 0 ? ".txt" : ".dat"), size);
+        return path;
+    }
+
+private:
+    std::string m_path;
+};
+
+const TFiles& Files()
+{
+    static const TFiles files;
+    return files;
+}
+
+/// A manager with `mounts` mount points; "/Bench/Mount7" leads to the benchmark's files.
+TResourceManager& Manager(int mounts = 16)
+{
+    static std::map<int, TResourceManager> managers;
+    TResourceManager& manager = managers[mounts];
+    while (static_cast<int>(manager.MountNodes().size()) <= mounts) {
+        const auto number = std::max<std::size_t>(manager.MountNodes().size(), 1);
+        manager.MountFileNodeE("/Bench/Mount" + std::to_string(number), Files() / "", false);
+    }
+    return manager;
+}
+
+void OpenReadClose(benchmark::State& state)
+{
+    Files().Write("4k", 4096);
+    const std::string path = Files() / "4k";
+    const std::string id = "/Bench/Mount7/4k";
+    TResourceManager& manager = Manager();
+    char buffer[4096];
+    bench::Compare(
+        state, 1.4,
+        [&] {
+            for (int i = 0; i < kBatch; ++i) {
+                const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+                Require(read(file, buffer, sizeof buffer) == sizeof buffer, "read");
+                close(file);
+            }
+        },
+        [&] {
+            for (int i = 0; i < kBatch; ++i) {
+                const auto stream = manager.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0);
+                Require(stream->Read(buffer, sizeof buffer) == sizeof buffer, "Read");
+            }
+        });
+}
+BENCHMARK(OpenReadClose)->UseManualTime();
+
+void Exists(benchmark::State& state)
+{
+    Files().Write("4k", 4096);
+    const std::string path = Files() / "4k";
+    const std::string id = "/Bench/Mount7/4k";
+    TResourceManager& manager = Manager();
+    bench::Compare(
+        state, 1.4,
+        [&] {
+            struct stat status;
+            for (int i = 0; i < kBatch; ++i)
+                Require(stat(path.c_str(), &status) == 0, "stat");
+        },
+        [&] {
+            for (int i = 0; i < kBatch; ++i)
+                Require(manager.ResourceExists(id) == kResResource, "ResourceExists");
+        });
+}
+BENCHMARK(Exists)->UseManualTime();
+
+void Attributes(benchmark::State& state)
+{
+    Files().Write("4k", 4096);
+    const std::string path = Files() / "4k";
+    const std::string id = "/Bench/Mount7/4k";
+    TResourceManager& manager = Manager();
+    bench::Compare(
+        state, 2.0,
+        [&] {
+            struct statx status;
+            for (int i = 0; i < kBatch; ++i)
+                Require(
+                    statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &status) == 0,
+                    "statx");
+        },
+        [&] {
+            TQvResAttrib attrib;
+            for (int i = 0; i < kBatch; ++i)
+                Require(manager.GetResourceAttr(id, &attrib), "GetResourceAttr");
+        });
+}
+BENCHMARK(Attributes)->UseManualTime();
+
+void SmallReads(benchmark::State& state)
+{
+    Files().Write("1m", 1 << 20);
+    const auto stream = Manager().OpenResourceE("/Bench/Mount7/1m", kQvOpenRead, kQvShareAll, 0);
+    char buffer[16];
+    for ([[maybe_unused]] auto iteration : state)
+        if (stream->Read(buffer, sizeof buffer) != sizeof buffer)
+            stream->setPosition(0);
+    state.counters["target_ns"] = 8;
+}
+BENCHMARK(SmallReads);
+
+void List(benchmark::State& state, const char* mask)
+{
+    const int count = static_cast<int>(state.range(0));
+    const std::string name = "list" + std::to_string(count);
+    const std::string path = Files().Folder(name, count);
+    TResourceManager& manager = Manager();
+    const std::string suffix = std::strcmp(mask, "*") == 0 ? "" : mask + 1;
+    std::size_t wanted = 0;
+    bench::Compare(
+        state, 2.8,
+        [&] {
+            std::vector<std::string> names;
+            DIR* folder = opendir(path.c_str());
+            while (const dirent* entry = readdir(folder)) {
+                const std::string_view entryName(entry->d_name);
+                if (entryName[0] != '.' && entryName.size() >= suffix.size() &&
+                    entryName.substr(entryName.size() - suffix.size()) == suffix)
+                    names.emplace_back(entryName);
+            }
+            closedir(folder);
+            wanted = names.size();
+        },
+        [&] {
+            const auto items = make_var<std::vector<TQvResFindItem>>();
+            manager.Find(items, "/Bench/Mount7/" + name, mask, kFindResources, nullptr);
+            Require(items->size() == wanted, "Find");
+        });
+}
+BENCHMARK_CAPTURE(List, all, "*")->Arg(10000)->Arg(100000)->UseManualTime();
+BENCHMARK_CAPTURE(List, masked, "*.txt")->Arg(10000)->Arg(100000)->UseManualTime();
+
+void ListAttributes(benchmark::State& state)
+{
+    const std::string path = Files().Folder("list10000", 10000);
+    TResourceManager& manager = Manager();
+    bench::Compare(
+        state, 2.5,
+        [&] {
+            std::vector<std::pair<std::string, std::uint64_t>> found;
+            DIR* folder = opendir(path.c_str());
+            while (const dirent* entry = readdir(folder)) {
+                struct statx status;
+                if (entry->d_name[0] != '.' && statx(dirfd(folder), entry->d_name, 0,
+                                                     STATX_BASIC_STATS | STATX_BTIME, &status) == 0)
+                    found.emplace_back(entry->d_name, status.stx_size);
+            }
+            closedir(folder);
+        },
+        [&] {
+            const auto items = make_var<std::vector<TQvResFindItem>>();
+            manager.Find(items, "/Bench/Mount7/list10000", "*", kFindResources | kFindAttributes,
+                         nullptr);
+            Require(items->size() == 10000, "Find");
+        });
+}
+BENCHMARK(ListAttributes)->UseManualTime();
+
+void RawWalk(const std::string& path, std::vector<std::string>& found)
+{
+    DIR* folder = opendir(path.c_str());
+    while (const dirent* entry = readdir(folder)) {
+        if (entry->d_name[0] == '.')
+            continue;
+        found.push_back(path + "/" + entry->d_name);
+        if (entry->d_type == DT_DIR)
+            RawWalk(std::string(found.back()), found);
+    }
+    closedir(folder);
+}
+
+void Walk(benchmark::State& state)
+{
+    const std::string top = Files() / "walk";
+    if (fs::create_directory(top))
+        for (int i = 0; i < 1000; ++i)
+            Files().Folder("walk/folder" + std::to_string(i), 100);
+    TResourceManager& manager = Manager();
+    bench::Compare(
+        state, 2.4,
+        [&] {
+            std::vector<std::string> found;
+            RawWalk(top, found);
+            Require(found.size() == 101000, "walk");
+        },
+        [&] {
+            const auto items = make_var<std::vector<TQvResFindItem>>();
+            manager.Find(items, "/Bench/Mount7/walk", "*",
+                         kFindResources | kFindFolders | kFindRecursive, nullptr);
+            Require(items->size() == 101000, "Find");
+        });
+}
+BENCHMARK(Walk)->UseManualTime();
+
+void RawCopy(const std::string& from, const std::string& to, std::vector<char>& buffer)
+{
+    const int source = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    const int target = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    ssize_t length = 0;
+    while ((length = read(source, buffer.data(), buffer.size())) > 0)
+        Require(write(target, buffer.data(), static_cast<std::size_t>(length)) == length, "write");
+    close(source);
+    close(target);
+}
+
+void CopyLarge(benchmark::State& state)
+{
+    Files().Write("256m", 256u << 20);
+    std::vector<char> buffer(256 << 10);
+    TResourceManager& manager = Manager();
+    const std::string target = state.range(0) == 0 ? "/Bench/Mount7/copy" : "/Bench/Mount8/copy";
+    bench::Compare(
+        state, 1.2, [&] { RawCopy(Files() / "256m", Files() / "copy", buffer); },
+        [&] {
+            Require(manager.CopyResource("/Bench/Mount7/256m", target, nullptr), "CopyResource");
+        },
+        [] { unlink((Files() / "copy").c_str()); });
+    unlink((Files() / "copy").c_str());
+}
+BENCHMARK(CopyLarge)->ArgName("across")->Arg(0)->Arg(1)->UseManualTime()->Iterations(5);
+
+void CopySmall(benchmark::State& state)
+{
+    const std::string from = Files().Folder("small", 10000, 4096);
+    std::vector<char> buffer(4096);
+    TResourceManager& manager = Manager();
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(from))
+        names.push_back(entry.path().filename().string());
+    bench::Compare(
+        state, 1.5,
+        [&] {
+            for (const std::string& name : names)
+                RawCopy(from + "/" + name, Files() / ("target/" + name), buffer);
+        },
+        [&] {
+            for (const std::string& name : names)
+                Require(manager.CopyResource("/Bench/Mount7/small/" + name,
+                                             "/Bench/Mount7/target/" + name, nullptr),
+                        "CopyResource");
+        },
+        [] {
+            fs::remove_all(Files() / "target");
+            fs::create_directory(Files() / "target");
+        });
+}
+BENCHMARK(CopySmall)->UseManualTime()->Iterations(7);
+
+void Delete(benchmark::State& state)
+{
+    TResourceManager& manager = Manager();
+    bench::Compare(
+        state, 1.2,
+        [] {
+            for (const auto& entry : fs::directory_iterator(Files() / "delete"))
+                Require(unlink(entry.path().c_str()) == 0, "unlink");
+        },
+        [&] { Require(manager.ClearFolder("/Bench/Mount7/delete", nullptr), "ClearFolder"); },
+        [] {
+            fs::remove_all(Files() / "delete");
+            Files().Folder("delete", 10000);
+        });
+}
+BENCHMARK(Delete)->UseManualTime()->Iterations(7);
+
+void FindNode(benchmark::State& state)
+{
+    TResourceManager& manager = Manager(static_cast<int>(state.range(0)));
+    const std::string id = "/Bench/Mount7/folder/subfolder/name.txt";
+    for ([[maybe_unused]] auto iteration : state)
+        benchmark::DoNotOptimize(manager.GetNode4Id(id, true, true, false));
+    state.counters["target_ns"] = 150;
+}
+BENCHMARK(FindNode)->ArgName("mounts")->Arg(16)->Arg(4096);
+} // namespace
+
+BENCHMARK_MAIN();

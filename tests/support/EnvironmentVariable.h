@@ -1,0 +1,31 @@
+// An environment variable that is set while it lives.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+class TEnvironmentVariable
+{
+public:
+    TEnvironmentVariable(const char* name, const std::string& value) : m_name(name)
+    {
+        const char* before = std::getenv(name);
+        m_wasSet = before != nullptr;
+        m_before = m_wasSet ? before : "";
+        setenv(name, value.c_str(), 1);
+    }
+    ~TEnvironmentVariable()
+    {
+        if (m_wasSet)
+            setenv(m_name, m_before.c_str(), 1);
+        else
+            unsetenv(m_name);
+    }
+    TEnvironmentVariable(const TEnvironmentVariable&) = delete;
+    TEnvironmentVariable& operator=(const TEnvironmentVariable&) = delete;
+
+private:
+    const char* m_name;
+    bool m_wasSet;
+    std::string m_before;
+};
