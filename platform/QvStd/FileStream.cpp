@@ -1,0 +1,286 @@
+#include "QvStd/FileStream.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr std::size_t kStraightFrom = 4096;
+constexpr std::size_t kBufferSize = 16 * 1024;
+constexpr std::size_t kMaxTransfer =
+    1024 * 1024 * 1024; ///< the system takes less than 2 GiB a call
+constexpr std::uint64_t kMaxPosition = INT64_MAX;
+
+/// The open flags of a mode; -1 for a mode that never opens. Truncation is none of them: it has to
+/// wait for the lock.
+int FlagsOf(qvOpenMode mode)
+{
+    switch (mode) {
+    case kQvOpenAppend:
+        return O_WRONLY | O_CREAT;
+    case kQvOpenWrite:
+        return O_WRONLY;
+    case kQvOpenRead:
+        return O_RDONLY;
+    case kQvOpenCreateNew:
+        return O_RDWR | O_CREAT | O_EXCL;
+    case kQvOpenCreate:
+    case kQvOpenReadWrite:
+        return O_RDWR | O_CREAT;
+    default:
+        return -1;
+    }
+}
+
+template <class TCall>
+auto RetryInterrupted(const TCall& call)
+{
+    for (;;) {
+        const auto result = call();
+        if (result >= 0 || errno != EINTR)
+            return result;
+    }
+}
+
+/// 0 or an errno. O_NONBLOCK keeps a FIFO from waiting for its other end; regular files do not heed
+/// it, so it is not taken back.
+int OpenDescriptor(const std::string& path, int flags, int* descriptor)
+{
+    if (path.find('\0') != std::string::npos)
+        return EINVAL;
+    constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    *descriptor = RetryInterrupted([&] { return open(path.c_str(), flags | kAlways, 0666); });
+    if (*descriptor >= 0)
+        return 0;
+    // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.
+    return errno == ENXIO ? EINVAL : errno;
+}
+
+int RefuseIrregular(int descriptor)
+{
+    struct stat status;
+    if (fstat(descriptor, &status) != 0)
+        return errno;
+    if (S_ISREG(status.st_mode))
+        return 0;
+    return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+}
+
+int TakeLock(int descriptor, qvShareMode share)
+{
+    const int kind = share == kQvShareAll ? LOCK_SH : LOCK_EX;
+    if (RetryInterrupted([&] { return flock(descriptor, kind | LOCK_NB); }) == 0)
+        return 0;
+    switch (errno) {
+    case EWOULDBLOCK:
+        return EACCES;
+    case ENOLCK:
+    case EOPNOTSUPP:
+    case ENOSYS:
+    case EINVAL:
+    case EBADF: // network file systems lock no write-only file shared, no read-only one exclusively
+        return 0;
+    default:
+        return errno;
+    }
+}
+} // namespace
+
+TQvFileStream::~TQvFileStream()
+{
+    if (m_descriptor >= 0)
+        close(m_descriptor);
+}
+
+var_a<TQvFileStream*> TQvFileStream::VCreate(const std::string& path, qvOpenMode mode,
+                                             qvShareMode share)
+{
+    auto stream = make_var<TQvFileStream>();
+    stream->Open(path, mode, share);
+    return stream;
+}
+
+bool TQvFileStream::Open(const std::string& path, qvOpenMode mode, qvShareMode share)
+{
+    if (m_descriptor >= 0)
+        Close();
+    m_error = 0;
+    const int flags = FlagsOf(mode);
+    int error = flags < 0 ? EINVAL : OpenDescriptor(path, flags, &m_descriptor);
+    if (error == 0)
+        error = RefuseIrregular(m_descriptor);
+    if (error == 0)
+        error = TakeLock(m_descriptor, share);
+    // The size is asked for under the lock: another holder may have written until now.
+    if (error == 0 && mode == kQvOpenCreate && getSize() != 0 && !setSize(0))
+        error = -m_error;
+    if (error == 0)
+        return true;
+    if (m_descriptor >= 0)
+        Close();
+    return Fail(error);
+}
+
+std::size_t TQvFileStream::Read(void* buffer, std::size_t count)
+{
+    // A position before the buffer wraps round to a big offset, a closed stream has no buffer.
+    const std::uint64_t offset = m_position - m_bufferStart;
+    if (offset < m_bufferLength && count <= m_bufferLength - offset && count != 0) {
+        std::memcpy(buffer, m_buffer.get() + offset, count);
+        m_position += count;
+        return count;
+    }
+    if (m_descriptor < 0) {
+        Fail(EBADF);
+        return invalid_value;
+    }
+    char* const bytes = static_cast<char*>(buffer);
+    return count < kStraightFrom ? ReadBuffered(bytes, count) : ReadStraight(bytes, count);
+}
+
+std::size_t TQvFileStream::ReadBuffered(char* buffer, std::size_t count)
+{
+    std::size_t done = 0;
+    while (done < count) {
+        const std::uint64_t offset = m_position - m_bufferStart;
+        if (offset >= m_bufferLength) {
+            if (!FillBuffer())
+                return done > 0 ? done : invalid_value;
+            if (m_bufferLength == 0)
+                break;
+            continue;
+        }
+        const std::size_t part =
+            std::min(count - done, m_bufferLength - static_cast<std::size_t>(offset));
+        std::memcpy(buffer + done, m_buffer.get() + offset, part);
+        done += part;
+        m_position += part;
+    }
+    return done;
+}
+
+bool TQvFileStream::FillBuffer()
+{
+    if (!m_buffer)
+        m_buffer.reset(new char[kBufferSize]); // make_unique would clear it
+    m_bufferLength = 0;
+    const std::size_t got = ReadAt(m_buffer.get(), kBufferSize, m_position);
+    if (got == invalid_value)
+        return false;
+    m_bufferStart = m_position;
+    m_bufferLength = got;
+    return true;
+}
+
+std::size_t TQvFileStream::ReadStraight(char* buffer, std::size_t count)
+{
+    std::size_t done = 0;
+    while (done < count) {
+        const std::size_t got = ReadAt(buffer + done, count - done, m_position);
+        if (got == invalid_value)
+            return done > 0 ? done : invalid_value;
+        if (got == 0)
+            break;
+        done += got;
+        m_position += got;
+    }
+    return done;
+}
+
+std::size_t TQvFileStream::ReadAt(char* buffer, std::size_t count, std::uint64_t position) const
+{
+    const std::uint64_t room = kMaxPosition - position;
+    const std::size_t wanted =
+        static_cast<std::size_t>(std::min<std::uint64_t>({count, kMaxTransfer, room}));
+    const ssize_t got = RetryInterrupted(
+        [&] { return pread(m_descriptor, buffer, wanted, static_cast<off_t>(position)); });
+    if (got >= 0)
+        return static_cast<std::size_t>(got);
+    Fail(errno);
+    return invalid_value;
+}
+
+std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
+{
+    m_bufferLength = 0;
+    if (m_descriptor < 0) {
+        Fail(EBADF);
+        return invalid_value;
+    }
+    const char* const bytes = static_cast<const char*>(buffer);
+    std::size_t done = 0;
+    while (done < count) {
+        const std::uint64_t room = kMaxPosition - m_position;
+        const std::size_t wanted =
+            static_cast<std::size_t>(std::min<std::uint64_t>({count - done, kMaxTransfer, room}));
+        const ssize_t put = RetryInterrupted([&] {
+            return pwrite(m_descriptor, bytes + done, wanted, static_cast<off_t>(m_position));
+        });
+        if (put <= 0) {
+            Fail(put < 0 ? errno : EFBIG);
+            return done > 0 ? done : invalid_value;
+        }
+        done += static_cast<std::size_t>(put);
+        m_position += static_cast<std::uint64_t>(put);
+    }
+    return done;
+}
+
+std::uint64_t TQvFileStream::getSize() const
+{
+    struct stat status;
+    if (fstat(m_descriptor, &status) == 0)
+        return static_cast<std::uint64_t>(status.st_size);
+    Fail(errno);
+    return invalid_value64;
+}
+
+bool TQvFileStream::setSize(std::uint64_t size)
+{
+    m_bufferLength = 0;
+    if (m_descriptor >= 0 && size > kMaxPosition)
+        return Fail(EFBIG);
+    const off_t length = static_cast<off_t>(size);
+    return RetryInterrupted([&] { return ftruncate(m_descriptor, length); }) == 0 || Fail(errno);
+}
+
+bool TQvFileStream::setPosition(std::uint64_t position)
+{
+    if (m_descriptor < 0)
+        return Fail(EBADF);
+    if (position > kMaxPosition)
+        return Fail(EINVAL);
+    m_position = position;
+    return true;
+}
+
+bool TQvFileStream::Flush()
+{
+    return RetryInterrupted([&] { return fdatasync(m_descriptor); }) == 0 || Fail(errno);
+}
+
+bool TQvFileStream::Close()
+{
+    if (m_descriptor < 0)
+        return Fail(EBADF);
+    // Never repeated: the descriptor is gone even after an error, and may be somebody else's.
+    const int result = close(m_descriptor);
+    const int error = errno;
+    m_descriptor = -1;
+    m_position = 0;
+    m_bufferLength = 0;
+    m_buffer.reset();
+    return result == 0 || Fail(error);
+}
+
+bool TQvFileStream::Fail(int errorNumber) const
+{
+    m_error = -errorNumber;
+    return false;
+}

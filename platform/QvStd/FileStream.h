@@ -35,7 +35,8 @@ public:
         return VCreate(path.toSysStr(), mode, share);
     }
 
-    /// Opens `path` (a raw system path); what was open before is closed first. False with getError.
+    /// Opens `path` (a raw system path); what was open before is closed first, silently. False with
+    /// getError; a file that a creating mode made before it was refused the lock stays.
     bool Open(const std::string& path, qvOpenMode mode, qvShareMode share);
 
     explicit operator bool() const override { return m_descriptor >= 0; }
@@ -52,6 +53,8 @@ public:
 private:
     std::size_t ReadBuffered(char* buffer, std::size_t count);
     std::size_t ReadStraight(char* buffer, std::size_t count);
+    std::size_t ReadAt(char* buffer, std::size_t count, std::uint64_t position) const;
+    bool FillBuffer();
     bool Fail(int errorNumber) const;
 
     int m_descriptor = -1;

@@ -1,0 +1,237 @@
+#include "QvStd/Path.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <pwd.h>
+#include <unistd.h>
+
+#include "QvStd/Files.h"
+
+namespace
+{
+constexpr std::size_t kMaxComponent = 255;
+constexpr std::size_t kMaxPath = 4095;
+
+bool IsSeparator(char c)
+{
+    return c == '/' || c == '\\';
+}
+
+/// Whether a right side can be appended byte by byte: nothing to resolve, drop or replace.
+bool IsPlainRelative(std::string_view text)
+{
+    bool atStart = true;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '\\' || c == '\0')
+            return false;
+        if (atStart && c == '/')
+            return false;
+        if (atStart && c == '.') {
+            std::size_t end = i + 1;
+            if (end < text.size() && text[end] == '.')
+                ++end;
+            if (end == text.size() || IsSeparator(text[end]) || text[end] == '\0')
+                return false;
+        }
+        atStart = c == '/';
+    }
+    return true;
+}
+
+/// Appends `text` segment by segment; nothing before `floor` is ever taken away.
+void AppendResolved(std::string& result, std::string_view text)
+{
+    const std::size_t floor = result.size();
+    std::size_t start = 0;
+    while (start < text.size()) {
+        std::size_t end = start;
+        while (end < text.size() && !IsSeparator(text[end]))
+            ++end;
+        const std::string_view segment = text.substr(start, end - start);
+        start = end + 1;
+        if (segment == "..") {
+            const std::size_t cut = result.rfind('/');
+            result.resize(cut == std::string::npos || cut < floor ? floor : cut);
+        } else if (!segment.empty() && segment != ".") {
+            if (result.size() > floor)
+                result += '/';
+            result += segment;
+        }
+    }
+    if (!text.empty() && IsSeparator(text.back()) && result.size() > floor)
+        result += '/';
+}
+
+/// Where the extension of a component starts; its length when it has none.
+std::size_t ExtensionStart(const std::string& component)
+{
+    const std::size_t dot = component.rfind('.');
+    const bool hasNone = dot == std::string::npos || dot == 0 || component == "..";
+    return hasNone ? component.size() : dot;
+}
+
+TQvFileInfo LookAt(const std::string& path)
+{
+    TQvFileInfo info;
+    QvGetFileInfo(path, &info);
+    return info;
+}
+} // namespace
+
+TQvPath::TQvPath(std::string text) : m_text(std::move(text))
+{
+    std::replace(m_text.begin(), m_text.end(), '\\', '/');
+}
+
+bool TQvPath::isPathValid() const
+{
+    if (m_text.empty() || m_text.size() > kMaxPath)
+        return false;
+    std::size_t length = 0;
+    for (const char c : m_text) {
+        if (static_cast<unsigned char>(c) < 0x20)
+            return false;
+        length = c == '/' ? 0 : length + 1;
+        if (length > kMaxComponent)
+            return false;
+    }
+    return true;
+}
+
+TQvPath TQvPath::stripAbs() const
+{
+    TQvPath result;
+    const std::size_t start = m_text.find_first_not_of('/');
+    if (start != std::string::npos)
+        result.m_text.assign(m_text, start);
+    return result;
+}
+
+TQvPath TQvPath::addSlash() const
+{
+    TQvPath result(*this);
+    if (!m_text.empty() && m_text.back() != '/')
+        result.m_text += '/';
+    return result;
+}
+
+TQvPath TQvPath::excludeSlash() const
+{
+    TQvPath result;
+    const std::size_t last = m_text.find_last_not_of('/');
+    if (last != std::string::npos)
+        result.m_text.assign(m_text, 0, last + 1);
+    else if (!m_text.empty())
+        result.m_text = '/';
+    return result;
+}
+
+TQvPath TQvPath::operator/(const TQvPath& right) const
+{
+    return *this / std::string_view(right.m_text);
+}
+
+TQvPath TQvPath::operator/(std::string_view right) const
+{
+    TQvPath result;
+    std::string& text = result.m_text;
+    text.reserve(m_text.size() + 1 + right.size());
+    text = m_text;
+    if (!text.empty() && text.back() != '/')
+        text += '/';
+    const std::size_t start = text.size();
+    if (IsPlainRelative(right))
+        text += right;
+    else
+        // What follows a zero byte never reaches the system: it must not hide a "..".
+        AppendResolved(text, right.substr(0, right.find('\0')));
+    if (text.size() == start)
+        text.resize(m_text.size());
+    return result;
+}
+
+std::string TQvPath::fileName() const
+{
+    return m_text.substr(m_text.rfind('/') + 1);
+}
+
+bool TQvPath::exists() const
+{
+    return QvFileDirExists(m_text, nullptr);
+}
+
+bool TQvPath::isFolder() const
+{
+    return QvDirExists(m_text);
+}
+
+bool TQvPath::isFile() const
+{
+    return QvFileExists(m_text);
+}
+
+std::uint64_t TQvPath::fileSize() const
+{
+    return QvGetFileSize(m_text);
+}
+
+TQvDateTime TQvPath::updateTime() const
+{
+    return LookAt(m_text).UpdateTime;
+}
+
+TQvDateTime TQvPath::creationTime() const
+{
+    return LookAt(m_text).CreationTime;
+}
+
+bool TQvPath::makePath(bool withParents) const
+{
+    if (withParents)
+        return QvForceDirectories(m_text);
+    return QvCreateDirectory(m_text) || (errno == EEXIST && QvDirExists(m_text));
+}
+
+bool TQvPath::rmFile() const
+{
+    return QvDeleteFile(m_text) || errno == ENOENT;
+}
+
+TQvPath TQvPath::homeDir()
+{
+    const char* home = std::getenv("HOME");
+    if (home != nullptr && home[0] == '/')
+        return TQvPath(home);
+    std::array<char, 16384> buffer{};
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr)
+        return TQvPath(found->pw_dir);
+    return TQvPath();
+}
+
+std::string QvExtractFileNameOnly(const TQvPath& path)
+{
+    std::string name = path.fileName();
+    name.resize(ExtensionStart(name));
+    return name;
+}
+
+std::string QvExtractFileExt(const TQvPath& path)
+{
+    const std::string name = path.fileName();
+    return name.substr(ExtensionStart(name));
+}
+
+TQvPath QvIncludeTrailingBackslash(const TQvPath& path)
+{
+    return path.addSlash();
+}
+
+TQvPath QvExcludeTrailingBackslash(const TQvPath& path)
+{
+    return path.excludeSlash();
+}

@@ -1,0 +1,64 @@
+#include "QvStd/Stream.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "QvStd/Message.h"
+
+namespace
+{
+constexpr std::uint64_t kBlockSize = 256 * 1024;
+constexpr std::uint64_t kReportEvery = 8 * 1024 * 1024;
+
+/// What is left to copy; 0 when the stream does not know.
+std::uint64_t Remaining(const TQvStream& stream)
+{
+    const std::uint64_t size = stream.getSize();
+    const std::uint64_t position = stream.getPosition();
+    return size != TQvStream::invalid_value64 && size > position ? size - position : 0;
+}
+
+/// Throws TQvUserBreak.
+bool CopyBlocks(TQvStream& from, TQvStream& to, TQvProgressHandler* handler)
+{
+    const std::uint64_t total = Remaining(from);
+    // Small content gets a small buffer; one that grows meanwhile is copied all the same.
+    const std::size_t blockSize = static_cast<std::size_t>(
+        total == 0 ? kBlockSize : std::min(kBlockSize, (total + 4095) / 4096 * 4096));
+    const std::unique_ptr<char[]> block(new char[blockSize]);
+    TQvProgress progress(handler);
+    std::uint64_t done = 0;
+    std::uint64_t reported = 0;
+    for (;;) {
+        // A short block is no end yet: an error may have cut it, and then the next read tells.
+        const std::size_t got = from.Read(block.get(), blockSize);
+        if (got == TQvStream::invalid_value)
+            return false;
+        if (got == 0)
+            break;
+        if (to.Write(block.get(), got) != got)
+            return false;
+        done += got;
+        QvPollProgress(handler);
+        if (done - reported >= kReportEvery && done < total) {
+            progress.Report(static_cast<double>(done) / static_cast<double>(total));
+            reported = done;
+        }
+    }
+    progress.Report(1.0);
+    return true;
+}
+} // namespace
+
+TQvStream::~TQvStream() = default;
+
+bool QvCopyStream(TQvStream* from, TQvStream* to, TQvProgressHandler* progress)
+{
+    if (from == nullptr || to == nullptr || !*from || !*to)
+        return false;
+    try {
+        return CopyBlocks(*from, *to, progress);
+    } catch (const TQvUserBreak&) {
+        return false;
+    }
+}

@@ -81,12 +81,16 @@ public:
 
 protected:
     TQvXIniReader() = default;
-    void Init(var_a<TQvXIniTree*> tree, std::string name, std::string error);
+    /// `error` is shown as the second argument of the message `errorKey`.
+    void Init(var_a<TQvXIniTree*> tree, std::string name, std::string error,
+              const char* errorKey = "Err_XIniParse_name");
 
 private:
     const std::vector<const TQvXIniEntry*>& Elements() const { return m_levels.back().Elements; }
+    const TQvXIniEntry* At(int position) const;
     const std::string* ValueAt(int position) const;
     std::string WhereAmI() const;
+    void ThrowIfMalformed() const;
     [[noreturn]] void ThrowBadValue(int position) const;
     void Enter(const TQvXIniEntry* section);
 
@@ -99,6 +103,7 @@ private:
     var_a<TQvXIniTree*> m_tree;
     std::string m_name;
     std::string m_error;
+    const char* m_errorKey = nullptr;
     std::vector<TLevel> m_levels;
 };
 

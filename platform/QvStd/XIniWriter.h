@@ -6,6 +6,7 @@
 // Thread-safety: one writer belongs to one thread at a time.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -49,9 +50,20 @@ public:
     virtual void CommitE() = 0;
 
 protected:
-    explicit TQvXIniWriter(std::string name);
+    /// Over a tree, or a new one; `name` is what messages show.
+    explicit TQvXIniWriter(std::string name, var_a<TQvXIniTree*> tree = nullptr);
     virtual bool WriteText(const std::string& name, const std::string& value);
+    /// False, always; the reason is a sentence.
     bool Refuse(std::string reason);
+    /// Whether a key or section of that name can be added here; refuses it otherwise.
+    bool CheckKey(const std::string& name);
+    bool CheckSection(const std::string& name);
+    /// Takes the formatted document where it belongs; returns why that failed, or "".
+    using TStore = std::function<std::string(const std::string& text)>;
+    /// What CommitE does: once, and only when nothing was refused.
+    void Commit(const TStore& store);
+    /// For the destructors of those that commit.
+    void CommitSilently() noexcept;
     TQvXIniEntry* Current() const { return m_levels.back(); }
 
     var_a<TQvXIniTree*> m_tree;
@@ -60,12 +72,13 @@ protected:
     std::vector<TQvXIniEntry*> m_levels;
     bool m_committed = false;
 
-    friend class TQvXIniTreeWriter;
+private:
+    int m_exceptions; ///< passing when the writer was made
 };
 
 /// Writes the document over a stream, which it keeps alive: on CommitE or, without an error to
-/// tell, when the writer goes (unless an exception is passing): from the stream's start, cut behind
-/// it, flushed.
+/// tell, when the writer goes (unless a write was refused or an exception is passing): from the
+/// stream's start, cut behind it, flushed.
 class QVSTD_API TQvXIniStreamWriter : public TQvXIniWriter
 {
 public:
@@ -74,14 +87,15 @@ public:
     void CommitE() override;
 
 private:
+    std::string Store(const std::string& text);
+
     var_a<TQvStream*> m_stream;
-    int m_exceptions;
 };
 
 /// A writer of a new document that replaces the file as a whole (temporary neighbour, synced,
 /// renamed) on CommitE or, without an error to tell, when the last reference goes. The old file
-/// stays when a write failed or an exception is passing. The missing file is no error; its folder
-/// must be there.
+/// stays when a write failed or was refused or an exception is passing. The missing file is no
+/// error; its folder must be there.
 QVSTD_API var_a<TQvXIniWriter*> GetXIniWriter(const TQvPath& path);
 
 /// Changes a tree in place and keeps everything else in it. Positions are those of the reader: keys

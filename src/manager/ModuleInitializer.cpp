@@ -5,6 +5,12 @@
 #include "QvConfig/Config.h"
 #include "QvStd/StringTable.h"
 #include "manager/QvServicesModule.h"
+#include "manager/StringTable.h"
+
+QvModule_Initializer::QvModule_Initializer()
+{
+    RegisterEnglishTexts(m_moduleName);
+}
 
 QvModule_Initializer& QvModule_Initializer::getInst()
 {

@@ -34,7 +34,7 @@ public:
     void SetModuleFile(const std::string& file);
 
 private:
-    QvModule_Initializer() = default;
+    QvModule_Initializer();
 
     std::uint64_t m_initCount = 0;
     std::string m_moduleName = "QvServices";

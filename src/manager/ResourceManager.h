@@ -23,6 +23,7 @@
 
 #include "QvServicesExport.h"
 #include "QvStd/LockFile.h"
+#include "QvStd/Message.h"
 #include "QvStd/Progress.h"
 #include "QvStd/ResourceLabel.h"
 #include "QvStd/Stream.h"

@@ -1,5 +1,7 @@
 // The English texts of this module. %1% to %9% are places for arguments; texts that are used as
 // formats have one %s.
+#include "manager/StringTable.h"
+
 #include "QvStd/StringTable.h"
 
 namespace
@@ -33,8 +35,9 @@ constexpr TQvStringTableEntry kEnglish[] = {
     {"global.ErrRegWrite", "The setting of the VAR folder cannot be written to the registry."},
 };
 
-const bool kRegistered = [] {
-    QvRegisterStringTable("QvServices", kEnglish, sizeof kEnglish / sizeof kEnglish[0]);
-    return true;
-}();
 } // namespace
+
+void RegisterEnglishTexts(const std::string& module)
+{
+    QvRegisterStringTable(module.c_str(), kEnglish, sizeof kEnglish / sizeof kEnglish[0]);
+}

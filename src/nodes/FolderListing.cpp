@@ -6,7 +6,7 @@
 #include <string_view>
 #include <sys/stat.h>
 
-#include <QRegExp>
+#include <QRegularExpression>
 #include <QString>
 
 #include "QvStd/Files.h"
@@ -66,19 +66,23 @@ class TNameMask
 public:
     explicit TNameMask(const std::string& mask) : m_all(mask == "*")
     {
-        if (!m_all)
-            m_expression =
-                QRegExp(QString::fromStdString(mask), Qt::CaseInsensitive, QRegExp::Wildcard);
+        if (m_all)
+            return;
+        m_expression.setPattern(
+            QRegularExpression::wildcardToRegularExpression(QString::fromStdString(mask)));
+        m_expression.setPatternOptions(QRegularExpression::CaseInsensitiveOption);
+        m_expression.optimize();
     }
     bool Matches(std::string_view name) const
     {
-        return m_all || m_expression.exactMatch(
-                            QString::fromUtf8(name.data(), static_cast<int>(name.size())));
+        return m_all ||
+               m_expression.match(QString::fromUtf8(name.data(), static_cast<int>(name.size())))
+                   .hasMatch();
     }
 
 private:
     bool m_all;
-    QRegExp m_expression;
+    QRegularExpression m_expression;
 };
 
 TQvResFindItem MakeItem(const std::string& idPrefix, std::string_view name, TEntryKind kind)

@@ -38,7 +38,8 @@ protected:
                                      const std::string& folder = "/D") const
     {
         const auto items = make_var<std::vector<TQvResFindItem>>();
-        EXPECT_EQ(Node.Find(items, folder, mask, flags, nullptr), !items->empty());
+        const bool found = Node.Find(items, folder, mask, flags, nullptr);
+        EXPECT_EQ(found, !items->empty());
         return *items;
     }
     std::vector<std::string> Ids(const std::string& mask, unsigned flags) const
