@@ -37,6 +37,7 @@ TEST_F(TStorageTest, EightProcessesAppendWhileANinthMerges)
         do {
             if (!Storage.MergeDir() || !Storage.DoLoadDir())
                 return 1;
+            QvSleep(20);
         } while (Storage.Dir().count("/LAST") == 0);
         return 0;
     });
@@ -67,7 +68,7 @@ public:
                 QvForceDirectories(own.Folder + "/content/P" + std::to_string(round));
                 const TQvFileStream content(TQvPath(own.Folder + "/content" + Id(round, i)),
                                             kQvOpenCreate, kQvShareAll);
-                const bool done = i % 5 == 4
+                const bool done = i % 2 == 1
                                       ? own.MergeDir() && own.AddResourceRecord(Id(round, i), false)
                                       : own.AddResourceRecord(Id(round, i), false);
                 if (!done || write(m_pipe[1], &i, sizeof i) != sizeof i)

@@ -93,6 +93,7 @@ TEST_F(TProgramTest, VerifiesWithoutChanging)
 
 TEST_F(TProgramTest, Fails)
 {
+    WriteContent("a");
     EXPECT_EQ(Run("add", "b"), (TResult{1, "qvres: TResStorage::AddResourceRecord(): Storage (" +
                                                (Temp / "s") + ") cannot hold the id (b)\n"}));
     EXPECT_EQ(Call("", "load nowhere"),
