@@ -1,10 +1,11 @@
-// Reading a storage journal: a parser over the bytes of the whole file.
+// Reading a storage journal.
 //
 // Thread-safety: pure functions, callable from any thread.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -37,10 +38,15 @@ struct TJournalReading
     std::size_t UnreadBytes = 0;
 };
 
-/// Replays `bytes` into `entries`, line by line; null only checks. Lines are applied before the
+/// Copies up to `count` next bytes of a journal to `buffer`; fewer only at its end, and none behind
+/// it or after a failure.
+using TJournalSource = std::function<std::size_t(char* buffer, std::size_t count)>;
+
+/// Replays a journal into `entries`, line by line; null only checks. Lines are applied before the
 /// checkpoint that seals them is seen, so unless the answer is Whole, `entries` holds lines that
 /// nothing vouches for.
+TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entries);
 TJournalReading ReadJournal(std::string_view bytes, TJournalEntries* entries);
 
-/// zlib's CRC-32 of `bytes`, as checkpoints hold it.
-std::uint32_t JournalChecksum(std::string_view bytes);
+/// zlib's CRC-32 of `bytes`, as checkpoints hold it; going on from that of the bytes before.
+std::uint32_t JournalChecksum(std::string_view bytes, std::uint32_t before = 0);

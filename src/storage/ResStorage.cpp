@@ -30,11 +30,55 @@ bool IsStorable(const std::string& id)
     return id.find(kNameMark) == std::string::npos && std::none_of(id.begin(), id.end(), IsControl);
 }
 
-void AppendCheckpoint(std::string* text)
+std::string Checkpoint(std::uint32_t checksum)
 {
-    *text += Korvadel::ssprintf("%c%08X", kCheckpointMark, JournalChecksum(*text));
-    *text += kLineEnd;
+    return Korvadel::ssprintf("%c%08X", kCheckpointMark, checksum).append(kLineEnd);
 }
+
+/// Writes one block to a stream in pieces of a fixed size: a text of the whole block costs more to
+/// get than to fill, and a piece is still in the processor's cache when it is summed and written.
+class TBlockWriter
+{
+public:
+    explicit TBlockWriter(TQvStream* stream) : m_stream(stream) { m_piece.reserve(kPiece); }
+
+    void Add(std::string_view text)
+    {
+        m_piece.append(text);
+        if (m_piece.size() >= kPiece - kRoom)
+            Write();
+    }
+    void AddRecord(const std::string& key, const std::string& name)
+    {
+        // In place: QvNormalizeResId would make a string for each record.
+        const std::size_t start = m_piece.size();
+        m_piece.resize(start + key.size());
+        std::transform(key.begin(), key.end(), m_piece.data() + start, QvToUpper);
+        m_piece.append(1, kNameMark).append(name);
+        Add(kLineEnd);
+    }
+    void Seal()
+    {
+        Write();
+        m_piece = Checkpoint(m_checksum);
+        Write();
+    }
+
+private:
+    static constexpr std::size_t kPiece = 256 * 1024;
+    static constexpr std::size_t kRoom = 4096; ///< so that a record hardly ever outgrows a piece
+
+    void Write()
+    {
+        m_checksum = JournalChecksum(m_piece, m_checksum);
+        m_stream->Write(m_piece.data(), m_piece.size());
+        m_piece.clear();
+    }
+
+    TQvStream* m_stream;
+    std::string m_piece;
+    std::uint32_t m_checksum = 0;
+};
 
 bool HasMetaExtension(const std::string& name)
 {
@@ -116,11 +160,7 @@ bool TResStorage::DoLoadDir(const TLocker& given)
     if (!Lock(&locker, false, TMessages::DoLoadDir))
         return false;
     m_dir.clear();
-    std::size_t size = 0;
-    const std::unique_ptr<char[]> bytes = ReadDirFile(&size);
-    if (!bytes)
-        return false;
-    const TJournalReading reading = ReadJournal({bytes.get(), size}, &m_dir);
+    const TJournalReading reading = ReadDirFile();
     if (reading.State != TJournalState::Whole)
         return false;
     // What is rewritten is what was read: nobody else writes between a shared hold and the
@@ -130,7 +170,7 @@ bool TResStorage::DoLoadDir(const TLocker& given)
     return true;
 }
 
-std::unique_ptr<char[]> TResStorage::ReadDirFile(std::size_t* size)
+TJournalReading TResStorage::ReadDirFile()
 {
     TQvFileStream stream;
     Open(&stream, kQvOpenRead, kQvOpenRead, TMessages::DoLoadDir);
@@ -139,21 +179,22 @@ std::unique_ptr<char[]> TResStorage::ReadDirFile(std::size_t* size)
         // nearly always is there.
         if (QvFileExists(DirFile()))
             Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
-        return nullptr;
+        return {};
     }
     NoteDirFile(stream);
-    std::size_t got = TQvStream::invalid_value;
-    std::unique_ptr<char[]> bytes;
-    if (m_dirSize != TQvStream::invalid_value64) {
-        bytes.reset(new char[m_dirSize + 1]); // make_unique would clear it
-        got = stream.Read(bytes.get(), m_dirSize);
-    }
-    if (got == TQvStream::invalid_value) {
-        Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
-        return nullptr;
-    }
-    *size = got;
-    return bytes;
+    bool failed = false;
+    TJournalReading reading = ReadJournal(
+        [&](char* buffer, std::size_t count) {
+            const std::size_t got = stream.Read(buffer, count);
+            failed = failed || (got < count && stream.getError() != 0);
+            return got == TQvStream::invalid_value ? 0 : got;
+        },
+        &m_dir);
+    if (!failed)
+        return reading;
+    // Blocks behind the failure may be missing, however whole those before it are.
+    Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
+    return {};
 }
 
 bool TResStorage::RecreateDir(const TLocker& given)
@@ -204,7 +245,6 @@ bool TResStorage::SaveDir(const TLocker& given)
     TLocker locker = given;
     if (!Lock(&locker, true, TMessages::SaveDir))
         return false;
-    const std::string text = TextOfDir();
     TQvFileStream stream;
     // The retry opens without truncating: what keeps the file busy is never cut away under it.
     Open(&stream, kQvOpenCreate, kQvOpenAppend, TMessages::SaveDir);
@@ -212,7 +252,7 @@ bool TResStorage::SaveDir(const TLocker& given)
         Log(TMessages::SaveDir.NotOpened, kLevelWrite);
         return false;
     }
-    stream.Write(text.data(), text.size());
+    WriteDir(&stream);
     // After a retry the old content may reach further than what was written.
     if (stream.getSize() > stream.getPosition())
         stream.setSize(stream.getPosition());
@@ -222,23 +262,15 @@ bool TResStorage::SaveDir(const TLocker& given)
     return true;
 }
 
-std::string TResStorage::TextOfDir() const
+void TResStorage::WriteDir(TQvStream* stream) const
 {
-    std::string text;
-    // The journal as loaded is hardly ever shorter than the same rewritten.
-    text.reserve(static_cast<std::size_t>(m_dirSize) + 64);
-    text += Korvadel::ssprintf("%c%08X", kStampMark, QvGetTickCount());
-    text += kLineEnd;
-    text += StorageSgn;
-    for (const auto& [key, name] : m_dir) {
-        const std::size_t start = text.size();
-        text.append(key).append(1, kNameMark).append(name).append(kLineEnd);
-        // In place: QvNormalizeResId would make a string for each record.
-        const auto id = text.begin() + static_cast<std::ptrdiff_t>(start);
-        std::transform(id, id + static_cast<std::ptrdiff_t>(key.size()), id, QvToUpper);
-    }
-    AppendCheckpoint(&text);
-    return text;
+    TBlockWriter block(stream);
+    block.Add(Korvadel::ssprintf("%c%08X", kStampMark, QvGetTickCount()));
+    block.Add(kLineEnd);
+    block.Add(StorageSgn);
+    for (const auto& [key, name] : m_dir)
+        block.AddRecord(key, name);
+    block.Seal();
 }
 
 bool TResStorage::AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given)
@@ -275,7 +307,7 @@ bool TResStorage::CanHold(const std::string& id, const TMessages& messages) cons
 bool TResStorage::Append(std::string line, const TLocker& given, const TMessages& messages)
 {
     line += kLineEnd;
-    AppendCheckpoint(&line);
+    line += Checkpoint(JournalChecksum(line));
     TLocker locker = given;
     if (!Lock(&locker, true, messages))
         return false;

@@ -17,9 +17,7 @@
 // Thread-safety: one object belongs to one thread at a time.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "QvStd/FileStream.h"
@@ -76,12 +74,11 @@ private:
     void Log(const char* text, int level) const;
     void Open(TQvFileStream* stream, qvOpenMode mode, qvOpenMode retryMode,
               const TMessages& messages) const;
-    /// The bytes of the journal; null when there is none or it cannot be read.
-    std::unique_ptr<char[]> ReadDirFile(std::size_t* size);
+    TJournalReading ReadDirFile();
     bool ListContent();
     void ListFound(const std::string& path, std::size_t contentLength);
     bool CanHold(const std::string& id, const TMessages& messages) const;
-    std::string TextOfDir() const;
+    void WriteDir(TQvStream* stream) const;
     bool Append(std::string line, const TLocker& given, const TMessages& messages);
     void NoteDirFile(const TQvFileStream& stream);
 
