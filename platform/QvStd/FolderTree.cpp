@@ -278,8 +278,9 @@ bool MayBeRemoved(const std::string& path)
     return !last.empty() && last != "." && last != ".." && path.find('\0') == std::string::npos;
 }
 
-void RemoveTop(TTreeRemover& remover, std::string& path, bool recursive)
+void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
 {
+    std::string shown = path; // grows and moves while the tree is walked
     struct stat status = {};
     if (!MayBeRemoved(path))
         remover.Note(EINVAL, path);
@@ -288,7 +289,7 @@ void RemoveTop(TTreeRemover& remover, std::string& path, bool recursive)
     else if (S_ISLNK(status.st_mode))
         remover.Unlink(AT_FDCWD, path.c_str(), 0, path);
     else if (recursive && S_ISDIR(status.st_mode))
-        remover.RemoveFolder(AT_FDCWD, path.c_str(), path);
+        remover.RemoveFolder(AT_FDCWD, path.c_str(), shown);
     else
         remover.Unlink(AT_FDCWD, path.c_str(), AT_REMOVEDIR, path);
 }
@@ -297,7 +298,7 @@ void RemoveTop(TTreeRemover& remover, std::string& path, bool recursive)
 bool QvRemoveDirectoryEx(const std::string& path, bool recursive, bool force,
                          std::string* errorText)
 {
-    std::string plain = path.substr(0, path.find_last_not_of('/') + 1);
+    const std::string plain = path.substr(0, path.find_last_not_of('/') + 1);
     TTreeRemover remover(force);
     RemoveTop(remover, plain, recursive);
     if (remover.Error() == 0)

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "QvStd/DateTime.h"
 #include "QvStd/Export.h"
@@ -39,7 +40,8 @@ public:
     TQvPath operator/(std::string_view right) const;
 
     /// The path in the system's own spelling.
-    const std::string& toSysStr() const { return m_text; }
+    const std::string& toSysStr() const& { return m_text; }
+    std::string toSysStr() && { return std::move(m_text); }
 
     /// The last component, without the separators before it ("" for a path that ends in one).
     std::string fileName() const;

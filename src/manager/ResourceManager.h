@@ -239,6 +239,7 @@ private:
     void LoadProfileNodes();
     void RemoveRootNode();
     PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
+    PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
     void CheckProfileCanBeSaved(const char* operation) const;
     void SaveProfile() const;
@@ -258,9 +259,10 @@ private:
     std::string m_myComputerId;
     std::string m_myComputerNormal;
     std::string m_myComputerFolder;
-    /// The same as m_nodeIds, hashed: resolution looks up each "/"-cut of an id. The keys are views
-    /// of m_nodeIds' keys.
+    /// The same as m_nodeIds, hashed, for resolution; the keys are views of m_nodeIds' keys. Only
+    /// prefixes of an id whose length is that of some mount point are looked up.
     std::unordered_map<std::string_view, TMountNode*> m_nodesByNormalId;
+    std::vector<bool> m_lengthsInUse;
 };
 
 /// The one manager of the process.

@@ -82,16 +82,22 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
 TResourceManager::PTMountNode TResourceManager::FindNode(std::string_view normalId,
                                                          bool skipExactMountPoint) const
 {
-    std::size_t length = normalId.size();
-    if (skipExactMountPoint)
-        length = normalId.empty() ? std::string_view::npos : normalId.rfind('/', length);
-    while (length != std::string_view::npos) {
-        const auto found = m_nodesByNormalId.find(normalId.substr(0, length));
-        if (found != m_nodesByNormalId.end())
-            return found->second;
-        length = length == 0 ? std::string_view::npos : normalId.rfind('/', length - 1);
-    }
+    if (!skipExactMountPoint)
+        if (const PTMountNode node = NodeMountedAt(normalId))
+            return node;
+    for (std::size_t i = normalId.size(); i-- > 0;)
+        if (normalId[i] == '/')
+            if (const PTMountNode node = NodeMountedAt(normalId.substr(0, i)))
+                return node;
     return nullptr;
+}
+
+TResourceManager::PTMountNode TResourceManager::NodeMountedAt(std::string_view normalId) const
+{
+    if (normalId.size() >= m_lengthsInUse.size() || !m_lengthsInUse[normalId.size()])
+        return nullptr;
+    const auto found = m_nodesByNormalId.find(normalId);
+    return found != m_nodesByNormalId.end() ? found->second : nullptr;
 }
 
 void TResourceManager::RefreshNodeMaps()
@@ -104,13 +110,16 @@ void TResourceManager::RefreshNodeMaps()
         m_nodeLengths.emplace(mountPoint.size(), i);
         m_nodeIds[QvNormalizeResId(mountPoint)] = i;
     }
+    m_lengthsInUse.assign(m_nodeLengths.empty() ? 0 : m_nodeLengths.rbegin()->first + 1, false);
+    for (const auto& [length, index] : m_nodeLengths)
+        m_lengthsInUse[length] = true;
     for (const auto& [normalId, index] : m_nodeIds)
         m_nodesByNormalId.emplace(normalId, m_mountNodes[index].get());
 }
 
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
-    return m_nodesByNormalId.count(TNormalId(id)) != 0;
+    return NodeMountedAt(TNormalId(id)) != nullptr;
 }
 
 bool TResourceManager::CanMountPersistent() const

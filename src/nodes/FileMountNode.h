@@ -17,7 +17,7 @@
 #include "QvStd/Path.h"
 #include "manager/ResourceManager.h"
 
-class TFileMountNode : public TResourceManager::TMountNode
+class TFileMountNode final : public TResourceManager::TMountNode
 {
 public:
     TFileMountNode(const std::string& mountPointId, const TQvPath& folder);

@@ -11,7 +11,7 @@
 
 #include "manager/ResourceManager.h"
 
-class TRootMountNode : public TResourceManager::TMountNode
+class TRootMountNode final : public TResourceManager::TMountNode
 {
 public:
     /// For the mount points of `nodes`.

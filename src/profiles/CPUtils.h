@@ -60,27 +60,33 @@ public:
     // The state of all profiles.
 
     /// Loads the state after taking over what the repository publishes. A profile that cannot be
-    /// read is left out. Throws only TQvUserBreak, with an empty state.
+    /// read is left out (and SaveState would remove it). Throws only when the user breaks off
+    /// (TQvUserBreak, or the failure that came at the same time), with an empty state.
     static void ReloadState(TCPState& state, TQvProgressHandler* progress);
-    /// Writes the state back, and removes the folders of profiles that are not in it. Throws a
-    /// TQvMessage on the first failure; nothing is rolled back.
+    /// Writes the state back, and removes the folders of profiles that are not in its index; one
+    /// that cannot be removed is logged. Throws a TQvMessage on the first failure; nothing is
+    /// rolled back. A VAR folder or a name that is not valid and a policy file that cannot be read
+    /// are refused before anything is touched.
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);
     static void RefreshProfilesState(TCPState& state);
-    /// Adds (or replaces) the node "/<base name of the folder>" of an existing profile.
+    /// Adds (or replaces) the node "/<base name of the folder>" of an existing profile; does
+    /// nothing when there is no such profile.
     static void AddNodeState(const TQvPath& folder, const std::string& profileName,
                              TCPState& state);
     /// Computes the profile's free space anew; false when there is no such profile.
     static bool RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state);
-    /// The first run: when there is no profile at all, makes "LocalProfile" holding the folder,
-    /// current, and saves it.
+    /// The first run: when there is no profile at all, readable or not, makes "LocalProfile"
+    /// holding the folder, current, and saves it. Throws what SaveState throws; a failed or broken
+    /// off loading changes nothing.
     static void CreateProfileNode(const TQvPath& folder, TQvProgressHandler* progress);
 
     // Settings.
 
     /// Checks and applies the VAR folder and the repository. False with a message for the user in
-    /// `error`; earlier steps stay done then. Other failures of writing throw a TQvMessage.
+    /// `error`; earlier steps stay done then. Other failures of writing throw a TQvMessage. A
+    /// policy file that cannot be read is begun anew; the old one stays as "policy.x-ini.damaged".
     static bool PerformOK(const TQvPath& varFolder, bool common, bool useRepository,
                           const TQvPath& repository, std::string& error);
 };

@@ -1,6 +1,7 @@
 #include "resid/ResId.h"
 
 #include <algorithm>
+#include <array>
 
 #include "QvStd/Message.h"
 #include "QvStd/Path.h"
@@ -22,22 +23,35 @@ std::size_t SegmentBefore(const std::string& id, std::size_t segment, std::size_
     return id.compare(before, 3, "../") == 0 ? kNone : before;
 }
 
-bool IsForbidden(char c, bool forbidWildcards)
+enum : unsigned char
 {
-    switch (c) {
-    case '\\':
-    case '"':
-    case '<':
-    case '>':
-    case '|':
-    case ':':
-        return true;
-    case '*':
-    case '?':
-        return forbidWildcards;
-    default:
-        return false;
-    }
+    kOrdinary = 0,
+    kWildcard = 1,
+    kForbidden = 2,
+    kControl = 4
+};
+
+constexpr std::array<unsigned char, 256> MakeCharacterClasses()
+{
+    std::array<unsigned char, 256> classes{};
+    for (unsigned char c = 0; c < 0x20; ++c)
+        classes[c] = kControl;
+    for (const char c : {'\\', '"', '<', '>', '|', ':'})
+        classes[static_cast<unsigned char>(c)] = kForbidden;
+    for (const char c : {'*', '?'})
+        classes[static_cast<unsigned char>(c)] = kWildcard;
+    return classes;
+}
+
+constexpr std::array<unsigned char, 256> kCharacterClasses = MakeCharacterClasses();
+
+/// The classes of all characters together.
+unsigned ClassesIn(const std::string& text)
+{
+    unsigned classes = kOrdinary;
+    for (const char c : text)
+        classes |= kCharacterClasses[static_cast<unsigned char>(c)];
+    return classes;
 }
 } // namespace
 
@@ -207,21 +221,13 @@ bool QvIsValidResId(const std::string& id, bool forbidWildcards)
 {
     if (id.empty())
         return true; // an absent id passes
-    if (id.front() != '/')
-        return false;
-    char before = '\0';
-    for (const char c : id) {
-        if (static_cast<unsigned char>(c) < 0x20 || IsForbidden(c, forbidWildcards) ||
-            (c == '/' && before == '/'))
-            return false;
-        before = c;
-    }
-    return true;
+    const unsigned refused = kControl | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
+    return id.front() == '/' && (ClassesIn(id) & refused) == 0 &&
+           id.find("//") == std::string::npos;
 }
 
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards)
 {
-    return !name.empty() && std::none_of(name.begin(), name.end(), [forbidWildcards](char c) {
-        return c == '/' || IsForbidden(c, forbidWildcards);
-    });
+    const unsigned refused = kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
+    return !name.empty() && (ClassesIn(name) & refused) == 0 && name.find('/') == std::string::npos;
 }

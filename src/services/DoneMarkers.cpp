@@ -1,1 +1,65 @@
 #include "services/DoneMarkers.h"
+
+#include <string_view>
+
+#include "QvStd/URLManager.h"
+#include "manager/ResourceManager.h"
+
+namespace
+{
+const std::string kOk = "ok";
+const std::string kFail = "fail";
+const std::string kSuffix = ".done";
+
+constexpr std::size_t kJudgedBytes = 15;
+
+bool ReadMarker(const var_a<TQvStream*>& stream, bool* ok)
+{
+    if (!stream || !*stream)
+        return false;
+    char buffer[kJudgedBytes];
+    const std::size_t count = stream->Read(buffer, sizeof buffer);
+    if (count == TQvStream::invalid_value)
+        return false;
+    *ok = std::string_view(buffer, count) == kOk;
+    return true;
+}
+
+bool WriteMarker(const var_a<TQvStream*>& stream, bool ok)
+{
+    const std::string& text = ok ? kOk : kFail;
+    return stream && stream->Write(text.data(), text.size()) == text.size() && stream->Flush();
+}
+} // namespace
+
+std::string GetDoneResId(const std::string& resId)
+{
+    return resId + kSuffix;
+}
+
+TQvURL GetDoneURL(const TQvURL& url)
+{
+    return TQvURL(url.std_str() + kSuffix);
+}
+
+bool GetResDoneResult(const std::string& doneResId, bool* ok)
+{
+    *ok = false; // also for an id that throws
+    return ReadMarker(ResourceManager.OpenResource(doneResId, kQvOpenRead, kQvShareAll, 0), ok);
+}
+
+bool GetDoneResult(const TQvURL& doneUrl, bool* ok)
+{
+    *ok = false;
+    return ReadMarker(QvURLManager.OpenURL(doneUrl, kQvOpenRead, kQvShareAll, 0), ok);
+}
+
+bool SetResDoneResult(const std::string& doneResId, bool ok)
+{
+    return WriteMarker(ResourceManager.OpenResource(doneResId, kQvOpenCreate, kQvShareAll, 0), ok);
+}
+
+bool SetDoneResult(const TQvURL& doneUrl, bool ok)
+{
+    return WriteMarker(QvURLManager.OpenURL(doneUrl, kQvOpenCreate, kQvShareAll, 0), ok);
+}

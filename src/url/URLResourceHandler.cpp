@@ -4,6 +4,7 @@
 
 #include "QvStd/Message.h"
 #include "manager/ResourceManager.h"
+#include "resid/ResId.h"
 
 namespace
 {
@@ -35,7 +36,13 @@ TQvURL TQvURLResourceHandler::CreateURL(const std::string& prefix, const std::st
 var_a<TQvStream*> TQvURLResourceHandler::OpenURL(const TQvURL& url, qvOpenMode mode,
                                                  qvShareMode share, unsigned long flags)
 {
-    return ResourceManager.OpenResource(URL2Path(url), mode, share, flags);
+    const std::string path = URL2Path(url);
+    if (!QvIsValidResId(path, true))
+        return {}; // the manager throws for such an id, this operation never
+    var_a<TQvStream*> stream = ResourceManager.OpenResource(path, mode, share, flags);
+    if (stream && !*stream)
+        stream.reset();
+    return stream;
 }
 
 var_a<TQvStream*> TQvURLResourceHandler::OpenURLE(const TQvURL& url, qvOpenMode mode,

@@ -13,8 +13,12 @@
 class TQvURLResourceHandler : public TQvURLHandler
 {
 public:
+    /// For handlers derived from this one: the base has no virtual destructor.
+    virtual ~TQvURLResourceHandler() = default;
+
     void Init() override {}
     TQvURL CreateURL(const std::string& prefix, const std::string& rest) override;
+    /// An open stream, or an empty reference; never throws for an id that is not valid.
     var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                               unsigned long flags) override;
     /// Opens through OpenURL, so that a derived handler's own is used. Throws a TQvMessage that

@@ -1,0 +1,98 @@
+#include "QvStd/Message.h"
+#include "QvStd/Registry.h"
+#include "QvStd/XIniReader.h"
+#include "profiles/CPUtils.h"
+#include "profiles/VarFolderLayout.h"
+
+namespace
+{
+constexpr char kValueName[] = "VarPath";
+// The plain key goes with the common root and the other one with the user's: other modules of the
+// suite store the setting under just these pairs.
+constexpr char kCommonKey[] = "Software\\Velmor\\KORVADEL\\6 Airlane";
+constexpr char kUserKey[] = "Software\\Wow6432Node\\Velmor\\KORVADEL\\6 Airlane";
+
+TQvPath ReadRegistry(bool wantCommon, bool* common)
+{
+    const auto read = [common](TQvRegKey root, const char* key) {
+        const TQvPath folder(TQvRegMan::readString(root, key, kValueName));
+        if (!folder.isPathValid())
+            return TQvPath();
+        if (common != nullptr)
+            *common = root == TQvRegKey::Common;
+        return folder.addSlash();
+    };
+    TQvPath folder;
+    if (wantCommon)
+        folder = read(TQvRegKey::Common, kCommonKey);
+    return folder.isPathEmpty() ? read(TQvRegKey::User, kUserKey) : folder;
+}
+
+std::string ReadRepositoryE(const TQvPath& varFolder, const char* key)
+{
+    const auto reader = GetXIniReader(varFolder / kPolicyFile);
+    return reader->Read(reader->FindF(key), std::string());
+}
+
+/// The names are read only to prove that they can be.
+void CheckProfileListE(const TQvPath& folder)
+{
+    const auto reader = GetXIniReader(folder / kProfilesFolder / kProfileListFile);
+    const TQvXIniSection list = reader->EnterSectionSE(kProfileListSection);
+    for (int i = 0; reader->Exists(i); ++i)
+        reader->ReadE<std::string>(i);
+    reader->ExitSection(list);
+}
+} // namespace
+
+TQvPath TQvCPUtils::GetVARFolder(bool* common)
+{
+    try {
+        // What the caller wants, before the setting's own scope takes its place.
+        const bool wantCommon = common == nullptr || *common;
+        TQvPath folder = QvVarFolderSettingE(wantCommon, common);
+        return folder.isPathValid() ? folder : ReadRegistry(wantCommon, common);
+    } catch (...) {
+        return TQvPath();
+    }
+}
+
+TQvPath TQvCPUtils::GetQvVARFolder(bool* common)
+{
+    TQvPath folder = GetVARFolder(common);
+    if (!folder.isPathEmpty())
+        return folder;
+    return TQvPath::homeDir() / ".config/velmor" / "KORVADELAirlane7.VAR";
+}
+
+TQvPath TQvCPUtils::GetRepositoryFolder(TQvPath varFolder, bool switchedOff)
+{
+    try {
+        if (varFolder.isPathEmpty())
+            varFolder = QvVarFolderSettingE();
+        if (!varFolder.isPathValid())
+            return TQvPath();
+        const char* key = switchedOff ? kSwitchedOffRepositoryKey : kRepositoryKey;
+        return TQvPath(ReadRepositoryE(varFolder, key)).addSlash();
+    } catch (...) {
+        return TQvPath();
+    }
+}
+
+bool TQvCPUtils::IsWizardNecessary()
+{
+    try {
+        // Only the configuration counts: a folder that GetVARFolder would find elsewhere, or the
+        // default one, has not been set up for the other modules.
+        const TQvPath varFolder = QvVarFolderSettingE();
+        if (!varFolder.isFolder())
+            return true;
+        const TQvPath repository(ReadRepositoryE(varFolder, kRepositoryKey));
+        CheckProfileListE(varFolder);
+        if (repository.isPathValid())
+            CheckProfileListE(repository);
+        return false;
+    } catch (...) {
+        return true;
+    }
+}

@@ -1,0 +1,124 @@
+#include "QvConfig/Config.h"
+#include "QvStd/FileStream.h"
+#include "QvStd/Files.h"
+#include "QvStd/Log.h"
+#include "QvStd/Message.h"
+#include "QvStd/Registry.h"
+#include "QvStd/Strings.h"
+#include "QvStd/XIniWriter.h"
+#include "manager/ModuleInitializer.h"
+#include "profiles/CPUtils.h"
+#include "profiles/VarFolderLayout.h"
+
+namespace
+{
+constexpr int kProductKey = 11; // number of the static configuration string
+constexpr char kValueName[] = "VarPath";
+constexpr int kDamagedFileLogLevel = 6;
+
+bool Refuse(std::string& error, std::string text)
+{
+    error = std::move(text);
+    return false;
+}
+
+bool CreateVarFolder(const TQvPath& folder, std::string& error)
+{
+    if (!folder.isPathValid())
+        return Refuse(error, QvResourceString("global.MustSetVarFolder"));
+    return folder.makePath(true) ||
+           Refuse(error, QvFolderMessage("global.ErrCreateFolder", folder));
+}
+
+bool CheckRepository(const TQvPath& repository, std::string& error)
+{
+    if (!repository.isPathValid())
+        return Refuse(error, QvResourceString("global.MustSetDirEditRepository"));
+    if (repository.isFolder())
+        return true;
+    return Refuse(error, Korvadel::ssprintf(
+                             "%s: %s", QvResourceString("global.ErrRepositoryDirNotExists").c_str(),
+                             repository.toSysStr().c_str()));
+}
+
+bool CheckWritable(const TQvPath& folder, std::string& error)
+{
+    const TQvPath path = folder / "$cp.tmp";
+    if (path.rmFile()) {
+        TQvFileStream probe(path, kQvOpenCreate, kQvShareAll);
+        // The folder is not asked for it: another process that makes the same check may have
+        // removed it.
+        if (probe && probe.Close()) {
+            path.rmFile();
+            return true;
+        }
+    }
+    return Refuse(error, QvFolderMessage("global.ErrFolderWrite", folder));
+}
+
+bool RemoveCommonSetting(const std::string& key)
+{
+    // A registry file that cannot be read has no say, and is no reason to refuse.
+    return TQvRegMan::removeEntry(TQvRegKey::Common, key, kValueName) ||
+           TQvRegMan::readString(TQvRegKey::Common, key, kValueName).empty();
+}
+
+bool StoreVarFolder(const TQvPath& folder, bool common, std::string& error)
+{
+    bool currentCommon = true;
+    const TQvPath current = QvVarFolderSettingE(true, &currentCommon);
+    if (current == folder && currentCommon == common)
+        return true;
+    const std::string key = QvGetStaticConfigString(kProductKey);
+    // A common value that stayed would hide the user's own. The other way round the own one stays:
+    // the common one is read first.
+    const bool removed = !currentCommon || common || RemoveCommonSetting(key);
+    const TQvRegKey root = common ? TQvRegKey::Common : TQvRegKey::User;
+    return (removed && TQvRegMan::writeString(root, key, kValueName, folder.toSysStr(), true)) ||
+           Refuse(error, QvResourceString("global.ErrRegWrite"));
+}
+
+/// A policy file that cannot be read does not keep the settings from being applied: it is begun
+/// anew, and what it held is kept beside it.
+var_a<TQvXIniTree*> ReadOrBeginPolicy(const TQvPath& file)
+{
+    try {
+        return QvReadPolicyE(file);
+    } catch (const TQvMessage& damage) {
+        QvLogWriteWarning(damage, kDamagedFileLogLevel, 0);
+        QvCopyFile(file.toSysStr(), file.toSysStr() + ".damaged", false);
+        return make_var<TQvXIniTree>();
+    }
+}
+
+void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPath& repository)
+{
+    const TQvPath file = varFolder / kPolicyFile;
+    const var_a<TQvXIniTree*> tree = ReadOrBeginPolicy(file);
+    TQvXIniTreeWriter policy(tree);
+    // The key of a repository that is switched off remembers it.
+    const char* key = useRepository ? kRepositoryKey : kSwitchedOffRepositoryKey;
+    const char* otherKey = useRepository ? kSwitchedOffRepositoryKey : kRepositoryKey;
+    if (!policy.Write(policy.FindCreateF(key), repository.addSlash().toSysStr()))
+        policy.RaiseErrorE();
+    // All of them: a second one in a file written by hand would come into force now.
+    while (policy.Delete(policy.FindF(otherKey))) {
+    }
+    WriteQvXIniTreeE(file, *tree);
+}
+} // namespace
+
+bool TQvCPUtils::PerformOK(const TQvPath& varFolder, bool common, bool useRepository,
+                           const TQvPath& repository, std::string& error)
+{
+    error.clear();
+    if (!CreateVarFolder(varFolder, error) ||
+        (useRepository && !CheckRepository(repository, error)) || !CheckWritable(varFolder, error))
+        return false;
+    for (const char* name : {"Config", "Logs", kProfilesFolder, "Tmp", "UserData"})
+        (varFolder / name).makePath(true); // whoever needs a missing one reports it then
+    if (!StoreVarFolder(varFolder, common, error))
+        return false;
+    StoreRepositoryE(varFolder, useRepository, repository);
+    return true;
+}

@@ -1,0 +1,386 @@
+#include <algorithm>
+#include <unordered_set>
+
+#include "QvStd/Files.h"
+#include "QvStd/Log.h"
+#include "QvStd/Message.h"
+#include "QvStd/Strings.h"
+#include "QvStd/XIniReader.h"
+#include "QvStd/XIniWriter.h"
+#include "manager/ModuleInitializer.h"
+#include "profiles/CPUtils.h"
+#include "profiles/VarFolderLayout.h"
+
+namespace
+{
+using TCPState = TQvCPUtils::TCPState;
+using TNames = std::unordered_set<std::string>;
+
+constexpr int kStepLogLevel = 3;
+constexpr int kDetailLogLevel = 5;
+constexpr int kStorageGroupLogLevel = 3;
+constexpr int kRemoveLogLevel = 6;
+
+const std::string kBadNameText =
+    "@static void TQvCPUtils::SaveState(TQvCPUtils::TCPState &): Invalid profile name ";
+constexpr char kFirstProfile[] = "LocalProfile";
+
+/// Whether a folder of that name may lie in the profiles folder: nothing that leads elsewhere, and
+/// not the name of the list that lies there.
+bool IsProfileName(const std::string& name)
+{
+    return name.find_first_of("/\\") == std::string::npos && name != "." && name != ".." &&
+           name != kProfileListFile && TQvPath(name).isPathValid();
+}
+
+TQvPath ProfileFile(const TQvPath& folder, const std::string& name)
+{
+    return folder / kProfilesFolder / name / kProfileFile;
+}
+
+/// Names of the folders that hold a profile file. Throws when the profiles folder cannot be read.
+std::vector<std::string> FindProfilesE(const TQvPath& folder)
+{
+    std::vector<std::string> names;
+    // Without a valid folder the working directory would be searched.
+    if (!folder.isPathValid())
+        return names;
+    for (const std::string& entry : QvFindFiles(folder / kProfilesFolder, "*.*", true, false)) {
+        std::string name = entry.substr(entry.rfind('/') + 1);
+        if (IsProfileName(name) && QvFileExists(entry + '/' + kProfileFile))
+            names.push_back(std::move(name));
+    }
+    return names;
+}
+
+// Loading
+
+/// Takes over one published profile, marked as remote. The file is written once, mark included, so
+/// that no process sees a copy without it; and only when it changes. False when the repository has
+/// no readable file of it: what is there locally stays then.
+bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std::string& name)
+{
+    const var_a<TQvXIniTree*> tree = ReadQvXIniTree(ProfileFile(repository, name));
+    if (!tree)
+        return false;
+    TQvXIniTreeWriter writer(tree);
+    if (!writer.OpenSection(writer.FindCreateF("profile", TQvXIniEntry::Kind::Section)) ||
+        !writer.Write(writer.FindCreateF("remote"), 1))
+        writer.RaiseErrorE();
+
+    const TQvPath copy = ProfileFile(varFolder, name);
+    std::string old;
+    if (QvReadWholeFile(copy.toSysStr(), &old) && old == QvFormatXIniTree(*tree))
+        return true;
+    QvForceDirectories(varFolder / kProfilesFolder / name); // the write reports a failure
+    WriteQvXIniTreeE(copy, *tree);
+    return true;
+}
+
+void CopyPublishedProfilesE(TCPState& state, TQvProgress& progress, TNames& copied)
+{
+    state.VarFolder = QvVarFolderSettingE();
+    const TQvPath repository = TQvCPUtils::GetRepositoryFolder(state.VarFolder, false);
+    if (!repository.isFolder())
+        return;
+    const auto reader = GetXIniReader(repository / kProfilesFolder / kProfileListFile);
+    const TQvXIniSection list = reader->EnterSectionSE(kProfileListSection);
+    // No width: copying does not advance the bar.
+    TQvProgressVar step = progress.SubProgress(0.0, 0.0, kStepLogLevel, kStepLogLevel);
+    step.SetMessage(QvResourceString("global.Prg_CopyRemoteProfiles"));
+    step.Start();
+    const int count = reader->Count();
+    for (int i = 0; i < count; ++i) {
+        const std::string name = reader->Read(i, std::string());
+        if (IsProfileName(name) && CopyProfileE(repository, state.VarFolder, name))
+            copied.insert(tolower_locale(name));
+        step.Report((i + 1.0) / count);
+    }
+    reader->ExitSection(list);
+    step.Stop();
+}
+
+/// A failed copy ends the copying and never the loading; a user who breaks off here is heard by the
+/// first profile that is read.
+TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
+{
+    TNames copied;
+    try {
+        CopyPublishedProfilesE(state, progress, copied);
+    } catch (...) {
+    }
+    return copied;
+}
+
+/// "" when there is none, or no readable policy file.
+std::string ReadCurrentProfile(const TQvPath& varFolder)
+{
+    if (!varFolder.isPathValid())
+        return std::string();
+    try {
+        const auto reader = GetXIniReader(varFolder / kPolicyFile);
+        return reader->Read(reader->FindF(kCurrentProfileKey), std::string());
+    } catch (...) {
+        return std::string();
+    }
+}
+
+std::vector<std::string> FindProfiles(const TQvPath& folder)
+{
+    try {
+        return FindProfilesE(folder);
+    } catch (...) {
+        return {};
+    }
+}
+
+void Empty(TCPState& state)
+{
+    state.CurrentProfile.clear();
+    state.SelectedProfile.clear();
+    state.ProfileIndex.clear();
+    state.ProfilesById.clear();
+    state.ProfileIds.clear();
+    state.Profiles.clear();
+}
+
+TQvResourceProfile LoadProfileE(const TCPState& state, const std::string& name, bool remote,
+                                TQvProgressVar& progress)
+{
+    TQvResourceProfile profile;
+    profile.Name = name;
+    profile.FreeSpaceMap = state.FreeSpaceMap;
+    const auto reader = GetXIniReader(ProfileFile(state.VarFolder, name));
+    TQvProgressVar nodes = progress.SubProgress(0.0, 1.0, kDetailLogLevel, kStepLogLevel);
+    nodes.Start();
+    profile.LoadE(reader.get(), nodes.Handler());
+    nodes.Stop();
+    profile.Remote = remote; // where it comes from counts, and not what the file says
+    return profile;
+}
+
+/// Appends the profile, unless it cannot be read. Throws only when the user breaks off.
+void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgress& progress,
+                 TQvProgressVar step)
+{
+    try {
+        step.SetMessage(
+            (TQvMessage(QvResourceString("global.Prg_ReadProfile_name")) << name).what());
+        step.Start();
+        TQvResourceProfile profile = LoadProfileE(state, name, remote, step);
+        step.Report(1.0);
+        step.Stop();
+        state.Profiles.push_back(std::move(profile));
+    } catch (const TQvUserBreak&) {
+        throw;
+    } catch (...) {
+        if (progress.UserBreak())
+            throw;
+    }
+}
+
+void LoadProfilesE(TCPState& state, const TNames& copied, TQvProgress& progress)
+{
+    const std::vector<std::string> names = FindProfiles(state.VarFolder);
+    const double count = static_cast<double>(names.size());
+    double done = 0;
+    state.Profiles.reserve(names.size());
+    try {
+        for (const std::string& name : names) {
+            const bool remote = state.Remote || copied.count(tolower_locale(name)) != 0;
+            LoadProfile(state, name, remote, progress,
+                        progress.SubProgress(done / count, (done + 1) / count, kStepLogLevel,
+                                             kStepLogLevel));
+            ++done;
+        }
+    } catch (...) {
+        Empty(state);
+        throw;
+    }
+}
+
+// Saving
+
+/// All that can be refused is refused before the first folder is touched.
+void CheckSavableE(const TCPState& state)
+{
+    if (!state.VarFolder.isPathValid())
+        throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
+    for (const TQvResourceProfile& profile : state.Profiles) {
+        if (!IsProfileName(profile.Name))
+            throw TQvMessage(kBadNameText + profile.Name);
+    }
+    if (!state.Remote)
+        QvReadPolicyE(state.VarFolder / kPolicyFile);
+}
+
+void ForceDirectoriesE(const TQvPath& folder)
+{
+    if (!QvForceDirectories(folder))
+        throw TQvMessage(QvFolderMessage("global.ErrCreateFolder", folder));
+}
+
+/// A folder that stays shows up again as a profile: it is logged, and keeps nothing else from being
+/// saved.
+void RemoveDroppedProfiles(const TCPState& state)
+{
+    const TQvPath folder = state.VarFolder / kProfilesFolder;
+    for (const std::string& entry : QvFindFiles(folder, "*.*", true, false)) {
+        const std::string name = entry.substr(entry.rfind('/') + 1);
+        std::string error;
+        if (state.ProfileIndex.count(toupper_locale(name)) == 0 && QvDirExists(entry) &&
+            !QvRemoveDirectoryEx(entry, true, true, &error))
+            QvLogWriteWarning(TQvMessage("@%1%") << error, kRemoveLogLevel, 0);
+    }
+}
+
+void SaveProfileE(const TQvPath& varFolder, const TQvResourceProfile& profile)
+{
+    ForceDirectoriesE(varFolder / kProfilesFolder / profile.Name);
+    const auto writer = GetXIniWriter(ProfileFile(varFolder, profile.Name));
+    profile.SaveE(writer.get());
+    writer->CommitE();
+}
+
+void SaveProfileListE(const TCPState& state)
+{
+    const auto writer = GetXIniWriter(state.VarFolder / kProfilesFolder / kProfileListFile);
+    const TQvXIniWriteSection list = writer->BeginSectionSE(kProfileListSection);
+    for (const TQvResourceProfile& profile : state.Profiles) {
+        if (!writer->WriteS(kProfileListKey, profile.Name))
+            writer->RaiseErrorE();
+    }
+    writer->EndSection(list);
+    writer->CommitE();
+}
+
+void SaveCurrentProfileE(const TCPState& state)
+{
+    const TQvPath file = state.VarFolder / kPolicyFile;
+    // Read only now: another process may have changed its other keys meanwhile.
+    const var_a<TQvXIniTree*> tree = QvReadPolicyE(file);
+    TQvXIniTreeWriter policy(tree);
+    if (!policy.Write(policy.FindCreateF(kCurrentProfileKey), state.CurrentProfile))
+        policy.RaiseErrorE();
+    WriteQvXIniTreeE(file, *tree);
+}
+
+TQvResourceProfile* FindProfile(const TCPState& state, const std::string& name)
+{
+    const auto found = state.ProfileIndex.find(toupper_locale(name));
+    return found != state.ProfileIndex.end() ? found->second : nullptr;
+}
+} // namespace
+
+TQvCPUtils::TCPState::TCPState() : FreeSpaceMap(TQvFreeSpaceMap::VCreate()) {}
+
+TQvCPUtils::TCPState::~TCPState() = default;
+
+void TQvCPUtils::TCPState::BuildIndex()
+{
+    ProfileIndex.clear();
+    for (TQvResourceProfile& profile : Profiles)
+        ProfileIndex[toupper_locale(profile.Name)] = &profile;
+}
+
+void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
+{
+    TQvProgress progress(handler);
+    progress.Start();
+    TNames copied;
+    if (!state.Remote)
+        copied = CopyPublishedProfiles(state, progress);
+    Empty(state);
+    state.FreeSpaceMap->Clear();
+    if (!state.Remote)
+        state.CurrentProfile = ReadCurrentProfile(state.VarFolder);
+    LoadProfilesE(state, copied, progress);
+    state.BuildIndex();
+    if (FindProfile(state, state.CurrentProfile) == nullptr)
+        state.CurrentProfile.clear();
+    state.SelectedProfile = state.CurrentProfile;
+    if (state.SelectedProfile.empty() && !state.Profiles.empty())
+        state.SelectedProfile = state.Profiles.front().Name;
+}
+
+void TQvCPUtils::SaveState(TCPState& state)
+{
+    CheckSavableE(state);
+    RemoveDroppedProfiles(state);
+    ForceDirectoriesE(state.VarFolder / kProfilesFolder);
+    for (const TQvResourceProfile& profile : state.Profiles) {
+        // The copy of a published profile is never written back.
+        if (state.Remote || !profile.Remote)
+            SaveProfileE(state.VarFolder, profile);
+    }
+    SaveProfileListE(state);
+    if (!state.Remote)
+        SaveCurrentProfileE(state);
+}
+
+void TQvCPUtils::CreateProfileState(const std::string& name, TCPState& state)
+{
+    TQvResourceProfile profile;
+    profile.Name = name;
+    profile.Remote = state.Remote;
+    state.Profiles.push_back(std::move(profile));
+}
+
+void TQvCPUtils::RefreshProfilesState(TCPState& state)
+{
+    state.BuildIndex();
+}
+
+void TQvCPUtils::AddNodeState(const TQvPath& folder, const std::string& profileName,
+                              TCPState& state)
+{
+    TQvResourceProfile* profile = FindProfile(state, profileName);
+    if (profile == nullptr)
+        return;
+    TQvResourceProfile::TNode node;
+    node.Kind = kProfileNodePath;
+    node.Name = '/' + folder.excludeSlash().fileName();
+    node.Path = folder;
+    profile->Nodes[toupper_locale(node.Name)] = std::move(node);
+    RefreshProfileFreeSpaceState(profileName, state);
+}
+
+bool TQvCPUtils::RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state)
+{
+    TQvResourceProfile* profile = FindProfile(state, profileName);
+    if (profile == nullptr)
+        return false;
+    TNames serials;
+    for (auto& [key, node] : profile->Nodes) {
+        if (node.Kind == kProfileNodePath) {
+            node.VolumeSerial = state.FreeSpaceMap->GetVolumeSerial(node.Path);
+            serials.insert(node.VolumeSerial);
+        } else {
+            QvLogWriteWarning(TQvMessage(QvResourceString("global.WarnStorageGroupNotSupported"))
+                                  << node.Name,
+                              kStorageGroupLogLevel, 0);
+        }
+    }
+    profile->TotalFreeSpace = state.FreeSpaceMap->GetTotalFreeSpace(serials);
+    return true;
+}
+
+void TQvCPUtils::CreateProfileNode(const TQvPath& folder, TQvProgressHandler* handler)
+{
+    TCPState state;
+    TQvProgress progress(handler);
+    progress.SetMessage(QvResourceString("global.Prg_ReadConfig"));
+    try {
+        ReloadState(state, handler);
+        // A profile that is there and cannot be read was left out: saving would remove it.
+        if (!FindProfilesE(state.VarFolder).empty())
+            return;
+    } catch (...) {
+        return;
+    }
+    CreateProfileState(kFirstProfile, state);
+    state.BuildIndex();
+    state.CurrentProfile = kFirstProfile;
+    AddNodeState(folder, kFirstProfile, state);
+    SaveState(state);
+}

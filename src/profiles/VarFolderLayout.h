@@ -1,0 +1,33 @@
+// What lies where in a VAR folder, and the reading that all of the configuration back end shares.
+//
+// Thread-safety: as QvConfig.
+#pragma once
+
+#include <string>
+
+#include "QvStd/Path.h"
+#include "QvStd/Var.h"
+#include "QvStd/XIniTree.h"
+
+inline constexpr char kPolicyFile[] = "policy.x-ini";
+inline constexpr char kCurrentProfileKey[] = "profile";
+inline constexpr char kRepositoryKey[] = "repository";
+inline constexpr char kSwitchedOffRepositoryKey[] = "-repository";
+
+inline constexpr char kProfilesFolder[] = "Profiles";
+inline constexpr char kProfileListFile[] = "profiles.x-ini";
+inline constexpr char kProfileListSection[] = "profiles";
+inline constexpr char kProfileListKey[] = "profile";
+inline constexpr char kProfileFile[] = "profile.x-ini";
+
+/// The VAR folder setting of the configuration, which may be no valid path; the arguments are those
+/// of TQvConfigData::getVarFolderSetting. Throws std::runtime_error "@QvConfigData is not
+/// initialized" when there is no configuration object.
+TQvPath QvVarFolderSettingE(bool wantCommon = true, bool* isCommon = nullptr);
+
+/// The policy file for a change; an empty tree when the file is missing. Throws a TQvMessage that
+/// names the file, and the line, when it cannot be read or is malformed.
+var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file);
+
+/// A text of this module with the folder in its place.
+std::string QvFolderMessage(const std::string& key, const TQvPath& folder);

@@ -1,0 +1,98 @@
+#include "services/Backup.h"
+
+#include <map>
+
+#include "QvStd/Message.h"
+#include "QvStd/Strings.h"
+#include "manager/ModuleInitializer.h"
+#include "manager/ResourceManager.h"
+#include "resid/ResId.h"
+
+namespace
+{
+constexpr char kBackupResource[] = "@void BackupResource(const std::__cxx11::string &, size_t): ";
+constexpr char kStampMask[] = ".\?\?\?\?-\?\?-\?\?.\?\?-\?\?-\?\?"; // "?" alone would be a trigraph
+
+/// A part of a search mask that matches `text` alone.
+std::string EscapeMask(const std::string& text)
+{
+    std::string mask;
+    for (const char c : text) {
+        if (c == '[' || c == '*' || c == '?')
+            mask.append({'[', c, ']'});
+        else
+            mask += c;
+    }
+    return mask;
+}
+
+/// What the names of one resource's backups are made of.
+struct TBackupName
+{
+    explicit TBackupName(const std::string& resId)
+        : Folder(QvExtractResPath(resId) + "backup"), Name(QvExtractResNameOnly(resId)),
+          Extension(QvExtractResExt(resId))
+    {
+    }
+    std::string Mask() const { return EscapeMask(Name) + kStampMask + EscapeMask(Extension); }
+    std::string IdFor(TQvDateTime modified) const;
+    /// Masks take "a" and "A" for one, a disk may not: nobody else's backup is ever deleted.
+    bool IsExactly(const std::string& backupId) const
+    {
+        const std::string found = QvExtractResName(backupId);
+        const std::size_t length = Name.size() + sizeof kStampMask - 1;
+        return found.size() == length + Extension.size() &&
+               found.compare(0, Name.size(), Name) == 0 &&
+               found.compare(length, std::string::npos, Extension) == 0;
+    }
+
+    std::string Folder;
+    std::string Name;
+    std::string Extension;
+};
+
+std::string TBackupName::IdFor(TQvDateTime modified) const
+{
+    const QDateTime local = modified.ToQDateTime();
+    const QDate date = local.date();
+    const QTime time = local.time();
+    return Korvadel::ssprintf("%s/%s.%04d-%02d-%02d.%02d-%02d-%02d%s", Folder.c_str(), Name.c_str(),
+                              date.year(), date.month(), date.day(), time.hour(), time.minute(),
+                              time.second(), Extension.c_str());
+}
+
+/// Leaves fewer than `keep` backups. A backup that cannot be deleted stays.
+void Prune(const TBackupName& name, std::size_t keep)
+{
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    ResourceManager.Find(items, name.Folder, name.Mask(), kFindResources | kFindAttributes,
+                         nullptr);
+    std::map<TQvDateTime, std::string> backups; // oldest first; two of one time count once
+    for (const TQvResFindItem& item : *items)
+        if (name.IsExactly(item.Id))
+            backups.emplace(item.Attrib.UpdateTime, item.Id);
+    while (backups.size() >= keep) {
+        ResourceManager.DeleteResource(backups.begin()->second);
+        backups.erase(backups.begin());
+    }
+}
+} // namespace
+
+void BackupResource(const std::string& resId, std::size_t keep)
+{
+    if (ResourceManager.ResourceExists(resId) == kResNothing)
+        throw TQvMessage(std::string(kBackupResource) + "Invalid resource ID");
+    if (keep == 0) {
+        ResourceManager.DeleteResource(resId); // keeping none means that none is made
+        return;
+    }
+    const TBackupName name(resId);
+    if (!ResourceManager.CreateFolder(name.Folder))
+        throw TQvMessage(kBackupResource + QvResourceString("global.ErrCreateBackupFolder"));
+    Prune(name, keep);
+    // The stamp says when the content was written, not when it was put aside. A move that fails is
+    // not reported: the caller sees whether the id is free.
+    TQvResAttrib attrib;
+    ResourceManager.GetResourceAttr(resId, &attrib);
+    ResourceManager.RenMovResource(resId, name.IdFor(attrib.UpdateTime), nullptr);
+}

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "QvStd/Message.h"
+#include "manager/ResourceManager.h"
+#include "support/TempFolder.h"
+#include "support/TestProgress.h"
+
+namespace
+{
+using TIds = std::set<std::string>;
+
+/// "/A" with "/A/in/M" mounted inside it, "/B", and "/V/deep" below a virtual folder.
+class CopyEx : public testing::Test
+{
+protected:
+    CopyEx()
+    {
+        for (const char* id : {"/A", "/A/in/M", "/B", "/V/deep"})
+            Manager.MountFileNodeE(id, Temp.MakeFolder(std::string(1, id[std::strlen(id) - 1])),
+                                   false);
+    }
+    bool Copy(const TIds& sources, const std::string& destination)
+    {
+        Failed.clear();
+        Params.Failed = &Failed;
+        Params.Sources = sources;
+        Params.DestFolder = destination;
+        return Manager.CopyResourceEx(Params);
+    }
+    /// What lies below "/B", folders with a trailing "/".
+    TIds Copied() const
+    {
+        const auto items = make_var<std::vector<TQvResFindItem>>();
+        Manager.Find(items, "/B", "*", 7, nullptr);
+        TIds ids;
+        for (const TQvResFindItem& item : *items)
+            ids.insert(item.Id.substr(3) + (item.Attrib.Kind == kResFolder ? "/" : ""));
+        return ids;
+    }
+    std::string Content(const std::string& name) const { return ReadFile(Temp / name); }
+
+    TTempFolder Temp;
+    TResourceManager Manager;
+    TIds Failed;
+    TResourceManager::TCopyResourceExParams Params;
+};
+
+TEST_F(CopyEx, LayoutFollowsTheCommonParent)
+{
+    for (const char* name : {"A/x", "A/xy", "A/sub/1", "A/sub/in/2", "A/subway/3", "M/4"})
+        Temp.Write(name, name);
+    Temp.MakeFolder("A/in/M");
+    const struct
+    {
+        TIds Sources;
+        const char* Destination;
+        TIds Expected;
+    } kRows[] = {
+        // one source: the text before its last "/"
+        {{"/A/sub"}, "/B", {"sub/", "sub/1", "sub/in/", "sub/in/2"}},
+        {{"/A/sub/"}, "/B", {"1", "in/", "in/2"}}, // is its own parent
+        {{"/A/x"}, "/B/new/er/", {"new/", "new/er/", "new/er/x"}},
+        // several: the nearest "/" that both of them have before they differ
+        {{"/A/x", "/A/sub/"}, "/B", {"x", "sub/", "sub/1", "sub/in/", "sub/in/2"}},
+        {{"/A/sub/1", "/A/subway/3"}, "/B", {"sub/", "sub/1", "subway/", "subway/3"}},
+        {{"/A/sub/", "/A/sub/1"}, "/B", {"1", "in/", "in/2"}},
+        // ids that only share the first "/" keep their whole text; mounts are crossed
+        {{"/A/in/", "/V/"}, "/B", {"A/", "A/in/", "A/in/M/", "A/in/M/4", "V/", "V/deep/"}},
+        // what is missing is left out
+        {{"/A/none", "/A/x", "no id"}, "/B", {"A/", "A/x"}},
+        {{}, "/B", {}},
+    };
+    for (const auto& row : kRows) {
+        EXPECT_TRUE(Copy(row.Sources, row.Destination));
+        EXPECT_EQ(Copied(), row.Expected);
+        Manager.ClearFolder("/B", nullptr);
+    }
+}
+
+TEST_F(CopyEx, RefusedDestinations)
+{
+    Temp.Write("A/x", "content");
+    for (const char* virtualFolder : {"/", "/V", "/V/", ""}) {
+        EXPECT_FALSE(Copy({"/A/x"}, virtualFolder)) << virtualFolder;
+        EXPECT_TRUE(Failed.empty()) << "nothing is done, nothing is noted";
+    }
+    try {
+        Copy({"/A/x"}, "/A");
+        ADD_FAILURE();
+    } catch (const TQvMessage& message) {
+        EXPECT_STREQ(message.what(),
+                     "The destination folder is the folder that the sources are in.");
+    }
+    Params.OverwriteDefault = true;
+    EXPECT_TRUE(Copy({"/A/x"}, "/A/")) << "is compared as written";
+    EXPECT_EQ(Content("A/x"), "content");
+}
+
+TEST_F(CopyEx, FailuresAndSkippedOnes)
+{
+    for (const char* name : {"A/1", "A/2", "A/file", "A/folder/in", "A/bad:name"})
+        Temp.Write(name, "new");
+    for (const char* name : {"B/1", "B/2", "B/file/is a folder", "B/folder"})
+        Temp.Write(name, "old");
+    EXPECT_TRUE(Copy({"/A/1", "/A/2"}, "/B")) << "a skipped resource is no failure";
+    EXPECT_EQ(Content("B/1"), "old");
+    Params.CallbackContext = this;
+    Params.OverwriteCallback = [](const std::string& id, void* context) {
+        EXPECT_NE(static_cast<CopyEx*>(context), nullptr);
+        return id == "/B/2";
+    };
+    Params.OverwriteDefault = true; // the callback wins
+    EXPECT_FALSE(Copy({"/A/"}, "/B"));
+    EXPECT_EQ(Failed, (TIds{"/A/bad:name", "/A/file", "/A/folder", "/A/folder/in"}));
+    EXPECT_EQ(Content("B/1"), "old");
+    EXPECT_EQ(Content("B/2"), "new");
+    EXPECT_EQ(Content("B/folder"), "old");
+    Params.OverwriteCallback = nullptr;
+    EXPECT_TRUE(Copy({"/A/1", "/A/2"}, "/B"));
+    EXPECT_EQ(Content("B/1"), "new");
+    EXPECT_FALSE(Copy({"/A/1"}, "/Z")) << "nothing is mounted there";
+}
+
+TEST_F(CopyEx, AParentThatGoesIsMadeAgain)
+{
+    for (const char* name : {"A/f/1", "A/f/2", "B/f/2"})
+        Temp.Write(name, "");
+    Params.CallbackContext = &Manager;
+    Params.OverwriteCallback = [](const std::string&, void* context) {
+        return static_cast<TResourceManager*>(context)->ClearFolder("/B", nullptr);
+    };
+    EXPECT_TRUE(Copy({"/A/f/1", "/A/f/2"}, "/B/f"));
+    EXPECT_EQ(Copied(), (TIds{"f/", "f/2"}));
+}
+
+TEST_F(CopyEx, ProgressIsWeightedByBytes)
+{
+    Temp.Write("A/1", std::string(1000000, 'x'));
+    Temp.Write("A/2", std::string(1000001, 'x'));
+    Temp.Write("A/3", std::string(1999999, 'x'));
+    TTestProgress progress;
+    Params.Progress = &progress;
+    EXPECT_TRUE(Copy({"/A/1", "/A/2", "/A/3"}, "/B"));
+    EXPECT_EQ(progress.Messages, (std::vector<std::string>{"/A/2", "/A/3"}))
+        << "1000000 bytes are still copied without a range of their own";
+    EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
+    EXPECT_EQ(progress.Positions.front(), 0);
+    EXPECT_EQ(std::count(progress.Positions.begin(), progress.Positions.end(), 0.25), 1);
+    EXPECT_EQ(progress.Positions.back(), 1);
+    EXPECT_FALSE(progress.Started());
+
+    Temp.Write("A/empty", "");
+    progress.Positions.clear();
+    EXPECT_TRUE(Copy({"/A/empty"}, "/B"));
+    EXPECT_EQ(progress.Positions, (std::vector<double>{0})) << "no division by no bytes";
+}
+
+TEST_F(CopyEx, AUserBreakEndsTheCopy)
+{
+    struct TProgress : TTestProgress
+    {
+        bool Active() const override { return Shown && Started(); }
+        bool Shown = true;
+    };
+    const struct
+    {
+        const char* Destination;
+        bool Shown;
+        int BreakAfter; ///< between two items, or during the large one
+        TIds Failed;
+    } kRows[] = {
+        {"/B", true, 1, {}},   {"/B", true, 3, {"/A/2"}},   {"/B", false, 1, {"/A/2"}},
+        {"/A/B", true, 1, {}}, {"/A/B", true, 3, {"/A/2"}}, {"/A/B", false, 1, {"/A/2"}},
+    };
+    for (const auto& row : kRows) {
+        for (const char* name : {"A/1", "A/3", "A/B/2", "B/2"})
+            Temp.Write(name, "old");
+        Temp.Write("A/2", std::string(20 << 20, 'x'));
+        TProgress progress;
+        progress.Shown = row.Shown;
+        progress.BreakAfter = row.BreakAfter;
+        Params.Progress = &progress;
+        Params.OverwriteDefault = true;
+        EXPECT_FALSE(Copy({"/A/1", "/A/2", "/A/3"}, row.Destination));
+        EXPECT_EQ(Failed, row.Failed) << row.Destination << row.BreakAfter;
+        EXPECT_EQ(NamesIn(Temp / (row.Destination + 1)), (std::vector<std::string>{"1", "2"}));
+        EXPECT_EQ(Content(std::string(row.Destination + 1) + "/2"), "old");
+        EXPECT_FALSE(progress.Started());
+    }
+}
+} // namespace

@@ -1,0 +1,172 @@
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Machine.h"
+#include "QvStd/Message.h"
+#include "QvStd/XIniReader.h"
+#include "profiles/CPUtils.h"
+#include "support/ChildProcess.h"
+#include "support/LogCapture.h"
+
+namespace
+{
+/// The message of a refusal; "" for success.
+std::string Apply(const std::string& folder, bool common = false, bool useRepository = false,
+                  const std::string& repository = "")
+{
+    std::string error = "left over";
+    const bool done =
+        TQvCPUtils::PerformOK(TQvPath(folder), common, useRepository, TQvPath(repository), error);
+    EXPECT_EQ(done, error.empty());
+    return error;
+}
+
+TEST(Settings, Refusals)
+{
+    const TMachine machine;
+    const std::string file = machine.Temp.Write("file", "");
+    machine.Temp.MakeFolder("blocked/$cp.tmp");
+    const std::string blocked = machine.Temp / "blocked";
+    const std::string rows[][3] = {
+        {"", "", "A VAR folder must be set."},
+        {"bad\x01", "", "A VAR folder must be set."},
+        {file + "/x%1%", "", "The folder \"" + file + "/x%1%\" cannot be created."},
+        {machine.Var(), "", "The folder of the repository must be set."},
+        {machine.Var(), "/no/%d", "The folder of the repository does not exist: /no/%d"},
+        {machine.Var(), file, "The folder of the repository does not exist: " + file},
+        {blocked, machine.Temp.Path(), "The folder \"" + blocked + "\" cannot be written to."},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(Apply(row[0], false, true, row[1]), row[2]);
+        EXPECT_FALSE(Exists(machine.Temp / "registry"));
+    }
+    EXPECT_TRUE(NamesIn(machine.Var()).empty()) << "it was created, and nothing was done in it";
+
+    setenv("QV_REGISTRY_DIR", (file + "/registry").c_str(), 1);
+    EXPECT_EQ(Apply(machine.Var()),
+              "The setting of the VAR folder cannot be written to the registry.");
+    EXPECT_EQ(machine.Policy(), "<missing>");
+    Deinit_QvConfig();
+    EXPECT_THROW(Apply(machine.Var()), std::runtime_error);
+}
+
+TEST(Settings, ReadOnlyFolder)
+{
+    const TMachine machine;
+    chmod(machine.Temp.Path().c_str(), 0755);
+    const std::string folder = machine.Temp.MakeFolder("var");
+    chmod(folder.c_str(), 0555);
+    TChildProcess child([&folder] {
+        if (geteuid() == 0 && seteuid(65534) != 0)
+            return 1;
+        return Apply(folder) == "The folder \"" + folder + "\" cannot be written to." ? 0 : 2;
+    });
+    EXPECT_EQ(child.Wait(), 0);
+}
+
+TEST(Settings, PrepareAFreshFolder)
+{
+    const TMachine machine;
+    machine.Temp.Write("var/$cp.tmp", "old probe");
+    EXPECT_EQ(Apply(machine.Var(), false, true, machine.Temp.Path()), "");
+    EXPECT_EQ(NamesIn(machine.Var()), (std::vector<std::string>{"Config", "Logs", "Profiles", "Tmp",
+                                                                "UserData", "policy.x-ini"}));
+    EXPECT_EQ(machine.Policy(), "repository=" + machine.Temp.Path() + "/\n");
+    EXPECT_EQ(TMachine::Registry(TQvRegKey::User), machine.Var());
+}
+
+TEST(Settings, RegistryHoldsOneScope)
+{
+    const TMachine machine;
+    const std::string one = machine.Temp / "one";
+    const std::string two = machine.Temp / "two";
+    const auto held = [] {
+        return TMachine::Registry(TQvRegKey::Common) + ' ' + TMachine::Registry(TQvRegKey::User);
+    };
+    EXPECT_EQ(Apply(one, true), "");
+    EXPECT_EQ(held(), one + ' ');
+    EXPECT_EQ(Apply(two, false), "");
+    EXPECT_EQ(held(), ' ' + two) << "the common value goes, it would hide the user's own";
+    EXPECT_EQ(Apply(one, true), "");
+    EXPECT_EQ(held(), one + ' ' + two) << "the user's own stays, it is hidden";
+
+    // A registry that cannot be written does not matter while folder and scope stay the same.
+    unlink((machine.Temp / "registry/common.x-ini.lock").c_str());
+    machine.Temp.MakeFolder("registry/common.x-ini.lock");
+    EXPECT_EQ(Apply(one, true), "");
+    EXPECT_NE(Apply(two, false), "") << "a common value that cannot go hides the user's own";
+    EXPECT_EQ(held(), one + ' ' + two);
+
+    machine.Temp.Write("registry/common.x-ini", "broken\n");
+    EXPECT_EQ(Apply(one, false), "") << "a file that cannot be read hides nothing";
+    EXPECT_EQ(TMachine::Registry(TQvRegKey::User), one);
+
+    machine.Configure();
+    EXPECT_EQ(Apply(machine.Var(), false), "");
+    EXPECT_EQ(TMachine::Registry(TQvRegKey::User), one) << "the environment's setting is in force";
+}
+
+TEST(Settings, PolicyFileKeepsEverythingElse)
+{
+    const TMachine machine;
+    const std::string used = machine.Temp.MakeFolder("used");
+    const std::string head = "\xEF\xBB\xBF; by hand\r\n  profile = \"a b\"   \r\n\r\n";
+    const std::string tail = "[other]\n\trepository=/not this\n[/]\nlast=1\n";
+    machine.Temp.Write("var/policy.x-ini", head + "repository=/r\nrepository=/second\n" + tail);
+    EXPECT_EQ(Apply(machine.Var(), false, false, "/gone"), "");
+    EXPECT_EQ(machine.Policy(), head + tail + "-repository=/gone/\n");
+    EXPECT_EQ(Apply(machine.Var(), false, true, used), "");
+    EXPECT_EQ(machine.Policy(), head + tail + "repository=" + used + "/\n");
+}
+
+TEST(Settings, DamagedPolicyFileIsBegunAnewAndKept)
+{
+    const TMachine machine;
+    machine.Temp.Write("var/policy.x-ini", "profile=a\nbroken\n");
+    TLogCapture log;
+    EXPECT_EQ(Apply(machine.Var(), false, false, "/r"), "");
+    EXPECT_EQ(machine.Policy(), "-repository=/r/\n");
+    EXPECT_EQ(ReadFile(machine.Var() + "/policy.x-ini.damaged"), "profile=a\nbroken\n");
+    ASSERT_EQ(log.Entries.size(), 1u);
+    EXPECT_NE(log.Entries[0].Shown.find(machine.Var() + "/policy.x-ini"), std::string::npos);
+    EXPECT_EQ(unlink((machine.Var() + "/policy.x-ini").c_str()), 0);
+    machine.Temp.MakeFolder("var/policy.x-ini");
+    EXPECT_THROW(Apply(machine.Var()), TQvMessage) << "a failed write is passed on";
+}
+
+TEST(Settings, FilesStayReadableWhileOthersWrite)
+{
+    const TMachine machine;
+    machine.Configure();
+    ASSERT_EQ(Apply(machine.Var()), "");
+    TQvCPUtils::CreateProfileNode(TQvPath("/usr"), nullptr);
+    machine.Temp.Write("repo/Profiles/profiles.x-ini", "[profiles]\n[/profiles]\n");
+    TChildProcess settings([&machine] {
+        for (int i = 0; i < 30; ++i) {
+            if (!Apply(machine.Var(), false, i % 2 == 0, machine.Temp / "repo").empty())
+                return 1;
+        }
+        return 0;
+    });
+    TChildProcess profiles([] {
+        for (int i = 0; i < 30; ++i) {
+            TQvCPUtils::TCPState state;
+            TQvCPUtils::ReloadState(state, nullptr);
+            if (state.Profiles.size() != 1 || state.CurrentProfile != "LocalProfile")
+                return 1;
+            TQvCPUtils::SaveState(state);
+        }
+        return 0;
+    });
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_FALSE(TQvCPUtils::IsWizardNecessary());
+        EXPECT_NO_THROW(GetXIniReader(TQvPath(machine.Var()) / "policy.x-ini"));
+    }
+    EXPECT_EQ(settings.Wait(), 0);
+    EXPECT_EQ(profiles.Wait(), 0);
+    EXPECT_EQ(NamesIn(machine.Var()).size(), 6u) << "no temporary file stays";
+}
+} // namespace

@@ -1,0 +1,49 @@
+// A machine with nothing configured: home folder and registry lie in a fresh temporary folder.
+#pragma once
+
+#include <cstdlib>
+#include <string>
+
+#include "QvConfig/Config.h"
+#include "QvStd/Path.h"
+#include "QvStd/Registry.h"
+#include "support/TempFolder.h"
+
+inline constexpr char kPlainKey[] = "Software\\Velmor\\KORVADEL\\6 Airlane";
+inline constexpr char kWowKey[] = "Software\\Wow6432Node\\Velmor\\KORVADEL\\6 Airlane";
+
+class TMachine
+{
+public:
+    TMachine()
+    {
+        setenv("HOME", (Temp / "home").c_str(), 1);
+        setenv("QV_REGISTRY_DIR", (Temp / "registry").c_str(), 1);
+        unsetenv("QV_VAR_FOLDER");
+        Init_QvConfig();
+    }
+    ~TMachine()
+    {
+        Deinit_QvConfig();
+        for (const char* name : {"HOME", "QV_REGISTRY_DIR", "QV_VAR_FOLDER"})
+            unsetenv(name);
+    }
+    TMachine(const TMachine&) = delete;
+    TMachine& operator=(const TMachine&) = delete;
+
+    /// The VAR folder that Configure makes the setting of.
+    std::string Var() const { return Temp / "var"; }
+    void Configure() const { setenv("QV_VAR_FOLDER", Var().c_str(), 1); }
+    std::string Policy() const { return ReadFile(Var() + "/policy.x-ini"); }
+
+    static void SetRegistry(TQvRegKey root, const char* key, const std::string& folder)
+    {
+        TQvRegMan::writeString(root, key, "VarPath", folder, true);
+    }
+    static std::string Registry(TQvRegKey root)
+    {
+        return TQvRegMan::readString(root, kPlainKey, "VarPath");
+    }
+
+    TTempFolder Temp;
+};

@@ -1,0 +1,40 @@
+#include "BreakSignal.h"
+
+#include <QvStd/Message.h>
+#include <QvStd/Progress.h>
+
+namespace BreakSignal
+{
+volatile std::sig_atomic_t g_wanted = 0;
+}
+
+namespace
+{
+constexpr int kSignals[] = {SIGINT, SIGTERM};
+
+void OnSignal(int)
+{
+    BreakSignal::g_wanted = 1;
+    for (const int signalNumber : kSignals)
+        std::signal(signalNumber, SIG_DFL);
+}
+} // namespace
+
+void BreakSignal::Install()
+{
+    for (const int signalNumber : kSignals) {
+        struct sigaction before = {};
+        if (sigaction(signalNumber, nullptr, &before) == 0 && before.sa_handler == SIG_IGN)
+            continue;
+        struct sigaction action = {};
+        action.sa_handler = OnSignal;
+        sigemptyset(&action.sa_mask);
+        sigaction(signalNumber, &action, nullptr);
+    }
+}
+
+void BreakSignal::ThrowIfWanted()
+{
+    if (Wanted())
+        throw TQvUserBreak();
+}

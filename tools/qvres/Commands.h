@@ -1,0 +1,38 @@
+// The commands of qvres and what they share.
+#pragma once
+
+#include <string>
+
+#include "Output.h"
+#include "Session.h"
+#include "TerminalProgress.h"
+
+namespace CLI
+{
+class App;
+}
+
+/// What a command works with.
+struct THost
+{
+    bool Json = false;
+    bool Quiet = false;
+    TOutput Out;
+    TTerminalProgress Progress;
+    TSession Session;
+};
+
+/// A command whose help ends with `examples` (lines of their own) and a word on the common options.
+CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
+                     const std::string& examples);
+
+/// One value on a line of its own, as JSON when that is wanted.
+void PrintValue(THost& host, const std::string& value);
+
+// Each adds the commands of its file; `host` must outlive the parsing.
+void AddMountCommands(CLI::App& app, THost& host);
+void AddListCommands(CLI::App& app, THost& host);
+void AddContentCommands(CLI::App& app, THost& host);
+void AddPutCommand(CLI::App& app, THost& host);
+void AddFolderCommands(CLI::App& app, THost& host);
+void AddIdCommands(CLI::App& app, THost& host);

@@ -1,0 +1,136 @@
+// One resource: cat, cp, mv, rm, meta.
+#include <cerrno>
+#include <memory>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "Checks.h"
+#include "Commands.h"
+#include "Failure.h"
+
+namespace
+{
+constexpr std::size_t kBlockSize = 256 * 1024;
+
+void WriteContent(THost& host, TQvStream& stream, const std::string& id)
+{
+    TQvProgress progress(&host.Progress);
+    progress.SetMessage("Reading " + id);
+    // The bar and the content would mix on one terminal.
+    if (!host.Out.IsTerminal())
+        progress.Start();
+    const auto size = static_cast<double>(stream.getSize());
+    std::vector<char> block(kBlockSize);
+    for (double done = 0;;) {
+        BreakSignal::ThrowIfWanted();
+        const std::size_t count = stream.Read(block.data(), block.size());
+        if (count == TQvStream::invalid_value)
+            ThrowFailed(Quoted(id) + " cannot be read", -stream.getError());
+        if (count == 0)
+            return;
+        host.Out.Write({block.data(), count});
+        done += static_cast<double>(count);
+        progress.Report(done / size);
+    }
+}
+
+void Cat(THost& host, const std::vector<std::string>& ids)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    for (const std::string& id : ids) {
+        RequireResource(tree, id);
+        WriteContent(host, *tree.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0), id);
+    }
+}
+
+void Meta(THost& host, const std::string& id)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    RequireResource(tree, id);
+    const var_a<TQvStream*> stream = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
+    if (!stream)
+        throw TFailure(tree.ResourceMetaExists(id)
+                           ? "the metadata of " + Quoted(id) + " cannot be read"
+                           : Quoted(id) + " has no metadata");
+    WriteContent(host, *stream, id);
+}
+
+/// What cp and mv differ in.
+struct TTransfer
+{
+    bool (TResourceManager::*Operation)(const std::string&, const std::string&,
+                                        TQvProgressHandler*) const;
+    const char* Doing;
+    const char* Done;
+    const char* FolderAdvice;
+};
+
+constexpr TTransfer kCopy = {&TResourceManager::CopyResource, "Copying ", "copied",
+                             "\"qvres copy\" copies folders"};
+constexpr TTransfer kMove = {&TResourceManager::RenMovResource, "Moving ", "moved",
+                             "\"qvres rename\" renames folders"};
+
+void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
+              const std::string& target)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    RequireResource(tree, source, transfer.FolderAdvice);
+    RequireTarget(tree, target);
+    TQvProgress progress(&host.Progress);
+    progress.SetMessage(transfer.Doing + source);
+    progress.Start();
+    errno = 0;
+    if (!(tree.*transfer.Operation)(source, target, &host.Progress))
+        ThrowFailed(Quoted(source) + " cannot be " + transfer.Done + " to " + Quoted(target),
+                    errno);
+}
+
+void Remove(THost& host, const std::string& id)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    RequireResource(tree, id, "\"qvres rmdir\" removes folders");
+    errno = 0;
+    if (!tree.DeleteResource(id))
+        ThrowFailed(Quoted(id) + " cannot be removed", errno);
+}
+
+void AddTransfer(CLI::App* command, THost& host, const TTransfer& transfer)
+{
+    const auto ids = std::make_shared<std::pair<std::string, std::string>>();
+    command->add_option("SRC", ids->first, "The resource")->required();
+    command->add_option("DST", ids->second, "The id to write it to")->required();
+    command->callback(
+        [&host, ids, &transfer] { Transfer(host, transfer, ids->first, ids->second); });
+}
+} // namespace
+
+void AddContentCommands(CLI::App& app, THost& host)
+{
+    const auto ids = std::make_shared<std::vector<std::string>>();
+    CLI::App* cat = AddCommand(app, "cat", "Write the content of resources to standard output",
+                               "  qvres cat /Data/a /Data/b > both");
+    cat->add_option("ID", *ids, "Resources")->required();
+    cat->callback([&host, ids] { Cat(host, *ids); });
+
+    AddTransfer(AddCommand(app, "cp",
+                           "Copy one resource with its metadata; an existing target is replaced",
+                           "  qvres cp /Data/a /Backup/a"),
+                host, kCopy);
+    AddTransfer(AddCommand(app, "mv",
+                           "Move or rename one resource with its metadata; an existing target "
+                           "is replaced",
+                           "  qvres mv /Data/a /Data/b"),
+                host, kMove);
+
+    const auto id = std::make_shared<std::string>();
+    CLI::App* remove =
+        AddCommand(app, "rm", "Remove one resource with its metadata", "  qvres rm /Data/a");
+    remove->add_option("ID", *id, "A resource")->required();
+    remove->callback([&host, id] { Remove(host, *id); });
+
+    CLI::App* meta = AddCommand(app, "meta", "Write the metadata of a resource to standard output",
+                                "  qvres meta /Data/a");
+    meta->add_option("ID", *id, "A resource")->required();
+    meta->callback([&host, id] { Meta(host, *id); });
+}

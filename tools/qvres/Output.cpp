@@ -1,0 +1,75 @@
+#include "Output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <unistd.h>
+
+#include "BreakSignal.h"
+#include "Failure.h"
+
+namespace
+{
+constexpr std::size_t kBufferSize = 256 * 1024;
+
+[[noreturn]] void ThrowWriteError(int error)
+{
+    throw TFailure("standard output cannot be written: " + std::system_category().message(error));
+}
+} // namespace
+
+TOutput::TOutput() : m_isTerminal(isatty(STDOUT_FILENO) != 0) {}
+
+void TOutput::Write(std::string_view bytes)
+{
+    if (m_buffer.size() + bytes.size() > kBufferSize)
+        Flush();
+    if (bytes.size() >= kBufferSize)
+        WriteStraight(bytes);
+    else
+        m_buffer.append(bytes);
+}
+
+void TOutput::Line(std::string_view text)
+{
+    if (m_isTerminal) {
+        std::string shown(text);
+        std::replace_if(
+            shown.begin(), shown.end(),
+            [](char c) { return (c >= 0 && c < 0x20 && c != '\t') || c == 0x7f; }, '?');
+        Write(shown);
+    } else {
+        Write(text);
+    }
+    Write("\n");
+}
+
+void TOutput::Flush()
+{
+    // Emptied first: what failed to be written is not tried again on the way out.
+    std::string bytes;
+    bytes.swap(m_buffer);
+    WriteStraight(bytes);
+    bytes.clear();
+    m_buffer.swap(bytes);
+}
+
+void TOutput::Close()
+{
+    Flush();
+    if (close(STDOUT_FILENO) != 0)
+        ThrowWriteError(errno);
+}
+
+void TOutput::WriteStraight(std::string_view bytes)
+{
+    while (!bytes.empty()) {
+        const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
+        if (written >= 0)
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno == EINTR)
+            BreakSignal::ThrowIfWanted();
+        else
+            ThrowWriteError(errno);
+    }
+}

@@ -1,0 +1,33 @@
+// Standard output through a large buffer, every write checked.
+//
+// Thread-safety: belongs to one thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+class TOutput
+{
+public:
+    TOutput();
+    TOutput(const TOutput&) = delete;
+    TOutput& operator=(const TOutput&) = delete;
+
+    bool IsTerminal() const { return m_isTerminal; }
+
+    /// Bytes as they are. Throws TFailure when they cannot be written, TQvUserBreak when the user
+    /// breaks off while the reader at the other end is slow.
+    void Write(std::string_view bytes);
+    /// One line. On a terminal control characters of file names are shown as "?", so that a name
+    /// cannot drive the terminal.
+    void Line(std::string_view text);
+    void Flush();
+    /// Flushes and closes: some file systems tell only then that there was no room.
+    void Close();
+
+private:
+    void WriteStraight(std::string_view bytes);
+
+    std::string m_buffer;
+    bool m_isTerminal;
+};

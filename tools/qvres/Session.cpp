@@ -1,0 +1,145 @@
+#include "Session.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <QvConfig/Config.h>
+#include <QvStd/Files.h>
+#include <QvStd/Message.h>
+#include <QvStd/Path.h>
+#include <QvStd/XIniReader.h>
+
+#include "Checks.h"
+#include "Failure.h"
+
+namespace
+{
+constexpr char kVarFolderVariable[] = "QV_VAR_FOLDER";
+constexpr char kDefaultVarFolder[] = ".config/velmor/KORVADELAirlane7.VAR";
+
+std::string Absolute(const std::string& folder)
+{
+    return std::filesystem::absolute(folder).lexically_normal().string();
+}
+
+std::string VarFolderInUse()
+{
+    return pQvConfigData->getVarFolderSetting(true, nullptr);
+}
+
+bool IsVarFolderUsable()
+{
+    const TQvPath folder(VarFolderInUse());
+    if (!folder.isFolder())
+        return false;
+    try {
+        GetXIniReader(folder / "policy.x-ini");
+        GetXIniReader(folder / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
+        return true;
+    } catch (const TQvMessage&) {
+        return false;
+    }
+}
+
+struct TMountOption
+{
+    std::string Id;
+    std::string Folder;
+};
+
+TMountOption SplitMountOption(const std::string& option)
+{
+    const std::size_t equals = option.find('=');
+    return {QvExcludeTrailingSlash(option.substr(0, equals)), option.substr(equals + 1)};
+}
+} // namespace
+
+TSession::~TSession()
+{
+    if (m_initialized)
+        Deinit_QvServices();
+}
+
+TResourceManager& TSession::Tree()
+{
+    if (!m_started)
+        Start();
+    m_started = true;
+    return ResourceManager;
+}
+
+TResourceManager& TSession::PersistentTree()
+{
+    TResourceManager& tree = Tree();
+    if (!m_hasProfile)
+        throw TFailure(SetUpHint());
+    if (!tree.CanMountPersistent())
+        throw TFailure("the profile " + Quoted(tree.Profile().Name) +
+                       " comes from the repository and cannot be changed here");
+    return tree;
+}
+
+void TSession::Start()
+{
+    ChooseVarFolder();
+    Init_QvServices();
+    m_initialized = true;
+    if (IsVarFolderUsable()) {
+        if (pQvConfigData->getCurProfileName().empty())
+            throw TFailure("no profile is selected; run \"qvres profile select NAME\"");
+        ResourceManager.Init();
+        m_hasProfile = true;
+    } else if (Mounts.empty() || !VarFolder.empty()) {
+        throw TFailure(SetUpHint());
+    }
+    for (const std::string& option : Mounts) {
+        const auto [id, folder] = SplitMountOption(option);
+        Mount(id, folder, false);
+    }
+}
+
+/// Through the environment, so that every part of the configuration agrees on the folder.
+void TSession::ChooseVarFolder() const
+{
+    std::string folder;
+    if (!VarFolder.empty())
+        folder = Absolute(VarFolder);
+    else if (TQvConfigData().getVarFolderSetting(true, nullptr).empty())
+        folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
+    if (!folder.empty())
+        setenv(kVarFolderVariable, folder.c_str(), 1);
+}
+
+std::string TSession::SetUpHint() const
+{
+    const std::string command =
+        VarFolder.empty() ? "qvres setup FOLDER" : "qvres --var " + VarFolder + " setup FOLDER";
+    return "the VAR folder " + Quoted(VarFolderInUse()) + " is not set up; run \"" + command +
+           "\" first";
+}
+
+std::string TSession::CheckMountOption(const std::string& option)
+{
+    if (option.find('=') == std::string::npos)
+        return Quoted(option) + " is not of the form ID=DIR";
+    const auto [id, folder] = SplitMountOption(option);
+    return folder.empty() ? Quoted(option) + " names no folder" : CheckMountPoint(id);
+}
+
+std::string TSession::CheckMountPoint(const std::string& id)
+{
+    if (id.empty() || id == "/")
+        return "a mount point needs a name: the root of the tree is not one";
+    return TResourceManager::IsValidResId(id, true) ? std::string()
+                                                    : Quoted(id) + " is not a valid resource id";
+}
+
+void TSession::Mount(const std::string& id, const std::string& folder, bool persistent)
+{
+    const std::string fullPath = Absolute(folder);
+    if (!QvDirExists(fullPath))
+        throw TFailure("the folder " + Quoted(folder) + " does not exist");
+    if (ResourceManager.IsMountNode(id))
+        throw TFailure(Quoted(id) + " is already a mount point");
+    ResourceManager.MountFileNodeE(id, fullPath, persistent);
+}

@@ -1,0 +1,43 @@
+// The library as one call of qvres uses it: which VAR folder, which further mounts, start and stop.
+//
+// Thread-safety: belongs to one thread.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <QvServices/QvServices.h>
+
+class TSession
+{
+public:
+    std::string VarFolder;           ///< of --var; "" when it was not given
+    std::vector<std::string> Mounts; ///< of --mount, each as ID=DIR
+
+    TSession() = default;
+    ~TSession();
+    TSession(const TSession&) = delete;
+    TSession& operator=(const TSession&) = delete;
+
+    /// The manager with everything mounted; started on the first call. Throws TFailure without a
+    /// usable VAR folder, unless --mount makes up for it.
+    TResourceManager& Tree();
+    /// The same where a profile is needed that may be changed: --mount does not make up for it.
+    TResourceManager& PersistentTree();
+
+    /// What is wrong with an ID=DIR; "" when nothing is.
+    static std::string CheckMountOption(const std::string& option);
+    /// What is wrong with a mount point that has no trailing "/"; "" when nothing is.
+    static std::string CheckMountPoint(const std::string& id);
+    /// Mounts `folder`, which may be relative to the current folder.
+    static void Mount(const std::string& id, const std::string& folder, bool persistent);
+
+private:
+    void Start();
+    void ChooseVarFolder() const;
+    std::string SetUpHint() const;
+
+    bool m_initialized = false;
+    bool m_started = false;
+    bool m_hasProfile = false;
+};

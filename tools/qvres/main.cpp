@@ -1,0 +1,139 @@
+// qvres: the resource tree on the command line.
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "BreakSignal.h"
+#include "Commands.h"
+
+namespace
+{
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+
+constexpr char kDescription[] =
+    "qvres works on the tree of resources: folders of the disk, mounted at ids such as /Data.\n"
+    "It exits with 0 when the work is done, 1 when it failed (one line on standard error says "
+    "why)\nand 2 when it was called wrongly.";
+
+constexpr char kFooter[] =
+    "Without --var the VAR folder is the one in QV_VAR_FOLDER, else the configured one, else\n"
+    "the default folder under the home folder. Ids compare without regard to letter case.\n"
+    "\n"
+    "Examples:\n"
+    "  qvres --mount /Src=. ls -l /Src\n"
+    "  qvres --mount /Src=. --mount /Bak=/srv/backup cp /Src/README.md /Bak/README.md\n"
+    "  qvres mount /Data /srv/data\n"
+    "  echo hello | qvres put /Data/hello.txt\n"
+    "\n"
+    "\"qvres COMMAND --help\" explains a command.";
+
+/// A file that is opened later must not take the place of a closed standard stream. Read-only: a
+/// write to what the caller has closed still fails.
+void OccupyClosedStandardStreams()
+{
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDONLY);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor >= 0)
+        close(descriptor);
+}
+
+void AddOptions(CLI::App& app, THost& host)
+{
+    app.add_option("--var", host.Session.VarFolder, "The VAR folder")->type_name("DIR");
+    app.add_option("--mount", host.Session.Mounts,
+                   "Mount the folder DIR at ID for this call only; may be repeated. A call with it "
+                   "needs no VAR folder")
+        ->type_name("ID=DIR")
+        ->allow_extra_args(false)
+        ->check(&TSession::CheckMountOption, "", "");
+    app.add_flag("--json", host.Json, "Listings, records and values as JSON");
+    app.add_flag("--quiet", host.Quiet, "No progress bar");
+    app.set_version_flag("--version", "qvres " QVRES_VERSION);
+    // The common options are understood behind the command, too.
+    app.fallthrough();
+    app.require_subcommand(1);
+    app.footer(kFooter);
+    app.parse_complete_callback([&host] {
+        if (!host.Quiet)
+            host.Progress.ShowOnTerminal();
+    });
+}
+
+/// Always one line, whatever ids and file names hold.
+void PrintError(std::string message)
+{
+    std::replace_if(
+        message.begin(), message.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
+    std::fprintf(stderr, "qvres: %s\n", message.c_str());
+}
+
+int WrongUsage(const CLI::App& app, const CLI::ParseError& error)
+{
+    std::string command = "qvres";
+    for (const CLI::App* level = &app; !level->get_subcommands().empty();) {
+        level = level->get_subcommands().front();
+        command += " " + level->get_name();
+    }
+    PrintError(std::string(error.what()) + " (\"" + command + " --help\" explains the usage)");
+    return kWrongUsage;
+}
+
+int Run(CLI::App& app, THost& host, int argc, char** argv)
+{
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        host.Out.Write(app.help());
+    } catch (const CLI::CallForVersion& version) {
+        host.Out.Line(version.what());
+    } catch (const CLI::ParseError& error) {
+        return WrongUsage(app, error);
+    }
+    host.Out.Close();
+    return 0;
+}
+
+/// What was printed before a failure belongs to the user.
+void FlushAfterFailure(TOutput& out)
+{
+    try {
+        if (!BreakSignal::Wanted())
+            out.Flush();
+    } catch (const std::exception&) {
+        // The first failure is the one to tell.
+    }
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    OccupyClosedStandardStreams();
+    BreakSignal::Install();
+    // "qvres cat ID | head" ends quietly, whatever the caller has set.
+    std::signal(SIGPIPE, SIG_DFL);
+
+    THost host;
+    CLI::App app(kDescription, "qvres");
+    AddOptions(app, host);
+    AddMountCommands(app, host);
+    AddListCommands(app, host);
+    AddContentCommands(app, host);
+    AddPutCommand(app, host);
+    AddFolderCommands(app, host);
+    AddIdCommands(app, host);
+    try {
+        return Run(app, host, argc, argv);
+    } catch (const std::exception& failure) {
+        FlushAfterFailure(host.Out);
+        PrintError(failure.what());
+        return kFailed;
+    }
+}
