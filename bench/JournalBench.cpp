@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 
 constexpr int kMillion = 1000000;
 constexpr int kBlocks = 10000; // appended behind the million
-constexpr int kAppends = 100;  // measured together
+constexpr int kAppends = 20;   // measured together
 constexpr double kLoadTarget = 12;
 constexpr double kBlocksTarget = 14;
 constexpr double kAppendTarget = 1.25;
@@ -309,7 +309,7 @@ void Rewrite(benchmark::State& state)
 }
 BENCHMARK(Rewrite)->UseManualTime()->Iterations(7)->Unit(benchmark::kMillisecond);
 
-// Appending: a hundred records, each on the disk before the next
+// Appending: a few records, each on the disk before the next
 
 template <class TOurs>
 void CompareAppends(benchmark::State& state, TOurs&& append)
@@ -341,7 +341,7 @@ void Append(benchmark::State& state)
         Require(storage->AddResourceRecord(IdOf(number), false), "AddResourceRecord");
     });
 }
-BENCHMARK(Append)->ArgName("records")->Arg(10)->Arg(kMillion)->UseManualTime()->Iterations(15);
+BENCHMARK(Append)->ArgName("records")->Arg(10)->Arg(kMillion)->UseManualTime()->Iterations(101);
 
 void AppendSQLite(benchmark::State& state)
 {
@@ -349,7 +349,7 @@ void AppendSQLite(benchmark::State& state)
     CompareAppends(
         state, [&](int number) { base->Insert(QvNormalizeResId(IdOf(number)), NameOf(number)); });
 }
-BENCHMARK(AppendSQLite)->UseManualTime()->Iterations(15);
+BENCHMARK(AppendSQLite)->UseManualTime()->Iterations(101);
 
 void AppendLevelDB(benchmark::State& state)
 {
@@ -358,7 +358,7 @@ void AppendLevelDB(benchmark::State& state)
         base->Put(QvNormalizeResId(IdOf(number)), NameOf(number), true);
     });
 }
-BENCHMARK(AppendLevelDB)->UseManualTime()->Iterations(15);
+BENCHMARK(AppendLevelDB)->UseManualTime()->Iterations(101);
 
 /// Settings under which loading never rewrites: that is a row of its own.
 void Configure()

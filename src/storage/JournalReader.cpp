@@ -2,7 +2,7 @@
 
 #include <charconv>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 #include <zlib.h>
 
@@ -131,6 +131,27 @@ private:
     std::size_t m_taken = 0;
 };
 
+/// A vector would clear what is read over at once, and a small journal needs little of it.
+class TBuffer
+{
+public:
+    explicit TBuffer(std::size_t size) : m_bytes(new char[size]), m_size(size) {}
+
+    char* Data() { return m_bytes.get(); }
+    std::size_t Size() const { return m_size; }
+    void Double()
+    {
+        std::unique_ptr<char[]> bytes(new char[m_size * 2]);
+        std::memcpy(bytes.get(), m_bytes.get(), m_size);
+        m_bytes = std::move(bytes);
+        m_size *= 2;
+    }
+
+private:
+    std::unique_ptr<char[]> m_bytes;
+    std::size_t m_size;
+};
+
 bool HasSignature(std::string_view start)
 {
     const std::string_view signature = StorageSgn;
@@ -150,12 +171,12 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
 {
     // Piece by piece, because a buffer of the whole file costs more to get than to fill, and what
     // was just read is still in the processor's cache.
-    std::vector<char> buffer(256 * 1024);
+    TBuffer buffer(256 * 1024);
     TJournalParser parser(entries);
     std::size_t held = 0; // bytes of a line that is not there whole
     for (bool first = true;; first = false) {
-        const std::size_t got = source(buffer.data() + held, buffer.size() - held);
-        const std::string_view piece(buffer.data(), held + got);
+        const std::size_t got = source(buffer.Data() + held, buffer.Size() - held);
+        const std::string_view piece(buffer.Data(), held + got);
         if (first && !HasSignature(piece))
             return {};
         if (got == 0)
@@ -164,9 +185,9 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
         if (parser.Reading.State == TJournalState::Damaged)
             return parser.Reading;
         held = piece.size() - taken;
-        std::memmove(buffer.data(), buffer.data() + taken, held);
-        if (held == buffer.size())
-            buffer.resize(buffer.size() * 2);
+        std::memmove(buffer.Data(), buffer.Data() + taken, held);
+        if (held == buffer.Size())
+            buffer.Double();
     }
     parser.Reading.UnreadBytes = held;
     return parser.Reading;

@@ -45,8 +45,10 @@ public:
     void Add(std::string_view text)
     {
         m_piece.append(text);
-        if (m_piece.size() >= kPiece - kRoom)
+        if (m_piece.size() >= kPiece - kRoom) {
+            Sum();
             Write();
+        }
     }
     void AddRecord(const std::string& key, const std::string& name)
     {
@@ -59,8 +61,8 @@ public:
     }
     void Seal()
     {
-        Write();
-        m_piece = Checkpoint(m_checksum);
+        Sum();
+        m_piece += Checkpoint(m_checksum);
         Write();
     }
 
@@ -68,9 +70,9 @@ private:
     static constexpr std::size_t kPiece = 256 * 1024;
     static constexpr std::size_t kRoom = 4096; ///< so that a record hardly ever outgrows a piece
 
+    void Sum() { m_checksum = JournalChecksum(m_piece, m_checksum); }
     void Write()
     {
-        m_checksum = JournalChecksum(m_piece, m_checksum);
         m_stream->Write(m_piece.data(), m_piece.size());
         m_piece.clear();
     }
