@@ -135,10 +135,13 @@ TEST_F(TStorageTest, AFullDiskBreaksTheJournalAndContentMendsIt)
         WriteContent(name);
     ASSERT_TRUE(Storage.LoadDir());
     const std::uint64_t size = Storage.DirSize();
-    TChildProcess full([this, size] {
+    const auto withRoomFor = [](std::uint64_t bytes) {
         std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit = {size + 3, size + 3};
+        const rlimit limit = {bytes, bytes};
         setrlimit(RLIMIT_FSIZE, &limit);
+    };
+    TChildProcess full([&] {
+        withRoomFor(size + 3);
         return Storage.AddResourceRecord("/b", false) ? 0 : 1;
     });
     EXPECT_EQ(full.Wait(), 0) << "results of writes are not tested";
@@ -150,5 +153,13 @@ TEST_F(TStorageTest, AFullDiskBreaksTheJournalAndContentMendsIt)
     EXPECT_FALSE(Storage.DoLoadDir()) << "the next block has the half line in it";
     ASSERT_TRUE(Storage.LoadDir());
     EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/A", "/a"}, {"/B", "/b"}, {"/C", "/c"}}));
+
+    TChildProcess rewriting([&] {
+        withRoomFor(size - 3);
+        return Storage.SaveDir() && !Storage.LoadDir() ? 0 : 1;
+    });
+    EXPECT_EQ(rewriting.Wait(), 0) << "no room to rebuild either";
+    EXPECT_FALSE(Storage.DoLoadDir());
+    EXPECT_TRUE(Storage.LoadDir());
 }
 } // namespace

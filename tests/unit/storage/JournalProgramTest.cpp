@@ -2,6 +2,8 @@
 #include "StorageFixture.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <sstream>
 
 #include <sys/wait.h>
 
@@ -120,5 +122,23 @@ TEST_F(TProgramTest, TellsThatTheDiskIsFull)
     EXPECT_EQ(result.Status, 1);
     EXPECT_EQ(result.Output,
               "qvres: the journal was not written whole (torn tail): " + File() + "\n");
+}
+TEST_F(TProgramTest, SyncsBeforeItAnswers)
+{
+    if (std::system("strace -o /dev/null true 2>/dev/null") != 0)
+        GTEST_SKIP() << "processes may not be traced here";
+    WriteJournal(Sealed(kJournalHead));
+    const std::string trace = "export ASAN_OPTIONS=detect_leaks=0;"
+                              "strace -yo trace -e trace=write,pwrite64,fdatasync,close";
+    for (const char* operation : {"add s /B", "merge s"}) {
+        ASSERT_EQ(Call(trace, operation).Status, 0);
+        std::string calls;
+        std::istringstream lines(ReadFile(Temp / "trace"));
+        for (std::string line; std::getline(lines, line);)
+            if (line.find("s/$QvStorage.list>") != std::string::npos)
+                calls += line.substr(0, line.find('(')) + " ";
+        const std::string reading = "close ";
+        EXPECT_EQ(calls, reading + "pwrite64 fdatasync close " + reading) << operation;
+    }
 }
 } // namespace
