@@ -12,7 +12,7 @@
 namespace
 {
 constexpr std::size_t kStraightFrom = 4096;
-constexpr std::size_t kBufferSize = 16 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{16} << 10;
 constexpr std::size_t kMaxTransfer =
     1024 * 1024 * 1024; ///< the system takes less than 2 GiB a call
 constexpr std::uint64_t kMaxPosition = INT64_MAX;

@@ -7,8 +7,8 @@
 
 namespace
 {
-constexpr std::uint64_t kBlockSize = 256 * 1024;
-constexpr std::uint64_t kReportEvery = 8 * 1024 * 1024;
+constexpr std::uint64_t kBlockSize = std::uint64_t{256} << 10;
+constexpr std::uint64_t kReportEvery = std::uint64_t{8} << 20;
 
 /// What is left to copy; 0 when the stream does not know.
 std::uint64_t Remaining(const TQvStream& stream)

@@ -1,5 +1,7 @@
 #include "QvStd/URL.h"
 
+#include <utility>
+
 std::string TQvURL::Scheme() const
 {
     const std::size_t colon = m_text.find(':');
@@ -14,7 +16,10 @@ std::string TQvURL::Path() const
 
 TQvURL MakeQvURL(const std::string& scheme, const std::string& path)
 {
-    return TQvURL(scheme + ":" + path);
+    std::string text;
+    text.reserve(scheme.size() + 1 + path.size());
+    text.append(scheme).append(1, ':').append(path);
+    return TQvURL(std::move(text));
 }
 
 TQvURLStream::~TQvURLStream() = default;

@@ -28,28 +28,21 @@ constexpr char kUnmountNodeE[] =
     throw TQvMessage(operation + reason);
 }
 
-/// The upper-cased form of an id, on the stack where it fits.
+/// Room for the normal form of an id, on the stack where it fits.
 class TNormalId
 {
 public:
-    explicit TNormalId(const std::string& id) : m_length(id.size())
+    explicit TNormalId(std::size_t length) : m_length(length)
     {
-        char* target = m_buffer;
-        if (m_length > sizeof m_buffer) {
-            m_long.resize(m_length);
-            target = m_long.data();
-        }
-        std::transform(id.begin(), id.end(), target, QvToUpper);
-        m_text = target;
+        if (length > sizeof m_short)
+            m_long.resize(length);
     }
-    TNormalId(const TNormalId&) = delete;
-    TNormalId& operator=(const TNormalId&) = delete;
-    operator std::string_view() const { return {m_text, m_length}; }
+    char* Data() { return m_long.empty() ? m_short : m_long.data(); }
+    operator std::string_view() { return {Data(), m_length}; }
 
 private:
     std::size_t m_length;
-    const char* m_text;
-    char m_buffer[256];
+    char m_short[256];
     std::string m_long;
 };
 } // namespace
@@ -68,9 +61,10 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
                                                            bool forbidWildcards,
                                                            bool skipExactMountPoint) const
 {
-    if (!QvIsValidResId(id, forbidWildcards))
+    TNormalId normalId(id.size());
+    if (!QvCheckAndNormalizeResId(id, forbidWildcards, normalId.Data()))
         Throw(kGetNode4Id, "Invalid resource id " + id);
-    const PTMountNode node = FindNode(TNormalId(id), skipExactMountPoint);
+    const PTMountNode node = FindNode(normalId, skipExactMountPoint);
     if (node == nullptr && throwIfNone)
         Throw(kGetNode4Id, "Mount node not found for id " + id);
     return node;
@@ -119,7 +113,7 @@ void TResourceManager::RefreshNodeMaps()
 
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
-    return NodeMountedAt(TNormalId(id)) != nullptr;
+    return NodeMountedAt(QvNormalizeResId(id)) != nullptr;
 }
 
 bool TResourceManager::CanMountPersistent() const

@@ -97,15 +97,16 @@ bool TResourceManager::CopyBetweenNodes(TMountNode& from, const std::string& src
     const var_a<TQvStream*> source = from.OpenResource(src, kQvOpenRead, kQvShareAll, 0);
     if (!source || !*source)
         return false;
-    if (QvIsSameFile(from.GetResourceFile(src), to.GetResourceFile(dst)))
-        return true; // two mounts of one folder: opening the target would empty the source
     TSafeOverwrite target(to, dst, source->getSize());
+    // Two mounts may lead to one folder: then the source is the target already.
+    if (target.TargetExists() && QvIsSameFile(from.GetResourceFile(src), to.GetResourceFile(dst)))
+        return true;
     if (!target.IsOpen() || !source->setPosition(0) || !target.Stream().setPosition(0) ||
         !QvCopyStream(source.get(), &target.Stream(), progress) || !target.Finish())
         return false;
+    // The content is whole: a sidecar that cannot be copied does not change that.
     if (from.ResourceMetaExists(src))
-        CopyResourceMeta(
-            src, dst); // the content is whole: a sidecar that cannot be copied does not change that
+        CopyResourceMeta(src, dst);
     return true;
 }
 

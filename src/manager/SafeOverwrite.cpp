@@ -22,14 +22,17 @@ TSafeOverwrite::TSafeOverwrite(TResourceManager::TMountNode& node, const std::st
                                std::uint64_t size)
     : m_node(node), m_id(id), m_writtenId(id)
 {
-    // Opening an existing target tells whether it may be written, and keeps others from taking it
-    // for themselves. A target that is not there loses a sidecar left over from an earlier
-    // resource.
-    m_existing = node.OpenResource(id, kQvOpenWrite, kQvShareAll, 0);
-    if (m_existing && *m_existing)
+    const unsigned exists = node.ResourceExists(id);
+    if (exists == kResFolder)
+        return;
+    if (exists == kResResource) {
+        // Opening it tells whether it may be written, and keeps others from taking it for
+        // themselves.
+        m_existing = node.OpenResource(id, kQvOpenWrite, kQvShareAll, 0);
+        if (!m_existing || !*m_existing)
+            return;
         m_writtenId = HiddenNeighbour(id);
-    else if (node.ResourceExists(id) != kResNothing)
-        return; // a folder, or a resource that may not be written
+    }
     m_stream = node.OpenResource(m_writtenId, kQvOpenCreate, kQvShareAll,
                                  static_cast<unsigned long>(size));
     m_unfinished = m_stream && *m_stream;

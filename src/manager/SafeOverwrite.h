@@ -22,6 +22,8 @@ public:
     TSafeOverwrite(const TSafeOverwrite&) = delete;
     TSafeOverwrite& operator=(const TSafeOverwrite&) = delete;
 
+    /// Whether a target is there, which keeps its content until Finish.
+    bool TargetExists() const { return m_writtenId != m_id; }
     bool IsOpen() const { return m_unfinished; }
     TQvStream& Stream() { return *m_stream; }
     /// Closes the stream and puts the content in its place; false when either fails.

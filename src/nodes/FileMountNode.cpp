@@ -58,7 +58,7 @@ var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode
     auto stream = make_var<TResFileStream>(id);
     if (!stream->Open(path, mode, share) && !Creates(mode) && !QvFileExists(path))
         QvDeleteFile(MetaPath(path));
-    stream->SetInfoName("qvres:" + id);
+    stream->SetInfoName(stream->URL().std_str());
     if (mode == kQvOpenCreate && sizeHint != 0) {
         stream->setSize(sizeHint);
         stream->setPosition(0);

@@ -28,7 +28,8 @@ enum : unsigned char
     kOrdinary = 0,
     kWildcard = 1,
     kForbidden = 2,
-    kControl = 4
+    kControl = 4,
+    kSlash = 8
 };
 
 constexpr std::array<unsigned char, 256> MakeCharacterClasses()
@@ -40,6 +41,7 @@ constexpr std::array<unsigned char, 256> MakeCharacterClasses()
         classes[static_cast<unsigned char>(c)] = kForbidden;
     for (const char c : {'*', '?'})
         classes[static_cast<unsigned char>(c)] = kWildcard;
+    classes['/'] = kSlash;
     return classes;
 }
 
@@ -226,8 +228,24 @@ bool QvIsValidResId(const std::string& id, bool forbidWildcards)
            id.find("//") == std::string::npos;
 }
 
+bool QvCheckAndNormalizeResId(const std::string& id, bool forbidWildcards, char* normal)
+{
+    unsigned classes = kOrdinary;
+    unsigned doubled = kOrdinary;
+    unsigned before = kOrdinary;
+    for (const char c : id) {
+        const unsigned own = kCharacterClasses[static_cast<unsigned char>(c)];
+        classes |= own;
+        doubled |= own & before;
+        before = own;
+        *normal++ = QvToUpper(c);
+    }
+    const unsigned refused = kControl | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
+    return id.empty() || (id.front() == '/' && (classes & refused) == 0 && (doubled & kSlash) == 0);
+}
+
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards)
 {
-    const unsigned refused = kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
-    return !name.empty() && (ClassesIn(name) & refused) == 0 && name.find('/') == std::string::npos;
+    const unsigned refused = kSlash | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
+    return !name.empty() && (ClassesIn(name) & refused) == 0;
 }

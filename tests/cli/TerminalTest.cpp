@@ -80,7 +80,7 @@ TEST_F(TTerminalTest, ControlCBreaksALargeCopyAndCleansTheLine)
 TEST_F(TTerminalTest, SigtermBreaksAPutThatWaitsForInput)
 {
     m_temp.Write("a/x", "old");
-    TOnTerminal terminal(WithMounts({"--quiet", "put", "/A/x"}));
+    TOnTerminal terminal(WithMounts({"put", "/A/x"}));
     terminal.Type("new line\n");
     ASSERT_TRUE(WaitUntil([this] { return NamesIn(m_temp / "a").size() == 2; }));
     terminal.Signal(SIGTERM);

@@ -64,12 +64,12 @@ void TOutput::Close()
 void TOutput::WriteStraight(std::string_view bytes)
 {
     while (!bytes.empty()) {
+        // Also after a part was written: a write that a signal ends early is no error.
+        BreakSignal::ThrowIfWanted();
         const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
         if (written >= 0)
             bytes.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno == EINTR)
-            BreakSignal::ThrowIfWanted();
-        else
+        else if (errno != EINTR)
             ThrowWriteError(errno);
     }
 }

@@ -43,6 +43,7 @@ public:
     TSource(const TSource&) = delete;
     TSource& operator=(const TSource&) = delete;
 
+    bool IsTerminal() const { return isatty(m_descriptor) != 0; }
     /// Bytes; 0 when that is not known.
     double Size() const { return m_size; }
 
@@ -62,7 +63,9 @@ public:
 private:
     [[noreturn]] void ThrowError() const
     {
-        throw TFailure(m_name + " cannot be read: " + std::system_category().message(errno));
+        const int error = errno;
+        BreakSignal::ThrowIfWanted(); // opening a FIFO waits for its writer
+        throw TFailure(m_name + " cannot be read: " + std::system_category().message(error));
     }
 
     std::string m_name;
@@ -167,7 +170,9 @@ void Put(THost& host, const std::string& id, const std::string& file)
 
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Writing " + id);
-    progress.Start();
+    // The bar would run into what is being typed.
+    if (!source.IsTerminal())
+        progress.Start();
     std::vector<char> block(kBlockSize);
     double done = 0;
     while (const std::size_t count = source.Read(block)) {

@@ -5,9 +5,6 @@
 
 #include <QvConfig/Config.h>
 #include <QvStd/Files.h>
-#include <QvStd/Message.h>
-#include <QvStd/Path.h>
-#include <QvStd/XIniReader.h>
 
 #include "Checks.h"
 #include "Failure.h"
@@ -15,7 +12,6 @@
 namespace
 {
 constexpr char kVarFolderVariable[] = "QV_VAR_FOLDER";
-constexpr char kDefaultVarFolder[] = ".config/velmor/KORVADELAirlane7.VAR";
 
 std::string Absolute(const std::string& folder)
 {
@@ -25,20 +21,6 @@ std::string Absolute(const std::string& folder)
 std::string VarFolderInUse()
 {
     return pQvConfigData->getVarFolderSetting(true, nullptr);
-}
-
-bool IsVarFolderUsable()
-{
-    const TQvPath folder(VarFolderInUse());
-    if (!folder.isFolder())
-        return false;
-    try {
-        GetXIniReader(folder / "policy.x-ini");
-        GetXIniReader(folder / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
-        return true;
-    } catch (const TQvMessage&) {
-        return false;
-    }
 }
 
 struct TMountOption
@@ -81,10 +63,8 @@ TResourceManager& TSession::PersistentTree()
 
 void TSession::Start()
 {
-    ChooseVarFolder();
-    Init_QvServices();
-    m_initialized = true;
-    if (IsVarFolderUsable()) {
+    StartConfiguration();
+    if (!TQvCPUtils::IsWizardNecessary()) {
         if (pQvConfigData->getCurProfileName().empty())
             throw TFailure("no profile is selected; run \"qvres profile select NAME\"");
         ResourceManager.Init();
@@ -98,16 +78,17 @@ void TSession::Start()
     }
 }
 
-/// Through the environment, so that every part of the configuration agrees on the folder.
-void TSession::ChooseVarFolder() const
+/// The folder goes through the environment, so that every part of the configuration agrees on it.
+void TSession::StartConfiguration()
 {
-    std::string folder;
     if (!VarFolder.empty())
-        folder = Absolute(VarFolder);
-    else if (TQvConfigData().getVarFolderSetting(true, nullptr).empty())
-        folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
-    if (!folder.empty())
-        setenv(kVarFolderVariable, folder.c_str(), 1);
+        setenv(kVarFolderVariable, Absolute(VarFolder).c_str(), 1);
+    Init_QvServices();
+    m_initialized = true;
+    if (!VarFolderInUse().empty())
+        return;
+    setenv(kVarFolderVariable, TQvCPUtils::GetQvVARFolder(nullptr).toSysStr().c_str(), 1);
+    pQvConfigData->Load();
 }
 
 std::string TSession::SetUpHint() const

@@ -34,7 +34,7 @@ public:
 
 private:
     void Start();
-    void ChooseVarFolder() const;
+    void StartConfiguration();
     std::string SetUpHint() const;
 
     bool m_initialized = false;

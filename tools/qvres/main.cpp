@@ -82,7 +82,11 @@ int WrongUsage(const CLI::App& app, const CLI::ParseError& error)
         level = level->get_subcommands().front();
         command += " " + level->get_name();
     }
-    PrintError(std::string(error.what()) + " (\"" + command + " --help\" explains the usage)");
+    const std::vector<std::string> unknown = app.remaining();
+    const bool isUnknownCommand = app.get_subcommands().empty() && !unknown.empty();
+    PrintError((isUnknownCommand ? "\"" + unknown.front() + "\" is neither a command nor an option"
+                                 : std::string(error.what())) +
+               " (\"" + command + " --help\" explains the usage)");
     return kWrongUsage;
 }
 
