@@ -139,9 +139,9 @@ TQvPath TQvPath::operator/(std::string_view right) const
     TQvPath result;
     std::string& text = result.m_text;
     text.reserve(m_text.size() + 1 + right.size());
-    text = m_text;
+    text.append(m_text);
     if (!text.empty() && text.back() != '/')
-        text += '/';
+        text.push_back('/');
     const std::size_t start = text.size();
     if (IsPlainRelative(right))
         text += right;

@@ -106,10 +106,10 @@ bool TFileMountNode::CopyResourceMeta(const std::string& src, const std::string&
 bool TFileMountNode::DeleteResource(const std::string& id)
 {
     const std::string path = PathFromId(id);
-    if (!QvFileExists(path) || !QvDeleteFile(path))
+    if (!QvDeleteFile(path)) // false for a folder, and where nothing is
         return false;
     const std::string meta = MetaPath(path);
-    return QvDeleteFile(meta) || !QvFileExists(meta);
+    return QvDeleteFile(meta) || errno == ENOENT || !QvFileExists(meta);
 }
 
 bool TFileMountNode::RenMovResource(const std::string& src, const std::string& dst,
