@@ -36,13 +36,13 @@ std::string ReadAnswer()
 {
     std::string answer;
     for (char c = 0;;) {
+        BreakSignal::WaitForInput(STDIN_FILENO);
         const ssize_t count = read(STDIN_FILENO, &c, 1);
         if (count < 0 && errno == EINTR)
-            BreakSignal::ThrowIfWanted();
-        else if (count <= 0 || c == '\n')
+            continue;
+        if (count <= 0 || c == '\n')
             return answer;
-        else
-            answer += c;
+        answer += c;
     }
 }
 
@@ -51,7 +51,7 @@ bool AskToOverwrite(const std::string& destinationId, void* context)
     static_cast<THost*>(context)->Progress.Hide();
     std::fprintf(stderr, "overwrite \"%s\"? [y/N] ", destinationId.c_str());
     const std::string answer = ReadAnswer();
-    if (answer.empty() && isatty(STDIN_FILENO) == 0)
+    if (isatty(STDIN_FILENO) == 0)
         std::fputc('\n', stderr);
     return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
 }

@@ -102,7 +102,10 @@ std::string RepositoryProblem(const TQvPath& repository)
         GetXIniReader(repository / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
         return {};
     } catch (const TQvMessage& message) {
+        std::string reason = message.what();
+        if (reason.back() == '.')
+            reason.pop_back();
         return "the repository " + Quoted(repository.excludeSlash().toSysStr()) +
-               " publishes no profiles: " + message.what();
+               " publishes no profiles: " + reason;
     }
 }

@@ -48,7 +48,7 @@ public:
     std::size_t Read(std::vector<char>& block)
     {
         for (;;) {
-            BreakSignal::ThrowIfWanted();
+            BreakSignal::WaitForInput(m_descriptor);
             const ssize_t count = read(m_descriptor, block.data(), block.size());
             if (count >= 0)
                 return static_cast<std::size_t>(count);

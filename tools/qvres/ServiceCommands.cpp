@@ -17,6 +17,9 @@ void Backup(THost& host, const std::string& id, std::size_t keep)
 {
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, id);
+    const std::string folder = QvExtractResPath(id) + "backup";
+    if (tree.IsResource(folder))
+        throw TFailure(Quoted(folder) + " is a resource");
     errno = 0;
     BackupResource(id, keep);
     const int error = errno;
@@ -73,7 +76,8 @@ void AddServiceCommands(CLI::App& app, THost& host)
         ->add_option("--keep", *keep,
                      "How many backups there are at most afterwards, 3 when left out; with 0 the\n"
                      "resource is deleted and no backup made")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber, "", "");
     backup->add_option("ID", *id, "A resource")->required();
     backup->callback([&host, id, keep] { Backup(host, *id, *keep); });
 

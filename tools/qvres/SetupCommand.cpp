@@ -116,7 +116,8 @@ void AddSetupCommand(CLI::App& app, THost& host)
         "  qvres setup /srv/data                (then: qvres ls /data)\n"
         "  qvres setup --repository /mnt/server/profiles\n"
         "  qvres --var ./var setup ./data");
-    command->add_flag("--common", options->Common, "Store the setting for all users");
+    command->add_flag("--common", options->Common,
+                      "Store the setting for all users; one that is common stays so");
     command
         ->add_option("--repository", options->Repository,
                      "Take over the profiles that are published in this folder, now and whenever "

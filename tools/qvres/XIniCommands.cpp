@@ -93,7 +93,11 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     const var_a<TQvXIniTree*> document = QvParseXIniTree(oldText, &error);
     if (!document)
         throw TFailure(Quoted(place.Id) + " is not well formed: " + error);
-    PutValue(document, SplitPath(place.Path), value);
+    try {
+        PutValue(document, SplitPath(place.Path), value);
+    } catch (const TQvMessage& message) {
+        ThrowNaming(place.Id, message);
+    }
     const std::string text = QvFormatXIniTree(*document);
     if (text == oldText)
         return;
