@@ -16,7 +16,7 @@ namespace
 {
 using TCPState = TQvCPUtils::TCPState;
 
-/// "12.3 GiB"; the start of a volume that could not be counted is a ">".
+/// "12.3 GiB", with a ">" before it when some volume could not be counted.
 std::string FreeSpaceText(const TQvResourceProfile& profile)
 {
     constexpr std::array<const char*, 7> kUnits = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
