@@ -32,9 +32,10 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
 TEST_F(TListTest, EveryCommandExplainsItself)
 {
     const std::string overview = RunPlain({"--help"}).Out;
-    for (const char* name :
-         {"mounts", "mount", "unmount", "ls", "stat", "exists", "file", "cat", "put", "cp", "mv",
-          "rm", "mkdir", "rmdir", "clear", "rename", "meta", "id"}) {
+    for (const char* name : {"mounts", "mount",  "unmount", "ls",   "stat",  "exists", "file",
+                             "cat",    "put",    "cp",      "mv",   "rm",    "mkdir",  "rmdir",
+                             "clear",  "rename", "meta",    "id",   "copy",  "label",  "check",
+                             "backup", "done",   "open",    "xini", "setup", "profile"}) {
         EXPECT_NE(overview.find(std::string("\n  ") + name + " "), std::string::npos) << name;
         const TResult help = RunPlain({name, "--help"});
         EXPECT_EQ(help.Status, 0);

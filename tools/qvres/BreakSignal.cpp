@@ -1,5 +1,7 @@
 #include "BreakSignal.h"
 
+#include <poll.h>
+
 #include <QvStd/Message.h>
 #include <QvStd/Progress.h>
 
@@ -37,4 +39,20 @@ void BreakSignal::ThrowIfWanted()
 {
     if (Wanted())
         throw TQvUserBreak();
+}
+
+void BreakSignal::WaitForInput(int descriptor)
+{
+    sigset_t breaks;
+    sigset_t before;
+    sigemptyset(&breaks);
+    for (const int signalNumber : kSignals)
+        sigaddset(&breaks, signalNumber);
+    // A signal between the look at the flag and a plain read would leave the read waiting.
+    sigprocmask(SIG_BLOCK, &breaks, &before);
+    pollfd input = {descriptor, POLLIN, 0};
+    if (!Wanted())
+        ppoll(&input, 1, nullptr, &before);
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    ThrowIfWanted();
 }

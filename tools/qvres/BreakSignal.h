@@ -21,4 +21,7 @@ inline bool Wanted() noexcept
 
 /// Throws TQvUserBreak when a break is wanted.
 void ThrowIfWanted();
+
+/// Waits until a read of the descriptor would not wait; throws TQvUserBreak when a break is wanted.
+void WaitForInput(int descriptor);
 } // namespace BreakSignal

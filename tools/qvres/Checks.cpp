@@ -67,6 +67,12 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
         throw TFailure(Quoted(id) + " lies outside of the mounted folders");
 }
 
+void ThrowNaming(const std::string& id, const TQvMessage& message)
+{
+    const std::string text = message.what();
+    throw TFailure(text.find(id) == std::string::npos ? Quoted(id) + ": " + text : text);
+}
+
 void ThrowFailed(const std::string& message, int error)
 {
     BreakSignal::ThrowIfWanted();

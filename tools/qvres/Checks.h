@@ -4,6 +4,7 @@
 #include <string>
 
 #include <QvServices/QvServices.h>
+#include <QvStd/Message.h>
 
 std::string Quoted(const std::string& text);
 
@@ -19,6 +20,9 @@ void RequireFolder(const TResourceManager& tree, const std::string& id);
 void RequireRealFolder(const TResourceManager& tree, const std::string& id);
 /// An id under which a resource can be written: no folder, in a folder that is there.
 void RequireTarget(const TResourceManager& tree, const std::string& id);
+
+/// Ends a command with a message of the library; `id` stands before it unless it names that itself.
+[[noreturn]] void ThrowNaming(const std::string& id, const TQvMessage& message);
 
 /// Ends a command whose operation answered false: with TQvUserBreak when the user broke it off,
 /// else with a TFailure. `error` (an errno) is told when it is one that explains the failure.

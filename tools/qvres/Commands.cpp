@@ -1,8 +1,16 @@
 #include "Commands.h"
 
+#include <vector>
+
 #include <CLI/CLI.hpp>
 
+#include "Checks.h"
 #include "Json.h"
+
+namespace
+{
+constexpr std::size_t kBlockSize = 256 * 1024;
+}
 
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples)
@@ -17,4 +25,26 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
 void PrintValue(THost& host, const std::string& value)
 {
     host.Out.Line(host.Json ? ToJsonText(value) : value);
+}
+
+void WriteContent(THost& host, TQvStream& stream, const std::string& name)
+{
+    TQvProgress progress(&host.Progress);
+    progress.SetMessage("Reading " + name);
+    // The bar and the content would mix on one terminal.
+    if (!host.Out.IsTerminal())
+        progress.Start();
+    const auto size = static_cast<double>(stream.getSize());
+    std::vector<char> block(kBlockSize);
+    for (double done = 0;;) {
+        BreakSignal::ThrowIfWanted();
+        const std::size_t count = stream.Read(block.data(), block.size());
+        if (count == TQvStream::invalid_value)
+            ThrowFailed(Quoted(name) + " cannot be read", -stream.getError());
+        if (count == 0)
+            return;
+        host.Out.Write({block.data(), count});
+        done += static_cast<double>(count);
+        progress.Report(done / size);
+    }
 }

@@ -17,6 +17,8 @@ struct THost
 {
     bool Json = false;
     bool Quiet = false;
+    /// The exit status when nothing is thrown: a command that has told what is wrong sets 1.
+    int Status = 0;
     TOutput Out;
     TTerminalProgress Progress;
     TSession Session;
@@ -29,10 +31,20 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
 /// One value on a line of its own, as JSON when that is wanted.
 void PrintValue(THost& host, const std::string& value);
 
+/// Everything from the stream's position to its end goes to standard output; `name` is what the
+/// user calls it.
+void WriteContent(THost& host, TQvStream& stream, const std::string& name);
+
 // Each adds the commands of its file; `host` must outlive the parsing.
 void AddMountCommands(CLI::App& app, THost& host);
 void AddListCommands(CLI::App& app, THost& host);
 void AddContentCommands(CLI::App& app, THost& host);
 void AddPutCommand(CLI::App& app, THost& host);
 void AddFolderCommands(CLI::App& app, THost& host);
+void AddCopyCommand(CLI::App& app, THost& host);
+void AddLabelCommands(CLI::App& app, THost& host);
+void AddServiceCommands(CLI::App& app, THost& host);
+void AddXIniCommands(CLI::App& app, THost& host);
+void AddSetupCommand(CLI::App& app, THost& host);
+void AddProfileCommands(CLI::App& app, THost& host);
 void AddIdCommands(CLI::App& app, THost& host);

@@ -11,30 +11,6 @@
 
 namespace
 {
-constexpr std::size_t kBlockSize = 256 * 1024;
-
-void WriteContent(THost& host, TQvStream& stream, const std::string& id)
-{
-    TQvProgress progress(&host.Progress);
-    progress.SetMessage("Reading " + id);
-    // The bar and the content would mix on one terminal.
-    if (!host.Out.IsTerminal())
-        progress.Start();
-    const auto size = static_cast<double>(stream.getSize());
-    std::vector<char> block(kBlockSize);
-    for (double done = 0;;) {
-        BreakSignal::ThrowIfWanted();
-        const std::size_t count = stream.Read(block.data(), block.size());
-        if (count == TQvStream::invalid_value)
-            ThrowFailed(Quoted(id) + " cannot be read", -stream.getError());
-        if (count == 0)
-            return;
-        host.Out.Write({block.data(), count});
-        done += static_cast<double>(count);
-        progress.Report(done / size);
-    }
-}
-
 void Cat(THost& host, const std::vector<std::string>& ids)
 {
     const TResourceManager& tree = host.Session.Tree();

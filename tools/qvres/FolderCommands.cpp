@@ -3,7 +3,6 @@
 #include <memory>
 
 #include <CLI/CLI.hpp>
-#include <QvStd/Message.h>
 
 #include "Checks.h"
 #include "Commands.h"
@@ -98,8 +97,7 @@ void RenameFolder(THost& host, const std::string& givenId, const std::string& ne
     try {
         tree.RenameFolderE(id, newName);
     } catch (const TQvMessage& message) {
-        const std::string text = message.what(); // not each of them names the folder
-        throw TFailure(text.find(id) == std::string::npos ? Quoted(id) + ": " + text : text);
+        ThrowNaming(id, message); // not each of them names the folder
     }
 }
 } // namespace

@@ -3,7 +3,6 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
+#include "IsoTime.h"
 #include "Json.h"
 
 namespace
@@ -30,40 +30,13 @@ const char* KindName(const TQvResAttrib& attrib)
     return attrib.Kind == kResFolder ? "folder" : "resource";
 }
 
-/// ISO 8601 in local time with the offset to UTC; "" for no time.
-std::string IsoTime(TQvDateTime time)
-{
-    if (time == TQvDateTime())
-        return {};
-    const std::int64_t milliseconds = time.Milliseconds();
-    const std::time_t seconds = milliseconds / 1000 - (milliseconds % 1000 < 0 ? 1 : 0);
-    std::tm calendar = {};
-    std::array<char, 40> text{};
-    if (localtime_r(&seconds, &calendar) == nullptr ||
-        std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &calendar) == 0)
-        return {};
-    std::string result(text.data());
-    return result.insert(result.size() - 2, ":");
-}
-
-nlohmann::ordered_json TimeValue(TQvDateTime time)
-{
-    const std::string text = IsoTime(time);
-    return text.empty() ? nlohmann::ordered_json() : nlohmann::ordered_json(text);
-}
-
 nlohmann::ordered_json Record(const TQvResFindItem& item)
 {
     return {{"id", item.Id},
             {"kind", KindName(item.Attrib)},
             {"size", item.Attrib.Size},
-            {"updated", TimeValue(item.Attrib.UpdateTime)},
-            {"created", TimeValue(item.Attrib.CreationTime)}};
-}
-
-std::string OrDash(std::string text)
-{
-    return text.empty() ? "-" : text;
+            {"updated", IsoTimeValue(item.Attrib.UpdateTime)},
+            {"created", IsoTimeValue(item.Attrib.CreationTime)}};
 }
 
 std::string LongLine(const TQvResFindItem& item)
@@ -72,7 +45,7 @@ std::string LongLine(const TQvResFindItem& item)
         item.Attrib.Kind == kResFolder ? "-" : std::to_string(item.Attrib.Size);
     std::array<char, 64> columns{};
     std::snprintf(columns.data(), columns.size(), "%-8s %14s %-25s ", KindName(item.Attrib),
-                  size.c_str(), OrDash(IsoTime(item.Attrib.UpdateTime)).c_str());
+                  size.c_str(), IsoTimeOrDash(item.Attrib.UpdateTime).c_str());
     return columns.data();
 }
 
@@ -169,8 +142,8 @@ void Stat(THost& host, const std::string& givenId)
     host.Out.Line("id:      " + item.Id);
     host.Out.Line(std::string("kind:    ") + KindName(item.Attrib));
     host.Out.Line("size:    " + std::to_string(item.Attrib.Size));
-    host.Out.Line("updated: " + OrDash(IsoTime(item.Attrib.UpdateTime)));
-    host.Out.Line("created: " + OrDash(IsoTime(item.Attrib.CreationTime)));
+    host.Out.Line("updated: " + IsoTimeOrDash(item.Attrib.UpdateTime));
+    host.Out.Line("created: " + IsoTimeOrDash(item.Attrib.CreationTime));
 }
 
 void PrintFile(THost& host, const std::string& id)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 #include <unistd.h>
 
@@ -72,4 +73,11 @@ void TOutput::WriteStraight(std::string_view bytes)
         else if (errno != EINTR)
             ThrowWriteError(errno);
     }
+}
+
+void PrintError(std::string message)
+{
+    std::replace_if(
+        message.begin(), message.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
+    std::fprintf(stderr, "qvres: %s\n", message.c_str());
 }

@@ -31,3 +31,6 @@ private:
     std::string m_buffer;
     bool m_isTerminal;
 };
+
+/// "qvres: " and the message on standard error, always one line, whatever ids and file names hold.
+void PrintError(std::string message);

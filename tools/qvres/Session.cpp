@@ -5,18 +5,16 @@
 
 #include <QvConfig/Config.h>
 #include <QvStd/Files.h>
+#include <QvStd/Path.h>
 
 #include "Checks.h"
 #include "Failure.h"
+#include "ProfileState.h"
 
 namespace
 {
 constexpr char kVarFolderVariable[] = "QV_VAR_FOLDER";
-
-std::string Absolute(const std::string& folder)
-{
-    return std::filesystem::absolute(folder).lexically_normal().string();
-}
+constexpr char kDefaultVarFolder[] = ".config/velmor/KORVADELAirlane7.VAR";
 
 std::string VarFolderInUse()
 {
@@ -50,11 +48,17 @@ TResourceManager& TSession::Tree()
     return ResourceManager;
 }
 
-TResourceManager& TSession::PersistentTree()
+TResourceManager& TSession::ProfileTree()
 {
     TResourceManager& tree = Tree();
     if (!m_hasProfile)
         throw TFailure(SetUpHint());
+    return tree;
+}
+
+TResourceManager& TSession::PersistentTree()
+{
+    TResourceManager& tree = ProfileTree();
     if (!tree.CanMountPersistent())
         throw TFailure("the profile " + Quoted(tree.Profile().Name) +
                        " comes from the repository and cannot be changed here");
@@ -63,7 +67,7 @@ TResourceManager& TSession::PersistentTree()
 
 void TSession::Start()
 {
-    StartConfiguration();
+    StartConfiguration(true);
     if (!TQvCPUtils::IsWizardNecessary()) {
         if (pQvConfigData->getCurProfileName().empty())
             throw TFailure("no profile is selected; run \"qvres profile select NAME\"");
@@ -78,25 +82,37 @@ void TSession::Start()
     }
 }
 
-/// The folder goes through the environment, so that every part of the configuration agrees on it.
-void TSession::StartConfiguration()
+void TSession::StartConfiguration(bool withDefaultFolder)
 {
+    std::string folder;
     if (!VarFolder.empty())
-        setenv(kVarFolderVariable, Absolute(VarFolder).c_str(), 1);
+        folder = Absolute(VarFolder);
+    else if (withDefaultFolder && TQvConfigData().getVarFolderSetting(true, nullptr).empty())
+        folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
+    // Through the environment, so that every part of the configuration agrees on the folder.
+    if (!folder.empty())
+        setenv(kVarFolderVariable, folder.c_str(), 1);
     Init_QvServices();
     m_initialized = true;
-    if (!VarFolderInUse().empty())
-        return;
-    setenv(kVarFolderVariable, TQvCPUtils::GetQvVARFolder(nullptr).toSysStr().c_str(), 1);
-    pQvConfigData->Load();
+}
+
+void TSession::RequireSetUp() const
+{
+    if (TQvCPUtils::IsWizardNecessary())
+        throw TFailure(SetUpHint());
 }
 
 std::string TSession::SetUpHint() const
 {
     const std::string command =
-        VarFolder.empty() ? "qvres setup FOLDER" : "qvres --var " + VarFolder + " setup FOLDER";
+        VarFolder.empty() ? "qvres setup" : "qvres --var " + VarFolder + " setup";
+    const TQvPath repository = TQvCPUtils::GetRepositoryFolder(TQvPath(VarFolderInUse()), false);
+    const std::string problem =
+        repository.isPathEmpty() ? std::string() : RepositoryProblem(repository);
+    if (!problem.empty())
+        return problem + "; \"" + command + " --repository DIR\" names another one, \"\" none";
     return "the VAR folder " + Quoted(VarFolderInUse()) + " is not set up; run \"" + command +
-           "\" first";
+           " FOLDER\" first";
 }
 
 std::string TSession::CheckMountOption(const std::string& option)
@@ -113,6 +129,11 @@ std::string TSession::CheckMountPoint(const std::string& id)
         return "a mount point needs a name: the root of the tree is not one";
     return TResourceManager::IsValidResId(id, true) ? std::string()
                                                     : Quoted(id) + " is not a valid resource id";
+}
+
+std::string TSession::Absolute(const std::string& folder)
+{
+    return std::filesystem::absolute(folder).lexically_normal().string();
 }
 
 void TSession::Mount(const std::string& id, const std::string& folder, bool persistent)

@@ -22,19 +22,28 @@ public:
     /// The manager with everything mounted; started on the first call. Throws TFailure without a
     /// usable VAR folder, unless --mount makes up for it.
     TResourceManager& Tree();
-    /// The same where a profile is needed that may be changed: --mount does not make up for it.
+    /// The same where a profile is needed: --mount does not make up for it.
+    TResourceManager& ProfileTree();
+    /// The same where the profile must be one that may be changed.
     TResourceManager& PersistentTree();
+
+    /// For what works on the VAR folder itself, instead of all of the above. Without
+    /// `withDefaultFolder` the configuration may answer that there is none.
+    void StartConfiguration(bool withDefaultFolder);
+    /// Throws TFailure unless the VAR folder is set up.
+    void RequireSetUp() const;
 
     /// What is wrong with an ID=DIR; "" when nothing is.
     static std::string CheckMountOption(const std::string& option);
     /// What is wrong with a mount point that has no trailing "/"; "" when nothing is.
     static std::string CheckMountPoint(const std::string& id);
+    /// `folder` as seen from the root of the disk.
+    static std::string Absolute(const std::string& folder);
     /// Mounts `folder`, which may be relative to the current folder.
     static void Mount(const std::string& id, const std::string& folder, bool persistent);
 
 private:
     void Start();
-    void StartConfiguration();
     std::string SetUpHint() const;
 
     bool m_initialized = false;

@@ -55,6 +55,11 @@ void TTerminalProgress::Start()
 void TTerminalProgress::Stop()
 {
     m_started = false;
+    Hide();
+}
+
+void TTerminalProgress::Hide()
+{
     if (m_drawn)
         Show("\r\x1b[K");
     m_drawn = false;

@@ -19,6 +19,9 @@ public:
     /// Shows the bar where standard error is a terminal that can redraw a line.
     void ShowOnTerminal();
 
+    /// Cleans the line for other output; the next update draws it again.
+    void Hide();
+
     void Start() override;
     void Stop() override;
     bool Started() const override { return m_started; }

@@ -1,5 +1,4 @@
 // qvres: the resource tree on the command line.
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -28,7 +27,8 @@ constexpr char kFooter[] =
     "Examples:\n"
     "  qvres --mount /Src=. ls -l /Src\n"
     "  qvres --mount /Src=. --mount /Bak=/srv/backup cp /Src/README.md /Bak/README.md\n"
-    "  qvres mount /Data /srv/data\n"
+    "  qvres setup /srv/data\n"
+    "  qvres mount /Work /srv/work\n"
     "  echo hello | qvres put /Data/hello.txt\n"
     "\n"
     "\"qvres COMMAND --help\" explains a command.";
@@ -67,14 +67,6 @@ void AddOptions(CLI::App& app, THost& host)
     });
 }
 
-/// Always one line, whatever ids and file names hold.
-void PrintError(std::string message)
-{
-    std::replace_if(
-        message.begin(), message.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
-    std::fprintf(stderr, "qvres: %s\n", message.c_str());
-}
-
 int WrongUsage(const CLI::App& app, const CLI::ParseError& error)
 {
     std::string command = "qvres";
@@ -102,7 +94,7 @@ int Run(CLI::App& app, THost& host, int argc, char** argv)
         return WrongUsage(app, error);
     }
     host.Out.Close();
-    return 0;
+    return host.Status;
 }
 
 /// What was printed before a failure belongs to the user.
@@ -127,12 +119,18 @@ int main(int argc, char** argv)
     THost host;
     CLI::App app(kDescription, "qvres");
     AddOptions(app, host);
+    AddSetupCommand(app, host);
     AddMountCommands(app, host);
     AddListCommands(app, host);
     AddContentCommands(app, host);
     AddPutCommand(app, host);
     AddFolderCommands(app, host);
+    AddCopyCommand(app, host);
+    AddLabelCommands(app, host);
+    AddServiceCommands(app, host);
+    AddXIniCommands(app, host);
     AddIdCommands(app, host);
+    AddProfileCommands(app, host);
     try {
         return Run(app, host, argc, argv);
     } catch (const std::exception& failure) {

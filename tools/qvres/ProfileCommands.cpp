@@ -1,0 +1,207 @@
+// Profiles: profile list, show, create, add, select, remove.
+#include <array>
+#include <cstdio>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <QvStd/Files.h>
+
+#include "Checks.h"
+#include "Commands.h"
+#include "Failure.h"
+#include "Json.h"
+#include "ProfileState.h"
+
+namespace
+{
+using TCPState = TQvCPUtils::TCPState;
+
+/// "12.3 GiB", with a ">" before it when some volume could not be counted.
+std::string FreeSpaceText(const TQvResourceProfile& profile)
+{
+    constexpr std::array<const char*, 7> kUnits = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    auto amount = static_cast<double>(profile.TotalFreeSpace);
+    std::size_t unit = 0;
+    for (; amount >= 1024; ++unit)
+        amount /= 1024;
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%s%.*f %s", profile.FreeSpaceIncomplete ? ">" : "",
+                  unit == 0 ? 0 : 1, amount, kUnits[unit]);
+    return text.data();
+}
+
+bool IsCurrent(const TCPState& state, const TQvResourceProfile& profile)
+{
+    return FindProfile(state, state.CurrentProfile) == &profile;
+}
+
+nlohmann::ordered_json Record(const TCPState& state, const TQvResourceProfile& profile)
+{
+    return {{"name", profile.Name},           {"current", IsCurrent(state, profile)},
+            {"remote", profile.Remote},       {"mounts", profile.Nodes.size()},
+            {"free", profile.TotalFreeSpace}, {"freeIsComplete", !profile.FreeSpaceIncomplete}};
+}
+
+std::string ListLine(const TCPState& state, const TQvResourceProfile& profile)
+{
+    std::array<char, 80> columns{};
+    std::snprintf(columns.data(), columns.size(), "%s %-6s %6zu %11s ",
+                  IsCurrent(state, profile) ? "*" : "-", profile.Remote ? "remote" : "local",
+                  profile.Nodes.size(), FreeSpaceText(profile).c_str());
+    return columns.data() + profile.Name;
+}
+
+/// Starts a command on the profiles: `load` is one of the two ways to load them.
+void Begin(THost& host, TCPState& state, void (*load)(TCPState&, TQvProgressHandler&))
+{
+    host.Session.StartConfiguration(true);
+    host.Session.RequireSetUp();
+    load(state, host.Progress);
+}
+
+void List(THost& host)
+{
+    TCPState state;
+    Begin(host, state, &LoadProfiles);
+    auto records = nlohmann::ordered_json::array();
+    for (const TQvResourceProfile& profile : state.Profiles) {
+        if (host.Json)
+            records.push_back(Record(state, profile));
+        else
+            host.Out.Line(ListLine(state, profile));
+    }
+    if (host.Json)
+        host.Out.Line(ToJsonText(records));
+}
+
+std::string NodeTarget(const TQvResourceProfile::TNode& node)
+{
+    return node.Kind == kProfileNodePath ? node.Path.toSysStr() : "(storage group)";
+}
+
+void Show(THost& host, const std::string& name)
+{
+    TCPState state;
+    Begin(host, state, &LoadProfiles);
+    const TQvResourceProfile& profile = RequireProfile(state, name);
+    if (host.Json) {
+        nlohmann::ordered_json record = Record(state, profile);
+        record["mounts"] = nlohmann::ordered_json::array();
+        for (const auto& [key, node] : profile.Nodes)
+            record["mounts"].push_back({{"id", node.Name}, {"folder", NodeTarget(node)}});
+        host.Out.Line(ToJsonText(record));
+        return;
+    }
+    host.Out.Line("name:    " + profile.Name);
+    host.Out.Line(std::string("current: ") + (IsCurrent(state, profile) ? "yes" : "no"));
+    host.Out.Line(std::string("remote:  ") + (profile.Remote ? "yes" : "no"));
+    host.Out.Line("free:    " + FreeSpaceText(profile));
+    for (const auto& [key, node] : profile.Nodes)
+        host.Out.Line(node.Name + "\t" + NodeTarget(node));
+}
+
+/// A profile is a folder of its name beside the list of profiles.
+void CheckName(const std::string& name)
+{
+    if (!TResourceManager::IsValidResNamePart(name, true) || name == "." || name == ".." ||
+        name == "profiles.x-ini" || !TQvPath(name).isPathValid())
+        throw TFailure(Quoted(name) + " is not a valid name of a profile");
+}
+
+TQvResourceProfile& RequireOwn(const TCPState& state, const std::string& name)
+{
+    TQvResourceProfile& profile = RequireProfile(state, name);
+    if (profile.Remote)
+        throw TFailure("the profile " + Quoted(profile.Name) +
+                       " comes from the repository and cannot be changed here");
+    return profile;
+}
+
+void Create(THost& host, const std::string& name)
+{
+    CheckName(name);
+    TCPState state;
+    Begin(host, state, &LoadProfilesForChange);
+    if (const TQvResourceProfile* profile = FindProfile(state, name))
+        throw TFailure("there is a profile " + Quoted(profile->Name) + " already");
+    CreateProfile(state, name);
+    TQvCPUtils::SaveState(state);
+}
+
+void Add(THost& host, const std::string& name, const std::string& givenFolder)
+{
+    const TQvPath folder = FolderToMount(givenFolder);
+    TCPState state;
+    Begin(host, state, &LoadProfilesForChange);
+    AddFolder(state, RequireOwn(state, name), folder);
+    TQvCPUtils::SaveState(state);
+    PrintValue(host, MountPointOf(folder));
+}
+
+void Select(THost& host, const std::string& name)
+{
+    TCPState state;
+    Begin(host, state, &LoadProfilesForChange);
+    state.CurrentProfile = RequireProfile(state, name).Name;
+    TQvCPUtils::SaveState(state);
+}
+
+void Remove(THost& host, const std::string& name)
+{
+    TCPState state;
+    Begin(host, state, &LoadProfilesForChange);
+    const TQvResourceProfile& profile = RequireOwn(state, name);
+    if (IsCurrent(state, profile))
+        throw TFailure("the profile " + Quoted(profile.Name) +
+                       " is the current one; select another one first");
+    const TQvPath folder = state.VarFolder / "Profiles" / profile.Name;
+    state.Profiles.erase(state.Profiles.begin() + (&profile - state.Profiles.data()));
+    state.BuildIndex();
+    TQvCPUtils::SaveState(state);
+    // Saving only logs a folder that stays.
+    if (QvFileDirExists(folder, nullptr))
+        throw TFailure("the folder " + Quoted(folder.toSysStr()) + " could not be removed");
+}
+
+using TOnProfile = void (*)(THost&, const std::string&);
+
+void AddForName(CLI::App& app, THost& host, const std::string& command,
+                const std::string& description, TOnProfile function)
+{
+    const auto name = std::make_shared<std::string>();
+    CLI::App* onProfile =
+        AddCommand(app, command, description, "  qvres profile " + command + " Work");
+    onProfile->add_option("NAME", *name, "The profile; letter case does not count")->required();
+    onProfile->callback([&host, name, function] { function(host, *name); });
+}
+} // namespace
+
+void AddProfileCommands(CLI::App& app, THost& host)
+{
+    CLI::App* profile = AddCommand(app, "profile", "Profiles: which folders are mounted where", "");
+    profile->require_subcommand(1);
+    CLI::App* list = AddCommand(*profile, "list",
+                                "List the profiles: \"*\" for the current one, local or remote "
+                                "(from the repository),\nnumber of mounts, free space, name",
+                                "  qvres profile list\n"
+                                "  qvres --json profile list     (free space in bytes)");
+    list->callback([&host] { List(host); });
+    AddForName(*profile, host, "show", "Show a profile with its mount points", &Show);
+    AddForName(*profile, host, "create",
+               "Make an empty profile; it is the current one when there is none", &Create);
+
+    const auto name = std::make_shared<std::string>();
+    const auto folder = std::make_shared<std::string>();
+    CLI::App* add = AddCommand(*profile, "add",
+                               "Mount a folder in a profile, at / and its name; that id is printed",
+                               "  qvres profile add Work /srv/work     (/work)");
+    add->add_option("NAME", *name, "The profile; not one from the repository")->required();
+    add->add_option("FOLDER", *folder, "The folder on the disk")->required();
+    add->callback([&host, name, folder] { Add(host, *name, *folder); });
+
+    AddForName(*profile, host, "select", "Make a profile the current one", &Select);
+    AddForName(*profile, host, "remove",
+               "Remove a profile, neither the current one (select another one first) nor one from\n"
+               "the repository. The folders that it mounts stay as they are",
+               &Remove);
+}

@@ -1,0 +1,111 @@
+#include "ProfileState.h"
+
+#include <filesystem>
+
+#include <QvStd/Files.h>
+#include <QvStd/Message.h>
+#include <QvStd/Strings.h>
+#include <QvStd/XIniReader.h>
+
+#include "Checks.h"
+#include "Failure.h"
+#include "Session.h"
+
+namespace
+{
+/// Also when it cannot be looked at: the folder around it may be closed to this user.
+bool MayHoldProfile(const std::string& file)
+{
+    std::error_code ignored; // told by the type
+    return std::filesystem::symlink_status(file, ignored).type() !=
+           std::filesystem::file_type::not_found;
+}
+
+void RequireAllRead(const TQvCPUtils::TCPState& state)
+{
+    for (const std::string& folder : QvFindFiles(state.VarFolder / "Profiles", "*", true, false)) {
+        const std::string file = folder + "/profile.x-ini";
+        if (FindProfile(state, folder.substr(folder.rfind('/') + 1)) == nullptr &&
+            QvDirExists(folder) && MayHoldProfile(file))
+            throw TFailure(Quoted(file) + " cannot be read, and saving would remove it; mend it "
+                                          "or put it elsewhere first");
+    }
+}
+} // namespace
+
+void LoadProfiles(TQvCPUtils::TCPState& state, TQvProgressHandler& progress)
+{
+    progress.SetMessage("Reading the profiles");
+    TQvCPUtils::ReloadState(state, &progress);
+}
+
+void LoadProfilesForChange(TQvCPUtils::TCPState& state, TQvProgressHandler& progress)
+{
+    LoadProfiles(state, progress);
+    RequireAllRead(state);
+}
+
+TQvResourceProfile* FindProfile(const TQvCPUtils::TCPState& state, const std::string& name)
+{
+    const auto found = state.ProfileIndex.find(toupper_locale(name));
+    return found != state.ProfileIndex.end() ? found->second : nullptr;
+}
+
+TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std::string& name)
+{
+    TQvResourceProfile* const profile = FindProfile(state, name);
+    if (profile == nullptr)
+        throw TFailure("there is no profile " + Quoted(name));
+    return *profile;
+}
+
+TQvResourceProfile& CreateProfile(TQvCPUtils::TCPState& state, const std::string& name)
+{
+    TQvCPUtils::CreateProfileState(name, state);
+    state.BuildIndex();
+    if (state.CurrentProfile.empty())
+        state.CurrentProfile = name;
+    return state.Profiles.back();
+}
+
+TQvPath FolderToMount(const std::string& given)
+{
+    const TQvPath folder =
+        given.empty() ? TQvPath() : TQvPath(TSession::Absolute(given)).excludeSlash();
+    if (!folder.isFolder())
+        throw TFailure("the folder " + Quoted(given) + " does not exist");
+    const std::string problem = TSession::CheckMountPoint(MountPointOf(folder));
+    if (!problem.empty())
+        throw TFailure(problem);
+    return folder;
+}
+
+std::string MountPointOf(const TQvPath& folder)
+{
+    return "/" + folder.fileName();
+}
+
+void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
+               const TQvPath& folder)
+{
+    const auto node = profile.Nodes.find(toupper_locale(MountPointOf(folder)));
+    if (node == profile.Nodes.end())
+        TQvCPUtils::AddNodeState(folder, profile.Name, state);
+    else if (node->second.Path.excludeSlash() != folder)
+        throw TFailure(Quoted(node->second.Name) + " is already a mount point of the profile " +
+                       Quoted(profile.Name));
+}
+
+std::string RepositoryProblem(const TQvPath& repository)
+{
+    try {
+        GetXIniReader(repository / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
+        return {};
+    } catch (const TQvMessage& message) {
+        std::string reason = message.what();
+        if (reason.back() == '.')
+            reason.pop_back();
+        return "the repository " + Quoted(repository.excludeSlash().toSysStr()) +
+               " publishes no profiles: " + reason;
+    }
+}

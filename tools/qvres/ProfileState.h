@@ -1,0 +1,36 @@
+// The profiles of the VAR folder and of a repository, for the commands that change them.
+//
+// Thread-safety: as TQvCPUtils.
+#pragma once
+
+#include <string>
+
+#include <QvServices/QvServices.h>
+
+/// The state of all profiles, with what the repository publishes taken over; the bar of `progress`
+/// is shown meanwhile.
+void LoadProfiles(TQvCPUtils::TCPState& state, TQvProgressHandler& progress);
+/// The same for a change. Throws TFailure when there is a profile file that could not be read,
+/// because saving would remove it.
+void LoadProfilesForChange(TQvCPUtils::TCPState& state, TQvProgressHandler& progress);
+
+/// Null when there is none; letter case does not count.
+TQvResourceProfile* FindProfile(const TQvCPUtils::TCPState& state, const std::string& name);
+/// Throws TFailure when there is none.
+TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std::string& name);
+
+/// A new empty profile, the current one when there was none.
+TQvResourceProfile& CreateProfile(TQvCPUtils::TCPState& state, const std::string& name);
+
+/// The folder of the disk that a user has named, absolute. Throws TFailure unless it is there and
+/// its name can be that of a mount point.
+TQvPath FolderToMount(const std::string& given);
+/// Where AddFolder puts a folder.
+std::string MountPointOf(const TQvPath& folder);
+/// Puts the folder into the profile; nothing happens when it is there already. Throws TFailure when
+/// another one is.
+void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
+               const TQvPath& folder);
+
+/// Why the folder cannot serve as a repository; "" when it can.
+std::string RepositoryProblem(const TQvPath& repository);

@@ -1,0 +1,128 @@
+// setup: the first run.
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include <CLI/CLI.hpp>
+
+#include "Checks.h"
+#include "Commands.h"
+#include "Failure.h"
+#include "ProfileState.h"
+
+namespace
+{
+constexpr char kFirstProfile[] = "LocalProfile";
+
+struct TSetupOptions
+{
+    bool Common = false;
+    std::optional<std::string> Repository; ///< "" switches it off
+    std::string Folder;                    ///< "" for none
+};
+
+struct TSettings
+{
+    TQvPath VarFolder;
+    bool Common = false;
+    bool UseRepository = false;
+    TQvPath Repository;
+};
+
+TSettings ChooseSettings(const TSetupOptions& options)
+{
+    TSettings settings;
+    // What is configured for all users stays so.
+    bool isCommon = true;
+    settings.Common =
+        options.Common || (!TQvCPUtils::GetVARFolder(&isCommon).isPathEmpty() && isCommon);
+    settings.VarFolder = TQvCPUtils::GetQvVARFolder(nullptr);
+    if (!settings.VarFolder.isAbsolute())
+        throw TFailure("the VAR folder " + Quoted(settings.VarFolder.toSysStr()) +
+                       " is not an absolute path");
+
+    if (options.Repository && !options.Repository->empty())
+        settings.Repository = TQvPath(TSession::Absolute(*options.Repository));
+    else
+        settings.Repository = TQvCPUtils::GetRepositoryFolder(settings.VarFolder, false);
+    const bool switchOff = options.Repository && options.Repository->empty();
+    settings.UseRepository = !switchOff && !settings.Repository.isPathEmpty();
+    if (settings.Repository.isPathEmpty())
+        settings.Repository = TQvCPUtils::GetRepositoryFolder(settings.VarFolder, true);
+    return settings;
+}
+
+void ApplySettings(const TSettings& settings)
+{
+    const std::string problem =
+        settings.UseRepository ? RepositoryProblem(settings.Repository) : std::string();
+    if (!problem.empty())
+        throw TFailure(problem);
+    std::string error;
+    if (!TQvCPUtils::PerformOK(settings.VarFolder, settings.Common, settings.UseRepository,
+                               settings.Repository, error))
+        throw TFailure(error);
+}
+
+/// A repository fills the VAR folder with profiles before there is a first one of its own.
+void PutIntoFirstProfile(TQvCPUtils::TCPState& state, const TQvPath& folder)
+{
+    const bool allRemote =
+        std::all_of(state.Profiles.begin(), state.Profiles.end(),
+                    [](const TQvResourceProfile& profile) { return profile.Remote; });
+    TQvResourceProfile* profile = FindProfile(state, kFirstProfile);
+    if (profile == nullptr && allRemote)
+        profile = &CreateProfile(state, kFirstProfile);
+    if (profile == nullptr || profile->Remote ||
+        (!profile->Nodes.empty() &&
+         profile->Nodes.count(QvNormalizeResId(MountPointOf(folder))) == 0))
+        throw TFailure("there are profiles already; \"qvres profile add NAME FOLDER\" adds a "
+                       "folder to one of them");
+    AddFolder(state, *profile, folder);
+}
+
+void Setup(THost& host, const TSetupOptions& options)
+{
+    if (options.Common && !host.Session.VarFolder.empty())
+        throw CLI::ValidationError("--common", "does not go with --var, which is for one call; "
+                                               "QV_VAR_FOLDER names another VAR folder");
+    const TQvPath folder = options.Folder.empty() ? TQvPath() : FolderToMount(options.Folder);
+    host.Session.StartConfiguration(false);
+    ApplySettings(ChooseSettings(options));
+
+    if (!folder.isPathEmpty())
+        TQvCPUtils::CreateProfileNode(folder, &host.Progress);
+    TQvCPUtils::TCPState state;
+    LoadProfilesForChange(state, host.Progress);
+    if (!folder.isPathEmpty())
+        PutIntoFirstProfile(state, folder);
+    TQvCPUtils::SaveState(state);
+    host.Session.RequireSetUp();
+    if (!folder.isPathEmpty())
+        PrintValue(host, MountPointOf(folder));
+}
+} // namespace
+
+void AddSetupCommand(CLI::App& app, THost& host)
+{
+    const auto options = std::make_shared<TSetupOptions>();
+    CLI::App* command = AddCommand(
+        app, "setup",
+        "Set up the VAR folder (the one in use, else the default one under the home folder), "
+        "store\n"
+        "it as the setting of this user unless --var or QV_VAR_FOLDER names it, and make the "
+        "first\n"
+        "profile, which mounts FOLDER at / and its name; that id is printed. May be run again",
+        "  qvres setup /srv/data                (then: qvres ls /data)\n"
+        "  qvres setup --repository /mnt/server/profiles\n"
+        "  qvres --var ./var setup ./data");
+    command->add_flag("--common", options->Common,
+                      "Store the setting for all users; one that is common stays so");
+    command
+        ->add_option("--repository", options->Repository,
+                     "Take over the profiles that are published in this folder, now and whenever "
+                     "profiles\nare listed or changed; \"\" switches that off")
+        ->type_name("DIR");
+    command->add_option("FOLDER", options->Folder, "The folder of the first profile");
+    command->callback([&host, options] { Setup(host, *options); });
+}

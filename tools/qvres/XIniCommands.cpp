@@ -1,0 +1,138 @@
+// Values of X-Ini resources: xini get, xini set.
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <QvStd/Strings.h>
+
+#include "Checks.h"
+#include "Commands.h"
+#include "Failure.h"
+#include "NewContent.h"
+
+namespace
+{
+struct TXIniPlace
+{
+    std::string Id;
+    std::string Path;
+};
+
+/// The sections, outermost first, and the key.
+using TXIniPath = std::pair<std::vector<std::string>, std::string>;
+
+TXIniPath SplitPath(const std::string& path)
+{
+    TXIniPath split;
+    append_parse_strings(split.first, path, '/', true);
+    split.second = split.first.back();
+    split.first.pop_back();
+    return split;
+}
+
+std::string CheckPath(const std::string& path)
+{
+    const bool hasEmptyPart = ("/" + path + "/").find("//") != std::string::npos;
+    return hasEmptyPart ? Quoted(path) + " is not of the form section/section/key" : std::string();
+}
+
+/// The position of the first key of that name, which a section may bear too; -1 when there is none.
+int FindKey(const TQvXIniReader& reader, const std::string& name)
+{
+    int position = -1;
+    while (reader.FindFP(name, &position))
+        if (!reader.IsSection(position))
+            return position;
+    return -1;
+}
+
+void Get(THost& host, const TXIniPlace& place)
+{
+    RequireResource(host.Session.Tree(), place.Id);
+    const auto reader = GetResXIniReaderE(place.Id, &host.Progress);
+    if (reader->ParseError())
+        throw TFailure(Quoted(place.Id) + " is not well formed: " + reader->ParseErrorText());
+    const auto [sections, key] = SplitPath(place.Path);
+    for (const std::string& section : sections)
+        if (reader->EnterSectionS(section) == nullptr)
+            throw TFailure(Quoted(place.Id) + " has no section " + Quoted(section) + " of " +
+                           Quoted(place.Path));
+    const int position = FindKey(*reader, key);
+    if (position < 0)
+        throw TFailure(Quoted(place.Id) + " has no value at " + Quoted(place.Path));
+    PrintValue(host, reader->Read(position, std::string()));
+}
+
+std::string ReadDocument(const TResourceManager& tree, const std::string& id)
+{
+    const auto stream = tree.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0);
+    const std::uint64_t size = stream->getSize();
+    std::string text(size == TQvStream::invalid_value64 ? 0 : size, '\0');
+    if (size == TQvStream::invalid_value64 || stream->Read(text.data(), text.size()) != size)
+        ThrowFailed(Quoted(id) + " cannot be read", -stream->getError());
+    return text;
+}
+
+void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const std::string& value)
+{
+    TQvXIniTreeWriter writer(document);
+    for (const std::string& section : path.first)
+        if (!writer.OpenSection(writer.FindCreateF(section, TQvXIniEntry::Kind::Section)))
+            writer.RaiseErrorE();
+    if (!writer.WriteS(path.second, value))
+        writer.RaiseErrorE();
+}
+
+void Set(THost& host, const TXIniPlace& place, const std::string& value)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    RequireResource(tree, place.Id);
+    const std::string oldText = ReadDocument(tree, place.Id);
+    std::string error;
+    const var_a<TQvXIniTree*> document = QvParseXIniTree(oldText, &error);
+    if (!document)
+        throw TFailure(Quoted(place.Id) + " is not well formed: " + error);
+    try {
+        PutValue(document, SplitPath(place.Path), value);
+    } catch (const TQvMessage& message) {
+        ThrowNaming(place.Id, message);
+    }
+    const std::string text = QvFormatXIniTree(*document);
+    if (text == oldText)
+        return;
+    TNewContent content(tree, place.Id);
+    content.Write(text.data(), text.size());
+    content.Finish();
+}
+
+void AddPlace(CLI::App& command, TXIniPlace& place)
+{
+    command.add_option("ID", place.Id, "An X-Ini resource")->required();
+    command.add_option("PATH", place.Path, "section/section/key; of equal names the first counts")
+        ->required()
+        ->check(&CheckPath, "", "");
+}
+} // namespace
+
+void AddXIniCommands(CLI::App& app, THost& host)
+{
+    CLI::App* xini = AddCommand(app, "xini", "Read and change values of X-Ini resources", "");
+    xini->require_subcommand(1);
+    const auto place = std::make_shared<TXIniPlace>();
+
+    CLI::App* get = AddCommand(*xini, "get", "Print a value; fails when it is not there",
+                               "  qvres xini get /Data/settings.x-ini window/main/width");
+    AddPlace(*get, *place);
+    get->callback([&host, place] { Get(host, *place); });
+
+    const auto value = std::make_shared<std::string>();
+    CLI::App* set = AddCommand(
+        *xini, "set",
+        "Change one value; missing sections and keys are created. All else stays as it is,\n"
+        "comments included, and until the new document is on the disk the old one stays",
+        "  qvres xini set /Data/settings.x-ini window/main/width 640");
+    AddPlace(*set, *place);
+    set->add_option("VALUE", *value, "The value; may be empty")->required();
+    set->callback([&host, place, value] { Set(host, *place, *value); });
+}
