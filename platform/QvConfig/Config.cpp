@@ -42,6 +42,7 @@ std::string ReadProfileName(const std::string& policyFile)
     const TQvXIniReader reader(tree, policyFile);
     return reader.Read(reader.FindF("profile"), std::string());
 }
+unsigned startCount = 0;
 } // namespace
 
 TQvConfigData* pQvConfigData = nullptr;
@@ -89,11 +90,14 @@ void Init_QvConfig()
 {
     if (pQvConfigData == nullptr)
         pQvConfigData = new TQvConfigData;
+    ++startCount;
     pQvConfigData->Load();
 }
 
 void Deinit_QvConfig()
 {
+    if (startCount == 0 || --startCount > 0)
+        return;
     delete pQvConfigData;
     pQvConfigData = nullptr;
 }

@@ -42,9 +42,10 @@ private:
 /// The configuration; null before Init_QvConfig and after the last Deinit_QvConfig.
 QVSTD_API extern TQvConfigData* pQvConfigData;
 
-/// Creates and loads pQvConfigData. Does not throw when nothing is configured: getLoaded tells.
+/// Creates pQvConfigData, or loads it anew; starts are counted. Does not throw when nothing is
+/// configured: getLoaded tells.
 QVSTD_API void Init_QvConfig();
-/// Destroys it.
+/// The call that matches the first start destroys it; one without a start does nothing.
 QVSTD_API void Deinit_QvConfig();
 
 /// Configuration strings, computed from the loaded configuration: 9 is VAR/Config/ (with the

@@ -419,6 +419,10 @@ bool QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite
         return true;
     if (errno != EXDEV || !acrossDevices)
         return false;
+    // Two mounts of one file system answer EXDEV too: then the file may be there already, and
+    // deleting it here would delete it there.
+    if (QvIsSameFile(from, to))
+        return overwrite || Fail(EEXIST);
     // Unlike a plain copy this one is synced, its folder too: it is about to be the only one.
     if (!CopyFile(from, to, !overwrite, true, nullptr))
         return false;

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "QvStd/Files.h"
+
 namespace
 {
 constexpr std::size_t kStraightFrom = 4096;
@@ -48,14 +50,19 @@ auto RetryInterrupted(const TCall& call)
     }
 }
 
-/// 0 or an errno. O_NONBLOCK keeps a FIFO from waiting for its other end; regular files do not heed
-/// it, so it is not taken back.
+/// 0 or an errno. O_NONBLOCK keeps a FIFO from waiting for its other end. Reads and writes of
+/// regular files do not heed it, so it is not taken back; opening one does while somebody holds a
+/// lease on it, which he is about to give back.
 int OpenDescriptor(const std::string& path, int flags, int* descriptor)
 {
     if (path.find('\0') != std::string::npos)
         return EINVAL;
     constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     *descriptor = RetryInterrupted([&] { return open(path.c_str(), flags | kAlways, 0666); });
+    TQvFileInfo info;
+    if (*descriptor < 0 && errno == EWOULDBLOCK && QvGetFileInfo(path, &info) && info.IsRegular)
+        *descriptor = RetryInterrupted(
+            [&] { return open(path.c_str(), flags | (kAlways & ~O_NONBLOCK), 0666); });
     if (*descriptor >= 0)
         return 0;
     // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.

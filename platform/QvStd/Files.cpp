@@ -117,6 +117,12 @@ std::uint32_t GetUnixFileTime(const std::string& path)
     return static_cast<std::uint32_t>(std::clamp<time_t>(status.st_mtim.tv_sec, 0, kLast));
 }
 
+bool QvCopyPermissions(const std::string& from, const std::string& to)
+{
+    struct stat status = {};
+    return Look(from, &status) && chmod(to.c_str(), status.st_mode & 0777) == 0;
+}
+
 bool QvCreateDirectory(const std::string& path)
 {
     return mkdir(path.c_str(), 0777) == 0;

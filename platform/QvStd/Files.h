@@ -44,6 +44,9 @@ QVSTD_API std::uint64_t QvGetFileSize(const std::string& path);
 /// Modification time in Unix seconds; 0 with errno on failure.
 QVSTD_API std::uint32_t GetUnixFileTime(const std::string& path);
 
+/// Gives `to` the permission bits of `from`; links are followed.
+QVSTD_API bool QvCopyPermissions(const std::string& from, const std::string& to);
+
 /// One folder; false (EEXIST) when something is already there.
 QVSTD_API bool QvCreateDirectory(const std::string& path);
 /// The folder with all missing parents; true when it is there afterwards. Safe against others that

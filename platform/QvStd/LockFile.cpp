@@ -77,19 +77,32 @@ bool UpgradeWaits(int descriptor)
     return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-int OpenOrCreate(const std::string& path, bool readOnlyWillDo)
+int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
 {
     // O_NONBLOCK, so that a FIFO or a device answers at once. Creating is a second try: with
     // O_CREAT the kernel refuses to open other people's files in shared temporary folders.
     constexpr int kFlags = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     int descriptor = open(path.c_str(), O_RDWR | kFlags);
-    if (descriptor < 0 && errno == ENOENT)
-        descriptor = open(path.c_str(), O_RDWR | O_CREAT | kFlags, 0666);
+    if (descriptor < 0 && errno == ENOENT) {
+        descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kFlags, 0666);
+        *created = descriptor >= 0;
+        if (descriptor < 0 && errno == EEXIST) // somebody was quicker
+            descriptor = open(path.c_str(), O_RDWR | kFlags);
+    }
     const bool writeRefused =
         descriptor < 0 && (errno == EACCES || errno == EPERM || errno == EROFS);
     if (writeRefused && readOnlyWillDo)
         descriptor = open(path.c_str(), O_RDONLY | kFlags);
     return descriptor;
+}
+
+/// Whether all of it is a note, so that nothing of others is overwritten.
+bool IsNote(std::string_view content)
+{
+    return content.substr(0, kNotePrefix.size()) == kNotePrefix &&
+           content.find('\n') == content.size() - 1 &&
+           content.find(" pid=") != std::string_view::npos &&
+           content.find(" time=") != std::string_view::npos;
 }
 
 std::string MakeNote(const std::string& owner)
@@ -187,7 +200,7 @@ int TQvLockFile::Upgrade()
 
 bool TQvLockFile::OpenFile(bool forWriting)
 {
-    m_descriptor = OpenOrCreate(m_path, !forWriting);
+    m_descriptor = OpenOrCreate(m_path, !forWriting, &m_created);
     struct stat status = {};
     if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0)
         m_error = -errno;
@@ -218,7 +231,8 @@ void TQvLockFile::WriteNote()
     if (oldLength < 0 || static_cast<std::size_t>(oldLength) > kMaxNote)
         return;
     const std::string_view content(old, static_cast<std::size_t>(oldLength));
-    if (!content.empty() && content.substr(0, kNotePrefix.size()) != kNotePrefix)
+    // An empty file that was there before may be somebody's empty file.
+    if (content.empty() ? !m_created : !IsNote(content))
         return;
 
     // Not checked: the note is for people only, and a full disk or a file that could only be opened

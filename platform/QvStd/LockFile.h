@@ -58,4 +58,5 @@ private:
     int m_error = 0;
     bool m_held = false;
     bool m_exclusive = false;
+    bool m_created = false; ///< the file is new: nothing of others is in it
 };

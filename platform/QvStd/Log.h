@@ -1,7 +1,7 @@
 // The log: a sink that the host can set.
 //
-// Thread-safety: writing is callable from any thread; lines are never mixed. The sink is called
-// under the log's lock; what it logs itself is dropped.
+// Thread-safety: writing is callable from any thread; lines are never mixed. A sink must not set
+// sinks. It is called under the log's lock; what it logs itself is dropped.
 #pragma once
 
 #include <functional>

@@ -12,8 +12,12 @@ bool CRegExp::SetExpr(const std::string& expression)
 {
     const bool inSlashes =
         expression.size() >= 2 && expression.front() == '/' && expression.back() == '/';
-    m_expression.setPattern(
-        FromBytes(inSlashes ? expression.substr(1, expression.size() - 2) : expression));
+    QString pattern =
+        FromBytes(inSlashes ? expression.substr(1, expression.size() - 2) : expression);
+    // A final "$" would match before a line end too; names may hold one.
+    if (pattern.endsWith(QLatin1Char('$')) && !pattern.endsWith(QLatin1String("\\$")))
+        pattern.replace(pattern.size() - 1, 1, QLatin1String("\\z"));
+    m_expression.setPattern(pattern);
     m_expression.setPatternOptions(QRegularExpression::DotMatchesEverythingOption);
     m_valid = m_expression.isValid();
     return m_valid;

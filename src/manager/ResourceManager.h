@@ -237,6 +237,7 @@ public:
 private:
     void ReadSettings();
     void LoadProfileNodes();
+    void RefreshStaleMaps();
     void RemoveRootNode();
     PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
     PTMountNode NodeMountedAt(std::string_view normalId) const;
@@ -247,8 +248,8 @@ private:
                 unsigned flags, TQvProgressHandler* progress) const;
     bool ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
                             TQvProgress& progress) const;
-    bool CopyBetweenNodes(TMountNode& from, const std::string& src, TMountNode& to,
-                          const std::string& dst, TQvProgressHandler* progress) const;
+    bool CopyContentBetweenNodes(TMountNode& from, const std::string& src, TMountNode& to,
+                                 const std::string& dst, TQvProgressHandler* progress) const;
 
     SConfig m_config;
     std::vector<var_a<TMountNode*>> m_mountNodes;

@@ -111,6 +111,13 @@ void TResourceManager::RefreshNodeMaps()
         m_nodesByNormalId.emplace(normalId, m_mountNodes[index].get());
 }
 
+/// A failed Init leaves nodes that no map knows.
+void TResourceManager::RefreshStaleMaps()
+{
+    if (m_nodeLengths.size() != m_mountNodes.size())
+        RefreshNodeMaps();
+}
+
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
     return NodeMountedAt(QvNormalizeResId(id)) != nullptr;
@@ -171,6 +178,7 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
     const TQvPath folder = QvExcludeTrailingBackslash(TQvPath(path));
     if (!QvDirExists(folder))
         Throw(kMountFileNodeE, "Invalid Path");
+    RefreshStaleMaps();
     if (IsMountNode(mountPoint))
         Throw(kMountFileNodeE, "Duplicate node");
     var_a<TMountNode*> node = LoadFileMountNode(mountPoint, folder);
@@ -199,9 +207,12 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
 
 void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persistent)
 {
+    RefreshStaleMaps();
     const auto found = m_nodeIds.find(QvNormalizeResId(mountPoint));
     if (found == m_nodeIds.end())
         Throw(kUnmountNodeE, "Node to unmount does not exist");
+    // Kept to the end: the caller may have passed the node's own mount point.
+    const var_a<TMountNode*> unmounted = m_mountNodes[found->second];
     m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(found->second));
     RemoveRootNode();
     m_mountNodes.push_back(LoadRootMountNode());

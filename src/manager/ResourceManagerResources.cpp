@@ -24,6 +24,22 @@ const char* OpenErrorKey(qvOpenMode mode)
         return "global.ErrResOpen";
     }
 }
+enum class TSameness
+{
+    Different, ///< two files, or two hard links of one
+    OneEntry,  ///< one and the same entry of one folder, reached by two mounts
+    Linked     ///< one is a symbolic link to the other
+};
+
+TSameness CompareFiles(const std::string& a, const std::string& b)
+{
+    if (!QvIsSameFile(a, b))
+        return TSameness::Different;
+    if (QvExtractResName(a) == QvExtractResName(b) &&
+        QvIsSameFile(QvExtractResPath(a), QvExtractResPath(b)))
+        return TSameness::OneEntry;
+    return QvIsSymLink(a) || QvIsSymLink(b) ? TSameness::Linked : TSameness::Different;
+}
 } // namespace
 
 var_a<TQvStream*> TResourceManager::OpenResource(const std::string& id, qvOpenMode mode,
@@ -87,12 +103,19 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
 {
     TMountNode* from = NodeFor(src);
     TMountNode* to = NodeFor(dst);
-    return from == to ? from->CopyResource(src, dst, progress)
-                      : CopyBetweenNodes(*from, src, *to, dst, progress);
+    if (from == to)
+        return from->CopyResource(src, dst, progress);
+    if (!CopyContentBetweenNodes(*from, src, *to, dst, progress))
+        return false;
+    // The content is whole: a sidecar that cannot be copied does not change that.
+    if (from->ResourceMetaExists(src))
+        CopyResourceMeta(src, dst);
+    return true;
 }
 
-bool TResourceManager::CopyBetweenNodes(TMountNode& from, const std::string& src, TMountNode& to,
-                                        const std::string& dst, TQvProgressHandler* progress) const
+bool TResourceManager::CopyContentBetweenNodes(TMountNode& from, const std::string& src,
+                                               TMountNode& to, const std::string& dst,
+                                               TQvProgressHandler* progress) const
 {
     const var_a<TQvStream*> source = from.OpenResource(src, kQvOpenRead, kQvShareAll, 0);
     if (!source || !*source)
@@ -101,13 +124,8 @@ bool TResourceManager::CopyBetweenNodes(TMountNode& from, const std::string& src
     // Two mounts may lead to one folder: then the source is the target already.
     if (target.TargetExists() && QvIsSameFile(from.GetResourceFile(src), to.GetResourceFile(dst)))
         return true;
-    if (!target.IsOpen() || !source->setPosition(0) || !target.Stream().setPosition(0) ||
-        !QvCopyStream(source.get(), &target.Stream(), progress) || !target.Finish())
-        return false;
-    // The content is whole: a sidecar that cannot be copied does not change that.
-    if (from.ResourceMetaExists(src))
-        CopyResourceMeta(src, dst);
-    return true;
+    return target.IsOpen() && source->setPosition(0) && target.Stream().setPosition(0) &&
+           QvCopyStream(source.get(), &target.Stream(), progress) && target.Finish();
 }
 
 bool TResourceManager::CopyResourceMeta(const std::string& src, const std::string& dst) const
@@ -133,10 +151,19 @@ bool TResourceManager::RenMovResource(const std::string& src, const std::string&
     TMountNode* to = NodeFor(dst);
     if (from == to)
         return from->RenMovResource(src, dst, progress);
-    if (!CopyResource(src, dst, progress))
+    if (!CopyContentBetweenNodes(*from, src, *to, dst, progress))
         return false;
-    if (QvIsSameFile(from->GetResourceFile(src), to->GetResourceFile(dst)))
+    switch (CompareFiles(from->GetResourceFile(src), to->GetResourceFile(dst))) {
+    case TSameness::OneEntry:
         return true; // already there: deleting the source would delete the target
+    case TSameness::Linked:
+        return false; // deleting the source would leave a link to nothing
+    case TSameness::Different:
+        break;
+    }
+    // Unlike a copy, a move without the sidecar would lose it.
+    if (from->ResourceMetaExists(src) && !CopyResourceMeta(src, dst))
+        return false;
     return from->DeleteResource(src);
 }
 

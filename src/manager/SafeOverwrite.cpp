@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "QvStd/Clock.h"
+#include "QvStd/Files.h"
 #include "QvStd/Strings.h"
 #include "resid/ResId.h"
 
@@ -20,20 +21,15 @@ std::string HiddenNeighbour(const std::string& id)
 
 TSafeOverwrite::TSafeOverwrite(TResourceManager::TMountNode& node, const std::string& id,
                                std::uint64_t size)
-    : m_node(node), m_id(id), m_writtenId(id)
+    : m_node(node), m_id(id), m_neighbour(HiddenNeighbour(id))
 {
-    const unsigned exists = node.ResourceExists(id);
-    if (exists == kResFolder)
-        return;
-    if (exists == kResResource) {
-        // Opening it tells whether it may be written, and keeps others from taking it for
-        // themselves.
-        m_existing = node.OpenResource(id, kQvOpenWrite, kQvShareAll, 0);
-        if (!m_existing || !*m_existing)
-            return;
-        m_writtenId = HiddenNeighbour(id);
-    }
-    m_stream = node.OpenResource(m_writtenId, kQvOpenCreate, kQvShareAll,
+    // Opening an existing target tells whether it may be written, and keeps others from taking it
+    // for themselves. A target that is not there loses a sidecar left over from an earlier
+    // resource.
+    m_existing = node.OpenResource(id, kQvOpenWrite, kQvShareAll, 0);
+    if (!TargetExists() && node.ResourceExists(id) != kResNothing)
+        return; // a folder, or a resource that may not be written
+    m_stream = node.OpenResource(m_neighbour, kQvOpenCreate, kQvShareAll,
                                  static_cast<unsigned long>(size));
     m_unfinished = m_stream && *m_stream;
 }
@@ -43,12 +39,17 @@ TSafeOverwrite::~TSafeOverwrite()
     if (!m_unfinished)
         return;
     m_stream.reset();
-    m_node.DeleteResource(m_writtenId);
+    m_node.DeleteResource(m_neighbour);
 }
 
 bool TSafeOverwrite::Finish()
 {
-    m_unfinished = !m_stream->Close() ||
-                   (m_writtenId != m_id && !m_node.RenMovResource(m_writtenId, m_id, nullptr));
+    // The source may have become shorter than it was announced.
+    if (!m_stream->setSize(m_stream->getPosition()) || !m_stream->Close())
+        return false;
+    if (TargetExists() &&
+        !QvCopyPermissions(m_node.GetResourceFile(m_id), m_node.GetResourceFile(m_neighbour)))
+        return false;
+    m_unfinished = !m_node.RenMovResource(m_neighbour, m_id, nullptr);
     return !m_unfinished;
 }

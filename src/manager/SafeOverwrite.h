@@ -9,9 +9,9 @@
 #include "QvStd/Stream.h"
 #include "manager/ResourceManager.h"
 
-/// The target of a copy between two nodes. A target that is not there yet is written in place and
-/// removed when the copy does not finish. One that is there keeps its content until the end: the
-/// copy goes to a hidden neighbour, which Finish moves over it.
+/// The target of a copy between two nodes. The content goes to a hidden neighbour, which Finish
+/// moves over the target: a target is the old one or the new one, whole, even when the process is
+/// killed.
 class TSafeOverwrite
 {
 public:
@@ -22,18 +22,19 @@ public:
     TSafeOverwrite(const TSafeOverwrite&) = delete;
     TSafeOverwrite& operator=(const TSafeOverwrite&) = delete;
 
-    /// Whether a target is there, which keeps its content until Finish.
-    bool TargetExists() const { return m_writtenId != m_id; }
+    /// Whether a target is there already.
+    bool TargetExists() const { return m_existing && *m_existing; }
     bool IsOpen() const { return m_unfinished; }
     TQvStream& Stream() { return *m_stream; }
-    /// Closes the stream and puts the content in its place; false when either fails.
+    /// Ends the content at the stream's position and puts it in its place, with the permissions of
+    /// the target that it replaces. False when anything fails.
     bool Finish();
 
 private:
     TResourceManager::TMountNode& m_node;
     std::string m_id;
-    std::string m_writtenId;      ///< the resource itself or its hidden neighbour
+    std::string m_neighbour;
     var_a<TQvStream*> m_existing; ///< holds the share lock of a target that is there
     var_a<TQvStream*> m_stream;
-    bool m_unfinished = false; ///< something was written that is not whole
+    bool m_unfinished = false; ///< the neighbour is there
 };

@@ -41,3 +41,6 @@ void RegisterEnglishTexts(const std::string& module)
 {
     QvRegisterStringTable(module.c_str(), kEnglish, sizeof kEnglish / sizeof kEnglish[0]);
 }
+
+// At load, so that the texts can be looked up before anything else here is used.
+[[maybe_unused]] static const bool kRegistered = (RegisterEnglishTexts("QvServices"), true);

@@ -5,6 +5,7 @@
 
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
+#include "QvStd/Strings.h"
 #include "manager/ModuleInitializer.h"
 #include "nodes/FolderListing.h"
 #include "resid/ResId.h"
@@ -16,6 +17,13 @@ bool Creates(qvOpenMode mode)
 {
     return mode == kQvOpenAppend || mode == kQvOpenCreate || mode == kQvOpenCreateNew ||
            mode == kQvOpenReadWrite;
+}
+
+/// Whether a move would replace a file by another name of its own: a link would then lead to
+/// itself. A file system without letter case may still change the case of a name.
+bool WouldLoseItself(const std::string& from, const std::string& to)
+{
+    return QvIsSameFile(from, to) && from != to && toupper_locale(from) != toupper_locale(to);
 }
 } // namespace
 
@@ -41,25 +49,33 @@ bool TFileMountNode::IsOwnFolder(const std::string& path) const
 /// lie outside of it.
 std::string TFileMountNode::MetaPath(const std::string& path) const
 {
-    if (path.back() == '/' || path == m_folder.toSysStr())
+    if (path.empty() || path.back() == '/' || path == m_folder.toSysStr())
         return {};
     return path + ".meta";
+}
+
+/// An orphaned sidecar never survives into a new resource. A file that cannot be looked at may be
+/// there, and keeps its sidecar.
+void TFileMountNode::DeleteStaleSidecar(const std::string& path) const
+{
+    bool isFolder = false;
+    if (QvFileDirExists(path, &isFolder) ? isFolder : errno == ENOENT)
+        QvDeleteFile(MetaPath(path));
 }
 
 var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint)
 {
     const std::string path = PathFromId(id);
-    // An orphaned sidecar never survives into a new resource. In a creating mode it goes before the
-    // file appears; in the others a look at the disk is only needed when the file did not open.
-    if (Creates(mode) && !QvFileExists(path))
-        QvDeleteFile(MetaPath(path));
-
+    // In a creating mode the sidecar goes before the file appears; in the others a look at the disk
+    // is only needed when the file did not open.
+    if (Creates(mode))
+        DeleteStaleSidecar(path);
     auto stream = make_var<TResFileStream>(id);
-    if (!stream->Open(path, mode, share) && !Creates(mode) && !QvFileExists(path))
-        QvDeleteFile(MetaPath(path));
+    if (!stream->Open(path, mode, share) && !Creates(mode))
+        DeleteStaleSidecar(path);
     stream->SetInfoName(stream->URL().std_str());
-    if (mode == kQvOpenCreate && sizeHint != 0) {
+    if (mode == kQvOpenCreate && sizeHint != 0 && *stream) {
         stream->setSize(sizeHint);
         stream->setPosition(0);
     }
@@ -92,8 +108,8 @@ bool TFileMountNode::DeleteResource(const std::string& id)
     const std::string path = PathFromId(id);
     if (!QvFileExists(path) || !QvDeleteFile(path))
         return false;
-    // Without a sidecar, or with a folder of that name, there is nothing more to delete.
-    return QvDeleteFile(MetaPath(path)) || errno == ENOENT || errno == EISDIR;
+    const std::string meta = MetaPath(path);
+    return QvDeleteFile(meta) || !QvFileExists(meta);
 }
 
 bool TFileMountNode::RenMovResource(const std::string& src, const std::string& dst,
@@ -101,9 +117,10 @@ bool TFileMountNode::RenMovResource(const std::string& src, const std::string& d
 {
     const std::string from = PathFromId(src);
     const std::string to = PathFromId(dst);
-    if (!QvMoveFileEx(from, to, true, true))
-        return false;
     const std::string fromMeta = MetaPath(from);
+    if (to == fromMeta || from == MetaPath(to) || WouldLoseItself(from, to) ||
+        !QvMoveFileEx(from, to, true, true))
+        return false;
     return !QvFileExists(fromMeta) || QvMoveFileEx(fromMeta, MetaPath(to), true, true);
 }
 
@@ -112,10 +129,10 @@ bool TFileMountNode::CopyResource(const std::string& src, const std::string& dst
 {
     const std::string from = PathFromId(src);
     const std::string to = PathFromId(dst);
-    if (!QvCopyFileEx(from, to, false, progress))
+    const std::string fromMeta = MetaPath(from);
+    if (to == fromMeta || from == MetaPath(to) || !QvCopyFileEx(from, to, false, progress))
         return false;
     // A sidecar at the target stays when the source has none: the sidecar follows the source only.
-    const std::string fromMeta = MetaPath(from);
     return !QvFileExists(fromMeta) || QvCopyFile(fromMeta, MetaPath(to), false);
 }
 
@@ -127,9 +144,12 @@ bool TFileMountNode::CreateFolder(const std::string& id)
 void TFileMountNode::RenameFolderE(const std::string& id, const std::string& newName)
 {
     const std::string newId = QvExtractResPath(id) + newName;
-    if (QvMoveFileEx(PathFromId(id), PathFromId(newId), false, false))
-        return;
-    const int error = errno;
+    int error = EINVAL; // of a name that the system would cut
+    if (newName.find('\0') == std::string::npos) {
+        if (QvMoveFileEx(PathFromId(id), PathFromId(newId), false, false))
+            return;
+        error = errno;
+    }
     throw TQvMessage(QvResourceString("global.ErrRenameFolder"))
         << error << std::system_category().message(error);
 }
@@ -178,5 +198,7 @@ bool TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
 var_a<TQvLockFile*> TFileMountNode::CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                    bool forWriting, const std::string& owner)
 {
-    return TQvLockFile::VCreate(PathFromId(id), forWriting, owner, timeoutMs);
+    const std::string path = PathFromId(id);
+    DeleteStaleSidecar(path);
+    return TQvLockFile::VCreate(path, forWriting, owner, timeoutMs);
 }

@@ -56,6 +56,7 @@ public:
 
 private:
     std::string MetaPath(const std::string& path) const;
+    void DeleteStaleSidecar(const std::string& path) const;
     bool IsOwnFolder(const std::string& path) const;
 
     TQvPath m_folder;

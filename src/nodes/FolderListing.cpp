@@ -1,5 +1,6 @@
 #include "nodes/FolderListing.h"
 
+#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -72,6 +73,7 @@ public:
             QRegularExpression::wildcardToRegularExpression(QString::fromStdString(mask)));
         m_expression.setPatternOptions(QRegularExpression::CaseInsensitiveOption);
         m_expression.optimize();
+        m_none = !m_expression.isValid(); // asked once: each match would say so on standard error
     }
     bool Matches(std::string_view name) const
     {
@@ -82,6 +84,7 @@ public:
 
 private:
     bool m_all;
+    bool m_none = false;
     QRegularExpression m_expression;
 };
 
@@ -114,7 +117,8 @@ bool QvListFolder(const std::string& path, const std::string& idPrefix, const st
         return false;
     const TNameMask nameMask(mask);
     bool found = false;
-    while (const dirent* entry = readdir(folder.get())) {
+    errno = 0;
+    for (const dirent* entry = nullptr; (entry = readdir(folder.get())) != nullptr; errno = 0) {
         const std::string_view name(entry->d_name);
         if (name.front() == '.')
             continue;
@@ -132,5 +136,5 @@ bool QvListFolder(const std::string& path, const std::string& idPrefix, const st
         if ((flags & kFindAttributes) != 0)
             FillAttributes(dirfd(folder.get()), entry->d_name, item.Attrib);
     }
-    return found;
+    return found && errno == 0;
 }

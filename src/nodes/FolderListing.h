@@ -11,7 +11,8 @@
 
 /// Appends the entries of the folder `path` to `items`, their ids `idPrefix` plus the name, in the
 /// order of the folder. Without `items` it is a probe that ends at the first match. True when
-/// something was found; false for a folder that cannot be read.
+/// something was found; false for a folder that cannot be read, or not to its
+/// end. Names that are no UTF-8 are listed byte for byte.
 ///
 /// Listed are files (symbolic links to anything but folders too) with kFindResources and folders
 /// (links to folders too) with kFindFolders, whose names match `mask`: wildcards "*", "?" and

@@ -16,6 +16,17 @@ void CheckWritten(TQvXIniWriter* writer, bool written)
 }
 } // namespace
 
+TQvResourceProfile& TQvResourceProfile::operator=(TQvResourceProfile&& other) noexcept
+{
+    Name = std::move(other.Name);
+    Remote = other.Remote;
+    FreeSpaceIncomplete = other.FreeSpaceIncomplete;
+    TotalFreeSpace = other.TotalFreeSpace;
+    Nodes = std::move(other.Nodes);
+    FreeSpaceMap = other.FreeSpaceMap;
+    return *this;
+}
+
 void TQvResourceProfile::LoadE(TQvXIniReader* reader, TQvProgressHandler* progressHandler)
 {
     TQvProgress progress(progressHandler);

@@ -39,6 +39,14 @@ public:
     std::map<std::string, TNode> Nodes;   ///< by upper-cased name
     var_a<TQvFreeSpaceMap*> FreeSpaceMap; ///< attached by the owner, shared; may be null
 
+    TQvResourceProfile() = default;
+    TQvResourceProfile(const TQvResourceProfile&) = default;
+    TQvResourceProfile& operator=(const TQvResourceProfile&) = default;
+    TQvResourceProfile(TQvResourceProfile&&) = default;
+    /// Takes everything over but the free-space map, which both share then.
+    TQvResourceProfile& operator=(TQvResourceProfile&& other) noexcept;
+    ~TQvResourceProfile() = default;
+
     /// Replaces what the file bears by what `reader` holds. A mount without a name, without a path
     /// or storage group, or with a path that is not valid is dropped. Throws the reader's
     /// TQvMessage when section "profile" or its key "remote" is missing (then there are no nodes)

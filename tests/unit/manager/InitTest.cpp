@@ -133,6 +133,8 @@ TEST(Init, FailureLeavesNoIndexIntoNothing)
               "@bool TResourceManager::Init(): Error mounting node /Group");
     EXPECT_EQ(manager.MountNodes().size(), 1u) << "what was loaded before stays in the list";
     EXPECT_EQ(manager.GetNode4Id("/A/x", false, true, false), nullptr);
+    EXPECT_THROW(manager.MountFileNodeE("/A", data.Path(), false), TQvMessage)
+        << "it is in the list";
     var.Write("Profiles/Test/profile.x-ini", "broken\n");
     EXPECT_NE(TextOfInit<std::runtime_error>(manager), "no exception");
     EXPECT_TRUE(manager.MountNodes().empty());

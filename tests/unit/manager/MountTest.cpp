@@ -77,7 +77,9 @@ TEST_F(Mount, RootIsFreshAndLast)
     EXPECT_EQ(Manager.MountNodes().back()->Type(), TResourceManager::kRootNode);
     EXPECT_EQ(Manager.ResourceExists("/NEW"), kResFolder);
     EXPECT_EQ(Manager.MountNodes()[1]->MountPointId(), "/new/Point");
-    EXPECT_EQ(UnmountReason("/NEW/point"), "");
+    EXPECT_EQ(UnmountReason(Manager.MountNodes()[1]->MountPointId(), true),
+              kUnmount +
+                  std::string("Inconsistent profile data: node does not exist in the profile"));
     EXPECT_EQ(Manager.ResourceExists("/new"), kResNothing);
     EXPECT_EQ(Manager.MountNodes().size(), 2u);
     EXPECT_EQ(Manager.MountNodes().back()->Type(), TResourceManager::kRootNode);

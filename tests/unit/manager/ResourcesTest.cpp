@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "QvStd/FileStream.h"
@@ -110,6 +111,18 @@ TEST_F(Resources, FailedCopyLeavesNoHalfTarget)
     EXPECT_EQ(NamesIn(Disk("a")), (std::vector<std::string>{"big"}));
 }
 
+TEST_F(Resources, OverwritingBetweenNodesKeepsPermissions)
+{
+    Temp.Write("a/x", "new");
+    Temp.Write("b/x", "private");
+    ASSERT_EQ(chmod(Disk("b/x").c_str(), 0600), 0);
+    EXPECT_TRUE(Manager.CopyResource("/A/x", "/B/x", nullptr));
+    struct stat status = {};
+    ASSERT_EQ(stat(Disk("b/x").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+    EXPECT_EQ(ReadFile(Disk("b/x")), "new");
+}
+
 TEST_F(Resources, TwoMountsOfOneFolder)
 {
     Manager.MountFileNodeE("/Same", Disk("a"), false);
@@ -124,6 +137,23 @@ TEST_F(Resources, TwoMountsOfOneFolder)
 
 TEST_F(Resources, MoveBetweenNodes)
 {
+    // a hard link is another entry of one file: the source goes. A symbolic link would lead to
+    // nothing then
+    Temp.Write("a/h", "linked");
+    ASSERT_EQ(link(Disk("a/h").c_str(), Disk("b/h").c_str()), 0);
+    EXPECT_TRUE(Manager.RenMovResource("/A/h", "/B/h", nullptr));
+    EXPECT_FALSE(Exists(Disk("a/h")));
+    ASSERT_EQ(symlink(Disk("b/h").c_str(), Disk("a/h").c_str()), 0);
+    EXPECT_FALSE(Manager.RenMovResource("/B/h", "/A/h", nullptr));
+    EXPECT_EQ(ReadFile(Disk("a/h")), "linked");
+
+    // a sidecar that cannot follow is not lost
+    Temp.Write("a/m", "content");
+    Temp.Write("a/m.meta", "precious");
+    Temp.MakeFolder("b/m.meta");
+    EXPECT_FALSE(Manager.RenMovResource("/A/m", "/B/m", nullptr));
+    EXPECT_EQ(ReadFile(Disk("a/m.meta")), "precious");
+
     Temp.Write("a/x", "content");
     EXPECT_TRUE(Manager.RenMovResource("/A/x", "/B/x", nullptr));
     EXPECT_EQ(ReadFile(Disk("b/x")), "content");

@@ -178,6 +178,29 @@ TEST_F(FileMountNode, SidecarFollowsTheSourceOnly)
     EXPECT_FALSE(Node.DeleteResource("/D/c"));
 }
 
+TEST_F(FileMountNode, NothingIsLostByItsOwnNames)
+{
+    Write("b", "content");
+    Write("b.meta", "meta");
+    ASSERT_EQ(symlink("b", Disk("link").c_str()), 0);
+    EXPECT_FALSE(Node.RenMovResource("/D/link", "/D/b", nullptr)) << "a link onto what it leads to";
+    EXPECT_FALSE(Node.RenMovResource("/D/b", "/D/b.meta", nullptr)) << "onto its own sidecar";
+    EXPECT_FALSE(Node.CopyResource("/D/b", "/D/b.meta", nullptr));
+    EXPECT_FALSE(Node.CopyResource("/D/b.meta", "/D/b", nullptr));
+    EXPECT_EQ(ReadFile(Disk("b")), "content");
+    EXPECT_EQ(ReadFile(Disk("b.meta")), "meta");
+
+    // a sidecar that cannot follow makes the result false; what was done stays done
+    Node.CreateFolder("/D/c.meta");
+    EXPECT_FALSE(Node.CopyResource("/D/b", "/D/c", nullptr));
+    EXPECT_FALSE(Node.RenMovResource("/D/b", "/D/c", nullptr));
+    EXPECT_EQ(ReadFile(Disk("c")), "content");
+    EXPECT_TRUE(Node.DeleteResource("/D/c")) << "a folder of that name is no sidecar";
+    const std::string longName(252, 'n');
+    Write(longName, "");
+    EXPECT_TRUE(Node.DeleteResource("/D/" + longName)) << "no name is left for a sidecar";
+}
+
 TEST_F(FileMountNode, RenameTellsTheError)
 {
     Node.CreateFolder("/D/a/b");
