@@ -68,7 +68,7 @@ void Print(const std::string& text)
 void PrintJson(const nlohmann::json& value)
 {
     // Names are bytes: what is no UTF-8 is shown with U+FFFD in its place.
-    Print(value.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    Print(value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
 }
 
 struct TLook

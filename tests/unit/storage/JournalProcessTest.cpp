@@ -34,8 +34,9 @@ TEST_F(TStorageTest, EightProcessesAppendWhileANinthMerges)
             return 0;
         }));
     TChildProcess ninth([this] {
+        const std::uint32_t start = QvGetTickCount();
         do {
-            if (!Storage.MergeDir() || !Storage.DoLoadDir())
+            if (!Storage.MergeDir() || !Storage.DoLoadDir() || QvGetTickCount() - start > 90000)
                 return 1;
             QvSleep(20);
         } while (Storage.Dir().count("/LAST") == 0);
@@ -118,8 +119,12 @@ TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
 {
     for (int i = 0; i < 300; ++i)
         WriteContent("file" + std::to_string(i));
-    for (int round = 0; round < 10; ++round) {
-        WriteJournal("broken");
+    // Long enough to read that all of them hold the lock when they find out.
+    std::string broken = kJournalHead;
+    for (int i = 0; i < 50000; ++i)
+        broken += "/RECORD" + std::to_string(i) + "?record\r\n";
+    for (int round = 0; round < 5; ++round) {
+        WriteJournal(broken);
         std::vector<std::unique_ptr<TChildProcess>> loaders;
         for (int i = 0; i < 4; ++i)
             loaders.push_back(std::make_unique<TChildProcess>(

@@ -61,6 +61,24 @@ TEST_F(TStorageTest, ReplaysLines)
     }
 }
 
+TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
+{
+    // Longer than any buffer: lines that cross the end of a piece, and one that fills several.
+    std::string block = ";QV5Dir\r\n";
+    for (int i = 10000; i < 40000; ++i)
+        block += "/ID" + std::to_string(i) + "?name\r\n";
+    block += "/LONG?" + std::string(600000, 'n') + "\r\n";
+    WriteJournal(Sealed(":0123ABCD\r\n" + block) + Sealed("/ID10000?other\r\n"));
+    ASSERT_TRUE(Storage.DoLoadDir());
+    EXPECT_EQ(Storage.Dir().size(), 30001u);
+    EXPECT_EQ(Storage.Dir().at("/LONG").size(), 600000u);
+    EXPECT_EQ(Storage.Dir().at("/ID10000"), "other");
+
+    ASSERT_TRUE(Storage.SaveDir());
+    block.replace(block.find("?name") + 1, 4, "other");
+    EXPECT_TRUE(Journal() == Sealed(Journal().substr(0, 11) + block));
+}
+
 TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
 {
     EXPECT_FALSE(Storage.LoadDirUpdate());
