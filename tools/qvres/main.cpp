@@ -9,6 +9,7 @@
 
 #include "BreakSignal.h"
 #include "Commands.h"
+#include "JournalExec.h"
 
 namespace
 {
@@ -109,6 +110,23 @@ void FlushAfterFailure(TOutput& out)
 }
 } // namespace
 
+namespace
+{
+/// The journal is no part of the exported interface: another program works on it.
+void AddJournalCommand(CLI::App& app, THost& host)
+{
+    CLI::App* const journal =
+        AddCommand(app, "journal", "Work on the journal of a resource storage",
+                   "  qvres journal load /srv/storage\n"
+                   "  qvres journal add /srv/storage /Data/a.txt\n");
+    AddJournalOperations(*journal, [&host](TJournalCall call) {
+        call.Json = host.Json;
+        call.VarFolder = host.Session.VarFolder;
+        ExecJournal(call);
+    });
+}
+} // namespace
+
 int main(int argc, char** argv)
 {
     OccupyClosedStandardStreams();
@@ -131,6 +149,7 @@ int main(int argc, char** argv)
     AddXIniCommands(app, host);
     AddIdCommands(app, host);
     AddProfileCommands(app, host);
+    AddJournalCommand(app, host);
     try {
         return Run(app, host, argc, argv);
     } catch (const std::exception& failure) {
