@@ -239,6 +239,8 @@ private:
     void LoadProfileNodes();
     void RefreshStaleMaps();
     void RemoveRootNode();
+    PTMountNode ResolveNode(const std::string& id, bool forbidWildcards, bool skipExactMountPoint,
+                            bool* isValid) const;
     PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
     PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }

@@ -61,13 +61,23 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
                                                            bool forbidWildcards,
                                                            bool skipExactMountPoint) const
 {
-    TNormalId normalId(id.size());
-    if (!QvCheckAndNormalizeResId(id, forbidWildcards, normalId.Data()))
+    bool isValid = false;
+    const PTMountNode node = ResolveNode(id, forbidWildcards, skipExactMountPoint, &isValid);
+    if (!isValid)
         Throw(kGetNode4Id, "Invalid resource id " + id);
-    const PTMountNode node = FindNode(normalId, skipExactMountPoint);
     if (node == nullptr && throwIfNone)
         Throw(kGetNode4Id, "Mount node not found for id " + id);
     return node;
+}
+
+TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& id,
+                                                            bool forbidWildcards,
+                                                            bool skipExactMountPoint,
+                                                            bool* isValid) const
+{
+    TNormalId normalId(id.size());
+    *isValid = QvCheckAndNormalizeResId(id, forbidWildcards, normalId.Data());
+    return *isValid ? FindNode(normalId, skipExactMountPoint) : nullptr;
 }
 
 /// Tries the whole id, then what stands before each "/" of it, the longest first: those are all the

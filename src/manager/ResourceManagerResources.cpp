@@ -87,10 +87,14 @@ var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsi
 
 unsigned TResourceManager::ResourceExists(const std::string& id) const
 {
-    const std::string stripped = QvExcludeTrailingSlash(id);
-    if (!QvIsAbsoluteResId(stripped) || !QvIsValidResId(stripped, true))
+    if (id.size() > 1 && id.back() == '/')
+        return ResourceExists(QvExcludeTrailingSlash(id));
+    bool isValid = false;
+    const TMountNode* node = ResolveNode(id, true, false, &isValid);
+    if (!isValid || id.empty())
         return kResNothing;
-    return NodeFor(stripped)->ResourceExists(stripped);
+    // Valid, but nothing is mounted anywhere: that is told as it is everywhere else.
+    return (node != nullptr ? node : NodeFor(id))->ResourceExists(id);
 }
 
 bool TResourceManager::IsResource(const std::string& id) const
