@@ -1,6 +1,7 @@
 // Another process for a test of what processes do to each other.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <sys/types.h>
 
@@ -22,5 +23,9 @@ private:
     pid_t m_process;
 };
 
+/// Whether `body`, run in another process, meets no failed expectation.
+bool PassesInChild(const std::function<void()>& body);
 /// Whether `condition` becomes true within ten seconds.
 bool WaitUntil(const std::function<bool()>& condition);
+/// From now on a file of this process that grows further meets a full disk (EFBIG).
+void LimitFileSize(std::size_t bytes);

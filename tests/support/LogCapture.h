@@ -9,8 +9,13 @@
 class TLogCapture
 {
 public:
-    TLogCapture();
-    ~TLogCapture();
+    TLogCapture()
+        : m_before(QvSetLogSink([this](TQvLogKind kind, const TQvMessage& message, int level) {
+              Entries.push_back({kind, message.text(), message.what(), level});
+          }))
+    {
+    }
+    ~TLogCapture() { QvSetLogSink(m_before); }
     TLogCapture(const TLogCapture&) = delete;
     TLogCapture& operator=(const TLogCapture&) = delete;
 

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "QvStd/Message.h"
 #include "QvStd/Progress.h"
 
 class TTestProgress : public TQvProgressHandler
@@ -24,7 +25,11 @@ public:
         ++Polls;
         return UserBreak();
     }
-    void Update() override;
+    void Update() override
+    {
+        if (UserBreak())
+            throw TQvUserBreak();
+    }
     bool UserBreak() const override
     {
         return BreakAfter >= 0 && Polls + static_cast<int>(Positions.size()) > BreakAfter;

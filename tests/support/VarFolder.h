@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/EnvironmentVariable.h"
 #include "support/TempFolder.h"
 
 class TVarFolder
@@ -13,7 +14,6 @@ public:
     /// With one profile, "Test", whose mounts are pairs of mount point and folder.
     explicit TVarFolder(const std::vector<std::pair<std::string, std::string>>& mounts = {},
                         bool remote = false);
-    ~TVarFolder();
 
     const TTempFolder& Temp() const { return m_temp; }
     std::string Path() const { return m_temp / "var"; }
@@ -26,4 +26,6 @@ public:
 
 private:
     TTempFolder m_temp;
+    TEnvironmentVariable m_var{"QV_VAR_FOLDER", Path()};
+    TEnvironmentVariable m_registry{"QV_REGISTRY_DIR", m_temp / "registry"};
 };
