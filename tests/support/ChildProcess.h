@@ -13,7 +13,6 @@ public:
     /// Kills the child when nobody waited for it.
     ~TChildProcess();
     TChildProcess(const TChildProcess&) = delete;
-    TChildProcess& operator=(const TChildProcess&) = delete;
 
     /// The exit status, or -signal.
     int Wait();

@@ -14,15 +14,8 @@ public:
             m_before = before;
         setenv(name, value.c_str(), 1);
     }
-    ~TEnvironmentVariable()
-    {
-        if (m_before)
-            setenv(m_name, m_before->c_str(), 1);
-        else
-            unsetenv(m_name);
-    }
     TEnvironmentVariable(const TEnvironmentVariable&) = delete;
-    TEnvironmentVariable& operator=(const TEnvironmentVariable&) = delete;
+    ~TEnvironmentVariable() { m_before ? setenv(m_name, m_before->c_str(), 1) : unsetenv(m_name); }
 
 private:
     const char* m_name;

@@ -9,15 +9,9 @@
 class TLogCapture
 {
 public:
-    TLogCapture()
-        : m_before(QvSetLogSink([this](TQvLogKind kind, const TQvMessage& message, int level) {
-              Entries.push_back({kind, message.text(), message.what(), level});
-          }))
-    {
-    }
-    ~TLogCapture() { QvSetLogSink(m_before); }
+    TLogCapture() = default;
     TLogCapture(const TLogCapture&) = delete;
-    TLogCapture& operator=(const TLogCapture&) = delete;
+    ~TLogCapture() { QvSetLogSink(m_before); }
 
     struct TEntry
     {
@@ -29,5 +23,8 @@ public:
     std::vector<TEntry> Entries;
 
 private:
-    TQvLogSink m_before;
+    TQvLogSink m_before =
+        QvSetLogSink([this](TQvLogKind kind, const TQvMessage& message, int level) {
+            Entries.push_back({kind, message.text(), message.what(), level});
+        });
 };

@@ -11,7 +11,6 @@ public:
     explicit TTempFolder(const char* parent = nullptr);
     ~TTempFolder();
     TTempFolder(const TTempFolder&) = delete;
-    TTempFolder& operator=(const TTempFolder&) = delete;
 
     const std::string& Path() const { return m_path; }
     /// The full path of `name` in the folder.

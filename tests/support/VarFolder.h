@@ -13,7 +13,16 @@ class TVarFolder
 public:
     /// With one profile, "Test", whose mounts are pairs of mount point and folder.
     explicit TVarFolder(const std::vector<std::pair<std::string, std::string>>& mounts = {},
-                        bool remote = false);
+                        bool remote = false)
+    {
+        std::string profile = std::string("[profile]\n  remote=") + (remote ? "1\n" : "0\n");
+        for (const auto& [point, folder] : mounts)
+            profile += "[mount]\nnode=" + point + "\npath=" + folder + "\n[/mount]\n";
+        Write("Profiles/Test/profile.x-ini", profile + "[/profile]\n");
+        Write("Profiles/profiles.x-ini", "[profiles]\n  profile=Test\n[/profiles]\n");
+        Write("policy.x-ini", "profile=Test\n");
+        m_temp.MakeFolder("var/Config");
+    }
 
     const TTempFolder& Temp() const { return m_temp; }
     std::string Path() const { return m_temp / "var"; }
