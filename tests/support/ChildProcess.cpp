@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <gtest/gtest.h>
 #include <stdexcept>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,12 +14,11 @@ TChildProcess::TChildProcess(const std::function<int()>& body) : m_process(fork(
         throw std::runtime_error("fork failed");
     if (m_process > 0)
         return;
-    int status = 99;
     try {
-        status = body();
+        _exit(body());
     } catch (...) {
+        _exit(99);
     }
-    _exit(status);
 }
 
 TChildProcess::~TChildProcess()
@@ -42,6 +43,11 @@ void TChildProcess::Kill()
     kill(m_process, SIGKILL);
 }
 
+bool PassesInChild(const std::function<void()>& body)
+{
+    return TChildProcess([&] { return body(), testing::Test::HasFailure() ? 1 : 0; }).Wait() == 0;
+}
+
 bool WaitUntil(const std::function<bool()>& condition)
 {
     for (int i = 0; i < 10000; ++i) {
@@ -50,4 +56,12 @@ bool WaitUntil(const std::function<bool()>& condition)
         usleep(1000);
     }
     return false;
+}
+
+void LimitFileSize(std::size_t bytes)
+{
+    const rlimit limit = {bytes, bytes};
+    signal(SIGXFSZ, SIG_IGN);
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
+        throw std::runtime_error("setrlimit failed");
 }

@@ -1,6 +1,7 @@
 // Another process for a test of what processes do to each other.
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <sys/types.h>
 
@@ -12,7 +13,6 @@ public:
     /// Kills the child when nobody waited for it.
     ~TChildProcess();
     TChildProcess(const TChildProcess&) = delete;
-    TChildProcess& operator=(const TChildProcess&) = delete;
 
     /// The exit status, or -signal.
     int Wait();
@@ -22,5 +22,9 @@ private:
     pid_t m_process;
 };
 
+/// Whether `body`, run in another process, meets no failed expectation.
+bool PassesInChild(const std::function<void()>& body);
 /// Whether `condition` becomes true within ten seconds.
 bool WaitUntil(const std::function<bool()>& condition);
+/// From now on a file of this process that grows further meets a full disk (EFBIG).
+void LimitFileSize(std::size_t bytes);

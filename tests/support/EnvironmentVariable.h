@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 class TEnvironmentVariable
@@ -9,23 +10,14 @@ class TEnvironmentVariable
 public:
     TEnvironmentVariable(const char* name, const std::string& value) : m_name(name)
     {
-        const char* before = std::getenv(name);
-        m_wasSet = before != nullptr;
-        m_before = m_wasSet ? before : "";
+        if (const char* before = std::getenv(name))
+            m_before = before;
         setenv(name, value.c_str(), 1);
     }
-    ~TEnvironmentVariable()
-    {
-        if (m_wasSet)
-            setenv(m_name, m_before.c_str(), 1);
-        else
-            unsetenv(m_name);
-    }
     TEnvironmentVariable(const TEnvironmentVariable&) = delete;
-    TEnvironmentVariable& operator=(const TEnvironmentVariable&) = delete;
+    ~TEnvironmentVariable() { m_before ? setenv(m_name, m_before->c_str(), 1) : unsetenv(m_name); }
 
 private:
     const char* m_name;
-    bool m_wasSet;
-    std::string m_before;
+    std::optional<std::string> m_before;
 };

@@ -9,10 +9,9 @@
 class TLogCapture
 {
 public:
-    TLogCapture();
-    ~TLogCapture();
+    TLogCapture() = default;
     TLogCapture(const TLogCapture&) = delete;
-    TLogCapture& operator=(const TLogCapture&) = delete;
+    ~TLogCapture() { QvSetLogSink(m_before); }
 
     struct TEntry
     {
@@ -24,5 +23,8 @@ public:
     std::vector<TEntry> Entries;
 
 private:
-    TQvLogSink m_before;
+    TQvLogSink m_before =
+        QvSetLogSink([this](TQvLogKind kind, const TQvMessage& message, int level) {
+            Entries.push_back({kind, message.text(), message.what(), level});
+        });
 };

@@ -9,12 +9,11 @@
 
 namespace fs = std::filesystem;
 
-TTempFolder::TTempFolder()
+TTempFolder::TTempFolder(const char* parent)
 {
-    std::string path = (fs::temp_directory_path() / "qv.XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr)
-        throw std::runtime_error("no temporary folder: " + path);
-    m_path = path;
+    m_path = (parent != nullptr ? fs::path(parent) : fs::temp_directory_path()) / "qv.XXXXXX";
+    if (mkdtemp(m_path.data()) == nullptr)
+        throw std::runtime_error("no temporary folder: " + m_path);
 }
 
 TTempFolder::~TTempFolder()
@@ -61,4 +60,12 @@ std::vector<std::string> NamesIn(const std::string& folder)
         names.push_back(entry.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string Pattern(std::size_t size)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 251);
+    return bytes;
 }

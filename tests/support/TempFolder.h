@@ -7,10 +7,10 @@
 class TTempFolder
 {
 public:
-    TTempFolder();
+    /// In `parent`; null: where temporary files belong.
+    explicit TTempFolder(const char* parent = nullptr);
     ~TTempFolder();
     TTempFolder(const TTempFolder&) = delete;
-    TTempFolder& operator=(const TTempFolder&) = delete;
 
     const std::string& Path() const { return m_path; }
     /// The full path of `name` in the folder.
@@ -29,3 +29,5 @@ std::string ReadFile(const std::string& path);
 bool Exists(const std::string& path);
 /// Names in a folder, hidden ones too, sorted.
 std::vector<std::string> NamesIn(const std::string& folder);
+/// Bytes that differ at every position nearby.
+std::string Pattern(std::size_t size);

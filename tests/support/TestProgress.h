@@ -4,27 +4,24 @@
 #include <string>
 #include <vector>
 
+#include "QvStd/Message.h"
 #include "QvStd/Progress.h"
 
 class TTestProgress : public TQvProgressHandler
 {
 public:
-    void Start() override
-    {
-        ++Starts;
-        m_started = true;
-    }
+    void Start() override { m_started = ++Starts > 0; }
     void Stop() override { m_started = false; }
     bool Started() const override { return m_started; }
     bool Active() const override { return m_started; }
     void SetPosition(double position) override { Positions.push_back(position); }
     void SetMessage(const std::string& message) override { Messages.push_back(message); }
-    bool Poll() override
+    bool Poll() override { return ++Polls, UserBreak(); }
+    void Update() override
     {
-        ++Polls;
-        return UserBreak();
+        if (UserBreak())
+            throw TQvUserBreak();
     }
-    void Update() override;
     bool UserBreak() const override
     {
         return BreakAfter >= 0 && Polls + static_cast<int>(Positions.size()) > BreakAfter;

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <QFileInfo>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -8,9 +9,9 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "QvStd/Files.h"
@@ -18,19 +19,12 @@
 #include "QvStd/Message.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
+#include "support/TestProgress.h"
 
 namespace
 {
 using TNames = std::vector<std::string>;
 constexpr std::size_t kMiB = 1024 * 1024;
-
-std::string Pattern(std::size_t size)
-{
-    std::string text(size, '\0');
-    for (std::size_t i = 0; i < size; ++i)
-        text[i] = static_cast<char>(i * 7 + i / 251);
-    return text;
-}
 
 struct stat Status(const std::string& path)
 {
@@ -39,385 +33,300 @@ struct stat Status(const std::string& path)
     return status;
 }
 
-mode_t Mode(const std::string& path)
-{
-    return Status(path).st_mode & 07777;
-}
-
 void Link(const std::string& target, const std::string& path)
 {
     ASSERT_EQ(symlink(target.c_str(), path.c_str()), 0) << path;
 }
 
-/// Records what a copy tells, and does something at a poll of its own choice.
-class THandler : public TQvProgressHandler
+/// What a call left behind: 0 for success, else errno.
+int Failure(bool succeeded)
 {
-public:
-    void Start() override {}
-    void Stop() override {}
-    bool Started() const override { return true; }
-    bool Active() const override { return true; }
-    void SetPosition(double position) override { Positions.push_back(position); }
-    void SetMessage(const std::string&) override {}
-    bool Poll() override { return ++Polls == BreakAt || Polls == KillAt; }
-    void Update() override
-    {
-        if (Polls == KillAt)
-            raise(SIGKILL);
-        if (Polls == BreakAt)
-            throw TQvUserBreak();
-    }
-    bool UserBreak() const override { return false; }
-
-    int Polls = 0;
-    int BreakAt = -1;
-    int KillAt = -1;
-    std::vector<double> Positions;
-};
+    return succeeded ? 0 : errno;
+}
 
 /// Makes renameat2 answer EINVAL in this process, as file systems do that lack the exclusive form.
-bool ForbidExclusiveRename()
+void ForbidExclusiveRename()
 {
-    sock_filter code[] = {
-        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
-        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-    };
+    sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
     const sock_fprog program = {sizeof code / sizeof code[0], code};
-    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-           prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+    ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
 }
 
-/// Lets permission bits count for a test that runs as root too.
-bool BecomeOrdinaryUser(const TNames& folders)
+class Files : public testing::Test
 {
-    constexpr uid_t kNobody = 65534;
-    if (geteuid() != 0)
-        return true;
-    for (const std::string& folder : folders) {
-        if (chown(folder.c_str(), kNobody, kNobody) != 0)
-            return false;
-    }
-    return setuid(kNobody) == 0;
-}
-} // namespace
+protected:
+    TTempFolder m_temp;
+    std::string m_from = m_temp.Write("from", "new");
+    std::string m_to = m_temp.Write("to", "old");
+};
+using FileCopy = Files;
+using FileMove = Files;
+using WriteAtomically = Files;
+using Folders = Files;
 
-TEST(FileCopy, KeepsContentTimeAndPermissionsOfEverySize)
+TEST_F(FileCopy, KeepsContentTimeAndPermissionsOfEverySize)
 {
-    const TTempFolder temp;
     const mode_t umaskBefore = umask(077);
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{4095},
-                                   std::size_t{4096}, 256 * 1024 - 1ul, 256 * 1024ul, 3 * kMiB}) {
-        const std::string from = temp.Write("from", Pattern(size));
+    for (const std::size_t size : {0ul, 1ul, 4096ul, 256 * 1024 - 1ul, 256 * 1024ul, 3 * kMiB}) {
+        m_temp.Write("from", Pattern(size));
         const timespec times[2] = {{5, 0}, {1234567890, 123456789}};
-        ASSERT_EQ(utimensat(AT_FDCWD, from.c_str(), times, 0), 0);
-        ASSERT_EQ(chmod(from.c_str(), 0654), 0);
-        ASSERT_TRUE(QvCopyFile(from, temp / "to", false)) << size;
-        EXPECT_EQ(ReadFile(temp / "to"), Pattern(size)) << size;
-        EXPECT_EQ(Mode(temp / "to"), 0654u);
-        EXPECT_EQ(Status(temp / "to").st_mtim.tv_nsec, 123456789);
-        EXPECT_EQ(GetUnixFileTime(temp / "to"), 1234567890u);
-        std::string read;
-        EXPECT_TRUE(QvReadWholeFile(from, &read));
-        EXPECT_EQ(read, Pattern(size)) << size;
+        ASSERT_EQ(utimensat(AT_FDCWD, m_from.c_str(), times, 0), 0);
+        ASSERT_EQ(chmod(m_from.c_str(), 0654), 0);
+        ASSERT_TRUE(QvCopyFile(m_from, m_to, false)) << size;
+        EXPECT_EQ(ReadFile(m_to), Pattern(size)) << size;
+        EXPECT_EQ(Status(m_to).st_mode & 07777, 0654u);
+        EXPECT_EQ(Status(m_to).st_mtim.tv_nsec, 123456789);
+        EXPECT_EQ(GetUnixFileTime(m_to), 1234567890u);
     }
     umask(umaskBefore);
-    EXPECT_EQ(NamesIn(temp.Path()), (TNames{"from", "to"}));
-}
-
-TEST(FileCopy, ReadsFilesThatClaimToBeEmpty)
-{
-    const TTempFolder temp;
-    const std::string expected = ReadFile("/proc/filesystems");
+    EXPECT_EQ(NamesIn(m_temp.Path()), (TNames{"from", "to"}));
+    // A file that claims to be empty.
     std::string read;
-    ASSERT_FALSE(expected.empty());
     EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read));
-    EXPECT_EQ(read, expected);
-    EXPECT_TRUE(QvCopyFile("/proc/filesystems", temp / "to", false));
-    EXPECT_EQ(ReadFile(temp / "to"), expected);
+    EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
+    EXPECT_NE(read, "");
+    EXPECT_EQ(ReadFile(m_to), read);
 }
 
-TEST(FileCopy, RefusalsChangeNothing)
+TEST_F(FileCopy, RefusalsChangeNothing)
 {
-    const TTempFolder temp;
-    const std::string from = temp.Write("from", "new");
-    const std::string old = temp.Write("old", "old");
-    const std::string folder = temp.MakeFolder("folder");
-    const std::string fifo = temp / "fifo";
+    const std::string folder = m_temp.MakeFolder("folder");
+    const std::string fifo = m_temp / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    Link("folder", temp / "to folder");
-    Link("nowhere", temp / "dangling");
-    const TNames before = NamesIn(temp.Path());
-    struct TCase
-    {
-        std::string From;
-        std::string To;
-        bool FailIfExists;
-        int Error;
-    };
-    const TCase cases[] = {
-        {temp / "missing", old, false, ENOENT},
-        {folder, old, false, EISDIR},
-        {fifo, old, false, EINVAL},
-        {from, folder, false, EISDIR},
-        {from, temp / "to folder", false, EISDIR},
-        {from, old, true, EEXIST},
-        {from, temp / "dangling", true, EEXIST},
-        {from, temp / "no/folder", false, ENOENT},
-        {from, temp / "new/", false, ENOENT},
-        {from, "", false, ENOENT},
-        {from, temp / std::string(256, 'n'), false, ENAMETOOLONG},
-    };
-    for (const TCase& c : cases) {
-        EXPECT_FALSE(QvCopyFile(c.From, c.To, c.FailIfExists)) << c.From << " to " << c.To;
-        EXPECT_EQ(errno, c.Error) << c.From << " to " << c.To;
-        EXPECT_EQ(NamesIn(temp.Path()), before) << c.From << " to " << c.To;
+    Link("folder", m_temp / "to folder");
+    Link("nowhere", m_temp / "dangling");
+    const TNames before = NamesIn(m_temp.Path());
+    const std::tuple<std::string, std::string, bool, int> cases[] = {
+        {m_temp / "missing", m_to, false, ENOENT},
+        {folder, m_to, false, EISDIR},
+        {fifo, m_to, false, EINVAL},
+        {m_from, folder, false, EISDIR},
+        {m_from, m_temp / "to folder", false, EISDIR},
+        {m_from, m_to, true, EEXIST},
+        {m_from, m_temp / "dangling", true, EEXIST},
+        {m_from, m_temp / "no/folder", false, ENOENT},
+        {m_from, m_temp / "new/", false, ENOENT},
+        {m_from, "", false, ENOENT}};
+    for (const auto& [from, to, failIfExists, error] : cases) {
+        EXPECT_EQ(Failure(QvCopyFile(from, to, failIfExists)), error) << from << " to " << to;
+        EXPECT_EQ(NamesIn(m_temp.Path()), before) << from << " to " << to;
     }
-    EXPECT_EQ(ReadFile(old), "old");
+    EXPECT_EQ(ReadFile(m_to), "old");
     std::string read = "kept";
-    EXPECT_FALSE(QvReadWholeFile(fifo, &read));
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(Failure(QvReadWholeFile(fifo, &read)), EINVAL);
     EXPECT_EQ(read, "kept");
 }
 
-TEST(FileCopy, OntoItselfChangesNothingAndALinkIsReplaced)
+TEST_F(FileCopy, OntoItselfChangesNothingAndALinkIsReplaced)
 {
-    const TTempFolder temp;
-    const std::string from = temp.Write("from", "text");
-    const std::string twin = temp / "twin";
-    ASSERT_EQ(link(from.c_str(), twin.c_str()), 0);
-    EXPECT_TRUE(QvCopyFile(from, from, false));
-    EXPECT_TRUE(QvCopyFile(from, twin, false));
-    EXPECT_EQ(Status(from).st_ino, Status(twin).st_ino);
+    const std::string twin = m_temp / "twin";
+    ASSERT_EQ(link(m_from.c_str(), twin.c_str()), 0);
+    EXPECT_TRUE(QvCopyFile(m_from, twin, false));
+    EXPECT_EQ(Status(m_from).st_ino, Status(twin).st_ino);
 
-    const std::string other = temp.Write("other", "other");
-    Link("other", temp / "link");
-    EXPECT_TRUE(QvCopyFile(from, temp / "link", false));
-    EXPECT_FALSE(QvIsSymLink(temp / "link"));
-    EXPECT_EQ(ReadFile(temp / "link"), "text");
-    EXPECT_EQ(ReadFile(other), "other");
-    // The temporary's name must fit beside the longest one, and end between two characters.
-    std::string longest;
-    while (longest.size() < 254)
-        longest += "\xC3\xA4";
-    EXPECT_TRUE(QvCopyFile(from, temp / longest, false));
+    Link("to", m_temp / "link");
+    EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
+    EXPECT_FALSE(QvIsSymLink(m_temp / "link"));
+    EXPECT_EQ(ReadFile(m_temp / "link") + ReadFile(m_to), "newold");
+    // The temporary's name must fit beside the longest one.
+    EXPECT_TRUE(QvCopyFile(m_from, m_temp / std::string(255, 'n'), false));
 }
 
-TEST(FileCopy, ReportsProgressAndBreaksOff)
+TEST_F(FileCopy, ReportsProgressAndBrokenOffOrKilledLeavesTheOldTarget)
 {
-    const TTempFolder temp;
-    const std::string from = temp.Write("from", Pattern(20 * kMiB));
-    const std::string to = temp.Write("to", "old");
-    THandler breaking;
-    breaking.BreakAt = 3;
-    EXPECT_FALSE(QvCopyFileEx(from, to, false, &breaking));
-    EXPECT_EQ(errno, ECANCELED);
-    EXPECT_EQ(ReadFile(to), "old");
-    EXPECT_EQ(NamesIn(temp.Path()), (TNames{"from", "to"}));
-
-    THandler watching;
-    EXPECT_TRUE(QvCopyFileEx(from, to, false, &watching));
-    EXPECT_TRUE(std::is_sorted(watching.Positions.begin(), watching.Positions.end()));
-    EXPECT_GE(watching.Polls, 3);
-    EXPECT_GE(watching.Positions.size(), 3u);
-    EXPECT_EQ(watching.Positions.back(), 1.0);
-}
-
-TEST(FileCopy, KilledCopyLeavesTheOldTarget)
-{
-    const TTempFolder temp;
-    const std::string from = temp.Write("from", Pattern(2 * kMiB));
-    const std::string to = temp.Write("to", "old");
+    struct TKiller : TTestProgress
+    {
+        void Update() override { raise(SIGKILL); }
+    };
+    m_temp.Write("from", Pattern(20 * kMiB));
+    TTestProgress breaking;
+    breaking.BreakAfter = 2;
+    EXPECT_EQ(Failure(QvCopyFileEx(m_from, m_to, false, &breaking)), ECANCELED);
+    EXPECT_EQ(NamesIn(m_temp.Path()), (TNames{"from", "to"}));
     TChildProcess child([&] {
-        THandler handler;
-        handler.KillAt = 4;
-        return QvCopyFileEx(from, to, false, &handler) ? 0 : 1;
+        TKiller killer;
+        killer.BreakAfter = 2;
+        return QvCopyFileEx(m_from, m_to, false, &killer) ? 0 : 1;
     });
     EXPECT_EQ(child.Wait(), -SIGKILL);
-    EXPECT_EQ(ReadFile(to), "old");
+    EXPECT_EQ(ReadFile(m_to), "old");
+
+    TTestProgress progress;
+    progress.Start();
+    EXPECT_TRUE(QvCopyFileEx(m_from, m_to, false, &progress));
+    EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
+    EXPECT_GE(progress.Polls, 3);
+    EXPECT_GE(progress.Positions.size(), 3u);
+    EXPECT_EQ(progress.Positions.back(), 1.0);
 }
 
-TEST(FileCopy, FullDiskLeavesTheOldTargetAndNoTemporary)
+TEST_F(FileCopy, FullDiskLeavesTheOldTargetAndNoTemporary)
 {
-    const TTempFolder temp;
-    const std::string from = temp.Write("from", Pattern(kMiB));
-    const std::string to = temp.Write("to", "old");
-    TChildProcess child([&] {
-        const rlimit limit = {300 * 1024, 300 * 1024};
-        signal(SIGXFSZ, SIG_IGN);
-        if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
-            return 1;
-        if (QvCopyFile(from, to, false) || errno != EFBIG)
-            return 2;
-        return QvWriteFileAtomically(to, Pattern(kMiB)) || errno != EFBIG ? 3 : 0;
-    });
-    EXPECT_EQ(child.Wait(), 0);
-    EXPECT_EQ(ReadFile(to), "old");
-    EXPECT_EQ(NamesIn(temp.Path()), (TNames{"from", "to"}));
+    m_temp.Write("from", Pattern(kMiB));
+    EXPECT_TRUE(PassesInChild([&] {
+        LimitFileSize(300 * 1024);
+        EXPECT_EQ(Failure(QvCopyFile(m_from, m_to, false)), EFBIG);
+        EXPECT_EQ(Failure(QvWriteFileAtomically(m_to, Pattern(kMiB))), EFBIG);
+    }));
+    EXPECT_EQ(ReadFile(m_to), "old");
+    EXPECT_EQ(NamesIn(m_temp.Path()), (TNames{"from", "to"}));
 }
 
-TEST(FileMove, ReplacesOnlyWhenTold)
+TEST_F(FileMove, ReplacesOnlyWhenTold)
 {
-    const TTempFolder temp;
-    const auto run = [&](bool exclusiveForbidden) {
-        if (exclusiveForbidden && !ForbidExclusiveRename())
-            return 1;
-        const std::string from = temp.Write("from", "new");
-        const std::string to = temp.Write("to", "old");
-        const std::string folder = temp.MakeFolder("folder");
-        const std::string empty = temp.MakeFolder("empty");
-        if (QvMoveFileEx(from, to, false, false) || errno != EEXIST || ReadFile(to) != "old")
-            return 2;
-        if (QvMoveFileEx(folder, empty, false, false) || errno != EEXIST)
-            return 3;
-        if (QvMoveFileEx(folder, temp / "folder/inside", false, false) || errno != EINVAL ||
-            Exists(temp / "folder/inside"))
-            return 4;
-        if (!QvMoveFileEx(from, temp / "free", false, false) || ReadFile(temp / "free") != "new")
-            return 5;
-        if (!QvMoveFileEx(folder, temp / "renamed", false, false) || Exists(folder))
-            return 6;
-        if (!QvMoveFileEx(temp / "free", to, true, false) || ReadFile(to) != "new")
-            return 7;
-        return rmdir((temp / "renamed").c_str()) == 0 ? 0 : 8;
-    };
-    EXPECT_EQ(run(false), 0);
-    EXPECT_EQ(TChildProcess([&] { return run(true); }).Wait(), 0);
-}
-
-TEST(FileMove, AcrossDevicesCopiesThenDeletes)
-{
-    const TTempFolder temp;
-    std::string other = "/dev/shm/qv.XXXXXX";
-    if (mkdtemp(other.data()) == nullptr || Status(other).st_dev == Status(temp.Path()).st_dev) {
-        rmdir(other.c_str());
-        GTEST_SKIP() << "no second device";
+    const std::string folder = m_temp.MakeFolder("folder");
+    const std::string inside = folder + "/inside";
+    for (const bool isForbidden : {false, true}) {
+        EXPECT_TRUE(PassesInChild([&] {
+            if (isForbidden)
+                ForbidExclusiveRename();
+            const std::string taken = m_temp.MakeFolder("empty");
+            EXPECT_EQ(Failure(QvMoveFileEx(m_from, m_to, false, false)), EEXIST);
+            EXPECT_EQ(Failure(QvMoveFileEx(folder, taken, false, false)), EEXIST);
+            EXPECT_EQ(Failure(QvMoveFileEx(folder, inside, false, false)), EINVAL);
+            EXPECT_FALSE(Exists(inside));
+            EXPECT_EQ(ReadFile(m_to), "old");
+            EXPECT_TRUE(QvMoveFileEx(folder, m_temp / "free folder", false, false));
+            EXPECT_TRUE(QvMoveFileEx(m_temp / "free folder", folder, false, false));
+            EXPECT_TRUE(QvMoveFileEx(m_from, m_temp / "free", false, false));
+            EXPECT_TRUE(QvMoveFileEx(m_temp / "free", m_to, true, false));
+            EXPECT_EQ(ReadFile(m_to), "new");
+            EXPECT_EQ(NamesIn(m_temp.Path()), (TNames{"empty", "folder", "to"}));
+        })) << isForbidden;
+        m_temp.Write("from", "new");
+        m_temp.Write("to", "old");
     }
-    const std::string from = temp.Write("from", "new");
-    const std::string to = other + "/to";
-    EXPECT_FALSE(QvMoveFileEx(from, to, true, false));
-    EXPECT_EQ(errno, EXDEV);
-    EXPECT_TRUE(QvMoveFileEx(from, to, false, true));
+}
+
+TEST_F(FileMove, AcrossDevicesCopiesThenDeletes)
+{
+    const TTempFolder other(QvDirExists("/dev/shm") ? "/dev/shm" : nullptr);
+    const std::string to = other / "to";
+    // Where both lie on one device, a plain rename does.
+    if (Status(other.Path()).st_dev != Status(m_temp.Path()).st_dev) {
+        EXPECT_EQ(Failure(QvMoveFileEx(m_from, to, true, false)), EXDEV);
+    }
+    EXPECT_TRUE(QvMoveFileEx(m_from, to, false, true));
     EXPECT_EQ(ReadFile(to), "new");
-    EXPECT_FALSE(Exists(from));
-    temp.Write("from", "newer");
-    EXPECT_FALSE(QvMoveFileEx(from, to, false, true));
-    EXPECT_EQ(errno, EEXIST);
-    EXPECT_EQ(ReadFile(from), "newer");
-    EXPECT_TRUE(QvRemoveDirectoryEx(other, true, false, nullptr));
+    EXPECT_FALSE(Exists(m_from));
+    EXPECT_EQ(Failure(QvMoveFileEx(m_to, to, false, true)), EEXIST);
+    EXPECT_EQ(ReadFile(m_to) + ReadFile(to), "oldnew");
 }
 
-TEST(WriteAtomically, KeepsPermissionsAndLinks)
+TEST_F(WriteAtomically, KeepsPermissionsAndLinks)
 {
-    const TTempFolder temp;
-    const std::string file = temp.Write("file", "old");
-    ASSERT_EQ(chmod(file.c_str(), 0604), 0);
-    temp.MakeFolder("folder");
-    Link("../file", temp / "folder/link");
-    Link("folder/link", temp / "chain");
-    Link("folder/fresh", temp / "dangling");
-    Link("loop", temp / "loop");
-    EXPECT_TRUE(QvWriteFileAtomically(temp / "chain", "new"));
-    EXPECT_EQ(ReadFile(file), "new");
-    EXPECT_EQ(Mode(file), 0604u);
-    EXPECT_TRUE(QvIsSymLink(temp / "folder/link"));
-    EXPECT_TRUE(QvWriteFileAtomically(temp / "dangling", "fresh"));
-    EXPECT_EQ(ReadFile(temp / "folder/fresh"), "fresh");
-    const std::pair<std::string, int> refused[] = {
-        {temp / "folder", EISDIR},
-        {temp / "no/file", ENOENT},
-        {temp / "loop", ELOOP},
-        {"/dev/null", EINVAL},
-        {"", ENOENT},
-    };
-    for (const auto& [path, error] : refused) {
-        EXPECT_FALSE(QvWriteFileAtomically(path, "x")) << path;
-        EXPECT_EQ(errno, error) << path;
+    ASSERT_EQ(chmod(m_to.c_str(), 0604), 0);
+    const std::string folder = m_temp.MakeFolder("folder");
+    Link("../to", folder + "/link");
+    Link("folder/link", m_temp / "chain");
+    Link("folder/fresh", m_temp / "dangling");
+    Link("loop", m_temp / "loop");
+    EXPECT_TRUE(QvWriteFileAtomically(m_temp / "chain", "new"));
+    EXPECT_EQ(ReadFile(m_to), "new");
+    EXPECT_EQ(Status(m_to).st_mode & 07777, 0604u);
+    EXPECT_TRUE(QvWriteFileAtomically(m_temp / "dangling", "fresh"));
+    EXPECT_EQ(ReadFile(folder + "/fresh"), "fresh");
+    const std::pair<std::string, int> refused[] = {{folder, EISDIR},
+                                                   {m_temp / "no/file", ENOENT},
+                                                   {m_temp / "loop", ELOOP},
+                                                   {"/dev/null", EINVAL},
+                                                   {"", ENOENT}};
+    for (const auto& [path, error] : refused)
+        EXPECT_EQ(Failure(QvWriteFileAtomically(path, "x")), error) << path;
+    EXPECT_TRUE(QvIsSymLink(folder + "/link"));
+    EXPECT_EQ(NamesIn(m_temp.Path()),
+              (TNames{"chain", "dangling", "folder", "from", "loop", "to"}));
+    EXPECT_EQ(NamesIn(folder), (TNames{"fresh", "link"}));
+}
+
+TEST_F(WriteAtomically, ReadersAndAKillSeeAWholeContent)
+{
+    const std::string contents[] = {std::string(kMiB, 'a'), std::string(2 * kMiB, 'b')};
+    for (int round = 0; round < 5; ++round) {
+        ASSERT_TRUE(QvWriteFileAtomically(m_to, contents[0]));
+        const ino_t before = Status(m_to).st_ino;
+        TChildProcess child([&] {
+            for (std::size_t i = 1; QvWriteFileAtomically(m_to, contents[i % 2]); ++i) {
+            }
+            return 1;
+        });
+        EXPECT_TRUE(WaitUntil([&] { return Status(m_to).st_ino != before; }));
+        for (int look = 0; look < 5; ++look) {
+            if (look == 4) {
+                child.Kill();
+                EXPECT_EQ(child.Wait(), -SIGKILL);
+            }
+            const std::string content = ReadFile(m_to);
+            EXPECT_TRUE(content == contents[0] || content == contents[1]) << content.size();
+        }
     }
-    EXPECT_EQ(NamesIn(temp.Path()), (TNames{"chain", "dangling", "file", "folder", "loop"}));
-    EXPECT_EQ(NamesIn(temp / "folder"), (TNames{"fresh", "link"}));
 }
 
-TEST(Folders, ForceDirectoriesStandsOthersDoingTheSame)
+TEST_F(Folders, ForceDirectoriesStandsOthersDoingTheSame)
 {
-    const TTempFolder temp;
-    const std::string deep = temp / "a/b//c/d/e/f/g/h/";
-    const auto make = [&] { return QvForceDirectories(deep) ? 0 : 1; };
+    const std::string deep = m_temp / "a/b//c/d/e/f/g/h/";
+    const auto make = [&] { return Failure(QvForceDirectories(deep)); };
     TChildProcess first(make);
     TChildProcess second(make);
     EXPECT_EQ(make() + first.Wait() + second.Wait(), 0);
     EXPECT_TRUE(QvDirExists(deep));
-    const std::string file = temp.Write("file", "");
-    Link("nowhere", temp / "dangling");
+    Link("nowhere", m_temp / "dangling");
     const std::pair<std::string, int> refused[] = {
-        {file, EEXIST}, {file + "/x", ENOTDIR}, {"", ENOENT}, {temp / "dangling", EEXIST}};
-    for (const auto& [path, error] : refused) {
-        EXPECT_FALSE(QvForceDirectories(path)) << path;
-        EXPECT_EQ(errno, error) << path;
-    }
+        {m_to, EEXIST}, {m_to + "/x", ENOTDIR}, {"", ENOENT}, {m_temp / "dangling", EEXIST}};
+    for (const auto& [path, error] : refused)
+        EXPECT_EQ(Failure(QvForceDirectories(path)), error) << path;
 }
 
-TEST(Folders, RemoveDirectoryRemovesALinkToAFolder)
+TEST_F(Folders, RemovalIsNeverLedOutByLinks)
 {
-    const TTempFolder temp;
-    temp.Write("folder/file", "");
-    Link("folder", temp / "link");
-    Link("folder/file", temp / "file link");
-    EXPECT_TRUE(QvRemoveDirectory((temp / "link") + "//"));
-    EXPECT_FALSE(QvRemoveDirectory(temp / "file link"));
-    EXPECT_EQ(errno, ENOTDIR);
-    EXPECT_FALSE(QvRemoveDirectory(temp / "folder"));
-    EXPECT_EQ(errno, ENOTEMPTY);
-    EXPECT_EQ(NamesIn(temp.Path()), (TNames{"file link", "folder"}));
-}
-
-TEST(Folders, RemovalIsNeverLedOutByLinks)
-{
-    const TTempFolder temp;
-    temp.Write("outside/file", "kept");
-    temp.Write("tree/deep/er/file", "");
-    temp.Write("tree/back\\slash", "");
-    Link("../outside", temp / "tree/link");
-    Link("../../../outside/file", temp / "tree/deep/er/link");
-    Link("tree", temp / "to tree");
+    m_temp.Write("tree/deep/er/file", "");
+    m_temp.Write("tree/back\\slash", "");
+    Link("..", m_temp / "tree/link");
+    Link("../../../to", m_temp / "tree/deep/er/link");
     for (const std::string& refused :
-         {std::string(), std::string("/"), temp / "tree/.", temp / "tree/deep/..", temp / "tree/./",
-          (temp / "tree") + std::string("\0x", 2)}) {
+         {std::string(), std::string("/"), m_temp / "tree/.", m_temp / "tree/deep/..",
+          m_temp / "tree/./", (m_temp / "tree") + std::string("\0x", 2)}) {
         std::string text;
-        EXPECT_FALSE(QvRemoveDirectoryEx(refused, true, true, &text)) << refused;
-        EXPECT_EQ(errno, EINVAL) << refused;
+        EXPECT_EQ(Failure(QvRemoveDirectoryEx(refused, true, true, &text)), EINVAL) << refused;
         EXPECT_FALSE(text.empty());
     }
-    EXPECT_FALSE(QvRemoveDirectoryEx(temp / "tree", false, true, nullptr));
-    EXPECT_EQ(errno, ENOTEMPTY);
-    EXPECT_TRUE(QvRemoveDirectoryEx((temp / "to tree") + "/", true, true, nullptr));
-    EXPECT_TRUE(Exists(temp / "tree/deep/er/file"));
-    EXPECT_TRUE(QvRemoveDirectoryEx((temp / "tree") + "/", true, false, nullptr));
-    EXPECT_EQ(NamesIn(temp.Path()), TNames{"outside"});
-    EXPECT_EQ(ReadFile(temp / "outside/file"), "kept");
+    EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "tree")), ENOTEMPTY);
+    EXPECT_EQ(Failure(QvRemoveDirectoryEx(m_temp / "tree", false, true, nullptr)), ENOTEMPTY);
+    Link("to", m_temp / "file link");
+    EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "file link")), ENOTDIR);
+    // Of a link to a folder only the link goes.
+    for (const bool recursive : {false, true}) {
+        Link("tree", m_temp / "to tree");
+        EXPECT_TRUE(recursive ? QvRemoveDirectoryEx(m_temp / "to tree/", true, true, nullptr)
+                              : QvRemoveDirectory(m_temp / "to tree//"));
+        EXPECT_FALSE(Exists(m_temp / "to tree"));
+    }
+    EXPECT_TRUE(Exists(m_temp / "tree/deep/er/file"));
+    EXPECT_TRUE(QvRemoveDirectoryEx(m_temp / "tree/", true, false, nullptr));
+    EXPECT_EQ(NamesIn(m_temp.Path()), (TNames{"file link", "from", "to"}));
 }
 
-TEST(Folders, ForceRemovesWhatIsProtectedAndWithoutItTheRestGoes)
+TEST_F(Folders, ForceRemovesWhatIsProtectedAndWithoutItTheRestGoes)
 {
-    const TTempFolder temp;
-    temp.Write("tree/protected/sub/file", "");
-    temp.Write("tree/other/file", "");
-    TChildProcess child([&] {
-        const std::string tree = temp / "tree";
+    ASSERT_EQ(chmod(m_temp.Path().c_str(), 0777), 0);
+    EXPECT_TRUE(PassesInChild([&] {
+        ASSERT_TRUE(geteuid() != 0 || setuid(65534) == 0) << "for root no bits count";
+        const std::string tree = m_temp / "tree";
         const std::string inner = tree + "/protected";
-        if (!BecomeOrdinaryUser({temp.Path(), tree, inner, inner + "/sub", tree + "/other"}))
-            return 1;
+        m_temp.Write("tree/protected/sub/file", "");
+        m_temp.Write("tree/other/file", "");
+        ASSERT_EQ(chmod((inner + "/sub").c_str(), 0) + chmod(inner.c_str(), 0500), 0);
         std::string text;
-        if (chmod((inner + "/sub").c_str(), 0) != 0 || chmod(inner.c_str(), 0500) != 0)
-            return 2;
-        if (QvRemoveDirectoryEx(tree, true, false, &text) || errno != EACCES)
-            return 3;
-        if (text != "\"" + inner + "/sub\": Permission denied" || NamesIn(tree).size() != 1)
-            return 4;
-        return QvRemoveDirectoryEx(tree, true, true, &text) && !Exists(tree) ? 0 : 5;
-    });
-    EXPECT_EQ(child.Wait(), 0);
+        EXPECT_EQ(Failure(QvRemoveDirectoryEx(tree, true, false, &text)), EACCES);
+        EXPECT_EQ(text, "\"" + inner + "/sub\": Permission denied");
+        EXPECT_EQ(NamesIn(tree), TNames{"protected"});
+        EXPECT_TRUE(QvRemoveDirectoryEx(tree, true, true, &text));
+        EXPECT_FALSE(Exists(tree));
+    }));
 }
 
 TEST(FindFiles, MasksOrderAndLinks)
@@ -428,46 +337,28 @@ TEST(FindFiles, MasksOrderAndLinks)
         temp.Write(name, "");
     Link("sub", temp / "link");
     Link(".", temp / "sub/loop");
-    struct TCase
-    {
-        const char* Mask;
-        bool WithFolders;
-        bool Recursive;
-        TNames Names;
+    const auto find = [&](const char* mask, bool withFolders, bool recursive) {
+        std::string found;
+        for (const std::string& path : QvFindFiles(temp.Path() + "/", mask, withFolders, recursive))
+            found += path.substr(temp.Path().size() + 1) + " ";
+        return found;
     };
-    const TCase cases[] = {
-        {"*",
-         false,
-         false,
-         {".hidden", "B.TXT", "[x]*", "a.txt", "b.txt", "plain", "\xC3\xA4.txt"}},
-        {"*.*",
-         true,
-         true,
-         {".hidden", "B.TXT", "[x]*", "a.txt", "b.txt", "link", "plain", "sub", "sub/c.txt",
-          "sub/deep", "sub/deep/d.txt", "sub/loop", "\xC3\xA4.txt"}},
-        {"?.txt", false, true, {"a.txt", "b.txt", "sub/c.txt", "sub/deep/d.txt", "\xC3\xA4.txt"}},
-        {"*l*n*", true, false, {"link", "plain"}},
-        {"[x]*", true, false, {"[x]*"}},
-        {"s*b", true, true, {"sub"}},
-        {"", true, true, {}},
-    };
-    for (const TCase& c : cases) {
-        TNames expected;
-        for (const std::string& name : c.Names)
-            expected.push_back(temp / name);
-        EXPECT_EQ(QvFindFiles(temp.Path(), c.Mask, c.WithFolders, c.Recursive), expected) << c.Mask;
-        EXPECT_EQ(QvFindFiles(temp.Path() + "/", c.Mask, c.WithFolders, c.Recursive), expected);
-    }
+    EXPECT_EQ(find("*", false, false), ".hidden B.TXT [x]* a.txt b.txt plain \xC3\xA4.txt ");
+    EXPECT_EQ(find("*.*", true, true),
+              ".hidden B.TXT [x]* a.txt b.txt link plain sub sub/c.txt sub/deep sub/deep/d.txt "
+              "sub/loop \xC3\xA4.txt ");
+    EXPECT_EQ(find("?.txt", false, true), "a.txt b.txt sub/c.txt sub/deep/d.txt \xC3\xA4.txt ");
+    EXPECT_EQ(find("*l*n*", true, false), "link plain ");
+    EXPECT_EQ(find("[x]*", true, false) + find("", true, true), "[x]* ");
     EXPECT_TRUE(QvFindFiles(temp / "missing", "*", true, true).empty());
     try {
         QvFindFiles(temp / "plain", "*", true, true);
         FAIL() << "a file was listed";
     } catch (const TQvMessage& message) {
-        EXPECT_EQ(message.text(), "Err_ReadFolder_name");
         EXPECT_EQ(message.arguments(), (TNames{temp / "plain", "Not a directory"}));
     }
-    THandler breaking;
-    breaking.BreakAt = 2;
+    TTestProgress breaking;
+    breaking.BreakAfter = 1;
     EXPECT_THROW(QvFindFiles(temp.Path(), "*", true, true, &breaking), TQvUserBreak);
 }
 
@@ -476,7 +367,7 @@ TEST(FileInfo, AgreesWithQt)
     const TTempFolder temp;
     temp.Write("a\\b", "12345");
     Link("a\\b", temp / "link");
-    for (const std::string& path : {temp / "a\\b", temp / "link", temp.Path()}) {
+    for (const std::string& path : {temp / "link", temp.Path()}) {
         TQvFileInfo info;
         ASSERT_TRUE(QvGetFileInfo(path, &info)) << path;
         const QFileInfo other(QString::fromStdString(path));
@@ -492,15 +383,13 @@ TEST(FileInfo, AgreesWithQt)
 TEST(FreeSpaceMap, CountsAVolumeOnce)
 {
     const TTempFolder temp;
-    const var_a<TQvFreeSpaceMap*> map = TQvFreeSpaceMap::VCreate();
-    const std::string serial = map->GetVolumeSerial(TQvPath(temp.Path()));
-    EXPECT_EQ(map->GetVolumeSerial(TQvPath(temp.MakeFolder("sub"))), serial);
-    const std::string none = map->GetVolumeSerial(TQvPath(temp / "missing"));
+    TQvFreeSpaceMap map;
+    const std::string serial = map.GetVolumeSerial(TQvPath(temp.Path()));
+    const std::string none = map.GetVolumeSerial(TQvPath(temp / "missing"));
+    EXPECT_EQ(map.GetVolumeSerial(TQvPath(temp.MakeFolder("sub"))), serial);
     EXPECT_EQ(none, TQvFreeSpaceMap::InvalidVolSerial);
-    EXPECT_NE(serial, none);
-    EXPECT_NE(map->GetVolumeSerial(TQvPath("/proc")), serial);
-    EXPECT_GT(map->GetTotalFreeSpace({serial, none}), 0u);
-    EXPECT_EQ(map->GetTotalFreeSpace({none}), 0u);
-    map->Clear();
-    EXPECT_EQ(map->GetTotalFreeSpace({serial}), 0u);
+    EXPECT_NE(map.GetVolumeSerial(TQvPath("/proc")), serial);
+    EXPECT_GT(map.GetTotalFreeSpace({serial, none}), 0u);
+    EXPECT_EQ(map.GetTotalFreeSpace({none}), 0u);
 }
+} // namespace

@@ -1,9 +1,0 @@
-#include "support/TestProgress.h"
-
-#include "QvStd/Message.h"
-
-void TTestProgress::Update()
-{
-    if (UserBreak())
-        throw TQvUserBreak();
-}
