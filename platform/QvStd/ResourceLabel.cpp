@@ -38,7 +38,8 @@ bool TQvResourceLabel::Save(TQvXIniWriter* writer) const
 
 std::uint64_t ComputePartialCRC(TQvStream* stream)
 {
-    constexpr std::size_t kBlock = std::size_t{256} * 1024;
+    constexpr std::size_t kBlock =
+        std::size_t{64} * 1024; // stays in the cache between reading and summing
     const std::unique_ptr<unsigned char[]> block(new unsigned char[kBlock]);
     uLong crc = 0;
     for (;;) {
