@@ -17,7 +17,7 @@ public:
     {
         std::string profile = std::string("[profile]\n  remote=") + (remote ? "1\n" : "0\n");
         for (const auto& [point, folder] : mounts)
-            profile += "[mount]\nnode=" + point + "\npath=" + folder + "\n[/mount]\n";
+            profile += "  [mount]\n    node=" + point + "\n    path=" + folder + "\n  [/mount]\n";
         Write("Profiles/Test/profile.x-ini", profile + "[/profile]\n");
         Write("Profiles/profiles.x-ini", "[profiles]\n  profile=Test\n[/profiles]\n");
         Write("policy.x-ini", "profile=Test\n");
