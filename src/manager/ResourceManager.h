@@ -230,8 +230,9 @@ public:
               unsigned flags, TQvProgressHandler* progress) const;
 
     /// Copies resources and folders into one folder, keeping their layout. True when everything was
-    /// copied or skipped on purpose; what failed is in `Failed`. Throws when the destination is the
-    /// sources' common parent.
+    /// copied or skipped on purpose; what failed is in `Failed`: also a disk name that is no valid
+    /// id, and a symbolic link to a folder found below a source, which is not entered and of which
+    /// nothing is created. Throws when the destination is the sources' common parent.
     bool CopyResourceEx(const TCopyResourceExParams& params) const;
 
 private:

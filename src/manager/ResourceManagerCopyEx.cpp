@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <map>
 
+#include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "manager/ModuleInitializer.h"
 #include "manager/ResourceManager.h"
@@ -47,6 +48,7 @@ public:
 private:
     void Collect();
     void Measure();
+    bool IsLinkNotEntered(const std::string& folder) const;
     bool CopyItem(const std::string& source, double size);
     bool MayOverwrite(const std::string& destination);
     bool CopyOne(const std::string& source, const std::string& destination, double size);
@@ -116,6 +118,14 @@ void TExtendedCopy::Measure()
     m_scale = total > 0 ? 1 / total : 1;
 }
 
+/// Whether the folder's contents were not listed. A source is listed even through a link, and so is
+/// what is mounted.
+bool TExtendedCopy::IsLinkNotEntered(const std::string& folder) const
+{
+    return m_params.Sources.count(folder) == 0 && !m_manager.IsMountNode(folder) &&
+           QvIsSymLink(m_manager.GetNode4Id(folder, true, true, false)->GetResourceFile(folder));
+}
+
 bool TExtendedCopy::CopyItem(const std::string& source, double size)
 {
     // A disk name that is no valid part of an id is listed and cannot be reached.
@@ -124,6 +134,8 @@ bool TExtendedCopy::CopyItem(const std::string& source, double size)
     const unsigned kind = m_manager.ResourceExists(source);
     if (kind == kResNothing)
         return true; // gone meanwhile
+    if (kind == kResFolder && IsLinkNotEntered(source))
+        return false;
     const std::string destination = m_destination + source.substr(m_skippedLength);
     const unsigned destinationKind = m_manager.ResourceExists(destination);
     if (destinationKind != kResNothing && destinationKind != kind)

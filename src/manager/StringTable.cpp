@@ -31,6 +31,8 @@ constexpr TQvStringTableEntry kEnglish[] = {
     {"global.MustSetDirEditRepository", "The folder of the repository must be set."},
     {"global.ErrRepositoryDirNotExists", "The folder of the repository does not exist"},
     {"global.ErrCreateFolder", "The folder \"%s\" cannot be created."},
+    {"global.ErrProfilesUnread",
+     "The profiles in the folder \"%s\" have not been read: they cannot be saved."},
     {"global.ErrFolderWrite", "The folder \"%s\" cannot be written to."},
     {"global.ErrRegWrite", "The setting of the VAR folder cannot be written to the registry."},
 };

@@ -34,6 +34,9 @@ public:
         var_a<TQvFreeSpaceMap*> FreeSpaceMap;
         std::map<std::int64_t, TQvResourceProfile*> ProfilesById; ///< for the dialog's list
         std::map<TQvResourceProfile*, std::int64_t> ProfileIds;   ///< the reverse
+        /// False after a loading that could not list the profiles or was broken off: what it did
+        /// not see must not be taken for dropped, and SaveState refuses.
+        bool Listed = true;
 
         TCPState();
         ~TCPState();
@@ -64,9 +67,10 @@ public:
     /// (TQvUserBreak, or the failure that came at the same time), with an empty state.
     static void ReloadState(TCPState& state, TQvProgressHandler* progress);
     /// Writes the state back, and removes the folders of profiles that are not in its index; one
-    /// that cannot be removed is logged. Throws a TQvMessage on the first failure; nothing is
-    /// rolled back. A VAR folder or a name that is not valid and a policy file that cannot be read
-    /// are refused before anything is touched.
+    /// that cannot be removed is logged, one whose name is no profile name is left alone. Throws a
+    /// TQvMessage on the first failure; nothing is rolled back. A VAR folder or a name that is not
+    /// valid, a state that is not Listed and a policy file that cannot be read are refused before
+    /// anything is touched.
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);
@@ -77,16 +81,19 @@ public:
                              TCPState& state);
     /// Computes the profile's free space anew; false when there is no such profile.
     static bool RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state);
-    /// The first run: when there is no profile at all, readable or not, makes "LocalProfile"
-    /// holding the folder, current, and saves it. Throws what SaveState throws; a failed or broken
-    /// off loading changes nothing.
+    /// The first run: when there is no profile at all, readable and well named or not, makes
+    /// "LocalProfile" holding the folder, current, and saves it. Throws what SaveState throws; a
+    /// failed or broken off loading changes nothing.
     static void CreateProfileNode(const TQvPath& folder, TQvProgressHandler* progress);
 
     // Settings.
 
     /// Checks and applies the VAR folder and the repository. False with a message for the user in
-    /// `error`; earlier steps stay done then. Other failures of writing throw a TQvMessage. A
-    /// policy file that cannot be read is begun anew; the old one stays as "policy.x-ini.damaged".
+    /// `error`; earlier steps stay done then. A common registry value that would hide the user's
+    /// own and cannot be removed is such a failure. Other failures of writing throw a TQvMessage. A
+    /// policy file that cannot be read is begun anew; the old one stays as "policy.x-ini.damaged"
+    /// (".damaged.2", ... when that is taken). Changes of the policy file are not locked: of two
+    /// writers at once the later one wins.
     static bool PerformOK(const TQvPath& varFolder, bool common, bool useRepository,
                           const TQvPath& repository, std::string& error);
 };

@@ -1,3 +1,6 @@
+#include <cerrno>
+#include <system_error>
+
 #include "QvConfig/Config.h"
 #include "QvStd/FileStream.h"
 #include "QvStd/Files.h"
@@ -78,23 +81,37 @@ bool StoreVarFolder(const TQvPath& folder, bool common, std::string& error)
            Refuse(error, QvResourceString("global.ErrRegWrite"));
 }
 
-/// A policy file that cannot be read does not keep the settings from being applied: it is begun
-/// anew, and what it held is kept beside it.
-var_a<TQvXIniTree*> ReadOrBeginPolicy(const TQvPath& file)
+/// Renames the file to the first free name of "<file>.damaged", "<file>.damaged.2", ...
+void PutAsideE(const std::string& file)
+{
+    const std::string first = file + ".damaged";
+    std::string name = first;
+    for (int number = 2; !QvMoveFileEx(file, name, false, false); ++number) {
+        const int error = errno;
+        if (error != EEXIST)
+            throw QvMsg_helper("Err_WriteFile_name")
+                << file << std::generic_category().message(error);
+        name = first + '.' + std::to_string(number);
+    }
+}
+
+/// A policy file that cannot be read does not keep the settings from being applied: it is put
+/// aside, and a new one is begun.
+var_a<TQvXIniTree*> ReadOrBeginPolicyE(const TQvPath& file)
 {
     try {
         return QvReadPolicyE(file);
     } catch (const TQvMessage& damage) {
         QvLogWriteWarning(damage, kDamagedFileLogLevel, 0);
-        QvCopyFile(file.toSysStr(), file.toSysStr() + ".damaged", false);
-        return make_var<TQvXIniTree>();
     }
+    PutAsideE(file.toSysStr());
+    return make_var<TQvXIniTree>();
 }
 
 void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPath& repository)
 {
     const TQvPath file = varFolder / kPolicyFile;
-    const var_a<TQvXIniTree*> tree = ReadOrBeginPolicy(file);
+    const var_a<TQvXIniTree*> tree = ReadOrBeginPolicyE(file);
     TQvXIniTreeWriter policy(tree);
     // The key of a repository that is switched off remembers it.
     const char* key = useRepository ? kRepositoryKey : kSwitchedOffRepositoryKey;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <functional>
 #include <unordered_set>
 
 #include "QvStd/Files.h"
@@ -38,7 +39,8 @@ TQvPath ProfileFile(const TQvPath& folder, const std::string& name)
     return folder / kProfilesFolder / name / kProfileFile;
 }
 
-/// Names of the folders that hold a profile file. Throws when the profiles folder cannot be read.
+/// Names of the folders that hold a profile file, also those that are no profile name. Throws when
+/// the profiles folder cannot be read.
 std::vector<std::string> FindProfilesE(const TQvPath& folder)
 {
     std::vector<std::string> names;
@@ -47,7 +49,7 @@ std::vector<std::string> FindProfilesE(const TQvPath& folder)
         return names;
     for (const std::string& entry : QvFindFiles(folder / kProfilesFolder, "*.*", true, false)) {
         std::string name = entry.substr(entry.rfind('/') + 1);
-        if (IsProfileName(name) && QvFileExists(entry + '/' + kProfileFile))
+        if (QvFileExists(entry + '/' + kProfileFile))
             names.push_back(std::move(name));
     }
     return names;
@@ -125,13 +127,19 @@ std::string ReadCurrentProfile(const TQvPath& varFolder)
     }
 }
 
-std::vector<std::string> FindProfiles(const TQvPath& folder)
+/// The state stays marked as not listed on a failure.
+std::vector<std::string> FindProfiles(TCPState& state)
 {
+    state.Listed = false;
+    std::vector<std::string> names;
     try {
-        return FindProfilesE(folder);
+        names = FindProfilesE(state.VarFolder);
+        state.Listed = true;
     } catch (...) {
-        return {};
     }
+    names.erase(std::remove_if(names.begin(), names.end(), std::not_fn(IsProfileName)),
+                names.end());
+    return names;
 }
 
 void Empty(TCPState& state)
@@ -181,7 +189,7 @@ void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgr
 
 void LoadProfilesE(TCPState& state, const TNames& copied, TQvProgress& progress)
 {
-    const std::vector<std::string> names = FindProfiles(state.VarFolder);
+    const std::vector<std::string> names = FindProfiles(state);
     const double count = static_cast<double>(names.size());
     double done = 0;
     state.Profiles.reserve(names.size());
@@ -195,6 +203,7 @@ void LoadProfilesE(TCPState& state, const TNames& copied, TQvProgress& progress)
         }
     } catch (...) {
         Empty(state);
+        state.Listed = false;
         throw;
     }
 }
@@ -206,6 +215,9 @@ void CheckSavableE(const TCPState& state)
 {
     if (!state.VarFolder.isPathValid())
         throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
+    if (!state.Listed)
+        throw TQvMessage(
+            QvFolderMessage("global.ErrProfilesUnread", state.VarFolder / kProfilesFolder));
     for (const TQvResourceProfile& profile : state.Profiles) {
         if (!IsProfileName(profile.Name))
             throw TQvMessage(kBadNameText + profile.Name);
@@ -221,15 +233,15 @@ void ForceDirectoriesE(const TQvPath& folder)
 }
 
 /// A folder that stays shows up again as a profile: it is logged, and keeps nothing else from being
-/// saved.
+/// saved. What cannot be a profile was never loaded, and is left alone.
 void RemoveDroppedProfiles(const TCPState& state)
 {
     const TQvPath folder = state.VarFolder / kProfilesFolder;
     for (const std::string& entry : QvFindFiles(folder, "*.*", true, false)) {
         const std::string name = entry.substr(entry.rfind('/') + 1);
         std::string error;
-        if (state.ProfileIndex.count(toupper_locale(name)) == 0 && QvDirExists(entry) &&
-            !QvRemoveDirectoryEx(entry, true, true, &error))
+        if (IsProfileName(name) && state.ProfileIndex.count(toupper_locale(name)) == 0 &&
+            QvDirExists(entry) && !QvRemoveDirectoryEx(entry, true, true, &error))
             QvLogWriteWarning(TQvMessage("@%1%") << error, kRemoveLogLevel, 0);
     }
 }
@@ -378,6 +390,8 @@ void TQvCPUtils::CreateProfileNode(const TQvPath& folder, TQvProgressHandler* ha
     } catch (...) {
         return;
     }
+    if (progress.UserBreak())
+        return;
     CreateProfileState(kFirstProfile, state);
     state.BuildIndex();
     state.CurrentProfile = kFirstProfile;

@@ -37,8 +37,10 @@ var_a<TQvStream*> TQvURLResourceHandler::OpenURL(const TQvURL& url, qvOpenMode m
                                                  qvShareMode share, unsigned long flags)
 {
     const std::string path = URL2Path(url);
-    if (!QvIsValidResId(path, true))
-        return {}; // the manager throws for such an id, this operation never
+    // The manager throws for an id that is not valid or that no node answers for, this never does.
+    if (!QvIsValidResId(path, true) ||
+        ResourceManager.GetNode4Id(path, false, true, false) == nullptr)
+        return {};
     var_a<TQvStream*> stream = ResourceManager.OpenResource(path, mode, share, flags);
     if (stream && !*stream)
         stream.reset();

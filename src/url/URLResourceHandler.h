@@ -18,7 +18,8 @@ public:
 
     void Init() override {}
     TQvURL CreateURL(const std::string& prefix, const std::string& rest) override;
-    /// An open stream, or an empty reference; never throws for an id that is not valid.
+    /// An open stream, or an empty reference; never throws for an id that is not valid or that no
+    /// mount node answers for.
     var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                               unsigned long flags) override;
     /// Opens through OpenURL, so that a derived handler's own is used. Throws a TQvMessage that

@@ -31,10 +31,11 @@ public:
     TMachine(const TMachine&) = delete;
     TMachine& operator=(const TMachine&) = delete;
 
-    /// The VAR folder that Configure makes the setting of.
-    std::string Var() const { return Temp / "var"; }
+    /// The VAR folder that Configure makes the setting of, or a path in it.
+    std::string Var(const std::string& name = "") const { return Temp / "var" + name; }
     void Configure() const { setenv("QV_VAR_FOLDER", Var().c_str(), 1); }
-    std::string Policy() const { return ReadFile(Var() + "/policy.x-ini"); }
+    std::string Policy() const { return ReadFile(Var("/policy.x-ini")); }
+    void WritePolicy(const std::string& text) const { Temp.Write("var/policy.x-ini", text); }
 
     static void SetRegistry(TQvRegKey root, const char* key, const std::string& folder)
     {

@@ -1,28 +1,37 @@
 #include "url/URLResourceHandler.h"
 #include "QvStd/Message.h"
+#include "manager/QvServicesModule.h"
 #include "support/MountedFolder.h"
+#include "support/VarFolder.h"
 
 namespace
 {
-class URLResourceHandler : public TMountedFolder
-{
-protected:
-    TQvURLResourceHandler Handler;
-};
+using URLResourceHandler = TMountedFolder;
+TQvURLResourceHandler Handler;
 
 TEST_F(URLResourceHandler, PathOfAURL)
 {
     constexpr std::pair<const char*, const char*> kRows[] = {
         {"qvres:/My Computer/a", "/My Computer/a"},
         {"qvres:/a%20b/../c", "/a%20b/../c"}, // nothing is decoded or normalised
-        {"qvres:", ""},
         {"qvres", ""},
         {"QVRES:/x", ""},
-        {"file:/x", ""},
     };
     for (const auto& [url, path] : kRows)
         EXPECT_EQ(Handler.URL2Path(TQvURL(url)), path) << url;
     EXPECT_EQ(Handler.URL2Path(Handler.CreateURL("qvres:", "/My Computer/a")), "/My Computer/a");
+}
+
+void ExpectNotOpened(const char* url, qvOpenMode mode, const char* key)
+{
+    EXPECT_FALSE(Handler.OpenURL(TQvURL(url), mode, kQvShareAll, 0)) << url;
+    try {
+        Handler.OpenURLE(TQvURL(url), mode, kQvShareAll, 0);
+        ADD_FAILURE() << url << " in mode " << mode;
+    } catch (const TQvMessage& message) {
+        EXPECT_EQ(message.text(), key) << mode;
+        EXPECT_EQ(message.arguments(), std::vector<std::string>{url});
+    }
 }
 
 TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
@@ -30,20 +39,22 @@ TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
     constexpr std::pair<qvOpenMode, const char*> kRows[] = {
         {7, "Err_OpenWriteFile_name"}, {12, "Err_OpenWriteFile_name"}, {8, "Err_CreateFile_name"},
         {9, "Err_CreateFile_name"},    {10, "Err_OpenReadFile_name"},  {11, "Err_OpenFile_name"},
-        {6, "Err_OpenFile_name"},      {13, "Err_OpenFile_name"},
     };
-    for (const char* text : {"qvres:/T/no/such", "qvres:/T", "qvres:no id", "file:/x"}) {
-        for (const auto& [mode, key] : kRows) {
-            EXPECT_FALSE(Handler.OpenURL(TQvURL(text), mode, kQvShareAll, 0)) << text;
-            try {
-                Handler.OpenURLE(TQvURL(text), mode, kQvShareAll, 0);
-                ADD_FAILURE() << text << " in mode " << mode;
-            } catch (const TQvMessage& message) {
-                EXPECT_EQ(message.text(), key) << mode;
-                EXPECT_EQ(message.arguments(), std::vector<std::string>{text});
-            }
-        }
-    }
+    for (const auto& [mode, key] : kRows)
+        ExpectNotOpened("qvres:/T/no/such", mode, key);
+    for (const char* url : {"qvres:/T", "qvres:no id", "file:/x"})
+        ExpectNotOpened(url, 10, "Err_OpenReadFile_name");
+}
+
+TEST(URLWithoutMounts, OpenTellsTheSame)
+{
+    const TVarFolder var;
+    var.Write("Profiles/Test/profile.x-ini", "broken");
+    Init_QvServices();
+    EXPECT_THROW(ResourceManager.Init(), TQvMessage);
+    Deinit_QvServices();
+    ASSERT_TRUE(ResourceManager.MountNodes().empty());
+    ExpectNotOpened("qvres:/x", 10, "Err_OpenReadFile_name");
 }
 
 TEST_F(URLResourceHandler, OpenUsesADerivedHandlersOwn)
@@ -57,30 +68,33 @@ TEST_F(URLResourceHandler, OpenUsesADerivedHandlersOwn)
         }
     };
     Temp.Write("y", "");
-    TDerived derived;
-    EXPECT_EQ(derived.OpenURLE(TQvURL("none:"), kQvOpenRead, kQvShareAll, 0)->InfoName(),
+    EXPECT_EQ(TDerived().OpenURLE(TQvURL("none:"), kQvOpenRead, kQvShareAll, 0)->InfoName(),
               "qvres:/T/y");
 }
 
-TEST_F(URLResourceHandler, ForwardsInTheRightOrder)
+TEST_F(URLResourceHandler, ForwardsTheRightArguments)
 {
-    const TQvURL x("qvres:/T/x"), y("qvres:/T/y"), z("qvres:/T/z");
+    const TQvURL x("qvres:/T/x"), y("qvres:/T/y"), z("qvres:/T/z"), folder("qvres:/T/f");
     Temp.Write("x", "content");
     Temp.Write("x.meta", "meta");
     EXPECT_TRUE(Handler.CopyResource(x, y, nullptr));
     EXPECT_TRUE(Handler.RenMovResource(y, z, nullptr));
-    Temp.Write("y", "");
+    Temp.Write("f/y", "");
+    EXPECT_EQ(Handler.GetURLFile(y, false), "");
+    EXPECT_EQ(Handler.GetURLFile(y, true), Temp / "y") << "is made";
+    EXPECT_EQ(Handler.GetURLFolder(y), Temp.Path() + "/");
     EXPECT_TRUE(Handler.CopyResourceMeta(z, y));
+    EXPECT_FALSE(Handler.DeleteFolder(folder, false, nullptr));
+    EXPECT_TRUE(Handler.DeleteFolder(folder, true, nullptr));
+    EXPECT_TRUE(Handler.IsFolder(TQvURL("qvres:/"))) << "a virtual folder is one, too";
     EXPECT_EQ(NamesIn(Temp.Path()),
               (std::vector<std::string>{"x", "x.meta", "y", "y.meta", "z", "z.meta"}));
+    Put("x", 5000, "content");
     TQvURLAttrib attrib;
-    TQvResAttrib expected;
-    ResourceManager.GetResourceAttr("/T/x", &expected);
     EXPECT_TRUE(Handler.GetURLAttr(x, &attrib));
     EXPECT_EQ(attrib.Size, 7u);
-    EXPECT_EQ(attrib.UpdateTime, expected.UpdateTime);
-    EXPECT_EQ(attrib.CreationTime, expected.CreationTime);
-    EXPECT_FALSE(Handler.GetURLAttr(TQvURL("qvres:/T/none"), &attrib));
+    EXPECT_EQ(attrib.UpdateTime, TQvDateTime(5000));
+    EXPECT_NE(attrib.CreationTime, attrib.UpdateTime);
     EXPECT_FALSE(Handler.GetURLAttr(TQvURL("qvres:no id"), nullptr)) << "the manager would throw";
 }
 } // namespace
