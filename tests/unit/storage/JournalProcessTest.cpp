@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include "QvStd/Clock.h"
-#include "QvStd/Files.h"
 #include "support/ChildProcess.h"
 
 namespace
@@ -19,100 +18,74 @@ std::string Id(int process, int number)
     return "/P" + std::to_string(process) + "/R" + std::to_string(number);
 }
 
+/// Runs `body` with 0 to `count` - 1, each in a process of its own, all at once.
+void RunTogether(int count, const std::function<bool(int)>& body)
+{
+    std::vector<std::unique_ptr<TChildProcess>> children;
+    for (int i = 0; i < count; ++i)
+        children.push_back(std::make_unique<TChildProcess>([&body, i] { return body(i) ? 0 : 1; }));
+    for (int i = 0; i < count; ++i)
+        EXPECT_EQ(children[static_cast<std::size_t>(i)]->Wait(), 0) << "process " << i;
+}
+
 TEST_F(TStorageTest, EightProcessesAppendWhileANinthMerges)
 {
     constexpr int kWriters = 8;
     constexpr int kRecords = 500;
     Configure("StDirLockTimeout=100000\nStDirChangeCount2Merge=64\n");
     ASSERT_TRUE(Storage.LoadDir());
-    std::vector<std::unique_ptr<TChildProcess>> writers;
-    for (int writer = 0; writer < kWriters; ++writer)
-        writers.push_back(std::make_unique<TChildProcess>([this, writer] {
-            for (int i = 0; i < kRecords; ++i)
-                if (!Storage.AddResourceRecord(Id(writer, i), false))
-                    return 1;
-            return 0;
-        }));
-    TChildProcess ninth([this] {
+    RunTogether(kWriters + 1, [this](int process) {
+        bool done = true;
+        for (int i = 0; process < kWriters && done && i < kRecords; ++i)
+            done = Storage.AddResourceRecord(Id(process, i), false);
         const std::uint32_t start = QvGetTickCount();
-        do {
-            if (!Storage.MergeDir() || !Storage.DoLoadDir() || QvGetTickCount() - start > 90000)
-                return 1;
+        while (process == kWriters && done && Storage.Dir().size() < kWriters * kRecords) {
+            done = Storage.MergeDir() && Storage.DoLoadDir() && QvGetTickCount() - start < 90000;
             QvSleep(20);
-        } while (Storage.Dir().count("/LAST") == 0);
-        return 0;
-    });
-    for (const auto& writer : writers)
-        EXPECT_EQ(writer->Wait(), 0);
-    ASSERT_TRUE(Storage.AddResourceRecord("/last", false));
-    EXPECT_EQ(ninth.Wait(), 0);
-
-    ASSERT_TRUE(Storage.DoLoadDir());
-    EXPECT_EQ(Storage.Dir().size(), kWriters * kRecords + 1u);
-    for (int writer = 0; writer < kWriters; ++writer)
-        for (int i = 0; i < kRecords; ++i)
-            ASSERT_EQ(Storage.Dir().count(Id(writer, i)), 1u) << Id(writer, i);
-}
-
-/// A child that writes content, records it and tells so through a pipe, until it is killed. Now and
-/// then it rewrites the journal, so that rewrites are broken off, too.
-class TAppender
-{
-public:
-    TAppender(const TResStorage& storage, int round)
-    {
-        if (pipe(m_pipe) != 0)
-            throw std::runtime_error("pipe");
-        m_child = std::make_unique<TChildProcess>([this, storage, round] {
-            TResStorage own = storage;
-            for (int i = 0;; ++i) {
-                QvForceDirectories(own.Folder + "/content/P" + std::to_string(round));
-                const TQvFileStream content(TQvPath(own.Folder + "/content" + Id(round, i)),
-                                            kQvOpenCreate, kQvShareAll);
-                const bool done = i % 2 == 1
-                                      ? own.MergeDir() && own.AddResourceRecord(Id(round, i), false)
-                                      : own.AddResourceRecord(Id(round, i), false);
-                if (!done || write(m_pipe[1], &i, sizeof i) != sizeof i)
-                    return 1;
-            }
-        });
-        close(m_pipe[1]);
-    }
-    ~TAppender() { close(m_pipe[0]); }
-
-    /// Kills it; the number of records that it was told are safe.
-    int Kill()
-    {
-        m_child->Kill();
-        EXPECT_EQ(m_child->Wait(), -SIGKILL);
-        int last = -1;
-        while (read(m_pipe[0], &last, sizeof last) == sizeof last) {
         }
-        return last + 1;
-    }
-
-private:
-    int m_pipe[2];
-    std::unique_ptr<TChildProcess> m_child;
-};
+        return done;
+    });
+    ASSERT_TRUE(Storage.DoLoadDir());
+    EXPECT_EQ(Storage.Dir().size(), kWriters * kRecords + 0u);
+    for (int record = 0; record < kWriters * kRecords; ++record)
+        ASSERT_EQ(Storage.Dir().count(Id(record / kRecords, record % kRecords)), 1u) << record;
+}
 
 TEST_F(TStorageTest, TwoHundredKilledAppendersLoseNothing)
 {
     ASSERT_TRUE(Storage.LoadDir());
     std::mt19937 random(5);
-    std::vector<int> acknowledged;
+    std::vector<std::string> acknowledged;
     int broken = 0;
     for (int round = 0; round < 200; ++round) {
-        TAppender appender(Storage, round);
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        // Writes content, records it and tells so. Every other time it rewrites the journal first,
+        // so that rewrites are broken off, too.
+        TChildProcess appender([&] {
+            for (int i = 0;; ++i) {
+                WriteContent(Id(round, i));
+                if ((i % 2 == 1 && !Storage.MergeDir()) ||
+                    !Storage.AddResourceRecord(Id(round, i), false) ||
+                    write(ends[1], &i, sizeof i) != sizeof i)
+                    return 1;
+            }
+        });
+        close(ends[1]);
         usleep(static_cast<useconds_t>(random() % 6000));
-        acknowledged.push_back(appender.Kill());
+        appender.Kill();
+        EXPECT_EQ(appender.Wait(), -SIGKILL);
+        for (int i; read(ends[0], &i, sizeof i) == sizeof i;)
+            acknowledged.push_back(Id(round, i));
+        close(ends[0]);
+
         broken += Storage.DoLoadDir() ? 0 : 1;
         ASSERT_TRUE(Storage.LoadDir());
-        for (int done = 0; done <= round; ++done)
-            for (int i = 0; i < acknowledged[static_cast<std::size_t>(done)]; ++i)
-                ASSERT_EQ(Storage.Dir().count(Id(done, i)), 1u) << Id(done, i);
+        for (const std::string& id : acknowledged)
+            ASSERT_EQ(Storage.Dir().count(id), 1u) << id;
     }
     RecordProperty("broken", broken);
+    RecordProperty("acknowledged", static_cast<int>(acknowledged.size()));
 }
 
 TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
@@ -125,12 +98,7 @@ TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
         broken += "/RECORD" + std::to_string(i) + "?record\r\n";
     for (int round = 0; round < 5; ++round) {
         WriteJournal(broken);
-        std::vector<std::unique_ptr<TChildProcess>> loaders;
-        for (int i = 0; i < 4; ++i)
-            loaders.push_back(std::make_unique<TChildProcess>(
-                [this] { return Storage.LoadDir() && Storage.Dir().size() == 300 ? 0 : 1; }));
-        for (const auto& loader : loaders)
-            EXPECT_EQ(loader->Wait(), 0) << "round " << round;
+        RunTogether(4, [this](int) { return Storage.LoadDir() && Storage.Dir().size() == 300; });
     }
 }
 
@@ -140,16 +108,15 @@ TEST_F(TStorageTest, AFullDiskBreaksTheJournalAndContentMendsIt)
         WriteContent(name);
     ASSERT_TRUE(Storage.LoadDir());
     const std::uint64_t size = Storage.DirSize();
-    const auto withRoomFor = [](std::uint64_t bytes) {
-        std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit = {bytes, bytes};
-        setrlimit(RLIMIT_FSIZE, &limit);
+    const auto withRoomFor = [](std::uint64_t bytes, const std::function<bool()>& body) {
+        RunTogether(1, [&](int) {
+            std::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit = {bytes, bytes};
+            return setrlimit(RLIMIT_FSIZE, &limit) == 0 && body();
+        });
     };
-    TChildProcess full([&] {
-        withRoomFor(size + 3);
-        return Storage.AddResourceRecord("/b", false) ? 0 : 1;
-    });
-    EXPECT_EQ(full.Wait(), 0) << "results of writes are not tested";
+    // Results of writes are not tested.
+    withRoomFor(size + 3, [this] { return Storage.AddResourceRecord("/b", false); });
     EXPECT_EQ(Journal().size(), size + 3);
     EXPECT_TRUE(Storage.DoLoadDir()) << "half a line is never read";
     EXPECT_EQ(Storage.Dir().size(), 3u);
@@ -159,11 +126,8 @@ TEST_F(TStorageTest, AFullDiskBreaksTheJournalAndContentMendsIt)
     ASSERT_TRUE(Storage.LoadDir());
     EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/A", "/a"}, {"/B", "/b"}, {"/C", "/c"}}));
 
-    TChildProcess rewriting([&] {
-        withRoomFor(size - 3);
-        return Storage.SaveDir() && !Storage.LoadDir() ? 0 : 1;
-    });
-    EXPECT_EQ(rewriting.Wait(), 0) << "no room to rebuild either";
+    // No room to rebuild either.
+    withRoomFor(size - 3, [this] { return Storage.SaveDir() && !Storage.LoadDir(); });
     EXPECT_FALSE(Storage.DoLoadDir());
     EXPECT_TRUE(Storage.LoadDir());
 }

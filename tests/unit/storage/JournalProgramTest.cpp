@@ -9,120 +9,90 @@
 
 namespace
 {
+using TNames = std::vector<std::string>;
+
 class TProgramTest : public TStorageTest
 {
 protected:
-    struct TResult
-    {
-        int Status;
-        std::string Output; ///< standard output, then standard error
-        bool operator==(const TResult& other) const
-        {
-            return Status == other.Status && Output == other.Output;
-        }
-        friend std::ostream& operator<<(std::ostream& out, const TResult& result)
-        {
-            return out << result.Status << ": " << result.Output;
-        }
-    };
-
-    /// Runs it on the storage, in the folder above it.
-    TResult Run(const std::string& operation, const std::string& id = "",
-                const std::string& before = "")
-    {
-        return Call(before, operation + " s/ " + (id.empty() ? "" : "'" + id + "'"));
-    }
-    TResult Call(const std::string& before, const std::string& arguments)
+    /// Runs it in the folder above the storage "s"; "status output", with standard error at last.
+    std::string Run(const std::string& arguments, const std::string& before = "")
     {
         const std::string command = "cd '" + Temp.Path() + "'; " + before +
                                     " '" QVRES_JOURNAL "' " + arguments +
-                                    " 2>error; s=$?; "
-                                    "cat error; exit $s";
-        TResult result = {-1, ""};
+                                    " 2>error; s=$?; cat error; exit $s";
+        std::string output;
         FILE* const pipe = popen(command.c_str(), "r");
         char buffer[4096];
         for (std::size_t got; (got = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            result.Output.append(buffer, got);
-        result.Status = WEXITSTATUS(pclose(pipe));
-        return result;
+            output.append(buffer, got);
+        return std::to_string(WEXITSTATUS(pclose(pipe))) + " " + output;
     }
 };
 
 TEST_F(TProgramTest, ChangesAndPrints)
 {
     WriteContent("a.txt");
-    EXPECT_EQ(Run("load"), (TResult{0, "/A.TXT\t/a.txt\n"}));
-    EXPECT_EQ(Run("add", "/Sub/b"), (TResult{0, ""}));
-    EXPECT_EQ(Run("add", "/Sub/"), (TResult{0, ""}));
-    EXPECT_EQ(Run("load"), (TResult{0, "/A.TXT\t/a.txt\n/SUB/\tSub\n/SUB/B\tb\n"}));
-    EXPECT_EQ(Run("remove", "/sub/"), (TResult{0, ""}));
-    EXPECT_EQ(Run("remove", "/sub/"), (TResult{1, "qvres: the journal has no record of /sub/\n"}));
-    EXPECT_EQ(Run("--json load").Status, 0);
-    EXPECT_EQ(Run("merge"), (TResult{0, ""}));
+    EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n");
+    EXPECT_EQ(Run("add s/ /Sub/b"), "0 ");
+    EXPECT_EQ(Run("add s /Sub/"), "0 ");
+    EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n/SUB/\tSub\n/SUB/B\tb\n");
+    EXPECT_EQ(Run("remove s/ /sub/"), "0 ");
+    EXPECT_EQ(Run("remove s/ /sub/"), "1 qvres: the journal has no record of /sub/\n");
+    EXPECT_EQ(Run("--json load s/").substr(0, 2), "0 ");
+    EXPECT_EQ(Run("merge s/"), "0 ");
     EXPECT_EQ(Journal(), Sealed(Journal().substr(0, 20) + "/A.TXT?/a.txt\r\n/SUB/B?b\r\n"));
-    EXPECT_EQ(Run("rebuild"), (TResult{0, ""}));
-    EXPECT_EQ(Run("load"), (TResult{0, "/A.TXT\t/a.txt\n"}));
-    EXPECT_EQ(NamesIn(Temp.Path()), (std::vector<std::string>{"error", "s", "s\\$QvStorage.lock"}))
+    EXPECT_EQ(Run("rebuild s/"), "0 ");
+    EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n");
+    EXPECT_EQ(NamesIn(Temp.Path()), (TNames{"error", "s", "s\\$QvStorage.lock"}))
         << "one lock for all spellings of the folder";
 }
 
 TEST_F(TProgramTest, VerifiesWithoutChanging)
 {
     const std::string whole = Sealed(kJournalHead + "/A?a\r\n");
-    const struct
-    {
-        std::string Journal;
-        const char* Finding;
-    } kRows[] = {
-        {whole + Sealed("/B?b\r\n"), "whole"},
-        {whole + "/B?b\r\n", "torn tail"},
-        {whole + "/B?", "torn tail"},
-        {whole + "/B?b\r\n*0\r\n" + Sealed("/C?c\r\n"), "damage at byte 37"},
-        {"", "bad signature"},
-        {whole.substr(1), "bad signature"},
+    const std::pair<std::string, const char*> kRows[] = {
+        {whole + Sealed("/B?b\r\n"), "0 whole\n"},
+        {whole + "/B?b\r\n", "1 torn tail\n"},
+        {whole + "/B?", "1 torn tail\n"},
+        {whole + "/B?b\r\n*0\r\n" + Sealed("/C?c\r\n"), "1 damage at byte 37\n"},
+        {"", "1 bad signature\n"},
     };
-    EXPECT_EQ(Run("verify"), (TResult{1, "missing\n"}));
-    EXPECT_EQ(NamesIn(Temp / "s"), std::vector<std::string>());
-    for (const auto& row : kRows) {
-        WriteJournal(row.Journal);
-        const TResult expected = {row.Finding == std::string("whole") ? 0 : 1,
-                                  row.Finding + std::string("\n")};
-        EXPECT_EQ(Run("verify"), expected);
-        EXPECT_EQ(Journal(), row.Journal) << row.Finding;
-        EXPECT_EQ(NamesIn(Temp.Path()), (std::vector<std::string>{"error", "s"})) << "no lock left";
+    EXPECT_EQ(Run("verify s/"), "1 missing\n");
+    EXPECT_EQ(NamesIn(Temp / "s"), TNames());
+    for (const auto& [journal, answer] : kRows) {
+        WriteJournal(journal);
+        EXPECT_EQ(Run("verify s/"), answer);
+        EXPECT_EQ(Journal(), journal) << answer;
+        EXPECT_EQ(NamesIn(Temp.Path()), (TNames{"error", "s"})) << "no lock left";
     }
 }
 
 TEST_F(TProgramTest, Fails)
 {
     WriteContent("a");
-    EXPECT_EQ(Run("add", "b"), (TResult{1, "qvres: TResStorage::AddResourceRecord(): Storage (" +
-                                               (Temp / "s") + ") cannot hold the id (b)\n"}));
-    EXPECT_EQ(Call("", "load nowhere"),
-              (TResult{1, "qvres: no such folder: " + (Temp / "nowhere") + "\n"}));
-    EXPECT_EQ(Run("load", "", "exec 1>/dev/full;").Status, 1);
+    const std::string failed = "1 qvres: ", folder = "(" + (Temp / "s") + ")";
+    EXPECT_EQ(Run("add s b"), failed + "TResStorage::AddResourceRecord(): Storage " + folder +
+                                  " cannot hold the id (b)\n");
+    EXPECT_EQ(Run("load nowhere"), failed + "no such folder: " + (Temp / "nowhere") + "\n");
+    EXPECT_EQ(Run("load s", "exec 1>/dev/full;").substr(0, 2), "1 ");
     for (const char* arguments : {"", "load", "add s", "load s /A", "mend s"})
-        EXPECT_EQ(Call("", arguments).Status, 2) << arguments;
+        EXPECT_EQ(Run(arguments).substr(0, 2), "2 ") << arguments;
 
     Configure("StDirLockTimeout=20\n");
     const auto lock = TStorageLocker::VCreate(Storage, true);
-    EXPECT_EQ(Run("load"), (TResult{1, "qvres: TResStorage::LoadDir(): error locking storage (" +
-                                           (Temp / "s") + ")\n"}));
+    EXPECT_EQ(Run("load s"),
+              failed + "TResStorage::LoadDir(): error locking storage " + folder + "\n");
 }
 
 TEST_F(TProgramTest, TellsThatTheDiskIsFull)
 {
-    std::string records = kJournalHead;
-    while (records.size() < 1000)
-        records += "/A" + std::to_string(records.size()) + "?a\r\n";
-    records += "!" + std::string(1011 - records.size() - 3, 'x') + "\r\n";
-    WriteJournal(Sealed(records));
+    // Room for two bytes behind the journal.
+    WriteJournal(Sealed(kJournalHead + "!" + std::string(988, 'x') + "\r\n"));
     ASSERT_EQ(Journal().size(), 1022u);
-    const TResult result = Run("add", "/B", "trap '' XFSZ; ulimit -f 2;");
-    EXPECT_EQ(result.Status, 1);
-    EXPECT_EQ(result.Output,
-              "qvres: the journal was not written whole (torn tail): " + File() + "\n");
+    EXPECT_EQ(Run("add s /B", "trap '' XFSZ; ulimit -f 2;"),
+              "1 qvres: the journal was not written whole (torn tail): " + File() + "\n");
 }
+
 TEST_F(TProgramTest, SyncsBeforeItAnswers)
 {
     if (std::system("strace -o /dev/null true 2>/dev/null") != 0)
@@ -131,14 +101,13 @@ TEST_F(TProgramTest, SyncsBeforeItAnswers)
     const std::string trace = "export ASAN_OPTIONS=detect_leaks=0;"
                               "strace -yo trace -e trace=write,pwrite64,fdatasync,close";
     for (const char* operation : {"add s /B", "merge s"}) {
-        ASSERT_EQ(Call(trace, operation).Status, 0);
+        ASSERT_EQ(Run(operation, trace), "0 ");
         std::string calls;
         std::istringstream lines(ReadFile(Temp / "trace"));
         for (std::string line; std::getline(lines, line);)
             if (line.find("s/$QvStorage.list>") != std::string::npos)
                 calls += line.substr(0, line.find('(')) + " ";
-        const std::string reading = "close ";
-        EXPECT_EQ(calls, reading + "pwrite64 fdatasync close " + reading) << operation;
+        EXPECT_EQ(calls, "close pwrite64 fdatasync close close ") << operation << " between reads";
     }
 }
 } // namespace

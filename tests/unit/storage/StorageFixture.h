@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -18,15 +17,11 @@
 
 inline const std::string kJournalHead = ":0123ABCD\r\n;QV5Dir\r\n";
 
-inline std::string Checkpoint(const std::string& block)
-{
-    const auto* bytes = reinterpret_cast<const Bytef*>(block.data());
-    return Korvadel::ssprintf("*%08lX\r\n", crc32(0, bytes, static_cast<uInt>(block.size())));
-}
-
 inline std::string Sealed(const std::string& block)
 {
-    return block + Checkpoint(block);
+    const auto* bytes = reinterpret_cast<const Bytef*>(block.data());
+    const auto size = static_cast<uInt>(block.size());
+    return block + Korvadel::ssprintf("*%08lX\r\n", crc32(0, bytes, size));
 }
 
 class TStorageTest : public testing::Test
@@ -57,21 +52,8 @@ protected:
     }
     std::string File() const { return Temp / "s/$QvStorage.list"; }
     std::string Journal() const { return ReadFile(File()); }
-    /// What a rewrite begins with differs from run to run: the journal behind its stamp.
-    std::string AfterStamp() const { return Journal().substr(11); }
     void WriteJournal(const std::string& text) const { Temp.Write("s/$QvStorage.list", text); }
     void WriteContent(const std::string& name) const { Temp.Write("s/content/" + name, "x"); }
-
-    /// Texts of the log as written, each with its level: "text [5]".
-    static std::vector<std::string> LogOf(const TLogCapture& log)
-    {
-        std::vector<std::string> lines;
-        for (const TLogCapture::TEntry& entry : log.Entries) {
-            EXPECT_EQ(entry.Kind, TQvLogKind::Info);
-            lines.push_back(entry.Text + " [" + std::to_string(entry.Level) + "]");
-        }
-        return lines;
-    }
 
     TVarFolder Var;
     TTempFolder Temp;
