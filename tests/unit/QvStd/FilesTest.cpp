@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include "QvStd/Files.h"
-#include "QvStd/FreeSpaceMap.h"
 #include "QvStd/Message.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
@@ -210,6 +209,8 @@ TEST_F(Files, AtomicWriteKeepsPermissionsAndLinks)
     Link("folder/link", "chain");
     Link("folder/fresh", "dangling");
     Link("loop", "loop");
+    const std::string fifo = folder + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_TRUE(QvWriteFileAtomically(m_temp / "chain", "new"));
     EXPECT_EQ(ReadFile(m_to), "new");
     EXPECT_EQ(Status(m_to).st_mode & 07777, 0604u);
@@ -218,32 +219,32 @@ TEST_F(Files, AtomicWriteKeepsPermissionsAndLinks)
     EXPECT_EQ(Failure(QvWriteFileAtomically(folder, "x")), EISDIR);
     EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "no/file", "x")), ENOENT);
     EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "loop", "x")), ELOOP);
-    EXPECT_EQ(Failure(QvWriteFileAtomically("/dev/null", "x")), EINVAL);
+    EXPECT_EQ(Failure(QvWriteFileAtomically(fifo, "x")), EINVAL);
     EXPECT_TRUE(QvIsSymLink(folder + "/link"));
     EXPECT_EQ(Names(), (TNames{"chain", "dangling", "folder", "from", "loop", "to"}));
-    EXPECT_EQ(NamesIn(folder), (TNames{"fresh", "link"}));
+    EXPECT_EQ(NamesIn(folder), (TNames{"fifo", "fresh", "link"}));
 }
 
 TEST_F(Files, AtomicWriteIsWholeForReadersAndAfterAKill)
 {
-    const std::string contents[] = {std::string(kMiB, 'a'), std::string(2 * kMiB, 'b')};
-    for (int round = 0; round < 5; ++round) {
-        ASSERT_TRUE(QvWriteFileAtomically(m_to, contents[0]));
-        const ino_t before = Status(m_to).st_ino;
+    const std::string contents[] = {std::string(kMiB / 2, 'a'), std::string(kMiB, 'b')};
+    const auto isWhole = [&] {
+        const std::string content = ReadFile(m_to);
+        return content == contents[0] || content == contents[1];
+    };
+    for (int round = 0; round < 3; ++round) {
         TChildProcess child([&] {
-            for (std::size_t i = 1; QvWriteFileAtomically(m_to, contents[i % 2]); ++i) {
+            std::size_t i = 0;
+            while (QvWriteFileAtomically(m_to, contents[++i % 2])) {
             }
             return 1;
         });
-        EXPECT_TRUE(WaitUntil([&] { return Status(m_to).st_ino != before; }));
-        for (int look = 0; look < 5; ++look) {
-            if (look == 4) {
-                child.Kill();
-                EXPECT_EQ(child.Wait(), -SIGKILL);
-            }
-            const std::string content = ReadFile(m_to);
-            EXPECT_TRUE(content == contents[0] || content == contents[1]) << content.size();
-        }
+        ASSERT_TRUE(WaitUntil(isWhole));
+        for (int look = 0; look < 10; ++look)
+            EXPECT_TRUE(isWhole()) << "while it is written";
+        child.Kill();
+        EXPECT_EQ(child.Wait(), -SIGKILL);
+        EXPECT_TRUE(isWhole()) << "after the kill";
     }
 }
 
@@ -311,32 +312,23 @@ TEST_F(Files, ForceRemovesWhatIsProtectedAndWithoutItTheRestGoes)
 
 TEST_F(Files, FoundByMaskInOrderAndNotThroughLinks)
 {
-    for (const char* name : {"b.txt", "a.txt", ".hidden", "B.TXT", "\xC3\xA4.txt", "[x]*",
-                             "sub/c.txt", "sub/deep/d.txt"})
+    for (const char* name : {"b.txt", "a.txt", ".hidden", "B.TXT", "[x]*", "sub/deep/d.txt"})
         m_temp.Write(name, "");
     Link("sub", "link");
     Link(".", "sub/loop");
     const auto find = [&](const char* mask, bool withFolders, bool recursive) {
         std::string found;
-        for (const std::string& path :
-             QvFindFiles(m_temp.Path() + "/", mask, withFolders, recursive))
+        for (const std::string& path : QvFindFiles(m_temp / "", mask, withFolders, recursive))
             found += path.substr(m_temp.Path().size() + 1) + " ";
         return found;
     };
-    EXPECT_EQ(find("*", false, false), ".hidden B.TXT [x]* a.txt b.txt from to \xC3\xA4.txt ");
-    EXPECT_EQ(find("*.*", true, true),
-              ".hidden B.TXT [x]* a.txt b.txt from link sub sub/c.txt sub/deep sub/deep/d.txt "
-              "sub/loop to \xC3\xA4.txt ");
-    EXPECT_EQ(find("?.txt", false, true), "a.txt b.txt sub/c.txt sub/deep/d.txt \xC3\xA4.txt ");
-    EXPECT_EQ(find("*l*n*", true, false), "link ");
-    EXPECT_EQ(find("[x]*", true, false) + find("", true, true), "[x]* ");
+    EXPECT_EQ(find("*", false, false), ".hidden B.TXT [x]* a.txt b.txt from to ");
+    EXPECT_EQ(find("*.*", true, true), ".hidden B.TXT [x]* a.txt b.txt from link sub sub/deep "
+                                       "sub/deep/d.txt sub/loop to ");
+    EXPECT_EQ(find("?.txt", false, true), "a.txt b.txt sub/deep/d.txt ");
+    EXPECT_EQ(find("*l*n*", true, false) + find("[x]*", true, false), "link [x]* ");
     EXPECT_TRUE(QvFindFiles(m_temp / "missing", "*", true, true).empty());
-    try {
-        QvFindFiles(m_from, "*", true, true);
-        FAIL() << "a file was listed";
-    } catch (const TQvMessage& message) {
-        EXPECT_EQ(message.arguments(), (TNames{m_from, "Not a directory"}));
-    }
+    EXPECT_THROW(QvFindFiles(m_from, "*", true, true), TQvMessage) << "no folder";
     TTestProgress breaking;
     breaking.BreakAfter = 1;
     EXPECT_THROW(QvFindFiles(m_temp.Path(), "*", true, true, &breaking), TQvUserBreak);
@@ -359,16 +351,5 @@ TEST_F(Files, InfoAgreesWithQt)
     }
 }
 
-TEST(FreeSpaceMap, CountsAVolumeOnce)
-{
-    const TTempFolder temp;
-    TQvFreeSpaceMap map;
-    const std::string serial = map.GetVolumeSerial(TQvPath(temp.Path()));
-    const std::string none = map.GetVolumeSerial(TQvPath(temp / "missing"));
-    EXPECT_EQ(map.GetVolumeSerial(TQvPath(temp.MakeFolder("sub"))), serial);
-    EXPECT_EQ(none, TQvFreeSpaceMap::InvalidVolSerial);
-    EXPECT_NE(map.GetVolumeSerial(TQvPath("/proc")), serial);
-    EXPECT_GT(map.GetTotalFreeSpace({serial, none}), 0u);
-    EXPECT_EQ(map.GetTotalFreeSpace({none}), 0u);
-}
+// namespace
 } // namespace

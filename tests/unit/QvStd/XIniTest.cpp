@@ -130,7 +130,6 @@ TEST_F(XIni, TheReaderWalksPositionsAndNamesWhatIsMissing)
     EXPECT_EQ(reader->Count("a"), 3);
     EXPECT_EQ(reader->FindF("a", 1), 2);
     EXPECT_EQ(reader->FindF("a", -9), 0);
-    EXPECT_EQ(reader->Name(1) + reader->Name(4), "s");
     EXPECT_FALSE(reader->EnterSection(0) || reader->EnterSection(-1)) << "a key, nothing";
     EXPECT_EQ(reader->Read(1, std::string("default")), "default") << "a section";
     EXPECT_EQ(Thrown([&] { reader->FindFE("b"); }), " has no key \"b\".");
@@ -230,8 +229,8 @@ TEST_F(XIni, AWriterThatGoesCommitsUnlessSomethingIsWrong)
     TQvXIniStreamWriter writer(stream);
     writer.WriteS("c", 1);
     writer.CommitE();
-    EXPECT_EQ(Content(), "c=1\n");
     EXPECT_FALSE(writer.WriteS("d", 1)) << "already committed";
+    EXPECT_EQ(Content(), "c=1\n");
 }
 
 TEST_F(XIni, AFailedWriteLeavesTheOldFileAndTells)
