@@ -25,8 +25,7 @@ TEST(Message, ShownText)
                  "\"in n\" cannot be opened.");
 }
 
-constexpr TQvStringTableEntry kTable[] = {{"hello", "Hello"}, {"bye", "Bye"}};
-constexpr TQvStringTableEntry kMore[] = {{"more", "More"}};
+constexpr TQvStringTableEntry kTable[] = {{"hello", "Hello"}, {"bye", "Bye"}, {"more", "More"}};
 
 TEST(StringTable, TranslationWinsKeyByKeyInTheChosenLanguage)
 {
@@ -39,30 +38,27 @@ TEST(StringTable, TranslationWinsKeyByKeyInTheChosenLanguage)
     folder.MakeFolder("TestModule.");
     const TEnvironmentVariable strings("QV_STRINGS_DIR", folder.Path());
     QvRegisterStringTable("TestModule", kTable, 2);
-    QvRegisterStringTable("TestModule", kMore, 1);
+    QvRegisterStringTable("TestModule", kTable + 2, 1);
     const auto text = [](const char* key) {
         std::string found = "<none>";
         LoadResString("TestModule", key, &found);
         return found;
     };
-    const char* const cases[][4] = {{"fr", "de", "de", "Bonjour"},   {"", "fr_CA", "de", "Bonjour"},
-                                    {"", "", "de@euro", "Hallo"},    {"C", "de", "de", "Hello"},
-                                    {"POSIX", "", "de", "Hello"},    {"C.UTF-8", "", "de", "Hello"},
-                                    {"", "", "", "Hello"},           {"it", "", "de", "Hello"},
-                                    {"/../outside", "", "", "Hello"}};
-    for (const auto& [lcAll, lcMessages, lang, hello] : cases) {
+    const auto hello = [&](const char* lcAll, const char* lcMessages, const char* lang) {
         const TEnvironmentVariable all("LC_ALL", lcAll);
         const TEnvironmentVariable messages("LC_MESSAGES", lcMessages);
         const TEnvironmentVariable last("LANG", lang);
         QvReloadStringTables();
-        EXPECT_EQ(text("hello"), hello) << lcAll << "|" << lcMessages << "|" << lang;
         EXPECT_EQ(text("bye") + text("more") + text("missing"), "ByeMore<none>");
-    }
-    {
-        const TEnvironmentVariable all("LC_ALL", "fr");
-        QvReloadStringTables();
-        EXPECT_STREQ((QvMsg_helper("Err_OpenFile_name") << "x").what(), "x ne va pas.");
-    }
+        if (text("hello") == "Bonjour") {
+            EXPECT_STREQ((QvMsg_helper("Err_OpenFile_name") << "x").what(), "x ne va pas.");
+        }
+        return text("hello");
+    };
+    for (const char* none : {"", "C", "POSIX", "C.UTF-8", "it", "/../outside"})
+        EXPECT_EQ(hello(none, "", *none != 0 ? "de" : ""), "Hello") << none;
+    EXPECT_EQ(hello("", "", "de@euro"), "Hallo");
+    EXPECT_EQ(hello("", "fr_CA", "de") + hello("fr", "de", "de"), "BonjourBonjour");
     // A malformed translation is logged once, and English shown.
     const TEnvironmentVariable all("LC_ALL", "de_DE.UTF-8");
     QvReloadStringTables();
@@ -83,40 +79,26 @@ TEST(Log, DefaultSinkShowsLevelsAboveTheSetting)
     QvLogWriteInfo(TQvMessage("@four\nfive"), 4, 0);
     QvLogWriteWarning(TQvMessage("@%1%") << "nine", 9, 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "info(4): four five\nwarning(9): nine\n");
-    // A sink that throws, or logs itself, hurts nobody.
-    int calls = 0;
-    QvSetLogSink([&](TQvLogKind, const TQvMessage& message, int) {
-        ++calls;
-        QvLogWriteInfo(message, 9, 0);
+    QvSetLogSink([](TQvLogKind, const TQvMessage& message, int) {
+        QvLogWriteInfo(message, 9, 0); // neither endless nor fatal
         throw message;
     });
     QvLogWriteInfo(TQvMessage("@one"), 9, 0);
-    QvLogWriteInfo(TQvMessage("@two"), 9, 0);
     QvSetLogSink(before);
-    EXPECT_EQ(calls, 2);
 }
 
 TEST(Strings, PartsBytesAndCodePoints)
 {
-    const std::tuple<const char*, bool, std::string> cases[] = {
-        {"a/b", false, "<a><b>"}, {"/a//b", false, "<><a><><b>"},
-        {"a/", false, "<a>"},     {"a/", true, "<a><>"},
-        {"/", false, "<>"},       {"/", true, "<><>"},
-        {"", false, ""},          {"", true, "<>"}};
-    for (const auto& [text, keepsLastEmpty, expected] : cases) {
-        std::vector<std::string> parts;
-        append_parse_strings(parts, text, '/', keepsLastEmpty);
-        std::string shown;
-        for (const std::string& part : parts)
-            shown += "<" + part + ">";
-        EXPECT_EQ(shown, expected) << text << keepsLastEmpty;
-    }
-    EXPECT_EQ(toupper_locale("az{`\xC3\xA4\xE1"), "AZ{`\xC3\xA4\xE1");
+    std::vector<std::string> parts;
+    append_parse_strings(parts, "/a//b/", '/', false);
+    append_parse_strings(parts, "", '/', false);
+    append_parse_strings(parts, "c/", '/', true);
+    EXPECT_EQ(parts, (std::vector<std::string>{"", "a", "", "b", "c", ""}));
     EXPECT_EQ(QvWCharToChar(L"\x7F\x80\x7FF\x800\xFFFF\x10000\x10FFFF"),
               "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
     EXPECT_EQ(QvWCharToChar(std::wstring{0xD800, 0x110000}), "\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(toupper_locale("az{`\xC3\xA4\xE1"), "AZ{`\xC3\xA4\xE1");
     EXPECT_EQ(Korvadel::format_text("a %s b %s 5%%", "%s"), "a %s b %s 5%");
-    EXPECT_EQ(Korvadel::format_text("no place", "x"), "no place x");
     EXPECT_EQ(Korvadel::ssprintf("%300s-%d", "y", 5), std::string(299, ' ') + "y-5");
 }
 

