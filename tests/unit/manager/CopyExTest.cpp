@@ -4,10 +4,10 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "QvStd/Message.h"
 #include "manager/ResourceManager.h"
 #include "support/TempFolder.h"
 #include "support/TestProgress.h"
+#include "support/Thrown.h"
 
 namespace
 {
@@ -83,7 +83,8 @@ TEST_F(CopyEx, RefusedDestinations)
     for (const char* virtualFolder : {"/", "/V", "/V/", ""})
         EXPECT_FALSE(Copy({"/V/deep"}, virtualFolder)) << virtualFolder;
     EXPECT_TRUE(Failed.empty()) << "nothing is done, nothing is noted";
-    EXPECT_THROW(Copy({"/A/x"}, "/A"), TQvMessage);
+    EXPECT_STREQ(Thrown([this] { Copy({"/A/x"}, "/A"); }).what(),
+                 "The destination folder is the folder that the sources are in.");
     Params.OverwriteDefault = true;
     EXPECT_TRUE(Copy({"/A/x"}, "/A/")) << "is compared as written";
     EXPECT_EQ(Content("A/x"), "content");
