@@ -4,10 +4,10 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "QvStd/Message.h"
 #include "manager/ResourceManager.h"
 #include "support/TempFolder.h"
 #include "support/TestProgress.h"
+#include "support/Thrown.h"
 
 namespace
 {
@@ -19,6 +19,7 @@ class CopyEx : public testing::Test
 protected:
     CopyEx()
     {
+        symlink(Temp.MakeFolder("mounted through a link").c_str(), (Temp / "M").c_str());
         for (const char* id : {"/A", "/A/in/M", "/B", "/V/deep"})
             Manager.MountFileNodeE(id, Temp.MakeFolder(std::string(1, id[std::strlen(id) - 1])),
                                    false);
@@ -83,7 +84,8 @@ TEST_F(CopyEx, RefusedDestinations)
     for (const char* virtualFolder : {"/", "/V", "/V/", ""})
         EXPECT_FALSE(Copy({"/V/deep"}, virtualFolder)) << virtualFolder;
     EXPECT_TRUE(Failed.empty()) << "nothing is done, nothing is noted";
-    EXPECT_THROW(Copy({"/A/x"}, "/A"), TQvMessage);
+    EXPECT_STREQ(Thrown([this] { Copy({"/A/x"}, "/A"); }).what(),
+                 "The destination folder is the folder that the sources are in.");
     Params.OverwriteDefault = true;
     EXPECT_TRUE(Copy({"/A/x"}, "/A/")) << "is compared as written";
     EXPECT_EQ(Content("A/x"), "content");
@@ -98,11 +100,7 @@ TEST_F(CopyEx, FailuresAndSkippedOnes)
     symlink((Temp / "A/folder").c_str(), (Temp / "A/link").c_str());
     EXPECT_TRUE(Copy({"/A/1", "/A/2"}, "/B")) << "a skipped resource is no failure";
     EXPECT_EQ(Content("B/1"), "old");
-    Params.CallbackContext = this;
-    Params.OverwriteCallback = [](const std::string& id, void* context) {
-        EXPECT_NE(static_cast<CopyEx*>(context), nullptr);
-        return id == "/B/2";
-    };
+    Params.OverwriteCallback = [](const std::string& id, void*) { return id == "/B/2"; };
     Params.OverwriteDefault = true; // the callback wins
     EXPECT_FALSE(Copy({"/A/"}, "/B"));
     EXPECT_EQ(Failed, (TIds{"/A/bad:name", "/A/file", "/A/folder", "/A/folder/in", "/A/link"}));
@@ -156,27 +154,22 @@ TEST_F(CopyEx, AUserBreakEndsTheCopy)
         bool Active() const override { return Shown && Started(); }
         bool Shown = true;
     };
-    const struct
-    {
-        const char* Folder;
-        bool Shown;
-        int BreakAfter; ///< between two items, or during the large one
-        TIds Failed;
-    } kRows[] = {{"B", true, 1, {}}, {"B", true, 3, {"/A/2"}}, {"A/B", false, 1, {"/A/2"}}};
-    for (const auto& row : kRows) {
-        const std::string old = std::string(row.Folder) + "/2";
-        for (const std::string& name : {std::string("A/1"), std::string("A/3"), old})
+    // Shown or not; broken off between two items, or during the large one.
+    const std::tuple<std::string, bool, int, TIds> kRows[] = {
+        {"B", true, 1, {}}, {"B", true, 3, {"/A/2"}}, {"A/B", false, 1, {"/A/2"}}};
+    for (const auto& [folder, shown, breakAfter, failed] : kRows) {
+        for (const std::string& name : {std::string("A/1"), std::string("A/3"), folder + "/2"})
             Temp.Write(name, "old");
         Temp.Write("A/2", std::string(20 << 20, 'x'));
         TProgress progress;
-        progress.Shown = row.Shown;
-        progress.BreakAfter = row.BreakAfter;
+        progress.Shown = shown;
+        progress.BreakAfter = breakAfter;
         Params.Progress = &progress;
         Params.OverwriteDefault = true;
-        EXPECT_FALSE(Copy({"/A/1", "/A/2", "/A/3"}, '/' + std::string(row.Folder)));
-        EXPECT_EQ(Failed, row.Failed) << row.Folder << row.BreakAfter;
-        EXPECT_EQ(NamesIn(Temp / row.Folder), (std::vector<std::string>{"1", "2"}));
-        EXPECT_EQ(Content(old), "old");
+        EXPECT_FALSE(Copy({"/A/1", "/A/2", "/A/3"}, '/' + folder));
+        EXPECT_EQ(Failed, failed) << folder << breakAfter;
+        EXPECT_EQ(NamesIn(Temp / folder), (std::vector<std::string>{"1", "2"}));
+        EXPECT_EQ(Content(folder + "/2"), "old");
         EXPECT_FALSE(progress.Started());
     }
 }

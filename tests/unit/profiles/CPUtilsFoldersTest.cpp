@@ -83,7 +83,6 @@ TEST(Wizard, IsNeededUnlessEverythingCanBeRead)
         {"repository=\n", "[profiles]\n[/profiles]\n", nullptr, false},
         {"repository=REPO\n", kList, kList, false},
         {nullptr, kList, nullptr, true},
-        {"", nullptr, nullptr, true},
         {"", "[profiles]\n[x]\n[/x]\n[/profiles]\n", nullptr, true},
         {"repository=REPO\n", kList, nullptr, true},
         {"repository=REPO\n", kList, "", true},

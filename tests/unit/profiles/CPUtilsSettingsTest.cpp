@@ -1,14 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Machine.h"
-#include "QvStd/Message.h"
 #include "profiles/CPUtils.h"
 #include "support/ChildProcess.h"
 #include "support/LogCapture.h"
+#include "support/Thrown.h"
 
 namespace
 {
@@ -23,41 +22,40 @@ std::string Apply(const std::string& folder, bool common = false, bool useReposi
     return error;
 }
 
-TEST(Settings, Refusals)
+class Settings : public testing::Test, public TMachine
 {
-    const TMachine machine;
-    const std::string file = machine.Temp.Write("file", "");
-    machine.Temp.MakeFolder("blocked/$cp.tmp");
-    const std::string blocked = machine.Temp / "blocked";
+};
+
+TEST_F(Settings, Refusals)
+{
+    const std::string file = Temp.Write("file", "");
+    Temp.MakeFolder("blocked/$cp.tmp");
+    const std::string blocked = Temp / "blocked";
     const std::string rows[][3] = {
         {"bad\x01", "", "A VAR folder must be set."},
         {file + "/x%1%", "", "The folder \"" + file + "/x%1%\" cannot be created."},
-        {machine.Var(), "", "The folder of the repository must be set."},
-        {machine.Var(), "/no/%d", "The folder of the repository does not exist: /no/%d"},
-        {blocked, machine.Temp.Path(), "The folder \"" + blocked + "\" cannot be written to."},
+        {Var(), "", "The folder of the repository must be set."},
+        {Var(), "/no/%d", "The folder of the repository does not exist: /no/%d"},
+        {blocked, Temp.Path(), "The folder \"" + blocked + "\" cannot be written to."},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(Apply(row[0], false, true, row[1]), row[2]);
-        EXPECT_FALSE(Exists(machine.Temp / "registry"));
+        EXPECT_FALSE(Exists(Temp / "registry"));
     }
-    EXPECT_TRUE(NamesIn(machine.Var()).empty()) << "it was created, and nothing was done in it";
+    EXPECT_TRUE(NamesIn(Var()).empty()) << "it was created, and nothing was done in it";
 
     setenv("QV_REGISTRY_DIR", (file + "/registry").c_str(), 1);
-    EXPECT_EQ(Apply(machine.Var()),
-              "The setting of the VAR folder cannot be written to the registry.");
-    EXPECT_EQ(machine.Policy(), "<missing>");
+    EXPECT_EQ(Apply(Var()), "The setting of the VAR folder cannot be written to the registry.");
+    EXPECT_EQ(Policy(), "<missing>");
     Deinit_QvConfig();
-    EXPECT_THROW(Apply(machine.Var()), std::runtime_error);
+    EXPECT_THROW(Apply(Var()), std::runtime_error);
 }
 
-TEST(Settings, RegistryHoldsOneScope)
+TEST_F(Settings, RegistryHoldsOneScope)
 {
-    const TMachine machine;
-    const std::string one = machine.Temp / "one";
-    const std::string two = machine.Temp / "two";
-    const auto held = [] {
-        return TMachine::Registry(TQvRegKey::Common) + ' ' + TMachine::Registry(TQvRegKey::User);
-    };
+    const std::string one = Temp / "one";
+    const std::string two = Temp / "two";
+    const auto held = [] { return Registry(TQvRegKey::Common) + ' ' + Registry(TQvRegKey::User); };
     EXPECT_EQ(Apply(one, true), "");
     EXPECT_EQ(held(), one + ' ');
     EXPECT_EQ(Apply(one, false), "");
@@ -66,96 +64,83 @@ TEST(Settings, RegistryHoldsOneScope)
     EXPECT_EQ(held(), two + ' ' + one) << "the user's own stays, it is hidden";
 
     // A registry that cannot be written does not matter while folder and scope stay the same.
-    unlink((machine.Temp / "registry/common.x-ini.lock").c_str());
-    machine.Temp.MakeFolder("registry/common.x-ini.lock");
+    unlink((Temp / "registry/common.x-ini.lock").c_str());
+    Temp.MakeFolder("registry/common.x-ini.lock");
     EXPECT_EQ(Apply(two, true), "");
     EXPECT_NE(Apply(one, false), "") << "a common value that cannot go hides the user's own";
     EXPECT_EQ(held(), two + ' ' + one);
 
-    machine.Temp.Write("registry/common.x-ini", "broken\n");
+    Temp.Write("registry/common.x-ini", "broken\n");
     EXPECT_EQ(Apply(two, false), "") << "a file that cannot be read hides nothing";
-    EXPECT_EQ(TMachine::Registry(TQvRegKey::User), two);
-    machine.Configure();
-    EXPECT_EQ(Apply(machine.Var(), false), "");
-    EXPECT_EQ(TMachine::Registry(TQvRegKey::User), two) << "the environment's setting is in force";
+    EXPECT_EQ(Registry(TQvRegKey::User), two);
+    Configure();
+    EXPECT_EQ(Apply(Var()), "");
+    EXPECT_EQ(Registry(TQvRegKey::User), two) << "the environment's setting is in force";
 }
 
-TEST(Settings, PolicyFileKeepsEverythingElse)
+TEST_F(Settings, PolicyFileKeepsEverythingElse)
 {
-    const TMachine machine;
-    machine.Temp.Write("var/$cp.tmp", "old probe");
+    Temp.Write("var/$cp.tmp", "old probe");
     const std::string head = "\xEF\xBB\xBF; by hand\r\n  profile = \"a b\"   \r\n\r\n";
     const std::string tail = "[other]\n\trepository=/not this\n[/]\nlast=1\n";
-    machine.WritePolicy(head + "repository=/r\nrepository=/second\n" + tail);
-    EXPECT_EQ(Apply(machine.Var(), false, false, "/gone"), "");
-    EXPECT_EQ(machine.Policy(), head + tail + "-repository=/gone/\n");
-    EXPECT_EQ(Apply(machine.Var(), false, true, machine.Temp.Path()), "");
-    EXPECT_EQ(machine.Policy(), head + tail + "repository=" + machine.Temp.Path() + "/\n");
-    EXPECT_EQ(NamesIn(machine.Var()), (std::vector<std::string>{"Config", "Logs", "Profiles", "Tmp",
-                                                                "UserData", "policy.x-ini"}));
+    WritePolicy(head + "repository=/r\nrepository=/second\n" + tail);
+    EXPECT_EQ(Apply(Var(), false, false, "/gone"), "");
+    EXPECT_EQ(Policy(), head + tail + "-repository=/gone/\n");
+    EXPECT_EQ(Apply(Var(), false, true, Temp.Path()), "");
+    EXPECT_EQ(Policy(), head + tail + "repository=" + Temp.Path() + "/\n");
+    EXPECT_EQ(NamesIn(Var()), (std::vector<std::string>{"Config", "Logs", "Profiles", "Tmp",
+                                                        "UserData", "policy.x-ini"}));
 }
 
-TEST(Settings, UnreadablePolicyFileIsPutAside)
+TEST_F(Settings, UnreadablePolicyFileIsPutAside)
 {
-    const TMachine machine;
     TLogCapture log;
     for (const char* text : {"first\n", "second\n"}) {
-        machine.WritePolicy(text);
-        EXPECT_EQ(Apply(machine.Var(), false, false, "/r"), "");
-        EXPECT_EQ(machine.Policy(), "-repository=/r/\n");
+        WritePolicy(text);
+        EXPECT_EQ(Apply(Var(), false, false, "/r"), "");
+        EXPECT_EQ(Policy(), "-repository=/r/\n");
     }
-    unlink(machine.Var("/policy.x-ini").c_str());
-    machine.Temp.Write("var/policy.x-ini/unreadable", "third\n");
-    EXPECT_EQ(Apply(machine.Var()), "");
-    EXPECT_EQ(ReadFile(machine.Var("/policy.x-ini.damaged")), "first\n");
-    EXPECT_EQ(ReadFile(machine.Var("/policy.x-ini.damaged.2")), "second\n");
-    EXPECT_EQ(ReadFile(machine.Var("/policy.x-ini.damaged.3/unreadable")), "third\n");
+    unlink(Var("/policy.x-ini").c_str());
+    Temp.Write("var/policy.x-ini/unreadable", "third\n");
+    EXPECT_EQ(Apply(Var()), "");
+    EXPECT_EQ(ReadFile(Var("/policy.x-ini.damaged")), "first\n");
+    EXPECT_EQ(ReadFile(Var("/policy.x-ini.damaged.2")), "second\n");
+    EXPECT_EQ(ReadFile(Var("/policy.x-ini.damaged.3/unreadable")), "third\n");
     ASSERT_EQ(log.Entries.size(), 3u);
-    EXPECT_NE(log.Entries[0].Shown.find(machine.Var("/policy.x-ini")), std::string::npos);
+    EXPECT_NE(log.Entries[0].Shown.find(Var("/policy.x-ini")), std::string::npos);
 
     // So deep that the longer name is too long.
-    std::string deep = machine.Temp.Path();
+    std::string deep = Temp.Path();
     while (deep.size() < 3800)
         deep += '/' + std::string(200, 'x');
     deep += '/' + std::string(4077 - deep.size(), 'x');
-    const std::string file = machine.Temp.Write(
-        deep.substr(machine.Temp.Path().size() + 1) + "/policy.x-ini", "broken\n");
-    try {
-        Apply(deep);
-        ADD_FAILURE();
-    } catch (const TQvMessage& message) {
-        EXPECT_EQ(message.arguments().at(0), file);
-    }
+    const std::string file =
+        Temp.Write(deep.substr(Temp.Path().size() + 1) + "/policy.x-ini", "broken\n");
+    EXPECT_EQ(Thrown([&deep] { Apply(deep); }).arguments().at(0), file);
     EXPECT_EQ(ReadFile(file), "broken\n");
 }
 
-TEST(Settings, FilesStayReadableWhileOthersWrite)
+TEST_F(Settings, FilesStayReadableWhileOthersWrite)
 {
-    const TMachine machine;
-    machine.Configure();
-    ASSERT_EQ(Apply(machine.Var()), "");
+    Configure();
+    ASSERT_EQ(Apply(Var()), "");
     TQvCPUtils::CreateProfileNode(TQvPath("/usr"), nullptr);
-    machine.Temp.Write("repo/Profiles/profiles.x-ini", "[profiles]\n[/profiles]\n");
-    TChildProcess settings([&machine] {
+    Temp.Write("repo/Profiles/profiles.x-ini", "[profiles]\n[/profiles]\n");
+    TChildProcess other([this] {
         for (int i = 0; i < 10; ++i)
-            if (!Apply(machine.Var(), false, i % 2 == 0, machine.Temp / "repo").empty())
+            if (!Apply(Var(), false, i % 2 == 0, Temp / "repo").empty())
                 return 1;
         return 0;
     });
-    TChildProcess profiles([] {
-        for (int i = 0; i < 10; ++i) {
-            TQvCPUtils::TCPState state;
-            TQvCPUtils::ReloadState(state, nullptr);
-            if (state.Profiles.size() != 1 || state.CurrentProfile != "LocalProfile")
-                return 1;
-            TQvCPUtils::SaveState(state);
-        }
-        return 0;
-    });
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < 10; ++i) {
         EXPECT_FALSE(TQvCPUtils::IsWizardNecessary()) << "reads the policy file and the list";
-    EXPECT_EQ(settings.Wait(), 0);
-    EXPECT_EQ(profiles.Wait(), 0);
-    EXPECT_EQ(NamesIn(machine.Var()).size(), 6u) << "no temporary file stays";
+        TQvCPUtils::TCPState state;
+        TQvCPUtils::ReloadState(state, nullptr);
+        EXPECT_EQ(state.Profiles.size(), 1u);
+        EXPECT_EQ(state.CurrentProfile, "LocalProfile");
+        TQvCPUtils::SaveState(state);
+    }
+    EXPECT_EQ(other.Wait(), 0);
+    EXPECT_EQ(NamesIn(Var()).size(), 6u) << "no temporary file stays";
 }
 } // namespace

@@ -4,9 +4,9 @@
 #include <unistd.h>
 
 #include "QvStd/FileStream.h"
-#include "QvStd/Message.h"
 #include "services/ResourceLabels.h"
 #include "support/MountedFolder.h"
+#include "support/Thrown.h"
 
 namespace
 {
@@ -107,13 +107,9 @@ TEST_F(Labels, RewriteKeepsWhatOthersWrote)
 
     const std::string broken = "[open\n" + std::string(300, 'x');
     Temp.Write("r.meta", broken);
-    try {
-        WriteResResourceLabel("/T/r", label);
-        ADD_FAILURE();
-    } catch (const TQvMessage& message) {
-        EXPECT_EQ(message.text(), "@Internal logic error in %1% (%2%): (%3%)==false.");
-        EXPECT_EQ(message.arguments().at(2), "tree");
-    }
+    const TQvMessage error = Thrown([&label] { WriteResResourceLabel("/T/r", label); });
+    EXPECT_EQ(error.text(), "@Internal logic error in %1% (%2%): (%3%)==false.");
+    EXPECT_EQ(error.arguments().at(2), "tree");
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "the label is good all the same";
     EXPECT_EQ(Sidecar(), broken);
 }
@@ -145,11 +141,11 @@ TEST_F(Labels, FullDiskCostsNothing)
     rlimit limit;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
     const rlimit full = {old.size() + 3, limit.rlim_max};
-    const auto handler = std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
     const bool written = WriteResResourceLabel("/T/r", Label(5, 1234567890));
     setrlimit(RLIMIT_FSIZE, &limit);
-    std::signal(SIGXFSZ, handler);
+    std::signal(SIGXFSZ, SIG_DFL);
     EXPECT_FALSE(written);
     EXPECT_EQ(Sidecar(), old);
 }

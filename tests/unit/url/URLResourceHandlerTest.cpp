@@ -1,7 +1,7 @@
 #include "url/URLResourceHandler.h"
-#include "QvStd/Message.h"
 #include "manager/QvServicesModule.h"
 #include "support/MountedFolder.h"
+#include "support/Thrown.h"
 #include "support/VarFolder.h"
 
 namespace
@@ -25,13 +25,9 @@ TEST_F(URLResourceHandler, PathOfAURL)
 void ExpectNotOpened(const char* url, qvOpenMode mode, const char* key)
 {
     EXPECT_FALSE(Handler.OpenURL(TQvURL(url), mode, kQvShareAll, 0)) << url;
-    try {
-        Handler.OpenURLE(TQvURL(url), mode, kQvShareAll, 0);
-        ADD_FAILURE() << url << " in mode " << mode;
-    } catch (const TQvMessage& message) {
-        EXPECT_EQ(message.text(), key) << mode;
-        EXPECT_EQ(message.arguments(), std::vector<std::string>{url});
-    }
+    const TQvMessage error = Thrown([&] { Handler.OpenURLE(TQvURL(url), mode, kQvShareAll, 0); });
+    EXPECT_EQ(error.text(), key) << url << " in mode " << mode;
+    EXPECT_EQ(error.arguments(), std::vector<std::string>{url});
 }
 
 TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
@@ -51,7 +47,7 @@ TEST(URLWithoutMounts, OpenTellsTheSame)
     const TVarFolder var;
     var.Write("Profiles/Test/profile.x-ini", "broken");
     Init_QvServices();
-    EXPECT_THROW(ResourceManager.Init(), TQvMessage);
+    Thrown([] { ResourceManager.Init(); });
     Deinit_QvServices();
     ASSERT_TRUE(ResourceManager.MountNodes().empty());
     ExpectNotOpened("qvres:/x", 10, "Err_OpenReadFile_name");
@@ -61,15 +57,12 @@ TEST_F(URLResourceHandler, OpenUsesADerivedHandlersOwn)
 {
     struct TDerived : TQvURLResourceHandler
     {
-        var_a<TQvStream*> OpenURL(const TQvURL&, qvOpenMode mode, qvShareMode share,
-                                  unsigned long flags) override
+        var_a<TQvStream*> OpenURL(const TQvURL&, qvOpenMode, qvShareMode, unsigned long) override
         {
-            return ResourceManager.OpenResource("/T/y", mode, share, flags);
+            throw TQvMessage("own");
         }
-    };
-    Temp.Write("y", "");
-    EXPECT_EQ(TDerived().OpenURLE(TQvURL("none:"), kQvOpenRead, kQvShareAll, 0)->InfoName(),
-              "qvres:/T/y");
+    } derived;
+    EXPECT_EQ(Thrown([&] { derived.OpenURLE(TQvURL("x:"), 10, kQvShareAll, 0); }).text(), "own");
 }
 
 TEST_F(URLResourceHandler, ForwardsTheRightArguments)
