@@ -188,7 +188,8 @@ TJournalReading TResStorage::ReadDirFile()
     TJournalReading reading = ReadJournal(
         [&](char* buffer, std::size_t count) {
             const std::size_t got = stream.Read(buffer, count);
-            failed = failed || (got < count && stream.getError() != 0);
+            failed = failed || got == TQvStream::invalid_value ||
+                     (got < count && stream.getError() != 0);
             return got == TQvStream::invalid_value ? 0 : got;
         },
         &m_dir);
