@@ -15,12 +15,14 @@
 
 namespace
 {
-// The lock itself is one byte of the file, and an upgrade that waits holds the next one. Neither
-// byte needs to exist, and locking it never changes it.
+// The lock itself is one byte of the file. Those who wait hold one of the next two, so that
+// newcomers let them pass: a waiting upgrade the first, one of all others the second. None of these
+// bytes needs to exist, and locking it never changes it.
 constexpr off_t kLockByte = 0;
-constexpr off_t kIntentByte = 1;
+constexpr off_t kUpgradeByte = 1;
+constexpr off_t kTurnByte = 2;
 
-constexpr std::string_view kNotePrefix = "lock held by ";
+constexpr char kNotePrefix[] = "lock held by ";
 constexpr std::size_t kMaxNote = 512;
 constexpr std::size_t kMaxOwner = 200;
 
@@ -41,16 +43,21 @@ public:
         if (m_left <= 0)
             return false;
         std::this_thread::sleep_for(TMilliseconds(std::min(m_pause, m_left)));
-        m_pause = std::min(m_pause * 2, 10.0);
+        m_pause = std::min(m_pause * 2, kLongest);
         return true;
     }
+
+    /// The sleeps grow anew.
+    void SleepShortly() { m_pause = kShortest; }
 
 private:
     using TClock = std::chrono::steady_clock;
     using TMilliseconds = std::chrono::duration<double, std::milli>;
+    static constexpr double kShortest = 0.05;
+    static constexpr double kLongest = 10;
     TClock::time_point m_before;
     double m_left;
-    double m_pause = 0.05;
+    double m_pause = kShortest;
 };
 
 /// Takes, changes or drops (F_UNLCK) the lock on one byte without waiting. A change is atomic: when
@@ -65,16 +72,39 @@ int SetLock(int descriptor, off_t byte, short kind)
     return fcntl(descriptor, F_OFD_SETLK, &lock) == 0 ? 0 : -errno;
 }
 
-/// Whether somebody else waits for an upgrade. An error counts as nobody: taking the lock meets it
-/// again and tells.
-bool UpgradeWaits(int descriptor)
+/// Takes the lock unless somebody else waits for it: overlapping readers could keep a writer out
+/// for ever, and one who takes the lock again and again everybody. 0 or a negative errno.
+int TakeUnlessOthersWait(int descriptor, short kind)
 {
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = kIntentByte;
-    lock.l_len = 1;
-    return fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    struct flock waiting = {};
+    waiting.l_type = F_WRLCK;
+    waiting.l_whence = SEEK_SET;
+    waiting.l_start = kUpgradeByte;
+    waiting.l_len = kTurnByte - kUpgradeByte + 1;
+    // An error counts as nobody: taking the lock meets it again and tells.
+    if (fcntl(descriptor, F_OFD_GETLK, &waiting) == 0 && waiting.l_type != F_UNLCK)
+        return -EAGAIN;
+    return SetLock(descriptor, kLockByte, kind);
+}
+
+/// Waits in a queue, whose head alone tries to take the lock. 0 or a negative errno.
+int TakeInTurn(int descriptor, short kind, unsigned long timeoutMs)
+{
+    TWaiting waiting(timeoutMs);
+    int turn = -EAGAIN;
+    int error = -EAGAIN;
+    while (error == -EAGAIN && waiting.Sleep()) {
+        if (turn == -EAGAIN) {
+            turn = SetLock(descriptor, kTurnByte, F_WRLCK);
+            if (turn == -EAGAIN)
+                continue;
+            // Or it cannot: a descriptor for reading only waits beside the queue.
+            waiting.SleepShortly();
+        }
+        error = TakeUnlessOthersWait(descriptor, kind);
+    }
+    SetLock(descriptor, kTurnByte, F_UNLCK);
+    return error;
 }
 
 int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
@@ -99,7 +129,7 @@ int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
 /// Whether all of it is a note, so that nothing of others is overwritten.
 bool IsNote(std::string_view content)
 {
-    return content.substr(0, kNotePrefix.size()) == kNotePrefix &&
+    return content.substr(0, sizeof kNotePrefix - 1) == kNotePrefix &&
            content.find('\n') == content.size() - 1 &&
            content.find(" pid=") != std::string_view::npos &&
            content.find(" time=") != std::string_view::npos;
@@ -113,13 +143,11 @@ std::string MakeNote(const std::string& owner)
     const std::time_t now = std::time(nullptr);
     std::tm parts = {};
     gmtime_r(&now, &parts);
-    char stamp[32];
-    const std::size_t length = std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", &parts);
-
-    std::string note(kNotePrefix);
-    note.append("owner=").append(name).append(" pid=").append(std::to_string(getpid()));
-    note.append(" time=").append(stamp, length).append("\n");
-    return note;
+    // Not strftime, which looks at the time zone's file each time.
+    return Korvadel::ssprintf("%sowner=%s pid=%d time=%04d-%02d-%02dT%02d:%02d:%02dZ\n",
+                              kNotePrefix, name.c_str(), getpid(), parts.tm_year + 1900,
+                              parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
+                              parts.tm_sec);
 }
 } // namespace
 
@@ -161,15 +189,10 @@ bool TQvLockFile::Acquire(bool forWriting)
 {
     if (!OpenFile(forWriting))
         return false;
-    TWaiting waiting(m_timeoutMs);
-    do {
-        // A waiting upgrade goes first: otherwise readers that overlap could keep it out for ever.
-        if (!forWriting && UpgradeWaits(m_descriptor))
-            m_error = -EAGAIN;
-        else
-            m_error = SetLock(m_descriptor, kLockByte, forWriting ? F_WRLCK : F_RDLCK);
-    } while (m_error == -EAGAIN && waiting.Sleep());
-
+    const short kind = forWriting ? F_WRLCK : F_RDLCK;
+    m_error = TakeUnlessOthersWait(m_descriptor, kind);
+    if (m_error == -EAGAIN)
+        m_error = TakeInTurn(m_descriptor, kind, m_timeoutMs);
     if (m_error != 0) {
         CloseFile();
         return false;
@@ -185,14 +208,14 @@ int TQvLockFile::Upgrade()
     int error = SetLock(m_descriptor, kLockByte, F_WRLCK);
     if (error == -EAGAIN) {
         // Two upgrades would wait for each other's shared hold: the second one is refused here.
-        error = SetLock(m_descriptor, kIntentByte, F_WRLCK);
+        error = SetLock(m_descriptor, kUpgradeByte, F_WRLCK);
         if (error != 0)
             return error;
         TWaiting waiting(m_timeoutMs);
         do {
             error = SetLock(m_descriptor, kLockByte, F_WRLCK);
         } while (error == -EAGAIN && waiting.Sleep());
-        SetLock(m_descriptor, kIntentByte, F_UNLCK);
+        SetLock(m_descriptor, kUpgradeByte, F_UNLCK);
     }
     // What the kernel says of a descriptor that could only be opened for reading.
     return error == -EBADF ? -EACCES : error;
@@ -226,6 +249,8 @@ void TQvLockFile::CloseFile()
 
 void TQvLockFile::WriteNote()
 {
+    if (m_owner.empty())
+        return;
     char old[kMaxNote + 1];
     const ssize_t oldLength = pread(m_descriptor, old, sizeof old, 0);
     if (oldLength < 0 || static_cast<std::size_t>(oldLength) > kMaxNote)
@@ -238,6 +263,8 @@ void TQvLockFile::WriteNote()
     // Not checked: the note is for people only, and a full disk or a file that could only be opened
     // for reading takes nothing from the lock.
     const std::string note = MakeNote(m_owner);
+    if (content == note) // of the same second: a write would make the next sync a longer one
+        return;
     const ssize_t written = pwrite(m_descriptor, note.data(), note.size(), 0);
     if (written == static_cast<ssize_t>(note.size()) && content.size() > note.size()) {
         [[maybe_unused]] const int ignored =

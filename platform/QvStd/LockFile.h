@@ -9,8 +9,13 @@
 #include "QvStd/Var.h"
 
 /// A shared or exclusive open-file-description lock. The lock of a killed holder is gone with it.
-/// The holder writes owner, process id and time into the file, for people to read; a file that
-/// holds anything else than such a note is locked but never written to.
+/// The holder writes owner, process id and time into the file, for people to read; one without an
+/// owner's name writes nothing, and a file that holds anything else than such a note is locked but
+/// never written to.
+///
+/// Those who wait get the lock one after another before newcomers do, in no fixed order; a waiting
+/// upgrade (Relock) comes first. So a thread that holds a shared lock must not ask for a second one
+/// of the same file: it could wait for a writer who waits for it.
 ///
 /// Only regular files are locked (error -21 for a folder, -22 for others; none of them hangs). A
 /// shared lock works on a file that can only be read. A forked child that lives on shares the

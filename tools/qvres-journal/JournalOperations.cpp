@@ -1,15 +1,18 @@
 #include "JournalOperations.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
+#include "manager/ResourceManager.h"
 #include "resid/ResId.h"
 #include "storage/JournalFormat.h"
 #include "storage/ResStorage.h"
@@ -23,31 +26,41 @@ constexpr int kFailureLevel = 5; ///< at which a storage tells why it could not 
     throw std::runtime_error(why);
 }
 
-/// The reason that a storage last logged: its operations answer only true or false.
-std::string& LastReason()
+/// What a storage logged and nobody was told yet: its operations answer only true or false.
+std::string g_reason;
+
+void TellReason()
 {
-    static std::string reason;
-    return reason;
+    if (!g_reason.empty())
+        PrintError(std::exchange(g_reason, {}));
 }
 
 void CatchReasons()
 {
     QvSetLogSink([](TQvLogKind, const TQvMessage& message, int level) {
-        if (level >= kFailureLevel)
-            LastReason() = message.what();
+        if (level < kFailureLevel)
+            return;
+        TellReason();
+        g_reason = message.what();
     });
 }
 
+/// The last reason is that of a failure.
 void Require(bool done, const std::string& otherwise)
 {
     if (!done)
-        Fail(LastReason().empty() ? otherwise : LastReason());
+        Fail(g_reason.empty() ? otherwise : std::exchange(g_reason, {}));
 }
 
-/// One spelling for all, because the lock is named after the text of the folder.
+/// One spelling for all, because the lock is named after the text of the folder. Links stay as they
+/// are given: hosts that reach the folder through one lock it under that name.
 std::string StorageFolder(const std::string& given)
 {
-    std::string folder = std::filesystem::absolute(given).lexically_normal().string();
+    namespace fs = std::filesystem;
+    const fs::path path = fs::absolute(given);
+    // Behind a link ".." leads elsewhere than its text tells.
+    const bool climbs = std::find(path.begin(), path.end(), "..") != path.end();
+    std::string folder = (climbs ? fs::weakly_canonical(path) : path).lexically_normal().string();
     while (folder.size() > 1 && folder.back() == '/')
         folder.pop_back();
     if (folder == "/")
@@ -117,9 +130,11 @@ int Verify(const TResStorage& storage, bool json)
     TLook look = LookAtJournal(storage);
     // A writer may be in the middle of its work: what is not whole is looked at again with the
     // writers kept out, in a storage that anybody has ever locked.
-    if (!look.IsWhole() && QvFileExists(storage.Folder + kStorageLockSuffix)) {
-        const auto locker = TStorageLocker::VCreate(storage, false);
-        if (!*locker)
+    const std::string lockFile = storage.Folder + kStorageLockSuffix;
+    if (!look.IsWhole() && QvFileExists(lockFile)) {
+        // Without a name, so that the last holder's stays there.
+        const TQvLockFile lock(lockFile, false, "", ResourceManager.Config().StDirLockTimeout);
+        if (!lock)
             Fail("the storage is locked: " + storage.Folder);
         look = LookAtJournal(storage);
     }
@@ -156,12 +171,22 @@ void LoadAndPrint(TResStorage& storage, bool json)
     Print(text);
 }
 
+/// Loads a journal that something is put behind: a broken one is repaired, and half a line at its
+/// end, which loading does not see, is cut off. It would make one line with what follows.
+void LoadForAppending(TResStorage& storage, const TResStorage::TLocker& locker)
+{
+    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
+    if (LookAtJournal(storage).Reading.UnreadBytes > 0)
+        Require(storage.SaveDir(locker), "cannot write the journal of " + storage.Folder);
+}
+
 void Change(TResStorage& storage, const std::string& id, bool adding)
 {
+    if (id.empty() || id == "/" || !ResourceManager.IsValidResId(id, false))
+        Fail("no valid id of a resource or folder: " + id);
     const auto locker = TStorageLocker::VCreate(storage, true);
-    // Loading first, so that a broken journal is repaired before anything is put behind it.
-    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
-    const bool isFolder = !id.empty() && id.back() == '/';
+    LoadForAppending(storage, locker);
+    const bool isFolder = id.back() == '/';
     const std::string bare = isFolder ? id.substr(0, id.size() - 1) : id;
     const std::string key = QvNormalizeResId(id);
     if (!adding && storage.Dir().count(key) == 0)
@@ -176,7 +201,24 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     if (adding != there)
         Fail("the change of " + id + " is not in the journal");
 }
+
+void Rewrite(TResStorage& storage, bool fromContent)
+{
+    const auto locker = TStorageLocker::VCreate(storage, true);
+    // Not MergeDir, which does not tell what came of its two steps.
+    const bool done = fromContent ? storage.RecreateDir(locker)
+                                  : storage.LoadDir(locker) && storage.SaveDir(locker);
+    Require(done, "cannot write the journal of " + storage.Folder);
+    RequireWhole(storage);
+}
 } // namespace
+
+void PrintError(std::string message)
+{
+    std::replace_if(
+        message.begin(), message.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
+    std::fprintf(stderr, "qvres: %s\n", message.c_str());
+}
 
 int RunJournal(const TJournalCall& call)
 {
@@ -186,16 +228,12 @@ int RunJournal(const TJournalCall& call)
     storage.Name = storage.Folder;
     if (call.Operation == "verify")
         return Verify(storage, call.Json);
-    if (call.Operation == "load") {
+    if (call.Operation == "load")
         LoadAndPrint(storage, call.Json);
-    } else if (call.Operation == "add" || call.Operation == "remove") {
+    else if (call.HasId)
         Change(storage, call.Id, call.Operation == "add");
-    } else {
-        const auto locker = TStorageLocker::VCreate(storage, true);
-        const bool done =
-            call.Operation == "rebuild" ? storage.RecreateDir(locker) : storage.MergeDir(locker);
-        Require(done, "cannot write the journal of " + storage.Folder);
-        RequireWhole(storage);
-    }
+    else
+        Rewrite(storage, call.Operation == "rebuild");
+    TellReason(); // what a rebuild left out
     return 0;
 }

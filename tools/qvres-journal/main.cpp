@@ -1,6 +1,4 @@
 // qvres-journal: does the work of "qvres journal", which runs it.
-#include <algorithm>
-#include <cstdio>
 #include <exception>
 
 #include "JournalOperations.h"
@@ -12,14 +10,6 @@ namespace
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-/// Always one line, whatever ids and file names hold.
-void PrintError(std::string message)
-{
-    std::replace_if(
-        message.begin(), message.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
-    std::fprintf(stderr, "qvres: %s\n", message.c_str());
-}
-
 /// The configuration gives the lock its owner, and the settings when it has any: a storage can be
 /// looked after on a machine that has no profile, with the defaults.
 void ReadSettings()
@@ -28,8 +18,9 @@ void ReadSettings()
     try {
         if (pQvConfigData->getLoaded())
             ResourceManager.Init();
-    } catch (const std::exception&) {
-        // The settings are read first: what failed is the mounting, which nobody needs here.
+    } catch (const std::exception& unreadable) {
+        // No reason to leave a storage alone: what was not read has its default.
+        PrintError(unreadable.what());
     }
 }
 } // namespace

@@ -50,6 +50,19 @@ TEST_F(LockFileTest, OnlySharedHoldersCoexistAndAKilledOnesLockIsGone)
     }
 }
 
+TEST_F(LockFileTest, ReadersThatOverlapDoNotKeepAWriterOut)
+{
+    TChildProcess writer([&] {
+        return Await("read") && TQvLockFile(m_path, kExclusive, "child", kLong) ? 0 : 1;
+    });
+    auto reader = std::make_unique<TQvLockFile>(m_path, kShared, "parent", 0);
+    Tell("read");
+    EXPECT_TRUE(WaitUntil([&] { return !IsFree(kShared); })) << "new ones are refused";
+    reader.reset();
+    EXPECT_EQ(writer.Wait(), 0);
+    EXPECT_TRUE(IsFree(kShared));
+}
+
 TEST_F(LockFileTest, UpgradeLetsNoWriterSlipIn)
 {
     TChildProcess child([&] {
@@ -110,6 +123,8 @@ TEST_F(LockFileTest, NoteNamesTheHolderAndForeignContentIsNeverWritten)
     const std::string begin = "lock held by owner=PC pid=" + std::to_string(getpid()) + " time=20";
     EXPECT_EQ(note.substr(0, begin.size()), begin);
     EXPECT_EQ(note.find('\n'), note.size() - 1) << "the longer notes left no tail: " << note;
+    ASSERT_TRUE(TQvLockFile(m_path, kShared, "", 0));
+    EXPECT_EQ(ReadFile(m_path), note) << "nobody to name";
 
     for (const std::string& foreign :
          {std::string(), std::string("x"), std::string("lock held by owner=me\n"), begin,

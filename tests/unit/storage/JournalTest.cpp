@@ -4,6 +4,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "QvConfig/Config.h"
 #include "QvStd/Clock.h"
 #include "QvStd/FileStream.h"
@@ -89,7 +93,21 @@ TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
 
     ASSERT_TRUE(Storage.SaveDir());
     block.replace(block.find("?name") + 1, 4, "other");
-    EXPECT_TRUE(Journal() == Sealed(Journal().substr(0, 11) + block));
+    const std::string saved = Journal();
+    EXPECT_TRUE(saved == Sealed(saved.substr(0, 11) + block));
+    EXPECT_EQ(ReadJournal(saved + "-A\r\n*0\r\n", nullptr).SealedBytes, saved.size());
+
+    QvSleep(2);
+    ASSERT_TRUE(Storage.SaveDir());
+    EXPECT_NE(Journal().substr(0, 11), saved.substr(0, 11)) << "no two rewrites are alike";
+}
+
+TEST_F(TStorageTest, AFailedReadIsNoEndOfTheJournal)
+{
+    ASSERT_EQ(symlink("/proc/self/mem", File().c_str()), 0); // opens, but has no byte 0
+    TLogCapture log;
+    EXPECT_FALSE(Storage.DoLoadDir());
+    EXPECT_EQ(LogOf(log), TLines{"TResStorage::DoLoadDir(): Storage (%1%) dir open failure [3]"});
 }
 
 TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
@@ -104,6 +122,9 @@ TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
     EXPECT_FALSE(Storage.DirChanged()) << "own append";
     EXPECT_TRUE(other.DirChanged()) << "another's append";
     EXPECT_EQ(Storage.DirSize(), Journal().size());
+    const timespec times[] = {{0, UTIME_OMIT}, {1, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, File().c_str(), times, 0), 0);
+    EXPECT_TRUE(Storage.DirChanged()) << "same size, another time";
 }
 
 TEST_F(TStorageTest, RewritesAboveTheThreshold)
@@ -166,6 +187,8 @@ TEST_F(TStorageTest, LockLiesBesideTheFolder)
     ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
     EXPECT_EQ(NamesIn(Temp.Path()), (TLines{"s", "s\\$QvStorage.lock"}));
     EXPECT_EQ(NamesIn(Temp / "s"), TLines{"$QvStorage.list"});
+    const std::string note = ReadFile(Temp / "s\\$QvStorage.lock");
+    EXPECT_NE(note.find("owner=" + pQvConfigData->getComputerName() + " "), std::string::npos);
     EXPECT_EQ(Storage.XIniFile().toSysStr(), Temp / "s/$QvStorage.x-ini");
 
     Deinit_QvServices();
