@@ -31,8 +31,8 @@ protected:
 TEST_F(TProgramTest, ChangesAndPrints)
 {
     WriteContent("a.txt");
-    EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n");
     EXPECT_EQ(Run("add s/ /Sub/b"), "0 ");
+    EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n/SUB/B\tb\n") << "as a first change, too";
     EXPECT_EQ(Run("add s /Sub/"), "0 ");
     EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n/SUB/\tSub\n/SUB/B\tb\n");
     EXPECT_EQ(Run("remove s/ /sub/"), "0 ");
