@@ -19,6 +19,8 @@ double SecondsOf(TWork&& work)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
+constexpr double kNoTarget = 0;
+
 inline double Median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -26,7 +28,7 @@ inline double Median(std::vector<double> values)
 }
 
 /// Runs both once an iteration; the time shown is that of `ours`. `target` is what the ratio is
-/// meant to stay below. `reset` runs unmeasured before each side.
+/// meant to stay below; none (kNoTarget) for a peer. `reset` runs unmeasured before each side.
 template <class TRaw, class TOurs, class TReset>
 void Compare(benchmark::State& state, double target, TRaw&& raw, TOurs&& ours, TReset&& reset)
 {
@@ -40,7 +42,8 @@ void Compare(benchmark::State& state, double target, TRaw&& raw, TOurs&& ours, T
         state.SetIterationTime(ourSeconds);
     }
     state.counters["ratio"] = Median(ratios);
-    state.counters["target"] = target;
+    if (target != kNoTarget)
+        state.counters["target"] = target;
 }
 
 template <class TRaw, class TOurs>
