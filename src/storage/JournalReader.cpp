@@ -131,25 +131,26 @@ private:
     std::size_t m_taken = 0;
 };
 
-/// A vector would clear what is read over at once, and a small journal needs little of it.
+/// Lies on the stack, unless a line is longer: a big block of the heap would make the allocator
+/// sort all that the last load freed, which takes as long as half a load.
 class TBuffer
 {
 public:
-    explicit TBuffer(std::size_t size) : m_bytes(new char[size]), m_size(size) {}
-
-    char* Data() { return m_bytes.get(); }
+    char* Data() { return m_grown ? m_grown.get() : m_first; }
     std::size_t Size() const { return m_size; }
     void Double()
     {
-        std::unique_ptr<char[]> bytes(new char[m_size * 2]);
-        std::memcpy(bytes.get(), m_bytes.get(), m_size);
-        m_bytes = std::move(bytes);
+        std::unique_ptr<char[]> grown(new char[m_size * 2]); // a vector would clear it
+        std::memcpy(grown.get(), Data(), m_size);
+        m_grown = std::move(grown);
         m_size *= 2;
     }
 
 private:
-    std::unique_ptr<char[]> m_bytes;
-    std::size_t m_size;
+    static constexpr std::size_t kFirst = std::size_t{64} * 1024;
+    char m_first[kFirst];
+    std::unique_ptr<char[]> m_grown;
+    std::size_t m_size = kFirst;
 };
 
 bool HasSignature(std::string_view start)
@@ -171,7 +172,7 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
 {
     // Piece by piece, because a buffer of the whole file costs more to get than to fill, and what
     // was just read is still in the processor's cache.
-    TBuffer buffer(256 * 1024);
+    TBuffer buffer;
     TJournalParser parser(entries);
     std::size_t held = 0; // bytes of a line that is not there whole
     for (bool first = true;; first = false) {
