@@ -21,12 +21,14 @@
 #include <sqlite3.h>
 #include <zlib.h>
 
+#include "BenchFolder.h"
 #include "Ratio.h"
 #include "storage/ResStorage.h"
 
 namespace
 {
 namespace fs = std::filesystem;
+using bench::Require;
 
 constexpr int kMillion = 1000000;
 constexpr int kBlocks = 10000; // appended behind the million
@@ -35,18 +37,6 @@ constexpr double kLoadTarget = 12;
 constexpr double kBlocksTarget = 14;
 constexpr double kAppendTarget = 1.25;
 constexpr double kRewriteTarget = 2.5;
-
-[[noreturn]] void Die(const std::string& what)
-{
-    std::cerr << "benchmark failed: " << what << '\n';
-    std::exit(1);
-}
-
-void Require(bool condition, const char* what)
-{
-    if (!condition)
-        Die(what);
-}
 
 std::string NameOf(int number)
 {
@@ -62,31 +52,9 @@ std::string IdOf(int number)
     return text;
 }
 
-class TFolder
+const bench::TFolder& Folder()
 {
-public:
-    TFolder()
-    {
-        struct statfs status = {};
-        Require(statfs(fs::temp_directory_path().c_str(), &status) == 0, "statfs");
-        if (status.f_type == TMPFS_MAGIC)
-            Die("appends to memory mean nothing: let TMPDIR name a folder on a disk");
-        std::string path = (fs::temp_directory_path() / "qvbench.XXXXXX").string();
-        Require(mkdtemp(path.data()) != nullptr, "mkdtemp");
-        m_path = path;
-    }
-    ~TFolder() { fs::remove_all(m_path); }
-    TFolder(const TFolder&) = delete;
-    TFolder& operator=(const TFolder&) = delete;
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path;
-};
-
-const TFolder& Folder()
-{
-    static const TFolder folder;
+    static const bench::TFolder folder;
     return folder;
 }
 
@@ -388,6 +356,12 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
+    struct statfs status = {};
+    Require(statfs(Folder().Path().c_str(), &status) == 0, "statfs");
+    if (status.f_type == TMPFS_MAGIC) {
+        std::cerr << "appends to memory mean nothing: let TMPDIR name a folder on a disk\n";
+        return 1;
+    }
     Configure();
     benchmark::RunSpecifiedBenchmarks();
     Deinit_QvServices();

@@ -4,25 +4,20 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <string>
 
+#include "BenchFolder.h"
 #include "Ratio.h"
 
 namespace
 {
 namespace fs = std::filesystem;
+using bench::Require;
 
 constexpr int kNodes = 20;
 constexpr int kFew = 100;
 constexpr int kMany = 1000;
 constexpr double kTarget = 12; // ten times the profiles, and a fifth more
-
-[[noreturn]] void Die(const std::string& what)
-{
-    std::cerr << "benchmark failed: " << what << '\n';
-    std::exit(1);
-}
 
 /// A VAR folder of that many profiles, the configured one while it lives. In memory where that can
 /// be: the time that a disk takes to sync says nothing about the code.
@@ -31,10 +26,6 @@ class TVarFolder
 public:
     explicit TVarFolder(int profiles)
     {
-        const fs::path memory = "/dev/shm";
-        m_path = ((fs::exists(memory) ? memory : fs::temp_directory_path()) / "qvbench.XXXXXX");
-        if (mkdtemp(m_path.data()) == nullptr)
-            Die("mkdtemp");
         std::string text = "[profile]\nremote=0\n";
         for (int i = 0; i < kNodes; ++i)
             text += "[mount]\nnode=/N" + std::to_string(i) + "\npath=/usr\n[/mount]\n";
@@ -42,31 +33,25 @@ public:
         for (int i = 0; i < profiles; ++i)
             Write("P" + std::to_string(i), text);
     }
-    ~TVarFolder() { fs::remove_all(m_path); }
-    TVarFolder(const TVarFolder&) = delete;
-    TVarFolder& operator=(const TVarFolder&) = delete;
-
-    void Configure() const { setenv("QV_VAR_FOLDER", m_path.c_str(), 1); }
+    void Configure() const { setenv("QV_VAR_FOLDER", m_folder.Path().c_str(), 1); }
 
 private:
     void Write(const std::string& name, const std::string& text) const
     {
-        const fs::path folder = fs::path(m_path) / "Profiles" / name;
+        const fs::path folder = fs::path(m_folder.Path()) / "Profiles" / name;
         fs::create_directories(folder);
         std::ofstream file(folder / "profile.x-ini", std::ios::binary);
-        if (!(file << text).flush())
-            Die("write");
+        Require(static_cast<bool>((file << text).flush()), "write");
     }
 
-    std::string m_path;
+    bench::TFolder m_folder{fs::exists("/dev/shm") ? "/dev/shm" : fs::temp_directory_path()};
 };
 
 void Load(const TVarFolder& folder, TQvCPUtils::TCPState& state, std::size_t count)
 {
     folder.Configure();
     TQvCPUtils::ReloadState(state, nullptr);
-    if (state.Profiles.size() != count)
-        Die("ReloadState");
+    Require(state.Profiles.size() == count, "ReloadState");
 }
 
 void LoadState(benchmark::State& state)

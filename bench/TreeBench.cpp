@@ -2,52 +2,29 @@
 #include <QvServices/QvServices.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "BenchFolder.h"
 #include "Ratio.h"
 
 namespace
 {
 namespace fs = std::filesystem;
+using bench::Require;
 
 constexpr int kBatch = 1000; // small operations measured together
 
-[[noreturn]] void Die(const std::string& what)
-{
-    std::cerr << "benchmark failed: " << what << '\n';
-    std::exit(1);
-}
-
-void Require(bool condition, const char* what)
-{
-    if (!condition)
-        Die(what);
-}
-
 /// The files that all benchmarks work on, in a folder of their own.
-class TFiles
+class TFiles : public bench::TFolder
 {
 public:
-    TFiles()
-    {
-        std::string path = (fs::temp_directory_path() / "qvbench.XXXXXX").string();
-        Require(mkdtemp(path.data()) != nullptr, "mkdtemp");
-        m_path = path;
-    }
-    ~TFiles() { fs::remove_all(m_path); }
-    TFiles(const TFiles&) = delete;
-    TFiles& operator=(const TFiles&) = delete;
-
-    std::string operator/(const std::string& name) const { return m_path + "/" + name; }
     void Write(const std::string& name, std::size_t size) const
     {
         std::ofstream file(*this / name, std::ios::binary);
@@ -63,9 +40,6 @@ public:
                 Write(name + "/file-" + std::to_string(i) + (i % 2 == 0 ? ".txt" : ".dat"), size);
         return path;
     }
-
-private:
-    std::string m_path;
 };
 
 const TFiles& Files()
