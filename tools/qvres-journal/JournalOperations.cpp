@@ -57,7 +57,7 @@ void Require(bool done, const std::string& otherwise)
 std::string StorageFolder(const std::string& given)
 {
     namespace fs = std::filesystem;
-    const fs::path path = fs::absolute(given);
+    const fs::path path = fs::current_path() / given;
     // Behind a link ".." leads elsewhere than its text tells.
     const bool climbs = std::find(path.begin(), path.end(), "..") != path.end();
     std::string folder = (climbs ? fs::weakly_canonical(path) : path).lexically_normal().string();
@@ -67,8 +67,8 @@ std::string StorageFolder(const std::string& given)
         Fail("\"/\" cannot be a storage folder");
     if (folder.find('\\') != std::string::npos)
         Fail("a storage folder's path cannot hold a backslash: " + folder);
-    if (!QvDirExists(folder))
-        Fail("no such folder: " + folder);
+    if (given.empty() || !QvDirExists(folder))
+        Fail("no such folder: " + (given.empty() ? "\"\"" : folder));
     return folder;
 }
 
@@ -145,16 +145,6 @@ int Verify(const TResStorage& storage, bool json)
     return look.IsWhole() ? 0 : 1;
 }
 
-/// Writes are not tested by the storage: this is where a full disk shows.
-TLook RequireWhole(const TResStorage& storage)
-{
-    TLook look = LookAtJournal(storage);
-    if (!look.IsWhole())
-        Fail("the journal was not written whole (" + Finding(look) +
-             "): " + storage.DirFile().toSysStr());
-    return look;
-}
-
 void LoadAndPrint(TResStorage& storage, bool json)
 {
     Require(storage.LoadDir(), "cannot load the journal of " + storage.Folder);
@@ -171,13 +161,11 @@ void LoadAndPrint(TResStorage& storage, bool json)
     Print(text);
 }
 
-/// Loads a journal that something is put behind: a broken one is repaired, and half a line at its
-/// end, which loading does not see, is cut off. It would make one line with what follows.
-void LoadForAppending(TResStorage& storage, const TResStorage::TLocker& locker)
+/// Leaves only the first bytes of the journal; needs no room on the disk.
+bool CutTo(const TResStorage& storage, std::uint64_t size)
 {
-    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
-    if (LookAtJournal(storage).Reading.UnreadBytes > 0)
-        Require(storage.SaveDir(locker), "cannot write the journal of " + storage.Folder);
+    TQvFileStream stream(storage.DirFile(), kQvOpenWrite, kQvShareAll);
+    return stream && stream.setSize(size) && stream.Flush() && stream.Close();
 }
 
 void Change(TResStorage& storage, const std::string& id, bool adding)
@@ -185,7 +173,13 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     if (id.empty() || id == "/" || !ResourceManager.IsValidResId(id, false))
         Fail("no valid id of a resource or folder: " + id);
     const auto locker = TStorageLocker::VCreate(storage, true);
-    LoadForAppending(storage, locker);
+    // Loading first, so that a broken journal is repaired before anything is put behind it. Half a
+    // line at its end, which loading does not see, would make one line with what follows.
+    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
+    const TJournalReading before = LookAtJournal(storage).Reading;
+    const std::string file = storage.DirFile().toSysStr();
+    if (before.UnreadBytes > 0 && !CutTo(storage, before.SealedBytes))
+        Fail("cannot cut half a line off " + file);
     const bool isFolder = id.back() == '/';
     const std::string bare = isFolder ? id.substr(0, id.size() - 1) : id;
     const std::string key = QvNormalizeResId(id);
@@ -195,11 +189,15 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     Require(done, "cannot write the journal of " + storage.Folder);
-    const TLook look = RequireWhole(storage);
-    const auto record = look.Entries.find(key);
-    const bool there = record != look.Entries.end() && record->second == QvExtractResName(bare);
-    if (adding != there)
-        Fail("the change of " + id + " is not in the journal");
+    // The storage does not test its writes: this is where a full disk shows.
+    const TLook after = LookAtJournal(storage);
+    const auto record = after.Entries.find(key);
+    const bool there = record != after.Entries.end() && record->second == QvExtractResName(bare);
+    if (after.IsWhole() && there == adding)
+        return;
+    const bool asItWas = CutTo(storage, before.SealedBytes);
+    Fail("the change of " + id + " could not be written to " + file +
+         (asItWas ? ", which is as it was" : ""));
 }
 
 void Rewrite(TResStorage& storage, bool fromContent)
@@ -209,7 +207,10 @@ void Rewrite(TResStorage& storage, bool fromContent)
     const bool done = fromContent ? storage.RecreateDir(locker)
                                   : storage.LoadDir(locker) && storage.SaveDir(locker);
     Require(done, "cannot write the journal of " + storage.Folder);
-    RequireWhole(storage);
+    const TLook look = LookAtJournal(storage);
+    if (!look.IsWhole())
+        Fail("the journal was not written whole (" + Finding(look) +
+             "): " + storage.DirFile().toSysStr());
 }
 } // namespace
 

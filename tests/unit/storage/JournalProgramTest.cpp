@@ -122,9 +122,15 @@ TEST_F(TProgramTest, Fails)
 TEST_F(TProgramTest, TellsThatTheDiskIsFull)
 {
     // Room for two bytes behind the journal.
-    WriteJournal(Sealed(kJournalHead + "!" + std::string(988, 'x') + "\r\n"));
-    ASSERT_EQ(Journal().size(), 1022u);
-    EXPECT_EQ(Run("add s /B", "trap '' XFSZ; ulimit -f 2;"),
+    const std::string journal = Sealed(kJournalHead + "!" + std::string(988, 'x') + "\r\n");
+    ASSERT_EQ(journal.size(), 1022u);
+    WriteJournal(journal);
+    const std::string full = "trap '' XFSZ; ulimit -f 2;";
+    EXPECT_EQ(Run("add s /B", full), "1 qvres: the change of /B could not be written to " + File() +
+                                         ", which is as it was\n");
+    EXPECT_EQ(Journal(), journal);
+    WriteJournal(Sealed(kJournalHead + "/A?" + std::string(988, 'x') + "\r\n"));
+    EXPECT_EQ(Run("merge s", "trap '' XFSZ; ulimit -f 1;"),
               "1 qvres: the journal was not written whole (torn tail): " + File() + "\n");
 }
 
