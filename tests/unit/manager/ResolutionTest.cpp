@@ -30,6 +30,8 @@ TEST(Resolution, LongestMountPointAnswers)
     };
     for (const auto& [id, skipExact, expected] : kRows)
         EXPECT_EQ(manager.GetNode4Id(id, true, true, skipExact)->MountPointId(), expected) << id;
+    const std::string longId = "/a/b/" + std::string(300, 'x');
+    EXPECT_EQ(manager.GetNode4Id(longId, true, true, false)->MountPointId(), "/A/B");
     EXPECT_EQ(manager.GetNode4Id("", false, true, true), nullptr);
 
     EXPECT_EQ(manager.GetResourceType("/a/x"), TResourceManager::kFileNode);
