@@ -1,11 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstring>
-#include <unistd.h>
 
-#include "manager/ResourceManager.h"
-#include "support/TempFolder.h"
+#include "ManagerFixtures.h"
 #include "support/TestProgress.h"
 #include "support/Thrown.h"
 
@@ -13,17 +8,9 @@ namespace
 {
 using TIds = std::set<std::string>;
 
-/// "/A" with "/A/in/M" mounted inside it, "/B", and "/V/deep" below a virtual folder.
-class CopyEx : public testing::Test
+class CopyEx : public TMountedTree
 {
 protected:
-    CopyEx()
-    {
-        symlink(Temp.MakeFolder("mounted through a link").c_str(), (Temp / "M").c_str());
-        for (const char* id : {"/A", "/A/in/M", "/B", "/V/deep"})
-            Manager.MountFileNodeE(id, Temp.MakeFolder(std::string(1, id[std::strlen(id) - 1])),
-                                   false);
-    }
     bool Copy(const TIds& sources, const std::string& destination)
     {
         Failed.clear();
@@ -32,49 +19,33 @@ protected:
         Params.DestFolder = destination;
         return Manager.CopyResourceEx(Params);
     }
-    /// What lies below "/B", folders with a trailing "/".
-    TIds Copied() const
-    {
-        const auto items = make_var<std::vector<TQvResFindItem>>();
-        Manager.Find(items, "/B", "*", 7, nullptr);
-        TIds ids;
-        for (const TQvResFindItem& item : *items)
-            ids.insert(item.Id.substr(3) + (item.Attrib.Kind == kResFolder ? "/" : ""));
-        return ids;
-    }
-    std::string Content(const std::string& name) const { return ReadFile(Temp / name); }
 
-    TTempFolder Temp;
-    TResourceManager Manager;
     TIds Failed;
     TResourceManager::TCopyResourceExParams Params;
 };
 
 TEST_F(CopyEx, LayoutFollowsTheCommonParent)
 {
-    for (const char* name : {"A/x", "A/xy", "A/sub/1", "A/sub/in/2", "A/subway/3", "M/4"})
-        Temp.Write(name, name);
-    Temp.MakeFolder("A/in/M");
-    symlink((Temp / "M").c_str(), (Temp / "A/link").c_str());
-    const std::tuple<TIds, const char*, TIds> kRows[] = {
+    const std::tuple<TIds, const char*, const char*> kRows[] = {
         // one source: the text before its last "/"
-        {{"/A/sub"}, "/B", {"sub/", "sub/1", "sub/in/", "sub/in/2"}},
-        {{"/A/sub/"}, "/B", {"1", "in/", "in/2"}}, // is its own parent
-        {{"/A/x"}, "/B/new/er/", {"new/", "new/er/", "new/er/x"}},
+        {{"/A/sub"}, "/B", "sub/1= sub/in/2="},
+        {{"/A/sub/"}, "/B", "1= in/2="}, // is its own parent
+        {{"/A/x"}, "/B/new/er/", "new/er/x="},
         // several: the nearest "/" that both of them have before they differ
-        {{"/A/x", "/A/sub/"}, "/B", {"x", "sub/", "sub/1", "sub/in/", "sub/in/2"}},
-        {{"/A/sub/1", "/A/subway/3"}, "/B", {"sub/", "sub/1", "subway/", "subway/3"}},
-        {{"/A/sub/", "/A/sub/1"}, "/B", {"1", "in/", "in/2"}},
+        {{"/A/x", "/A/sub/"}, "/B", "sub/1= sub/in/2= x="},
+        {{"/A/sub/1", "/A/subway/3"}, "/B", "sub/1= subway/3="},
+        {{"/A/sub/", "/A/sub/1"}, "/B", "1= in/2="},
         // ids that only share the first "/" keep their whole text; mounts are crossed
-        {{"/A/in/", "/V/"}, "/B", {"A/", "A/in/", "A/in/M/", "A/in/M/4", "V/", "V/deep/"}},
+        {{"/A/in/", "/V/"}, "/B", "A/in/M/4= V/D/"},
         // what is missing is left out; a source is listed even through a link
-        {{"/A/none", "/A/x", "no id"}, "/B", {"A/", "A/x"}},
-        {{"/A/link"}, "/B", {"link/", "link/4"}},
+        {{"/A/none", "/A/x", "no id"}, "/B", "A/x="},
+        {{"/A/link"}, "/B", "link/4="},
     };
     for (const auto& [sources, destination, expected] : kRows) {
-        EXPECT_TRUE(Copy(sources, destination));
-        EXPECT_EQ(Copied(), expected);
-        Manager.ClearFolder("/B", nullptr);
+        MakeTree(Temp.Path(), "A/x= A/xy= A/sub/1= A/sub/in/2= A/subway/3= A/in/M/ A/link>../M "
+                              "mounted_through_a_link/4= M>mounted_through_a_link B/ D/");
+        EXPECT_TRUE(Copy(sources, destination)) << expected;
+        EXPECT_EQ(TreeOf(Temp / "B"), expected);
     }
 }
 
@@ -82,7 +53,7 @@ TEST_F(CopyEx, RefusedDestinations)
 {
     Temp.Write("A/x", "content");
     for (const char* virtualFolder : {"/", "/V", "/V/", ""})
-        EXPECT_FALSE(Copy({"/V/deep"}, virtualFolder)) << virtualFolder;
+        EXPECT_FALSE(Copy({"/V/D"}, virtualFolder)) << virtualFolder;
     EXPECT_TRUE(Failed.empty()) << "nothing is done, nothing is noted";
     EXPECT_STREQ(Thrown([this] { Copy({"/A/x"}, "/A"); }).what(),
                  "The destination folder is the folder that the sources are in.");
@@ -93,20 +64,15 @@ TEST_F(CopyEx, RefusedDestinations)
 
 TEST_F(CopyEx, FailuresAndSkippedOnes)
 {
-    for (const char* name : {"A/1", "A/2", "A/file", "A/folder/in", "A/bad:name"})
-        Temp.Write(name, "new");
-    for (const char* name : {"B/1", "B/2", "B/file/is a folder", "B/folder"})
-        Temp.Write(name, "old");
-    symlink((Temp / "A/folder").c_str(), (Temp / "A/link").c_str());
+    MakeTree(Temp.Path(), "A/1=new A/2=new A/file=new A/folder/in=new A/bad:name=new A/link>folder "
+                          "B/1=old B/2=old B/file/is_a_folder=old B/folder=is_a_file");
     EXPECT_TRUE(Copy({"/A/1", "/A/2"}, "/B")) << "a skipped resource is no failure";
     EXPECT_EQ(Content("B/1"), "old");
     Params.OverwriteCallback = [](const std::string& id, void*) { return id == "/B/2"; };
     Params.OverwriteDefault = true; // the callback wins
     EXPECT_FALSE(Copy({"/A/"}, "/B"));
     EXPECT_EQ(Failed, (TIds{"/A/bad:name", "/A/file", "/A/folder", "/A/folder/in", "/A/link"}));
-    EXPECT_FALSE(Exists(Temp / "B/link")) << "nothing would be in it";
-    EXPECT_EQ(Content("B/1"), "old");
-    EXPECT_EQ(Content("B/2"), "new");
+    EXPECT_EQ(TreeOf(Temp / "B"), "1=old 2=new file/is_a_folder=old folder=is_a_file");
     Params.OverwriteCallback = nullptr;
     EXPECT_TRUE(Copy({"/A/1", "/A/2"}, "/B"));
     EXPECT_EQ(Content("B/1"), "new");
@@ -117,14 +83,13 @@ TEST_F(CopyEx, FailuresAndSkippedOnes)
 
 TEST_F(CopyEx, AParentThatGoesIsMadeAgain)
 {
-    for (const char* name : {"A/f/1", "A/f/2", "B/f/2"})
-        Temp.Write(name, "");
+    MakeTree(Temp.Path(), "A/f/1= A/f/2= B/f/2=");
     Params.CallbackContext = &Manager;
     Params.OverwriteCallback = [](const std::string&, void* context) {
         return static_cast<TResourceManager*>(context)->ClearFolder("/B", nullptr);
     };
     EXPECT_TRUE(Copy({"/A/f/1", "/A/f/2"}, "/B/f"));
-    EXPECT_EQ(Copied(), (TIds{"f/", "f/2"}));
+    EXPECT_EQ(TreeOf(Temp / "B"), "f/2=");
 }
 
 TEST_F(CopyEx, ProgressIsWeightedByBytes)
@@ -168,8 +133,7 @@ TEST_F(CopyEx, AUserBreakEndsTheCopy)
         Params.OverwriteDefault = true;
         EXPECT_FALSE(Copy({"/A/1", "/A/2", "/A/3"}, '/' + folder));
         EXPECT_EQ(Failed, failed) << folder << breakAfter;
-        EXPECT_EQ(NamesIn(Temp / folder), (std::vector<std::string>{"1", "2"}));
-        EXPECT_EQ(Content(folder + "/2"), "old");
+        EXPECT_EQ(TreeOf(Temp / folder), "1=old 2=old") << folder << breakAfter;
         EXPECT_FALSE(progress.Started());
     }
 }

@@ -1,142 +1,97 @@
-#include <gtest/gtest.h>
-
-#include <stdexcept>
-
-#include "QvConfig/Config.h"
-#include "QvStd/Message.h"
+#include "ManagerFixtures.h"
 #include "QvStd/URLManager.h"
 #include "manager/ModuleInitializer.h"
-#include "manager/QvServicesModule.h"
-#include "manager/ResourceManager.h"
-#include "support/VarFolder.h"
+#include "support/Thrown.h"
 
 namespace
 {
-template <class TException>
-std::string TextOfInit(TResourceManager& manager)
-{
-    try {
-        manager.Init();
-    } catch (const TQvMessage& message) {
-        return message.text();
-    } catch (const TException& error) {
-        return error.what();
-    }
-    return "no exception";
-}
+using Init = TStartedManager;
 
-struct TService
+TEST(Module, InitNeedsAStartedAndLoadedConfiguration)
 {
-    TService() { Init_QvServices(); }
-    ~TService() { Deinit_QvServices(); }
-};
-
-TEST(Module, CountsItsStarts)
-{
-    Deinit_QvServices();
-    EXPECT_EQ(pQvConfigData, nullptr) << "a stop without a start does nothing";
+    TResourceManager manager;
+    const auto failure = [&manager] { return ThrownText([&] { manager.Init(); }); };
+    const TTempFolder empty;
+    const TEnvironmentVariable registry("QV_REGISTRY_DIR", empty.Path());
+    Deinit_QvServices(); // without a start it does nothing
+    EXPECT_EQ(failure(), "@QvConfigData is not initialized");
     Init_QvServices();
     Init_QvServices();
     Deinit_QvServices();
-    EXPECT_NE(pQvConfigData, nullptr);
+    EXPECT_EQ(failure(), "@bool TResourceManager::Init(): QvConfigData not loaded");
     Deinit_QvServices();
-    EXPECT_EQ(pQvConfigData, nullptr);
+    EXPECT_EQ(failure(), "@QvConfigData is not initialized");
 }
 
-TEST(Module, KnowsItsFile)
+TEST_F(Init, KnowsItsModulesFile)
 {
-    const TService service;
     auto& module = QvModule_Initializer::getInst();
-    EXPECT_EQ(module.ModuleFolder() + module.ModuleFileName(), module.ModuleFile());
-    EXPECT_NE(module.ModuleFileName(), "");
+    const std::string file = module.ModuleFile();
+    EXPECT_NE(module.ModuleFileName(), "") << "of the running program";
     constexpr const char* kRows[][4] = {
         {"/a/libQv.so", "/a/", "libQv.so", "so"},
         {"C:\\x\\q.dll", "C:\\x\\", "q.dll", "dll"},
         {"plain", "", "plain", ""},
         {"/a.b/end.", "/a.b/", "end.", ""},
     };
-    const std::string file = module.ModuleFile();
-    for (const auto& row : kRows) {
-        module.SetModuleFile(row[0]);
-        EXPECT_EQ(module.ModuleFolder(), row[1]);
-        EXPECT_EQ(module.ModuleFileName(), row[2]);
-        EXPECT_EQ(module.ModuleExtension(), row[3]);
+    for (const auto& [path, folder, name, extension] : kRows) {
+        module.SetModuleFile(path);
+        EXPECT_EQ(module.ModuleFolder(), folder) << path;
+        EXPECT_EQ(module.ModuleFileName(), name) << path;
+        EXPECT_EQ(module.ModuleExtension(), extension) << path;
     }
     module.SetModuleFile(file);
     EXPECT_EQ(module.get_resource_string("global.None"), "");
     EXPECT_EQ(module.get_resource_string("global.None", "default"), "default");
 }
 
-TEST(Init, NeedsALoadedConfiguration)
+TEST_F(Init, MountsTheProfileInKeyOrderAndTheRootLast)
 {
-    TResourceManager manager;
-    EXPECT_EQ(TextOfInit<std::runtime_error>(manager), "@QvConfigData is not initialized");
-    TTempFolder empty;
-    setenv("QV_REGISTRY_DIR", empty.Path().c_str(), 1);
-    const TService service;
-    EXPECT_EQ(TextOfInit<std::runtime_error>(manager),
-              "@bool TResourceManager::Init(): QvConfigData not loaded");
-    unsetenv("QV_REGISTRY_DIR");
-}
-
-TEST(Init, MountsTheProfileInKeyOrderAndTheRootLast)
-{
-    TTempFolder data;
-    const TVarFolder var(
-        {{"/b", data.Path()}, {"/A", data.Path()}, {"/My Computer/Data", data.Path()}});
-    const TService service;
-    TResourceManager manager;
+    for (const char* id : {"/My Computer/Data", "/b"})
+        Manager.MountFileNodeE(id, Data.Path(), true);
     for (int i = 0; i < 2; ++i) {
-        EXPECT_TRUE(manager.Init());
-        std::vector<std::string> mountPoints;
-        for (const auto& node : manager.MountNodes())
-            mountPoints.push_back(node->MountPointId());
-        EXPECT_EQ(mountPoints, (std::vector<std::string>{"/A", "/b", "/My Computer/Data", ""}));
+        EXPECT_TRUE(Manager.Init());
+        std::vector<std::string> ids;
+        for (const auto& node : Manager.MountNodes())
+            ids.push_back(node->MountPointId());
+        EXPECT_EQ(ids, (std::vector<std::string>{"/b", "/Data", "/My Computer/Data", ""}));
     }
-    EXPECT_EQ(manager.Profile().Name, "Test");
+    EXPECT_EQ(Manager.Profile().Name, "Test");
     EXPECT_NE(QvURLManager.SchemeHandler("qvres"), nullptr);
 }
 
-TEST(Init, SettingsHaveDefaultsButOneIsKept)
+TEST_F(Init, SettingsHaveDefaultsButOneIsKept)
 {
-    const TVarFolder var;
-    const TService service;
-    TResourceManager manager;
-    manager.Init();
-    EXPECT_EQ(manager.Config().StDirLockTimeout, 10000u);
-    EXPECT_EQ(manager.Config().StDirSyncMinInterval, 1000u);
-    EXPECT_EQ(manager.Config().StDirChangeCount2Merge, 256u);
-    EXPECT_FALSE(manager.Config().MountMyComputer);
-    var.Write("Config/ResourceManager.x-ini", "MountMyComputer=2\nStDirChangeCount2Merge=7\n");
-    manager.Init();
-    EXPECT_TRUE(manager.Config().MountMyComputer);
-    EXPECT_EQ(manager.Config().StDirChangeCount2Merge, 7u);
-    var.Write("Config/ResourceManager.x-ini", "StDirLockTimeout=5\n");
-    manager.Init();
-    EXPECT_TRUE(manager.Config().MountMyComputer) << "it keeps the value of the previous Init";
-    EXPECT_EQ(manager.Config().StDirLockTimeout, 5u);
-    EXPECT_EQ(manager.Config().StDirChangeCount2Merge, 256u);
+    const std::tuple<const char*, unsigned, unsigned, unsigned, bool> kRows[] = {
+        {nullptr, 10000, 1000, 256, false},
+        {"MountMyComputer=2\nStDirChangeCount2Merge=7\n", 10000, 1000, 7, true},
+        {"StDirLockTimeout=5\n", 5, 1000, 256, true}, // as the previous Init left it
+    };
+    for (const auto& [settings, timeout, interval, changes, myComputer] : kRows) {
+        if (settings != nullptr)
+            Var.Write("Config/ResourceManager.x-ini", settings);
+        Manager.Init();
+        EXPECT_EQ(Manager.Config().StDirLockTimeout, timeout);
+        EXPECT_EQ(Manager.Config().StDirSyncMinInterval, interval) << timeout;
+        EXPECT_EQ(Manager.Config().StDirChangeCount2Merge, changes) << timeout;
+        EXPECT_EQ(Manager.Config().MountMyComputer, myComputer) << timeout;
+    }
 }
 
-TEST(Init, FailureLeavesNoIndexIntoNothing)
+TEST_F(Init, FailureLeavesNoIndexIntoNothing)
 {
-    TTempFolder data;
-    const TVarFolder var({{"/A", data.Path()}});
-    const TService service;
-    TResourceManager manager;
-    manager.Init();
-    var.Write("Profiles/Test/profile.x-ini",
-              "[profile]\nremote=0\n[mount]\nnode=/A\npath=" + data.Path() +
+    const auto init = [this] { Manager.Init(); };
+    Var.Write("Profiles/Test/profile.x-ini",
+              "[profile]\nremote=0\n[mount]\nnode=/A\npath=" + Data.Path() +
                   "\n[/mount]\n[mount]\nnode=/Group\n[storagegroup]\n[/storagegroup]\n"
                   "[/mount]\n[/profile]\n");
-    EXPECT_EQ(TextOfInit<std::runtime_error>(manager),
-              "@bool TResourceManager::Init(): Error mounting node /Group");
-    EXPECT_EQ(manager.MountNodes().size(), 1u) << "what was loaded before stays in the list";
-    EXPECT_EQ(manager.GetNode4Id("/A/x", false, true, false), nullptr);
-    EXPECT_THROW(manager.MountFileNodeE("/A", data.Path(), false), TQvMessage)
+    EXPECT_EQ(ThrownText(init), "@bool TResourceManager::Init(): Error mounting node /Group");
+    EXPECT_EQ(Manager.MountNodes().size(), 1u) << "what was loaded before stays in the list";
+    EXPECT_EQ(Manager.GetNode4Id("/A/x", false, true, false), nullptr);
+    EXPECT_THROW(Manager.MountFileNodeE("/A", Data.Path(), false), TQvMessage)
         << "it is in the list";
-    var.Write("Profiles/Test/profile.x-ini", "broken\n");
-    EXPECT_NE(TextOfInit<std::runtime_error>(manager), "no exception");
-    EXPECT_TRUE(manager.MountNodes().empty());
+    Var.Write("Profiles/Test/profile.x-ini", "broken\n");
+    EXPECT_NE(ThrownText(init), "");
+    EXPECT_TRUE(Manager.MountNodes().empty());
 }
 } // namespace

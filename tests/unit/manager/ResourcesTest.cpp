@@ -1,63 +1,39 @@
-#include <gtest/gtest.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ManagerFixtures.h"
 #include "QvStd/FileStream.h"
-#include "QvStd/Message.h"
-#include "manager/ResourceManager.h"
-#include "support/TempFolder.h"
 #include "support/TestProgress.h"
+#include "support/Thrown.h"
 
 namespace
 {
-/// Two mounts, "/A" and "/B".
-class Resources : public testing::Test
-{
-protected:
-    Resources()
-    {
-        Manager.MountFileNodeE("/A", Temp.MakeFolder("a"), false);
-        Manager.MountFileNodeE("/B", Temp.MakeFolder("b"), false);
-    }
-    std::string Disk(const std::string& name) const { return Temp / name; }
-
-    TTempFolder Temp;
-    TResourceManager Manager;
-};
+using Resources = TMountedTree;
 
 TEST_F(Resources, OpenTellsWhatItCouldNotDo)
 {
-    constexpr std::pair<qvOpenMode, const char*> kRows[] = {
-        {7, "The resource \"%1%\" cannot be created."},
-        {11, "The resource \"%1%\" cannot be created."},
-        {12, "The resource \"%1%\" cannot be created."},
-        {8, "The resource \"%1%\" cannot be opened for writing."},
-        {9, "The resource \"%1%\" cannot be opened for writing."},
-        {10, "The resource \"%1%\" cannot be opened for reading."},
-        {0, "The resource \"%1%\" cannot be opened."},
-        {6, "The resource \"%1%\" cannot be opened."},
-        {13, "The resource \"%1%\" cannot be opened."},
+    const std::pair<const char*, std::vector<qvOpenMode>> kRows[] = {
+        {"The resource \"%1%\" cannot be created.", {7, 11, 12}},
+        {"The resource \"%1%\" cannot be opened for writing.", {8, 9}},
+        {"The resource \"%1%\" cannot be opened for reading.", {10}},
+        {"The resource \"%1%\" cannot be opened.", {0, 6, 13}},
     };
-    for (const char* id : {"/A/no/such", "/Z"}) {
-        for (const auto& [mode, text] : kRows) {
-            try {
-                Manager.OpenResourceE(id, mode, kQvShareAll, 0);
-                ADD_FAILURE() << id << " in mode " << mode;
-            } catch (const TQvMessage& message) {
-                EXPECT_EQ(message.text(), text) << mode;
-                EXPECT_EQ(message.arguments(), std::vector<std::string>{id});
+    for (const auto& [text, modes] : kRows)
+        for (const qvOpenMode mode : modes)
+            for (const char* id : {"/A/no/such", "/Z"}) {
+                const TQvMessage error =
+                    Thrown([&] { Manager.OpenResourceE(id, mode, kQvShareAll, 0); });
+                EXPECT_EQ(error.text(), text) << id << " in mode " << mode;
+                EXPECT_EQ(error.arguments(), std::vector<std::string>{id});
             }
-        }
-    }
     EXPECT_THROW(Manager.OpenResource("A", kQvOpenRead, kQvShareAll, 0), TQvMessage);
-    Temp.Write("a/x", "1");
+    Temp.Write("A/x", "1");
     EXPECT_TRUE(*Manager.OpenResourceE("/A/x", kQvOpenRead, kQvShareAll, 0));
 }
 
 TEST_F(Resources, ExistsNeverThrows)
 {
-    Temp.Write("a/x", "1");
+    Temp.Write("A/x", "1");
     EXPECT_EQ(Manager.ResourceExists("/a/x"), kResResource);
     EXPECT_EQ(Manager.ResourceExists("/A///"), kResFolder);
     EXPECT_EQ(Manager.ResourceExists("/"), kResFolder);
@@ -65,128 +41,89 @@ TEST_F(Resources, ExistsNeverThrows)
         EXPECT_EQ(Manager.ResourceExists(id), kResNothing) << id;
 }
 
-TEST_F(Resources, CopyBetweenNodesTakesTheSidecar)
+TEST_F(Resources, CopiedAndMovedBetweenNodes)
 {
-    Temp.Write("a/x", "content");
-    Temp.Write("a/x.meta", "meta");
-    TTestProgress progress;
-    progress.Start();
-    EXPECT_TRUE(Manager.CopyResource("/A/x", "/B/y", &progress));
-    EXPECT_EQ(progress.Positions.back(), 1.0);
-    EXPECT_EQ(ReadFile(Disk("b/y")), "content");
-    EXPECT_EQ(ReadFile(Disk("b/y.meta")), "meta");
+    const auto copy = [this](const char* from, const char* to) {
+        return [=] { return Manager.CopyResource(from, to, nullptr); };
+    };
+    const auto copyMeta = [this](const char* from, const char* to) {
+        return [=] { return Manager.CopyResourceMeta(from, to); };
+    };
+    const auto move = [this](const char* from, const char* to) {
+        return [=] { return Manager.RenMovResource(from, to, nullptr); };
+    };
+    Manager.MountFileNodeE("/Same", Temp / "A", false);
+    ExpectTrees(
+        Temp.Path(),
+        {{"with its sidecar", copy("/A/x", "/B/y"), true, "A/x=1 A/x.meta=m B/",
+          "A/x=1 A/x.meta=m B/y=1 B/y.meta=m"},
+         {"the target's stays when there is none", copy("/A/x", "/B/y"), true,
+          "A/x=1 B/y=2 B/y.meta=m", "A/x=1 B/y=1 B/y.meta=m"},
+         {"but not a stale one", copy("/A/x", "/B/y"), true, "A/x=1 B/y.meta=m", "A/x=1 B/y=1"},
+         {"no sidecar empties none", copyMeta("/A/x", "/B/y"), false, "A/x=1 B/y=2 B/y.meta=m"},
+         {"no source", copy("/A/x", "/B/y"), false, "A/ B/y=2"},
+         {"onto a folder", copy("/A/x", "/B/y"), false, "A/x=1 B/y/"},
+         {"into no folder", copy("/A/x", "/B/no/y"), false, "A/x=1 B/"},
+         {"nothing is mounted there", copy("/A/x", "/Z"), false, "A/x=1"},
 
-    Temp.Write("a/plain", "2");
-    EXPECT_TRUE(Manager.CopyResource("/A/plain", "/B/y", nullptr));
-    EXPECT_EQ(ReadFile(Disk("b/y")), "2");
-    EXPECT_EQ(ReadFile(Disk("b/y.meta")), "meta") << "stays when the source has none";
-    EXPECT_FALSE(Manager.CopyResourceMeta("/A/plain", "/B/y")) << "and is not emptied";
-    EXPECT_EQ(ReadFile(Disk("b/y.meta")), "meta");
+         {"moved", move("/A/x", "/B/y"), true, "A/x=1 A/x.meta=m B/", "A/ B/y=1 B/y.meta=m"},
+         {"moved into no folder", move("/A/x", "/B/no/y"), false, "A/x=1 B/"},
+         {"a link would lead to nothing", move("/B/x", "/A/x"), false, "A/x>../B/x B/x=1"},
+         {"a sidecar that cannot follow is not lost", move("/A/x", "/B/y"), false,
+          "A/x=1 A/x.meta=m B/y.meta/", "A/x=1 A/x.meta=m B/y=1 B/y.meta/"},
 
-    Temp.Write("b/new.meta", "stale");
-    EXPECT_TRUE(Manager.CopyResource("/A/plain", "/B/new", nullptr));
-    EXPECT_EQ(NamesIn(Disk("b")), (std::vector<std::string>{"new", "y", "y.meta"}));
+         {"one folder, copy", copy("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"},
+         {"one folder, sidecar", copyMeta("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"},
+         {"one folder, move", move("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"}});
+
+    // a hard link is another entry of one file: the source goes
+    MakeTree(Temp.Path(), "A/h=linked B/");
+    ASSERT_EQ(link((Temp / "A/h").c_str(), (Temp / "B/h").c_str()), 0);
+    EXPECT_TRUE(Manager.RenMovResource("/A/h", "/B/h", nullptr));
+    EXPECT_EQ(TreeOf(Temp.Path()), "A/ B/h=linked");
 }
 
 TEST_F(Resources, FailedCopyLeavesNoHalfTarget)
 {
-    Temp.Write("a/big", std::string(20 << 20, 'x'));
-    Temp.Write("b/old", "old");
-    Temp.MakeFolder("b/folder");
-    EXPECT_FALSE(Manager.CopyResource("/A/none", "/B/old", nullptr));
-    EXPECT_FALSE(Manager.CopyResource("/A/big", "/B/folder", nullptr));
-    EXPECT_FALSE(Manager.CopyResource("/A/big", "/B/no/such", nullptr));
-    EXPECT_FALSE(Manager.CopyResource("/A/big", "/Z", nullptr));
+    Temp.Write("A/big", std::string(20 << 20, 'x'));
+    Temp.Write("B/old", "old");
     for (const char* target : {"/B/old", "/B/new", "/A/new"}) {
         TTestProgress progress;
         progress.BreakAfter = 1;
         EXPECT_FALSE(Manager.CopyResource("/A/big", target, &progress)) << target;
         EXPECT_FALSE(Manager.RenMovResource("/A/big", "/B/new", &progress));
     }
-    TQvFileStream other(TQvPath(Disk("b/old")), kQvOpenWrite, 0);
+    const TQvFileStream other(TQvPath(Temp / "B/old"), kQvOpenWrite, 0);
     EXPECT_FALSE(Manager.CopyResource("/A/big", "/B/old", nullptr))
         << "somebody has it for himself";
-    EXPECT_EQ(ReadFile(Disk("b/old")), "old");
-    EXPECT_EQ(NamesIn(Disk("b")), (std::vector<std::string>{"folder", "old"}));
-    EXPECT_EQ(NamesIn(Disk("a")), (std::vector<std::string>{"big"}));
+    EXPECT_EQ(TreeOf(Temp / "B"), "old=old");
+    EXPECT_EQ(NamesIn(Temp / "A"), (std::vector<std::string>{"big"}));
 }
 
-TEST_F(Resources, OverwritingBetweenNodesKeepsPermissions)
+TEST_F(Resources, OverwritingBetweenNodesKeepsPermissionsAndShowsProgress)
 {
-    Temp.Write("a/x", "new");
-    Temp.Write("b/x", "private");
-    ASSERT_EQ(chmod(Disk("b/x").c_str(), 0600), 0);
-    EXPECT_TRUE(Manager.CopyResource("/A/x", "/B/x", nullptr));
+    MakeTree(Temp.Path(), "A/x=new B/x=private");
+    ASSERT_EQ(chmod((Temp / "B/x").c_str(), 0600), 0);
+    TTestProgress progress;
+    progress.Start();
+    EXPECT_TRUE(Manager.CopyResource("/A/x", "/B/x", &progress));
+    EXPECT_EQ(progress.Positions.back(), 1.0);
     struct stat status = {};
-    ASSERT_EQ(stat(Disk("b/x").c_str(), &status), 0);
+    ASSERT_EQ(stat((Temp / "B/x").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600u);
-    EXPECT_EQ(ReadFile(Disk("b/x")), "new");
-}
-
-TEST_F(Resources, TwoMountsOfOneFolder)
-{
-    Manager.MountFileNodeE("/Same", Disk("a"), false);
-    Temp.Write("a/x", "content");
-    Temp.Write("a/x.meta", "meta");
-    EXPECT_TRUE(Manager.CopyResource("/A/x", "/Same/x", nullptr));
-    EXPECT_TRUE(Manager.CopyResourceMeta("/A/x", "/Same/x"));
-    EXPECT_TRUE(Manager.RenMovResource("/A/x", "/Same/x", nullptr));
-    EXPECT_EQ(ReadFile(Disk("a/x")), "content");
-    EXPECT_EQ(ReadFile(Disk("a/x.meta")), "meta");
-}
-
-TEST_F(Resources, MoveBetweenNodes)
-{
-    // a hard link is another entry of one file: the source goes. A symbolic link would lead to
-    // nothing then
-    Temp.Write("a/h", "linked");
-    ASSERT_EQ(link(Disk("a/h").c_str(), Disk("b/h").c_str()), 0);
-    EXPECT_TRUE(Manager.RenMovResource("/A/h", "/B/h", nullptr));
-    EXPECT_FALSE(Exists(Disk("a/h")));
-    ASSERT_EQ(symlink(Disk("b/h").c_str(), Disk("a/h").c_str()), 0);
-    EXPECT_FALSE(Manager.RenMovResource("/B/h", "/A/h", nullptr));
-    EXPECT_EQ(ReadFile(Disk("a/h")), "linked");
-
-    // a sidecar that cannot follow is not lost
-    Temp.Write("a/m", "content");
-    Temp.Write("a/m.meta", "precious");
-    Temp.MakeFolder("b/m.meta");
-    EXPECT_FALSE(Manager.RenMovResource("/A/m", "/B/m", nullptr));
-    EXPECT_EQ(ReadFile(Disk("a/m.meta")), "precious");
-
-    Temp.Write("a/x", "content");
-    EXPECT_TRUE(Manager.RenMovResource("/A/x", "/B/x", nullptr));
-    EXPECT_EQ(ReadFile(Disk("b/x")), "content");
-    EXPECT_FALSE(Exists(Disk("a/x")));
-    EXPECT_FALSE(Manager.RenMovResource("/B/x", "/A/no/x", nullptr));
-    EXPECT_EQ(ReadFile(Disk("b/x")), "content");
+    EXPECT_EQ(Content("B/x"), "new");
 }
 
 TEST_F(Resources, DiskFileOfAResource)
 {
     EXPECT_EQ(Manager.GetResourceFile("/A/x", false), "");
     EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), "");
-    EXPECT_EQ(Manager.GetResourceFile("/A/x", true), Disk("a/x"));
-    EXPECT_EQ(ReadFile(Disk("a/x")), "");
-    EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), Disk("a/"));
+    EXPECT_EQ(Manager.GetResourceFile("/A/x", true), Temp / "A/x");
+    EXPECT_EQ(Content("A/x"), "");
+    EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), Temp / "A/");
     EXPECT_EQ(Manager.GetResourceFile("/A", true), "");
     const auto lock = Manager.CreateLockFile("/A/x", 100, true, "me");
-    ASSERT_TRUE(lock);
-    EXPECT_TRUE(*lock);
+    EXPECT_TRUE(lock && *lock);
 }
 
-TEST(ResourceLabelWeak, WorksOnTheGlobalManager)
-{
-    TTempFolder temp;
-    ResourceManager.MountFileNodeE("/Weak", temp.Path(), false);
-    temp.Write("x", "12345");
-    TQvResourceLabel label;
-    label.CRC = 7;
-    EXPECT_TRUE(TResourceManager::GetResourceLabelWeak("/weak/x", &label));
-    EXPECT_EQ(label.Size, 5u);
-    EXPECT_NE(label.Time, TQvDateTime());
-    EXPECT_EQ(label.CRC, 7u) << "no checksum is computed";
-    EXPECT_FALSE(TResourceManager::GetResourceLabelWeak("/weak", &label));
-    ResourceManager.UnmountNodeE("/Weak", false);
-}
 } // namespace

@@ -1,231 +1,151 @@
 #include "nodes/FileMountNode.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <sys/socket.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <QDirIterator>
 #include <QFileInfo>
 
-#include "QvStd/Message.h"
-#include "storage/ResFileStream.h"
-#include "support/TempFolder.h"
+#include "support/FolderTree.h"
+#include "support/Listing.h"
 #include "support/TestProgress.h"
+#include "support/Thrown.h"
 
 namespace
 {
+using TIds = std::vector<std::string>;
+
+/// "/D" is the folder "data".
 class FileMountNode : public testing::Test
 {
 protected:
-    FileMountNode() : Node("/D", TQvPath(Temp.MakeFolder("data"))) {}
-
-    std::string Disk(const std::string& name) const { return Temp / ("data/" + name); }
-    void Write(const std::string& name, const std::string& content) const
-    {
-        Temp.Write("data/" + name, content);
-    }
+    std::string Disk(const std::string& name) const { return Folder + "/" + name; }
     bool Opens(const std::string& id, qvOpenMode mode)
     {
-        const auto stream = Node.OpenResource(id, mode, kQvShareAll, 0);
-        return static_cast<bool>(*stream);
-    }
-    std::vector<TQvResFindItem> List(const std::string& mask, unsigned flags,
-                                     const std::string& folder = "/D") const
-    {
-        const auto items = make_var<std::vector<TQvResFindItem>>();
-        const bool found = Node.Find(items, folder, mask, flags, nullptr);
-        EXPECT_EQ(found, !items->empty());
-        return *items;
-    }
-    std::vector<std::string> Ids(const std::string& mask, unsigned flags) const
-    {
-        std::vector<std::string> ids;
-        for (const TQvResFindItem& item : List(mask, flags))
-            ids.push_back(item.Id + (item.Attrib.Kind == kResFolder ? "/" : ""));
-        std::sort(ids.begin(), ids.end());
-        return ids;
+        return static_cast<bool>(*Node.OpenResource(id, mode, kQvShareAll, 0));
     }
 
     TTempFolder Temp;
-    TFileMountNode Node;
+    const std::string Folder = Temp.MakeFolder("data");
+    TFileMountNode Node{"/D", TQvPath(Folder)};
 };
-
-using TIds = std::vector<std::string>;
 
 TEST_F(FileMountNode, NoIdLeadsOutOfTheFolder)
 {
-    const std::string folder = Temp / "data";
-    EXPECT_EQ(Node.PathFromId("/D"), folder);
-    EXPECT_EQ(Node.PathFromId("/D/a/b.c"), folder + "/a/b.c");
-    EXPECT_EQ(Node.PathFromId("/D//etc/passwd"), folder + "/etc/passwd");
-    EXPECT_EQ(Node.PathFromId("/D/../../x"), folder + "/x");
-    EXPECT_EQ(Node.PathFromId("/D/a/../../../x/./y"), folder + "/x/y");
+    EXPECT_EQ(Node.PathFromId("/D"), Folder);
+    EXPECT_EQ(Node.PathFromId("/D/a/b.c"), Folder + "/a/b.c");
+    EXPECT_EQ(Node.PathFromId("/D//etc/passwd"), Folder + "/etc/passwd");
+    EXPECT_EQ(Node.PathFromId("/D/a/../../../x/./y"), Folder + "/x/y");
     EXPECT_EQ(Node.ResourceExists("/D/.."), kResFolder);
 
     // what lies beside the folder is no sidecar of it, and the folder itself is not deleted by way
     // of ".."
-    Temp.Write("data.meta", "mine");
-    Temp.Write("x.txt", "outside");
-    for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12})
-        EXPECT_FALSE(Opens("/D/..", mode) || Opens("/D", mode) || Opens("/D/a/..", mode));
+    MakeTree(Temp.Path(), "data/a.txt=a data/sub/ data.meta=mine x.txt=outside");
+    for (const char* folder : {"/D", "/D/..", "/D/a/..", "/D/sub", "/D/sub/"})
+        for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12, 0, 13})
+            EXPECT_FALSE(Opens(folder, mode)) << folder << " in mode " << mode;
     EXPECT_FALSE(Node.ResourceMetaExists("/D/.."));
     EXPECT_FALSE(Node.DeleteResource("/D/../x.txt"));
     EXPECT_FALSE(Node.DeleteFolder("/D/.."));
-    Node.CreateFolder("/D/sub");
     EXPECT_NO_THROW(Node.RenameFolderE("/D/sub", "../../renamed"));
-    Write("a.txt", "a");
     EXPECT_FALSE(Node.CopyResource("/D/a.txt", "/D/..", nullptr));
     EXPECT_FALSE(Node.RenMovResource("/D/a.txt", "/D/..", nullptr));
-    EXPECT_EQ(NamesIn(Temp.Path()), (TIds{"data", "data.meta", "x.txt"}));
-    EXPECT_EQ(NamesIn(folder), (TIds{"a.txt", "renamed"}));
+    EXPECT_EQ(TreeOf(Temp.Path()), "data.meta=mine data/a.txt=a data/renamed/ x.txt=outside");
 }
 
-TEST_F(FileMountNode, OpenKnowsItsResource)
+TEST_F(FileMountNode, OpenNamesTheStreamAndTakesTheSizeHint)
 {
-    Write("a.txt", "content");
-    const auto stream = Node.OpenResource("/D/a.txt", kQvOpenRead, kQvShareAll, 0);
-    ASSERT_TRUE(*stream);
-    EXPECT_EQ(stream->InfoName(), "qvres:/D/a.txt");
-    const auto* resource = dynamic_cast<const TQvResStream*>(stream.get());
-    ASSERT_NE(resource, nullptr);
-    EXPECT_EQ(resource->ResId(), "/D/a.txt");
-    EXPECT_EQ(resource->Type(), kStreamPlainFile);
-    EXPECT_EQ(resource->URL().std_str(), "qvres:/D/a.txt");
-    EXPECT_EQ(TResStorageStream("/x").Type(), kStreamStorage);
-
-    const auto sized = Node.OpenResource("/D/new", kQvOpenCreate, kQvShareAll, 1000);
-    EXPECT_EQ(sized->getSize(), 1000u);
-    EXPECT_EQ(sized->getPosition(), 0u);
-}
-
-TEST_F(FileMountNode, OnlyFilesOpen)
-{
-    ASSERT_EQ(mkfifo(Disk("fifo").c_str(), 0600), 0);
-    ASSERT_EQ(symlink("/dev/null", Disk("device").c_str()), 0);
-    const int descriptor = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    Disk("socket").copy(address.sun_path, sizeof address.sun_path - 1);
-    ASSERT_EQ(bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    close(descriptor);
-    Node.CreateFolder("/D/folder");
-    for (const char* id : {"/D/fifo", "/D/device", "/D/socket", "/D/folder", "/D/folder/"})
-        for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12, 0, 13})
-            EXPECT_FALSE(Opens(id, mode)) << id << " in mode " << mode;
+    const auto stream = Node.OpenResource("/D/new", kQvOpenCreate, kQvShareAll, 1000);
+    EXPECT_EQ(stream->InfoName(), "qvres:/D/new");
+    EXPECT_EQ(stream->getSize(), 1000u);
+    EXPECT_EQ(stream->getPosition(), 0u);
 }
 
 TEST_F(FileMountNode, StaleSidecarGoesWithTheMissingResource)
 {
     for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12}) {
-        Write("a.txt.meta", "stale");
-        Opens("/D/a.txt", mode);
-        EXPECT_FALSE(Exists(Disk("a.txt.meta"))) << mode;
-        EXPECT_FALSE(Node.ResourceMetaExists("/D/a.txt")) << mode;
-        unlink(Disk("a.txt").c_str());
+        MakeTree(Folder, "a.meta=stale b= b.meta=live folder/.meta=a_file_of_the_folder");
+        for (const char* id : {"/D/a", "/D/b", "/D/folder/"})
+            Opens(id, mode);
+        unlink(Disk("a").c_str());
+        EXPECT_EQ(TreeOf(Folder), "b= b.meta=live folder/.meta=a_file_of_the_folder") << mode;
     }
-    Write("a.txt", "a");
-    Write("a.txt.meta", "live");
-    for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12})
-        Opens("/D/a.txt", mode);
-    EXPECT_EQ(ReadFile(Disk("a.txt.meta")), "live");
-    Write("folder/.meta", "a file of the folder");
-    Opens("/D/folder/", kQvOpenRead);
-    EXPECT_TRUE(Exists(Disk("folder/.meta"))) << "a folder's id has no sidecar";
 }
 
 TEST_F(FileMountNode, MetadataNeedsItsResource)
 {
-    EXPECT_FALSE(Node.OpenResourceMeta("/D/a", kQvOpenReadWrite, kQvShareAll));
-    EXPECT_FALSE(Exists(Disk("a.meta")));
-    Write("a", "1");
+    MakeTree(Folder, "a=1");
+    EXPECT_FALSE(Node.OpenResourceMeta("/D/none", kQvOpenReadWrite, kQvShareAll));
     EXPECT_FALSE(Node.OpenResourceMeta("/D/a", kQvOpenRead, kQvShareAll));
     const auto meta = Node.OpenResourceMeta("/D/a", kQvOpenReadWrite, kQvShareAll);
     ASSERT_TRUE(meta);
     EXPECT_EQ(meta->InfoName(), "qvres:/D/a:meta");
     EXPECT_TRUE(Node.ResourceMetaExists("/D/a"));
-    EXPECT_FALSE(Node.CopyResourceMeta("/D/a", "/D/b")) << "the target is missing";
-    Write("b", "2");
-    EXPECT_TRUE(Node.CopyResourceMeta("/D/a", "/D/b"));
-    EXPECT_FALSE(Node.CopyResourceMeta("/D/b", "/D/missing"));
+    EXPECT_EQ(TreeOf(Folder), "a=1 a.meta=");
 }
 
-TEST_F(FileMountNode, SidecarFollowsTheSourceOnly)
+TEST_F(FileMountNode, CopiedMovedAndDeletedWithTheSidecar)
 {
-    Write("a", "1");
-    Write("a.meta", "ma");
-    Write("b.meta", "old");
-    EXPECT_TRUE(Node.CopyResource("/D/a", "/D/b", nullptr));
-    EXPECT_EQ(ReadFile(Disk("b.meta")), "ma");
-    Write("plain", "2");
-    EXPECT_TRUE(Node.CopyResource("/D/plain", "/D/b", nullptr));
-    EXPECT_EQ(ReadFile(Disk("b")), "2");
-    EXPECT_EQ(ReadFile(Disk("b.meta")), "ma")
-        << "the target's sidecar stays when the source has none";
-    EXPECT_TRUE(Node.CopyResource("/D/a", "/D/a", nullptr)) << "onto itself";
-    EXPECT_EQ(ReadFile(Disk("a")), "1");
+    const auto copy = [this](const char* from, const char* to) {
+        return [=] { return Node.CopyResource(from, to, nullptr); };
+    };
+    const auto copyMeta = [this](const char* from, const char* to) {
+        return [=] { return Node.CopyResourceMeta(from, to); };
+    };
+    const auto move = [this](const char* from, const char* to) {
+        return [=] { return Node.RenMovResource(from, to, nullptr); };
+    };
+    const auto remove = [this](const char* id) { return [=] { return Node.DeleteResource(id); }; };
+    ExpectTrees(
+        Folder,
+        {{"follows a copy", copy("/D/a", "/D/b"), true, "a=1 a.meta=m b.meta=2",
+          "a=1 a.meta=m b=1 b.meta=m"},
+         {"the target's stays when there is none", copy("/D/a", "/D/b"), true, "a=1 b=2 b.meta=m",
+          "a=1 b=1 b.meta=m"},
+         {"onto itself", copy("/D/a", "/D/a"), true, "a=1 a.meta=m"},
+         {"copy onto its own sidecar", copy("/D/a", "/D/a.meta"), false, "a=1 a.meta=m"},
+         {"copy of its own sidecar", copy("/D/a.meta", "/D/a"), false, "a=1 a.meta=m"},
+         {"cannot follow a copy", copy("/D/a", "/D/b"), false, "a=1 a.meta=m b.meta/",
+          "a=1 a.meta=m b=1 b.meta/"},
 
-    EXPECT_TRUE(Node.RenMovResource("/D/a", "/D/c", nullptr));
-    EXPECT_EQ(ReadFile(Disk("c.meta")), "ma");
-    EXPECT_FALSE(Exists(Disk("a.meta")));
-    EXPECT_FALSE(Node.RenMovResource("/D/a", "/D/c", nullptr));
-    EXPECT_TRUE(Node.DeleteResource("/D/c"));
-    EXPECT_FALSE(Exists(Disk("c.meta")));
-    EXPECT_FALSE(Node.DeleteResource("/D/c"));
-}
+         {"alone", copyMeta("/D/a", "/D/b"), true, "a=1 a.meta=m b=2", "a=1 a.meta=m b=2 b.meta=m"},
+         {"alone to none", copyMeta("/D/a", "/D/b"), false, "a=1 a.meta=m"},
+         {"alone, none", copyMeta("/D/a", "/D/b"), false, "a=1 b=2 b.meta=m"},
 
-TEST_F(FileMountNode, NothingIsLostByItsOwnNames)
-{
-    Write("b", "content");
-    Write("b.meta", "meta");
-    ASSERT_EQ(symlink("b", Disk("link").c_str()), 0);
-    EXPECT_FALSE(Node.RenMovResource("/D/link", "/D/b", nullptr)) << "a link onto what it leads to";
-    EXPECT_FALSE(Node.RenMovResource("/D/b", "/D/b.meta", nullptr)) << "onto its own sidecar";
-    EXPECT_FALSE(Node.CopyResource("/D/b", "/D/b.meta", nullptr));
-    EXPECT_FALSE(Node.CopyResource("/D/b.meta", "/D/b", nullptr));
-    EXPECT_EQ(ReadFile(Disk("b")), "content");
-    EXPECT_EQ(ReadFile(Disk("b.meta")), "meta");
+         {"follows a move", move("/D/a", "/D/b"), true, "a=1 a.meta=m b=2", "b=1 b.meta=m"},
+         {"move of nothing", move("/D/a", "/D/b"), false, "b=2"},
+         {"move onto its own sidecar", move("/D/a", "/D/a.meta"), false, "a=1 a.meta=m"},
+         {"move of its own sidecar", move("/D/a.meta", "/D/a"), false, "a=1 a.meta=m"},
+         {"a link onto what it leads to", move("/D/a", "/D/b"), false, "a>b b=2"},
+         {"cannot follow a move", move("/D/a", "/D/b"), false, "a=1 a.meta=m b.meta/",
+          "a.meta=m b=1 b.meta/"},
 
-    // a sidecar that cannot follow makes the result false; what was done stays done
-    Node.CreateFolder("/D/c.meta");
-    EXPECT_FALSE(Node.CopyResource("/D/b", "/D/c", nullptr));
-    EXPECT_FALSE(Node.RenMovResource("/D/b", "/D/c", nullptr));
-    EXPECT_EQ(ReadFile(Disk("c")), "content");
-    EXPECT_TRUE(Node.DeleteResource("/D/c")) << "a folder of that name is no sidecar";
+         {"goes, too", remove("/D/a"), true, "a=1 a.meta=m", ""},
+         {"delete of nothing", remove("/D/a"), false, "a.meta=m"},
+         {"a folder is no sidecar", remove("/D/a"), true, "a=1 a.meta/", "a.meta/"}});
+
     const std::string longName(252, 'n');
-    Write(longName, "");
+    Temp.Write("data/" + longName, "");
     EXPECT_TRUE(Node.DeleteResource("/D/" + longName)) << "no name is left for a sidecar";
 }
 
 TEST_F(FileMountNode, RenameTellsTheError)
 {
-    Node.CreateFolder("/D/a/b");
-    Node.CreateFolder("/D/c");
-    const auto errorOf = [this](const char* id, const char* newName) {
-        try {
-            Node.RenameFolderE(id, newName);
-        } catch (const TQvMessage& message) {
-            EXPECT_EQ(message.text(), "The folder cannot be renamed (error %1%: %2%).");
-            return message.arguments();
-        }
-        return TIds();
-    };
-    EXPECT_EQ(errorOf("/D/a", "c"), (TIds{std::to_string(EEXIST), "File exists"}));
-    EXPECT_EQ(errorOf("/D/none", "x"), (TIds{std::to_string(ENOENT), "No such file or directory"}));
-    EXPECT_EQ(errorOf("/D/a", "d"), TIds());
-    EXPECT_EQ(Node.ResourceExists("/D/d/b"), kResFolder);
+    MakeTree(Folder, "a/b/ c/");
+    const TQvMessage error = Thrown([this] { Node.RenameFolderE("/D/a", "c"); });
+    EXPECT_EQ(error.text(), "The folder cannot be renamed (error %1%: %2%).");
+    EXPECT_EQ(error.arguments(), (TIds{std::to_string(EEXIST), "File exists"}));
+    EXPECT_EQ(TreeOf(Folder), "a/b/ c/");
 }
 
 TEST_F(FileMountNode, AttributesAreTheSystemsOwn)
 {
-    Write("a", std::string(1234, 'x'));
+    const QFileInfo info(QString::fromStdString(Temp.Write("data/a", std::string(1234, 'x'))));
     TQvResAttrib attrib;
     ASSERT_TRUE(Node.GetResourceAttr("/D/a", &attrib));
-    const QFileInfo info(QString::fromStdString(Disk("a")));
     EXPECT_EQ(attrib.Kind, kResResource);
     EXPECT_EQ(attrib.Origin, kOriginFileNode);
     EXPECT_EQ(attrib.Size, 1234u);
@@ -234,70 +154,58 @@ TEST_F(FileMountNode, AttributesAreTheSystemsOwn)
     EXPECT_FALSE(Node.GetResourceAttr("/D/a", nullptr));
     EXPECT_FALSE(Node.GetResourceAttr("/D/none", &attrib));
 
-    const TQvResAttrib listed = List("a", kFindResources | kFindAttributes).at(0).Attrib;
-    EXPECT_EQ(listed.Size, attrib.Size);
-    EXPECT_EQ(listed.UpdateTime, attrib.UpdateTime);
-    EXPECT_EQ(listed.CreationTime, attrib.CreationTime);
-    EXPECT_EQ(List("a", kFindResources).at(0).Attrib.UpdateTime, TQvDateTime())
-        << "only when asked for";
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    EXPECT_TRUE(Node.Find(items, "/D", "a", kFindResources | kFindAttributes, nullptr));
+    EXPECT_EQ(items->at(0).Attrib.Size, attrib.Size);
+    EXPECT_EQ(items->at(0).Attrib.UpdateTime, attrib.UpdateTime);
+    EXPECT_EQ(items->at(0).Attrib.CreationTime, attrib.CreationTime);
+    EXPECT_TRUE(Node.Find(items, "/D", "a", kFindResources, nullptr));
+    EXPECT_EQ(items->at(1).Attrib.UpdateTime, TQvDateTime()) << "only when asked for";
 }
 
-TEST_F(FileMountNode, FindKindsNamesAndMasks)
+class FileMountNodeFind : public FileMountNode
 {
-    for (const char* name :
-         {"a.meta", "a.meta.txt", ".hidden", ".meta", "B.TXT", "$QvStorage.list", "b[1]"})
-        Write(name, "");
-    Node.CreateFolder("/D/sub.txt");
-    mkfifo(Disk("fifo.txt").c_str(), 0600);
-    ASSERT_EQ(symlink("nowhere", Disk("dangling.txt").c_str()), 0);
-    ASSERT_EQ(symlink("sub.txt", Disk("link.txt").c_str()), 0);
+protected:
+    FileMountNodeFind()
+    {
+        MakeTree(Folder,
+                 "a= B/ x= 1a= ab/ aB= Ba/ xb.a= a.x= a.B/ x.= [= ]= [a]= [b]b/ b*= *a/ -a= "
+                 "*.*= B.TXT= a.meta= a.meta.txt= .hidden= .meta= $QvStorage.list= "
+                 "loop>. device>/dev/null dangling>nowhere");
+        mkfifo(Disk("fifo").c_str(), 0600);
+    }
+};
 
-    EXPECT_EQ(Ids("*", 1), (TIds{"/D/$QvStorage.list", "/D/B.TXT", "/D/a.meta.txt", "/D/b[1]"}));
-    EXPECT_EQ(Ids("*", 2), (TIds{"/D/link.txt/", "/D/sub.txt/"}));
-    EXPECT_EQ(Ids("*.txt", 3), (TIds{"/D/B.TXT", "/D/a.meta.txt", "/D/link.txt/", "/D/sub.txt/"}));
-    EXPECT_EQ(Ids("*.*", 1), (TIds{"/D/$QvStorage.list", "/D/B.TXT", "/D/a.meta.txt"}))
-        << "\"*.*\" needs a dot";
-    EXPECT_EQ(Ids("b[[]1]", 1), (TIds{"/D/b[1]"}));
-    EXPECT_EQ(Ids("?.t[x-z]t", 1), (TIds{"/D/B.TXT"}));
-    EXPECT_EQ(Ids("none", 3), TIds());
-    EXPECT_FALSE(Node.Find(make_var<std::vector<TQvResFindItem>>(), "/D/missing", "*", 3, nullptr));
+TEST_F(FileMountNodeFind, GivesWhatQtGivesInItsOrderButNoSidecar)
+{
+    for (const char* mask : {"*", "*.*", "a*", "?b*", "*[ab]", "*.", "x", "[!a]*", "", "[[]?]"}) {
+        for (const unsigned flags : {1, 2, 3}) {
+            TIds expected;
+            QDirIterator iterator(QString::fromStdString(Folder), {QString::fromUtf8(mask)},
+                                  QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot);
+            while (iterator.hasNext()) {
+                const std::string name = QFileInfo(iterator.next()).fileName().toStdString();
+                const bool isFolder = iterator.fileInfo().isDir();
+                if (name != "a.meta" && (flags & (isFolder ? kFindFolders : kFindResources)) != 0)
+                    expected.push_back("/D/" + name + (isFolder ? "/" : ""));
+            }
+            EXPECT_EQ(Listed(Node, "/D", mask, flags), expected) << mask << " with " << flags;
+        }
+    }
+    EXPECT_EQ(Listed(Node, "/D", "?.t[x-z]t", 1), TIds{"/D/B.TXT"});
+}
+
+TEST_F(FileMountNodeFind, ProbesAndPolls)
+{
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    EXPECT_FALSE(Node.Find(items, "/D", "none", 3, nullptr));
+    EXPECT_FALSE(Node.Find(items, "/D/missing", "*", 3, nullptr));
+    EXPECT_TRUE(items->empty());
     TTestProgress progress;
     EXPECT_TRUE(Node.Find({}, "/D", "*", 1, &progress));
+    EXPECT_LE(progress.Polls, 10) << "a probe ends at the first match";
     EXPECT_FALSE(Node.Find({}, "/D", "none", 1, &progress));
-    EXPECT_GE(progress.Polls, 10) << "once an entry, not a match";
-}
-
-// The road by readdir gives what Qt's iterator over the folder gives, in its order.
-TEST_F(FileMountNode, FindAgreesWithQt)
-{
-    unsigned seed = 7;
-    const std::string alphabet = "aB.-1[]*x";
-    for (int i = 0; i < 300; ++i) {
-        std::string name;
-        for (int length = 1 + i % 6; length > 0; --length)
-            name += alphabet[(seed = seed * 1103515245 + 12345) / 65536 % alphabet.size()];
-        if (name.find_first_not_of('.') == std::string::npos)
-            continue;
-        if (i % 5 == 0)
-            mkdir(Disk(name).c_str(), 0700);
-        else if (i % 7 == 0)
-            EXPECT_LE(symlink(i % 2 != 0 ? "." : "/dev/null", Disk(name).c_str()), 0);
-        else if (!Exists(Disk(name)))
-            Write(name, "");
-    }
-    for (const char* mask : {"*", "*.*", "a*", "?b*", "*[ab]", "*.", "x", "[!a]*", "", "*a?"}) {
-        TIds expected;
-        QDirIterator iterator(QString::fromStdString(Temp / "data/"), {QString::fromUtf8(mask)},
-                              QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot);
-        while (iterator.hasNext()) {
-            iterator.next();
-            expected.push_back("/D/" + iterator.fileName().toStdString() +
-                               (iterator.fileInfo().isDir() ? "/" : ""));
-        }
-        TIds found;
-        for (const TQvResFindItem& item : List(mask, 3))
-            found.push_back(item.Id + (item.Attrib.Kind == kResFolder ? "/" : ""));
-        EXPECT_EQ(found, expected) << "mask " << mask;
-    }
+    EXPECT_GE(progress.Polls, 28) << "once an entry, not a match";
+    EXPECT_FALSE(Opens("/D/fifo", kQvOpenRead)) << "nor does it wait for a writer";
 }
 } // namespace

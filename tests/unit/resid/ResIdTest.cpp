@@ -1,85 +1,65 @@
 #include "resid/ResId.h"
 
+#include <functional>
 #include <gtest/gtest.h>
 
-#include "QvStd/Message.h"
-#include "QvStd/RegExp.h"
+#include "support/Thrown.h"
 
 namespace
 {
-TEST(ResId, TrailingSlash)
+using TIds = std::vector<std::string>;
+
+TEST(ResId, SlashesNormalFormAndMasks)
 {
     EXPECT_EQ(QvIncludeTrailingSlash(""), "");
-    EXPECT_EQ(QvIncludeTrailingSlash("/A"), "/A/");
     EXPECT_EQ(QvIncludeTrailingSlash("/A/"), "/A/");
     EXPECT_EQ(QvExcludeTrailingSlash(""), "");
-    EXPECT_EQ(QvExcludeTrailingSlash("/"), "/");
     EXPECT_EQ(QvExcludeTrailingSlash("///"), "/");
     EXPECT_EQ(QvExcludeTrailingSlash("/A//"), "/A");
-}
-
-TEST(ResId, NormalFormKeepsLengthAndUtf8)
-{
     EXPECT_EQ(QvNormalizeResId("/My \xC3\xA4z\xFF"), "/MY \xC3\xA4Z\xFF");
     EXPECT_EQ(QvNormalizeResId(std::wstring(L"/a\u00e4\U0001F600")), "/A\xC3\xA4\xF0\x9F\x98\x80");
+    EXPECT_EQ(QvResSearchMaskToRegExpPattern("a*.txt"), "/^A.*\\.TXT$/");
+    EXPECT_EQ(QvResSearchMaskToRegExpPattern(""), "/^$/");
+    EXPECT_EQ(QvResSearchMaskToRegExpPattern("[a-c]+?"), "/^[A-C]+.$/");
 }
 
 TEST(ResId, PartsOfAnId)
 {
-    struct TRow
-    {
-        const char *Id, *Path, *Name, *NameOnly, *Ext, *PathNameOnly;
-    };
-    constexpr TRow kRows[] = {
+    constexpr const char* kRows[][6] = {
         {"/A/b.txt", "/A/", "b.txt", "b", ".txt", "/A/b"},
         {"/A/", "/A/", "", "", "", "/A/"},
         {"abc", "", "abc", "abc", "", "abc"},
         {"/A.b/c", "/A.b/", "c", "c", "", "/A.b/c"},
         {"/A/x.tar.gz", "/A/", "x.tar.gz", "x.tar", ".gz", "/A/x.tar"},
-        // a name that begins with its only "." has no extension, one that ends in it has an empty
-        // one
+        // a name that begins with its only "." has no extension, one that ends in it an empty one
         {"/A/.hidden", "/A/", ".hidden", ".hidden", "", "/A/.hidden"},
         {"/A/..", "/A/", "..", "..", "", "/A/.."},
         {"/A/a.", "/A/", "a.", "a", ".", "/A/a"},
     };
-    for (const TRow& row : kRows) {
-        EXPECT_EQ(QvExtractResPath(row.Id), row.Path) << row.Id;
-        EXPECT_EQ(QvExtractResName(row.Id), row.Name) << row.Id;
-        EXPECT_EQ(QvExtractResNameExt(row.Id), row.Name) << row.Id;
-        EXPECT_EQ(QvExtractResNameOnly(row.Id), row.NameOnly) << row.Id;
-        EXPECT_EQ(QvExtractResExt(row.Id), row.Ext) << row.Id;
-        EXPECT_EQ(QvExtractResPathNameOnly(row.Id), row.PathNameOnly) << row.Id;
+    for (const auto& [id, path, name, nameOnly, extension, pathNameOnly] : kRows) {
+        EXPECT_EQ(QvExtractResPath(id), path) << id;
+        EXPECT_EQ(QvExtractResName(id), name) << id;
+        EXPECT_EQ(QvExtractResNameExt(id), name) << id;
+        EXPECT_EQ(QvExtractResNameOnly(id), nameOnly) << id;
+        EXPECT_EQ(QvExtractResExt(id), extension) << id;
+        EXPECT_EQ(QvExtractResPathNameOnly(id), pathNameOnly) << id;
     }
-}
-
-TEST(ResId, AbsoluteRelativeDeeper)
-{
-    EXPECT_FALSE(QvIsAbsoluteResId(""));
-    EXPECT_TRUE(QvIsRelativeResId(""));
-    EXPECT_TRUE(QvIsAbsoluteResId("/"));
-    for (const char* deeper : {".", "..", "a", "..a/"})
-        EXPECT_TRUE(QvIsDeeperRelativeResId(deeper)) << deeper;
-    for (const char* notDeeper : {"", "/a", "../", "../a"})
-        EXPECT_FALSE(QvIsDeeperRelativeResId(notDeeper)) << notDeeper;
 }
 
 TEST(ResId, Compact)
 {
+    // the last segment is never looked at, and what cannot be resolved stays
+    for (const char* same : {"", "/", "/A/B/..", "/A/.", "../../A/", "/../A/"})
+        EXPECT_EQ(QvCompactResId(same), same);
     constexpr const char* kRows[][2] = {
-        {"", ""},
-        {"/", "/"},
         {"/A/./B/", "/A/B/"},
-        {"/A/B/../../C", "/C"},
         {"./A", "A"},
         {"/./././", "/"},
-        // the last segment is never looked at
-        {"/A/B/..", "/A/B/.."},
-        {"/A/.", "/A/."},
+        {"/A/B/../../C", "/C"},
         {"/A/B/../", "/A/"},
-        // what cannot be resolved stays, and is never eaten by the next ".."
+        {"a/b/../c/../../d", "d"},
+        // a ".." never eats another one
         {"A/../../B/", "../B/"},
-        {"../../A/", "../../A/"},
-        {"/../A/", "/../A/"},
         {"/../../A/../", "/../../"},
         {"../A/../../B", "../../B"},
         // an empty segment is a segment; one that only begins with ".." is ordinary
@@ -87,7 +67,6 @@ TEST(ResId, Compact)
         {"//../", "/"},
         {"/..x/../A", "/A"},
         {"/A/..x/../../B", "/B"},
-        {"a/b/../c/../../d", "d"},
     };
     for (const auto& row : kRows)
         EXPECT_EQ(QvCompactResId(row[0]), row[1]) << row[0];
@@ -105,10 +84,8 @@ TEST(ResId, MergeAndRelative)
         {"/A/", "/A/", ""},
         {"/A/c", "B/", "/A/c"},
         {"A/c", "/B", "A/c"},
-        {"/ABC/x", "/abc/", "x"},
         {"/ABC/x", "/abc", "x"},
-        // a name is never matched against a folder
-        {"/A/B", "/A/B/", "../B"},
+        {"/A/B", "/A/B/", "../B"}, // a name is never matched against a folder
         {"x", "", "x"},
         {"a/x", "a/b/c", "../../x"},
         {"/x", "/", "x"},
@@ -119,51 +96,40 @@ TEST(ResId, MergeAndRelative)
 
 TEST(ResId, BreakIntoParts)
 {
-    using TParts = std::vector<std::string>;
-    EXPECT_EQ(BreakIdIntoParts("/"), TParts());
-    EXPECT_EQ(BreakIdIntoParts("/A/b c//d/"), (TParts{"A", "b c", "", "d"}));
-    try {
-        BreakIdIntoParts("A/B");
-        FAIL() << "no exception";
-    } catch (const TQvMessage& message) {
-        EXPECT_EQ(message.text(), "Err_Internal_msg");
-        EXPECT_STREQ(message.what(),
-                     "Internal error: BreakIdIntoParts: not an absolute ResId: \"A/B\"");
+    EXPECT_EQ(BreakIdIntoParts("/"), TIds());
+    EXPECT_EQ(BreakIdIntoParts("/A/b c//d/"), (TIds{"A", "b c", "", "d"}));
+    for (const std::string id : {"A/B", ""}) {
+        const TQvMessage error = Thrown([&id] { BreakIdIntoParts(id); });
+        EXPECT_EQ(error.text(), "Err_Internal_msg");
+        EXPECT_EQ(error.what(),
+                  "Internal error: BreakIdIntoParts: not an absolute ResId: \"" + id + "\"");
     }
-    EXPECT_THROW(BreakIdIntoParts(""), TQvMessage);
 }
 
-TEST(ResId, SearchMasks)
+TEST(ResId, Kinds)
 {
-    EXPECT_EQ(QvResSearchMaskToRegExpPattern("a*.txt"), "/^A.*\\.TXT$/");
-    EXPECT_EQ(QvResSearchMaskToRegExpPattern(""), "/^$/");
-    EXPECT_EQ(QvResSearchMaskToRegExpPattern("[a-c]+?"), "/^[A-C]+.$/");
-    CRegExp expression;
-    ASSERT_TRUE(expression.SetExpr(QvResSearchMaskToRegExpPattern("d?t*")));
-    EXPECT_TRUE(expression.Parse("DAT\xFF", nullptr));
-    EXPECT_FALSE(expression.Parse("XDATA", nullptr));
-}
-
-TEST(ResId, Validity)
-{
-    for (const char* valid : {"", "/", "/A/", "/A/../.", "/\xC3\xA4\x80"})
-        EXPECT_TRUE(QvIsValidResId(valid, true)) << valid;
-    for (const char* invalid :
-         {"A/B", "//", "/A//B", "/A\\B", "/A\x1F", "/a:b", "/a\"", "/<", "/>", "/|"})
-        EXPECT_FALSE(QvIsValidResId(invalid, false)) << invalid;
-    EXPECT_FALSE(QvIsValidResId(std::string("/a\0b", 4), false));
-    EXPECT_TRUE(QvIsValidResId("/A/*.?", false));
-    EXPECT_FALSE(QvIsValidResId("/A/*", true));
-    EXPECT_FALSE(QvIsValidResId("/A/?", true));
-
-    for (const char* invalid : {"", "a/b", "a\\b", "\"", "<", ">", "|", ":"})
-        EXPECT_FALSE(QvIsValidResNamePart(invalid, false)) << invalid;
-    EXPECT_TRUE(QvIsValidResNamePart("a\x01*", false)) << "control characters pass in a name";
-    EXPECT_FALSE(QvIsValidResNamePart("a*", true));
-}
-
-TEST(ResId, URL)
-{
-    EXPECT_EQ(ResId2QvURL("/My Computer/a").std_str(), "qvres:/My Computer/a");
+    using namespace std::placeholders;
+    const std::tuple<const char*, std::function<bool(const std::string&)>, TIds, TIds> kRows[] = {
+        {"absolute", QvIsAbsoluteResId, {"/"}, {"", "a"}},
+        {"relative", QvIsRelativeResId, {"", "a"}, {"/"}},
+        {"deeper", QvIsDeeperRelativeResId, {".", "..", "a", "..a/"}, {"", "/a", "../", "../a"}},
+        {"id",
+         std::bind(QvIsValidResId, _1, false),
+         {"", "/", "/A/", "/A/../.", "/\xC3\xA4\x80", "/A/*.?"},
+         {"A/B", "//", "/A//B", "/A\\B", "/A\x1F", "/a:b", "/a\"", "/<", "/>", "/|",
+          std::string("/a\0b", 4)}},
+        {"id without wildcards", std::bind(QvIsValidResId, _1, true), {"", "/A/"}, {"/A/*", "/?"}},
+        {"name", // control characters pass in a name
+         std::bind(QvIsValidResNamePart, _1, false),
+         {"a\x01*"},
+         {"", "a/b", "a\\b", "\"", "<", ">", "|", ":"}},
+        {"name without wildcards", std::bind(QvIsValidResNamePart, _1, true), {"a"}, {"a*", "?"}},
+    };
+    for (const auto& [kind, is, those, others] : kRows) {
+        for (const std::string& id : those)
+            EXPECT_TRUE(is(id)) << kind << " " << id;
+        for (const std::string& id : others)
+            EXPECT_FALSE(is(id)) << kind << " " << id;
+    }
 }
 } // namespace

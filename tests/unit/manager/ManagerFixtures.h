@@ -1,0 +1,41 @@
+// Managers with something mounted, apart from the manager of the process.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "manager/QvServicesModule.h"
+#include "manager/ResourceManager.h"
+#include "support/FolderTree.h"
+#include "support/VarFolder.h"
+
+/// "/A", "/A/in/M" inside of it, "/B", and "/V/D" below a virtual folder; on disk they are the
+/// folders A, M, B and D of `Temp`, of which a test fills what it needs.
+class TMountedTree : public testing::Test
+{
+protected:
+    TMountedTree()
+    {
+        for (const std::string id : {"/A", "/A/in/M", "/B", "/V/D"})
+            Manager.MountFileNodeE(id, Temp.MakeFolder(id.substr(id.size() - 1)), false);
+    }
+    std::string Content(const std::string& name) const { return ReadFile(Temp / name); }
+
+    TTempFolder Temp;
+    TResourceManager Manager;
+};
+
+/// Initialised from a VAR folder whose profile mounts "/Data".
+class TStartedManager : public testing::Test
+{
+protected:
+    TStartedManager()
+    {
+        Init_QvServices();
+        Manager.Init();
+    }
+    ~TStartedManager() override { Deinit_QvServices(); }
+
+    TTempFolder Data;
+    TVarFolder Var{{{"/Data", Data.Path()}}};
+    TResourceManager Manager;
+};
