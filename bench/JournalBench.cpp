@@ -264,6 +264,7 @@ BENCHMARK(LoadPeer<TLevelDB>)->UseManualTime()->Iterations(7)->Unit(benchmark::k
 void RawRewrite(const std::string& file, const std::string& bytes)
 {
     const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    Require(descriptor >= 0, "open");
     Require(write(descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
             "write");
     benchmark::DoNotOptimize(

@@ -23,14 +23,21 @@ constexpr off_t kUpgradeByte = 1;
 constexpr off_t kTurnByte = 2;
 
 constexpr char kNotePrefix[] = "lock held by ";
-constexpr std::size_t kMaxNote = 512;
-constexpr std::size_t kMaxOwner = 200;
+/// All notes are of one length, filled up with blanks: those who share a lock write at once, and a
+/// long note must leave nothing behind a short one.
+constexpr std::size_t kNoteLength = 256;
+constexpr std::size_t kMaxOwner = 180;
+constexpr double kPatienceMs = 2000;
 
 /// Waits in short sleeps that grow, so that a short hold is noticed soon and a long one is cheap.
 class TWaiting
 {
 public:
-    explicit TWaiting(unsigned long timeoutMs) : m_left(static_cast<double>(timeoutMs)) {}
+    explicit TWaiting(unsigned long timeoutMs)
+        : m_left(static_cast<double>(timeoutMs)),
+          m_impatientFrom(m_left - std::min(kPatienceMs, m_left / 2))
+    {
+    }
 
     /// Sleeps; false without a sleep when the time is over.
     bool Sleep()
@@ -47,6 +54,8 @@ public:
         return true;
     }
 
+    /// Who has waited for long lets nobody pass any more: the one before him may have been stopped.
+    bool IsPatient() const { return m_left > m_impatientFrom; }
     /// The sleeps grow anew.
     void SleepShortly() { m_pause = kShortest; }
 
@@ -57,6 +66,7 @@ private:
     static constexpr double kLongest = 10;
     TClock::time_point m_before;
     double m_left;
+    double m_impatientFrom;
     double m_pause = kShortest;
 };
 
@@ -87,23 +97,22 @@ int TakeUnlessOthersWait(int descriptor, short kind)
     return SetLock(descriptor, kLockByte, kind);
 }
 
-/// Waits in a queue, whose head alone tries to take the lock. 0 or a negative errno.
+/// Waits in a queue, whose head takes the lock as soon as it is free. 0 or a negative errno.
 int TakeInTurn(int descriptor, short kind, unsigned long timeoutMs)
 {
     TWaiting waiting(timeoutMs);
-    int turn = -EAGAIN;
+    bool isHead = false; // never with a descriptor for reading only
     int error = -EAGAIN;
     while (error == -EAGAIN && waiting.Sleep()) {
-        if (turn == -EAGAIN) {
-            turn = SetLock(descriptor, kTurnByte, F_WRLCK);
-            if (turn == -EAGAIN)
-                continue;
-            // Or it cannot: a descriptor for reading only waits beside the queue.
+        if (!isHead && SetLock(descriptor, kTurnByte, F_WRLCK) == 0) {
+            isHead = true;
             waiting.SleepShortly();
         }
-        error = TakeUnlessOthersWait(descriptor, kind);
+        error = waiting.IsPatient() ? TakeUnlessOthersWait(descriptor, kind)
+                                    : SetLock(descriptor, kLockByte, kind);
     }
-    SetLock(descriptor, kTurnByte, F_UNLCK);
+    if (isHead)
+        SetLock(descriptor, kTurnByte, F_UNLCK);
     return error;
 }
 
@@ -129,7 +138,8 @@ int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
 /// Whether all of it is a note, so that nothing of others is overwritten.
 bool IsNote(std::string_view content)
 {
-    return content.substr(0, sizeof kNotePrefix - 1) == kNotePrefix &&
+    return content.size() == kNoteLength &&
+           content.substr(0, sizeof kNotePrefix - 1) == kNotePrefix &&
            content.find('\n') == content.size() - 1 &&
            content.find(" pid=") != std::string_view::npos &&
            content.find(" time=") != std::string_view::npos;
@@ -144,10 +154,12 @@ std::string MakeNote(const std::string& owner)
     std::tm parts = {};
     gmtime_r(&now, &parts);
     // Not strftime, which looks at the time zone's file each time.
-    return Korvadel::ssprintf("%sowner=%s pid=%d time=%04d-%02d-%02dT%02d:%02d:%02dZ\n",
-                              kNotePrefix, name.c_str(), getpid(), parts.tm_year + 1900,
-                              parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min,
-                              parts.tm_sec);
+    std::string note =
+        Korvadel::ssprintf("%sowner=%s pid=%d time=%04d-%02d-%02dT%02d:%02d:%02dZ", kNotePrefix,
+                           name.c_str(), getpid(), parts.tm_year + 1900, parts.tm_mon + 1,
+                           parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    note.resize(kNoteLength - 1, ' ');
+    return note += '\n';
 }
 } // namespace
 
@@ -169,7 +181,7 @@ var_a<TQvLockFile*> TQvLockFile::VCreate(const std::string& path, bool forWritin
     return make_var<TQvLockFile>(path, forWriting, owner, timeoutMs);
 }
 
-bool TQvLockFile::Relock(bool forWriting)
+bool TQvLockFile::Relock(bool forWriting, bool waits)
 {
     if (!m_held)
         return Acquire(forWriting);
@@ -177,7 +189,7 @@ bool TQvLockFile::Relock(bool forWriting)
         m_error = 0;
         return true;
     }
-    m_error = forWriting ? Upgrade() : SetLock(m_descriptor, kLockByte, F_RDLCK);
+    m_error = forWriting ? Upgrade(waits) : SetLock(m_descriptor, kLockByte, F_RDLCK);
     if (m_error != 0)
         return false;
     m_exclusive = forWriting;
@@ -203,10 +215,10 @@ bool TQvLockFile::Acquire(bool forWriting)
     return true;
 }
 
-int TQvLockFile::Upgrade()
+int TQvLockFile::Upgrade(bool waits)
 {
     int error = SetLock(m_descriptor, kLockByte, F_WRLCK);
-    if (error == -EAGAIN) {
+    if (error == -EAGAIN && waits) {
         // Two upgrades would wait for each other's shared hold: the second one is refused here.
         error = SetLock(m_descriptor, kUpgradeByte, F_WRLCK);
         if (error != 0)
@@ -223,9 +235,13 @@ int TQvLockFile::Upgrade()
 
 bool TQvLockFile::OpenFile(bool forWriting)
 {
-    m_descriptor = OpenOrCreate(m_path, !forWriting, &m_created);
+    const bool isPath = m_path.find('\0') == std::string::npos;
+    if (isPath)
+        m_descriptor = OpenOrCreate(m_path, !forWriting, &m_created);
     struct stat status = {};
-    if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0)
+    if (!isPath || (m_descriptor < 0 && errno == ENXIO)) // of a socket
+        m_error = -EINVAL;
+    else if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0)
         m_error = -errno;
     else if (S_ISDIR(status.st_mode))
         m_error = -EISDIR;
@@ -251,23 +267,19 @@ void TQvLockFile::WriteNote()
 {
     if (m_owner.empty())
         return;
-    char old[kMaxNote + 1];
+    char old[kNoteLength + 1];
     const ssize_t oldLength = pread(m_descriptor, old, sizeof old, 0);
-    if (oldLength < 0 || static_cast<std::size_t>(oldLength) > kMaxNote)
+    if (oldLength < 0)
         return;
     const std::string_view content(old, static_cast<std::size_t>(oldLength));
     // An empty file that was there before may be somebody's empty file.
     if (content.empty() ? !m_created : !IsNote(content))
         return;
 
-    // Not checked: the note is for people only, and a full disk or a file that could only be opened
-    // for reading takes nothing from the lock.
     const std::string note = MakeNote(m_owner);
     if (content == note) // of the same second: a write would make the next sync a longer one
         return;
-    const ssize_t written = pwrite(m_descriptor, note.data(), note.size(), 0);
-    if (written == static_cast<ssize_t>(note.size()) && content.size() > note.size()) {
-        [[maybe_unused]] const int ignored =
-            ftruncate(m_descriptor, static_cast<off_t>(note.size()));
-    }
+    // Not checked: the note is for people only, and a full disk or a file that could only be opened
+    // for reading takes nothing from the lock.
+    [[maybe_unused]] const ssize_t ignored = pwrite(m_descriptor, note.data(), note.size(), 0);
 }

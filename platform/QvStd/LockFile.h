@@ -14,8 +14,9 @@
 /// never written to.
 ///
 /// Those who wait get the lock one after another before newcomers do, in no fixed order; a waiting
-/// upgrade (Relock) comes first. So a thread that holds a shared lock must not ask for a second one
-/// of the same file: it could wait for a writer who waits for it.
+/// upgrade (Relock) comes first. Newcomers step back for 2 s, or half of their time-out: no longer,
+/// because who waits may have been stopped. A thread that holds a shared lock should not ask for a
+/// second one of the same file: it would step back for a writer who waits for it.
 ///
 /// Only regular files are locked (error -21 for a folder, -22 for others; none of them hangs). A
 /// shared lock works on a file that can only be read. A forked child that lives on shares the
@@ -43,15 +44,16 @@ public:
     /// becomes an exclusive one without ever being let go, so that no writer slips in between; a
     /// second holder that asks for the same meanwhile is refused at once (both would wait for each
     /// other) and keeps its shared hold. When nothing is held, this tries to gain the lock anew.
-    /// False when it was not gained in time; what was held stays held.
-    bool Relock(bool forWriting);
+    /// False when it was not gained in time; what was held stays held. Without `waits` a shared
+    /// hold beside others is refused at once.
+    bool Relock(bool forWriting, bool waits = true);
 
     /// 0, or the failure of the last attempt as a negative errno (-11: somebody else held it).
     int getError() const { return m_error; }
 
 private:
     bool Acquire(bool forWriting);
-    int Upgrade();
+    int Upgrade(bool waits);
     bool OpenFile(bool forWriting);
     void CloseFile();
     void WriteNote();

@@ -177,6 +177,8 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
     std::size_t held = 0; // bytes of a line that is not there whole
     for (bool first = true;; first = false) {
         const std::size_t got = source(buffer.Data() + held, buffer.Size() - held);
+        if (got == TQvStream::invalid_value)
+            return {TJournalState::Unreadable};
         const std::string_view piece(buffer.Data(), held + got);
         if (first && !HasSignature(piece))
             return {};

@@ -10,6 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "QvStd/Stream.h"
+
 /// Normalized id -> name as its creator spelled it, in byte order of the ids.
 using TJournalEntries = std::map<std::string, std::string>;
 
@@ -23,6 +25,8 @@ enum class TJournalState
     Damaged,
     /// No signature where it has to stand, or an empty file. Nothing was looked at.
     BadSignature,
+    /// The source failed. What was read before may be whole and yet half of the journal.
+    Unreadable,
 };
 
 struct TJournalReading
@@ -38,8 +42,8 @@ struct TJournalReading
     std::size_t UnreadBytes = 0;
 };
 
-/// Copies up to `count` next bytes of a journal to `buffer`; fewer only at its end, and none behind
-/// it or after a failure.
+/// Copies up to `count` next bytes of a journal to `buffer`: how many there were, none at its end,
+/// or TQvStream::invalid_value after a failure.
 using TJournalSource = std::function<std::size_t(char* buffer, std::size_t count)>;
 
 /// Replays a journal into `entries`, line by line; null only checks. Lines are applied before the

@@ -1,6 +1,8 @@
 #include "storage/ResStorage.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "QvStd/Clock.h"
 #include "QvStd/Files.h"
@@ -149,11 +151,14 @@ bool TResStorage::LoadDir(const TLocker& given)
         return false;
     if (DoLoadDir(locker))
         return true;
+    const bool repaired = RecreateDir(locker);
+    if (repaired || given || locker->getError() == 0)
+        return DoLoadDir(locker);
     // When two processes find the journal broken at once, one of them is refused the exclusive
     // lock and keeps the other one waiting: it steps aside and loads what the other has rebuilt.
-    if (!RecreateDir(locker) && !given)
-        locker.reset();
-    return DoLoadDir(locker);
+    // When nobody has, because the other one died, it does so itself.
+    locker.reset();
+    return DoLoadDir() || (RecreateDir() && DoLoadDir());
 }
 
 bool TResStorage::DoLoadDir(const TLocker& given)
@@ -165,11 +170,20 @@ bool TResStorage::DoLoadDir(const TLocker& given)
     const TJournalReading reading = ReadDirFile();
     if (reading.State != TJournalState::Whole)
         return false;
-    // What is rewritten is what was read: nobody else writes between a shared hold and the
-    // exclusive one that it becomes. The result is ignored, because the map is loaded either way.
     if (reading.Checkpoints > ResourceManager.Config().StDirChangeCount2Merge)
-        SaveDir(locker);
+        Shorten(locker);
     return true;
+}
+
+/// Rewrites what was just read: nobody else writes between a shared hold and the exclusive one that
+/// it becomes. Others are not kept waiting for what the next load can do as well, and there is no
+/// result, because the map is loaded either way.
+void TResStorage::Shorten(const TLocker& locker)
+{
+    if (locker->Relock(true, false))
+        SaveDir(locker);
+    else
+        Log(TMessages::SaveDir.NotLocked, kLevelWrite);
 }
 
 TJournalReading TResStorage::ReadDirFile()
@@ -184,20 +198,11 @@ TJournalReading TResStorage::ReadDirFile()
         return {};
     }
     NoteDirFile(stream);
-    bool failed = false;
-    TJournalReading reading = ReadJournal(
-        [&](char* buffer, std::size_t count) {
-            const std::size_t got = stream.Read(buffer, count);
-            failed = failed || got == TQvStream::invalid_value ||
-                     (got < count && stream.getError() != 0);
-            return got == TQvStream::invalid_value ? 0 : got;
-        },
-        &m_dir);
-    if (!failed)
-        return reading;
-    // Blocks behind the failure may be missing, however whole those before it are.
-    Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
-    return {};
+    const TJournalReading reading = ReadJournal(
+        [&](char* buffer, std::size_t count) { return stream.Read(buffer, count); }, &m_dir);
+    if (reading.State == TJournalState::Unreadable)
+        Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
+    return reading;
 }
 
 bool TResStorage::RecreateDir(const TLocker& given)
@@ -215,12 +220,16 @@ bool TResStorage::ListContent()
     QvCreateDirectory(content);
     m_dir.clear();
     try {
+        // A link to a volume that is not there is no empty folder.
+        if (!QvDirExists(content))
+            throw QvMsg_helper("Err_ReadFolder_name") << content << std::strerror(ENOENT);
         for (const std::string& path : QvFindFiles(content, "*.*", true, true))
             ListFound(path, content.size());
         return true;
     } catch (const TQvMessage& unreadable) {
         // Half a listing must not become the journal.
         QvLogWriteInfo(unreadable, kLevelWrite, 0);
+        m_dir.clear();
         return false;
     }
 }
@@ -278,37 +287,30 @@ void TResStorage::WriteDir(TQvStream* stream) const
 
 bool TResStorage::AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given)
 {
-    if (!CanHold(id, TMessages::AddResourceRecord))
-        return false;
     std::string line = QvNormalizeResId(id);
     if (isFolder)
         line += '/';
     line.append(1, kNameMark).append(QvExtractResName(id));
-    return Append(std::move(line), given, TMessages::AddResourceRecord);
+    return Append(id, std::move(line), given, TMessages::AddResourceRecord);
 }
 
 bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, const TLocker& given)
 {
-    if (!CanHold(id, TMessages::DeleteResourceRecord))
-        return false;
     std::string line = QvNormalizeResId(id);
-    line.front() = kRemovalMark;
+    line.replace(0, 1, 1, kRemovalMark);
     if (isFolder)
         line += '/';
-    return Append(std::move(line), given, TMessages::DeleteResourceRecord);
+    return Append(id, std::move(line), given, TMessages::DeleteResourceRecord);
 }
 
-bool TResStorage::CanHold(const std::string& id, const TMessages& messages) const
+bool TResStorage::Append(const std::string& id, std::string line, const TLocker& given,
+                         const TMessages& messages)
 {
-    // Readers trim a line: without its blank an id would name another resource.
-    if (QvIsAbsoluteResId(id) && IsStorable(id) && id.back() != ' ')
-        return true;
-    QvLogWriteInfo(TQvMessage(messages.Refused) << Name << id, kLevelWrite, 0);
-    return false;
-}
-
-bool TResStorage::Append(std::string line, const TLocker& given, const TMessages& messages)
-{
+    // Readers trim a line: without the blank at its end it would name another resource.
+    if (!QvIsAbsoluteResId(id) || !IsStorable(id) || line.back() == ' ') {
+        QvLogWriteInfo(TQvMessage(messages.Refused) << Name << id, kLevelWrite, 0);
+        return false;
+    }
     line += kLineEnd;
     line += Checkpoint(JournalChecksum(line));
     TLocker locker = given;
@@ -316,12 +318,11 @@ bool TResStorage::Append(std::string line, const TLocker& given, const TMessages
         return false;
     TQvFileStream stream;
     Open(&stream, kQvOpenAppend, kQvOpenAppend, messages);
-    if (!stream) {
+    // The end is looked for under the lock, and one write takes both lines.
+    if (!stream || !stream.setPosition(stream.getSize())) {
         Log(messages.NotOpened, kLevelWrite);
         return false;
     }
-    // The end is looked for under the lock, and one write takes both lines.
-    stream.setPosition(stream.getSize());
     stream.Write(line.data(), line.size());
     NoteDirFile(stream);
     stream.Flush();

@@ -11,8 +11,9 @@
 //
 // Each operation takes a lock as its last argument, so that one lock can serve a sequence; without
 // one it takes its own and releases it at its end. Reading operations take a shared lock and leave
-// the kind of a given one alone. Writing operations turn a given shared lock into an exclusive one,
-// which it stays; when that is refused, they fail as if there were no lock.
+// the kind of a given one alone. Writing operations, a rewrite or a repair while loading too, turn
+// a given shared lock into an exclusive one, which it stays; when that is refused, they fail as if
+// there were no lock.
 //
 // Thread-safety: one object belongs to one thread at a time.
 #pragma once
@@ -47,7 +48,7 @@ public:
     bool LoadDir(const TLocker& given = {});
     /// One load. False when the journal is missing, does not open or is not whole; Dir() then holds
     /// what was read until the fault. A journal of more than StDirChangeCount2Merge blocks is
-    /// rewritten.
+    /// rewritten, unless others share the lock just then.
     bool DoLoadDir(const TLocker& given = {});
     /// Makes the map anew from what lies in the content folder (which is created when missing) and
     /// writes it. A content folder that cannot be read whole fails and leaves the journal alone.
@@ -56,7 +57,8 @@ public:
     bool SaveDir(const TLocker& given = {});
     /// Append one change. The map is left alone: it changes only by loading. `id` is absolute and
     /// has no "/" at its end, for a folder neither. Refused are ids that a journal cannot give
-    /// back: not absolute, with a byte below 0x20 or a "?", or with a blank at the end.
+    /// back: not absolute, with a byte below 0x20 or a "?", or with a blank at the end
+    /// (only the removal of a folder may have that).
     bool AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});
     bool DeleteResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});
     /// Whether the journal's size or time differ from DirSize() and DirTime(). Takes no lock.
@@ -75,11 +77,12 @@ private:
     void Open(TQvFileStream* stream, qvOpenMode mode, qvOpenMode retryMode,
               const TMessages& messages) const;
     TJournalReading ReadDirFile();
+    void Shorten(const TLocker& locker);
     bool ListContent();
     void ListFound(const std::string& path, std::size_t contentLength);
-    bool CanHold(const std::string& id, const TMessages& messages) const;
     void WriteDir(TQvStream* stream) const;
-    bool Append(std::string line, const TLocker& given, const TMessages& messages);
+    bool Append(const std::string& id, std::string line, const TLocker& given,
+                const TMessages& messages);
     void NoteDirFile(const TQvFileStream& stream);
 
     TJournalEntries m_dir;

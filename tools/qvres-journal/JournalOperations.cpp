@@ -6,7 +6,8 @@
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
-#include <utility>
+
+#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
@@ -19,6 +20,7 @@
 
 namespace
 {
+constexpr char kLeftOut[] = "TResStorage::RecreateDir(): Storage";
 constexpr int kFailureLevel = 5; ///< at which a storage tells why it could not lock or write
 
 [[noreturn]] void Fail(const std::string& why)
@@ -26,30 +28,24 @@ constexpr int kFailureLevel = 5; ///< at which a storage tells why it could not 
     throw std::runtime_error(why);
 }
 
-/// What a storage logged and nobody was told yet: its operations answer only true or false.
+/// What a storage logged last: its operations answer only true or false.
 std::string g_reason;
-
-void TellReason()
-{
-    if (!g_reason.empty())
-        PrintError(std::exchange(g_reason, {}));
-}
 
 void CatchReasons()
 {
     QvSetLogSink([](TQvLogKind, const TQvMessage& message, int level) {
-        if (level < kFailureLevel)
-            return;
-        TellReason();
-        g_reason = message.what();
+        // What a rebuild leaves out is no failure, but who called it has to know.
+        if (message.text().rfind(kLeftOut, 0) == 0)
+            PrintError(message.what());
+        else if (level >= kFailureLevel)
+            g_reason = message.what();
     });
 }
 
-/// The last reason is that of a failure.
 void Require(bool done, const std::string& otherwise)
 {
     if (!done)
-        Fail(g_reason.empty() ? otherwise : std::exchange(g_reason, {}));
+        Fail(g_reason.empty() ? otherwise : g_reason);
 }
 
 /// One spelling for all, because the lock is named after the text of the folder. Links stay as they
@@ -70,6 +66,14 @@ std::string StorageFolder(const std::string& given)
     if (given.empty() || !QvDirExists(folder))
         Fail("no such folder: " + (given.empty() ? "\"\"" : folder));
     return folder;
+}
+
+/// A storage waits for a journal that is not to be opened as for a busy one, and does not tell why.
+void RequireAccess(const std::string& journal, const std::string& operation)
+{
+    const int access = operation == "load" || operation == "verify" ? R_OK : R_OK | W_OK;
+    if (::access(journal.c_str(), access) != 0 && errno != ENOENT)
+        Fail("cannot open " + journal + ": " + std::strerror(errno));
 }
 
 void Print(const std::string& text)
@@ -125,7 +129,7 @@ std::string Finding(const TLook& look)
     }
 }
 
-int Verify(const TResStorage& storage, bool json)
+TLook LookTwice(const TResStorage& storage)
 {
     TLook look = LookAtJournal(storage);
     // A writer may be in the middle of its work: what is not whole is looked at again with the
@@ -135,9 +139,15 @@ int Verify(const TResStorage& storage, bool json)
         // Without a name, so that the last holder's stays there.
         const TQvLockFile lock(lockFile, false, "", ResourceManager.Config().StDirLockTimeout);
         if (!lock)
-            Fail("the storage is locked: " + storage.Folder);
+            Fail("cannot lock " + lockFile + ": " + std::strerror(-lock.getError()));
         look = LookAtJournal(storage);
     }
+    return look;
+}
+
+int Verify(const TResStorage& storage, bool json)
+{
+    const TLook look = LookTwice(storage);
     if (json)
         PrintJson({{"state", Finding(look)}, {"records", look.Entries.size()}});
     else
@@ -145,9 +155,19 @@ int Verify(const TResStorage& storage, bool json)
     return look.IsWhole() ? 0 : 1;
 }
 
+/// The storage does not test its writes: this is where a full disk shows.
+[[noreturn]] void FailAsBroken(const TLook& look, const TResStorage& storage)
+{
+    Fail("the journal was not written whole (" + Finding(look) +
+         "): " + storage.DirFile().toSysStr());
+}
+
 void LoadAndPrint(TResStorage& storage, bool json)
 {
     Require(storage.LoadDir(), "cannot load the journal of " + storage.Folder);
+    const TLook look = LookTwice(storage);
+    if (look.Missing || look.Reading.State != TJournalState::Whole) // loading wrote it anew
+        FailAsBroken(look, storage);
     if (json) {
         auto records = nlohmann::json::array();
         for (const auto& [id, name] : storage.Dir())
@@ -189,11 +209,11 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     Require(done, "cannot write the journal of " + storage.Folder);
-    // The storage does not test its writes: this is where a full disk shows.
     const TLook after = LookAtJournal(storage);
     const auto record = after.Entries.find(key);
-    const bool there = record != after.Entries.end() && record->second == QvExtractResName(bare);
-    if (after.IsWhole() && there == adding)
+    const bool there = record != after.Entries.end();
+    const bool asWanted = adding ? there && record->second == QvExtractResName(bare) : !there;
+    if (after.IsWhole() && asWanted)
         return;
     const bool asItWas = CutTo(storage, before.SealedBytes);
     Fail("the change of " + id + " could not be written to " + file +
@@ -209,8 +229,7 @@ void Rewrite(TResStorage& storage, bool fromContent)
     Require(done, "cannot write the journal of " + storage.Folder);
     const TLook look = LookAtJournal(storage);
     if (!look.IsWhole())
-        Fail("the journal was not written whole (" + Finding(look) +
-             "): " + storage.DirFile().toSysStr());
+        FailAsBroken(look, storage);
 }
 } // namespace
 
@@ -227,6 +246,7 @@ int RunJournal(const TJournalCall& call)
     TResStorage storage;
     storage.Folder = StorageFolder(call.Folder);
     storage.Name = storage.Folder;
+    RequireAccess(storage.DirFile().toSysStr(), call.Operation);
     if (call.Operation == "verify")
         return Verify(storage, call.Json);
     if (call.Operation == "load")
@@ -235,6 +255,5 @@ int RunJournal(const TJournalCall& call)
         Change(storage, call.Id, call.Operation == "add");
     else
         Rewrite(storage, call.Operation == "rebuild");
-    TellReason(); // what a rebuild left out
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -52,15 +53,47 @@ TEST_F(LockFileTest, OnlySharedHoldersCoexistAndAKilledOnesLockIsGone)
 
 TEST_F(LockFileTest, ReadersThatOverlapDoNotKeepAWriterOut)
 {
-    TChildProcess writer([&] {
-        return Await("read") && TQvLockFile(m_path, kExclusive, "child", kLong) ? 0 : 1;
-    });
+    TChildProcess writer(
+        [&] { return Await("read") && TQvLockFile(m_path, kExclusive, "child", kLong) ? 0 : 1; });
     auto reader = std::make_unique<TQvLockFile>(m_path, kShared, "parent", 0);
     Tell("read");
     EXPECT_TRUE(WaitUntil([&] { return !IsFree(kShared); })) << "new ones are refused";
     reader.reset();
     EXPECT_EQ(writer.Wait(), 0);
+}
+
+TEST_F(LockFileTest, WhoWaitedKeepsNobodyOutAndWhoWasStoppedNotForEver)
+{
+    TChildProcess reader([&] {
+        const bool written = Await("written");
+        const TQvLockFile lock(m_path, kShared, "child", kLong);
+        Tell("reads");
+        return written && lock && Await("done") ? 0 : 1;
+    });
+    auto writer = std::make_unique<TQvLockFile>(m_path, kExclusive, "parent", 0);
+    Tell("written");
+    const int descriptor = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
+    // The byte that the head of the queue holds.
+    const auto turn = [descriptor](int command) {
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_start = 2;
+        lock.l_len = 1;
+        return fcntl(descriptor, command, &lock) == 0 && lock.l_type == F_WRLCK;
+    };
+    ASSERT_TRUE(WaitUntil([&] { return turn(F_OFD_GETLK); }));
+    writer.reset();
+    ASSERT_TRUE(Await("reads"));
     EXPECT_TRUE(IsFree(kShared));
+    Tell("done");
+    EXPECT_EQ(reader.Wait(), 0);
+
+    ASSERT_TRUE(turn(F_OFD_SETLK)); // and is stopped
+    for (const bool kind : {kShared, kExclusive}) {
+        EXPECT_FALSE(IsFree(kind)) << "newcomers let him pass";
+        EXPECT_TRUE(TQvLockFile(m_path, kind, "patient", 100));
+    }
+    close(descriptor);
 }
 
 TEST_F(LockFileTest, UpgradeLetsNoWriterSlipIn)
@@ -123,6 +156,7 @@ TEST_F(LockFileTest, NoteNamesTheHolderAndForeignContentIsNeverWritten)
     const std::string begin = "lock held by owner=PC pid=" + std::to_string(getpid()) + " time=20";
     EXPECT_EQ(note.substr(0, begin.size()), begin);
     EXPECT_EQ(note.find('\n'), note.size() - 1) << "the longer notes left no tail: " << note;
+    EXPECT_EQ(note.size(), 256u) << "so that two who write at once leave none either";
     ASSERT_TRUE(TQvLockFile(m_path, kShared, "", 0));
     EXPECT_EQ(ReadFile(m_path), note) << "nobody to name";
 

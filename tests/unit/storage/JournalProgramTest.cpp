@@ -37,7 +37,9 @@ TEST_F(TProgramTest, ChangesAndPrints)
     EXPECT_EQ(Run("load s/"), "0 /A.TXT\t/a.txt\n/SUB/\tSub\n/SUB/B\tb\n");
     EXPECT_EQ(Run("remove s/ /sub/"), "0 ");
     EXPECT_EQ(Run("remove s/ /sub/"), "1 qvres: the journal has no record of /sub/\n");
-    EXPECT_EQ(Run("--json load s/").substr(0, 2), "0 ");
+    EXPECT_EQ(Run("--json load s/"), "0 [{\"id\":\"/A.TXT\",\"name\":\"/a.txt\"},"
+                                     "{\"id\":\"/SUB/B\",\"name\":\"b\"}]\n");
+    EXPECT_EQ(Run("--json verify s/"), "0 {\"records\":2,\"state\":\"whole\"}\n");
     EXPECT_EQ(Run("merge s/"), "0 ");
     EXPECT_EQ(Journal(), Sealed(Journal().substr(0, 20) + "/A.TXT?/a.txt\r\n/SUB/B?b\r\n"));
     EXPECT_EQ(Run("rebuild s/"), "0 ");
@@ -71,7 +73,8 @@ TEST_F(TProgramTest, VerifiesWithoutChanging)
     EXPECT_EQ(ReadFile(lock), note);
     const TQvLockFile writer(lock, true, "somebody", 0);
     Configure("StDirLockTimeout=20\n");
-    EXPECT_EQ(Run("verify s"), "1 qvres: the storage is locked: " + (Temp / "s") + "\n");
+    EXPECT_EQ(Run("verify s"),
+              "1 qvres: cannot lock " + lock + ": Resource temporarily unavailable\n");
 }
 
 TEST_F(TProgramTest, CutsHalfALineOffBeforeItAppends)
@@ -129,7 +132,16 @@ TEST_F(TProgramTest, TellsThatTheDiskIsFull)
     EXPECT_EQ(Run("add s /B", full), "1 qvres: the change of /B could not be written to " + File() +
                                          ", which is as it was\n");
     EXPECT_EQ(Journal(), journal);
-    WriteJournal(Sealed(kJournalHead + "/A?" + std::string(988, 'x') + "\r\n"));
+    // No room for a single byte, nor for what a load writes anew.
+    const std::string named = Sealed(kJournalHead + "/A?" + std::string(989, 'x') + "\r\n");
+    WriteJournal(named);
+    EXPECT_EQ(Run("remove s /a", full), "1 qvres: the change of /a could not be written to " +
+                                            File() + ", which is as it was\n");
+    EXPECT_EQ(Journal(), named);
+    Configure("StDirChangeCount2Merge=0\n");
+    EXPECT_EQ(Run("load s", "trap '' XFSZ; ulimit -f 1;"),
+              "1 qvres: the journal was not written whole (torn tail): " + File() + "\n");
+    WriteJournal(named);
     EXPECT_EQ(Run("merge s", "trap '' XFSZ; ulimit -f 1;"),
               "1 qvres: the journal was not written whole (torn tail): " + File() + "\n");
 }

@@ -1,5 +1,6 @@
 #include "StorageFixture.h"
 
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <thread>
@@ -11,6 +12,7 @@
 #include "QvConfig/Config.h"
 #include "QvStd/Clock.h"
 #include "QvStd/FileStream.h"
+#include "support/ChildProcess.h"
 
 namespace
 {
@@ -104,6 +106,14 @@ TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
 
 TEST_F(TStorageTest, AFailedReadIsNoEndOfTheJournal)
 {
+    std::string journal = kTwoBlocks;
+    const auto fails = [&](char* buffer, std::size_t count) {
+        const std::size_t got = journal.copy(buffer, count);
+        journal.erase(0, got);
+        return got != 0 ? got : TQvStream::invalid_value;
+    };
+    EXPECT_EQ(ReadJournal(fails, nullptr).State, TJournalState::Unreadable);
+
     ASSERT_EQ(symlink("/proc/self/mem", File().c_str()), 0); // opens, but has no byte 0
     TLogCapture log;
     EXPECT_FALSE(Storage.DoLoadDir());
@@ -146,11 +156,15 @@ TEST_F(TStorageTest, RebuildsFromTheContentFolder)
                              "evil?name", "evil\nfolder/x"})
         WriteContent(name);
     Temp.MakeFolder("s/content/Empty");
+    Temp.MakeFolder("elsewhere/inner");
+    std::filesystem::create_symlink("../../elsewhere", Temp / "s/content/Link");
+    ASSERT_TRUE(Storage.AddResourceRecord("/lost", false)) << "as the first line of a journal";
     TLogCapture log;
     ASSERT_TRUE(Storage.LoadDir());
-    const TJournalEntries expected = {{"/A.TXT", "/a.txt"},  {"/BACK/SLASH", "Slash"},
-                                      {"/EMPTY/", "/Empty"}, {"/META", "/meta"},
-                                      {"/SUB/", "/Sub"},     {"/SUB/B.TXT", "/Sub/b.txt"}};
+    const TJournalEntries expected = {{"/A.TXT", "/a.txt"},        {"/BACK/SLASH", "Slash"},
+                                      {"/EMPTY/", "/Empty"},       {"/LINK/", "/Link"},
+                                      {"/META", "/meta"},          {"/SUB/", "/Sub"},
+                                      {"/SUB/B.TXT", "/Sub/b.txt"}};
     EXPECT_EQ(Storage.Dir(), expected);
     EXPECT_EQ(LogOf(log), TLines(3, "TResStorage::RecreateDir" + kCannotHold));
     EXPECT_STREQ(log.Entries.back().Shown.c_str(),
@@ -164,7 +178,11 @@ TEST_F(TStorageTest, LeavesTheJournalWhenTheContentCannotBeRead)
     WriteJournal(torn);
     EXPECT_FALSE(Storage.LoadDir());
     EXPECT_FALSE(Storage.RecreateDir());
+    EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
     EXPECT_TRUE(Storage.MergeDir()) << "does not tell what its parts answered";
+    std::filesystem::remove(Temp / "s/content");
+    std::filesystem::create_symlink("volume-that-is-not-there", Temp / "s/content");
+    EXPECT_FALSE(Storage.RecreateDir());
     EXPECT_EQ(Journal(), torn);
 }
 
@@ -172,14 +190,18 @@ TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
 {
     ASSERT_TRUE(Storage.LoadDir());
     const std::string before = Journal();
-    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F", "/a "}) {
+    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F"}) {
         TLogCapture log;
         EXPECT_FALSE(Storage.AddResourceRecord(id, false)) << id;
         EXPECT_FALSE(Storage.DeleteResourceRecord(id, true)) << id;
         EXPECT_EQ(LogOf(log), (TLines{"TResStorage::AddResourceRecord" + kCannotHold,
                                       "TResStorage::DeleteResourceRecord" + kCannotHold}));
     }
+    EXPECT_FALSE(Storage.AddResourceRecord("/a ", true));
+    EXPECT_FALSE(Storage.DeleteResourceRecord("/a ", false));
     EXPECT_EQ(Journal(), before);
+    EXPECT_TRUE(Storage.DeleteResourceRecord("/a ", true)) << "a rebuild may have recorded it";
+    EXPECT_EQ(Journal(), before + Sealed("-A /\r\n"));
 }
 
 TEST_F(TStorageTest, LockLiesBesideTheFolder)
@@ -312,5 +334,24 @@ TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShare)
         EXPECT_TRUE(*shared) << operation.Name << ": the shared hold stays";
     }
     EXPECT_EQ(Journal(), kTwoBlocks);
+}
+
+TEST_F(TStorageTest, RepairsWhatTheOneItSteppedAsideForDidNot)
+{
+    WriteContent("a");
+    WriteJournal(kTwoBlocks + "/C?c\r\n");
+    TChildProcess other([this] {
+        // Holds what a repair holds while it waits for other readers, and dies of old age.
+        const auto reader = TStorageLocker::VCreate(Storage, false);
+        Configure("StDirLockTimeout=300\n");
+        const auto repairer = TStorageLocker::VCreate(Storage, false);
+        repairer->Relock(true);
+        return 0;
+    });
+    ASSERT_TRUE(
+        WaitUntil([this] { return !TQvLockFile(Temp / "s\\$QvStorage.lock", false, "", 0); }));
+    EXPECT_TRUE(Storage.LoadDir());
+    EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/A", "/a"}}));
+    EXPECT_EQ(other.Wait(), 0);
 }
 } // namespace
