@@ -40,7 +40,7 @@ TEST_F(TContentTest, OutputThatCannotBeWrittenIsAFailure)
     Expect({{"q cat /A/big >/dev/full", noSpace},
             {"q cat /A/x >/dev/full", noSpace},
             {"q ls /A >/dev/full", noSpace},
-            {"q cat /A/x >&-", closed}, // nothing that is opened takes its place
+            {"q cat /A/x >&-", closed},
             {"trap '' PIPE; q cat /A/big | true", "141"}}); // a reader that leaves ends it quietly
 }
 
