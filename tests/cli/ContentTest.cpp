@@ -1,163 +1,101 @@
 // Commands that read and change resources and folders.
-#include <csignal>
-#include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include "cli/QvresProcess.h"
+#include "cli/QvresTest.h"
 
 using TContentTest = TQvresTest;
 
 TEST_F(TContentTest, PutAndCatCarryBytes)
 {
-    std::string content(3 * 256 * 1024 + 17, '\0');
-    for (std::size_t i = 0; i < content.size(); ++i)
-        content[i] = static_cast<char>(i * 7);
-    Good({"put", "/A/new"}, content);
-    EXPECT_TRUE(Good({"cat", "/A/new", "/A/new"}) == content + content);
-    Good({"put", "/A/new", m_temp.Write("file", "short")});
-    EXPECT_EQ(Good({"cat", "/A/new"}), "short");
-    Good({"put", "/A/new", "-"});
-    EXPECT_EQ(Good({"cat", "/A/new"}), "");
     const std::string longName(255, 'n');
-    Good({"put", "/A/" + longName}, "x");
-    EXPECT_EQ(NamesIn(m_temp / "a"), (std::vector<std::string>{"new", longName}));
+    m_temp.Write("big", Pattern(3 * 256 * 1024 + 17));
+    Expect({{"q put /A/x <big; q cat /A/x /A/x >twice; cat big big | cmp - twice", ""},
+            {"echo file >file; q put /A/x file; q cat /A/x", "file\n"},
+            {"echo input | q put /A/x -; q cat /A/x", "input\n"},
+            {"q put /A/x; q cat /A/x", ""},
+            {"q put /A/" + longName + "; ls -A a", longName + "\nx\n"}});
 }
 
 TEST_F(TContentTest, PutKeepsPermissionsAndNoStaleMetadata)
 {
-    const std::string path = m_temp.Write("a/secret", "old");
-    ASSERT_EQ(chmod(path.c_str(), 0600), 0);
-    m_temp.Write("a/secret.meta", "kept=1\n");
-    m_temp.Write("a/gone.meta", "stale=1\n");
-    Good({"put", "/A/secret"}, "new");
-    Good({"put", "/A/gone"}, "new");
-    struct stat status = {};
-    ASSERT_EQ(stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0600u);
-    EXPECT_EQ(Good({"meta", "/A/secret"}), "kept=1\n");
-    EXPECT_EQ(Bad({"meta", "/A/gone"}), "\"/A/gone\" has no metadata");
+    Expect({{"echo old >a/x; chmod 600 a/x; echo kept=1 >a/x.meta; echo stale=1 >a/gone.meta", ""},
+            {"echo new | q put /A/x; q meta /A/x; cat a/x; stat -c %a a/x", "kept=1\nnew\n600\n"},
+            {"q put /A/gone; q meta /A/gone", R"(1: "/A/gone" has no metadata)"}});
 }
 
 TEST_F(TContentTest, AFullDiskLeavesTheOldContentAndNothingElse)
 {
-    m_temp.Write("a/x", "old");
-    const auto limit = [] {
-        const rlimit size = {100000, 100000};
-        setrlimit(RLIMIT_FSIZE, &size);
-        std::signal(SIGXFSZ, SIG_IGN);
-    };
-    const TResult put = RunPlain(WithMounts({"put", "/A/x"}), std::string(500000, 'n'), {}, limit);
-    EXPECT_EQ(put.Status, 1);
-    EXPECT_EQ(put.Err, "qvres: \"/A/x\" cannot be written: File too large\n");
+    m_temp.Write("a/x", "old\n");
     m_temp.Write("a/big", std::string(500000, 'b'));
-    const TResult copy = RunPlain(WithMounts({"cp", "/A/big", "/B/x"}), {}, {}, limit);
-    EXPECT_EQ(copy.Status, 1);
-    EXPECT_EQ(ReadFile(m_temp / "a/x"), "old");
-    EXPECT_EQ(NamesIn(m_temp / "a"), (std::vector<std::string>{"big", "x"}));
-    EXPECT_EQ(NamesIn(m_temp / "b"), std::vector<std::string>{});
-
-    const std::string message =
-        "qvres: standard output cannot be written: No space left on device\n";
-    for (const TArgs& args : {TArgs{"cat", "/A/big"}, TArgs{"cat", "/A/x"}, TArgs{"ls", "/A"}}) {
-        const TResult result = RunPlain(WithMounts(args), {}, "/dev/full");
-        EXPECT_EQ(result.Status, 1);
-        EXPECT_EQ(result.Err, message);
-    }
-    // A closed standard output is no output either, and nothing else takes its place.
-    const TResult closed = RunPlain(WithMounts({"cat", "/A/x"}), {}, {}, [] { close(1); });
-    EXPECT_EQ(closed.Status, 1);
+    const std::string fullDisk = "trap '' XFSZ; ulimit -f 200; ";
+    Expect({{fullDisk + "q put /A/x <a/big", R"(1: "/A/x" cannot be written: File too large)"},
+            {fullDisk + "q cp /A/big /B/x", R"(1: "/A/big" cannot be copied to "/B/x")"},
+            {"cat a/x; ls -A a b", "old\na:\nbig\nx\n\nb:\n"}});
 }
 
-TEST_F(TContentTest, AReaderThatLeavesEndsItQuietly)
+TEST_F(TContentTest, OutputThatCannotBeWrittenIsAFailure)
 {
+    m_temp.Write("a/x", "content");
     m_temp.Write("a/big", std::string(1 << 20, 'x'));
-    int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
-    close(ends[0]);
-    const TResult result = RunPlain(WithMounts({"cat", "/A/big"}), {}, {}, [&ends] {
-        std::signal(SIGPIPE, SIG_IGN);
-        dup2(ends[1], STDOUT_FILENO);
-    });
-    close(ends[1]);
-    EXPECT_EQ(result.Status, -SIGPIPE);
-    EXPECT_EQ(result.Err, "");
+    const std::string noSpace = "1: standard output cannot be written: No space left on device";
+    const std::string closed = "1: standard output cannot be written: Bad file descriptor";
+    Expect({{"q cat /A/big >/dev/full", noSpace},
+            {"q cat /A/x >/dev/full", noSpace},
+            {"q ls /A >/dev/full", noSpace},
+            {"q cat /A/x >&-", closed},
+            {"trap '' PIPE; q cat /A/big | true", "141"}}); // a reader that leaves ends it quietly
 }
 
 TEST_F(TContentTest, CopiesMovesAndRemovesWithMetadata)
 {
-    m_temp.Write("a/x", "content");
-    m_temp.Write("a/x.meta", "m=1\n");
-    Good({"cp", "/A/x", "/A/y"});
-    Good({"cp", "/A/x", "/B/x"});
-    EXPECT_EQ(Good({"cat", "/A/y", "/B/x"}), "contentcontent");
-    EXPECT_EQ(Good({"meta", "/B/x"}), "m=1\n");
-    Good({"mv", "/A/y", "/B/y"});
-    Good({"mv", "/B/y", "/B/z"});
-    Good({"rm", "/B/x"});
-    EXPECT_EQ(NamesIn(m_temp / "b"), (std::vector<std::string>{"z", "z.meta"}));
-    EXPECT_EQ(NamesIn(m_temp / "a"), (std::vector<std::string>{"x", "x.meta"}));
+    Expect(
+        {{"echo x >a/x; echo m=1 >a/x.meta; q cp /A/x /A/y; q cp /A/x /B/x; q meta /B/x", "m=1\n"},
+         {"q cat /A/y /B/x /B/no", "x\nx\n1: \"/B/no\" does not exist"},
+         {"q mv /A/y /B/y; q mv /B/y /B/z; q rm /B/x", ""},
+         {"cat b/z; ls -A a b", "x\na:\nx\nx.meta\n\nb:\nz\nz.meta\n"}});
 }
 
 TEST_F(TContentTest, FoldersAreMadeRenamedClearedAndRemoved)
 {
-    Good({"mkdir", "/A/d/e/f"});
-    Good({"mkdir", "/A/d/"});
-    m_temp.Write("a/d/e/f/x", "");
-    m_temp.Write("a/d/y", "");
-    Good({"rename", "/A/d/e", "g"});
-    EXPECT_EQ(Good({"ls", "-R", "/A"}), "/A/d/\n/A/d/g/\n/A/d/g/f/\n/A/d/g/f/x\n/A/d/y\n");
-    EXPECT_EQ(Bad({"rmdir", "/A/d"}), "the folder \"/A/d\" is not empty");
-    Good({"clear", "/A/d/g"});
-    EXPECT_EQ(Good({"ls", "-R", "/A"}), "/A/d/\n/A/d/g/\n/A/d/y\n");
-    m_temp.Write("a/d/g/.hidden", "");
-    EXPECT_EQ(Bad({"rmdir", "/A/d/g"}),
-              "the folder \"/A/d/g\" is not empty: it holds hidden files");
-    EXPECT_EQ(Bad({"rmdir", "--clear", "/A/d"}), "\"/A/d/g\" could not be removed");
-    unlink((m_temp / "a/d/g/.hidden").c_str());
-    Good({"rmdir", "--clear", "/A/d"});
-    EXPECT_EQ(NamesIn(m_temp / "a"), std::vector<std::string>{});
+    Expect({{"q mkdir /A/d/e/f; q mkdir /A/d/; touch a/d/y a/d/e/f/x; q rename /A/d/e g", ""},
+            {"q ls -R /A", "/A/d/\n/A/d/g/\n/A/d/g/f/\n/A/d/g/f/x\n/A/d/y\n"},
+            {"q rmdir /A/d", R"(1: the folder "/A/d" is not empty)"},
+            {"q clear /A/d/g; q ls -R /A", "/A/d/\n/A/d/g/\n/A/d/y\n"},
+            {"touch a/d/g/.hidden; q rmdir /A/d/g",
+             R"(1: the folder "/A/d/g" is not empty: it holds hidden files)"},
+            {"q rmdir --clear /A/d", R"(1: "/A/d/g" could not be removed)"},
+            {"rm a/d/g/.hidden; q rmdir --clear /A/d; ls -A a", ""}});
 }
 
 TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
 {
     m_temp.Write("a/x", "content");
     m_temp.Write("a/d/y", "");
-    const std::vector<std::pair<TArgs, std::string>> failures = {
-        {{"cat", "/A/no"}, "\"/A/no\" does not exist"},
-        {{"cat", "/A/x/"}, "\"/A/x/\" is not a folder"},
-        {{"cat", "/A/d"}, "\"/A/d\" is a folder"},
-        {{"meta", "/A/x"}, "\"/A/x\" has no metadata"},
-        {{"put", "/A/d"}, "\"/A/d\" is a folder; give the id of the resource to be written"},
-        {{"put", "/A/no/x"}, "the folder \"/A/no\" does not exist"},
-        {{"put", "/A/x/y"}, "the folder \"/A/x\" does not exist"},
-        {{"put", "/x"}, "\"/x\" lies outside of the mounted folders"},
-        {{"put", "/A/*"}, "\"/A/*\" is not a valid resource id"},
-        {{"put", "/A/x", m_temp / "no"},
-         "\"" + m_temp.Path() + "/no\" cannot be read: No such file or directory"},
-        {{"put", "/A/x", m_temp / "a"}, "\"" + m_temp.Path() + "/a\" is a folder"},
-        {{"cp", "/A/d", "/B/d"}, "\"/A/d\" is a folder; \"qvres copy\" copies folders"},
-        {{"cp", "/A/x", "/B"}, "\"/B\" is a folder; give the id of the resource to be written"},
-        {{"cp", "/A/x", "/B/no/x"}, "the folder \"/B/no\" does not exist"},
-        {{"mv", "/A/d", "/B/d"}, "\"/A/d\" is a folder; \"qvres rename\" renames folders"},
-        {{"mv", "/A/no", "/B/no"}, "\"/A/no\" does not exist"},
-        {{"rm", "/A/d"}, "\"/A/d\" is a folder; \"qvres rmdir\" removes folders"},
-        {{"rm", "/A/no"}, "\"/A/no\" does not exist"},
-        {{"mkdir", "/A/x/y/z"}, "\"/A/x\" is a resource"},
-        {{"mkdir", "/C/y"}, "\"/C/y\" lies outside of the mounted folders"},
-        {{"rmdir", "--clear", "/A"},
-         "\"/A\" is a mount point; \"qvres clear\" empties it, \"qvres "
-         "unmount\" takes it out of the tree"},
-        {{"rmdir", "/A/x"}, "\"/A/x\" is not a folder"},
-        {{"clear", "/"}, "\"/\" only leads to mount points"},
-        {{"clear", "/A/no"}, "\"/A/no\" does not exist"},
-        {{"rename", "/A/x", "y"}, "\"/A/x\" is a resource; \"qvres mv\" renames resources"},
-        {{"rename", "/A/d", "x"}, "\"/A/x\" exists already"},
-        {{"rename", "/A/d", "e/f"}, "\"e/f\" is not a valid name"},
-        {{"rename", "/A/d", ".."}, "\"..\" is not a valid name"}};
-    for (const auto& [args, message] : failures)
-        EXPECT_EQ(Bad(args), message);
-    EXPECT_NE(Bad({"rename", "/A", "C"}).find("mount point"), std::string::npos);
-    EXPECT_EQ(Good({"ls", "-R"}), "/A/\n/A/d/\n/A/d/y\n/A/x\n/B/\n");
-    EXPECT_EQ(ReadFile(m_temp / "a/x"), "content");
+    const std::string isFolder = " is a folder; give the id of the resource to be written";
+    Expect({{"q cat /A/x/", R"(1: "/A/x/" is not a folder)"},
+            {"q cat /A/d", R"(1: "/A/d" is a folder)"},
+            {"q meta /A/no", R"(1: "/A/no" does not exist)"},
+            {"q put /A/d", R"(1: "/A/d")" + isFolder},
+            {"q put /A/x/y", R"(1: the folder "/A/x" does not exist)"},
+            {"q put /x", R"(1: "/x" lies outside of the mounted folders)"},
+            {"q put '/A/*'", R"(1: "/A/*" is not a valid resource id)"},
+            {"q put /A/x no", R"(1: "no" cannot be read: No such file or directory)"},
+            {"q put /A/x a", R"(1: "a" is a folder)"},
+            {"q cp /A/d /B/d", R"(1: "/A/d" is a folder; "qvres copy" copies folders)"},
+            {"q cp /A/x /B", R"(1: "/B")" + isFolder},
+            {"q mv /A/d /B/d", R"(1: "/A/d" is a folder; "qvres rename" renames folders)"},
+            {"q rm /A/d", R"(1: "/A/d" is a folder; "qvres rmdir" removes folders)"},
+            {"q mkdir /A/x/y/z", R"(1: "/A/x" is a resource)"},
+            {"q mkdir /C/y", R"(1: "/C/y" lies outside of the mounted folders)"},
+            {"q rmdir --clear /A", R"(1: "/A" is a mount point; "qvres clear" empties it, )"
+                                   R"("qvres unmount" takes it out of the tree)"},
+            {"q rmdir /A/x", R"(1: "/A/x" is not a folder)"},
+            {"q clear /", R"(1: "/" only leads to mount points)"},
+            {"q rename /A C",
+             R"(1: The folder "/A" cannot be renamed: it is a mount point or holds one.)"},
+            {"q rename /A/x y", R"(1: "/A/x" is a resource; "qvres mv" renames resources)"},
+            {"q rename /A/d x", R"(1: "/A/x" exists already)"},
+            {"q rename /A/d e/f", R"(1: "e/f" is not a valid name)"},
+            {"q rename /A/d ..", R"(1: ".." is not a valid name)"},
+            {"q backup /A", R"(1: "/A" is a folder)"},
+            {"q done /C/x ok", R"(1: the folder "/C" does not exist)"},
+            {"q ls -R; cat a/x", "/A/\n/A/d/\n/A/d/y\n/A/x\n/B/\ncontent"}});
 }

@@ -1,135 +1,88 @@
 // Usage, help, listings, queries and the id functions.
-#include <fcntl.h>
 #include <regex>
-#include <sys/stat.h>
 
-#include <nlohmann/json.hpp>
-
-#include "cli/QvresProcess.h"
+#include "cli/QvresTest.h"
 
 using TListTest = TQvresTest;
-using nlohmann::json;
 
 TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
 {
-    const std::vector<TArgs> calls = {{"nonsense"},
-                                      {"--mount", "/X"},
-                                      {"--mount", "/=."},
-                                      {"--mount", "=."},
-                                      {"--mount", "/X="},
-                                      {"--mount", "//X=.", "ls"},
-                                      {"cp", "/A/a"},
-                                      {"exists", "/A", "/B"},
-                                      {"ls", "--kind", "device"},
-                                      {"id", "compress", "/A"}};
-    for (const TArgs& call : calls)
-        Bad(call, 2);
-    EXPECT_EQ(RunPlain({}).Status, 2);
-    EXPECT_NE(Bad({"--mount", "/=.", "ls"}, 2).find("a mount point needs a name"),
-              std::string::npos);
+    const std::pair<const char*, std::string> calls[] = {
+        {"qvres", "subcommand is required"},
+        {"q nonsense", R"("nonsense" is neither a command nor an option)"},
+        {"qvres --mount /X ls", R"("/X" is not of the form ID=DIR)"},
+        {"qvres --mount /=. ls", "a mount point needs a name"},
+        {"qvres --mount /X= ls", R"("/X=" names no folder)"},
+        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id)"},
+        {"q exists /A /B", "qvres exists --help"},
+        {"q ls --kind device", "device not in"},
+        {"q backup --keep -1 /A/y", "--keep"},
+        {"q done /A/step perhaps", "perhaps not in"},
+        {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
+        {"qvres --var $T/var setup --common", "does not go with --var"}};
+    for (const auto& [call, reason] : calls) {
+        const std::string answer = Answer(call);
+        const std::regex line("2: .*" + reason + ".* explains the usage\\)");
+        EXPECT_TRUE(std::regex_match(answer, line)) << call << ": " << answer;
+    }
 }
 
 TEST_F(TListTest, EveryCommandExplainsItself)
 {
-    const std::string overview = RunPlain({"--help"}).Out;
-    for (const char* name : {"mounts", "mount",  "unmount", "ls",   "stat",  "exists", "file",
-                             "cat",    "put",    "cp",      "mv",   "rm",    "mkdir",  "rmdir",
-                             "clear",  "rename", "meta",    "id",   "copy",  "label",  "check",
-                             "backup", "done",   "open",    "xini", "setup", "profile"}) {
-        EXPECT_NE(overview.find(std::string("\n  ") + name + " "), std::string::npos) << name;
-        const TResult help = RunPlain({name, "--help"});
-        EXPECT_EQ(help.Status, 0);
-        EXPECT_NE(help.Out.find(std::string("Usage: qvres ") + name), std::string::npos)
-            << help.Out;
-        EXPECT_NE(help.Out.find("--mount"), std::string::npos);
-    }
+    // One line for each command in the overview, then its own page.
+    Expect(
+        {{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
+          "clear rename meta id copy label check backup done open xini setup profile journal; do "
+          "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
+          "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
+          "grep -q -e --mount help || cat help; done",
+          ""}});
 }
 
 TEST_F(TListTest, ListsSortedWithMaskAndKind)
 {
-    m_temp.Write("a/sub/deep.txt", "1");
-    m_temp.Write("a/b.txt", "22");
-    m_temp.Write("a/A.TXT", "333");
-    m_temp.Write("a/c.dat", "");
-    m_temp.Write("a/.hidden", "");
-    m_temp.Write("a/c.dat.meta", "");
-    const std::vector<std::pair<TArgs, std::string>> cases = {
-        {{"ls"}, "/A/\n/B/\n"},
-        {{"ls", "/A/"}, "/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n"},
-        {{"ls", "--mask", "*.txt", "/a"}, "/a/A.TXT\n/a/b.txt\n"},
-        {{"ls", "--kind", "folder", "/A"}, "/A/sub/\n"},
-        {{"ls", "-R", "--kind", "resource", "--mask", "*.txt", "/A"},
-         "/A/A.TXT\n/A/b.txt\n/A/sub/deep.txt\n"},
-        {{"ls", "-R", "/"}, "/A/\n/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n/A/sub/deep.txt\n/B/\n"},
-        {{"ls", "/A/b.txt"}, "/A/b.txt\n"},
-        {{"ls", "/B"}, ""}};
-    for (const auto& [args, expected] : cases)
-        EXPECT_EQ(Good(args), expected) << args.back();
+    Expect({{"mkdir a/sub; cd a; touch sub/deep.txt b.txt A.TXT c.dat .hidden c.dat.meta", ""},
+            {"q ls", "/A/\n/B/\n"},
+            {"q ls --mask '*.txt' /a/", "/a/A.TXT\n/a/b.txt\n"},
+            {"q ls --kind folder /A", "/A/sub/\n"},
+            {"q ls -R --kind resource --mask '*.txt' /A", "/A/A.TXT\n/A/b.txt\n/A/sub/deep.txt\n"},
+            {"q ls -R /", "/A/\n/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n/A/sub/deep.txt\n/B/\n"},
+            {"q ls /A/b.txt; q ls /B", "/A/b.txt\n"},
+            {"q exists /A/b.txt; q exists /A; q exists /A/no; q exists /a//b", "1\n2\n0\n0\n"},
+            {"q file /A/b.txt", "$T/a/b.txt\n"},
+            {"q ls /A/no", R"(1: "/A/no" does not exist)"},
+            {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
+            {"q ls /a//b", R"(1: "/a//b" is not a valid resource id)"},
+            {"q ls ''", R"(1: "" is not a valid resource id)"},
+            {"q stat A", R"(1: "A" is not a valid resource id)"},
+            {"q stat '/A/no\nline'", R"(1: "/A/no line" is not a valid resource id)"},
+            {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
 }
 
 TEST_F(TListTest, LongListingAndRecords)
 {
-    setenv("TZ", "UTC-2", 1);
-    const std::string path = m_temp.Write("a/x \xC3\xA4\xFF.txt", "12345");
-    const timespec times[] = {{1700000000, 0}, {1700000000, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    m_temp.MakeFolder("a/sub");
-    EXPECT_TRUE(std::regex_match(
-        Good({"ls", "-l", "/A"}),
-        std::regex("folder +- \\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\+02:00 /A/sub/\n"
-                   "resource +5 2023-11-15T00:13:20\\+02:00 /A/x .*\\.txt\n")));
-
-    const json list = json::parse(Good({"--json", "ls", "/A"}));
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0]["id"], "/A/sub");
-    EXPECT_EQ(list[0]["kind"], "folder");
-    EXPECT_EQ(list[1]["size"], 5);
-    EXPECT_EQ(list[1]["updated"], "2023-11-15T00:13:20+02:00");
-    EXPECT_EQ(json::parse(Good({"ls", "--json", "/B"})), json::array());
-    EXPECT_EQ(json::parse(Good({"--json", "stat", "/"}))["updated"], nullptr);
-    EXPECT_EQ(json::parse(Good({"--json", "stat", "/A/x \xC3\xA4\xFF.txt"})), list[1]);
-    EXPECT_NE(Good({"stat", "/A/sub"}).find("kind:    folder\n"), std::string::npos);
-}
-
-TEST_F(TListTest, QueriesAnswerOrNameTheId)
-{
-    m_temp.Write("a/x", "");
-    EXPECT_EQ(Good({"exists", "/A/x"}) + Good({"exists", "/A"}) + Good({"exists", "/A/no"}) +
-                  Good({"exists", "/a//b"}),
-              "1\n2\n0\n0\n");
-    EXPECT_EQ(Good({"file", "/A/x"}), m_temp / "a/x\n");
-    const std::vector<std::pair<TArgs, std::string>> failures = {
-        {{"ls", "/A/no"}, "\"/A/no\" does not exist"},
-        {{"ls", "/C"}, "\"/C\" does not exist"},
-        {{"ls", "/A/x/"}, "\"/A/x\" is not a folder"},
-        {{"ls", "/a//b"}, "\"/a//b\" is not a valid resource id"},
-        {{"ls", ""}, "\"\" is not a valid resource id"},
-        {{"stat", "A"}, "\"A\" is not a valid resource id"},
-        {{"stat", "/A/no\nline"}, "\"/A/no line\" is not a valid resource id"},
-        {{"stat", "/A/no"}, "\"/A/no\" does not exist"},
-        {{"file", "/A"}, "\"/A\" is a folder"}};
-    for (const auto& [args, message] : failures)
-        EXPECT_EQ(Bad(args), message);
+    const std::string name = "x \xC3\xA4\xFF", time = "2023-11-15T00:13:20+02:00";
+    const std::string folder = R"({"id":"/A/sub","kind":"folder","size":SIZE,"updated":")" + time;
+    const std::string resource = "{\"id\":\"/A/x \xC3\xA4\xEF\xBF\xBD\",\"kind\":\"resource\"" +
+                                 (R"(,"size":5,"updated":")" + time) + "\",\"created\":TIME}\n";
+    Expect(
+        {{"cd a; mkdir sub; printf 12345 >'" + name + "'; touch -d @1700000000 *", ""},
+         {"q ls -l /A", "folder                - " + time + " /A/sub/\n" +
+                            "resource              5 " + time + " /A/" + name + "\n"},
+         {"q --json ls /A | mask", "[\n" + folder + "\",\"created\":TIME},\n" + resource + "]\n"},
+         {"q stat --json '/A/" + name + "' | mask", resource},
+         {"q ls --json /B", "[\n]\n"},
+         {"q --json stat / | cut -d, -f3-", "\"size\":0,\"updated\":null,\"created\":null}\n"},
+         {"q stat /", "id:      /\nkind:    folder\nsize:    0\nupdated: -\ncreated: -\n"}});
 }
 
 TEST_F(TListTest, IdsAsTextNeedNoTree)
 {
-    const std::vector<std::pair<TArgs, std::string>> cases = {
-        {{"compact", "/A/../B/c"}, "/B/c\n"},
-        {{"merge", "/A/B/", "../c"}, "/A/c\n"},
-        {{"relative", "/A/c", "/A/B/"}, "../c\n"},
-        {{"parts", "/A/b c"}, "A\nb c\n"},
-        {{"valid", "/A"}, "true\n"},
-        {{"valid", "/*"}, "false\n"},
-        {{"valid", "--wildcards", "/*"}, "true\n"},
-        {{"mask", "[ab]"}, "/^[AB]$/\n"}};
-    for (const auto& [args, expected] : cases) {
-        TArgs all{"id"};
-        all.insert(all.end(), args.begin(), args.end());
-        const TResult result = RunPlain(all);
-        EXPECT_EQ(result.Out, expected) << args.front() << result.Err;
-        EXPECT_EQ(result.Status, 0);
-    }
-    EXPECT_EQ(RunPlain({"--json", "id", "parts", "/A/b"}).Out, "[\"A\",\"b\"]\n");
-    EXPECT_EQ(RunPlain({"id", "parts", "A"}).Status, 1);
+    Expect(
+        {{"qvres id compact /A/../B/c; qvres id merge /A/B/ ../c", "/B/c\n/A/c\n"},
+         {"qvres id relative /A/c /A/B/; qvres id mask '[ab]'", "../c\n/^[AB]$/\n"},
+         {"qvres id parts '/A/b c'; qvres --json id parts /A/b", "A\nb c\n[\"A\",\"b\"]\n"},
+         {"qvres id parts A", R"(1: Internal error: BreakIdIntoParts: not an absolute ResId: "A")"},
+         {"qvres id valid /A; qvres id valid '/*'", "true\nfalse\n"},
+         {"qvres id valid --wildcards '/*'", "true\n"}});
 }

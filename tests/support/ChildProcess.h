@@ -1,30 +1,78 @@
 // Another process for a test of what processes do to each other.
 #pragma once
 
-#include <cstddef>
+#include <cerrno>
+#include <csignal>
 #include <functional>
-#include <sys/types.h>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 class TChildProcess
 {
 public:
     /// Forks; the child runs `body` and exits with its result (99 when it throws).
-    explicit TChildProcess(const std::function<int()>& body);
+    explicit TChildProcess(const std::function<int()>& body) : m_process(fork())
+    {
+        if (m_process < 0)
+            throw std::runtime_error("fork failed");
+        if (m_process > 0)
+            return;
+        try {
+            _exit(body());
+        } catch (...) {
+            _exit(99);
+        }
+    }
     /// Kills the child when nobody waited for it.
-    ~TChildProcess();
+    ~TChildProcess()
+    {
+        if (m_process > 0) {
+            Kill();
+            Wait();
+        }
+    }
     TChildProcess(const TChildProcess&) = delete;
 
     /// The exit status, or -signal.
-    int Wait();
-    void Kill();
+    int Wait()
+    {
+        int status = 0;
+        while (waitpid(m_process, &status, 0) < 0 && errno == EINTR) {
+        }
+        m_process = -1;
+        return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    }
+    void Kill() { kill(m_process, SIGKILL); }
 
 private:
     pid_t m_process;
 };
 
 /// Whether `body`, run in another process, meets no failed expectation.
-bool PassesInChild(const std::function<void()>& body);
+inline bool PassesInChild(const std::function<void()>& body)
+{
+    return TChildProcess([&] { return body(), testing::Test::HasFailure() ? 1 : 0; }).Wait() == 0;
+}
+
 /// Whether `condition` becomes true within ten seconds.
-bool WaitUntil(const std::function<bool()>& condition);
+inline bool WaitUntil(const std::function<bool()>& condition)
+{
+    for (int i = 0; i < 10000; ++i) {
+        if (condition())
+            return true;
+        usleep(1000);
+    }
+    return false;
+}
+
 /// From now on a file of this process that grows further meets a full disk (EFBIG).
-void LimitFileSize(std::size_t bytes);
+inline void LimitFileSize(std::size_t bytes)
+{
+    const rlimit limit = {bytes, bytes};
+    signal(SIGXFSZ, SIG_IGN);
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
+        throw std::runtime_error("setrlimit failed");
+}
