@@ -1,6 +1,7 @@
 #include "manager/SafeOverwrite.h"
 
 #include <atomic>
+#include <cerrno>
 #include <unistd.h>
 
 #include "QvStd/Clock.h"
@@ -38,8 +39,10 @@ TSafeOverwrite::~TSafeOverwrite()
 {
     if (!m_unfinished)
         return;
+    const int reason = errno; // of the failure, which the caller may want to tell
     m_stream.reset();
     m_node.DeleteResource(m_neighbour);
+    errno = reason;
 }
 
 bool TSafeOverwrite::Finish()

@@ -27,7 +27,8 @@ TEST_F(TContentTest, AFullDiskLeavesTheOldContentAndNothingElse)
     m_temp.Write("a/big", std::string(500000, 'b'));
     const std::string fullDisk = "trap '' XFSZ; ulimit -f 200; ";
     Expect({{fullDisk + "q put /A/x <a/big", R"(1: "/A/x" cannot be written: File too large)"},
-            {fullDisk + "q cp /A/big /B/x", R"(1: "/A/big" cannot be copied to "/B/x")"},
+            {fullDisk + "q cp /A/big /B/x",
+             R"(1: "/A/big" cannot be copied to "/B/x": File too large)"},
             {"cat a/x; ls -A a b", "old\na:\nbig\nx\n\nb:\n"}});
 }
 
@@ -77,6 +78,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q put /A/x/y", R"(1: the folder "/A/x" does not exist)"},
             {"q put /x", R"(1: "/x" lies outside of the mounted folders)"},
             {"q put '/A/*'", R"(1: "/A/*" is not a valid resource id)"},
+            {"q put /A/x <&-", "1: standard input cannot be read: Bad file descriptor"},
             {"q put /A/x no", R"(1: "no" cannot be read: No such file or directory)"},
             {"q put /A/x a", R"(1: "a" is a folder)"},
             {"q cp /A/d /B/d", R"(1: "/A/d" is a folder; "qvres copy" copies folders)"},

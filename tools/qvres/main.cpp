@@ -34,16 +34,13 @@ constexpr char kFooter[] =
     "\n"
     "\"qvres COMMAND --help\" explains a command.";
 
-/// A file that is opened later must not take the place of a closed standard stream. Read-only: a
-/// write to what the caller has closed still fails.
+/// A file that is opened later must not take the place of a closed standard stream. What takes it
+/// cannot be used, so that reading or writing what the caller has closed still fails.
 void OccupyClosedStandardStreams()
 {
-    int descriptor = 0;
-    do {
-        descriptor = open("/dev/null", O_RDONLY);
-    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-    if (descriptor >= 0)
-        close(descriptor);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
 }
 
 void AddOptions(CLI::App& app, THost& host)
