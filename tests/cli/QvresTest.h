@@ -37,6 +37,8 @@ protected:
                 test $status = 0 && test ! -s "$T/err" ||
                     printf %s%s $status "$(sed 's/^qvres: /: /' "$T/err")" >&3
             }
+            j() { qvres journal "$@"; }
+            J='s/$QvStorage.list'
             q() { qvres --mount /A=$T/a --mount /B=$T/b "$@"; }
             mask() {
                 sed -E 's/ +[1-9][0-9.]* .iB/ FREE/; s/("free":)[1-9][0-9]*/\1FREE/

@@ -3,6 +3,8 @@
 
 #include "JournalOperations.h"
 #include "QvConfig/Config.h"
+#include "QvStd/Files.h"
+#include "QvStd/XIniReader.h"
 #include "manager/ResourceManager.h"
 
 namespace
@@ -10,17 +12,31 @@ namespace
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
+/// A malformed settings file is no reason to leave a storage alone, but is told: what it does not
+/// give has its default.
+void CheckSettings()
+{
+    const std::string file = QvGetConfigString(9, true) + "ResourceManager.x-ini";
+    try {
+        if (QvFileExists(file))
+            GetXIniReader(TQvPath(file));
+    } catch (const std::exception& malformed) {
+        PrintError(malformed.what());
+    }
+}
+
 /// The configuration gives the lock its owner, and the settings when it has any: a storage can be
 /// looked after on a machine that has no profile, with the defaults.
 void ReadSettings()
 {
     Init_QvConfig();
+    if (!pQvConfigData->getLoaded())
+        return;
+    CheckSettings();
     try {
-        if (pQvConfigData->getLoaded())
-            ResourceManager.Init();
-    } catch (const std::exception& unreadable) {
-        // No reason to leave a storage alone: what was not read has its default.
-        PrintError(unreadable.what());
+        ResourceManager.Init();
+    } catch (const std::exception&) {
+        // The settings are read first: what failed is the mounting, which nobody needs here.
     }
 }
 } // namespace
