@@ -298,7 +298,7 @@ TEST_F(Files, FoundByMaskInOrderAndNotThroughLinks)
     EXPECT_EQ(find("*.*", true, true), ".hidden B.TXT [x]* a.txt b.txt from link sub sub/deep "
                                        "sub/deep/d.txt sub/loop to ");
     EXPECT_EQ(find("?.txt", false, true), "a.txt b.txt sub/deep/d.txt ");
-    EXPECT_EQ(find("[x]*", true, false), "[x]* ");
+    EXPECT_EQ(find("*l*n*", true, false) + find("[x]*", true, false), "link [x]* ");
     EXPECT_TRUE(QvFindFiles(m_temp / "missing", "*", true, true).empty());
     EXPECT_THROW(QvFindFiles(m_from, "*", true, true), TQvMessage) << "no folder";
     TTestProgress breaking;

@@ -46,18 +46,16 @@ TEST_F(RegistryTest, WhatNobodyAskedToChangeStays)
     EXPECT_TRUE(TQvRegMan::removeEntry(kUser, kKey, "V"));
     EXPECT_EQ(TQvRegMan::readString(kUser, kKey, "v"), "");
     EXPECT_EQ(ReadFile(m_file), kept + rest);
-}
 
-TEST_F(RegistryTest, MalformedFileIsLoggedAndNeverOverwritten)
-{
-    m_folder.Write("reg/user.x-ini", "[Software\\Velmor\\X]\nV=1\n");
+    const std::string malformed = "[Software\\Velmor\\X]\nV=1\n";
+    m_folder.Write("reg/user.x-ini", malformed);
     TLogCapture log;
     EXPECT_EQ(TQvRegMan::readString(kUser, kKey, "V"), "");
     ASSERT_EQ(log.Entries.size(), 1u);
     EXPECT_NE(log.Entries[0].Shown.find(m_file), std::string::npos);
     EXPECT_FALSE(TQvRegMan::writeString(kUser, kKey, "V", "2", true));
     EXPECT_FALSE(TQvRegMan::removeEntry(kUser, kKey, "V"));
-    EXPECT_EQ(ReadFile(m_file), "[Software\\Velmor\\X]\nV=1\n");
+    EXPECT_EQ(ReadFile(m_file), malformed);
 }
 
 TEST_F(RegistryTest, WritersOfTwoProcessesLoseNothing)

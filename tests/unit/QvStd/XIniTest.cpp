@@ -111,7 +111,6 @@ TEST_F(XIni, ReadsBackWhatWasWritten)
         EXPECT_EQ(reader->ReadE<std::string>(position), value);
     }
     EXPECT_FALSE(reader->FindFP("key", &position));
-    EXPECT_EQ(position, reader->Count() - 1);
     reader->ExitSection(section);
     EXPECT_EQ(reader->ReadE<std::uint64_t>(reader->FindFE("big")), UINT64_MAX);
 }
@@ -155,7 +154,7 @@ TEST_F(XIni, MissingAndMalformedFilesAreNamed)
     EXPECT_TRUE(reader.ReadDocument());
     EXPECT_EQ(reader.ReadE<int>(reader.FindFE("a")), 1);
     stream->Close();
-    EXPECT_FALSE(reader.ReadDocument());
+    EXPECT_FALSE(reader.ReadDocument() || ReadQvXIniTree(stream.get()));
     EXPECT_EQ(Told([&] { reader.FindFE("a"); }), " cannot be read: Bad file descriptor.");
     ASSERT_EQ(std::remove(m_path.toSysStr().c_str()), 0);
     EXPECT_EQ(Told([&] { GetXIniReader(m_path); }), " cannot be opened for reading.");
@@ -176,8 +175,8 @@ TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
     EXPECT_TRUE(writer.WriteS("added", std::string("1")));
     EXPECT_TRUE(writer.ExitSection() && writer.ExitSection() && !writer.ExitSection());
     EXPECT_EQ(writer.FindCreateF("u", TKind::Section), 4);
-    EXPECT_FALSE(writer.Write(1, 1) || writer.Write(-1, 1)) << "a section, nothing";
-    EXPECT_FALSE(writer.Delete(-1) || writer.OpenSection(0)) << "nothing, a key";
+    EXPECT_FALSE(writer.Write(1, 1) || writer.OpenSection(0)) << "a section, a key";
+    EXPECT_FALSE(writer.Write(-1, 1) || writer.Delete(-1));
     EXPECT_EQ(writer.FindCreateF("a=b"), -1);
     WriteQvXIniTreeE(m_path, *tree);
     EXPECT_EQ(Content(),
@@ -213,19 +212,6 @@ TEST_F(XIni, NothingIsCommittedOfWhatWasRefused)
     EXPECT_EQ(Content(), "old=1\n");
     write("b", false);
     EXPECT_EQ(Content(), "a=1\nb=1\n") << "a writer that goes commits";
-}
-
-TEST_F(XIni, AStreamIsWrittenFromItsStartAndOnce)
-{
-    const auto stream = make_var<TQvFileStream>(m_path, kQvOpenWrite, kQvShareAll);
-    ASSERT_TRUE(stream->setPosition(5));
-    TQvXIniStreamWriter writer(stream);
-    writer.WriteS("c", 1);
-    writer.CommitE();
-    EXPECT_FALSE(writer.WriteS("d", 1)) << "already committed";
-    EXPECT_EQ(Content(), "c=1\n");
-    TQvFileStream closed;
-    EXPECT_FALSE(WriteQvXIniTree(&closed, *Parse("a=1")) || ReadQvXIniTree(&closed));
 }
 
 TEST_F(XIni, AFailedWriteLeavesTheOldFileAndTells)

@@ -9,39 +9,37 @@ constexpr char kBad[] = "bad\x01";
 
 TEST(VarFolder, SettingThenRegistry)
 {
-    constexpr struct
-    {
-        const char *Setting, *Common, *User, *UserWow;
-        const char *Wanted, *Folder; ///< what the flag is, null for none
-        bool FlagAfter;
-    } kRows[] = {
+    // setting; registry: common, user's, user's under the other key; wanted scope; folder, scope
+    constexpr const char* kRows[][7] = {
         // The setting of the configuration comes back as it is configured, ...
-        {"/set/", "/c", "", "/w", "common", "/set/", false},
-        {"", "/c", "/u", "/w", "common", "/c", true},
-        {"", "", "/u", "/w", "common", "/u", false},
-        {"", "/c", "/u", "/w", "", "/u", false},
+        {"/set/", "/c", "", "/w", "common", "/set/", "user"},
+        {"", "/c", "/u", "/w", "common", "/c", "common"},
+        {"", "", "/u", "/w", "common", "/u", "user"},
+        {"", "/c", "/u", "/w", "user", "/u", "user"},
         // ... a folder of the registry with a slash; each root has its own key.
-        {kBad, "/c", "", "/w", "common", "/c/", true},
-        {kBad, "/c", "", "/w", nullptr, "/c/", false},
-        {kBad, "", "/u", "", "common", "", false},
+        {kBad, "/c", "", "/w", "common", "/c/", "common"},
+        {kBad, "/c", "", "/w", "any", "/c/", "user"},
+        {kBad, "", "/u", "", "common", "", "user"},
         // Who wants no common folder gets none; what is no path is passed over.
-        {"", "/c", "", "/w", "", "/w/", false},
-        {kBad, kBad, "", "/w", "common", "/w/", false},
+        {"", "/c", "", "/w", "user", "/w/", "user"},
+        {kBad, kBad, "", "/w", "common", "/w/", "user"},
     };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(&row - kRows);
+    for (const auto& [setting, common, user, userWow, wanted, folder, scope] : kRows) {
+        SCOPED_TRACE(testing::Message() << setting << ", " << common << ", " << wanted);
         const TMachine machine;
-        setenv("QV_VAR_FOLDER", row.Setting, 1);
-        TMachine::SetRegistry(TQvRegKey::Common, kPlainKey, row.Common);
-        TMachine::SetRegistry(TQvRegKey::User, kPlainKey, row.User);
-        TMachine::SetRegistry(TQvRegKey::User, kWowKey, row.UserWow);
-        bool common = row.Wanted != nullptr && *row.Wanted;
-        bool* const flag = row.Wanted == nullptr ? nullptr : &common;
-        EXPECT_EQ(TQvCPUtils::GetVARFolder(flag).toSysStr(), row.Folder);
-        EXPECT_EQ(common, row.FlagAfter);
-        const std::string home = machine.Temp / "home/.config/velmor/KORVADELAirlane7.VAR";
-        common = row.Wanted != nullptr && *row.Wanted;
-        EXPECT_EQ(TQvCPUtils::GetQvVARFolder(flag).toSysStr(), *row.Folder ? row.Folder : home);
+        setenv("QV_VAR_FOLDER", setting, 1);
+        TMachine::SetRegistry(TQvRegKey::Common, kPlainKey, common);
+        TMachine::SetRegistry(TQvRegKey::User, kPlainKey, user);
+        TMachine::SetRegistry(TQvRegKey::User, kWowKey, userWow);
+        const auto find = [wanted = std::string(wanted)](TQvPath (*function)(bool*)) {
+            bool isCommon = wanted == "common";
+            const TQvPath found = function(wanted == "any" ? nullptr : &isCommon);
+            return found.toSysStr() + (isCommon ? " common" : " user");
+        };
+        const std::string expected = folder + (' ' + std::string(scope));
+        const std::string home = machine.Temp / "home/.config/velmor/KORVADELAirlane7.VAR user";
+        EXPECT_EQ(find(TQvCPUtils::GetVARFolder), expected);
+        EXPECT_EQ(find(TQvCPUtils::GetQvVARFolder), *folder ? expected : home);
     }
     Deinit_QvConfig(); // without a configuration nothing throws
     EXPECT_EQ(TQvCPUtils::GetVARFolder(nullptr), TQvPath());
