@@ -100,6 +100,7 @@ TEST(Strings, PartsBytesAndCodePoints)
     EXPECT_EQ(QvWCharToChar(L"\x7F\x80\x7FF\x800\xFFFF\x10000\x10FFFF"),
               "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
     EXPECT_EQ(QvWCharToChar(std::wstring{0xD800, 0x110000}), "\xEF\xBF\xBD\xEF\xBF\xBD");
+    EXPECT_EQ(Korvadel::format_text("a %s b %s 5%%", "%s"), "a %s b %s 5%");
     EXPECT_EQ(Korvadel::ssprintf("%300s-%d", "y", 5), std::string(299, ' ') + "y-5");
 }
 

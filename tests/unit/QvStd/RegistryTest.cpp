@@ -30,6 +30,9 @@ TEST_F(RegistryTest, ValuesComeBackWhateverTheCaseOfTheirNames)
     ASSERT_TRUE(TQvRegMan::writeString(kUser, "software\\VELMOR\\x", "v", "2", false));
     EXPECT_EQ(TQvRegMan::readString(kUser, kKey, "V"), "2");
     EXPECT_EQ(ReadFile(m_file).find("VELMOR"), std::string::npos) << "no second section";
+    const TEnvironmentVariable unset("QV_REGISTRY_DIR", "");
+    const TEnvironmentVariable home("HOME", "/h");
+    EXPECT_EQ(TQvRegMan::filePath(kUser).toSysStr(), "/h/.config/velmor/registry.x-ini");
 }
 
 TEST_F(RegistryTest, WhatNobodyAskedToChangeStays)
