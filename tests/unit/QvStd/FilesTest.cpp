@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <QFileInfo>
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -11,7 +10,6 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <tuple>
 #include <unistd.h>
 
 #include "QvStd/Files.h"
@@ -67,7 +65,7 @@ protected:
 TEST_F(Files, CopyKeepsContentTimeAndPermissionsOfEverySize)
 {
     const mode_t umaskBefore = umask(077);
-    for (const std::size_t size : {0ul, 1ul, 4096ul, 256 * 1024ul, 3 * kMiB + 1}) {
+    for (const std::size_t size : {0ul, 1ul, 256 * 1024ul, 3 * kMiB + 1}) {
         m_temp.Write("from", Pattern(size));
         const timespec times[2] = {{5, 0}, {1234567890, 123456789}};
         ASSERT_EQ(utimensat(AT_FDCWD, m_from.c_str(), times, 0), 0);
@@ -79,112 +77,105 @@ TEST_F(Files, CopyKeepsContentTimeAndPermissionsOfEverySize)
         EXPECT_EQ(GetUnixFileTime(m_to), 1234567890u);
     }
     umask(umaskBefore);
-    EXPECT_EQ(Names(), (TNames{"from", "to"}));
     std::string read; // from a file that claims to be empty
-    EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read));
+    EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read) && !read.empty());
     EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
-    EXPECT_NE(read, "");
     EXPECT_EQ(ReadFile(m_to), read);
 }
 
-TEST_F(Files, RefusedCopiesChangeNothingAndALinkIsReplaced)
+TEST_F(Files, RefusalsTellTheErrorAndChangeNothing)
 {
     const std::string folder = m_temp.MakeFolder("folder");
     const std::string fifo = m_temp / "fifo";
     const std::string twin = m_temp / "twin";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     ASSERT_EQ(link(m_from.c_str(), twin.c_str()), 0);
-    Link("folder", "to folder");
-    Link("nowhere", "dangling");
-    Link("to", "link");
+    for (const auto& [target, name] : {std::pair("folder", "to folder"),
+                                       {"nowhere", "dangling"},
+                                       {"to", "link"},
+                                       {"loop", "loop"}})
+        Link(target, name);
     const TNames before = Names();
-    const std::tuple<std::string, std::string, bool, int> cases[] = {
-        {m_temp / "no", m_to, false, ENOENT},
-        {folder, m_to, false, EISDIR},
-        {fifo, m_to, false, EINVAL},
-        {m_from, folder, false, EISDIR},
-        {m_from, folder + "/../to folder", false, EISDIR},
-        {m_from, m_to, true, EEXIST},
-        {m_from, m_temp / "dangling", true, EEXIST},
-        {m_from, m_temp / "no/to", false, ENOENT},
-        {m_from, m_temp / "new/", false, ENOENT},
-        {m_from, "", false, ENOENT},
-        {m_from, twin, false, 0}};
-    for (const auto& [from, to, failIfExists, error] : cases) {
-        EXPECT_EQ(Failure(QvCopyFile(from, to, failIfExists)), error) << from << " to " << to;
-        EXPECT_EQ(Names(), before) << from << " to " << to;
-    }
-    EXPECT_EQ(Status(m_from).st_ino, Status(twin).st_ino) << "copied onto itself";
+    std::string read = "kept";
+    const auto copy = [](const std::string& from, const std::string& to, bool failIfExists) {
+        return Failure(QvCopyFile(from, to, failIfExists));
+    };
+    EXPECT_EQ(copy(folder, m_to, false), EISDIR);
+    EXPECT_EQ(copy(fifo, m_to, false), EINVAL);
+    EXPECT_EQ(copy(m_from, m_temp / "to folder", false), EISDIR);
+    EXPECT_EQ(copy(m_from, m_to, true), EEXIST);
+    EXPECT_EQ(copy(m_from, m_temp / "dangling", true), EEXIST);
+    EXPECT_EQ(copy(m_from, m_temp / "new/", false), ENOENT);
+    EXPECT_EQ(copy(m_from, twin, false), 0) << "onto itself";
+    EXPECT_EQ(Failure(QvReadWholeFile(fifo, &read)), EINVAL);
+    EXPECT_EQ(Failure(QvWriteFileAtomically(folder, "x")), EISDIR);
+    EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "loop", "x")), ELOOP);
+    EXPECT_EQ(Failure(QvWriteFileAtomically(fifo, "x")), EINVAL);
+    EXPECT_EQ(Failure(QvForceDirectories(m_to + "/x")), ENOTDIR);
+    EXPECT_EQ(Failure(QvForceDirectories(m_temp / "dangling")), EEXIST);
+    EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "link")), ENOTDIR);
+    EXPECT_EQ(Names(), before);
+    EXPECT_EQ(Status(m_from).st_ino, Status(twin).st_ino);
+    EXPECT_EQ(ReadFile(m_from) + ReadFile(m_to) + read, "newoldkept");
+
     EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
     EXPECT_FALSE(QvIsSymLink(m_temp / "link"));
-    EXPECT_EQ(ReadFile(m_temp / "link") + ReadFile(m_to), "newold");
+    EXPECT_EQ(ReadFile(m_temp / "link") + ReadFile(m_to), "newold") << "a link is replaced";
     // The temporary's name must fit beside the longest one.
     EXPECT_TRUE(QvCopyFile(m_from, m_temp / std::string(255, 'n'), false));
-    std::string read = "kept";
-    EXPECT_EQ(Failure(QvReadWholeFile(fifo, &read)), EINVAL);
-    EXPECT_EQ(read, "kept");
 }
 
-TEST_F(Files, CopyThatIsBrokenOffOrKilledLeavesTheOldTarget)
+TEST_F(Files, BreakKillAndFullDiskLeaveTheOldTarget)
 {
     struct TKiller : TTestProgress
     {
         void Update() override { raise(SIGKILL); }
     } killer;
-    TTestProgress breaking;
-    killer.BreakAfter = breaking.BreakAfter = 2;
-    m_temp.Write("from", Pattern(20 * kMiB));
-    EXPECT_EQ(Failure(QvCopyFileEx(m_from, m_to, false, &breaking)), ECANCELED);
-    EXPECT_EQ(Names(), (TNames{"from", "to"}));
-    TChildProcess child([&] { return QvCopyFileEx(m_from, m_to, false, &killer) ? 0 : 1; });
-    EXPECT_EQ(child.Wait(), -SIGKILL);
-    EXPECT_EQ(ReadFile(m_to), "old");
-
     TTestProgress progress;
-    progress.Start();
-    EXPECT_TRUE(QvCopyFileEx(m_from, m_to, false, &progress));
-    EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
-    EXPECT_GE(progress.Polls, 3);
-    EXPECT_GE(progress.Positions.size(), 3u);
-    EXPECT_EQ(progress.Positions.back(), 1.0);
-}
-
-TEST_F(Files, FullDiskLeavesTheOldTargetAndNoTemporary)
-{
-    m_temp.Write("from", Pattern(kMiB));
+    killer.BreakAfter = progress.BreakAfter = 2;
+    m_temp.Write("from", Pattern(20 * kMiB));
+    EXPECT_EQ(Failure(QvCopyFileEx(m_from, m_to, false, &progress)), ECANCELED);
     EXPECT_TRUE(PassesInChild([&] {
         LimitFileSize(300 * 1024);
         EXPECT_EQ(Failure(QvCopyFile(m_from, m_to, false)), EFBIG);
         EXPECT_EQ(Failure(QvWriteFileAtomically(m_to, Pattern(kMiB))), EFBIG);
     }));
+    EXPECT_EQ(Names(), (TNames{"from", "to"})) << "no temporary stays";
+    TChildProcess child([&] { return QvCopyFileEx(m_from, m_to, false, &killer) ? 0 : 1; });
+    EXPECT_EQ(child.Wait(), -SIGKILL);
     EXPECT_EQ(ReadFile(m_to), "old");
-    EXPECT_EQ(Names(), (TNames{"from", "to"}));
+
+    progress = TTestProgress();
+    progress.Start();
+    EXPECT_TRUE(QvCopyFileEx(m_from, m_to, false, &progress));
+    EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
+    EXPECT_GE(progress.Polls, 3);
+    EXPECT_EQ(progress.Positions.back(), 1.0);
 }
 
 TEST_F(Files, MoveReplacesOnlyWhenTold)
 {
-    const std::string folder = m_temp.MakeFolder("folder");
-    const std::string empty = m_temp.MakeFolder("empty");
+    const std::string folder = m_temp / "folder";
     const std::string free = m_temp / "free";
     for (const bool isForbidden : {false, true}) {
+        m_temp.MakeFolder("folder");
         m_temp.Write("from", "new");
         m_temp.Write("to", "old");
         EXPECT_TRUE(PassesInChild([&] {
             if (isForbidden)
                 ForbidExclusiveRename();
             EXPECT_EQ(Failure(QvMoveFileEx(m_from, m_to, false, false)), EEXIST);
-            EXPECT_EQ(Failure(QvMoveFileEx(folder, empty, false, false)), EEXIST);
+            EXPECT_EQ(Failure(QvMoveFileEx(folder, m_temp.MakeFolder("empty"), false, false)),
+                      EEXIST);
             EXPECT_EQ(Failure(QvMoveFileEx(folder, folder + "/x", false, false)), EINVAL);
             EXPECT_EQ(ReadFile(m_to), "old");
             EXPECT_TRUE(QvMoveFileEx(folder, free, false, false));
-            EXPECT_TRUE(QvMoveFileEx(free, folder, false, false));
-            EXPECT_TRUE(QvRemoveDirectory(folder)) << "nothing was left in it";
+            EXPECT_TRUE(QvRemoveDirectory(free)) << "nothing was left in it";
             EXPECT_TRUE(QvMoveFileEx(m_from, free, false, false));
             EXPECT_TRUE(QvMoveFileEx(free, m_to, true, false));
             EXPECT_EQ(ReadFile(m_to), "new");
             EXPECT_EQ(Names(), (TNames{"empty", "to"}));
         })) << isForbidden;
-        m_temp.MakeFolder("folder");
     }
 }
 
@@ -204,25 +195,18 @@ TEST_F(Files, MoveAcrossDevicesCopiesThenDeletes)
 TEST_F(Files, AtomicWriteKeepsPermissionsAndLinks)
 {
     ASSERT_EQ(chmod(m_to.c_str(), 0604), 0);
-    const std::string folder = m_temp.MakeFolder("folder");
+    m_temp.MakeFolder("folder");
     Link("../to", "folder/link");
     Link("folder/link", "chain");
     Link("folder/fresh", "dangling");
-    Link("loop", "loop");
-    const std::string fifo = folder + "/fifo";
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     EXPECT_TRUE(QvWriteFileAtomically(m_temp / "chain", "new"));
     EXPECT_EQ(ReadFile(m_to), "new");
     EXPECT_EQ(Status(m_to).st_mode & 07777, 0604u);
     EXPECT_TRUE(QvWriteFileAtomically(m_temp / "dangling", "fresh"));
-    EXPECT_EQ(ReadFile(folder + "/fresh"), "fresh");
-    EXPECT_EQ(Failure(QvWriteFileAtomically(folder, "x")), EISDIR);
-    EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "no/file", "x")), ENOENT);
-    EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "loop", "x")), ELOOP);
-    EXPECT_EQ(Failure(QvWriteFileAtomically(fifo, "x")), EINVAL);
-    EXPECT_TRUE(QvIsSymLink(folder + "/link"));
-    EXPECT_EQ(Names(), (TNames{"chain", "dangling", "folder", "from", "loop", "to"}));
-    EXPECT_EQ(NamesIn(folder), (TNames{"fifo", "fresh", "link"}));
+    EXPECT_EQ(ReadFile(m_temp / "folder/fresh"), "fresh");
+    EXPECT_EQ(Names(), (TNames{"chain", "dangling", "folder", "from", "to"}));
+    EXPECT_TRUE(QvIsSymLink(m_temp / "folder/link"));
+    EXPECT_EQ(NamesIn(m_temp / "folder"), (TNames{"fresh", "link"}));
 }
 
 TEST_F(Files, AtomicWriteIsWholeForReadersAndAfterAKill)
@@ -232,20 +216,17 @@ TEST_F(Files, AtomicWriteIsWholeForReadersAndAfterAKill)
         const std::string content = ReadFile(m_to);
         return content == contents[0] || content == contents[1];
     };
-    for (int round = 0; round < 3; ++round) {
-        TChildProcess child([&] {
-            std::size_t i = 0;
-            while (QvWriteFileAtomically(m_to, contents[++i % 2])) {
-            }
-            return 1;
-        });
-        ASSERT_TRUE(WaitUntil(isWhole));
-        for (int look = 0; look < 10; ++look)
-            EXPECT_TRUE(isWhole()) << "while it is written";
-        child.Kill();
-        EXPECT_EQ(child.Wait(), -SIGKILL);
-        EXPECT_TRUE(isWhole()) << "after the kill";
-    }
+    TChildProcess child([&] {
+        for (std::size_t i = 0; QvWriteFileAtomically(m_to, contents[++i % 2]);) {
+        }
+        return 1;
+    });
+    ASSERT_TRUE(WaitUntil(isWhole));
+    for (int look = 0; look < 30; ++look)
+        EXPECT_TRUE(isWhole()) << "while it is written";
+    child.Kill();
+    EXPECT_EQ(child.Wait(), -SIGKILL);
+    EXPECT_TRUE(isWhole()) << "after the kill";
 }
 
 TEST_F(Files, ForceDirectoriesStandsOthersDoingTheSame)
@@ -256,10 +237,6 @@ TEST_F(Files, ForceDirectoriesStandsOthersDoingTheSame)
     TChildProcess second(make);
     EXPECT_EQ(make() + first.Wait() + second.Wait(), 0);
     EXPECT_TRUE(QvDirExists(deep));
-    Link("nowhere", "dangling");
-    EXPECT_EQ(Failure(QvForceDirectories(m_to)), EEXIST);
-    EXPECT_EQ(Failure(QvForceDirectories(m_to + "/x")), ENOTDIR);
-    EXPECT_EQ(Failure(QvForceDirectories(m_temp / "dangling")), EEXIST);
 }
 
 TEST_F(Files, RemovalIsNeverLedOutByLinks)
@@ -269,16 +246,11 @@ TEST_F(Files, RemovalIsNeverLedOutByLinks)
     Link("..", "tree/link");
     Link("../../../to", "tree/deep/er/link");
     for (const std::string& refused :
-         {std::string(), std::string("/"), m_temp / "tree/.", m_temp / "tree/deep/..",
-          m_temp / "tree/./", (m_temp / "tree") + std::string("\0x", 2)}) {
-        std::string text;
-        EXPECT_EQ(Failure(QvRemoveDirectoryEx(refused, true, true, &text)), EINVAL) << refused;
-        EXPECT_FALSE(text.empty());
-    }
+         {std::string(), std::string("/"), m_temp / "tree/./", m_temp / "tree/deep/..",
+          (m_temp / "tree") + std::string("\0x", 2)})
+        EXPECT_EQ(Failure(QvRemoveDirectoryEx(refused, true, true, nullptr)), EINVAL) << refused;
     EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "tree")), ENOTEMPTY);
     EXPECT_EQ(Failure(QvRemoveDirectoryEx(m_temp / "tree", false, true, nullptr)), ENOTEMPTY);
-    Link("to", "file link");
-    EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "file link")), ENOTDIR);
     // Of a link to a folder only the link goes.
     for (const bool recursive : {false, true}) {
         Link("tree", "to tree");
@@ -288,7 +260,7 @@ TEST_F(Files, RemovalIsNeverLedOutByLinks)
     }
     EXPECT_TRUE(Exists(m_temp / "tree/deep/er/file"));
     EXPECT_TRUE(QvRemoveDirectoryEx(m_temp / "tree/", true, false, nullptr));
-    EXPECT_EQ(Names(), (TNames{"file link", "from", "to"}));
+    EXPECT_EQ(Names(), (TNames{"from", "to"}));
 }
 
 TEST_F(Files, ForceRemovesWhatIsProtectedAndWithoutItTheRestGoes)
@@ -333,23 +305,4 @@ TEST_F(Files, FoundByMaskInOrderAndNotThroughLinks)
     breaking.BreakAfter = 1;
     EXPECT_THROW(QvFindFiles(m_temp.Path(), "*", true, true, &breaking), TQvUserBreak);
 }
-
-TEST_F(Files, InfoAgreesWithQt)
-{
-    m_temp.Write("a\\b", "12345");
-    Link("a\\b", "link");
-    for (const std::string& path : {m_temp / "link", m_temp.Path()}) {
-        TQvFileInfo info;
-        ASSERT_TRUE(QvGetFileInfo(path, &info)) << path;
-        const QFileInfo other(QString::fromStdString(path));
-        EXPECT_EQ(info.Size, static_cast<std::uint64_t>(other.size()));
-        EXPECT_EQ(info.IsFolder, other.isDir());
-        EXPECT_EQ(info.UpdateTime, TQvDateTime::FromQDateTime(other.lastModified()));
-        const QDateTime born = other.birthTime();
-        EXPECT_EQ(info.CreationTime,
-                  TQvDateTime::FromQDateTime(born.isValid() ? born : other.metadataChangeTime()));
-    }
-}
-
-// namespace
 } // namespace

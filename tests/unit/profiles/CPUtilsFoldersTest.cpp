@@ -1,48 +1,45 @@
 #include <gtest/gtest.h>
 
-#include <regex>
-
 #include "Machine.h"
 #include "profiles/CPUtils.h"
 
 namespace
 {
 constexpr char kBad[] = "bad\x01";
-constexpr char kList[] = "[profiles]\nprofile=a\n[/profiles]\n";
 
 TEST(VarFolder, SettingThenRegistry)
 {
-    constexpr struct
-    {
-        const char *Setting, *Common, *User, *UserWow;
-        const char *Wanted, *Folder; ///< what the flag is, null for none
-        bool FlagAfter;
-    } kRows[] = {
+    // setting; registry: common, user's, user's under the other key; wanted scope; folder, scope
+    constexpr const char* kRows[][7] = {
         // The setting of the configuration comes back as it is configured, ...
-        {"/set/", "/c", "", "/w", "common", "/set/", false},
-        {"", "/c", "/u", "/w", "common", "/c", true},
+        {"/set/", "/c", "", "/w", "common", "/set/", "user"},
+        {"", "/c", "/u", "/w", "common", "/c", "common"},
+        {"", "", "/u", "/w", "common", "/u", "user"},
+        {"", "/c", "/u", "/w", "user", "/u", "user"},
         // ... a folder of the registry with a slash; each root has its own key.
-        {kBad, "/c", "", "/w", "common", "/c/", true},
-        {kBad, "/c", "", "/w", nullptr, "/c/", false},
-        {kBad, "", "/u", "", "common", "", false},
+        {kBad, "/c", "", "/w", "common", "/c/", "common"},
+        {kBad, "/c", "", "/w", "any", "/c/", "user"},
+        {kBad, "", "/u", "", "common", "", "user"},
         // Who wants no common folder gets none; what is no path is passed over.
-        {"", "/c", "", "/w", "", "/w/", false},
-        {kBad, kBad, "", "/w", "common", "/w/", false},
+        {"", "/c", "", "/w", "user", "/w/", "user"},
+        {kBad, kBad, "", "/w", "common", "/w/", "user"},
     };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(&row - kRows);
+    for (const auto& [setting, common, user, userWow, wanted, folder, scope] : kRows) {
+        SCOPED_TRACE(testing::Message() << setting << ", " << common << ", " << wanted);
         const TMachine machine;
-        setenv("QV_VAR_FOLDER", row.Setting, 1);
-        TMachine::SetRegistry(TQvRegKey::Common, kPlainKey, row.Common);
-        TMachine::SetRegistry(TQvRegKey::User, kPlainKey, row.User);
-        TMachine::SetRegistry(TQvRegKey::User, kWowKey, row.UserWow);
-        bool common = row.Wanted != nullptr && *row.Wanted;
-        bool* const flag = row.Wanted == nullptr ? nullptr : &common;
-        EXPECT_EQ(TQvCPUtils::GetVARFolder(flag).toSysStr(), row.Folder);
-        EXPECT_EQ(common, row.FlagAfter);
-        const std::string home = machine.Temp / "home/.config/velmor/KORVADELAirlane7.VAR";
-        common = row.Wanted != nullptr && *row.Wanted;
-        EXPECT_EQ(TQvCPUtils::GetQvVARFolder(flag).toSysStr(), *row.Folder ? row.Folder : home);
+        setenv("QV_VAR_FOLDER", setting, 1);
+        TMachine::SetRegistry(TQvRegKey::Common, kPlainKey, common);
+        TMachine::SetRegistry(TQvRegKey::User, kPlainKey, user);
+        TMachine::SetRegistry(TQvRegKey::User, kWowKey, userWow);
+        const auto find = [wanted = std::string(wanted)](TQvPath (*function)(bool*)) {
+            bool isCommon = wanted == "common";
+            const TQvPath found = function(wanted == "any" ? nullptr : &isCommon);
+            return found.toSysStr() + (isCommon ? " common" : " user");
+        };
+        const std::string expected = folder + (' ' + std::string(scope));
+        const std::string home = machine.Temp / "home/.config/velmor/KORVADELAirlane7.VAR user";
+        EXPECT_EQ(find(TQvCPUtils::GetVARFolder), expected);
+        EXPECT_EQ(find(TQvCPUtils::GetQvVARFolder), *folder ? expected : home);
     }
     Deinit_QvConfig(); // without a configuration nothing throws
     EXPECT_EQ(TQvCPUtils::GetVARFolder(nullptr), TQvPath());
@@ -59,49 +56,43 @@ TEST(Repository, IsReadFromThePolicyFile)
         {"repository=/r\n", "/r/", ""},
     };
     const TMachine machine;
-    const TQvPath var(machine.Var());
-    TMachine::SetRegistry(TQvRegKey::User, kWowKey, machine.Var());
-    EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(var, false), TQvPath()) << "no policy file";
+    const auto repository = [](const std::string& varFolder, bool switchedOff = false) {
+        return TQvCPUtils::GetRepositoryFolder(TQvPath(varFolder), switchedOff).toSysStr();
+    };
+    EXPECT_EQ(repository(machine.Var()), "") << "no policy file";
     for (const auto& row : kRows) {
         machine.WritePolicy(row[0]);
-        EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(var, false).toSysStr(), row[1]) << row[0];
-        EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(var, true).toSysStr(), row[2]) << row[0];
+        EXPECT_EQ(repository(machine.Var()), row[1]) << row[0];
+        EXPECT_EQ(repository(machine.Var(), true), row[2]) << row[0];
     }
-    EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(TQvPath(), false), TQvPath())
-        << "an empty folder stands for the setting, and not for what the registry has besides";
+    TMachine::SetRegistry(TQvRegKey::User, kWowKey, machine.Var());
+    EXPECT_EQ(repository(""), "") << "the setting, and not what the registry has besides";
     machine.Configure();
-    EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(TQvPath(), false), TQvPath("/r/"));
+    EXPECT_EQ(repository(""), "/r/");
 }
 
 TEST(Wizard, IsNeededUnlessEverythingCanBeRead)
 {
-    constexpr struct
-    {
-        const char *Policy, *List, *RepositoryList; ///< null: missing
-        bool Needed;
-    } kRows[] = {
-        {"repository=\n", "[profiles]\n[/profiles]\n", nullptr, false},
-        {"repository=REPO\n", kList, kList, false},
-        {nullptr, kList, nullptr, true},
-        {"", "[profiles]\n[x]\n[/x]\n[/profiles]\n", nullptr, true},
-        {"repository=REPO\n", kList, nullptr, true},
-        {"repository=REPO\n", kList, "", true},
+    const TMachine machine;
+    const auto writeList = [&machine](const char* folder, const char* text) {
+        machine.Temp.Write(std::string(folder) + "/Profiles/profiles.x-ini", text);
     };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(&row - kRows);
-        const TMachine machine;
-        const auto write = [&machine](const char* name, const char* text) {
-            if (text != nullptr)
-                machine.Temp.Write(
-                    name, std::regex_replace(text, std::regex("REPO"), machine.Temp / "repo"));
-        };
-        write("var/policy.x-ini", row.Policy);
-        write("var/Profiles/profiles.x-ini", row.List);
-        write("repo/Profiles/profiles.x-ini", row.RepositoryList);
-        TMachine::SetRegistry(TQvRegKey::User, kWowKey, machine.Var());
-        EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "the registry's other key does not count";
-        machine.Configure();
-        EXPECT_EQ(TQvCPUtils::IsWizardNecessary(), row.Needed);
-    }
+    machine.Configure();
+    writeList("var", "[profiles]\nprofile=a\n[/profiles]\n");
+    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "no policy file";
+    machine.WritePolicy("repository=\n");
+    EXPECT_FALSE(TQvCPUtils::IsWizardNecessary());
+    writeList("var", "[profiles]\n[x]\n[/x]\n[/profiles]\n");
+    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "a section is no name";
+    writeList("var", "[profiles]\n[/profiles]\n");
+    machine.WritePolicy("repository=" + machine.Temp / "repo\n");
+    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "the repository publishes no list";
+    writeList("repo", "");
+    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "nor does it with an empty file";
+    writeList("repo", "[profiles]\nprofile=a\n[/profiles]\n");
+    EXPECT_FALSE(TQvCPUtils::IsWizardNecessary());
+    TMachine::SetRegistry(TQvRegKey::User, kWowKey, machine.Var());
+    unsetenv("QV_VAR_FOLDER");
+    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "the registry's other key does not count";
 }
 } // namespace

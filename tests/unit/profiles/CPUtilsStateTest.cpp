@@ -38,23 +38,26 @@ protected:
     std::string Profiles(const std::string& name = "") const { return Var("/Profiles" + name); }
     TNames Folders() const { return NamesIn(Profiles()); }
 
-    /// Name by name, remote ones with a "*".
-    static TNames Names(const TState& state)
+    /// Loads the state; the names of its profiles, remote ones with a "*".
+    TNames Reload(TQvProgressHandler* progress = nullptr)
     {
+        TQvCPUtils::ReloadState(state, progress);
         TNames names;
         for (const TQvResourceProfile& profile : state.Profiles)
             names.push_back(profile.Name + (profile.Remote ? "*" : ""));
         return names;
     }
-    static void Create(const std::string& name, TState& state)
+    void Create(const std::string& name)
     {
         TQvCPUtils::CreateProfileState(name, state);
         TQvCPUtils::RefreshProfilesState(state);
     }
-    static std::string SaveError(TState& state)
+    std::string SaveError()
     {
-        return Thrown([&state] { TQvCPUtils::SaveState(state); }).what();
+        return Thrown([this] { TQvCPUtils::SaveState(state); }).what();
     }
+
+    TState state;
 };
 
 TEST_F(State, LoadLeavesOutWhatCannotBeRead)
@@ -65,21 +68,16 @@ TEST_F(State, LoadLeavesOutWhatCannotBeRead)
     WriteProfile("a\\b");
     Temp.Write("var/Profiles/Malformed/profile.x-ini", "broken\n");
     Temp.Write("var/Profiles/Nothing/x", "");
-    TState state;
-    TQvCPUtils::ReloadState(state, nullptr);
-    EXPECT_EQ(Names(state), (TNames{"Also", "Good"}));
+    EXPECT_EQ(Reload(), (TNames{"Also", "Good"}));
     EXPECT_EQ(state.ProfileIndex.at("GOOD"), &state.Profiles[1]);
     EXPECT_GT(state.Profiles[1].TotalFreeSpace, 0u);
     EXPECT_EQ(state.CurrentProfile + state.SelectedProfile, "gOOdgOOd");
-
     WritePolicy("profile=Absent\n");
-    TQvCPUtils::ReloadState(state, nullptr);
+    Reload();
     EXPECT_EQ(state.CurrentProfile + state.SelectedProfile, "Also");
-
     state.Remote = true;
     WritePolicy("profile=Good\n");
-    TQvCPUtils::ReloadState(state, nullptr);
-    EXPECT_EQ(Names(state), (TNames{"Also*", "Good*"}));
+    EXPECT_EQ(Reload(), (TNames{"Also*", "Good*"}));
     EXPECT_EQ(state.CurrentProfile, "") << "a repository has no current profile";
 }
 
@@ -91,39 +89,35 @@ TEST_F(State, WhatWasNotSeenIsNotRemoved)
     Publish({"C"});
     int broken = 0;
     for (bool whole = false; !whole; ++broken) {
-        TState state;
         TTestProgress progress;
         progress.BreakAfter = broken;
         whole = true;
         try {
-            TQvCPUtils::ReloadState(state, &progress);
-            EXPECT_EQ(Names(state), (TNames{"A", "B", "C*"}));
+            EXPECT_EQ(Reload(&progress), (TNames{"A", "B", "C*"}));
         } catch (const TQvUserBreak&) {
             whole = false;
             EXPECT_TRUE(state.Profiles.empty() && state.ProfileIndex.empty());
-            EXPECT_NE(SaveError(state), "");
+            EXPECT_NE(SaveError(), "");
         }
         EXPECT_FALSE(progress.Started());
     }
     EXPECT_GT(broken, 5);
 
-    TState state;
     ASSERT_EQ(rename(Profiles().c_str(), Profiles("~").c_str()), 0);
     Temp.Write("var/Profiles", "cannot be listed");
-    TQvCPUtils::ReloadState(state, nullptr);
+    Reload();
     unlink(Profiles().c_str());
     rename(Profiles("~").c_str(), Profiles().c_str());
-    EXPECT_EQ(SaveError(state), "The profiles in the folder \"" + Profiles() +
-                                    "\" have not been read: they cannot be saved.");
+    EXPECT_EQ(SaveError(), "The profiles in the folder \"" + Profiles() +
+                               "\" have not been read: they cannot be saved.");
     EXPECT_EQ(Folders(), (TNames{"A", "B", "C"}));
-    TQvCPUtils::ReloadState(state, nullptr);
-    EXPECT_EQ(SaveError(state), "");
+    Reload();
+    EXPECT_EQ(SaveError(), "");
 
-    unsetenv("QV_VAR_FOLDER");
+    setenv("QV_VAR_FOLDER", "", 1);
     ASSERT_EQ(chdir(Var().c_str()), 0);
-    TQvCPUtils::ReloadState(state, nullptr);
-    EXPECT_TRUE(state.Profiles.empty()) << "the working directory is no VAR folder";
-    EXPECT_EQ(SaveError(state), "A VAR folder must be set.");
+    EXPECT_EQ(Reload(), TNames()) << "the working directory is no VAR folder";
+    EXPECT_EQ(SaveError(), "A VAR folder must be set.");
     ASSERT_EQ(chdir("/"), 0);
 }
 
@@ -138,10 +132,8 @@ TEST_F(State, PublishedProfilesAreTakenOver)
     const std::string own = WriteProfile("Broken");
     const std::string ownText = ReadFile(own);
 
-    TState state;
     TTestProgress progress;
-    TQvCPUtils::ReloadState(state, &progress);
-    EXPECT_EQ(Names(state), (TNames{"Bare*", "Both*", "Broken", "New*"}));
+    EXPECT_EQ(Reload(&progress), (TNames{"Bare*", "Both*", "Broken", "New*"}));
     EXPECT_EQ(Folders(), (TNames{"Bare", "Both", "Broken", "New"}));
     EXPECT_EQ(ReadFile(own), ownText) << "a broken published profile replaces nothing";
     EXPECT_EQ(progress.Messages.at(0), "Copying profiles from the repository");
@@ -150,7 +142,7 @@ TEST_F(State, PublishedProfilesAreTakenOver)
     const std::string marked = std::string("[profile]\n  remote=1\n") + kRoot + "[/profile]\n";
     EXPECT_EQ(ReadFile(copy), marked);
     TQvCPUtils::AddNodeState(TQvPath("/usr"), "New", state);
-    EXPECT_EQ(SaveError(state), "");
+    EXPECT_EQ(SaveError(), "");
     EXPECT_EQ(ReadFile(copy), marked) << "never written back";
 }
 
@@ -164,12 +156,11 @@ TEST_F(State, SaveRemovesWhatIsDroppedAndNothingElse)
     const std::string outside = Temp.Write("outside/file", "precious");
     for (const char* link : {"/Link", "/Drop/Link"})
         ASSERT_EQ(symlink((Temp / "outside").c_str(), Profiles(link).c_str()), 0);
-    TState state;
-    TQvCPUtils::ReloadState(state, nullptr);
+    Reload();
     state.Profiles.erase(state.Profiles.begin());
-    Create("Fresh", state);
+    Create("Fresh");
     state.CurrentProfile = "Fresh";
-    EXPECT_EQ(SaveError(state), "");
+    EXPECT_EQ(SaveError(), "");
     EXPECT_EQ(Folders(), (TNames{"Fresh", "Keep", "a\\b", "note.txt", "profiles.x-ini"}));
     EXPECT_EQ(ReadFile(outside), "precious");
     EXPECT_EQ(ReadFile(Profiles("/profiles.x-ini")),
@@ -179,45 +170,43 @@ TEST_F(State, SaveRemovesWhatIsDroppedAndNothingElse)
 
     state.Remote = true;
     state.CurrentProfile = "Keep";
-    EXPECT_EQ(SaveError(state), "");
+    EXPECT_EQ(SaveError(), "");
     EXPECT_EQ(Policy(), policy) << "a repository has no policy file";
 }
 
 TEST_F(State, SaveRefusesBeforeItWrites)
 {
     WriteProfile("Drop");
-    TState state;
     state.VarFolder = TQvPath(Var());
-    Create("Fine", state);
-    Create("", state);
-    for (const char* name : {"", ".", "..", "a/b", "..\\x", "a\nb", "profiles.x-ini"}) {
+    Create("Fine");
+    Create("");
+    for (const std::string name : {"", ".", "..", "a/b", "..\\x", "a\nb", "profiles.x-ini"}) {
         state.Profiles[1].Name = name;
-        EXPECT_EQ(SaveError(state), "static void TQvCPUtils::SaveState(TQvCPUtils::TCPState &): "
-                                    "Invalid profile name " +
-                                        std::string(name));
+        EXPECT_EQ(SaveError(), "static void TQvCPUtils::SaveState(TQvCPUtils::TCPState &): "
+                               "Invalid profile name " +
+                                   name);
         EXPECT_EQ(Policy(), "<missing>");
     }
     state.Profiles[1].Name = "Other";
     WritePolicy("x=1\nbroken\n");
-    EXPECT_NE(SaveError(state).find(Var("/policy.x-ini")), std::string::npos);
+    EXPECT_NE(SaveError().find(Var("/policy.x-ini")), std::string::npos);
     EXPECT_EQ(Policy(), "x=1\nbroken\n");
     EXPECT_EQ(Folders(), TNames{"Drop"});
 
     WritePolicy("");
     Temp.Write("var/Profiles/Other", "");
-    EXPECT_EQ(SaveError(state), "The folder \"" + Profiles("/Other") + "\" cannot be created.");
+    EXPECT_EQ(SaveError(), "The folder \"" + Profiles("/Other") + "\" cannot be created.");
     state.Profiles[1].Name = "Dir";
     Temp.MakeFolder("var/Profiles/Dir/profile.x-ini");
     state.BuildIndex();
-    EXPECT_NE(SaveError(state).find(Profiles("/Dir/profile.x-ini")), std::string::npos);
+    EXPECT_NE(SaveError().find(Profiles("/Dir/profile.x-ini")), std::string::npos);
 }
 
 TEST_F(State, NodesAndFreeSpace)
 {
-    TState state;
     TQvCPUtils::AddNodeState(TQvPath("/usr"), "Absent", state);
     EXPECT_FALSE(TQvCPUtils::RefreshProfileFreeSpaceState("Absent", state));
-    Create("P", state);
+    Create("P");
     TQvResourceProfile& profile = state.Profiles[0];
     TQvCPUtils::AddNodeState(TQvPath(Temp.MakeFolder("one/Data")), "p", state);
     const std::uint64_t free = profile.TotalFreeSpace;

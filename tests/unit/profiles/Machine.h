@@ -1,12 +1,12 @@
 // A machine with nothing configured: home folder and registry lie in a fresh temporary folder.
 #pragma once
 
-#include <cstdlib>
 #include <string>
 
 #include "QvConfig/Config.h"
 #include "QvStd/Path.h"
 #include "QvStd/Registry.h"
+#include "support/EnvironmentVariable.h"
 #include "support/TempFolder.h"
 
 inline constexpr char kPlainKey[] = "Software\\Velmor\\KORVADEL\\6 Airlane";
@@ -15,21 +15,9 @@ inline constexpr char kWowKey[] = "Software\\Wow6432Node\\Velmor\\KORVADEL\\6 Ai
 class TMachine
 {
 public:
-    TMachine()
-    {
-        setenv("HOME", (Temp / "home").c_str(), 1);
-        setenv("QV_REGISTRY_DIR", (Temp / "registry").c_str(), 1);
-        unsetenv("QV_VAR_FOLDER");
-        Init_QvConfig();
-    }
-    ~TMachine()
-    {
-        Deinit_QvConfig();
-        for (const char* name : {"HOME", "QV_REGISTRY_DIR", "QV_VAR_FOLDER"})
-            unsetenv(name);
-    }
+    TMachine() { Init_QvConfig(); }
+    ~TMachine() { Deinit_QvConfig(); }
     TMachine(const TMachine&) = delete;
-    TMachine& operator=(const TMachine&) = delete;
 
     /// The VAR folder that Configure makes the setting of, or a path in it.
     std::string Var(const std::string& name = "") const { return Temp / "var" + name; }
@@ -46,5 +34,10 @@ public:
         return TQvRegMan::readString(root, kPlainKey, "VarPath");
     }
 
-    TTempFolder Temp;
+    const TTempFolder Temp;
+
+private:
+    const TEnvironmentVariable m_home{"HOME", Temp / "home"};
+    const TEnvironmentVariable m_registry{"QV_REGISTRY_DIR", Temp / "registry"};
+    const TEnvironmentVariable m_var{"QV_VAR_FOLDER", ""};
 };
