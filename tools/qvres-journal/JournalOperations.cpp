@@ -162,12 +162,18 @@ int Verify(const TResStorage& storage, bool json)
          "): " + storage.DirFile().toSysStr());
 }
 
+/// Loads, and makes sure that the journal is there whole: loading may have written it anew.
+void Load(TResStorage& storage, const TResStorage::TLocker& locker = {})
+{
+    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
+    const TLook look = locker ? LookAtJournal(storage) : LookTwice(storage);
+    if (look.Missing || look.Reading.State != TJournalState::Whole)
+        FailAsBroken(look, storage);
+}
+
 void LoadAndPrint(TResStorage& storage, bool json)
 {
-    Require(storage.LoadDir(), "cannot load the journal of " + storage.Folder);
-    const TLook look = LookTwice(storage);
-    if (look.Missing || look.Reading.State != TJournalState::Whole) // loading wrote it anew
-        FailAsBroken(look, storage);
+    Load(storage);
     if (json) {
         auto records = nlohmann::json::array();
         for (const auto& [id, name] : storage.Dir())
@@ -188,35 +194,45 @@ bool CutTo(const TResStorage& storage, std::uint64_t size)
     return stream && stream.setSize(size) && stream.Flush() && stream.Close();
 }
 
+/// Loads first, so that a broken journal is repaired before anything is put behind it, and cuts off
+/// half a line at its end: loading does not see it, and it would make one line with what follows.
+/// The size that the journal has then.
+std::uint64_t LoadForChange(TResStorage& storage, const TResStorage::TLocker& locker)
+{
+    Load(storage, locker);
+    const TJournalReading reading = LookAtJournal(storage).Reading;
+    if (reading.UnreadBytes > 0 && !CutTo(storage, reading.SealedBytes))
+        Fail("cannot cut half a line off " + storage.DirFile().toSysStr());
+    return reading.SealedBytes;
+}
+
+bool IsThere(const TLook& look, const std::string& key, const std::string& name)
+{
+    const auto record = look.Entries.find(key);
+    return record != look.Entries.end() && record->second == name;
+}
+
 void Change(TResStorage& storage, const std::string& id, bool adding)
 {
     if (id.empty() || id == "/" || !ResourceManager.IsValidResId(id, false))
         Fail("no valid id of a resource or folder: " + id);
-    const auto locker = TStorageLocker::VCreate(storage, true);
-    // Loading first, so that a broken journal is repaired before anything is put behind it. Half a
-    // line at its end, which loading does not see, would make one line with what follows.
-    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
-    const TJournalReading before = LookAtJournal(storage).Reading;
-    const std::string file = storage.DirFile().toSysStr();
-    if (before.UnreadBytes > 0 && !CutTo(storage, before.SealedBytes))
-        Fail("cannot cut half a line off " + file);
     const bool isFolder = id.back() == '/';
     const std::string bare = isFolder ? id.substr(0, id.size() - 1) : id;
     const std::string key = QvNormalizeResId(id);
+    const auto locker = TStorageLocker::VCreate(storage, true);
+    const std::uint64_t size = LoadForChange(storage, locker);
     if (!adding && storage.Dir().count(key) == 0)
         Fail("the journal has no record of " + id);
 
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     Require(done, "cannot write the journal of " + storage.Folder);
-    const TLook after = LookAtJournal(storage);
-    const auto record = after.Entries.find(key);
-    const bool there = record != after.Entries.end();
-    const bool asWanted = adding ? there && record->second == QvExtractResName(bare) : !there;
-    if (after.IsWhole() && asWanted)
+    const TLook look = LookAtJournal(storage);
+    if (look.IsWhole() &&
+        (adding ? IsThere(look, key, QvExtractResName(bare)) : look.Entries.count(key) == 0))
         return;
-    const bool asItWas = CutTo(storage, before.SealedBytes);
-    Fail("the change of " + id + " could not be written to " + file +
+    const bool asItWas = CutTo(storage, size);
+    Fail("the change of " + id + " could not be written to " + storage.DirFile().toSysStr() +
          (asItWas ? ", which is as it was" : ""));
 }
 
