@@ -16,6 +16,7 @@ TEST(Config, StringsFollowTheProfile)
         Init_QvConfig();
         EXPECT_TRUE(pQvConfigData->getLoaded());
     };
+    EXPECT_EQ(QvGetConfigString(9, true), "") << "nothing is started";
     start("repository=/r\nprofile=My Profile\n");
     EXPECT_EQ(QvGetConfigString(9, true), var.Path() + "/Config/");
     EXPECT_EQ(QvGetConfigString(12, true), var.Path() + "/Profiles/My Profile/profile.x-ini");

@@ -150,6 +150,7 @@ TEST_F(Files, BreakKillAndFullDiskLeaveTheOldTarget)
     EXPECT_TRUE(QvCopyFileEx(m_from, m_to, false, &progress));
     EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
     EXPECT_GE(progress.Polls, 3);
+    EXPECT_GE(progress.Positions.size(), 3u);
     EXPECT_EQ(progress.Positions.back(), 1.0);
 }
 

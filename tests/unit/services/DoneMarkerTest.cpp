@@ -37,6 +37,7 @@ TEST_F(DoneMarkers, SayWhatTheirFirstBytesSay)
         ok = true;
         EXPECT_FALSE(GetDoneResult(TQvURL(none), &ok)) << none;
         EXPECT_FALSE(ok || SetDoneResult(TQvURL(none), true)) << none;
+        EXPECT_THROW(QvURLManager.OpenURLE(TQvURL(none), 10, kQvShareAll, 0), TQvMessage) << none;
     }
 }
 
