@@ -23,21 +23,21 @@ TEST_F(Folders, SettingThenRegistry)
         {"", "/c", "", "/w", "user", "/w/ user"},
         {kBad, kBad, "", "/w", "common", "/w/ user"},
     };
-    const std::string home = Temp / "home/.config/velmor/KORVADELAirlane7.VAR user";
     for (const auto& [setting, common, user, userWow, scope, expected] : kRows) {
-        SCOPED_TRACE(testing::Message() << setting << ", " << common << ", " << scope);
         setenv("QV_VAR_FOLDER", setting, 1);
         SetRegistry(TQvRegKey::Common, kPlainKey, common);
         SetRegistry(TQvRegKey::User, kPlainKey, user);
         SetRegistry(TQvRegKey::User, kWowKey, userWow);
-        const auto find = [wanted = std::string(scope)](TQvPath (*function)(bool*)) {
-            bool isCommon = wanted == "common";
-            const TQvPath found = function(wanted == "any" ? nullptr : &isCommon);
-            return found.toSysStr() + (isCommon ? " common" : " user");
-        };
-        EXPECT_EQ(find(TQvCPUtils::GetVARFolder), expected);
-        EXPECT_EQ(find(TQvCPUtils::GetQvVARFolder), *expected == '/' ? expected : home);
+        bool isCommon = scope == std::string("common");
+        bool* const wanted = scope == std::string("any") ? nullptr : &isCommon;
+        const std::string found = TQvCPUtils::GetVARFolder(wanted).toSysStr();
+        EXPECT_EQ(found + (isCommon ? " common" : " user"), expected)
+            << setting << ", " << common << ", " << scope;
     }
+    EXPECT_EQ(TQvCPUtils::GetQvVARFolder(nullptr), TQvPath("/w/"));
+    SetRegistry(TQvRegKey::User, kWowKey, "");
+    EXPECT_EQ(TQvCPUtils::GetQvVARFolder(nullptr),
+              TQvPath(Temp / "home/.config/velmor/KORVADELAirlane7.VAR"));
     Deinit_QvConfig(); // without a configuration nothing throws
     EXPECT_EQ(TQvCPUtils::GetVARFolder(nullptr), TQvPath());
     EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(TQvPath(), false), TQvPath());
@@ -69,25 +69,21 @@ TEST_F(Folders, RepositoryIsReadFromThePolicyFile)
 
 TEST_F(Folders, WizardIsNeededUnlessEverythingCanBeRead)
 {
-    const std::string here = "repository=\n", there = "repository=" + Temp / "repo\n";
-    const std::string list = "[profiles]\nprofile=a\n[/profiles]\n", none = "none";
-    // the policy file, the list of profiles, and that of the repository
-    const std::tuple<const char*, bool, std::string, std::string, std::string> rows[] = {
-        {"no policy file", true, none, list, none},
-        {"no repository", false, here, list, none},
-        {"a section is no name", true, here, "[profiles]\n[x]\n[/x]\n[/profiles]\n", none},
-        {"the repository publishes no list", true, there, "[profiles]\n[/profiles]\n", none},
-        {"nor does it with an empty file", true, there, list, ""},
-        {"a repository", false, there, list, list}};
+    const auto isNecessaryWith = [this](const std::string& file, const std::string& text) {
+        Temp.Write(file, text);
+        return TQvCPUtils::IsWizardNecessary();
+    };
+    const std::string own = "var/Profiles/profiles.x-ini",
+                      published = "repo/Profiles/profiles.x-ini";
+    const std::string list = "[profiles]\nprofile=a\n[/profiles]\n", policy = "var/policy.x-ini";
     Configure();
-    for (const auto& [name, necessary, policy, own, published] : rows) {
-        for (const auto& [file, text] : {std::pair("var/policy.x-ini", policy),
-                                         {"var/Profiles/profiles.x-ini", own},
-                                         {"repo/Profiles/profiles.x-ini", published}})
-            if (text != none)
-                Temp.Write(file, text);
-        EXPECT_EQ(TQvCPUtils::IsWizardNecessary(), necessary) << name;
-    }
+    EXPECT_TRUE(isNecessaryWith(own, list)) << "no policy file";
+    EXPECT_FALSE(isNecessaryWith(policy, "repository=\n"));
+    EXPECT_TRUE(isNecessaryWith(own, "[profiles]\n[x]\n[/x]\n[/profiles]\n")) << "no name";
+    EXPECT_FALSE(isNecessaryWith(own, "[profiles]\n[/profiles]\n"));
+    EXPECT_TRUE(isNecessaryWith(policy, "repository=" + Temp / "repo\n")) << "it publishes no list";
+    EXPECT_TRUE(isNecessaryWith(published, "")) << "nor does it with an empty file";
+    EXPECT_FALSE(isNecessaryWith(published, list));
     SetRegistry(TQvRegKey::User, kWowKey, Var());
     unsetenv("QV_VAR_FOLDER");
     EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "the registry's other key does not count";

@@ -14,11 +14,7 @@ constexpr std::int64_t kTime = 1500000000123;
 
 TQvResourceLabel Label(std::uint64_t size, std::uint64_t crc, std::int64_t time = kTime)
 {
-    TQvResourceLabel label;
-    label.Size = size;
-    label.Time = TQvDateTime(time);
-    label.CRC = crc;
-    return label;
+    return {size, TQvDateTime(time), crc};
 }
 
 std::string Text(const TQvResourceLabel& label)
@@ -119,6 +115,7 @@ TEST_F(Labels, RewriteKeepsWhatOthersWrote)
     const TQvMessage error = Thrown([this] { WriteResResourceLabel("/T/r", label); });
     EXPECT_EQ(error.text(), "@Internal logic error in %1% (%2%): (%3%)==false.");
     EXPECT_EQ(error.arguments().at(2), "tree");
+    EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "the label is good all the same";
     EXPECT_EQ(Sidecar(), broken);
 }
 
@@ -137,7 +134,9 @@ TEST_F(Labels, GetTakesTheCheapestGoodOne)
 
     // Held by somebody for himself, the sidecar neither opens for reading nor for writing.
     const TQvFileStream alone(TQvPath(Temp / "r.meta"), kQvOpenRead, 0);
-    EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "it cannot be stored, and is good";
+    label.CRC = 66;
+    EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false));
+    EXPECT_EQ(label.CRC, kCrcOfHello) << "it cannot be stored, and is good";
 }
 
 TEST_F(Labels, FullDiskCostsNothing)
