@@ -128,11 +128,8 @@ TEST_F(FileMountNode, AttributesAreTheSystemsOwn)
     EXPECT_FALSE(Node.GetResourceAttr("/D/none", &attrib));
 
     const auto items = make_var<std::vector<TQvResFindItem>>();
-    EXPECT_TRUE(Node.Find(items, "/D", "a", kFindResources | kFindAttributes, nullptr));
     EXPECT_TRUE(Node.Find(items, "/D", "a", kFindResources, nullptr));
-    EXPECT_EQ(items->at(0).Attrib.UpdateTime, attrib.UpdateTime);
-    EXPECT_EQ(items->at(0).Attrib.CreationTime, attrib.CreationTime);
-    EXPECT_EQ(items->at(1).Attrib.UpdateTime, TQvDateTime()) << "only when asked for";
+    EXPECT_EQ(items->at(0).Attrib.UpdateTime, TQvDateTime()) << "only when asked for";
 }
 
 TEST_F(FileMountNode, FindGivesWhatQtGivesInItsOrderButNoSidecar)

@@ -39,8 +39,6 @@ TEST_F(Labels, Computed)
 {
     EXPECT_TRUE(ComputeResResourceLabel("/t/r", &label, false));
     EXPECT_EQ(Text(label), Text(Label(5, 0)));
-    EXPECT_TRUE(ComputeResResourceLabel("/T/r", &label, true));
-    EXPECT_EQ(Text(label), Text(Label(5, kCrcOfHello)));
     EXPECT_THROW(ComputeResResourceLabel("/T/r", nullptr, true), TQvMessage);
     TQvFileStream stream(TQvPath(Temp / "r"), kQvOpenRead, kQvShareAll);
     stream.setPosition(3);
