@@ -102,6 +102,7 @@ TEST_F(FileMountNode, CopiedMovedAndDeletedWithTheSidecar)
          {"sidecar copied to none", copyMeta, false, "a=1 a.meta=m"},
          {"no sidecar copied", copyMeta, false, "a=1 b=2 b.meta=m"},
 
+         {"moved without one", move("a", "b"), true, "a=1 b.meta=m", "b=1 b.meta=m"},
          {"move of nothing", move("a", "b"), false, "b=2"},
          {"move onto its own sidecar", move("a", "a.meta"), false, "a=1 a.meta=m"},
          {"move of its own sidecar", move("a.meta", "a"), false, "a=1 a.meta=m"},

@@ -72,7 +72,7 @@ TEST(ResId, Relative)
     ExpectEach(from("/A/"), {"/A/B/c.txt > B/c.txt", "/A/ > "});
     ExpectEach(from("/A/X/"), {"/a/b/c.txt > ../b/c.txt"});
     ExpectEach(from("/A/B/"), {"/A/B > ../B"}); // a name is never matched against a folder
-    ExpectEach(from("/abc"), {"/ABC/x > x", "A/c > A/c"});
+    ExpectEach(from("/abc"), {"/ABC/x > x", "/AB/x > ../AB/x", "A/c > A/c"});
     ExpectEach(from("/"), {"/x > x"});
     ExpectEach(from(""), {"x > x"});
     ExpectEach(from("a/b/c"), {"a/x > ../../x", "/A/c > /A/c"});
