@@ -1,97 +1,90 @@
-#include <gtest/gtest.h>
-
 #include "Machine.h"
-#include "profiles/CPUtils.h"
 
 namespace
 {
+using Folders = TMachine;
+
 constexpr char kBad[] = "bad\x01";
 
-TEST(VarFolder, SettingThenRegistry)
+TEST_F(Folders, SettingThenRegistry)
 {
     // setting; registry: common, user's, user's under the other key; wanted scope; folder, scope
-    constexpr const char* kRows[][7] = {
+    constexpr const char* kRows[][6] = {
         // The setting of the configuration comes back as it is configured, ...
-        {"/set/", "/c", "", "/w", "common", "/set/", "user"},
-        {"", "/c", "/u", "/w", "common", "/c", "common"},
-        {"", "", "/u", "/w", "common", "/u", "user"},
-        {"", "/c", "/u", "/w", "user", "/u", "user"},
+        {"/set/", "/c", "", "/w", "common", "/set/ user"},
+        {"", "/c", "/u", "/w", "common", "/c common"},
+        {"", "", "/u", "/w", "common", "/u user"},
+        {"", "/c", "/u", "/w", "user", "/u user"},
         // ... a folder of the registry with a slash; each root has its own key.
-        {kBad, "/c", "", "/w", "common", "/c/", "common"},
-        {kBad, "/c", "", "/w", "any", "/c/", "user"},
-        {kBad, "", "/u", "", "common", "", "user"},
+        {kBad, "/c", "", "/w", "common", "/c/ common"},
+        {kBad, "/c", "", "/w", "any", "/c/ user"},
+        {kBad, "", "/u", "", "common", " user"},
         // Who wants no common folder gets none; what is no path is passed over.
-        {"", "/c", "", "/w", "user", "/w/", "user"},
-        {kBad, kBad, "", "/w", "common", "/w/", "user"},
+        {"", "/c", "", "/w", "user", "/w/ user"},
+        {kBad, kBad, "", "/w", "common", "/w/ user"},
     };
-    for (const auto& [setting, common, user, userWow, wanted, folder, scope] : kRows) {
-        SCOPED_TRACE(testing::Message() << setting << ", " << common << ", " << wanted);
-        const TMachine machine;
+    for (const auto& [setting, common, user, userWow, scope, expected] : kRows) {
         setenv("QV_VAR_FOLDER", setting, 1);
-        TMachine::SetRegistry(TQvRegKey::Common, kPlainKey, common);
-        TMachine::SetRegistry(TQvRegKey::User, kPlainKey, user);
-        TMachine::SetRegistry(TQvRegKey::User, kWowKey, userWow);
-        const auto find = [wanted = std::string(wanted)](TQvPath (*function)(bool*)) {
-            bool isCommon = wanted == "common";
-            const TQvPath found = function(wanted == "any" ? nullptr : &isCommon);
-            return found.toSysStr() + (isCommon ? " common" : " user");
-        };
-        const std::string expected = folder + (' ' + std::string(scope));
-        const std::string home = machine.Temp / "home/.config/velmor/KORVADELAirlane7.VAR user";
-        EXPECT_EQ(find(TQvCPUtils::GetVARFolder), expected);
-        EXPECT_EQ(find(TQvCPUtils::GetQvVARFolder), *folder ? expected : home);
+        SetRegistry(TQvRegKey::Common, kPlainKey, common);
+        SetRegistry(TQvRegKey::User, kPlainKey, user);
+        SetRegistry(TQvRegKey::User, kWowKey, userWow);
+        bool isCommon = scope == std::string("common");
+        bool* const wanted = scope == std::string("any") ? nullptr : &isCommon;
+        const std::string found = TQvCPUtils::GetVARFolder(wanted).toSysStr();
+        EXPECT_EQ(found + (isCommon ? " common" : " user"), expected)
+            << setting << ", " << common << ", " << scope;
     }
+    EXPECT_EQ(TQvCPUtils::GetQvVARFolder(nullptr), TQvPath("/w/"));
+    SetRegistry(TQvRegKey::User, kWowKey, "");
+    EXPECT_EQ(TQvCPUtils::GetQvVARFolder(nullptr),
+              TQvPath(Temp / "home/.config/velmor/KORVADELAirlane7.VAR"));
     Deinit_QvConfig(); // without a configuration nothing throws
     EXPECT_EQ(TQvCPUtils::GetVARFolder(nullptr), TQvPath());
     EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(TQvPath(), false), TQvPath());
     EXPECT_TRUE(TQvCPUtils::IsWizardNecessary());
 }
 
-TEST(Repository, IsReadFromThePolicyFile)
+TEST_F(Folders, RepositoryIsReadFromThePolicyFile)
 {
+    const auto repository = [](const std::string& varFolder, bool switchedOff = false) {
+        return TQvCPUtils::GetRepositoryFolder(TQvPath(varFolder), switchedOff).toSysStr();
+    };
+    EXPECT_EQ(repository(Var()), "") << "no policy file";
     constexpr const char* kRows[][3] = {
         {"; note\n-repository=\\old\\r/\nrepository=/r/\n", "/r/", "/old/r/"},
         {"[repository]\n[/repository]\n", "", ""},
         {"repository=/r\nbroken\n", "", ""},
         {"repository=/r\n", "/r/", ""},
     };
-    const TMachine machine;
-    const auto repository = [](const std::string& varFolder, bool switchedOff = false) {
-        return TQvCPUtils::GetRepositoryFolder(TQvPath(varFolder), switchedOff).toSysStr();
-    };
-    EXPECT_EQ(repository(machine.Var()), "") << "no policy file";
-    for (const auto& row : kRows) {
-        machine.WritePolicy(row[0]);
-        EXPECT_EQ(repository(machine.Var()), row[1]) << row[0];
-        EXPECT_EQ(repository(machine.Var(), true), row[2]) << row[0];
+    for (const auto& [policy, used, switchedOff] : kRows) {
+        WritePolicy(policy);
+        EXPECT_EQ(repository(Var()), used) << policy;
+        EXPECT_EQ(repository(Var(), true), switchedOff) << policy;
     }
-    TMachine::SetRegistry(TQvRegKey::User, kWowKey, machine.Var());
+    SetRegistry(TQvRegKey::User, kWowKey, Var());
     EXPECT_EQ(repository(""), "") << "the setting, and not what the registry has besides";
-    machine.Configure();
+    Configure();
     EXPECT_EQ(repository(""), "/r/");
 }
 
-TEST(Wizard, IsNeededUnlessEverythingCanBeRead)
+TEST_F(Folders, WizardIsNeededUnlessEverythingCanBeRead)
 {
-    const TMachine machine;
-    const auto writeList = [&machine](const char* folder, const char* text) {
-        machine.Temp.Write(std::string(folder) + "/Profiles/profiles.x-ini", text);
+    const auto isNecessaryWith = [this](const std::string& file, const std::string& text) {
+        Temp.Write(file, text);
+        return TQvCPUtils::IsWizardNecessary();
     };
-    machine.Configure();
-    writeList("var", "[profiles]\nprofile=a\n[/profiles]\n");
-    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "no policy file";
-    machine.WritePolicy("repository=\n");
-    EXPECT_FALSE(TQvCPUtils::IsWizardNecessary());
-    writeList("var", "[profiles]\n[x]\n[/x]\n[/profiles]\n");
-    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "a section is no name";
-    writeList("var", "[profiles]\n[/profiles]\n");
-    machine.WritePolicy("repository=" + machine.Temp / "repo\n");
-    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "the repository publishes no list";
-    writeList("repo", "");
-    EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "nor does it with an empty file";
-    writeList("repo", "[profiles]\nprofile=a\n[/profiles]\n");
-    EXPECT_FALSE(TQvCPUtils::IsWizardNecessary());
-    TMachine::SetRegistry(TQvRegKey::User, kWowKey, machine.Var());
+    const std::string own = "var/Profiles/profiles.x-ini",
+                      published = "repo/Profiles/profiles.x-ini";
+    const std::string list = "[profiles]\nprofile=a\n[/profiles]\n", policy = "var/policy.x-ini";
+    Configure();
+    EXPECT_TRUE(isNecessaryWith(own, list)) << "no policy file";
+    EXPECT_FALSE(isNecessaryWith(policy, "repository=\n"));
+    EXPECT_TRUE(isNecessaryWith(own, "[profiles]\n[x]\n[/x]\n[/profiles]\n")) << "no name";
+    EXPECT_FALSE(isNecessaryWith(own, "[profiles]\n[/profiles]\n"));
+    EXPECT_TRUE(isNecessaryWith(policy, "repository=" + Temp / "repo\n")) << "it publishes no list";
+    EXPECT_TRUE(isNecessaryWith(published, "")) << "nor does it with an empty file";
+    EXPECT_FALSE(isNecessaryWith(published, list));
+    SetRegistry(TQvRegKey::User, kWowKey, Var());
     unsetenv("QV_VAR_FOLDER");
     EXPECT_TRUE(TQvCPUtils::IsWizardNecessary()) << "the registry's other key does not count";
 }

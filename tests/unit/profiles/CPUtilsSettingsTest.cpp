@@ -1,16 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 #include <unistd.h>
 
 #include "Machine.h"
-#include "profiles/CPUtils.h"
 #include "support/ChildProcess.h"
-#include "support/LogCapture.h"
-#include "support/Thrown.h"
 
 namespace
 {
+using Settings = TMachine;
+
 /// The message of a refusal; "" for success.
 std::string Apply(const std::string& folder, bool common = false, bool useRepository = false,
                   const std::string& repository = "")
@@ -22,9 +19,7 @@ std::string Apply(const std::string& folder, bool common = false, bool useReposi
     return error;
 }
 
-class Settings : public testing::Test, public TMachine
-{
-};
+constexpr char kNoRegistry[] = "The setting of the VAR folder cannot be written to the registry.";
 
 TEST_F(Settings, Refusals)
 {
@@ -38,13 +33,13 @@ TEST_F(Settings, Refusals)
         {Var(), "/no/%d", "The folder of the repository does not exist: /no/%d"},
         {blocked, Temp.Path(), "The folder \"" + blocked + "\" cannot be written to."},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(Apply(row[0], false, true, row[1]), row[2]);
+    for (const auto& [folder, repository, refusal] : rows)
+        EXPECT_EQ(Apply(folder, false, true, repository), refusal);
     EXPECT_FALSE(Exists(Temp / "registry"));
-    EXPECT_TRUE(NamesIn(Var()).empty()) << "it was created, and nothing was done in it";
+    EXPECT_EQ(TreeOf(Var()), "") << "it was created, and nothing was done in it";
 
     setenv("QV_REGISTRY_DIR", (file + "/registry").c_str(), 1);
-    EXPECT_EQ(Apply(Var()), "The setting of the VAR folder cannot be written to the registry.");
+    EXPECT_EQ(Apply(Var()), kNoRegistry);
     EXPECT_EQ(Policy(), "<missing>");
     Deinit_QvConfig();
     EXPECT_THROW(Apply(Var()), std::runtime_error);
@@ -52,34 +47,30 @@ TEST_F(Settings, Refusals)
 
 TEST_F(Settings, RegistryHoldsOneScope)
 {
-    const std::string one = Temp / "one";
-    const std::string two = Temp / "two";
-    const auto held = [] { return Registry(TQvRegKey::Common) + ' ' + Registry(TQvRegKey::User); };
-    EXPECT_EQ(Apply(one, true), "");
-    EXPECT_EQ(held(), one + ' ');
-    EXPECT_EQ(Apply(one, false), "");
-    EXPECT_EQ(held(), ' ' + one) << "the common value goes, it would hide the user's own";
-    EXPECT_EQ(Apply(two, true), "");
-    EXPECT_EQ(held(), two + ' ' + one) << "the user's own stays, it is hidden";
+    // The refusal, and what the registry holds then, common and the user's own.
+    const auto apply = [this](const char* folder, bool common) {
+        std::string held = Apply(Temp / folder, common);
+        for (const TQvRegKey root : {TQvRegKey::Common, TQvRegKey::User})
+            held += "," + TQvPath(TQvRegMan::readString(root, kPlainKey, "VarPath")).fileName();
+        return held;
+    };
+    EXPECT_EQ(apply("one", true), ",one,");
+    EXPECT_EQ(apply("one", false), ",,one") << "the common value goes, it would hide the user's";
+    EXPECT_EQ(apply("two", true), ",two,one") << "the user's own stays, it is hidden";
 
-    // A registry that cannot be written does not matter while folder and scope stay the same.
     unlink((Temp / "registry/common.x-ini.lock").c_str());
     Temp.MakeFolder("registry/common.x-ini.lock");
-    EXPECT_EQ(Apply(two, true), "");
-    EXPECT_NE(Apply(one, false), "") << "a common value that cannot go hides the user's own";
-    EXPECT_EQ(held(), two + ' ' + one);
-
+    EXPECT_EQ(apply("two", true), ",two,one") << "what stays the same needs no registry";
+    EXPECT_EQ(apply("one", false), kNoRegistry + std::string(",two,one"))
+        << "a common value that cannot go hides the user's own";
     Temp.Write("registry/common.x-ini", "broken\n");
-    EXPECT_EQ(Apply(two, false), "") << "a file that cannot be read hides nothing";
-    EXPECT_EQ(Registry(TQvRegKey::User), two);
+    EXPECT_EQ(apply("two", false), ",,two") << "a file that cannot be read hides nothing";
     Configure();
-    EXPECT_EQ(Apply(Var()), "");
-    EXPECT_EQ(Registry(TQvRegKey::User), two) << "the environment's setting is in force";
+    EXPECT_EQ(apply("var", false), ",,two") << "the environment's setting is in force";
 }
 
 TEST_F(Settings, PolicyFileKeepsEverythingElse)
 {
-    Temp.Write("var/$cp.tmp", "old probe");
     const std::string head = "\xEF\xBB\xBF; by hand\r\n  profile = \"a b\"   \r\n\r\n";
     const std::string tail = "[other]\n\trepository=/not this\n[/]\nlast=1\n";
     WritePolicy(head + "repository=/r\nrepository=/second\n" + tail);
@@ -87,24 +78,23 @@ TEST_F(Settings, PolicyFileKeepsEverythingElse)
     EXPECT_EQ(Policy(), head + tail + "-repository=/gone/\n");
     EXPECT_EQ(Apply(Var(), false, true, Temp.Path()), "");
     EXPECT_EQ(Policy(), head + tail + "repository=" + Temp.Path() + "/\n");
-    EXPECT_EQ(NamesIn(Var()), (std::vector<std::string>{"Config", "Logs", "Profiles", "Tmp",
-                                                        "UserData", "policy.x-ini"}));
 }
 
 TEST_F(Settings, UnreadablePolicyFileIsPutAside)
 {
     TLogCapture log;
-    for (const char* text : {"first\n", "second\n"}) {
-        WritePolicy(text);
-        EXPECT_EQ(Apply(Var(), false, false, "/r"), "");
-        EXPECT_EQ(Policy(), "-repository=/r/\n");
+    Temp.Write("var/$cp.tmp", "old probe");
+    for (const char* policy : {"first", "second"}) {
+        WritePolicy(policy);
+        EXPECT_EQ(Apply(Var()), "");
     }
     unlink(Var("/policy.x-ini").c_str());
-    Temp.Write("var/policy.x-ini/unreadable", "third\n");
-    EXPECT_EQ(Apply(Var()), "");
-    EXPECT_EQ(ReadFile(Var("/policy.x-ini.damaged")), "first\n");
-    EXPECT_EQ(ReadFile(Var("/policy.x-ini.damaged.2")), "second\n");
-    EXPECT_EQ(ReadFile(Var("/policy.x-ini.damaged.3/unreadable")), "third\n");
+    Temp.Write("var/policy.x-ini/unreadable", "third");
+    EXPECT_EQ(Apply(Var(), false, false, "/r"), "");
+    EXPECT_EQ(TreeOf(Var()),
+              "Config/ Logs/ Profiles/ Tmp/ UserData/ policy.x-ini=-repository=/r/\n "
+              "policy.x-ini.damaged=first policy.x-ini.damaged.2=second "
+              "policy.x-ini.damaged.3/unreadable=third");
     ASSERT_EQ(log.Entries.size(), 3u);
     EXPECT_NE(log.Entries[0].Shown.find(Var("/policy.x-ini")), std::string::npos);
 
@@ -113,7 +103,9 @@ TEST_F(Settings, UnreadablePolicyFileIsPutAside)
         deep += '/' + std::string(200, 'x');
     deep += '/' + std::string(4075 - Temp.Path().size() - deep.size(), 'x');
     const std::string file = Temp.Write(deep + "/policy.x-ini", "broken\n");
-    EXPECT_EQ(Thrown([&] { Apply(Temp / deep); }).arguments().at(0), file);
+    const TQvMessage error = Thrown([&] { Apply(Temp / deep); });
+    EXPECT_EQ(error.text(), "Err_WriteFile_name");
+    EXPECT_EQ(error.arguments().at(0), file);
     EXPECT_EQ(ReadFile(file), "broken\n");
 }
 

@@ -1,23 +1,25 @@
 // A machine with nothing configured: home folder and registry lie in a fresh temporary folder.
 #pragma once
 
-#include <string>
+#include <gtest/gtest.h>
 
 #include "QvConfig/Config.h"
-#include "QvStd/Path.h"
 #include "QvStd/Registry.h"
+#include "profiles/CPUtils.h"
 #include "support/EnvironmentVariable.h"
-#include "support/TempFolder.h"
+#include "support/FolderTree.h"
+#include "support/LogCapture.h"
+#include "support/TestProgress.h"
+#include "support/Thrown.h"
 
 inline constexpr char kPlainKey[] = "Software\\Velmor\\KORVADEL\\6 Airlane";
 inline constexpr char kWowKey[] = "Software\\Wow6432Node\\Velmor\\KORVADEL\\6 Airlane";
 
-class TMachine
+class TMachine : public testing::Test
 {
-public:
+protected:
     TMachine() { Init_QvConfig(); }
-    ~TMachine() { Deinit_QvConfig(); }
-    TMachine(const TMachine&) = delete;
+    ~TMachine() override { Deinit_QvConfig(); }
 
     /// The VAR folder that Configure makes the setting of, or a path in it.
     std::string Var(const std::string& name = "") const { return Temp / "var" + name; }
@@ -28,10 +30,6 @@ public:
     static void SetRegistry(TQvRegKey root, const char* key, const std::string& folder)
     {
         TQvRegMan::writeString(root, key, "VarPath", folder, true);
-    }
-    static std::string Registry(TQvRegKey root)
-    {
-        return TQvRegMan::readString(root, kPlainKey, "VarPath");
     }
 
     const TTempFolder Temp;

@@ -1,29 +1,40 @@
-#include <algorithm>
 #include <ctime>
 
 #include "services/Backup.h"
 #include "support/EnvironmentVariable.h"
+#include "support/FolderTree.h"
 #include "support/MountedFolder.h"
 #include "support/Thrown.h"
 
 namespace
 {
-using TNames = std::vector<std::string>;
-
-constexpr std::int64_t kTime = 1709647629000; // 2024-03-05 14:07:09 UTC
-
+/// In these trees a file that holds "5" was last written in 2005, at the end of the second that its
+/// stamp says, and "#5" stands for that stamp.
 class Backups : public TMountedFolder
 {
 protected:
     Backups() { tzset(); }
-    /// The contents of the backups, sorted.
-    TNames Kept() const
+
+    static std::string WithStamps(std::string tree)
     {
-        TNames contents;
-        for (const std::string& name : NamesIn(Temp / "backup"))
-            contents.push_back(ReadFile(Temp / ("backup/" + name)));
-        std::sort(contents.begin(), contents.end());
-        return contents;
+        for (std::size_t at; (at = tree.find('#')) != std::string::npos;)
+            tree.replace(at, 2, std::string(".200") + tree[at + 1] + "-03-05.19-37-09");
+        return tree;
+    }
+    void Expect(const std::string& id, std::size_t keep, const char* before, const char* after,
+                const std::string& error = "")
+    {
+        MakeTree(Temp.Path(), WithStamps(before));
+        for (const auto& file : std::filesystem::recursive_directory_iterator(Temp.Path())) {
+            std::tm time = {};
+            const std::string content = file.is_directory() ? "" : ReadFile(file.path());
+            if (strptime(WithStamps('#' + content + ' ').c_str(), ".%Y-%m-%d.%H-%M-%S", &time) !=
+                nullptr)
+                Put(file.path().lexically_relative(Temp.Path()), mktime(&time) * 1000 + 999,
+                    content);
+        }
+        EXPECT_EQ(Thrown([&] { BackupResource("/T/" + id, keep); }).text(), error) << before;
+        EXPECT_EQ(TreeOf(Temp.Path()), WithStamps(after)) << "keeping " << keep << " of " << before;
     }
 
     const TEnvironmentVariable Zone{"TZ", "XYZ-5:30"}; // ahead of UTC
@@ -31,70 +42,37 @@ protected:
 
 TEST_F(Backups, StampIsTheContentsLocalTime)
 {
-    Put("a.tar.gz", kTime, "1");
-    Put("a.tar.gz.meta", kTime, "meta");
-    BackupResource("/T/a.tar.gz", 3);
-    EXPECT_EQ(NamesIn(Temp / "backup"),
-              (TNames{"a.tar.2024-03-05.19-37-09.gz", "a.tar.2024-03-05.19-37-09.gz.meta"}));
-    EXPECT_EQ(NamesIn(Temp.Path()), (TNames{"backup"}));
-    Put("a.tar.gz", kTime + 999, "2");
-    BackupResource("/T/a.tar.gz", 3);
-    EXPECT_EQ(Kept(), (TNames{"2", "meta"})) << "the same second gives the same name";
+    Expect("a.tar.gz", 3, "a.tar.gz=5 a.tar.gz.meta=5",
+           "backup/a.tar#5.gz=5 backup/a.tar#5.gz.meta=5");
+    Expect("a.b", 3, "a.b=5 backup/a#5.b=4", "backup/a#5.b=5"); // the same second, the same name
 }
 
 TEST_F(Backups, KeepsAtMostThatManyOfItsOwn)
 {
-    const std::pair<std::size_t, TNames> kRows[] = {
-        {2, {"3", "9"}}, {9, {"1", "2", "3", "9"}}, {0, {"1", "2", "3"}}};
-    for (const auto& [keep, expected] : kRows) {
-        // Age is the file's time, not the stamp in its name.
-        Put("backup/a.2001-01-01.00-00-00.txt", kTime + 3000, "3");
-        Put("backup/a.2002-01-01.00-00-00.txt", kTime + 2000, "2");
-        Put("backup/a.2003-01-01.00-00-00.txt", kTime + 1000, "1");
-        Put("a.txt", kTime + 9000, "9");
-        BackupResource("/T/a.txt", keep);
-        EXPECT_EQ(Kept(), expected) << keep;
-        EXPECT_FALSE(Exists(Temp / "a.txt"));
-        ResourceManager.ClearFolder("/T", nullptr);
-    }
+    // Age is the file's time, not the stamp in its name.
+    const char* before = "a.b=9 backup/a#1.b=3 backup/a#2.b=2 backup/a#3.b=1";
+    Expect("a.b", 2, before, "backup/a#1.b=3 backup/a#9.b=9");
+    Expect("a.b", 9, before, "backup/a#1.b=3 backup/a#2.b=2 backup/a#3.b=1 backup/a#9.b=9");
+    Expect("a.b", 0, before, "backup/a#1.b=3 backup/a#2.b=2 backup/a#3.b=1");
+    Expect("a", 2, "a=9 backup/a#1=1 backup/a#2=1",
+           "backup/a#1=1 backup/a#2=1 backup/a#9=9"); // two of one time count as one
     // A mask made of the name as it is, or read without regard to case, takes each for its own.
-    TNames expected = {"A[1]#.txt", "a#.txt", "a1#.txt", "a[1]#.x-ini", "a[1]x#.txt"};
-    const auto put = [this](std::string name, const std::string& content) {
-        Put("backup/" + name.replace(name.find('#'), 1, ".2001-01-01.00-00-00"), kTime, content);
-    };
-    for (const std::string& other : expected)
-        put(other, other);
-    put("a[1]#.txt", "old");
-    Put("a[1].txt", kTime, "~new");
-    BackupResource("/T/a[1].txt", 1);
-    expected.push_back("~new");
-    EXPECT_EQ(Kept(), expected);
-
-    put("b#", "1"); // two of one time count as one
-    Put("backup/b.2002-01-01.00-00-00", kTime, "2");
-    Put("b", kTime + 9000, "3");
-    BackupResource("/T/b", 2);
-    EXPECT_EQ(Kept().size(), expected.size() + 3);
+    Expect("a[1].b", 1,
+           "a[1].b=9 backup/A[1]#1.b=1 backup/a#1.b=1 backup/a1#1.b=1 backup/a[1]#1.b=1 "
+           "backup/a[1]#1.c=1 backup/a[1]x#1.b=1",
+           "backup/A[1]#1.b=1 backup/a#1.b=1 backup/a1#1.b=1 backup/a[1]#1.c=1 backup/a[1]#9.b=9 "
+           "backup/a[1]x#1.b=1");
 }
 
 TEST_F(Backups, Failures)
 {
-    const auto textOf = [](const std::string& id) {
-        return Thrown([&id] { BackupResource(id, 3); }).text();
-    };
     const std::string signature = "@void BackupResource(const std::__cxx11::string &, size_t): ";
-    for (const char* id : {"/T/none", "T/a"})
-        EXPECT_EQ(textOf(id), signature + "Invalid resource ID") << id;
-    Put("a", kTime, "content");
-    Put("backup", kTime, "a resource");
-    EXPECT_EQ(textOf("/T/a"), signature + "The folder for the backups cannot be created.");
-    ResourceManager.DeleteResource("/T/backup");
-    Temp.Write("backup/a.2024-03-05.19-37-09/in the way", "");
-    EXPECT_EQ(textOf("/T/a"), "") << "a failed move is not reported";
-    EXPECT_EQ(ReadFile(Temp / "a"), "content");
-    ResourceManager.DeleteFolder("/T/backup", true, nullptr);
-    Temp.Write("a.meta/in the way", "");
-    EXPECT_NO_THROW(BackupResource("/T/a", 0)) << "nor is a failed delete";
-    EXPECT_FALSE(Exists(Temp / "backup")) << "keeping none makes no folder";
+    Expect("none", 3, "a=5", "a=5", signature + "Invalid resource ID");
+    Expect("a", 3, "a=5 backup=1", "a=5 backup=1",
+           signature + "The folder for the backups cannot be created.");
+    // A failed move is not reported, nor is a failed delete; keeping none makes no folder.
+    Expect("a", 3, "a=5 backup/a#5/in_the_way=1", "a=5 backup/a#5/in_the_way=1");
+    Expect("a", 0, "a=5 a.meta/in_the_way=1", "a.meta/in_the_way=1");
+    EXPECT_EQ(Thrown([] { BackupResource("T/a", 3); }).text(), signature + "Invalid resource ID");
 }
 } // namespace
