@@ -23,6 +23,7 @@ TEST_F(Folders, SettingThenRegistry)
         {"", "/c", "", "/w", "user", "/w/ user"},
         {kBad, kBad, "", "/w", "common", "/w/ user"},
     };
+    const std::string home = Temp / "home/.config/velmor/KORVADELAirlane7.VAR";
     for (const auto& [setting, common, user, userWow, scope, expected] : kRows) {
         setenv("QV_VAR_FOLDER", setting, 1);
         SetRegistry(TQvRegKey::Common, kPlainKey, common);
@@ -33,11 +34,9 @@ TEST_F(Folders, SettingThenRegistry)
         const std::string found = TQvCPUtils::GetVARFolder(wanted).toSysStr();
         EXPECT_EQ(found + (isCommon ? " common" : " user"), expected)
             << setting << ", " << common << ", " << scope;
+        isCommon = scope == std::string("common");
+        EXPECT_EQ(TQvCPUtils::GetQvVARFolder(wanted).toSysStr(), found.empty() ? home : found);
     }
-    EXPECT_EQ(TQvCPUtils::GetQvVARFolder(nullptr), TQvPath("/w/"));
-    SetRegistry(TQvRegKey::User, kWowKey, "");
-    EXPECT_EQ(TQvCPUtils::GetQvVARFolder(nullptr),
-              TQvPath(Temp / "home/.config/velmor/KORVADELAirlane7.VAR"));
     Deinit_QvConfig(); // without a configuration nothing throws
     EXPECT_EQ(TQvCPUtils::GetVARFolder(nullptr), TQvPath());
     EXPECT_EQ(TQvCPUtils::GetRepositoryFolder(TQvPath(), false), TQvPath());
