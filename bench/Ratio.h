@@ -1,7 +1,7 @@
 // A benchmark that measures work against its raw limit in the same run: both sides alternate, and
 // the counter "ratio" is the median of the ratios of neighbours, so that a noisy machine disturbs
-// both sides alike; "total" is the ratio of the sums, in which rare dear calls count. Compare ratios,
-// never times of two runs.
+// both sides alike; "total" is the ratio of the sums, in which rare dear calls count. Compare
+// ratios, never times of two runs.
 #pragma once
 
 #include <algorithm>

@@ -222,7 +222,7 @@ int TQvLockFile::Upgrade(bool waits)
         // Two upgrades would wait for each other's shared hold: the second one is refused here.
         error = SetLock(m_descriptor, kUpgradeByte, F_WRLCK);
         if (error != 0)
-            return error;
+            return error == -EAGAIN ? -EDEADLK : error;
         TWaiting waiting(m_timeoutMs);
         do {
             error = SetLock(m_descriptor, kLockByte, F_WRLCK);

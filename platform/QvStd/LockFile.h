@@ -15,8 +15,10 @@
 ///
 /// Those who wait get the lock one after another before newcomers do, in no fixed order; a waiting
 /// upgrade (Relock) comes first. Newcomers step back for 2 s, or half of their time-out: no longer,
-/// because who waits may have been stopped. A thread that holds a shared lock should not ask for a
-/// second one of the same file: it would step back for a writer who waits for it.
+/// because who waits may have been stopped. (So overlapping shared holds that last longer can still
+/// keep a writer out, and a time-out of 0 is refused for as long as anybody waits.) A thread that
+/// holds a shared lock should not ask for a second one of the same file: it would step back for a
+/// writer who waits for it.
 ///
 /// Only regular files are locked (error -21 for a folder, -22 for others; none of them hangs). A
 /// shared lock works on a file that can only be read. A forked child that lives on shares the
@@ -48,7 +50,8 @@ public:
     /// hold beside others is refused at once.
     bool Relock(bool forWriting, bool waits = true);
 
-    /// 0, or the failure of the last attempt as a negative errno (-11: somebody else held it).
+    /// 0, or the failure of the last attempt as a negative errno (-11: somebody else held it;
+    /// -35: somebody else waits for an upgrade).
     int getError() const { return m_error; }
 
 private:

@@ -4,6 +4,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "QvStd/Clock.h"
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
@@ -116,7 +119,7 @@ const TResStorage::TMessages TResStorage::TMessages::DoLoadDir{
     "TResStorage::DoLoadDir(): Storage (%1%) dir open failure"};
 const TResStorage::TMessages TResStorage::TMessages::RecreateDir{
     "TResStorage::RecreateDir(): error locking storage (%1%)", nullptr, nullptr,
-    "TResStorage::RecreateDir(): Storage (%1%) cannot hold the id (%2%)"};
+    kResStorageLeftOut};
 const TResStorage::TMessages TResStorage::TMessages::SaveDir{
     "TResStorage::SaveDir(): error locking storage (%1%)",
     "TResStorage::SaveDir(): Storage (%1%) dir busy, retrying",
@@ -152,13 +155,15 @@ bool TResStorage::LoadDir(const TLocker& given)
     if (DoLoadDir(locker))
         return true;
     const bool repaired = RecreateDir(locker);
-    if (repaired || given || locker->getError() == 0)
+    if (repaired || given || locker->getError() != -EDEADLK)
         return DoLoadDir(locker);
     // When two processes find the journal broken at once, one of them is refused the exclusive
     // lock and keeps the other one waiting: it steps aside and loads what the other has rebuilt.
-    // When nobody has, because the other one died, it does so itself.
+    // When nobody has, because the other one died, it does so itself, under one lock: between two
+    // locks somebody else could repair and append.
     locker.reset();
-    return DoLoadDir() || (RecreateDir() && DoLoadDir());
+    return Lock(&locker, true, TMessages::LoadDir) &&
+           (DoLoadDir(locker) || (RecreateDir(locker) && DoLoadDir(locker)));
 }
 
 bool TResStorage::DoLoadDir(const TLocker& given)
@@ -176,14 +181,17 @@ bool TResStorage::DoLoadDir(const TLocker& given)
 }
 
 /// Rewrites what was just read: nobody else writes between a shared hold and the exclusive one that
-/// it becomes. Others are not kept waiting for what the next load can do as well, and there is no
-/// result, because the map is loaded either way.
+/// it becomes. Others are not kept waiting for what the next load can do as well, nor for a journal
+/// that may not be written, which would count as busy. There is no result, because the map is
+/// loaded either way.
 void TResStorage::Shorten(const TLocker& locker)
 {
-    if (locker->Relock(true, false))
-        SaveDir(locker);
-    else
+    if (faccessat(AT_FDCWD, DirFile().toSysStr().c_str(), W_OK, AT_EACCESS) != 0)
+        Log(TMessages::SaveDir.NotOpened, kLevelWrite);
+    else if (!locker->Relock(true, false))
         Log(TMessages::SaveDir.NotLocked, kLevelWrite);
+    else
+        SaveDir(locker);
 }
 
 TJournalReading TResStorage::ReadDirFile()
@@ -222,7 +230,8 @@ bool TResStorage::ListContent()
     try {
         // A link to a volume that is not there is no empty folder.
         if (!QvDirExists(content))
-            throw QvMsg_helper("Err_ReadFolder_name") << content << std::strerror(ENOENT);
+            throw QvMsg_helper("Err_ReadFolder_name")
+                << content << std::strerror(QvFileExists(content) ? ENOTDIR : ENOENT);
         for (const std::string& path : QvFindFiles(content, "*.*", true, true))
             ListFound(path, content.size());
         return true;
@@ -268,10 +277,17 @@ bool TResStorage::SaveDir(const TLocker& given)
     // After a retry the old content may reach further than what was written.
     if (stream.getSize() > stream.getPosition())
         stream.setSize(stream.getPosition());
-    NoteDirFile(stream);
-    stream.Flush();
-    stream.Close();
+    Finish(&stream, TMessages::SaveDir);
     return true;
+}
+
+/// A failed sync changes no answer, like all results of writes, but it leaves no other trace.
+void TResStorage::Finish(TQvFileStream* stream, const TMessages& messages)
+{
+    NoteDirFile(*stream);
+    const bool flushed = stream->Flush();
+    if (!stream->Close() || !flushed)
+        Log(messages.NotOpened, kLevelWrite);
 }
 
 void TResStorage::WriteDir(TQvStream* stream) const
@@ -306,8 +322,10 @@ bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, con
 bool TResStorage::Append(const std::string& id, std::string line, const TLocker& given,
                          const TMessages& messages)
 {
-    // Readers trim a line: without the blank at its end it would name another resource.
-    if (!QvIsAbsoluteResId(id) || !IsStorable(id) || line.back() == ' ') {
+    // Readers trim a line: without a blank at its end, or behind the mark of a removal, it would
+    // name another resource. What cannot be removed is not added either.
+    if (!QvIsAbsoluteResId(id) || !IsStorable(id) || id.compare(1, 1, " ") == 0 ||
+        line.back() == ' ') {
         QvLogWriteInfo(TQvMessage(messages.Refused) << Name << id, kLevelWrite, 0);
         return false;
     }
@@ -324,9 +342,7 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
         return false;
     }
     stream.Write(line.data(), line.size());
-    NoteDirFile(stream);
-    stream.Flush();
-    stream.Close();
+    Finish(&stream, messages);
     return true;
 }
 

@@ -6,8 +6,9 @@
 // a lock file. docs/formats.md describes its bytes.
 //
 // Operations answer success; every failure is logged, nothing is thrown except by the locker's
-// construction (no configuration). What a write brought to the disk is not tested: a short write
-// shows as a bad checkpoint at the next load.
+// construction (no configuration). What a write brought to the disk is not tested, and success is
+// answered all the same: a short write shows as a bad checkpoint at the next load. A failed sync is
+// logged.
 //
 // Each operation takes a lock as its last argument, so that one lock can serve a sequence; without
 // one it takes its own and releases it at its end. Reading operations take a shared lock and leave
@@ -26,6 +27,10 @@
 #include "QvStd/Var.h"
 #include "storage/JournalReader.h"
 #include "storage/StorageLocker.h"
+
+/// What a rebuild logs for each id that it leaves out: the storage's name and the id.
+inline constexpr char kResStorageLeftOut[] =
+    "TResStorage::RecreateDir(): Storage (%1%) cannot hold the id (%2%)";
 
 class TResStorage
 {
@@ -57,8 +62,8 @@ public:
     bool SaveDir(const TLocker& given = {});
     /// Append one change. The map is left alone: it changes only by loading. `id` is absolute and
     /// has no "/" at its end, for a folder neither. Refused are ids that a journal cannot give
-    /// back: not absolute, with a byte below 0x20 or a "?", or with a blank at the end
-    /// (only the removal of a folder may have that).
+    /// back: not absolute, with a byte below 0x20 or a "?", with a blank behind the first "/", or
+    /// with one at the end (which only the removal of a folder may have).
     bool AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});
     bool DeleteResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});
     /// Whether the journal's size or time differ from DirSize() and DirTime(). Takes no lock.
@@ -83,6 +88,7 @@ private:
     void WriteDir(TQvStream* stream) const;
     bool Append(const std::string& id, std::string line, const TLocker& given,
                 const TMessages& messages);
+    void Finish(TQvFileStream* stream, const TMessages& messages);
     void NoteDirFile(const TQvFileStream& stream);
 
     TJournalEntries m_dir;

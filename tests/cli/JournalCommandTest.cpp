@@ -26,7 +26,9 @@ TEST_F(TJournalCommandTest, ChangesAndPrints)
             {R"(j merge s; tail -c +12 "$J" | head -n -1)", ";QV5Dir\r\n/SUB/B?b\r\n/X?x\r\n"},
             {"touch s/content/a.txt; j rebuild s; j load s", "/A.TXT\t/a.txt\n"},
             {"ln -s home/.. link; cd a; j load ../link/s//.; cd ..; ls | grep ^s",
-             "/A.TXT\t/a.txt\ns\ns\\$QvStorage.lock\n"}}); // one lock for all spellings
+             "/A.TXT\t/a.txt\ns\ns\\$QvStorage.lock\n"},       // one lock for all spellings ...
+            {"ln -s s other; j load a/../other; ls | grep ^o", // ... but that of a link
+             "/A.TXT\t/a.txt\nother\nother\\$QvStorage.lock\nout\n"}});
 }
 
 TEST_F(TJournalCommandTest, VerifiesWithoutChanging)
@@ -103,13 +105,17 @@ TEST_F(TJournalCommandTest, TellsThatTheDiskIsFull)
 
 TEST_F(TJournalCommandTest, SyncsBeforeItAnswers)
 {
-    // The last one closes the file after the look at what was written.
-    const std::string trace =
-        "export ASAN_OPTIONS=detect_leaks=0; strace -yo trace -e pwrite64,fdatasync,close $QVRES "
-        "journal";
+    const std::string trace = "export ASAN_OPTIONS=detect_leaks=0; strace -yo trace -e "
+                              "pwrite64,fdatasync,close ";
     const std::string calls =
         R"(; grep -F 's/$QvStorage.list>' trace | sed -n '/^pwrite/,$s/(.*//p')";
     Expect({{"j add s /A", ""}});
-    for (const char* operation : {" add s /B", " merge s"})
-        Expect({{trace + operation + calls, "pwrite64\nfdatasync\nclose\nclose\n"}});
+    // The last one closes the file after the look at what was written.
+    for (const char* call : {"$QVRES journal add s /B", "$QVRES journal merge s"})
+        Expect({{trace + call + calls, "pwrite64\nfdatasync\nclose\nclose\n"}});
+    const std::string failing = trace + "-e inject=fdatasync:error=EIO $QVRES journal ";
+    Expect({{failing + "add s /C 2>&1; echo $?",
+             "qvres: the change of /C could not be written to $T/s/$QvStorage.list\n1\n"},
+            {failing + "merge s 2>&1; echo $?",
+             "qvres: TResStorage::SaveDir(): error writing storage ($T/s)\n1\n"}});
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 
 #include <unistd.h>
 
@@ -20,7 +21,6 @@
 
 namespace
 {
-constexpr char kLeftOut[] = "TResStorage::RecreateDir(): Storage";
 constexpr int kFailureLevel = 5; ///< at which a storage tells why it could not lock or write
 
 [[noreturn]] void Fail(const std::string& why)
@@ -35,7 +35,7 @@ void CatchReasons()
 {
     QvSetLogSink([](TQvLogKind, const TQvMessage& message, int level) {
         // What a rebuild leaves out is no failure, but who called it has to know.
-        if (message.text().rfind(kLeftOut, 0) == 0)
+        if (message.text() == kResStorageLeftOut)
             PrintError(message.what());
         else if (level >= kFailureLevel)
             g_reason = message.what();
@@ -53,10 +53,13 @@ void Require(bool done, const std::string& otherwise)
 std::string StorageFolder(const std::string& given)
 {
     namespace fs = std::filesystem;
-    const fs::path path = fs::current_path() / given;
-    // Behind a link ".." leads elsewhere than its text tells.
-    const bool climbs = std::find(path.begin(), path.end(), "..") != path.end();
-    std::string folder = (climbs ? fs::weakly_canonical(path) : path).lexically_normal().string();
+    fs::path path;
+    for (const fs::path& part : fs::current_path() / given) {
+        path /= part;
+        if (part == "..") // which leads elsewhere than its text tells, behind a link
+            path = fs::weakly_canonical(path);
+    }
+    std::string folder = path.lexically_normal().string();
     while (folder.size() > 1 && folder.back() == '/')
         folder.pop_back();
     if (folder == "/")
@@ -155,25 +158,28 @@ int Verify(const TResStorage& storage, bool json)
     return look.IsWhole() ? 0 : 1;
 }
 
-/// The storage does not test its writes: this is where a full disk shows.
-[[noreturn]] void FailAsBroken(const TLook& look, const TResStorage& storage)
+/// The storage does not test its writes: this is where a full disk shows. Half a line behind the
+/// last block is left to others.
+void RequireSealed(const TLook& look, const TResStorage& storage)
 {
-    Fail("the journal was not written whole (" + Finding(look) +
-         "): " + storage.DirFile().toSysStr());
+    if (look.Missing || look.Reading.State != TJournalState::Whole)
+        Fail("the journal was not written whole (" + Finding(look) +
+             "): " + storage.DirFile().toSysStr());
 }
 
-/// Loads, and makes sure that the journal is there whole: loading may have written it anew.
-void Load(TResStorage& storage, const TResStorage::TLocker& locker = {})
+std::pair<std::uint64_t, TQvDateTime> SizeAndTime(const TResStorage& storage)
 {
-    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
-    const TLook look = locker ? LookAtJournal(storage) : LookTwice(storage);
-    if (look.Missing || look.Reading.State != TJournalState::Whole)
-        FailAsBroken(look, storage);
+    TQvFileInfo info;
+    QvGetFileInfo(storage.DirFile().toSysStr(), &info);
+    return {info.Size, info.UpdateTime};
 }
 
 void LoadAndPrint(TResStorage& storage, bool json)
 {
-    Load(storage);
+    const auto before = SizeAndTime(storage);
+    Require(storage.LoadDir(), "cannot load the journal of " + storage.Folder);
+    if (SizeAndTime(storage) != before) // loading wrote it anew
+        RequireSealed(LookTwice(storage), storage);
     if (json) {
         auto records = nlohmann::json::array();
         for (const auto& [id, name] : storage.Dir())
@@ -199,11 +205,12 @@ bool CutTo(const TResStorage& storage, std::uint64_t size)
 /// The size that the journal has then.
 std::uint64_t LoadForChange(TResStorage& storage, const TResStorage::TLocker& locker)
 {
-    Load(storage, locker);
-    const TJournalReading reading = LookAtJournal(storage).Reading;
-    if (reading.UnreadBytes > 0 && !CutTo(storage, reading.SealedBytes))
+    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
+    const TLook look = LookAtJournal(storage);
+    RequireSealed(look, storage); // loading may have written it anew
+    if (!look.IsWhole() && !CutTo(storage, look.Reading.SealedBytes))
         Fail("cannot cut half a line off " + storage.DirFile().toSysStr());
-    return reading.SealedBytes;
+    return look.Reading.SealedBytes;
 }
 
 bool IsThere(const TLook& look, const std::string& key, const std::string& name)
@@ -224,12 +231,15 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     if (!adding && storage.Dir().count(key) == 0)
         Fail("the journal has no record of " + id);
 
+    g_reason.clear();
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     Require(done, "cannot write the journal of " + storage.Folder);
+    const bool synced = g_reason.empty();
     const TLook look = LookAtJournal(storage);
-    if (look.IsWhole() &&
-        (adding ? IsThere(look, key, QvExtractResName(bare)) : look.Entries.count(key) == 0))
+    const bool changed =
+        adding ? IsThere(look, key, QvExtractResName(bare)) : look.Entries.count(key) == 0;
+    if (synced && look.IsWhole() && changed)
         return;
     const bool asItWas = CutTo(storage, size);
     Fail("the change of " + id + " could not be written to " + storage.DirFile().toSysStr() +
@@ -242,10 +252,8 @@ void Rewrite(TResStorage& storage, bool fromContent)
     // Not MergeDir, which does not tell what came of its two steps.
     const bool done = fromContent ? storage.RecreateDir(locker)
                                   : storage.LoadDir(locker) && storage.SaveDir(locker);
-    Require(done, "cannot write the journal of " + storage.Folder);
-    const TLook look = LookAtJournal(storage);
-    if (!look.IsWhole())
-        FailAsBroken(look, storage);
+    Require(done && g_reason.empty(), "cannot write the journal of " + storage.Folder);
+    RequireSealed(LookAtJournal(storage), storage);
 }
 } // namespace
 

@@ -11,6 +11,5 @@
 void PrintError(std::string message);
 
 /// Does one call and prints its result, and on standard error what was left out of it; the exit
-/// status. Throws a std::exception that says why
-/// when it failed.
+/// status. Throws a std::exception that says why when it failed.
 int RunJournal(const TJournalCall& call);

@@ -109,7 +109,7 @@ TEST_F(LockFileTest, UpgradeLetsNoWriterSlipInAndASecondOneIsRefusedAtOnce)
     const std::uint32_t start = QvGetTickCount();
     EXPECT_FALSE(lock->Relock(true));
     EXPECT_LT(QvGetTickCount() - start, kLong / 2);
-    EXPECT_EQ(lock->getError(), -EAGAIN);
+    EXPECT_EQ(lock->getError(), -EDEADLK);
     EXPECT_TRUE(*lock && !lock->IsExclusive()) << "it keeps its hold";
     lock.reset();
     EXPECT_FALSE(IsFree(kExclusive));

@@ -190,7 +190,7 @@ TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
 {
     ASSERT_TRUE(Storage.LoadDir());
     const std::string before = Journal();
-    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F"}) {
+    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F", "/ a"}) {
         TLogCapture log;
         EXPECT_FALSE(Storage.AddResourceRecord(id, false)) << id;
         EXPECT_FALSE(Storage.DeleteResourceRecord(id, true)) << id;
