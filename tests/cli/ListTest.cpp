@@ -12,6 +12,7 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"q nonsense", R"("nonsense" is neither a command nor an option)"},
         {"qvres --mount /X ls", R"("/X" is not of the form ID=DIR)"},
         {"qvres --mount /=. ls", "a mount point needs a name"},
+        {"qvres --mount =. ls", "a mount point needs a name"},
         {"qvres --mount /X= ls", R"("/X=" names no folder)"},
         {"qvres --mount //X=. ls", R"("//X" is not a valid resource id)"},
         {"q exists /A /B", "qvres exists --help"},
@@ -71,6 +72,9 @@ TEST_F(TListTest, LongListingAndRecords)
                             "resource              5 " + time + " /A/" + name + "\n"},
          {"q --json ls /A | mask", "[\n" + folder + "\",\"created\":TIME},\n" + resource + "]\n"},
          {"q stat --json '/A/" + name + "' | mask", resource},
+         {"q --json ls --kind resource /A | sed -n 2p >l; q --json stat '/A/" + name +
+              "' | cmp - l",
+          ""},
          {"q ls --json /B", "[\n]\n"},
          {"q --json stat / | cut -d, -f3-", "\"size\":0,\"updated\":null,\"created\":null}\n"},
          {"q stat /", "id:      /\nkind:    folder\nsize:    0\nupdated: -\ncreated: -\n"}});

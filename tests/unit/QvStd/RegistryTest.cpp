@@ -32,6 +32,7 @@ TEST_F(RegistryTest, ValuesComeBackWhateverTheCaseOfTheirNames)
     EXPECT_EQ(ReadFile(m_file).find("VELMOR"), std::string::npos) << "no second section";
     const TEnvironmentVariable unset("QV_REGISTRY_DIR", "");
     const TEnvironmentVariable home("HOME", "/h");
+    EXPECT_EQ(TQvRegMan::filePath(TQvRegKey::Common).toSysStr(), "/etc/velmor/registry.x-ini");
     EXPECT_EQ(TQvRegMan::filePath(kUser).toSysStr(), "/h/.config/velmor/registry.x-ini");
 }
 

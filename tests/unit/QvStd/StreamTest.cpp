@@ -67,6 +67,7 @@ TEST_F(FileStream, NeitherOpensNorWaitsForWhatIsNoRegularFile)
     m_folder.Write("a", "");
     for (const qvOpenMode mode : {7, 8, 9, 10, 12}) {
         EXPECT_EQ(OpenError(fifo, mode), EINVAL) << mode;
+        EXPECT_EQ(OpenError("/dev/null", mode), EINVAL) << mode;
         EXPECT_EQ(OpenError(m_folder.Path(), mode), EISDIR) << mode;
         EXPECT_EQ(OpenError(m_folder / std::string("a\0b", 3), mode), EINVAL) << "cut to a";
     }

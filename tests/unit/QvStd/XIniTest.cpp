@@ -110,7 +110,9 @@ TEST_F(XIni, ReadsBackWhatWasWritten)
         ASSERT_TRUE(reader->FindFP("key", &position));
         EXPECT_EQ(reader->ReadE<std::string>(position), value);
     }
+    const int last = position;
     EXPECT_FALSE(reader->FindFP("key", &position));
+    EXPECT_EQ(position, last);
     reader->ExitSection(section);
     EXPECT_EQ(reader->ReadE<std::uint64_t>(reader->FindFE("big")), UINT64_MAX);
 }

@@ -35,6 +35,7 @@ TEST_F(Folders, CreatedClearedAndDeleted)
          {"no folder", clear("/A/none"), false, "A/"},
 
          {"a mount point stays, though cleared", remove("/V/D", true), false, "D/x=", "D/"},
+         {"virtual", remove("/V", false), false, "A/"},
          {"and by way of \"..\"", remove("/A/..", false), false, "A/"},
          {"is not empty", remove("/A/f", false), false, "A/f/g/x="},
          {"with all it holds", remove("/A/f/", true), true, "A/f/g/x=", "A/"},

@@ -40,7 +40,7 @@ TEST(Resolution, LongestMountPointAnswers)
     EXPECT_FALSE(manager.IsMountNode("/a/b/"));
     EXPECT_TRUE(manager.IsInsideMountedNodes("/A/*"));
     EXPECT_FALSE(manager.IsInsideMountedNodes("/Z"));
-    EXPECT_TRUE(manager.IsInsideMyComputer("/my computer/"));
+    EXPECT_TRUE(manager.IsInsideMyComputer("/my computer/x"));
     EXPECT_FALSE(manager.IsInsideMyComputer("/My Computer"));
 }
 

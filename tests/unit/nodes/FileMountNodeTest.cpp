@@ -8,6 +8,8 @@
 #include <QDirIterator>
 #include <QFileInfo>
 
+#include "QvStd/Clock.h"
+#include "storage/ResFileStream.h"
 #include "support/FolderTree.h"
 #include "support/Listing.h"
 #include "support/TestProgress.h"
@@ -55,6 +57,8 @@ TEST_F(FileMountNode, NoIdLeadsOutOfTheFolder)
     const TQvMessage error = Thrown([this] { Node.RenameFolderE("/D/renamed", "a.txt"); });
     EXPECT_EQ(error.text(), "The folder cannot be renamed (error %1%: %2%).");
     EXPECT_EQ(error.arguments(), (TIds{std::to_string(EEXIST), "File exists"}));
+    EXPECT_EQ(Thrown([this] { Node.RenameFolderE("/D/none", "x"); }).arguments().at(0),
+              std::to_string(ENOENT));
 }
 
 TEST_F(FileMountNode, StreamsAndMetadata)
@@ -69,6 +73,8 @@ TEST_F(FileMountNode, StreamsAndMetadata)
     EXPECT_EQ(TreeOf(Folder), "a=1 a.meta=");
     const auto stream = Node.OpenResource("/D/new", kQvOpenCreate, kQvShareAll, 1000);
     EXPECT_EQ(stream->InfoName(), "qvres:/D/new");
+    EXPECT_EQ(dynamic_cast<const TQvResStream&>(*stream).Type(), kStreamPlainFile);
+    EXPECT_EQ(TResStorageStream("/x").Type(), kStreamStorage);
     EXPECT_EQ(stream->getSize(), 1000u);
     EXPECT_EQ(stream->getPosition(), 0u);
 
@@ -119,18 +125,24 @@ TEST_F(FileMountNode, CopiedMovedAndDeletedWithTheSidecar)
 
 TEST_F(FileMountNode, AttributesAreTheSystemsOwn)
 {
-    const QFileInfo info(QString::fromStdString(Temp.Write("data/a", std::string(1234, 'x'))));
+    const std::string file = Temp.Write("data/a", std::string(1234, 'x'));
+    QvSleep(20);
+    chmod(file.c_str(), 0600); // so that the status changes after the birth
+    const QFileInfo info(QString::fromStdString(file));
+    const QDateTime born = info.birthTime();
     TQvResAttrib attrib;
     EXPECT_TRUE(Node.GetResourceAttr("/D/a", &attrib));
     EXPECT_EQ(attrib.Origin, kOriginFileNode);
     EXPECT_EQ(attrib.UpdateTime, TQvDateTime::FromQDateTime(info.lastModified()));
-    EXPECT_NE(attrib.CreationTime, TQvDateTime());
+    EXPECT_EQ(attrib.CreationTime,
+              TQvDateTime::FromQDateTime(born.isValid() ? born : info.metadataChangeTime()));
     EXPECT_FALSE(Node.GetResourceAttr("/D/a", nullptr));
     EXPECT_FALSE(Node.GetResourceAttr("/D/none", &attrib));
 
     const auto items = make_var<std::vector<TQvResFindItem>>();
     EXPECT_TRUE(Node.Find(items, "/D", "a", kFindResources, nullptr));
     EXPECT_EQ(items->at(0).Attrib.UpdateTime, TQvDateTime()) << "only when asked for";
+    EXPECT_FALSE(Node.Find(items, "/D", "none", kFindResources, nullptr)) << "nothing new";
 }
 
 TEST_F(FileMountNode, FindGivesWhatQtGivesInItsOrderButNoSidecar)

@@ -44,6 +44,9 @@ TEST(RootMountNode, ListsDirectChildrenOnceAsWritten)
     EXPECT_TRUE(root.Find({}, "/", "*", kFindFolders, &progress));
     EXPECT_EQ(progress.Polls, 1) << "a probe ends at the first match";
     EXPECT_FALSE(root.Find({}, "/Z", "*", kFindFolders, &progress));
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    EXPECT_TRUE(root.Find(items, "/", "*", kFindFolders, nullptr));
+    EXPECT_EQ(items->at(0).Attrib.Origin, kOriginRootNode);
     progress.BreakAfter = 2;
     EXPECT_THROW(Listed(root, "/", "*", kFindFolders, &progress), TQvUserBreak);
 }
@@ -62,6 +65,8 @@ TEST(RootMountNode, AnswersForTheWayToEachMountPoint)
     EXPECT_EQ(root.ResourceExists("/B"), kResNothing);
     EXPECT_FALSE(root.GetResourceAttr("/B", &attrib));
     EXPECT_FALSE(root.GetResourceAttr("/", nullptr));
+    EXPECT_FALSE(root.DeleteFolder("/A") || root.CopyResource("/A", "/C", nullptr));
+    EXPECT_EQ(root.GetResourceFile("/A"), "");
     EXPECT_EQ(MakeRoot({}).ResourceExists("/"), kResNothing) << "nothing is mounted";
     EXPECT_EQ(Thrown([&] { root.RenameFolderE("/A", "A"); }).text(),
               "This is not possible here: the folder only leads to mounted folders.");

@@ -196,6 +196,7 @@ TEST_F(State, NodesAndFreeSpace)
     EXPECT_GT(free, 0u);
     TQvCPUtils::AddNodeState(TQvPath(Temp.MakeFolder("two/dATA") + "/"), "P", state);
     EXPECT_EQ(profile.Nodes.at("/DATA").Name, "/dATA") << "replaces what differs only in case";
+    EXPECT_EQ(profile.Nodes.at("/DATA").Path.toSysStr(), Temp / "two/dATA/") << "as given";
     profile.Nodes["/GROUP"].Kind = kProfileNodeStorageGroup;
     TLogCapture log;
     TQvCPUtils::AddNodeState(TQvPath(Temp.Path()), "P", state);

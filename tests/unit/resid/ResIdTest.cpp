@@ -97,6 +97,7 @@ void ExpectKind(const char* kind, const std::function<bool(const std::string&)>&
 TEST(ResId, Kinds)
 {
     ExpectKind("absolute", QvIsAbsoluteResId, {"/"}, {"", "a"});
+    ExpectKind("relative", QvIsRelativeResId, {"", "a"}, {"/"});
     ExpectKind("deeper", QvIsDeeperRelativeResId, {".", "..", "a", "..a/"},
                {"", "/a", "../", "../a"});
     using namespace std::placeholders;

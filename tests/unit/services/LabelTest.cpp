@@ -99,6 +99,7 @@ TEST_F(Labels, RewriteKeepsWhatOthersWrote)
     EXPECT_EQ(Sidecar(), before + Text(Label(5, 2)) + after) << "shorter, and no tail is left";
     const TQvResourceLabel extreme = Label(UINT64_MAX, UINT32_MAX, -5);
     for (const char* unlabelled : {"[other]\n[/]\n", "[resource_label]\nsize=1\ntime=2\n[/]\n",
+                                   "[resource_label]\nsize=1\ntime=\ncrc=3\n[/]\n",
                                    "[resource_label]\nsize=x\ntime=2\ncrc=3\n[/]\n",
                                    "[resource_label]\nsize=1\ntime=2\ncrc=-3\n[/]\n", ""}) {
         Temp.Write("r.meta", unlabelled);

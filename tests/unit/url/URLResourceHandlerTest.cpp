@@ -64,6 +64,7 @@ TEST_F(URLResourceHandler, ForwardsTheRightArguments)
     EXPECT_TRUE(Handler.RenMovResource(y, z, nullptr));
     EXPECT_EQ(Handler.GetURLFile(y, false), "");
     EXPECT_EQ(Handler.GetURLFile(y, true), Temp / "y") << "is made";
+    EXPECT_EQ(Handler.GetURLFolder(y), Temp.Path() + "/");
     EXPECT_TRUE(Handler.CopyResourceMeta(z, y));
     EXPECT_FALSE(Handler.DeleteFolder(folder, false, nullptr));
     EXPECT_TRUE(Handler.DeleteFolder(folder, true, nullptr));
@@ -72,6 +73,7 @@ TEST_F(URLResourceHandler, ForwardsTheRightArguments)
     Put("x", 5000, "content");
     TQvURLAttrib attrib;
     EXPECT_TRUE(Handler.GetURLAttr(x, &attrib));
+    EXPECT_EQ(attrib.Size, 7u);
     EXPECT_EQ(attrib.UpdateTime, TQvDateTime(5000));
     EXPECT_NE(attrib.CreationTime, attrib.UpdateTime);
     EXPECT_FALSE(Handler.GetURLAttr(TQvURL("qvres:no id"), nullptr)) << "the manager would throw";
