@@ -152,7 +152,7 @@ TEST_F(FileMountNode, FindGivesWhatQtGivesInItsOrderButNoSidecar)
                      "loop>. device>/dev/null dangling>nowhere");
     mkfifo((Folder + "/fifo").c_str(), 0600);
     for (const char* mask : {"*", "*.*", "a*", "?b*", "*[ab]", "*.", "x", "[!a]*", "", "[[]?]"}) {
-        for (const unsigned flags : {1, 2, 3}) {
+        for (const unsigned flags : {1u, 2u, 3u}) {
             TIds expected;
             QDirIterator iterator(QString::fromStdString(Folder), {QString::fromUtf8(mask)},
                                   QDir::Dirs | QDir::Files | QDir::NoDotAndDotDot);

@@ -51,7 +51,7 @@ TEST_F(Labels, Computed)
 
     // From where the stream stands, over several blocks; an independent implementation's sums.
     for (const auto& [size, crc] :
-         {std::pair(0, 0u), {256 * 1024, 0xBA8D8DC4}, {600000, 0xB8E3E871}}) {
+         {std::pair(std::size_t{0}, 0u), {256 * 1024, 0xBA8D8DC4}, {600000, 0xB8E3E871}}) {
         ASSERT_TRUE(stream.Open(Temp.Write("a", "xx" + std::string(size, 'a')), 10, kQvShareAll));
         stream.setPosition(2);
         EXPECT_EQ(ComputePartialCRC(&stream), crc) << size;
