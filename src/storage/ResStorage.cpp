@@ -199,8 +199,6 @@ TJournalReading TResStorage::ReadDirFile()
     TQvFileStream stream;
     Open(&stream, kQvOpenRead, kQvOpenRead, TMessages::DoLoadDir);
     if (!stream) {
-        // A journal that is not there is no failure to tell; it is looked for only now, because it
-        // nearly always is there.
         if (QvFileExists(DirFile()))
             Log(TMessages::DoLoadDir.NotOpened, kLevelRead);
         return {};
@@ -225,13 +223,13 @@ bool TResStorage::ListContent()
 {
     const std::string content =
         QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
-    QvCreateDirectory(content);
+    int error = QvCreateDirectory(content) ? 0 : errno;
+    if (error == EEXIST) // a link to a volume that is not there is no empty folder
+        error = QvDirExists(content) ? 0 : QvFileExists(content) ? ENOTDIR : ENOENT;
     m_dir.clear();
     try {
-        // A link to a volume that is not there is no empty folder.
-        if (!QvDirExists(content))
-            throw QvMsg_helper("Err_ReadFolder_name")
-                << content << std::strerror(QvFileExists(content) ? ENOTDIR : ENOENT);
+        if (error != 0)
+            throw QvMsg_helper("Err_ReadFolder_name") << content << std::strerror(error);
         for (const std::string& path : QvFindFiles(content, "*.*", true, true))
             ListFound(path, content.size());
         return true;
@@ -390,6 +388,10 @@ void TResStorage::Open(TQvFileStream* stream, qvOpenMode mode, qvOpenMode retryM
 {
     const std::string file = DirFile().toSysStr();
     if (stream->Open(file, mode, kQvShareAll) || stream->getError() != kBusy)
+        return;
+    // A reader waits for no journal that is not there or cannot even be seen. It is looked for only
+    // now, because it nearly always is there.
+    if (mode == kQvOpenRead && !QvFileExists(file))
         return;
     Log(messages.Busy, kLevelRead);
     const std::uint32_t firstFailure = QvGetTickCount();

@@ -1,4 +1,9 @@
 // "qvres journal" on the storage folder "s"; "j" is that command, "$J" its journal.
+#include <memory>
+#include <thread>
+
+#include "QvStd/Clock.h"
+#include "QvStd/FileStream.h"
 #include "QvStd/LockFile.h"
 #include "cli/QvresTest.h"
 
@@ -26,7 +31,8 @@ TEST_F(TJournalCommandTest, ChangesAndPrints)
             {R"(j merge s; tail -c +12 "$J" | head -n -1)", ";QV5Dir\r\n/SUB/B?b\r\n/X?x\r\n"},
             {"touch s/content/a.txt; j rebuild s; j load s", "/A.TXT\t/a.txt\n"},
             {"ln -s home/.. link; cd a; j load ../link/s//.; cd ..; ls | grep ^s",
-             "/A.TXT\t/a.txt\ns\ns\\$QvStorage.lock\n"},       // one lock for all spellings ...
+             "/A.TXT\t/a.txt\ns\ns\\$QvStorage.lock\n"}, // one lock for all spellings ...
+            {"mkdir -p b/deep; ln -s b/deep deep; j load deep/../../s", "/A.TXT\t/a.txt\n"},
             {"ln -s s other; j load a/../other; ls | grep ^o", // ... but that of a link
              "/A.TXT\t/a.txt\nother\nother\\$QvStorage.lock\nout\n"}});
 }
@@ -44,12 +50,29 @@ TEST_F(TJournalCommandTest, VerifiesWithoutChanging)
             {"j add s /A; cp s?*lock kept; : >\"$J\"; j verify s; cmp s?*lock kept",
              "bad signature\n1"}});
     Configure("StDirLockTimeout=20\n");
-    const TQvLockFile writer(m_temp / "s\\$QvStorage.lock", true, "somebody", 0);
-    const std::string storage = "($T/s)";
-    Expect({{"qvres --var var journal verify s",
-             "1: cannot lock $T/s\\$QvStorage.lock: Resource temporarily unavailable"},
-            {"qvres --var var journal load s",
-             "1: TResStorage::LoadDir(): error locking storage " + storage}});
+    auto writer = std::make_unique<TQvLockFile>(m_temp / "s\\$QvStorage.lock", true, "somebody", 0);
+    for (const std::string operation : {"verify s", "load s", "add s /A", "merge s"})
+        Expect({{"qvres --var var journal " + operation,
+                 "1: cannot lock $T/s\\$QvStorage.lock: Resource temporarily unavailable"}});
+    // A journal that is only just being written is not called torn.
+    std::thread writing([&] {
+        QvSleep(100);
+        EXPECT_EQ(std::system(R"(cp "$T/whole" "$T/s/\$QvStorage.list")"), 0);
+        writer.reset();
+    });
+    Expect({{"j verify s", "whole\n"}});
+    writing.join();
+}
+
+TEST_F(TJournalCommandTest, TellsWhyTheJournalDoesNotOpen)
+{
+    Configure("StDirLockTimeout=20\n");
+    Expect({{"j add s /A; qvres --var var journal load s", "/A\tA\n"}});
+    const TQvFileStream busy(TQvPath(m_temp / "s/$QvStorage.list"), kQvOpenReadWrite, 0);
+    Expect({{"qvres --var var journal load s",
+             "1: another program keeps $T/s/$QvStorage.list for itself"},
+            {R"(rm "$J"; ln -s '$QvStorage.list' "$J"; j load s)",
+             "1: cannot open $T/s/$QvStorage.list: Too many levels of symbolic links"}});
 }
 
 TEST_F(TJournalCommandTest, CutsHalfALineOffBeforeItAppends)
@@ -103,19 +126,45 @@ TEST_F(TJournalCommandTest, TellsThatTheDiskIsFull)
     Expect({{R"(cp kept "$J";)" + fuller + "qvres --var var journal load s", torn}});
 }
 
+/// Traced calls of the journal program, in "trace".
+const std::string kTrace = "export ASAN_OPTIONS=detect_leaks=0; strace -yo trace -e "
+                           "pwrite64,fdatasync,ftruncate,close ";
+
 TEST_F(TJournalCommandTest, SyncsBeforeItAnswers)
 {
-    const std::string trace = "export ASAN_OPTIONS=detect_leaks=0; strace -yo trace -e "
-                              "pwrite64,fdatasync,close ";
     const std::string calls =
         R"(; grep -F 's/$QvStorage.list>' trace | sed -n '/^pwrite/,$s/(.*//p')";
     Expect({{"j add s /A", ""}});
     // The last one closes the file after the look at what was written.
     for (const char* call : {"$QVRES journal add s /B", "$QVRES journal merge s"})
-        Expect({{trace + call + calls, "pwrite64\nfdatasync\nclose\nclose\n"}});
-    const std::string failing = trace + "-e inject=fdatasync:error=EIO $QVRES journal ";
-    Expect({{failing + "add s /C 2>&1; echo $?",
+        Expect({{kTrace + call + calls, "pwrite64\nfdatasync\nclose\nclose\n"}});
+    const auto failing = [](const std::string& call) {
+        return kTrace + "-e inject=" + call + " 2>&1; echo $?";
+    };
+    const std::string notWritten =
+        "qvres: TResStorage::SaveDir(): error writing storage ($T/s)\n1\n";
+    const std::string noSync = "fdatasync:error=EIO $QVRES ";
+    Expect({{failing(noSync + "journal add s /C"),
              "qvres: the change of /C could not be written to $T/s/$QvStorage.list\n1\n"},
-            {failing + "merge s 2>&1; echo $?",
-             "qvres: TResStorage::SaveDir(): error writing storage ($T/s)\n1\n"}});
+            {failing(noSync + "journal merge s"), notWritten},
+            {R"(rm "$J"; )" + failing(noSync + "journal load s"), notWritten},
+            {R"(printf / >>"$J"; )" + failing("ftruncate:error=EIO $QVRES journal add s /A"),
+             "qvres: cannot cut half a line off $T/s/$QvStorage.list\n1\n"}});
+    Configure("StDirChangeCount2Merge=0\n");
+    Expect({{failing(noSync + "--var var journal load s"), notWritten}});
+}
+
+TEST_F(TJournalCommandTest, ABreakLeavesNoHalfJournal)
+{
+    Configure("StDirChangeCount2Merge=0\n");
+    const std::string broken = kTrace + R"(-P "$T/$J" -e inject=pwrite64:signal=)";
+    const std::string then = R"( s >dead 2>&1; test $? -gt 128; echo $?; j verify s; wc -l <"$J")";
+    Expect({{"cd s/content; touch A B; j rebuild ..; cd ../..", ""}});
+    for (const char* call : {"INT $QVRES journal merge", "TERM $QVRES journal rebuild",
+                             "HUP $QVRES --var var journal load"})
+        Expect({{broken + call + then, "0\nwhole\n5\n"}});
+    // Before the program that does the work has taken over, too.
+    Expect({{"strace -o trace -e inject=readlink:signal=INT $QVRES journal add s /C >dead 2>&1; "
+             R"(test $? != 0; echo $?; grep -c C? "$J")",
+             "0\n0\n"}});
 }

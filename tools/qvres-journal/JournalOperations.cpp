@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -72,12 +74,56 @@ std::string StorageFolder(const std::string& given)
 }
 
 /// A storage waits for a journal that is not to be opened as for a busy one, and does not tell why.
-void RequireAccess(const std::string& journal, const std::string& operation)
+void RequireAccess(const TResStorage& storage, int access)
 {
-    const int access = operation == "load" || operation == "verify" ? R_OK : R_OK | W_OK;
-    if (::access(journal.c_str(), access) != 0 && errno != ENOENT)
+    const std::string journal = storage.DirFile().toSysStr();
+    if (::access(journal.c_str(), access) == 0)
+        return;
+    if (errno != ENOENT)
         Fail("cannot open " + journal + ": " + std::strerror(errno));
+    if ((access & W_OK) != 0 && ::access(storage.Folder.c_str(), W_OK) != 0)
+        Fail("cannot create " + journal + ": " + std::strerror(errno));
 }
+
+std::string LockFile(const TResStorage& storage)
+{
+    return storage.Folder + kStorageLockSuffix;
+}
+
+void RequireHeld(const TQvLockFile& lock, const TResStorage& storage)
+{
+    if (!lock)
+        Fail("cannot lock " + LockFile(storage) + ": " + std::strerror(-lock.getError()));
+}
+
+TResStorage::TLocker Lock(const TResStorage& storage, bool forWriting)
+{
+    const auto locker = TStorageLocker::VCreate(storage, forWriting);
+    RequireHeld(*locker, storage);
+    return locker;
+}
+
+/// Holds back what would end the process in the middle of a rewrite, after which a journal is
+/// rebuilt without the records that have no content. Made when the lock is held already, so that
+/// waiting for it can be broken off.
+class TDeferredSignals
+{
+public:
+    TDeferredSignals()
+    {
+        sigset_t deferred;
+        sigemptyset(&deferred);
+        for (const int signalNumber : {SIGHUP, SIGINT, SIGTERM})
+            sigaddset(&deferred, signalNumber);
+        sigprocmask(SIG_BLOCK, &deferred, &m_before);
+    }
+    ~TDeferredSignals() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    TDeferredSignals(const TDeferredSignals&) = delete;
+    TDeferredSignals& operator=(const TDeferredSignals&) = delete;
+
+private:
+    sigset_t m_before;
+};
 
 void Print(const std::string& text)
 {
@@ -137,12 +183,11 @@ TLook LookTwice(const TResStorage& storage)
     TLook look = LookAtJournal(storage);
     // A writer may be in the middle of its work: what is not whole is looked at again with the
     // writers kept out, in a storage that anybody has ever locked.
-    const std::string lockFile = storage.Folder + kStorageLockSuffix;
-    if (!look.IsWhole() && QvFileExists(lockFile)) {
+    if (!look.IsWhole() && QvFileExists(LockFile(storage))) {
         // Without a name, so that the last holder's stays there.
-        const TQvLockFile lock(lockFile, false, "", ResourceManager.Config().StDirLockTimeout);
-        if (!lock)
-            Fail("cannot lock " + lockFile + ": " + std::strerror(-lock.getError()));
+        const TQvLockFile lock(LockFile(storage), false, "",
+                               ResourceManager.Config().StDirLockTimeout);
+        RequireHeld(lock, storage);
         look = LookAtJournal(storage);
     }
     return look;
@@ -174,12 +219,47 @@ std::pair<std::uint64_t, TQvDateTime> SizeAndTime(const TResStorage& storage)
     return {info.Size, info.UpdateTime};
 }
 
+/// Loads under a lock that is held. What loading wrote anew has to be whole and on the disk.
+bool LoadUnder(TResStorage& storage, const std::function<bool()>& load)
+{
+    g_reason.clear();
+    const auto before = SizeAndTime(storage);
+    const bool loaded = load();
+    if (SizeAndTime(storage) != before) {
+        if (!g_reason.empty())
+            Fail(g_reason);
+        RequireSealed(LookAtJournal(storage), storage);
+    }
+    return loaded;
+}
+
+void LoadForWriting(TResStorage& storage, const TResStorage::TLocker& exclusive)
+{
+    Require(LoadUnder(storage, [&] { return storage.LoadDir(exclusive); }),
+            "cannot load the journal of " + storage.Folder);
+}
+
+/// False when the journal is to be repaired first.
+bool LoadWhole(TResStorage& storage)
+{
+    const auto shared = Lock(storage, false);
+    const TDeferredSignals deferred;
+    if (LoadUnder(storage, [&] { return storage.DoLoadDir(shared); }))
+        return true;
+    const TLook look = LookAtJournal(storage);
+    if (!look.Missing && look.Reading.State == TJournalState::Whole)
+        Fail("another program keeps " + storage.DirFile().toSysStr() + " for itself");
+    return false;
+}
+
 void LoadAndPrint(TResStorage& storage, bool json)
 {
-    const auto before = SizeAndTime(storage);
-    Require(storage.LoadDir(), "cannot load the journal of " + storage.Folder);
-    if (SizeAndTime(storage) != before) // loading wrote it anew
-        RequireSealed(LookTwice(storage), storage);
+    if (!LoadWhole(storage)) {
+        RequireAccess(storage, W_OK);
+        const auto exclusive = Lock(storage, true);
+        const TDeferredSignals deferred;
+        LoadForWriting(storage, exclusive);
+    }
     if (json) {
         auto records = nlohmann::json::array();
         for (const auto& [id, name] : storage.Dir())
@@ -203,11 +283,10 @@ bool CutTo(const TResStorage& storage, std::uint64_t size)
 /// Loads first, so that a broken journal is repaired before anything is put behind it, and cuts off
 /// half a line at its end: loading does not see it, and it would make one line with what follows.
 /// The size that the journal has then.
-std::uint64_t LoadForChange(TResStorage& storage, const TResStorage::TLocker& locker)
+std::uint64_t LoadForChange(TResStorage& storage, const TResStorage::TLocker& exclusive)
 {
-    Require(storage.LoadDir(locker), "cannot load the journal of " + storage.Folder);
+    LoadForWriting(storage, exclusive);
     const TLook look = LookAtJournal(storage);
-    RequireSealed(look, storage); // loading may have written it anew
     if (!look.IsWhole() && !CutTo(storage, look.Reading.SealedBytes))
         Fail("cannot cut half a line off " + storage.DirFile().toSysStr());
     return look.Reading.SealedBytes;
@@ -226,7 +305,8 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     const bool isFolder = id.back() == '/';
     const std::string bare = isFolder ? id.substr(0, id.size() - 1) : id;
     const std::string key = QvNormalizeResId(id);
-    const auto locker = TStorageLocker::VCreate(storage, true);
+    const auto locker = Lock(storage, true);
+    const TDeferredSignals deferred;
     const std::uint64_t size = LoadForChange(storage, locker);
     if (!adding && storage.Dir().count(key) == 0)
         Fail("the journal has no record of " + id);
@@ -248,10 +328,12 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
 
 void Rewrite(TResStorage& storage, bool fromContent)
 {
-    const auto locker = TStorageLocker::VCreate(storage, true);
+    const auto locker = Lock(storage, true);
+    const TDeferredSignals deferred;
     // Not MergeDir, which does not tell what came of its two steps.
-    const bool done = fromContent ? storage.RecreateDir(locker)
-                                  : storage.LoadDir(locker) && storage.SaveDir(locker);
+    if (!fromContent)
+        LoadForWriting(storage, locker);
+    const bool done = fromContent ? storage.RecreateDir(locker) : storage.SaveDir(locker);
     Require(done && g_reason.empty(), "cannot write the journal of " + storage.Folder);
     RequireSealed(LookAtJournal(storage), storage);
 }
@@ -270,7 +352,8 @@ int RunJournal(const TJournalCall& call)
     TResStorage storage;
     storage.Folder = StorageFolder(call.Folder);
     storage.Name = storage.Folder;
-    RequireAccess(storage.DirFile().toSysStr(), call.Operation);
+    const bool reads = call.Operation == "load" || call.Operation == "verify";
+    RequireAccess(storage, reads ? R_OK : R_OK | W_OK);
     if (call.Operation == "verify")
         return Verify(storage, call.Json);
     if (call.Operation == "load")

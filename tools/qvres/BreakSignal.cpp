@@ -35,6 +35,16 @@ void BreakSignal::Install()
     }
 }
 
+void BreakSignal::Remove()
+{
+    for (const int signalNumber : kSignals) {
+        struct sigaction now = {};
+        if (sigaction(signalNumber, nullptr, &now) == 0 && now.sa_handler == OnSignal)
+            std::signal(signalNumber, SIG_DFL);
+    }
+    ThrowIfWanted();
+}
+
 void BreakSignal::ThrowIfWanted()
 {
     if (Wanted())

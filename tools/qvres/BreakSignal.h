@@ -14,6 +14,9 @@ extern volatile std::sig_atomic_t g_wanted;
 /// calls that wait are interrupted (EINTR).
 void Install();
 
+/// From now on a signal ends the process at once. Throws TQvUserBreak when one came before.
+void Remove();
+
 inline bool Wanted() noexcept
 {
     return g_wanted != 0;

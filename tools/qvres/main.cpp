@@ -105,10 +105,7 @@ void FlushAfterFailure(TOutput& out)
         // The first failure is the one to tell.
     }
 }
-} // namespace
 
-namespace
-{
 /// The journal is no part of the exported interface: another program works on it.
 void AddJournalCommand(CLI::App& app, THost& host)
 {
@@ -119,6 +116,7 @@ void AddJournalCommand(CLI::App& app, THost& host)
     AddJournalOperations(*journal, [&host](TJournalCall call) {
         call.Json = host.Json;
         call.VarFolder = host.Session.VarFolder;
+        BreakSignal::Remove(); // nobody would look at the flag any more
         ExecJournal(call);
     });
 }

@@ -177,7 +177,9 @@ TEST_F(TStorageTest, LeavesTheJournalWhenTheContentCannotBeRead)
     const std::string torn = Sealed(kJournalHead + "/A?a\r\n") + "/B?b\r\n";
     WriteJournal(torn);
     EXPECT_FALSE(Storage.LoadDir());
+    TLogCapture log;
     EXPECT_FALSE(Storage.RecreateDir());
+    EXPECT_NE(log.Entries.at(0).Shown.find("Not a directory"), std::string::npos);
     EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
     EXPECT_TRUE(Storage.MergeDir()) << "does not tell what its parts answered";
     std::filesystem::remove(Temp / "s/content");
@@ -309,6 +311,12 @@ TEST_F(TStorageTest, WorksUnderAGivenLock)
 {
     Configure("StDirLockTimeout=20\nStDirChangeCount2Merge=1\n");
     for (const TOperation& operation : kOperations) {
+        auto holder = TStorageLocker::VCreate(Storage, true);
+        auto refused = TStorageLocker::VCreate(Storage, false);
+        holder.reset();
+        EXPECT_EQ(operation.Run(Storage, refused), !operation.Reads)
+            << operation.Name << ": only who writes asks once more";
+        refused.reset();
         // A rewrite that loading wants goes under the same lock, so few blocks for the readers.
         WriteJournal(operation.Reads ? kEmpty : kTwoBlocks);
         const auto shared = TStorageLocker::VCreate(Storage, false);
@@ -336,22 +344,67 @@ TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShare)
     EXPECT_EQ(Journal(), kTwoBlocks);
 }
 
+TEST_F(TStorageTest, WaitsForNobodyUnderAGivenLockThatOthersShare)
+{
+    const auto other = TStorageLocker::VCreate(Storage, false);
+    Configure("StDirLockTimeout=200\nStDirChangeCount2Merge=1\n");
+    WriteJournal(kTwoBlocks);
+    auto given = TStorageLocker::VCreate(Storage, false);
+    std::thread upgrade([&other] { EXPECT_TRUE(other->Relock(true)); });
+    ASSERT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), false, "", 0); }));
+    EXPECT_TRUE(Storage.DoLoadDir(given));
+    EXPECT_EQ(given->getError(), -EAGAIN)
+        << "a request that waits would be refused as a second one";
+    WriteJournal("torn");
+    TLogCapture log;
+    EXPECT_FALSE(Storage.LoadDir(given));
+    EXPECT_EQ(LogOf(log), TLines{"TResStorage::RecreateDir(): " + kNotLocked});
+    given.reset();
+    upgrade.join();
+}
+
 TEST_F(TStorageTest, RepairsWhatTheOneItSteppedAsideForDidNot)
 {
     WriteContent("a");
     WriteJournal(kTwoBlocks + "/C?c\r\n");
-    TChildProcess other([this] {
-        // Holds what a repair holds while it waits for other readers, and dies of old age.
-        const auto reader = TStorageLocker::VCreate(Storage, false);
-        Configure("StDirLockTimeout=300\n");
-        const auto repairer = TStorageLocker::VCreate(Storage, false);
-        repairer->Relock(true);
-        return 0;
-    });
-    ASSERT_TRUE(
-        WaitUntil([this] { return !TQvLockFile(Temp / "s\\$QvStorage.lock", false, "", 0); }));
-    EXPECT_TRUE(Storage.LoadDir());
+    TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
+    std::thread loader([this] { EXPECT_TRUE(Storage.LoadDir()); });
+    ASSERT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), true, "", 0); }));
+    {
+        const auto other = TStorageLocker::VCreate(Another(), false);
+        std::thread release([this, &busy] {
+            EXPECT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), false, "", 0); }));
+            busy.Close();
+        });
+        EXPECT_TRUE(other->Relock(true)) << "the loader, which shared it, stepped aside";
+        release.join();
+    } // ends without a repair
+    loader.join();
     EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/A", "/a"}}));
-    EXPECT_EQ(other.Wait(), 0);
+}
+
+TEST_F(TStorageTest, WaitsForNoJournalThatPermissionsKeepAway)
+{
+    Configure("StDirChangeCount2Merge=1\n");
+    WriteJournal(kTwoBlocks);
+    ASSERT_EQ(chmod(File().c_str(), 0444), 0);
+    for (const char* folder : {"", "s", "s/content"})
+        ASSERT_EQ(chmod(Temp.MakeFolder(folder).c_str(), 0777), 0);
+    EXPECT_TRUE(PassesInChild([this] {
+        ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may do everything";
+        TLogCapture log;
+        EXPECT_TRUE(Storage.DoLoadDir()) << "not shortened";
+        EXPECT_EQ(LogOf(log), TLines{"TResStorage::SaveDir(): " + kNotWritten});
+    }));
+    ASSERT_EQ(chmod((Temp / "s").c_str(), 0), 0);
+    EXPECT_TRUE(PassesInChild([this] {
+        ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0);
+        TLogCapture log;
+        EXPECT_FALSE(Storage.DoLoadDir());
+        EXPECT_FALSE(Storage.RecreateDir());
+        ASSERT_EQ(log.Entries.size(), 1u) << "a journal that is not seen is missing";
+        EXPECT_NE(log.Entries[0].Shown.find("Permission denied"), std::string::npos);
+    }));
+    ASSERT_EQ(chmod((Temp / "s").c_str(), 0700), 0);
 }
 } // namespace

@@ -52,6 +52,7 @@ protected:
     }
     std::string File() const { return Temp / "s/$QvStorage.list"; }
     std::string Journal() const { return ReadFile(File()); }
+    std::string Lock() const { return Temp / "s\\$QvStorage.lock"; }
     void WriteJournal(const std::string& text) const { Temp.Write("s/$QvStorage.list", text); }
     void WriteContent(const std::string& name) const { Temp.Write("s/content/" + name, "x"); }
 
