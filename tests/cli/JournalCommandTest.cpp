@@ -157,7 +157,7 @@ TEST_F(TJournalCommandTest, SyncsBeforeItAnswers)
 TEST_F(TJournalCommandTest, ABreakLeavesNoHalfJournal)
 {
     Configure("StDirChangeCount2Merge=0\n");
-    const std::string broken = kTrace + R"(-P "$T/$J" -e inject=pwrite64:signal=)";
+    const std::string broken = kTrace + R"(-P "$T/$J" -e inject=ftruncate:signal=)";
     const std::string then = R"( s >dead 2>&1; test $? -gt 128; echo $?; j verify s; wc -l <"$J")";
     Expect({{"cd s/content; touch A B; j rebuild ..; cd ../..", ""}});
     for (const char* call : {"INT $QVRES journal merge", "TERM $QVRES journal rebuild",
