@@ -224,8 +224,10 @@ bool TResStorage::ListContent()
     const std::string content =
         QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
     int error = QvCreateDirectory(content) ? 0 : errno;
-    if (error == EEXIST) // a link to a volume that is not there is no empty folder
-        error = QvDirExists(content) ? 0 : QvFileExists(content) ? ENOTDIR : ENOENT;
+    if (QvDirExists(content))
+        error = 0;
+    else if (error == EEXIST) // a link to a volume that is not there is no empty folder
+        error = QvFileExists(content) ? ENOTDIR : ENOENT;
     m_dir.clear();
     try {
         if (error != 0)
