@@ -128,10 +128,12 @@ int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
         if (descriptor < 0 && errno == EEXIST) // somebody was quicker
             descriptor = open(path.c_str(), O_RDWR | kFlags);
     }
-    const bool writeRefused =
-        descriptor < 0 && (errno == EACCES || errno == EPERM || errno == EROFS);
-    if (writeRefused && readOnlyWillDo)
+    const int refused = descriptor < 0 ? errno : 0;
+    if (readOnlyWillDo && (refused == EACCES || refused == EPERM || refused == EROFS)) {
         descriptor = open(path.c_str(), O_RDONLY | kFlags);
+        if (descriptor < 0 && errno == ENOENT)
+            errno = refused; // why it could not be created tells more than that it is not there
+    }
     return descriptor;
 }
 

@@ -115,8 +115,7 @@ const TResStorage::TMessages TResStorage::TMessages::LoadDir{
     "TResStorage::LoadDir(): error locking storage (%1%)"};
 const TResStorage::TMessages TResStorage::TMessages::DoLoadDir{
     "TResStorage::DoLoadDir(): error locking storage (%1%)",
-    "TResStorage::DoLoadDir(): Storage (%1%) dir busy, retrying",
-    "TResStorage::DoLoadDir(): Storage (%1%) dir open failure"};
+    "TResStorage::DoLoadDir(): Storage (%1%) dir busy, retrying", kResStorageNotRead};
 const TResStorage::TMessages TResStorage::TMessages::RecreateDir{
     "TResStorage::RecreateDir(): error locking storage (%1%)", nullptr, nullptr,
     kResStorageLeftOut};
@@ -227,7 +226,7 @@ bool TResStorage::ListContent()
     if (QvDirExists(content))
         error = 0;
     else if (error == EEXIST) // a link to a volume that is not there is no empty folder
-        error = QvFileExists(content) ? ENOTDIR : ENOENT;
+        error = access(content.c_str(), F_OK) == 0 ? ENOTDIR : errno;
     m_dir.clear();
     try {
         if (error != 0)

@@ -32,6 +32,11 @@
 inline constexpr char kResStorageLeftOut[] =
     "TResStorage::RecreateDir(): Storage (%1%) cannot hold the id (%2%)";
 
+/// What loading logs, after the time-out, of a journal that is there but does not open or cannot be
+/// read to its end: nothing is known about whether it is whole.
+inline constexpr char kResStorageNotRead[] =
+    "TResStorage::DoLoadDir(): Storage (%1%) dir open failure";
+
 class TResStorage
 {
 public:

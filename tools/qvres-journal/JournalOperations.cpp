@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <stdexcept>
 #include <utility>
 
@@ -32,6 +31,7 @@ constexpr int kFailureLevel = 5; ///< at which a storage tells why it could not 
 
 /// What a storage logged last: its operations answer only true or false.
 std::string g_reason;
+bool g_notRead = false;
 
 void CatchReasons()
 {
@@ -39,6 +39,8 @@ void CatchReasons()
         // What a rebuild leaves out is no failure, but who called it has to know.
         if (message.text() == kResStorageLeftOut)
             PrintError(message.what());
+        else if (message.text() == kResStorageNotRead)
+            g_notRead = true;
         else if (level >= kFailureLevel)
             g_reason = message.what();
     });
@@ -219,47 +221,58 @@ std::pair<std::uint64_t, TQvDateTime> SizeAndTime(const TResStorage& storage)
     return {info.Size, info.UpdateTime};
 }
 
-/// Loads under a lock that is held. What loading wrote anew has to be whole and on the disk.
-bool LoadUnder(TResStorage& storage, const std::function<bool()>& load)
+/// Loads under a lock that is held; false when the journal is missing or broken. What loading wrote
+/// anew has to be whole and on the disk. A journal that could not be read is never rebuilt: it may
+/// be whole, and a rebuild loses the records without content.
+bool LoadWhole(TResStorage& storage, const TResStorage::TLocker& locker)
 {
-    g_reason.clear();
+    g_notRead = false;
     const auto before = SizeAndTime(storage);
-    const bool loaded = load();
+    const bool loaded = storage.DoLoadDir(locker);
     if (SizeAndTime(storage) != before) {
         if (!g_reason.empty())
             Fail(g_reason);
         RequireSealed(LookAtJournal(storage), storage);
     }
+    if (g_notRead)
+        Fail("cannot open or read " + storage.DirFile().toSysStr() +
+             " (another program may keep it for itself)");
+    g_reason.clear(); // why it was not shortened
     return loaded;
 }
 
-void LoadForWriting(TResStorage& storage, const TResStorage::TLocker& exclusive)
+void RequireWritten(bool done, const TResStorage& storage)
 {
-    Require(LoadUnder(storage, [&] { return storage.LoadDir(exclusive); }),
-            "cannot load the journal of " + storage.Folder);
+    Require(done && g_reason.empty(), "cannot write the journal of " + storage.Folder);
+    RequireSealed(LookAtJournal(storage), storage);
 }
 
-/// False when the journal is to be repaired first.
-bool LoadWhole(TResStorage& storage)
+void LoadOrRepair(TResStorage& storage, const TResStorage::TLocker& exclusive)
 {
-    const auto shared = Lock(storage, false);
+    if (LoadWhole(storage, exclusive))
+        return;
+    RequireWritten(storage.RecreateDir(exclusive), storage);
+    if (!LoadWhole(storage, exclusive))
+        Fail("cannot load the journal of " + storage.Folder);
+}
+
+void Load(TResStorage& storage)
+{
+    {
+        const auto shared = Lock(storage, false);
+        const TDeferredSignals deferred;
+        if (LoadWhole(storage, shared))
+            return;
+    }
+    RequireAccess(storage, W_OK);
+    const auto exclusive = Lock(storage, true);
     const TDeferredSignals deferred;
-    if (LoadUnder(storage, [&] { return storage.DoLoadDir(shared); }))
-        return true;
-    const TLook look = LookAtJournal(storage);
-    if (!look.Missing && look.Reading.State == TJournalState::Whole)
-        Fail("another program keeps " + storage.DirFile().toSysStr() + " for itself");
-    return false;
+    LoadOrRepair(storage, exclusive);
 }
 
 void LoadAndPrint(TResStorage& storage, bool json)
 {
-    if (!LoadWhole(storage)) {
-        RequireAccess(storage, W_OK);
-        const auto exclusive = Lock(storage, true);
-        const TDeferredSignals deferred;
-        LoadForWriting(storage, exclusive);
-    }
+    Load(storage);
     if (json) {
         auto records = nlohmann::json::array();
         for (const auto& [id, name] : storage.Dir())
@@ -285,8 +298,9 @@ bool CutTo(const TResStorage& storage, std::uint64_t size)
 /// The size that the journal has then.
 std::uint64_t LoadForChange(TResStorage& storage, const TResStorage::TLocker& exclusive)
 {
-    LoadForWriting(storage, exclusive);
+    LoadOrRepair(storage, exclusive);
     const TLook look = LookAtJournal(storage);
+    RequireSealed(look, storage);
     if (!look.IsWhole() && !CutTo(storage, look.Reading.SealedBytes))
         Fail("cannot cut half a line off " + storage.DirFile().toSysStr());
     return look.Reading.SealedBytes;
@@ -311,7 +325,6 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     if (!adding && storage.Dir().count(key) == 0)
         Fail("the journal has no record of " + id);
 
-    g_reason.clear();
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     Require(done, "cannot write the journal of " + storage.Folder);
@@ -332,10 +345,8 @@ void Rewrite(TResStorage& storage, bool fromContent)
     const TDeferredSignals deferred;
     // Not MergeDir, which does not tell what came of its two steps.
     if (!fromContent)
-        LoadForWriting(storage, locker);
-    const bool done = fromContent ? storage.RecreateDir(locker) : storage.SaveDir(locker);
-    Require(done && g_reason.empty(), "cannot write the journal of " + storage.Folder);
-    RequireSealed(LookAtJournal(storage), storage);
+        LoadOrRepair(storage, locker);
+    RequireWritten(fromContent ? storage.RecreateDir(locker) : storage.SaveDir(locker), storage);
 }
 } // namespace
 

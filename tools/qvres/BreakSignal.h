@@ -14,7 +14,7 @@ extern volatile std::sig_atomic_t g_wanted;
 /// calls that wait are interrupted (EINTR).
 void Install();
 
-/// From now on a signal ends the process at once. Throws TQvUserBreak when one came before.
+/// From now on a break ends the process at once, unless it is ignored. Throws TQvUserBreak when one came before.
 void Remove();
 
 inline bool Wanted() noexcept

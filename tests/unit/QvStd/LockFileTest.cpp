@@ -161,7 +161,7 @@ TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
     EXPECT_EQ(TQvLockFile(m_folder / "fifo", kExclusive, "a", kLong).getError(), -EINVAL);
     EXPECT_EQ(TQvLockFile(m_folder / "no/file", kShared, "a", kLong).getError(), -ENOENT);
     ASSERT_EQ(chmod(m_folder.Write("file.lock", "").c_str(), 0444), 0);
-    ASSERT_EQ(chmod(m_folder.Path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(m_folder.Path().c_str(), 0555), 0);
     EXPECT_TRUE(PassesInChild([&] {
         ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may write everything";
         EXPECT_EQ(TQvLockFile(m_path, kExclusive, "a", 0).getError(), -EACCES);
@@ -169,7 +169,9 @@ TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
         EXPECT_FALSE(lock.Relock(true));
         EXPECT_EQ(lock.getError(), -EACCES);
         EXPECT_TRUE(lock);
+        EXPECT_EQ(TQvLockFile(m_folder / "new", kShared, "a", 0).getError(), -EACCES);
     }));
+    ASSERT_EQ(chmod(m_folder.Path().c_str(), 0755), 0);
 }
 
 TEST_F(LockFileTest, ProcessesCountTogether)

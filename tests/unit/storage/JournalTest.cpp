@@ -12,6 +12,7 @@
 #include "QvConfig/Config.h"
 #include "QvStd/Clock.h"
 #include "QvStd/FileStream.h"
+#include "QvStd/Log.h"
 #include "support/ChildProcess.h"
 
 namespace
@@ -185,6 +186,10 @@ TEST_F(TStorageTest, LeavesTheJournalWhenTheContentCannotBeRead)
     std::filesystem::remove(Temp / "s/content");
     std::filesystem::create_symlink("volume-that-is-not-there", Temp / "s/content");
     EXPECT_FALSE(Storage.RecreateDir());
+    std::filesystem::remove(Temp / "s/content");
+    std::filesystem::create_symlink("content", Temp / "s/content");
+    EXPECT_FALSE(Storage.RecreateDir());
+    EXPECT_NE(log.Entries.back().Shown.find("Too many levels"), std::string::npos);
     EXPECT_EQ(Journal(), torn);
 }
 
@@ -211,7 +216,7 @@ TEST_F(TStorageTest, LockLiesBesideTheFolder)
     ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
     EXPECT_EQ(NamesIn(Temp.Path()), (TLines{"s", "s\\$QvStorage.lock"}));
     EXPECT_EQ(NamesIn(Temp / "s"), TLines{"$QvStorage.list"});
-    const std::string note = ReadFile(Temp / "s\\$QvStorage.lock");
+    const std::string note = ReadFile(Lock());
     EXPECT_NE(note.find("owner=" + pQvConfigData->getComputerName() + " "), std::string::npos);
     EXPECT_EQ(Storage.XIniFile().toSysStr(), Temp / "s/$QvStorage.x-ini");
 
@@ -294,6 +299,20 @@ TEST_F(TStorageTest, WaitsForABusyJournal)
         EXPECT_TRUE(Storage.DoLoadDir()) << operation.Name;
         EXPECT_EQ(ReadJournal(Journal(), nullptr).UnreadBytes, 0u) << operation.Name;
     }
+}
+
+TEST_F(TStorageTest, RebuildsAJournalThatWasBusyForTooLong)
+{
+    Configure("StDirLockTimeout=20\n");
+    WriteJournal(kTwoBlocks);
+    TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
+    QvSetLogSink([&busy](TQvLogKind, const TQvMessage& message, int) {
+        if (message.text().find("SaveDir") != std::string::npos)
+            busy.Close();
+    });
+    EXPECT_TRUE(Storage.LoadDir());
+    QvSetLogSink(nullptr);
+    EXPECT_TRUE(Storage.Dir().empty()) << "why loading failed makes no difference";
 }
 
 TEST_F(TStorageTest, DoesNotRetryOtherErrors)
