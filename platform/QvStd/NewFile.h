@@ -64,8 +64,6 @@ public:
     TQvResult Open(const std::string& path, const TOptions& options);
     /// Whether the target is the file of `NotOnto`, under this or another name.
     bool IsSameFile() const;
-    /// Whether a target was there when Open looked.
-    bool ReplacesTarget() const;
     TQvResult Write(const void* bytes, std::size_t count);
     /// Of the open file, for what Write cannot do; -1 before Open.
     int Descriptor() const;

@@ -100,6 +100,10 @@ public:
         /// Whether a folder is a symbolic link to one: it is listed, and recursion must not enter
         /// it. Never true for the node's own folder.
         virtual bool IsLink(const std::string& id) const = 0;
+        /// One folder with the permission bits of a folder of `model`, so that a copy shows no more
+        /// than its source; its owner can always work in it.
+        virtual TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
+                                           const std::string& modelId) = 0;
         /// What a copy may find at its target.
         enum class TTarget
         {
@@ -144,8 +148,8 @@ public:
         std::set<std::string>* Failed =
             nullptr; ///< receives the ids that could not be copied; may be null
         TQvProgressHandler* Progress = nullptr;
-        std::vector<TQvFailure>* Failures =
-            nullptr; ///< receives why, for each of `Failed`; may be null
+        /// Receives why, for each of `Failed`; may be null.
+        std::map<std::string, TQvFailure>* Failures = nullptr;
     };
 
     TResourceManager();
@@ -164,7 +168,8 @@ public:
     /// Why the last public operation of the calling thread did not do what it was asked; Error is 0
     /// when it did, and when a query had an answer, even "nothing there". Of several failures the
     /// first. An operation that is done except for a part that its result does not show (the
-    /// sidecar of a copy between two nodes) has it here.
+    /// sidecar of a copy between two nodes) has it here. Questions about the mount table alone
+    /// (IsMountNode, CanMountPersistent, IsInsideMyComputer, IsValid...) leave it as it is.
     ///
     /// The reference is valid for as long as the thread runs, its value until the next operation.
     static const TQvFailure& LastFailure();
@@ -312,6 +317,7 @@ private:
                                  TQvProgress& progress) const;
     TQvResult DeleteEntry(const TQvResFindItem& entry) const;
     TQvResult RequireFolder(const std::string& id) const;
+    bool HoldsMountFolder(const std::string& id) const;
     TQvExistence LookUp(const std::string& id) const;
     friend class TExtendedCopy;
 

@@ -78,7 +78,6 @@ private:
                        TMountNode::TTarget expected, TQvProgressHandler* progress);
     bool MayOverwrite(const std::string& destination);
     TQvResult MakeParent(const std::string& destination);
-    TQvResult MakeFolder(const std::string& folder);
     void Fail(const std::string& id, const TQvResult& reason);
 
     const TResourceManager& m_manager;
@@ -122,7 +121,7 @@ void TExtendedCopy::Fail(const std::string& id, const TQvResult& reason)
     if (m_params.Failed != nullptr)
         m_params.Failed->insert(id);
     if (m_params.Failures != nullptr)
-        m_params.Failures->push_back({reason.Error(), reason.Name()});
+        m_params.Failures->emplace(id, TQvFailure{reason.Error(), reason.Name()});
 }
 
 void TExtendedCopy::Collect()
@@ -212,8 +211,16 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
         return TQvResult::Done();
     if (target == kResResource)
         return TQvResult::Failed(EEXIST, destination);
-    return target.Result.HasFailed() ? target.Result.Named(destination)
-                                     : MakeFolder(QvExcludeTrailingSlash(destination));
+    if (target.Result.HasFailed())
+        return target.Result.Named(destination);
+    if (TQvResult parent = MakeParent(QvExcludeTrailingSlash(destination)); !parent)
+        return parent;
+    const std::string folder = QvExcludeTrailingSlash(destination);
+    TQvResult created =
+        m_manager.NodeFor(folder)->CreateFolderLike(folder, node, QvExcludeTrailingSlash(source));
+    if (created)
+        m_newFolders.insert(folder);
+    return created;
 }
 
 TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
@@ -286,18 +293,10 @@ TQvResult TExtendedCopy::MakeParent(const std::string& destination)
     if (parent == m_parentFolder)
         return TQvResult::Done();
     if (m_manager.LookUp(parent) != kResFolder)
-        if (TQvResult created = MakeFolder(parent); !created)
+        if (TQvResult created = m_manager.DoCreateFolder(parent); !created)
             return created;
     m_parentFolder = std::move(parent);
     return TQvResult::Done();
-}
-
-TQvResult TExtendedCopy::MakeFolder(const std::string& folder)
-{
-    TQvResult created = m_manager.DoCreateFolder(folder);
-    if (created)
-        m_newFolders.insert(folder);
-    return created;
 }
 
 bool TResourceManager::CopyResourceEx(const TCopyResourceExParams& params) const

@@ -72,6 +72,7 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
         SetLastFailure(ENOENT, id);
         Throw(kGetNode4Id, "Mount node not found for id " + id);
     }
+    SetLastFailure(0, id);
     return node;
 }
 
