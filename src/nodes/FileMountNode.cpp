@@ -87,8 +87,9 @@ TQvResult LookForSidecar(const TTransferEnds& ends)
     TQvResult found = SidecarExists(SidecarOf(ends.From), ends.Src);
     if (!found)
         return found;
-    const TQvResult fits = QvFileDirExists(SidecarOf(ends.To), nullptr);
-    return fits.HasFailed() ? fits.Named(ends.Dst) : TQvResult::Done();
+    struct stat status = {};
+    const bool fits = lstat(SidecarOf(ends.To).c_str(), &status) == 0 || errno == ENOENT;
+    return fits ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
 }
 
 /// A file system without letter case takes both for one name.
