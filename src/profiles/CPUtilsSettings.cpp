@@ -12,6 +12,7 @@
 #include "manager/ModuleInitializer.h"
 #include "profiles/CPUtils.h"
 #include "profiles/VarFolderLayout.h"
+#include "profiles/VarFolderLock.h"
 
 namespace
 {
@@ -111,6 +112,7 @@ var_a<TQvXIniTree*> ReadOrBeginPolicyE(const TQvPath& file)
 void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPath& repository)
 {
     const TQvPath file = varFolder / kPolicyFile;
+    const TQvVarFolderLock lock(varFolder);
     const var_a<TQvXIniTree*> tree = ReadOrBeginPolicyE(file);
     TQvXIniTreeWriter policy(tree);
     // The key of a repository that is switched off remembers it.

@@ -29,5 +29,23 @@ TQvPath QvVarFolderSettingE(bool wantCommon = true, bool* isCommon = nullptr);
 /// names the file, and the line, when it cannot be read or is malformed.
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file);
 
+/// The name of the current profile in a policy file; "" when there is none.
+std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);
+
+/// Whether a folder of that name may lie in the profiles folder: nothing that leads elsewhere, and
+/// not the name of the list that lies there.
+bool QvIsProfileName(const std::string& name);
+/// Where the profile lies in a VAR folder or a repository.
+TQvPath QvProfileFile(const TQvPath& folder, const std::string& name);
+/// Whether the folder of that name holds a profile file; the name may be no profile name.
+bool QvHoldsProfile(const TQvPath& folder, const std::string& name);
+
+/// Whether the file is what writing the tree would make of it.
+bool QvHoldsTree(const TQvPath& file, const TQvXIniTree& tree);
+
+/// The folder with its missing parents. Throws a TQvMessage that names it when it is not there
+/// then.
+void QvForceDirectoriesE(const TQvPath& folder);
+
 /// A text of this module with the folder in its place.
 std::string QvFolderMessage(const std::string& key, const TQvPath& folder);
