@@ -1,8 +1,10 @@
 // Labels: label, check.
 #include <array>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 
@@ -13,7 +15,7 @@
 
 namespace
 {
-/// A resource that is read with a progress bar, and until the user breaks it off.
+/// A resource that is read with a progress bar, and until the user cancels it.
 class TWatchedStream : public TQvStream
 {
 public:
@@ -75,28 +77,58 @@ TQvResourceLabel WeakLabel(const std::string& id)
 
 TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
 {
-    // The time of before: what is written while the content is read makes the label a stale one.
-    const TQvDateTime time = WeakLabel(id).Time;
-    TWatchedStream stream(host, id);
-    TQvResourceLabel label;
-    if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
-        ThrowUnreadable(id, -stream.getError());
-    label.Time = time;
-    return label;
+    constexpr int kMaxAttempts = 3;
+    for (int i = 0; i < kMaxAttempts; ++i) {
+        // The time first: it waits until later changes have another one.
+        TQvResourceLabel label;
+        if (!ComputeResResourceLabelSC2(id, &label))
+            break;
+        const TQvDateTime time = label.Time;
+        TWatchedStream stream(host, id);
+        if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
+            ThrowUnreadable(id, -stream.getError());
+        label.Time = time;
+        if (WeakCheckResResourceLabel(label, id))
+            return label;
+    }
+    throw TFailure(Quoted(id) + " is being changed all the time");
 }
 
-/// What GetResResourceLabel answers, which shows no progress and cannot be broken off.
+/// Why a label could not be stored, as far as it is known.
+std::string WhyNotStored(const TResourceManager& tree, const std::string& id, int error)
+{
+    const auto sidecar = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
+    const std::string damage = sidecar ? TQvXIniStreamReader(sidecar).ParseErrorText() : "";
+    if (!damage.empty())
+        return "its metadata is damaged: " + damage;
+    return error != 0 ? std::generic_category().message(error) : "its metadata cannot be written";
+}
+
+/// The label is good without it: storing only spares the next caller the checksum. But "check"
+/// needs a stored one.
+void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvResourceLabel& label)
+{
+    bool isStored = false;
+    errno = 0;
+    try {
+        isStored = WriteResResourceLabel(id, label);
+    } catch (const std::exception&) {
+        errno = 0; // a document that is malformed, and no failed call
+    }
+    const int error = errno;
+    if (!isStored)
+        PrintError("the label of " + Quoted(id) +
+                   " was not stored: " + WhyNotStored(tree, id, error));
+}
+
+/// What GetResResourceLabel answers, which shows no progress and cannot be cancelled.
 TQvResourceLabel CurrentLabel(THost& host, const std::string& id)
 {
     TQvResourceLabel label;
     if (ReadResResourceLabel(id, &label) && WeakCheckResResourceLabel(label, id))
         return label;
     label = ComputedLabel(host, id);
-    try {
-        WriteResResourceLabel(id, label);
-    } catch (const std::exception&) {
-        // Storing only spares the next caller the checksum: the label is good without it.
-    }
+    StoreLabel(host.Session.Tree(), id, label);
     return label;
 }
 

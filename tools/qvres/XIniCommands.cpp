@@ -1,9 +1,12 @@
 // Values of X-Ini resources: xini get, xini set.
+#include <cerrno>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/FileLock.h>
+#include <QvStd/Files.h>
 #include <QvStd/Strings.h>
 
 #include "Checks.h"
@@ -13,6 +16,8 @@
 
 namespace
 {
+constexpr unsigned long kLockTimeoutMs = 10000;
+
 struct TXIniPlace
 {
     std::string Id;
@@ -64,14 +69,21 @@ void Get(THost& host, const TXIniPlace& place)
     PrintValue(host, reader->Read(position, std::string()));
 }
 
-std::string ReadDocument(const TResourceManager& tree, const std::string& id)
+/// Under the lock, and not by a stream: its share mode could be refused by that very lock.
+std::string ReadDocument(const std::string& id, const std::string& file)
 {
-    const auto stream = tree.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0);
-    const std::uint64_t size = stream->getSize();
-    std::string text(size == TQvStream::invalid_value64 ? 0 : size, '\0');
-    if (size == TQvStream::invalid_value64 || stream->Read(text.data(), text.size()) != size)
-        ThrowFailed(Quoted(id) + " cannot be read", -stream->getError());
+    std::string text;
+    if (!QvReadWholeFile(file, &text))
+        ThrowFailed(Quoted(id) + " cannot be read", errno);
     return text;
+}
+
+void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string& file)
+{
+    if (lock.getError() == -EAGAIN)
+        ThrowNaming(id, QvLockMessage(file, lock.getError()));
+    if (!lock)
+        ThrowFailed(Quoted(id) + " cannot be written", -lock.getError());
 }
 
 void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const std::string& value)
@@ -88,7 +100,10 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
 {
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, place.Id);
-    const std::string oldText = ReadDocument(tree, place.Id);
+    const std::string file = tree.GetResourceFile(place.Id, false);
+    const TQvFileLock lock(file, kLockTimeoutMs);
+    CheckLock(lock, place.Id, file);
+    const std::string oldText = ReadDocument(place.Id, file);
     std::string error;
     const var_a<TQvXIniTree*> document = QvParseXIniTree(oldText, &error);
     if (!document)
