@@ -14,6 +14,7 @@ constexpr char kMany[] = R"(
 class TParallelTest : public TQvresTest
 {
 protected:
+    static bool CanTrace() { return std::system("strace -o /dev/null true 2>/dev/null") == 0; }
     void ExpectMany(const std::vector<std::pair<std::string, std::string>>& steps) const
     {
         for (const auto& [script, answer] : steps)
@@ -50,10 +51,22 @@ TEST_F(TParallelTest, SetupLeavesACurrentProfile)
     });
 }
 
+/// Each waits between the opening of the file and its lock, so that others replace the file there.
+TEST_F(TParallelTest, TheLockOfAReplacedFileIsTakenAnew)
+{
+    if (!CanTrace())
+        GTEST_SKIP() << "processes may not be traced here";
+    m_temp.Write("a/x", "");
+    ExpectMany(
+        {{"slow() { strace -o /dev/null -e trace=fcntl -e inject=fcntl:delay_enter=20000 $*; }\n"
+          "many 6 'slow $QVRES --mount /A=a xini set /A/x k$n $n'; grep -c k a/x",
+          "6\n"}});
+}
+
 /// Killed at each call that puts something into a folder, then run again.
 TEST_F(TParallelTest, SetupAfterAKilledOneCompletesIt)
 {
-    if (std::system("strace -o /dev/null true 2>/dev/null") != 0)
+    if (!CanTrace())
         GTEST_SKIP() << "processes may not be traced here";
     Expect({{R"(
         calls=mkdir,rename,renameat,renameat2,linkat

@@ -2,38 +2,14 @@
 
 #include <cerrno>
 #include <gtest/gtest.h>
-#include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include "QvStd/Files.h"
 #include "QvStd/LockFile.h"
-#include "support/ChildProcess.h"
 #include "support/TempFolder.h"
 
 namespace
 {
-TEST(FileLock, WaitersFollowTheFileThatReplacedTheLockedOne)
-{
-    const TTempFolder folder;
-    const std::string path = folder.Write("counter", "0");
-    const auto count = [&path] {
-        for (int i = 0; i < 50; ++i) {
-            const TQvFileLock lock(path, 20000);
-            if (!lock ||
-                !QvWriteFileAtomically(path, std::to_string(std::stoi(ReadFile(path)) + 1)))
-                return 1;
-        }
-        return 0;
-    };
-    std::vector<std::unique_ptr<TChildProcess>> others;
-    for (int i = 0; i < 3; ++i)
-        others.push_back(std::make_unique<TChildProcess>(count));
-    EXPECT_EQ(count(), 0);
-    for (const auto& other : others)
-        EXPECT_EQ(other->Wait(), 0);
-    EXPECT_EQ(ReadFile(path), "200");
-}
-
 TEST(FileLock, AnythingButAWritableFileIsRefusedAndNothingIsCreated)
 {
     const TTempFolder folder;
