@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <system_error>
 #include <thread>
 
 #include <fcntl.h>
@@ -10,6 +9,7 @@
 #include <unistd.h>
 
 #include "QvStd/Files.h"
+#include "QvStd/Result.h"
 
 namespace
 {
@@ -84,5 +84,5 @@ TQvMessage QvLockMessage(const std::string& path, int error)
 {
     if (error == -EAGAIN)
         return QvMsg_helper("Err_Locked_name") << path << HolderInBrackets(path);
-    return QvMsg_helper("Err_Lock_name") << path << std::generic_category().message(-error);
+    return QvMsg_helper("Err_Lock_name") << path << QvErrorText(-error);
 }

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <memory>
-#include <system_error>
 #include <vector>
 
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
+#include "QvStd/Result.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniWriter.h"
@@ -175,8 +175,7 @@ TQvProfileFile::TQvProfileFile(const TQvPath& path) : m_path(path)
     m_exists = QvReadWholeFile(path.toSysStr(), &m_text);
     const int reason = errno;
     if (!m_exists && reason != ENOENT)
-        throw QvMsg_helper("Err_ReadFile_name")
-            << path.toSysStr() << std::generic_category().message(reason);
+        throw QvMsg_helper("Err_ReadFile_name") << path.toSysStr() << QvErrorText(reason);
     std::string error;
     m_tree = QvParseXIniTree(m_text, &error);
     if (!m_tree)

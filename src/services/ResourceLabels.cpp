@@ -1,5 +1,6 @@
 #include "services/ResourceLabels.h"
 
+#include <cerrno>
 #include <chrono>
 #include <exception>
 #include <thread>
@@ -7,11 +8,11 @@
 #include "QvStd/FileLock.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
+#include "QvStd/NewFile.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniTree.h"
 #include "QvStd/XIniWriter.h"
 #include "manager/ResourceManager.h"
-#include "resid/ResId.h"
 
 namespace
 {
@@ -27,7 +28,7 @@ constexpr unsigned long kLockTimeoutMs = 10000;
 /// False unless the id is that of a resource: a folder, or an id that is not valid, has no label.
 bool CurrentState(const std::string& resId, TQvResAttrib* attrib)
 {
-    return QvIsValidResId(resId, true) && ResourceManager.GetResourceAttr(resId, attrib) &&
+    return ResourceManager.IsReachable(resId) && ResourceManager.GetResourceAttr(resId, attrib) &&
            attrib->Kind == kResResource;
 }
 
@@ -38,7 +39,7 @@ bool Matches(const TQvResourceLabel& label, const TQvResAttrib& attrib)
 
 var_a<TQvStream*> OpenMetadata(const std::string& resId, qvOpenMode mode)
 {
-    if (!QvIsValidResId(resId, true))
+    if (!ResourceManager.IsReachable(resId))
         return {};
     return ResourceManager.OpenResourceMeta(resId, mode, kQvShareAll);
 }
@@ -54,6 +55,30 @@ bool PutLabel(const var_a<TQvXIniTree*>& tree, const TQvResourceLabel& label)
 std::string SidecarPath(const std::string& resId)
 {
     return ResourceManager.GetResourceFile(resId, false) + ".meta";
+}
+
+bool Fail(int error, const std::string& resId)
+{
+    TResourceManager::SetLastFailure(error, resId);
+    return false;
+}
+
+bool HoldsMoreThanALabel(const TQvXIniTree& tree)
+{
+    return tree.Root.Children.size() > 1;
+}
+
+/// Synced where a power cut could otherwise take what others keep in the sidecar; a lost label is
+/// only computed again.
+TQvResult Replace(const std::string& path, const std::string& text, bool isSynced)
+{
+    TQvNewFile::TOptions options;
+    options.Synced = isSynced;
+    TQvNewFile file;
+    TQvResult result = file.Open(path, options);
+    if (result)
+        result = file.Write(text.data(), text.size());
+    return result ? file.Publish() : result;
 }
 
 /// How long ago the time was, in milliseconds; negative for one in the future.
@@ -233,16 +258,20 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
     const std::string path = SidecarPath(resId);
     const TQvFileLock lock(path, kLockTimeoutMs);
     if (!lock)
-        return false;
+        return Fail(-lock.getError(), resId);
     std::string old;
-    const bool isRead = QvReadWholeFile(path, &old);
-    const var_a<TQvXIniTree*> tree = isRead ? QvParseXIniTree(old, nullptr) : nullptr;
-    if (!tree)
+    const int readError = QvReadWholeFile(path, &old) ? 0 : errno;
+    const var_a<TQvXIniTree*> tree = readError == 0 ? QvParseXIniTree(old, nullptr) : nullptr;
+    if (!tree) {
+        Fail(readError != 0 ? readError : EBADMSG, resId);
         ThrowLogicError("bool WriteResResourceLabel(const std::__cxx11::string &, const "
                         "TQvResourceLabel &)",
                         __LINE__, "tree");
+    }
     if (!PutLabel(tree, label))
-        return false;
+        return Fail(EINVAL, resId);
     const std::string text = QvFormatXIniTree(*tree);
-    return text == old || QvWriteFileAtomically(path, text);
+    const TQvResult replaced =
+        text == old ? TQvResult::Done() : Replace(path, text, HoldsMoreThanALabel(*tree));
+    return replaced || Fail(replaced.Error(), resId);
 }

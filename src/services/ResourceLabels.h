@@ -42,12 +42,13 @@ QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
 QVSERVICES_API const char* MetadataResourceLabelSectionName();
 
 /// The current label: the given one (with `trustGiven`) or the stored one when size and time still
-/// match, else a new one, which is stored; a label that cannot be stored is still returned. False
-/// when there is no such resource or it cannot be read.
+/// match, else a new one, which is stored; a label that cannot be stored is still returned, and
+/// LastFailure has the cause. False when there is no such resource or it cannot be read.
 QVSERVICES_API bool GetResResourceLabel(const std::string& resId, TQvResourceLabel* label,
                                         bool trustGiven);
 /// The stored label; false, `label` unchanged, when there is none.
 QVSERVICES_API bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label);
 /// Stores the label; other sections and comments of the sidecar stay as they are. The sidecar is
-/// replaced as a whole, under its lock (QvStd/FileLock.h), for which this waits up to 10 s.
+/// replaced as a whole, under its lock (QvStd/FileLock.h), for which this waits up to 10 s. On
+/// failure LastFailure has the cause (EBADMSG for metadata that is no X-Ini document).
 QVSERVICES_API bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& label);

@@ -38,8 +38,8 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
          {"q --json label /A/x; q check /A/x", record + "ok\n"},
          // It cannot be stored in what is no X-Ini document, and is good all the same.
          {"echo text >a/x.meta; q --json label /A/x; cat a/x.meta",
-          record + R"(0: the label of "/A/x" was not stored: its metadata is damaged: line 1: )" +
-              R"(it is no key (there is no "="), no section and no comment.text)" + "\n"}});
+          record + R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )" +
+              R"(line 1: it is no key (there is no "="), no section and no comment.text)" + "\n"}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)

@@ -1,10 +1,8 @@
 // Labels: label, check.
 #include <array>
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
-#include <system_error>
 
 #include <CLI/CLI.hpp>
 
@@ -94,31 +92,24 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
     throw TFailure(Quoted(id) + " is being changed all the time");
 }
 
-/// Why a label could not be stored, as far as it is known.
-std::string WhyNotStored(const TResourceManager& tree, const std::string& id, int error)
+/// What a parser says about the metadata; "" when it is well formed.
+std::string MetadataDamage(const TResourceManager& tree, const std::string& id)
 {
-    const auto sidecar = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
-    const std::string damage = sidecar ? TQvXIniStreamReader(sidecar).ParseErrorText() : "";
-    if (!damage.empty())
-        return "its metadata is damaged: " + damage;
-    return error != 0 ? std::generic_category().message(error) : "its metadata cannot be written";
+    const auto metadata = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
+    return metadata ? TQvXIniStreamReader(metadata).ParseErrorText() : std::string();
 }
 
 /// The label is good without it: storing only spares the next caller the checksum. But "check"
 /// needs a stored one.
 void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvResourceLabel& label)
 {
-    bool isStored = false;
-    errno = 0;
+    const std::string message = "the label of " + Quoted(id) + " was not stored";
     try {
-        isStored = WriteResResourceLabel(id, label);
-    } catch (const std::exception&) {
-        errno = 0; // a document that is malformed, and no failed call
+        if (!WriteResResourceLabel(id, label))
+            PrintError(WithCause(message, TResourceManager::LastFailure()));
+    } catch (const TQvMessage&) {
+        PrintError(message + ", because its metadata is damaged: " + MetadataDamage(tree, id));
     }
-    const int error = errno;
-    if (!isStored)
-        PrintError("the label of " + Quoted(id) +
-                   " was not stored: " + WhyNotStored(tree, id, error));
 }
 
 /// What GetResResourceLabel answers, which shows no progress and cannot be cancelled.

@@ -118,6 +118,7 @@ TEST_F(Labels, RewriteKeepsWhatOthersWrote)
     EXPECT_EQ(error.text(), "@Internal logic error in %1% (%2%): (%3%)==false.");
     EXPECT_EQ(error.arguments().at(2), "tree");
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "the label is good all the same";
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG) << "and why it is not stored is told";
     EXPECT_EQ(Sidecar(), broken);
 }
 
@@ -198,6 +199,7 @@ TEST_F(Labels, FullDiskCostsNothing)
     EXPECT_TRUE(PassesInChild([&] {
         LimitFileSize(old.size() + 3);
         EXPECT_FALSE(WriteResResourceLabel("/T/r", Label(5, 1234567890)));
+        EXPECT_EQ(TResourceManager::LastFailure().Error, EFBIG);
     }));
     EXPECT_EQ(Sidecar(), old);
 }
