@@ -11,6 +11,7 @@
 #include "nodes/FileMountNode.h"
 #include "nodes/RootMountNode.h"
 #include "profiles/ProfileFile.h"
+#include "profiles/VarFolderLayout.h"
 #include "profiles/VarFolderLock.h"
 #include "resid/ResId.h"
 
@@ -280,15 +281,20 @@ void TResourceManager::ChangeProfile(const char* operation,
 {
     CheckProfileCanBeSaved(operation);
     const TQvVarFolderLock lock(VarFolder());
-    TQvProfileFile file(TQvPath(QvGetConfigString(12, true)));
-    TQvResourceProfile profile = m_profile;
-    if (file.Exists()) {
-        profile.Remote = file.Content().Remote;
-        profile.Nodes = QvFollowProfileNodes(m_profile.Nodes, file.Content().Nodes);
-    }
-    if (profile.Remote)
-        ThrowRemote(operation);
-    change(profile.Nodes);
-    file.SaveE(profile);
+    const TQvPath file(QvGetConfigString(12, true));
+    TQvResourceProfile profile;
+    const auto changeText = [&](const std::optional<std::string>& text) {
+        TQvProfileText old(file, text);
+        profile = m_profile;
+        if (old.Exists()) {
+            profile.Remote = old.Content().Remote;
+            profile.Nodes = QvFollowProfileNodes(m_profile.Nodes, old.Content().Nodes);
+        }
+        if (profile.Remote)
+            ThrowRemote(operation);
+        change(profile.Nodes);
+        return TQvChangedContent{old.With(profile)};
+    };
+    QvChangeFileE(file, changeText);
     m_profile = std::move(profile);
 }

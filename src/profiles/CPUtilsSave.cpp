@@ -1,6 +1,7 @@
 // Saving the state of all profiles.
 #include <algorithm>
 #include <iterator>
+#include <memory>
 
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
@@ -43,31 +44,34 @@ bool HaveSameMounts(const TQvProfileNodes& a, const TQvProfileNodes& b)
     });
 }
 
-/// The names in the list of profiles; none when there is no readable list.
-std::vector<std::string> ReadList(const TQvPath& file)
+/// The names in the list of profiles; none when it is no readable list.
+std::vector<std::string> NamesOf(const std::string& list)
 {
     std::vector<std::string> names;
-    try {
-        const auto reader = GetXIniReader(file);
-        const TQvXIniSection list = reader->EnterSectionSE(kProfileListSection);
-        for (int i = 0; reader->Exists(i); ++i)
-            names.push_back(reader->Read(i, std::string()));
-        reader->ExitSection(list);
-    } catch (const TQvMessage&) {
-    }
+    const var_a<TQvXIniTree*> tree = QvParseXIniTree(list, nullptr);
+    if (!tree)
+        return names;
+    TQvXIniReader reader(tree, kProfileListFile);
+    const TQvXIniSection section = reader.EnterSectionS(kProfileListSection);
+    for (int i = 0; section != nullptr && reader.Exists(i); ++i)
+        names.push_back(reader.Read(i, std::string()));
     return names;
 }
 
-void WriteListE(const TQvPath& file, const std::vector<std::string>& names)
+std::string ListOf(const std::vector<std::string>& names)
 {
-    const auto writer = GetXIniWriter(file);
-    const TQvXIniWriteSection list = writer->BeginSectionSE(kProfileListSection);
-    for (const std::string& name : names) {
-        if (!writer->WriteS(kProfileListKey, name))
-            writer->RaiseErrorE();
-    }
-    writer->EndSection(list);
-    writer->CommitE();
+    TQvXIniTree tree;
+    const auto append = [](TQvXIniEntry& section, TQvXIniEntry::Kind kind,
+                           const std::string& name) {
+        section.Children.push_back(std::make_unique<TQvXIniEntry>());
+        section.Children.back()->Type = kind;
+        section.Children.back()->Name = name;
+        return section.Children.back().get();
+    };
+    TQvXIniEntry* list = append(tree.Root, TQvXIniEntry::Kind::Section, kProfileListSection);
+    for (const std::string& name : names)
+        append(*list, TQvXIniEntry::Kind::Key, kProfileListKey)->Value = name;
+    return QvFormatXIniTree(tree);
 }
 
 /// Writes what differs between a state and what it was loaded from, on top of what others have
@@ -118,7 +122,9 @@ private:
     bool HasBecomeProfile(const std::string& name) const
     {
         try {
-            return TQvProfileFile(QvProfileFile(m_state.VarFolder, name)).Exists();
+            TQvResourceProfile().LoadE(GetXIniReader(QvProfileFile(m_state.VarFolder, name)).get(),
+                                       nullptr);
+            return true;
         } catch (const TQvMessage&) {
             return false;
         }
@@ -137,7 +143,7 @@ private:
         }
     }
 
-    void SaveProfileE(TQvResourceProfile profile) const
+    void SaveProfileE(const TQvResourceProfile& profile) const
     {
         const TQvResourceProfile* const loaded = Loaded(profile.Name);
         if (loaded != nullptr && loaded->Remote == profile.Remote &&
@@ -145,20 +151,19 @@ private:
             return;
         QvForceDirectoriesE(m_state.VarFolder / kProfilesFolder / profile.Name);
         const TQvPath path = QvProfileFile(m_state.VarFolder, profile.Name);
-        const bool isUnreadable =
-            loaded == nullptr && WasSeen(profile.Name) && !HasBecomeProfile(profile.Name);
-        if (m_isElsewhere || isUnreadable) {
-            const auto writer = GetXIniWriter(path);
-            profile.SaveE(writer.get());
-            writer->CommitE();
-            return;
-        }
-        TQvProfileFile file(path);
-        if (file.Exists())
-            profile.Nodes =
-                QvMergeProfileNodes(loaded != nullptr ? loaded->Nodes : TQvProfileNodes(),
-                                    profile.Nodes, file.Content().Nodes);
-        file.SaveE(profile);
+        // Nothing to be kept: elsewhere, or where a file could not be read when the state was
+        // loaded.
+        const bool isWhole = m_isElsewhere || (loaded == nullptr && WasSeen(profile.Name) &&
+                                               !HasBecomeProfile(profile.Name));
+        QvChangeFileE(path, [&](const std::optional<std::string>& text) {
+            TQvProfileText file(path, isWhole ? std::nullopt : text);
+            TQvResourceProfile merged = profile;
+            if (file.Exists())
+                merged.Nodes =
+                    QvMergeProfileNodes(loaded != nullptr ? loaded->Nodes : TQvProfileNodes(),
+                                        profile.Nodes, file.Content().Nodes);
+            return TQvChangedContent{file.With(merged)};
+        });
     }
 
     /// The profiles of the state and those that others have added; not those that others have
@@ -166,35 +171,38 @@ private:
     void SaveListE() const
     {
         const TQvPath file = m_state.VarFolder / kProfilesFolder / kProfileListFile;
-        const std::vector<std::string> old = ReadList(file);
-        std::vector<std::string> names;
-        for (const TQvResourceProfile& profile : m_state.Profiles) {
-            if (QvHoldsProfile(m_state.VarFolder, profile.Name))
-                names.push_back(profile.Name);
-        }
-        for (const std::string& name : old) {
-            if (QvIsProfileName(name) && !IsInState(name) &&
-                QvHoldsProfile(m_state.VarFolder, name))
-                names.push_back(name);
-        }
-        if (names != old || !QvFileExists(file))
-            WriteListE(file, names);
+        QvChangeFileE(file, [this](const std::optional<std::string>& text) {
+            std::vector<std::string> names;
+            for (const TQvResourceProfile& profile : m_state.Profiles) {
+                if (QvHoldsProfile(m_state.VarFolder, profile.Name))
+                    names.push_back(profile.Name);
+            }
+            for (const std::string& name : NamesOf(text.value_or(""))) {
+                if (QvIsProfileName(name) && !IsInState(name) &&
+                    QvHoldsProfile(m_state.VarFolder, name))
+                    names.push_back(name);
+            }
+            return TQvChangedContent{ListOf(names)};
+        });
     }
 
     void SaveCurrentProfileE() const
     {
         TCPState::TLoaded& loaded = m_state.Loaded;
         const TQvPath file = m_state.VarFolder / kPolicyFile;
-        const var_a<TQvXIniTree*> tree = QvReadPolicyE(file);
-        const bool othersHaveChosen = QvPolicyProfile(tree) != loaded.PolicyProfile;
-        if (othersHaveChosen && m_state.CurrentProfile == loaded.CurrentProfile)
-            return;
-        TQvXIniTreeWriter policy(tree);
-        if (!policy.Write(policy.FindCreateF(kCurrentProfileKey), m_state.CurrentProfile))
-            policy.RaiseErrorE();
-        if (!QvHoldsTree(file, *tree))
-            WriteQvXIniTreeE(file, *tree);
-        loaded.PolicyProfile = loaded.CurrentProfile = m_state.CurrentProfile;
+        bool haveOthersChosen = false;
+        QvChangeFileE(file, [&](const std::optional<std::string>& text) {
+            const var_a<TQvXIniTree*> tree = QvParsePolicyE(file, text);
+            haveOthersChosen = QvPolicyProfile(tree) != loaded.PolicyProfile &&
+                               m_state.CurrentProfile == loaded.CurrentProfile;
+            TQvXIniTreeWriter policy(tree);
+            if (!haveOthersChosen &&
+                !policy.Write(policy.FindCreateF(kCurrentProfileKey), m_state.CurrentProfile))
+                policy.RaiseErrorE();
+            return TQvChangedContent{QvFormatXIniTree(*tree)};
+        });
+        if (!haveOthersChosen)
+            loaded.PolicyProfile = loaded.CurrentProfile = m_state.CurrentProfile;
     }
 
     /// What others have added to the files stays unknown to the state, so that its next saving does

@@ -61,10 +61,12 @@ bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std
         writer.RaiseErrorE();
 
     const TQvPath copy = QvProfileFile(varFolder, name);
-    if (!QvHoldsTree(copy, *tree)) {
+    const std::string text = QvFormatXIniTree(*tree);
+    std::string old;
+    if (!QvReadWholeFile(copy.toSysStr(), &old) || old != text) {
         const TQvVarFolderLock lock(varFolder);
         QvForceDirectoriesE(varFolder / kProfilesFolder / name);
-        WriteQvXIniTreeE(copy, *tree);
+        QvChangeFileE(copy, [&text](const auto&) { return TQvChangedContent{text}; });
     }
     return true;
 }

@@ -1,13 +1,10 @@
 #include "profiles/ProfileFile.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <vector>
 
-#include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "QvStd/Result.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniWriter.h"
@@ -170,27 +167,23 @@ void PutProfileE(const var_a<TQvXIniTree*>& tree, const TQvResourceProfile& prof
 }
 } // namespace
 
-TQvProfileFile::TQvProfileFile(const TQvPath& path) : m_path(path)
+TQvProfileText::TQvProfileText(const TQvPath& file, const std::optional<std::string>& text)
+    : m_exists(text.has_value())
 {
-    m_exists = QvReadWholeFile(path.toSysStr(), &m_text);
-    const int reason = errno;
-    if (!m_exists && reason != ENOENT)
-        throw QvMsg_helper("Err_ReadFile_name") << path.toSysStr() << QvErrorText(reason);
     std::string error;
-    m_tree = QvParseXIniTree(m_text, &error);
+    m_tree = QvParseXIniTree(text.value_or(""), &error);
     if (!m_tree)
-        throw QvMsg_helper("Err_XIniParse_name") << path.toSysStr() << error;
+        throw QvMsg_helper("Err_XIniParse_name") << file.toSysStr() << error;
     if (m_exists) {
-        TQvXIniReader reader(m_tree, path.toSysStr());
+        TQvXIniReader reader(m_tree, file.toSysStr());
         m_content.LoadE(&reader, nullptr);
     }
 }
 
-void TQvProfileFile::SaveE(const TQvResourceProfile& profile)
+std::string TQvProfileText::With(const TQvResourceProfile& profile)
 {
     PutProfileE(m_tree, profile);
-    if (!m_exists || QvFormatXIniTree(*m_tree) != m_text)
-        WriteQvXIniTreeE(m_path, *m_tree);
+    return QvFormatXIniTree(*m_tree);
 }
 
 bool QvIsSameMount(const TNode& a, const TNode& b)

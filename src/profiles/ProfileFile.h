@@ -1,11 +1,11 @@
-// A profile file that is read for a change: comments and entries that this library does not know
-// survive the writing.
+// The content of a profile file that is changed: comments and entries that this library does not
+// know survive.
 //
-// Thread-safety: one object belongs to one thread. The lock of the VAR folder is the caller's: he
-// holds it from the construction to SaveE.
+// Thread-safety: one object belongs to one thread.
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "QvStd/Path.h"
@@ -15,27 +15,24 @@
 
 using TQvProfileNodes = std::map<std::string, TQvResourceProfile::TNode>;
 
-class TQvProfileFile
+class TQvProfileText
 {
 public:
-    /// Reads the file; a missing one has no content yet. Throws a TQvMessage that names the file
-    /// when it cannot be read, is malformed or is no profile.
-    explicit TQvProfileFile(const TQvPath& path);
+    /// `text` is the content of the file; without a value there is no file yet. Throws a TQvMessage
+    /// that names the file when the text is malformed or no profile.
+    TQvProfileText(const TQvPath& file, const std::optional<std::string>& text);
 
     bool Exists() const { return m_exists; }
     /// What loading the file gives; empty without a file.
     const TQvResourceProfile& Content() const { return m_content; }
-    /// Makes the file's "remote" and mounts those of `profile`, in the order in which
-    /// TQvResourceProfile::SaveE writes them; a file that is new, or holds nothing else, is what
+    /// The text with "remote" and the mounts of `profile`, in the order in which
+    /// TQvResourceProfile::SaveE writes them; a text that is new, or holds nothing else, is what
     /// that writes. A comment goes with the mount that it stands before, and stays when the mount
-    /// goes. The file is replaced as a whole, synced, and only when it changes. Throws a TQvMessage
-    /// on failure; the old file is left then.
-    void SaveE(const TQvResourceProfile& profile);
+    /// goes.
+    std::string With(const TQvResourceProfile& profile);
 
 private:
-    TQvPath m_path;
-    bool m_exists = false;
-    std::string m_text;
+    bool m_exists;
     var_a<TQvXIniTree*> m_tree;
     TQvResourceProfile m_content;
 };

@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <stdexcept>
-#include <system_error>
 
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
@@ -21,18 +20,32 @@ TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file)
 {
     std::string content;
+    if (QvReadWholeFile(file.toSysStr(), &content))
+        return QvParsePolicyE(file, content);
+    const int error = errno;
+    if (error != ENOENT)
+        throw QvMsg_helper("Err_ReadFile_name") << file.toSysStr() << QvErrorText(error);
+    return make_var<TQvXIniTree>();
+}
+
+var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std::string>& content)
+{
     std::string error;
-    if (!QvReadWholeFile(file.toSysStr(), &content)) {
-        const int number = errno;
-        if (number == ENOENT)
-            return make_var<TQvXIniTree>();
-        throw QvMsg_helper("Err_ReadFile_name")
-            << file.toSysStr() << std::generic_category().message(number);
-    }
-    var_a<TQvXIniTree*> tree = QvParseXIniTree(content, &error);
+    var_a<TQvXIniTree*> tree = QvParseXIniTree(content.value_or(""), &error);
     if (!tree)
         throw QvMsg_helper("Err_XIniParse_name") << file.toSysStr() << error;
     return tree;
+}
+
+void QvChangeFileE(const TQvPath& file, const TQvContentChange& change)
+{
+    const TQvFileChange done = QvChangeFile(file.toSysStr(), change);
+    if (!done.Reading)
+        throw QvMsg_helper("Err_ReadFile_name")
+            << file.toSysStr() << QvErrorText(done.Reading.Error());
+    if (!done.Writing)
+        throw QvMsg_helper("Err_XIniWrite_name")
+            << file.toSysStr() << QvErrorText(done.Writing.Error()) + ".";
 }
 
 std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy)
@@ -56,12 +69,6 @@ bool QvHoldsProfile(const TQvPath& folder, const std::string& name)
 {
     // The name is no path: it may hold a backslash.
     return QvFileExists((folder / kProfilesFolder).toSysStr() + '/' + name + '/' + kProfileFile);
-}
-
-bool QvHoldsTree(const TQvPath& file, const TQvXIniTree& tree)
-{
-    std::string text;
-    return QvReadWholeFile(file.toSysStr(), &text) && text == QvFormatXIniTree(tree);
 }
 
 void QvForceDirectoriesE(const TQvPath& folder)

@@ -5,10 +5,9 @@
 #include <exception>
 #include <thread>
 
+#include "QvStd/FileChange.h"
 #include "QvStd/FileLock.h"
-#include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "QvStd/NewFile.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniTree.h"
 #include "QvStd/XIniWriter.h"
@@ -66,19 +65,6 @@ bool Fail(int error, const std::string& resId)
 bool HoldsMoreThanALabel(const TQvXIniTree& tree)
 {
     return tree.Root.Children.size() > 1;
-}
-
-/// Synced where a power cut could otherwise take what others keep in the sidecar; a lost label is
-/// only computed again.
-TQvResult Replace(const std::string& path, const std::string& text, bool isSynced)
-{
-    TQvNewFile::TOptions options;
-    options.Synced = isSynced;
-    TQvNewFile file;
-    TQvResult result = file.Open(path, options);
-    if (result)
-        result = file.Write(text.data(), text.size());
-    return result ? file.Publish() : result;
 }
 
 /// How long ago the time was, in milliseconds; negative for one in the future.
@@ -259,19 +245,24 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
     const TQvFileLock lock(path, kLockTimeoutMs);
     if (!lock)
         return Fail(-lock.getError(), resId);
-    std::string old;
-    const int readError = QvReadWholeFile(path, &old) ? 0 : errno;
-    const var_a<TQvXIniTree*> tree = readError == 0 ? QvParseXIniTree(old, nullptr) : nullptr;
+    var_a<TQvXIniTree*> tree;
+    bool isPut = false;
+    const TQvFileChange stored = QvChangeFile(path, [&](const std::optional<std::string>& old) {
+        tree = QvParseXIniTree(old.value_or(""), nullptr);
+        isPut = tree && PutLabel(tree, label);
+        if (!isPut)
+            return TQvChangedContent{old.value_or("")};
+        // Synced where a power cut could otherwise take what others keep in the sidecar; a lost
+        // label is only computed again.
+        return TQvChangedContent{QvFormatXIniTree(*tree), HoldsMoreThanALabel(*tree)};
+    });
     if (!tree) {
-        Fail(readError != 0 ? readError : EBADMSG, resId);
+        Fail(stored ? EBADMSG : stored.Reading.Error(), resId);
         ThrowLogicError("bool WriteResResourceLabel(const std::__cxx11::string &, const "
                         "TQvResourceLabel &)",
                         __LINE__, "tree");
     }
-    if (!PutLabel(tree, label))
+    if (!isPut)
         return Fail(EINVAL, resId);
-    const std::string text = QvFormatXIniTree(*tree);
-    const TQvResult replaced =
-        text == old ? TQvResult::Done() : Replace(path, text, HoldsMoreThanALabel(*tree));
-    return replaced || Fail(replaced.Error(), resId);
+    return stored.Writing || Fail(stored.Writing.Error(), resId);
 }

@@ -5,14 +5,13 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/FileChange.h>
 #include <QvStd/FileLock.h>
-#include <QvStd/Files.h>
 #include <QvStd/Strings.h>
 
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
-#include "ResourceWriting.h"
 
 namespace
 {
@@ -69,15 +68,6 @@ void Get(THost& host, const TXIniPlace& place)
     PrintValue(host, reader->Read(position, std::string()));
 }
 
-/// Under the lock, and not by a stream: its share mode could be refused by that very lock.
-std::string ReadDocument(const std::string& id, const std::string& file)
-{
-    std::string text;
-    if (!QvReadWholeFile(file, &text))
-        ThrowFailed(Quoted(id) + " cannot be read", errno);
-    return text;
-}
-
 void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string& file)
 {
     if (lock.getError() == -EAGAIN)
@@ -96,16 +86,10 @@ void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const 
         writer.RaiseErrorE();
 }
 
-void Set(THost& host, const TXIniPlace& place, const std::string& value)
+std::string TextWith(const TXIniPlace& place, const std::string& text, const std::string& value)
 {
-    const TResourceManager& tree = host.Session.Tree();
-    RequireResource(tree, place.Id);
-    const std::string file = tree.GetResourceFile(place.Id, false);
-    const TQvFileLock lock(file, kLockTimeoutMs);
-    CheckLock(lock, place.Id, file);
-    const std::string oldText = ReadDocument(place.Id, file);
     std::string error;
-    const var_a<TQvXIniTree*> document = QvParseXIniTree(oldText, &error);
+    const var_a<TQvXIniTree*> document = QvParseXIniTree(text, &error);
     if (!document)
         throw TFailure(Quoted(place.Id) + " is not well formed: " + error);
     try {
@@ -113,12 +97,23 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     } catch (const TQvMessage& message) {
         ThrowNaming(place.Id, message);
     }
-    const std::string text = QvFormatXIniTree(*document);
-    if (text == oldText)
-        return;
-    TQvNewFile content = StartWriting(tree, place.Id);
-    Write(content, text, place.Id);
-    FinishWriting(content, place.Id);
+    return QvFormatXIniTree(*document);
+}
+
+void Set(THost& host, const TXIniPlace& place, const std::string& value)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    RequireResource(tree, place.Id);
+    const std::string file = tree.GetResourceFile(place.Id, false);
+    const TQvFileLock lock(file, kLockTimeoutMs);
+    CheckLock(lock, place.Id, file);
+    const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {
+        return TQvChangedContent{TextWith(place, old.value_or(""), value)};
+    });
+    if (!done.Reading)
+        ThrowFailed(Quoted(place.Id) + " cannot be read", done.Reading.Error());
+    if (!done.Writing)
+        ThrowFailed(Quoted(place.Id) + " cannot be written", done.Writing.Error());
 }
 
 void AddPlace(CLI::App& command, TXIniPlace& place)
