@@ -200,13 +200,16 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path)
     const auto end = std::chrono::steady_clock::now() + kCachesLast;
     for (;;) {
         TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
+        const bool isOpen = static_cast<bool>(stream);
         TXIniFailure failure;
-        var_a<TQvXIniTree*> tree = XIniReadDocument(stream, nullptr, &failure);
+        var_a<TQvXIniTree*> tree;
+        if (isOpen)
+            tree = XIniReadDocument(stream, nullptr, &failure);
         if (tree)
             return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
         if (!QvIsStale(path.toSysStr(), -stream.getError()) ||
             std::chrono::steady_clock::now() > end) {
-            if (!stream)
+            if (!isOpen)
                 throw QvMsg_helper("Err_OpenReadFile_name") << path.toSysStr();
             throw failure.Message(path.toSysStr());
         }
