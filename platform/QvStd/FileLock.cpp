@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "QvStd/FileChange.h"
 #include "QvStd/Files.h"
 #include "QvStd/Result.h"
 
@@ -47,7 +48,9 @@ std::string HolderInBrackets(const std::string& path)
 TQvFileLock::TQvFileLock(const std::string& path, unsigned long timeoutMs)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while ((m_error = Take(path)) == -EAGAIN && std::chrono::steady_clock::now() < end)
+    const auto isWorthWaiting = [&] { return m_error == -EAGAIN || QvIsStale(path, -m_error); };
+    while ((m_error = Take(path)) != 0 && isWorthWaiting() &&
+           std::chrono::steady_clock::now() < end)
         std::this_thread::sleep_for(kPause);
 }
 
