@@ -45,7 +45,8 @@ TQvResult AnswerError(int error, const std::string& path)
 enum class TPurpose
 {
     Copy,
-    Move ///< the copy is about to be the only one
+    CopyToNew, ///< into a folder that was just made
+    Move       ///< the copy is about to be the only one
 };
 
 TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfExists,
@@ -57,6 +58,7 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
         return AnswerError(error, from);
     TQvNewFile::TOptions options;
     options.FailIfExists = failIfExists;
+    options.ExpectsNone = purpose == TPurpose::CopyToNew;
     options.Synced = purpose == TPurpose::Move;
     options.Permissions = source.st_mode & kPermissionBits;
     options.UpdateTime = source.st_mtim;
@@ -146,6 +148,12 @@ TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool fail
                        TQvProgressHandler* progress)
 {
     return CopyUnlessBroken(from, to, failIfExists, TPurpose::Copy, progress);
+}
+
+TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
+                          TQvProgressHandler* progress)
+{
+    return CopyUnlessBroken(from, to, true, TPurpose::CopyToNew, progress);
 }
 
 TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,

@@ -90,6 +90,10 @@ QVSTD_API TQvResult QvCopyFile(const std::string& from, const std::string& to, b
 /// old target.
 QVSTD_API TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool failIfExists,
                                  TQvProgressHandler* progress);
+/// As QvCopyFileEx for a target that is hardly there, because its folder was just made: an existing
+/// one is refused (EEXIST), but only after the content was read.
+QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
+                                    TQvProgressHandler* progress);
 /// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
 /// extended attributes, too, and the copy and its name are on the disk when this answers.
 QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,

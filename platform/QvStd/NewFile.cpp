@@ -177,6 +177,8 @@ struct TQvNewFile::TState
 /// Finds out what is at the target, before anything is made or read.
 int TQvNewFile::TState::OpenTarget()
 {
+    if (Options.ExpectsNone && Options.FailIfExists)
+        return 0;
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
     if (error == ELOOP) {
         if (Options.FailIfExists)

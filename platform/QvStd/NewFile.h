@@ -34,6 +34,9 @@ public:
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
         bool FailIfExists = false;
+        /// With FailIfExists: Open does not look, Publish finds out. For a target that is hardly
+        /// there, because its folder was just made.
+        bool ExpectsNone = false;
         /// The content reaches the disk before it gets its name, and the name before Publish
         /// answers.
         bool Synced = false;

@@ -101,10 +101,17 @@ public:
         /// Whether a folder is a symbolic link to one: it is listed, and recursion must not enter
         /// it. Never true for the node's own folder.
         virtual bool IsLink(const std::string& id) const = 0;
+        /// What a copy may find at its target.
+        enum class TTarget
+        {
+            Any,
+            /// Nothing, because its folder was just made: an existing target is refused (EEXIST).
+            None
+        };
         /// Copies or moves a resource with its sidecar to an id of `target`, which may be this node
         /// or another one. A move deletes the source when all of it has arrived.
         virtual TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst,
+                                           const std::string& dst, TTarget expected,
                                            TQvProgressHandler* progress) = 0;
         virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst,

@@ -46,7 +46,6 @@ struct TTransferEnds
     std::string To;
     const std::string& Src;
     const std::string& Dst;
-    bool IsBetweenNodes;
 
     TQvResult ByIds(const TQvResult& result) const
     {
@@ -134,9 +133,6 @@ TQvTransfer CopyWithSidecar(const TTransferEnds& ends, TCopyCall copy, TQvProgre
     const TQvResult sidecar = LookForSidecar(ends);
     if (sidecar.HasFailed())
         return {sidecar, {}};
-    // One that a new resource would inherit goes, between two nodes as when it is opened there.
-    if (!sidecar && ends.IsBetweenNodes && QvFileExists(SidecarOf(ends.To)))
-        DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
     const TQvResult content = copy(ends.From, ends.To, progress);
     if (!content || !sidecar)
         return {ends.ByIds(content), {}};
@@ -259,8 +255,7 @@ TQvResult TFileMountNode::CopyResourceMeta(const std::string& src, const std::st
 TQvResult TFileMountNode::CopyResourceMetaTo(const std::string& src, const TMountNode& target,
                                              const std::string& dst)
 {
-    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst,
-                             &target != this};
+    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     if (TQvResult source = RequireResource(ends.From, src); !source)
         return source;
     if (TQvResult there = RequireResource(ends.To, dst); !there)
@@ -285,7 +280,7 @@ TQvResult TFileMountNode::RenMovResource(const std::string& src, const std::stri
 TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst, TQvProgressHandler* progress)
 {
-    TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst, &target != this};
+    TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     TQvResult allowed = RequireResource(ends.From, src);
     if (allowed && ends.To.empty())
         allowed = TQvResult::Failed(EROFS, dst);
@@ -312,19 +307,25 @@ TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountN
 TQvResult TFileMountNode::CopyResource(const std::string& src, const std::string& dst,
                                        TQvProgressHandler* progress)
 {
-    const TQvTransfer done = CopyResourceTo(src, *this, dst, progress);
+    const TQvTransfer done = CopyResourceTo(src, *this, dst, TTarget::Any, progress);
     return done.Content ? done.Sidecar : done.Content;
 }
 
 TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst, TQvProgressHandler* progress)
+                                           const std::string& dst, TTarget expected,
+                                           TQvProgressHandler* progress)
 {
-    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst,
-                             &target != this};
+    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     if (ends.To.empty())
         return {TQvResult::Failed(EROFS, dst), {}};
     if (TQvResult refused = RefuseSidecars(ends); !refused)
         return {refused, {}};
+    if (expected == TTarget::None)
+        return CopyWithSidecar(ends, &QvCopyFileToNew, progress);
+    // A sidecar that a new resource would inherit goes, between two nodes as when it is opened
+    // there.
+    if (&target != this && QvFileExists(SidecarOf(ends.To)))
+        DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
     return CopyWithSidecar(ends, &CopyOnly, progress);
 }
 

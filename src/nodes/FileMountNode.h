@@ -57,7 +57,8 @@ public:
 
     bool IsLink(const std::string& id) const override;
     TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                               const std::string& dst, TQvProgressHandler* progress) override;
+                               const std::string& dst, TTarget expected,
+                               TQvProgressHandler* progress) override;
     TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                const std::string& dst, TQvProgressHandler* progress) override;
     TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,

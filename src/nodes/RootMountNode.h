@@ -63,7 +63,7 @@ public:
 
     bool IsLink(const std::string&) const override { return false; }
     TQvTransfer CopyResourceTo(const std::string& src, const TMountNode&, const std::string&,
-                               TQvProgressHandler*) override
+                               TTarget, TQvProgressHandler*) override
     {
         return {NoResource(src), {}};
     }
