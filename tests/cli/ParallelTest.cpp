@@ -29,10 +29,12 @@ TEST_F(TParallelTest, NothingAcknowledgedIsLost)
         {"qvres setup a; mkdir d; (cd d; mkdir $(seq 12))", "/a\n"},
         {"many 12 '$QVRES mount /M$n d/$n'; qvres mounts | grep -c /M", "12\n"},
         {"many 11 '$QVRES unmount /M$n'; qvres mounts | grep /M", "/M12\t$T/d/12\n"},
-        {"many 8 '$QVRES profile add LocalProfile d/$n >out$n'; qvres mounts | grep -c /d/", "9\n"},
+        {"many 8 '$QVRES profile add LocalProfile d/$n >/dev/null'; qvres mounts | grep -c /d/",
+         "9\n"},
         {"many 10 '$QVRES profile create P$n'; qvres profile list | grep -c ' P'", "10\n"},
-        {"many 10 '$QVRES profile add P$n d/$n >out$n; $QVRES profile select P$n'", ""},
-        {"many 9 '$QVRES profile remove P$n' | sort -u | wc -l; qvres profile list | grep -c ' P'",
+        {"many 10 '$QVRES profile add P$n d/$n >/dev/null; $QVRES profile select P$n'", ""},
+        {"qvres profile select P1; many 9 '$QVRES profile remove P$n' | sort -u | wc -l; qvres "
+         "profile list | grep -c ' P'",
          "1\n2\n"},
         {"many 20 '$QVRES --mount /A=a xini set /A/x s/k$n $n'; grep -c k a/x; ls -A a", "21\nx\n"},
     });
@@ -44,7 +46,8 @@ TEST_F(TParallelTest, SetupLeavesACurrentProfile)
         {"for round in 1 2 3 4 5; do many 3 '$QVRES --var v$round setup a'; "
          "qvres --var v$round ls; done | sort | uniq -c | tr -s ' '",
          " 15 /a\n 5 /a/\n"},
-        {"many 2 '$QVRES --var w setup $(test $n = 1 && echo a || echo b) >out'; qvres --var w ls "
+        {"many 2 '$QVRES --var w setup $(test $n = 1 && echo a || echo b) >/dev/null'; qvres --var "
+         "w ls "
          "| wc -l",
          R"(qvres: there are profiles already; "qvres profile add NAME FOLDER" adds a folder )"
          "to one of them\n1\n"},
@@ -72,10 +75,10 @@ TEST_F(TParallelTest, SetupAfterAKilledOneCompletesIt)
         calls=mkdir,rename,renameat,renameat2,linkat
         for n in $(seq 100); do
             { strace -o /dev/null -e trace=$calls -e inject=$calls:signal=KILL:when=$n \
-                "$QVRES" --var k$n setup a >out; } 2>/dev/null && break
+                "$QVRES" --var k$n setup a >/dev/null; } 2>/dev/null && break
             test $((n % 2)) = 0 && folder=a || folder=
-            "$QVRES" --var k$n setup $folder >out || echo "setup $n"
-            "$QVRES" --var k$n ls >out || echo "ls $n"
+            "$QVRES" --var k$n setup $folder >/dev/null || echo "setup $n"
+            "$QVRES" --var k$n ls >/dev/null || echo "ls $n"
         done
         test $n -gt 8 && test $n -lt 100 && echo "killed often enough")",
              "killed often enough\n"}});
