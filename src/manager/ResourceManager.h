@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -206,7 +207,9 @@ public:
 
     /// Mounts the folder `path` at `mountPoint`, with `persistent` in the profile file too. Throws
     /// a TQvMessage with the reason. The table changes first and stays changed when the persistent
-    /// part fails.
+    /// part fails. The persistent part reads the profile file again, under the lock of the VAR
+    /// folder (up to 10 s): what others changed in it meanwhile is kept, and then also in
+    /// Profile().
     void MountFileNodeE(const std::string& mountPoint, const std::string& path, bool persistent);
     /// The reverse. A node made persistent by an earlier start is known to the profile under its
     /// upper-cased id.
@@ -305,7 +308,9 @@ private:
     PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
     void CheckProfileCanBeSaved(const char* operation) const;
-    void SaveProfile() const;
+    void ChangeProfile(
+        const char* operation,
+        const std::function<void(std::map<std::string, TQvResourceProfile::TNode>&)>& change);
     void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
                 unsigned flags, TQvProgressHandler* progress,
                 std::vector<TQvFailure>& failures) const;

@@ -26,17 +26,20 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
     const std::string record = "{\"id\":\"/A/x\",\"size\":9,\"time\":\"2023-11-15T00:13:21+02:00\","
                                "\"checksum\":\"015f0201\"}\n";
     const std::string none = R"(1: "/A/x" has no stored label; "qvres label" stores one)";
-    Expect({{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
-            {"q label --stored /A/x", none},
-            {"q check /A/x", none},
-            {"q label /A/x; q check /A/x", label + "ok\n"},
-            // Size and time stay: only the check reads the content.
-            {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
-            {"q check /A/x", "changed\n1"},
-            {"touch -d @1700000001 a/x; q label --stored /A/x", label},
-            {"q --json label /A/x; q check /A/x", record + "ok\n"},
-            // It cannot be stored in what is no X-Ini document.
-            {"echo text >a/x.meta; q --json label /A/x", record}});
+    Expect(
+        {{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
+         {"q label --stored /A/x", none},
+         {"q check /A/x", none},
+         {"q label /A/x; q check /A/x", label + "ok\n"},
+         // Size and time stay: only the check reads the content.
+         {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
+         {"q check /A/x", "changed\n1"},
+         {"touch -d @1700000001 a/x; q label --stored /A/x", label},
+         {"q --json label /A/x; q check /A/x", record + "ok\n"},
+         // It cannot be stored in what is no X-Ini document, and is good all the same.
+         {"echo text >a/x.meta; q --json label /A/x; cat a/x.meta",
+          record + R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )" +
+              R"(line 1: it is no key (there is no "="), no section and no comment.text)" + "\n"}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
