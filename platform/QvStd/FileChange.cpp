@@ -60,6 +60,7 @@ TQvResult Replace(const std::string& path, const TFound& found, const TQvChanged
 {
     TQvNewFile::TOptions options;
     options.Synced = content.IsSynced;
+    options.IsLockedByCaller = true;
     TQvNewFile file;
     TQvResult result = file.Open(path, options);
     // Asked after the target was opened, which has brought its name up to date.

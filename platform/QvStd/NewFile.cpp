@@ -226,7 +226,9 @@ int TQvNewFile::TState::OpenTarget()
         if (IsSame)
             return 0;
     }
-    return error != 0 ? error : QvTakeShareLock(Existing.Number(), kQvShareAll);
+    if (error != 0 || Options.IsLockedByCaller)
+        return error;
+    return QvTakeShareLock(Existing.Number(), kQvShareAll);
 }
 
 int TQvNewFile::TState::CreateContent()

@@ -40,6 +40,9 @@ public:
         /// The content reaches the disk before it gets its name, and the name before Publish
         /// answers.
         bool Synced = false;
+        /// The caller holds a lock on the target: its share lock is not asked for, which a network
+        /// file system takes for the same kind of lock.
+        bool IsLockedByCaller = false;
         /// The permission bits of the new file, set before there is any content. Without a value
         /// those, and the owner where allowed, of the file that is replaced, or those of any new
         /// file.

@@ -307,9 +307,9 @@ private:
     PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
     PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
-    void CheckProfileCanBeSaved(const char* operation) const;
+    void CheckProfileCanBeSaved(const char* operation, const std::string& mountPoint) const;
     void ChangeProfile(
-        const char* operation,
+        const char* operation, const std::string& mountPoint,
         const std::function<void(std::map<std::string, TQvResourceProfile::TNode>&)>& change);
     void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
                 unsigned flags, TQvProgressHandler* progress,

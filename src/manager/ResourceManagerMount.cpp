@@ -26,14 +26,17 @@ constexpr char kMountFileNodeE[] =
 constexpr char kUnmountNodeE[] =
     "@void TResourceManager::UnmountNodeE(const std::__cxx11::string &, bool): ";
 
-[[noreturn]] void Throw(const char* operation, const std::string& reason)
+/// `error` is the errno that LastFailure has for the reason.
+[[noreturn]] void Throw(const char* operation, const std::string& reason, int error,
+                        const std::string& id)
 {
+    TResourceManager::SetLastFailure(error, id);
     throw TQvMessage(operation + reason);
 }
 
-[[noreturn]] void ThrowRemote(const char* operation)
+[[noreturn]] void ThrowRemote(const char* operation, const std::string& id)
 {
-    Throw(operation, "Cannot make persistent changes to the remote profile");
+    Throw(operation, "Cannot make persistent changes to the remote profile", EROFS, id);
 }
 
 /// Of the loaded configuration, whose string 9 is the folder "Config" in it.
@@ -78,14 +81,10 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
 {
     bool isValid = false;
     const PTMountNode node = ResolveNode(id, forbidWildcards, skipExactMountPoint, &isValid);
-    if (!isValid) {
-        SetLastFailure(EINVAL, id);
-        Throw(kGetNode4Id, "Invalid resource id " + id);
-    }
-    if (node == nullptr && throwIfNone) {
-        SetLastFailure(ENOENT, id);
-        Throw(kGetNode4Id, "Mount node not found for id " + id);
-    }
+    if (!isValid)
+        Throw(kGetNode4Id, "Invalid resource id " + id, EINVAL, id);
+    if (node == nullptr && throwIfNone)
+        Throw(kGetNode4Id, "Mount node not found for id " + id, ENOENT, id);
     SetLastFailure(0, id);
     return node;
 }
@@ -212,31 +211,35 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
 {
     // An empty mount point passes, as an absent id does everywhere.
     if (!QvIsValidResId(mountPoint, true))
-        Throw(kMountFileNodeE, "Invalid MountPoint");
+        Throw(kMountFileNodeE, "Invalid MountPoint", EINVAL, mountPoint);
     const TQvPath folder = QvExcludeTrailingBackslash(TQvPath(path));
-    if (!QvDirExists(folder))
-        Throw(kMountFileNodeE, "Invalid Path");
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(folder, &isFolder);
+    if (!isFolder)
+        Throw(kMountFileNodeE, "Invalid Path", exists ? ENOTDIR : exists.Error(), mountPoint);
     RefreshStaleMaps();
     if (IsMountNode(mountPoint))
-        Throw(kMountFileNodeE, "Duplicate node");
+        Throw(kMountFileNodeE, "Duplicate node", EEXIST, mountPoint);
     var_a<TMountNode*> node = LoadFileMountNode(mountPoint, folder);
     if (!node)
-        Throw(kMountFileNodeE, "Failure mounting node");
+        Throw(kMountFileNodeE, "Failure mounting node", EIO, mountPoint);
 
     RemoveRootNode();
     m_mountNodes.push_back(std::move(node));
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
+    SetLastFailure(0, mountPoint);
     if (!persistent)
         return;
 
     // The node stays mounted when anything below fails: only the profile file is left as it was.
-    ChangeProfile(kMountFileNodeE, [&](TQvProfileNodes& nodes) {
+    ChangeProfile(kMountFileNodeE, mountPoint, [&](TQvProfileNodes& nodes) {
         const std::string loadedKey = toupper_locale(mountPoint);
         const bool isOthers = nodes.count(loadedKey) != 0 && m_profile.Nodes.count(loadedKey) == 0;
         if (nodes.count(mountPoint) != 0 || isOthers)
             Throw(kMountFileNodeE,
-                  "Inconsistent profile data: new node not loaded but exists in the profile");
+                  "Inconsistent profile data: new node not loaded but exists in the profile",
+                  EEXIST, mountPoint);
         // The key is the mount point as written, though loading a profile keys by the upper-cased
         // name.
         TQvResourceProfile::TNode& profileNode = nodes[mountPoint];
@@ -251,37 +254,42 @@ void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persiste
     RefreshStaleMaps();
     const auto found = m_nodeIds.find(QvNormalizeResId(mountPoint));
     if (found == m_nodeIds.end())
-        Throw(kUnmountNodeE, "Node to unmount does not exist");
+        Throw(kUnmountNodeE, "Node to unmount does not exist", ENOENT, mountPoint);
     // Kept to the end: the caller may have passed the node's own mount point.
     const var_a<TMountNode*> unmounted = m_mountNodes[found->second];
     m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(found->second));
     RemoveRootNode();
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
+    SetLastFailure(0, mountPoint);
     if (!persistent)
         return;
 
-    ChangeProfile(kUnmountNodeE, [&](TQvProfileNodes& nodes) {
+    ChangeProfile(kUnmountNodeE, mountPoint, [&](TQvProfileNodes& nodes) {
         if (nodes.erase(mountPoint) == 0)
-            Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile");
+            Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile",
+                  ENOENT, mountPoint);
     });
 }
 
-void TResourceManager::CheckProfileCanBeSaved(const char* operation) const
+void TResourceManager::CheckProfileCanBeSaved(const char* operation,
+                                              const std::string& mountPoint) const
 {
     if (m_profile.Remote)
-        ThrowRemote(operation);
+        ThrowRemote(operation, mountPoint);
     if (QvConfiguration().getCurProfileName() != m_profile.Name)
-        Throw(operation, "Inconsistent profile data");
+        Throw(operation, "Inconsistent profile data", EINVAL, mountPoint);
 }
 
 /// Makes one change of the profile, in the file and here: under the lock, on top of what others
 /// have changed in the file meanwhile. On failure the file and the profile are left as they were.
-void TResourceManager::ChangeProfile(const char* operation,
+void TResourceManager::ChangeProfile(const char* operation, const std::string& mountPoint,
                                      const std::function<void(TQvProfileNodes&)>& change)
 {
-    CheckProfileCanBeSaved(operation);
+    CheckProfileCanBeSaved(operation, mountPoint);
+    SetLastFailure(EACCES, mountPoint); // of a lock that is not gained
     const TQvVarFolderLock lock(VarFolder());
+    SetLastFailure(0, mountPoint);
     const TQvPath file(QvGetConfigString(12, true));
     TQvResourceProfile profile;
     const auto changeText = [&](const std::optional<std::string>& text) {
@@ -292,10 +300,13 @@ void TResourceManager::ChangeProfile(const char* operation,
             profile.Nodes = QvFollowProfileNodes(m_profile.Nodes, old.Content().Nodes);
         }
         if (profile.Remote)
-            ThrowRemote(operation);
+            ThrowRemote(operation, mountPoint);
         change(profile.Nodes);
         return TQvChangedContent{old.With(profile)};
     };
-    QvChangeFileE(file, changeText);
+    const TQvFileChange done = QvChangeFile(file.toSysStr(), changeText);
+    if (!done)
+        SetLastFailure(done.Reading ? done.Writing.Error() : done.Reading.Error(), mountPoint);
+    QvRequireChangedE(file, done);
     m_profile = std::move(profile);
 }

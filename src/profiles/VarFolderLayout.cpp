@@ -39,7 +39,11 @@ var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std:
 
 void QvChangeFileE(const TQvPath& file, const TQvContentChange& change)
 {
-    const TQvFileChange done = QvChangeFile(file.toSysStr(), change);
+    QvRequireChangedE(file, QvChangeFile(file.toSysStr(), change));
+}
+
+void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done)
+{
     if (!done.Reading)
         throw QvMsg_helper("Err_ReadFile_name")
             << file.toSysStr() << QvErrorText(done.Reading.Error());

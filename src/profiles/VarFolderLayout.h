@@ -35,6 +35,8 @@ var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std:
 
 /// As QvChangeFile, under the lock of the VAR folder; throws a TQvMessage that names the file.
 void QvChangeFileE(const TQvPath& file, const TQvContentChange& change);
+/// Throws that message for a change that has failed.
+void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done);
 
 /// The name of the current profile in a policy file; "" when there is none.
 std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);

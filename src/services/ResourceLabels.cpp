@@ -91,7 +91,7 @@ bool SettledState(const std::string& resId, TQvResAttrib* attrib)
             return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(kTick - age));
     }
-    return false;
+    return Fail(EBUSY, resId);
 }
 
 enum class TComputed
@@ -112,12 +112,12 @@ TComputed TryCompute(const std::string& resId, TQvResourceLabel* label, bool com
     if (!stream || !*stream)
         return TComputed::Failed;
     label->Size = stream->getSize();
-    if (label->Size == TQvStream::invalid_value64)
-        return TComputed::Failed;
-    if (computeCRC)
+    if (computeCRC && label->Size != TQvStream::invalid_value64)
         label->ComputeCRC(stream.get());
-    if (stream->getError() != 0) // the checksum of a part is none
+    if (stream->getError() != 0) { // the checksum of a part is none
+        Fail(-stream->getError(), resId);
         return TComputed::Failed;
+    }
     const bool isSame = CurrentState(resId, &attrib) && Matches(*label, attrib);
     return isSame ? TComputed::Done : TComputed::Changed;
 }
@@ -136,7 +136,7 @@ bool ComputeResResourceLabel(const std::string& resId, TQvResourceLabel* label, 
         if (outcome != TComputed::Changed)
             return outcome == TComputed::Done;
     }
-    return false;
+    return Fail(EBUSY, resId);
 }
 
 bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label)
@@ -224,6 +224,8 @@ bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label)
     if (!stream)
         return false;
     TQvXIniStreamReader reader(stream);
+    if (stream->getError() != 0)
+        return Fail(-stream->getError(), resId);
     const TQvXIniSection section = reader.EnterSectionS(kSection);
     TQvResourceLabel stored;
     if (section == nullptr || !stored.Load(&reader))

@@ -77,6 +77,14 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
         throw TFailure(Quoted(id) + " lies outside of the mounted folders");
 }
 
+var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id)
+{
+    var_a<TQvStream*> stream = tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
+    if (!stream || !*stream)
+        ThrowFailed(Quoted(id) + " cannot be read");
+    return stream;
+}
+
 void ThrowNaming(const std::string& id, const TQvMessage& message)
 {
     const std::string text = message.what();

@@ -32,6 +32,9 @@ void RequireRealFolder(const TResourceManager& tree, const std::string& id);
 /// An id under which a resource can be written: no folder, in a folder that is there.
 void RequireTarget(const TResourceManager& tree, const std::string& id);
 
+/// An open resource. Throws TFailure with the cause.
+var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id);
+
 /// Ends a command with a message of the library; `id` stands before it unless it names that itself.
 [[noreturn]] void ThrowNaming(const std::string& id, const TQvMessage& message);
 

@@ -16,10 +16,7 @@ void Cat(THost& host, const std::vector<std::string>& ids)
     const TResourceManager& tree = host.Session.Tree();
     for (const std::string& id : ids) {
         RequireResource(tree, id);
-        const var_a<TQvStream*> stream = tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
-        if (!stream || !*stream)
-            ThrowFailed(Quoted(id) + " cannot be read");
-        WriteContent(host, *stream, id);
+        WriteContent(host, *OpenForReading(tree, id), id);
     }
 }
 

@@ -1,5 +1,6 @@
 // Labels: label, check.
 #include <array>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -18,8 +19,8 @@ class TWatchedStream : public TQvStream
 {
 public:
     TWatchedStream(THost& host, const std::string& id)
-        : m_stream(host.Session.Tree().OpenResourceE(id, kQvOpenRead, kQvShareAll, 0)),
-          m_progress(&host.Progress), m_size(static_cast<double>(m_stream->getSize()))
+        : m_stream(OpenForReading(host.Session.Tree(), id)), m_progress(&host.Progress),
+          m_size(static_cast<double>(m_stream->getSize()))
     {
         m_progress.SetMessage("Reading " + id);
         m_progress.Start();
@@ -60,7 +61,11 @@ private:
 TQvResourceLabel StoredLabel(const std::string& id)
 {
     TQvResourceLabel label;
-    if (!ReadResResourceLabel(id, &label))
+    const bool isRead = ReadResResourceLabel(id, &label);
+    const int error = TResourceManager::LastFailure().Error;
+    if (!isRead && error != 0 && error != ENOENT)
+        ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
+    if (!isRead)
         throw TFailure(Quoted(id) + " has no stored label; \"qvres label\" stores one");
     return label;
 }
@@ -68,8 +73,10 @@ TQvResourceLabel StoredLabel(const std::string& id)
 TQvResourceLabel WeakLabel(const std::string& id)
 {
     TQvResourceLabel label;
-    if (!TResourceManager::GetResourceLabelWeak(id, &label))
-        ThrowUnreadable(id, 0);
+    // The library answers zeros where it could not look.
+    if (!TResourceManager::GetResourceLabelWeak(id, &label) ||
+        TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
     return label;
 }
 
@@ -89,6 +96,8 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
         if (WeakCheckResResourceLabel(label, id))
             return label;
     }
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be read");
     throw TFailure(Quoted(id) + " is being changed all the time");
 }
 

@@ -148,7 +148,11 @@ std::string TSession::Absolute(const std::string& folder)
 void TSession::Mount(const std::string& id, const std::string& folder, bool persistent)
 {
     const std::string fullPath = Absolute(folder);
-    if (!QvDirExists(fullPath))
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(fullPath, &isFolder);
+    if (exists.HasFailed())
+        ThrowFailed("the folder " + Quoted(folder) + " cannot be accessed", exists.Error());
+    if (!isFolder)
         throw TFailure("the folder " + Quoted(folder) + " does not exist");
     if (ResourceManager.IsMountNode(id))
         throw TFailure(Quoted(id) + " is already a mount point");
