@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "QvStd/Export.h"
 #include "QvStd/Stream.h"
 
 /// Owns a file descriptor. Its destructor leaves errno alone.
@@ -56,17 +57,18 @@ auto QvRetryInterrupted(const TCall& call)
 
 /// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for what else
 /// is no regular file. Never waits for the other end of a FIFO. `status` receives what fstat says.
-int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struct stat* status);
+QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
+                            struct stat* status);
 
 /// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an
 /// errno. A file system without locks counts as granted.
-int QvTakeShareLock(int descriptor, qvShareMode share);
+QVSTD_API int QvTakeShareLock(int descriptor, qvShareMode share);
 
 /// The part of a path that leads to its folder, with its "/"; "" for a name alone.
-std::string QvFolderPart(const std::string& path);
+QVSTD_API std::string QvFolderPart(const std::string& path);
 
 /// A descriptor of the folder that `path` lies in; invalid with errno on failure.
-TQvDescriptor QvOpenFolderOf(const std::string& path);
+QVSTD_API TQvDescriptor QvOpenFolderOf(const std::string& path);
 
 /// Brings the entries of a folder to the disk. False with errno.
-bool QvSyncFolder(int folder);
+QVSTD_API bool QvSyncFolder(int folder);

@@ -1,5 +1,5 @@
 // A journal cut at every length and changed in every byte.
-#include "StorageFixture.h"
+#include "JournalFixture.h"
 
 #include <cctype>
 
@@ -48,6 +48,15 @@ struct TJournal
                 last = line;
         return last;
     }
+    /// The entries that checkpoints before `length` seal; null when there is no checkpoint.
+    const TJournalEntries* SealedBefore(std::size_t length) const
+    {
+        const TJournalEntries* entries = nullptr;
+        for (const TLine& line : Lines)
+            if (line.IsCheckpoint && line.End <= length)
+                entries = &line.After;
+        return entries;
+    }
     /// Whether the journal is still worth the same with `byte` at `position`: behind the digits of
     /// a checkpoint, which no checksum covers, and for a digit in the other letter case.
     bool Survives(std::size_t position, char byte) const
@@ -73,6 +82,7 @@ protected:
         WriteContent("c");
         Temp.MakeFolder("s/content/b");
     }
+    TLogCapture Log; ///< keeps the warnings of the repairs off the screen
 };
 
 TEST_F(TDamageTest, CutAtEveryLength)
@@ -89,6 +99,23 @@ TEST_F(TDamageTest, CutAtEveryLength)
         EXPECT_EQ(Storage.Dir(), last.After) << length;
         ASSERT_TRUE(Storage.LoadDir()) << length;
         EXPECT_EQ(Storage.Dir(), last.IsCheckpoint ? last.After : kRebuilt) << length;
+    }
+}
+
+TEST_F(TDamageTest, AnAppendKeepsWhatWasSealedAtEveryCut)
+{
+    for (const std::string& tail : {std::string(), std::string(7, '\0'), std::string(5000, 'x')}) {
+        for (std::size_t length = 0; length <= kJournal.Text.size(); ++length) {
+            const TJournalEntries* const sealed = kJournal.SealedBefore(length);
+            WriteJournal(kJournal.Text.substr(0, length) + tail);
+            ASSERT_TRUE(Storage.AddResourceRecord("/N", false)) << length;
+            EXPECT_EQ(Storage.DoLoadDir(), sealed != nullptr) << length;
+            if (sealed == nullptr)
+                continue;
+            TJournalEntries expected = *sealed;
+            expected["/N"] = "N";
+            EXPECT_EQ(Storage.Dir(), expected) << length;
+        }
     }
 }
 
