@@ -259,8 +259,9 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalReading& broken)
 {
     TLocker exclusive = locker;
     const bool isMissing = broken.State == TJournalState::Missing;
+    const bool keeps = !isMissing && m_dirSize != 0;
     if (!Lock(&exclusive, true, TMessages::RecreateDir) || !ListContent() ||
-        !Save(exclusive, isMissing ? TReplaced::AsLoaded : TReplaced::AsLoadedKept))
+        !Save(exclusive, keeps ? TReplaced::AsLoadedKept : TReplaced::AsLoaded))
         return false;
     if (isMissing && m_dir.empty())
         return true; // a new storage
@@ -270,7 +271,7 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalReading& broken)
                                  "%5% are there now%6%")
                           << Name << JournalFinding(broken) << broken.SealedRecords
                           << broken.SealedBytes << m_dir.size()
-                          << (isMissing ? "" : "; the old journal is kept as " + kept),
+                          << (keeps ? "; the old journal is kept as " + kept : ""),
                       kLevelWarning, 0);
     return true;
 }
@@ -355,9 +356,9 @@ bool TResStorage::Save(const TLocker& locker, TReplaced replaced)
         return Fail(TMessages::SaveDir.NotLocked, kLevelWrite,
                     TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
     if (result)
-        result = rewrite.Publish(replaced == TReplaced::AsLoadedKept && old.Size() != 0);
+        result = rewrite.Publish(replaced == TReplaced::AsLoadedKept);
     if (!result)
-        return Fail(TMessages::SaveDir.NotOpened, kLevelWrite, result);
+        return Fail(TMessages::SaveDir.NotOpened, kLevelWrite, result.Named(DirFile().toSysStr()));
     TJournalFile written;
     const TQvResult opened = written.Open(DirFile().toSysStr(), TJournalAccess::Read);
     NoteDirFile(written);

@@ -114,7 +114,7 @@ void Verify(THost& host, const TResStorage& storage)
         look = LookAtJournal(storage);
     }
     const std::string finding = JournalFinding(look.Reading);
-    host.Out.Line(host.Json ? ToJsonText({{"state", finding}, {"records", look.Entries.size()}})
+    host.Out.Line(host.Json ? ToJsonText({{"records", look.Entries.size()}, {"state", finding}})
                             : finding);
     host.Status = look.IsWhole() ? 0 : 1;
 }

@@ -2,6 +2,7 @@
 #include "JournalFixture.h"
 
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -118,6 +119,24 @@ TEST_F(TStorageTest, AKilledWriterBreaksAndLosesNothing)
             ASSERT_EQ(Storage.Dir().count(id), 1u) << id;
     }
     EXPECT_GT(acknowledged.size(), 0u) << "no kill came after a change";
+}
+
+TEST_F(TStorageTest, ANewJournalIsSyncedWithItsFolder)
+{
+    if (Storage.Folder = Temp / "traced"; std::getenv("QV_TRACED") != nullptr) {
+        Storage.Folder = std::getenv("QV_TRACED");
+        ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
+        return;
+    }
+    Temp.MakeFolder("traced");
+    const std::string trace = Temp / "trace";
+    const std::string call =
+        "ASAN_OPTIONS=detect_leaks=0 QV_TRACED=" + Storage.Folder + " strace -yo " + trace +
+        " -e trace=write,fdatasync,fsync /proc/" + std::to_string(getpid()) +
+        "/exe --gtest_filter=*ANewJournalIsSynced* >/dev/null && grep -F traced " + trace +
+        " | sed 's/(.*//' >" + trace + ".calls";
+    ASSERT_EQ(std::system(call.c_str()), 0);
+    EXPECT_EQ(ReadFile(trace + ".calls"), "write\nfdatasync\nfsync\n");
 }
 
 TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
