@@ -33,34 +33,6 @@ protected:
     std::string m_path = m_folder / "file.lock";
 };
 
-TEST_F(LockFileTest, OnlySharedHoldersCoexistAndAKilledOnesLockIsGone)
-{
-    for (const bool kind : {kShared, kExclusive}) {
-        TChildProcess child([&] {
-            const TQvLockFile lock(m_path, kind, "child", 0);
-            Tell(kind ? "exclusive" : "shared");
-            return Await("never") ? 0 : 1;
-        });
-        ASSERT_TRUE(Await(kind ? "exclusive" : "shared"));
-        EXPECT_EQ(TQvLockFile(m_path, kExclusive, "parent", 0).getError(), -EAGAIN);
-        EXPECT_EQ(IsFree(kShared), kind == kShared);
-        child.Kill();
-        EXPECT_EQ(child.Wait(), -9);
-        EXPECT_TRUE(IsFree(kExclusive));
-    }
-}
-
-TEST_F(LockFileTest, ReadersThatOverlapDoNotKeepAWriterOut)
-{
-    TChildProcess writer(
-        [&] { return Await("read") && TQvLockFile(m_path, kExclusive, "child", kLong) ? 0 : 1; });
-    auto reader = std::make_unique<TQvLockFile>(m_path, kShared, "parent", 0);
-    Tell("read");
-    EXPECT_TRUE(WaitUntil([&] { return !IsFree(kShared); })) << "new ones are refused";
-    reader.reset();
-    EXPECT_EQ(writer.Wait(), 0);
-}
-
 TEST_F(LockFileTest, WhoWaitedKeepsNobodyOutAndWhoWasStoppedNotForEver)
 {
     TChildProcess reader([&] {
@@ -236,22 +208,5 @@ TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
         EXPECT_EQ(TQvLockFile(m_folder / "new", kShared, "a", 0).getError(), -EACCES);
     }));
     ASSERT_EQ(chmod(m_folder.Path().c_str(), 0755), 0);
-}
-
-TEST_F(LockFileTest, ProcessesCountTogether)
-{
-    const std::string counter = m_folder.Write("counter", "0");
-    const auto count = [&] {
-        for (int i = 0; i < 200; ++i) {
-            const TQvLockFile lock(m_path, kExclusive, "counter", kLong);
-            m_folder.Write("counter",
-                           std::to_string(std::stoi(ReadFile(counter)) + (lock ? 1 : 0)));
-        }
-        return 0;
-    };
-    TChildProcess first(count);
-    TChildProcess second(count);
-    EXPECT_EQ(count() + first.Wait() + second.Wait(), 0);
-    EXPECT_EQ(ReadFile(counter), "600");
 }
 } // namespace

@@ -156,38 +156,34 @@ TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
 
 TEST_F(TStorageTest, AFullDiskLeavesTheJournalAsItWas)
 {
-    ASSERT_TRUE(Storage.LoadDir());
-    ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
-    const std::string before = Journal();
-    const std::string torn = before + "/B?b\r\n";
+    ASSERT_TRUE(Storage.LoadDir() && Storage.AddResourceRecord("/a", false));
+    const std::string whole = Journal();
+    const std::string torn = whole + "/B?b\r\n";
     const struct
     {
-        const std::string& Journal;
+        const char* Name;
         std::size_t Room;
         std::function<bool()> Operation;
+        const std::string& Before;
         const std::string& After;
-        const char* Message;
-    } kRows[] = {
-        {before, before.size() + 3, [this] { return Storage.AddResourceRecord("/b", false); },
-         before, "TResStorage::AddResourceRecord(): error writing storage (S)"},
-        {torn, before.size() + 3, [this] { return Storage.DeleteResourceRecord("/a", false); },
-         before, "TResStorage::DeleteResourceRecord(): error writing storage (S)"},
-        {before, 20, [this] { return Storage.MergeDir(); }, before,
-         "TResStorage::SaveDir(): error writing storage (S)"},
-        {torn, 3, [this] { return Storage.LoadDir(); }, torn,
-         "TResStorage::SaveDir(): error writing storage (S)"}};
+    } kRows[] = {{"AddResourceRecord", whole.size() + 3,
+                  [this] { return Storage.AddResourceRecord("/b", false); }, whole, whole},
+                 {"DeleteResourceRecord", whole.size() + 3,
+                  [this] { return Storage.DeleteResourceRecord("/a", false); }, torn, whole},
+                 {"SaveDir", 20, [this] { return Storage.MergeDir(); }, whole, whole},
+                 {"SaveDir", 3, [this] { return Storage.LoadDir(); }, torn, torn}};
     for (const auto& row : kRows) {
-        WriteJournal(row.Journal);
+        WriteJournal(row.Before);
         EXPECT_TRUE(PassesInChild([&] {
             TLogCapture log;
             LimitFileSize(row.Room);
             EXPECT_FALSE(row.Operation());
-            ASSERT_EQ(log.Entries.size(), 1u);
-            EXPECT_EQ(log.Entries[0].Shown, row.Message);
+            EXPECT_EQ(log.Entries.at(0).Shown,
+                      "TResStorage::" + std::string(row.Name) + "(): error writing storage (S)");
             EXPECT_EQ(Storage.Failure().Error(), EFBIG);
-        })) << row.Message;
+        })) << row.Name;
         EXPECT_EQ(Journal(), row.After);
-        EXPECT_FALSE(Exists(Damaged()));
+        EXPECT_EQ(NamesIn(Temp / "s").size(), 2u);
     }
 }
 } // namespace

@@ -3,10 +3,8 @@
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
-#include <thread>
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -119,47 +117,22 @@ TEST_F(TStorageTest, WhatCannotBeReadIsNeitherShorterNorBroken)
     };
     EXPECT_EQ(ReadJournal(fails, nullptr).State, TJournalState::Unreadable);
 
-    // A load that fails for a reason of its own leaves everything as it is.
     WriteContent("content");
-    Storage.Settings.LockTimeout = 20;
-    const auto refuses = [this](int error, const TLines& texts) {
+    const std::pair<const char*, int> kLinks[] = {{"/proc/self/mem", EIO}, // has no byte 0
+                                                  {"$QvStorage.list", ELOOP},
+                                                  {"volume-that-is-not-there", ENOENT},
+                                                  {"content", EISDIR}};
+    for (const auto& [target, error] : kLinks) {
+        ASSERT_EQ(symlink(target, File().c_str()), 0);
         TLogCapture log;
         EXPECT_FALSE(Storage.LoadDir());
         EXPECT_FALSE(Storage.MergeDir());
         EXPECT_EQ(Storage.Failure().Error(), error);
         EXPECT_TRUE(Storage.DirChanged());
-        TLines twice = texts;
-        twice.insert(twice.end(), texts.begin(), texts.end());
-        EXPECT_EQ(LogOf(log), twice) << error;
-        EXPECT_FALSE(Exists(Damaged()));
-    };
-    const struct
-    {
-        const char* Target;
-        int Error;
-    } kLinks[] = {{"/proc/self/mem", EIO}, // opens, but has no byte 0
-                  {"$QvStorage.list", ELOOP},
-                  {"volume-that-is-not-there", ENOENT},
-                  {"content", EISDIR}};
-    for (const auto& link : kLinks) {
-        ASSERT_EQ(symlink(link.Target, File().c_str()), 0);
-        refuses(link.Error, {kNotRead});
+        EXPECT_EQ(LogOf(log), (TLines{kNotRead, kNotRead})) << error;
+        EXPECT_EQ(NamesIn(Temp / "s"), (TLines{"$QvStorage.list", "content"}));
         std::filesystem::remove(File());
     }
-    WriteJournal(kTwoBlocks);
-    {
-        const TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-        refuses(EBUSY,
-                {"TResStorage::DoLoadDir(): Storage (%1%) dir busy, retrying [3]", kNotRead});
-    }
-    EXPECT_TRUE(PassesInChild([&] {
-        const auto lock = TStorageLocker::VCreate(Storage, true);
-        const rlimit none = {0, 0};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-        EXPECT_FALSE(Storage.LoadDir(lock));
-        EXPECT_EQ(Storage.Failure().Error(), EMFILE);
-    }));
-    EXPECT_EQ(Journal(), kTwoBlocks);
 }
 
 TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
@@ -248,22 +221,19 @@ TEST_F(TStorageTest, LeavesTheJournalWhenTheContentCannotBeRead)
 {
     const std::string torn = Sealed(kJournalHead + "/A?a\r\n") + "/B?b\r\n";
     WriteJournal(torn);
-    const std::string content = Temp.Write("s/content", "a file");
-    const auto fails = [&](const std::string& why) {
+    for (const auto& [target, error] :
+         {std::pair("$QvStorage.list", ENOTDIR), std::pair("volume-that-is-not-there", ENOENT),
+          std::pair("content", ELOOP)}) {
+        std::filesystem::remove(Temp / "s/content");
+        std::filesystem::create_symlink(target, Temp / "s/content");
         TLogCapture log;
         EXPECT_FALSE(Storage.LoadDir());
         EXPECT_FALSE(Storage.MergeDir());
         EXPECT_FALSE(Storage.RecreateDir());
-        EXPECT_NE(log.Entries.at(0).Shown.find(why), std::string::npos);
-        EXPECT_EQ(QvErrorText(Storage.Failure().Error()), why);
+        EXPECT_NE(log.Entries.at(0).Shown.find(QvErrorText(error)), std::string::npos);
+        EXPECT_EQ(Storage.Failure().Error(), error);
         EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
-        std::filesystem::remove(content);
-    };
-    fails("Not a directory");
-    std::filesystem::create_symlink("volume-that-is-not-there", content);
-    fails("No such file or directory");
-    std::filesystem::create_symlink("content", content);
-    fails("Too many levels of symbolic links");
+    }
     EXPECT_EQ(Journal(), torn);
     EXPECT_FALSE(Exists(Damaged()));
 }
@@ -356,21 +326,6 @@ TEST_F(TStorageTest, LogsThatItIsLockedOrBusyAndGivesUp)
     EXPECT_EQ(Journal(), kTwoBlocks);
 }
 
-TEST_F(TStorageTest, WaitsForABusyJournal)
-{
-    for (const TOperation& operation : kOperations) {
-        WriteJournal(kTwoBlocks);
-        TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-        std::thread release([&busy] {
-            QvSleep(50);
-            busy.Close();
-        });
-        EXPECT_TRUE(operation.Run(Storage, {})) << operation.Name;
-        release.join();
-        EXPECT_TRUE(Storage.DoLoadDir()) << operation.Name;
-    }
-}
-
 TEST_F(TStorageTest, WorksUnderAGivenLock)
 {
     Storage.Settings = {20, 1, "PC"};
@@ -423,68 +378,22 @@ TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShareOrThatWasReplaced)
     EXPECT_EQ(Journal(), kTwoBlocks + Sealed("/C?c\r\n") + Sealed("/C?c\r\n"));
 }
 
-TEST_F(TStorageTest, WaitsForNobodyUnderAGivenLockThatOthersShare)
-{
-    const auto other = TStorageLocker::VCreate(Storage, false);
-    Storage.Settings = {200, 1, "PC"};
-    WriteJournal(kTwoBlocks);
-    auto given = TStorageLocker::VCreate(Storage, false);
-    std::thread upgrade([&other] { EXPECT_TRUE(other->Relock(true)); });
-    ASSERT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), false, "", 0); }));
-    EXPECT_TRUE(Storage.DoLoadDir(given));
-    EXPECT_EQ(given->getError(), -EAGAIN)
-        << "a request that waits would be refused as a second one";
-    WriteJournal("torn");
-    TLogCapture log;
-    EXPECT_FALSE(Storage.LoadDir(given));
-    EXPECT_EQ(LogOf(log), TLines{"TResStorage::RecreateDir(): " + kNotLocked});
-    given.reset();
-    upgrade.join();
-}
-
-TEST_F(TStorageTest, RepairsWhatTheOtherOneDidNot)
-{
-    WriteContent("a");
-    WriteJournal(kTwoBlocks + "/C?c\r\n");
-    TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-    std::thread loader([this] { EXPECT_TRUE(Storage.LoadDir()); });
-    ASSERT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), true, "", 0); }));
-    {
-        const auto other = TStorageLocker::VCreate(Another(), false);
-        std::thread release([this, &busy] {
-            EXPECT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), false, "", 0); }));
-            busy.Close();
-        });
-        EXPECT_TRUE(other->Relock(true)) << "the loader, which shared it, released its lock";
-        release.join();
-    } // ends without a repair
-    loader.join();
-    EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/A", "/a"}}));
-}
-
 TEST_F(TStorageTest, DoesNotWaitWherePermissionsAreMissing)
 {
-    Storage.Settings.ChangeCount2Merge = 1;
     WriteJournal(kTwoBlocks);
     ASSERT_EQ(chmod(File().c_str(), 0444), 0);
-    for (const char* folder : {"", "s", "s/content"})
-        ASSERT_EQ(chmod(Temp.MakeFolder(folder).c_str(), 0777), 0);
-    EXPECT_TRUE(PassesInChild([this] {
-        ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may do everything";
-        TLogCapture log;
-        EXPECT_TRUE(Storage.DoLoadDir()) << "not shortened";
-        EXPECT_FALSE(Storage.AddResourceRecord("/a", false));
-        EXPECT_EQ(LogOf(log), (TLines{"TResStorage::SaveDir(): " + kNotWritten,
-                                      "TResStorage::AddResourceRecord(): " + kNotWritten}));
-    }));
-    ASSERT_EQ(chmod((Temp / "s").c_str(), 0), 0);
-    EXPECT_TRUE(PassesInChild([this] {
-        ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0);
-        TLogCapture log;
-        EXPECT_FALSE(Storage.LoadDir()) << "a journal that cannot be seen is not missing";
-        EXPECT_EQ(LogOf(log), TLines{kNotRead});
-        EXPECT_EQ(Storage.Failure().Error(), EACCES);
-    }));
+    for (const int mode : {0777, 0}) {
+        for (const char* folder : {"", "s", "s/content"})
+            ASSERT_EQ(chmod(Temp.MakeFolder(folder).c_str(), folder[0] == '\0' ? 0777 : mode), 0);
+        EXPECT_TRUE(PassesInChild([this, mode] {
+            ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may do everything";
+            TLogCapture log;
+            EXPECT_FALSE(Storage.AddResourceRecord("/a", false));
+            EXPECT_EQ(Storage.LoadDir(), mode != 0) << "what cannot be seen is not missing";
+            EXPECT_EQ(LogOf(log).front(), "TResStorage::AddResourceRecord(): " + kNotWritten);
+            EXPECT_EQ(log.Entries.size(), mode != 0 ? 1u : 2u);
+        }));
+    }
     ASSERT_EQ(chmod((Temp / "s").c_str(), 0700), 0);
 }
 } // namespace

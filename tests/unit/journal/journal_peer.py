@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 """A reader and appender of storage journals, made of docs/formats.md alone.
 
-Usage: journal_peer.py FOLDER append COUNT    records /P8/R0, /P8/R1, ...
-       journal_peer.py FOLDER read            prints the entries in order: id, tab, name
+journal_peer.py FOLDER append COUNT records /P8/R0, /P8/R1, ...; journal_peer.py FOLDER read prints "id<TAB>name" lines.
 """
 import fcntl
 import os
@@ -12,14 +11,8 @@ import time
 import zlib
 
 
-def ofd_lock(descriptor, kind, start, length):
-    lock = struct.pack("hhqqi4x", kind, os.SEEK_SET, start, length, 0)
-    fcntl.fcntl(descriptor, fcntl.F_OFD_SETLK, lock)
-
-
-def others_wait(descriptor, kind):
-    lock = struct.pack("hhqqi4x", kind, os.SEEK_SET, 1, 2, 0)
-    return struct.unpack_from("h", fcntl.fcntl(descriptor, fcntl.F_OFD_GETLK, lock))[0] != fcntl.F_UNLCK
+def flock(kind, start, length):
+    return struct.pack("hhqqi4x", kind, os.SEEK_SET, start, length, 0)
 
 
 def is_at_path(descriptor, path):
@@ -29,79 +22,76 @@ def is_at_path(descriptor, path):
         return False
 
 
-def take_lock(path, kind):
-    yields_until = time.monotonic() + 2
+def open_locked(path, flags, take):
     while True:
-        descriptor = os.open(path, os.O_RDWR | os.O_CREAT | os.O_CLOEXEC, 0o666)
+        descriptor = os.open(path, flags | os.O_CLOEXEC, 0o666)
         try:
-            if time.monotonic() > yields_until or not others_wait(descriptor, kind):
-                ofd_lock(descriptor, kind, 0, 1)
-                if is_at_path(descriptor, path):
-                    return descriptor
+            take(descriptor)
+            if is_at_path(descriptor, path):
+                return descriptor
         except BlockingIOError:
             pass
         os.close(descriptor)
-        time.sleep(0.001)
+        time.sleep(0.002)
 
 
-def open_journal(path, flags, kind):
-    while True:
-        journal = os.open(path, flags | os.O_CLOEXEC, 0o666)
-        try:
-            fcntl.flock(journal, fcntl.LOCK_SH | fcntl.LOCK_NB)
-            ofd_lock(journal, kind, 0, 0)
-            if is_at_path(journal, path):
-                return journal
-        except BlockingIOError:
-            pass
-        os.close(journal)
-        time.sleep(0.01)
+class Storage:
+    def __init__(self, folder, kind):
+        self.lock_path = folder + "\\$QvStorage.lock"
+        yields_until = time.monotonic() + 2
+
+        def take_lock(descriptor):
+            waiters = struct.unpack_from("h", fcntl.fcntl(descriptor, fcntl.F_OFD_GETLK, flock(kind, 1, 2)))[0]
+            if waiters != fcntl.F_UNLCK and time.monotonic() < yields_until:
+                raise BlockingIOError
+            fcntl.fcntl(descriptor, fcntl.F_OFD_SETLK, flock(kind, 0, 1))
+
+        def take_journal(descriptor):
+            fcntl.flock(descriptor, fcntl.LOCK_SH | fcntl.LOCK_NB)
+            fcntl.fcntl(descriptor, fcntl.F_OFD_SETLK, flock(kind, 0, 0))
+
+        self.lock = open_locked(self.lock_path, os.O_RDWR | os.O_CREAT, take_lock)
+        self.journal = open_locked(folder + "/$QvStorage.list", os.O_RDWR | os.O_APPEND, take_journal)
+        content = os.pread(self.journal, os.fstat(self.journal).st_size, 0)
+        self.size = len(content)
+        self.lines = content[:content.rfind(b"\n") + 1].splitlines(keepends=True)
+
+    def close(self):
+        was_bound = is_at_path(self.lock, self.lock_path)
+        os.close(self.journal)
+        os.close(self.lock)
+        return was_bound
 
 
 def append(folder, line):
-    block = line + b"*%08X\r\n" % zlib.crc32(line)
-    while True:
-        lock = take_lock(folder + "\\$QvStorage.lock", fcntl.F_WRLCK)
-        journal = open_journal(folder + "/$QvStorage.list", os.O_RDWR | os.O_APPEND, fcntl.F_WRLCK)
-        content = os.pread(journal, os.fstat(journal).st_size, 0)
-        lines = content[:content.rfind(b"\n") + 1].splitlines(keepends=True)
-        while lines and not lines[-1].startswith(b"*"):
-            lines.pop()
-        sealed = sum(map(len, lines))
-        if sealed < len(content):
-            os.ftruncate(journal, sealed)
-        if os.write(journal, block) != len(block):
-            raise OSError("short write")
-        os.fsync(journal)
-        os.close(journal)
-        stays = is_at_path(lock, folder + "\\$QvStorage.lock")
-        os.close(lock)
-        if stays:
-            return
+    storage = Storage(folder, fcntl.F_WRLCK)
+    while not storage.lines[-1].startswith(b"*"):
+        storage.lines.pop()
+    sealed = sum(map(len, storage.lines))
+    if sealed < storage.size:
+        os.ftruncate(storage.journal, sealed)
+    os.write(storage.journal, line + b"*%08X\r\n" % zlib.crc32(line))
+    os.fsync(storage.journal)
+    if not storage.close():
+        append(folder, line)
 
 
 def read(folder):
-    lock = take_lock(folder + "\\$QvStorage.lock", fcntl.F_RDLCK)
-    journal = open_journal(folder + "/$QvStorage.list", os.O_RDONLY, fcntl.F_RDLCK)
-    content = os.pread(journal, os.fstat(journal).st_size, 0)
-    os.close(journal)
-    os.close(lock)
-    if content[11:20] != b";QV5Dir\r\n":
-        raise ValueError("bad signature")
-    entries, block, is_sealed = {}, b"", False
-    for line in content[:content.rfind(b"\n") + 1].split(b"\n")[:-1]:
-        line += b"\n"
-        is_sealed = line.startswith(b"*")
-        if is_sealed and int(line[1:9], 16) != zlib.crc32(block):
-            raise ValueError("damaged")
-        block = b"" if is_sealed else block + line
+    storage = Storage(folder, fcntl.F_RDLCK)
+    storage.close()
+    entries, block = {}, b""
+    assert storage.lines[1] == b";QV5Dir\r\n" and storage.lines[-1].startswith(b"*")
+    for line in storage.lines:
+        if line.startswith(b"*"):
+            assert int(line[1:9], 16) == zlib.crc32(block)
+            block = b""
+            continue
+        block += line
         if line.startswith(b"/") and b"?" in line:
             key, _, name = line.rstrip().rpartition(b"?")
             entries[key] = name
         elif line.startswith(b"-"):
             entries.pop(b"/" + line[1:].strip(), None)
-    if not is_sealed:
-        raise ValueError("torn")
     return entries
 
 
