@@ -96,5 +96,6 @@ private:
     std::string m_temporary; ///< beside the target
     bool m_replaces = false;
     std::uint64_t m_size = 0;
+    std::uint64_t m_started = 0; ///< bytes on their way to the disk
     TQvNewFile m_file;
 };
