@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -81,6 +82,18 @@ int TJournalFile::LockContent(short kind) const
     if (fcntl(m_file.Number(), F_OFD_SETLK, &lock) == 0 || LacksLocks(errno))
         return 0;
     return Passing(errno);
+}
+
+void TJournalFile::Unlock() const
+{
+    LockContent(F_UNLCK);
+    flock(m_file.Number(), LOCK_UN);
+}
+
+bool TJournalFile::IsUnchanged(const TJournalFile& other) const
+{
+    return m_status.st_dev == other.m_status.st_dev && m_status.st_ino == other.m_status.st_ino &&
+           m_size == other.m_size;
 }
 
 int TJournalFile::AskServer()

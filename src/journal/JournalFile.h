@@ -37,7 +37,10 @@ public:
     /// after the last change.
     std::uint64_t Size() const { return m_size; }
     std::uint32_t Time() const { return m_time; }
-    std::uint64_t Inode() const { return m_status.st_ino; }
+    /// Releases the locks and keeps the file open: no other file can be taken for it meanwhile.
+    void Unlock() const;
+    /// Whether `other` is this file, of the same size.
+    bool IsUnchanged(const TJournalFile& other) const;
     int Descriptor() const { return m_file.Number(); }
     mode_t Permissions() const { return m_status.st_mode & 0777; }
 

@@ -22,8 +22,6 @@ constexpr int kLevelRead = 3; ///< retries and read failures
 constexpr int kLevelWrite = 5;
 constexpr int kLevelWarning = 6;
 constexpr std::uint32_t kRetryPauseMs = 100;
-/// How often an append is repeated because the lock's file was replaced meanwhile.
-constexpr int kAppendsAtMost = 10;
 
 bool IsControl(char c)
 {
@@ -168,7 +166,8 @@ bool TResStorage::LoadDir(const TLocker& given)
     TLocker locker = given;
     if (!Lock(&locker, false, TMessages::LoadDir))
         return false;
-    if (LoadOrRepair(locker, true) != TLoaded::Failed)
+    TJournalFile read;
+    if (LoadOrRepair(locker, &read, true) != TLoaded::Failed)
         return true;
     if (given || (locker->getError() != -EDEADLK && locker->getError() != -ESTALE))
         return false;
@@ -178,36 +177,39 @@ bool TResStorage::LoadDir(const TLocker& given)
     // two locks another process could repair and append.
     m_failure = {};
     locker.reset();
-    return Lock(&locker, true, TMessages::LoadDir) && LoadOrRepair(locker, true) != TLoaded::Failed;
+    return Lock(&locker, true, TMessages::LoadDir) &&
+           LoadOrRepair(locker, &read, true) != TLoaded::Failed;
 }
 
 bool TResStorage::DoLoadDir(const TLocker& given)
 {
     m_failure = {};
     TLocker locker = given;
-    return Lock(&locker, false, TMessages::DoLoadDir) && Load(locker, true);
+    TJournalFile read;
+    return Lock(&locker, false, TMessages::DoLoadDir) && Load(locker, &read, true);
 }
 
-bool TResStorage::Load(const TLocker& locker, bool shortens)
+bool TResStorage::Load(const TLocker& locker, TJournalFile* read, bool shortens)
 {
     m_dir.clear();
-    m_reading = ReadDirFile();
+    m_reading = ReadDirFile(read);
     if (m_reading.State != TJournalState::Whole)
         return false;
     if (shortens && m_reading.Checkpoints > Settings.ChangeCount2Merge)
-        Shorten(locker);
+        Shorten(locker, *read);
     return true;
 }
 
-TResStorage::TLoaded TResStorage::LoadOrRepair(const TLocker& locker, bool shortens)
+TResStorage::TLoaded TResStorage::LoadOrRepair(const TLocker& locker, TJournalFile* read,
+                                               bool shortens)
 {
-    if (Load(locker, shortens))
+    if (Load(locker, read, shortens))
         return TLoaded::AsItIs;
     const TJournalReading broken = m_reading;
     if (broken.State == TJournalState::Unreadable)
         return TLoaded::Failed;
-    const bool repaired = Repair(locker, broken);
-    const bool loaded = Load(locker, shortens);
+    const bool repaired = Repair(locker, *read);
+    const bool loaded = Load(locker, read, shortens);
     m_reading = broken;
     if (!loaded)
         return TLoaded::Failed;
@@ -217,19 +219,18 @@ TResStorage::TLoaded TResStorage::LoadOrRepair(const TLocker& locker, bool short
 /// Rewrites what was just read: the upgrade never releases the lock, so no writer can get in
 /// between. It does not wait for others that share the lock, since the next load can do the same.
 /// There is no result, because the map is loaded either way.
-void TResStorage::Shorten(const TLocker& locker)
+void TResStorage::Shorten(const TLocker& locker, const TJournalFile& read)
 {
     if (!locker->Relock(true, false))
         Log(TMessages::SaveDir.NotLocked, kLevelWrite);
     else
-        Save(locker, TReplaced::AsLoaded);
+        Save(locker, &read, false);
     m_failure = {};
 }
 
-TJournalReading TResStorage::ReadDirFile()
+TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
 {
-    TJournalFile file;
-    const TQvResult opened = Open(&file, TJournalAccess::Read, TMessages::DoLoadDir);
+    const TQvResult opened = Open(read, TJournalAccess::Read, TMessages::DoLoadDir);
     if (opened.IsNothing())
         return {TJournalState::Missing};
     m_isStale = true; // until it was read to its end
@@ -237,15 +238,16 @@ TJournalReading TResStorage::ReadDirFile()
         Fail(TMessages::DoLoadDir.NotOpened, kLevelRead, opened);
         return {TJournalState::Unreadable};
     }
-    NoteDirFile(file);
+    NoteDirFile(*read);
     int error = 0;
     const TJournalReading reading = ReadJournal(
         [&](char* buffer, std::size_t count) {
-            const std::size_t got = file.Read(buffer, count);
+            const std::size_t got = read->Read(buffer, count);
             error = got == TQvStream::invalid_value ? errno : 0;
             return got;
         },
         &m_dir);
+    read->Unlock();
     m_isStale = reading.State == TJournalState::Unreadable;
     if (m_isStale)
         Fail(TMessages::DoLoadDir.NotOpened, kLevelRead,
@@ -255,13 +257,14 @@ TJournalReading TResStorage::ReadDirFile()
 
 /// What is replaced is kept, and one warning says what was lost: a rebuild loses the names that
 /// creators spelled and every record without content.
-bool TResStorage::Repair(const TLocker& locker, const TJournalReading& broken)
+bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
 {
+    const TJournalReading broken = m_reading;
     TLocker exclusive = locker;
     const bool isMissing = broken.State == TJournalState::Missing;
-    const bool keeps = !isMissing && m_dirSize != 0;
+    const bool keeps = !isMissing && read.Size() != 0;
     if (!Lock(&exclusive, true, TMessages::RecreateDir) || !ListContent() ||
-        !Save(exclusive, keeps ? TReplaced::AsLoadedKept : TReplaced::AsLoaded))
+        !Save(exclusive, &read, keeps))
         return false;
     if (isMissing && m_dir.empty())
         return true; // a new storage
@@ -281,7 +284,7 @@ bool TResStorage::RecreateDir(const TLocker& given)
     m_failure = {};
     TLocker locker = given;
     return Lock(&locker, true, TMessages::RecreateDir) && ListContent() &&
-           Save(locker, TReplaced::Anything);
+           Save(locker, nullptr, false);
 }
 
 bool TResStorage::ListContent()
@@ -335,16 +338,17 @@ bool TResStorage::SaveDir(const TLocker& given)
 {
     m_failure = {};
     TLocker locker = given;
-    return Lock(&locker, true, TMessages::SaveDir) && Save(locker, TReplaced::Anything);
+    return Lock(&locker, true, TMessages::SaveDir) && Save(locker, nullptr, false);
 }
 
-bool TResStorage::Save(const TLocker& locker, TReplaced replaced)
+/// With `read` only that file is replaced, and only as it was read.
+bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool keepsOld)
 {
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);
     // Others may have appended under a lock of another path: replacing the journal would lose that.
-    const bool isAsLoaded = old ? old.Size() == m_dirSize && old.Inode() == m_dirInode
-                                : m_reading.State == TJournalState::Missing;
+    const bool isAsRead =
+        read == nullptr || (old ? *read && read->IsUnchanged(old) : !static_cast<bool>(*read));
     TJournalRewrite rewrite;
     if (result || result.IsNothing())
         result = rewrite.Open(DirFile().toSysStr(), old);
@@ -352,11 +356,11 @@ bool TResStorage::Save(const TLocker& locker, TReplaced replaced)
         result = WriteDir(&rewrite);
     if (result)
         result = rewrite.Sync();
-    if (result && (!locker->IsAtPath() || (replaced != TReplaced::Anything && !isAsLoaded)))
+    if (result && (!isAsRead || !locker->IsAtPath()))
         return Fail(TMessages::SaveDir.NotLocked, kLevelWrite,
                     TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
     if (result)
-        result = rewrite.Publish(replaced == TReplaced::AsLoadedKept);
+        result = rewrite.Publish(keepsOld);
     if (!result)
         return Fail(TMessages::SaveDir.NotOpened, kLevelWrite, result.Named(DirFile().toSysStr()));
     TJournalFile written;
@@ -412,16 +416,15 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
     TLocker locker = given;
     if (!Lock(&locker, true, messages))
         return false;
-    for (int i = 0; i < kAppendsAtMost; ++i) {
+    const std::uint32_t start = QvGetTickCount();
+    do {
         if (!AppendBlock(line, messages))
             return false;
         // Under a lock that others did not see, a rewrite of theirs may have lost the block. To
         // append it twice does no harm.
         if (locker->IsAtPath())
             return true;
-        if (!locker->Renew())
-            break;
-    }
+    } while (locker->Renew() && QvGetTickCount() - start <= Settings.LockTimeout);
     return Fail(messages.NotLocked, kLevelWrite,
                 TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
 }
@@ -479,9 +482,10 @@ bool TResStorage::MergeDir(const TLocker& given)
     TLocker locker = given;
     if (!Lock(&locker, true, TMessages::MergeDir))
         return false;
-    const TLoaded loaded = LoadOrRepair(locker, false);
+    TJournalFile read;
+    const TLoaded loaded = LoadOrRepair(locker, &read, false);
     return loaded == TLoaded::Rewritten ||
-           (loaded == TLoaded::AsItIs && Save(locker, TReplaced::AsLoaded));
+           (loaded == TLoaded::AsItIs && Save(locker, &read, false));
 }
 
 bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messages)
@@ -533,7 +537,6 @@ void TResStorage::NoteDirFile(const TJournalFile& file)
 {
     m_dirSize = file.Size();
     m_dirTime = file.Time();
-    m_dirInode = file.Inode();
     m_isStale = false;
 }
 

@@ -95,26 +95,20 @@ private:
         Rewritten
     };
 
-    /// What a rewrite may replace.
-    enum class TReplaced
-    {
-        Anything,
-        AsLoaded,     ///< only what the last load has read
-        AsLoadedKept, ///< the same, kept as a damaged journal
-    };
-
     bool Lock(TLocker* locker, bool forWriting, const TMessages& messages);
     void Log(const char* text, int level) const;
     bool Fail(const char* text, int level, const TQvResult& why);
     TQvResult Open(TJournalFile* file, TJournalAccess access, const TMessages& messages) const;
-    bool Load(const TLocker& locker, bool shortens);
-    TLoaded LoadOrRepair(const TLocker& locker, bool shortens);
-    TJournalReading ReadDirFile();
-    void Shorten(const TLocker& locker);
-    bool Repair(const TLocker& locker, const TJournalReading& broken);
+    // `read` receives the journal that was read, open and without locks: a rewrite of what it gave
+    // replaces only this file.
+    bool Load(const TLocker& locker, TJournalFile* read, bool shortens);
+    TLoaded LoadOrRepair(const TLocker& locker, TJournalFile* read, bool shortens);
+    TJournalReading ReadDirFile(TJournalFile* read);
+    void Shorten(const TLocker& locker, const TJournalFile& read);
+    bool Repair(const TLocker& locker, const TJournalFile& read);
     bool ListContent();
     void ListFound(const std::string& path, std::size_t contentLength);
-    bool Save(const TLocker& locker, TReplaced replaced);
+    bool Save(const TLocker& locker, const TJournalFile* read, bool keepsOld);
     TQvResult WriteDir(TJournalRewrite* rewrite) const;
     bool Append(const std::string& id, std::string line, const TLocker& given,
                 const TMessages& messages);
@@ -126,7 +120,6 @@ private:
     TQvResult m_failure;
     std::uint64_t m_dirSize = 0;
     std::uint32_t m_dirTime = 0;
-    std::uint64_t m_dirInode = 0;
     bool m_isStale = false; ///< others have changed what m_dirSize and m_dirTime do not show
 };
 

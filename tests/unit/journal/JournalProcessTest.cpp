@@ -41,8 +41,8 @@ void ExpectDone(const TChildren& children)
 // lock file; two processes that rewrite it; one that deletes the lock file again and again.
 TEST_F(TStorageTest, WritersLoseNothingWhateverHappensToTheirLock)
 {
-    constexpr int kRecords = 300;
-    constexpr int kOthers = 20;
+    constexpr int kRecords = 200;
+    constexpr int kOthers = 50;
     constexpr int kPython = 8;
     Storage.Settings = {100000, 64, "PC"};
     ASSERT_TRUE(Storage.LoadDir());
@@ -51,7 +51,7 @@ TEST_F(TStorageTest, WritersLoseNothingWhateverHappensToTheirLock)
         if (process == 1)
             Storage.Folder = Temp / "other";
         // A rewrite that meets another one, or a replaced lock, is refused.
-        for (int done = 0;; QvSleep(5))
+        for (int done = 0;; QvSleep(3))
             if (process == 2)
                 unlink(Lock().c_str());
             else if ((done += Storage.MergeDir() ? 1 : 0) == 10)
@@ -73,6 +73,7 @@ TEST_F(TStorageTest, WritersLoseNothingWhateverHappensToTheirLock)
             done = Storage.AddResourceRecord(Id(process, i), false);
         return done;
     }));
+    ASSERT_FALSE(HasFailure()) << "an append was refused";
     EXPECT_TRUE(WaitUntil([this] { return Exists(Temp / "merged0"); })) << "nothing was rewritten";
     for (const auto& child : background) {
         child->Kill();
