@@ -53,15 +53,29 @@ std::string QvFolderPart(const std::string& path)
     return path.substr(0, path.rfind('/') + 1);
 }
 
-TQvDescriptor QvOpenFolderOf(const std::string& path)
+TQvDescriptor QvOpenForSync(const std::string& path, int file)
 {
     const std::string folder = QvFolderPart(path);
-    return TQvDescriptor(
+    TQvDescriptor opened(
         open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened && errno == EACCES)
+        opened = TQvDescriptor(fcntl(file, F_DUPFD_CLOEXEC, 0));
+    return opened;
 }
 
-bool QvSyncFolder(int folder)
+bool QvSyncName(int folderOrFile)
 {
+    struct stat status = {};
+    if (fstat(folderOrFile, &status) != 0)
+        return false;
+    if (!S_ISDIR(status.st_mode))
+        return syncfs(folderOrFile) == 0; // the whole file system: there is no smaller way
     // Some file systems have no sync for folders, and answer this.
-    return fsync(folder) == 0 || errno == EINVAL || errno == EOPNOTSUPP;
+    return fsync(folderOrFile) == 0 || errno == EINVAL || errno == EOPNOTSUPP;
+}
+
+bool QvSyncFolderOf(const std::string& path, int file)
+{
+    const TQvDescriptor folder = QvOpenForSync(path, file);
+    return folder && QvSyncName(folder.Number());
 }

@@ -67,8 +67,10 @@ QVSTD_API int QvTakeShareLock(int descriptor, qvShareMode share);
 /// The part of a path that leads to its folder, with its "/"; "" for a name alone.
 QVSTD_API std::string QvFolderPart(const std::string& path);
 
-/// A descriptor of the folder that `path` lies in; invalid with errno on failure.
-QVSTD_API TQvDescriptor QvOpenFolderOf(const std::string& path);
-
-/// Brings the entries of a folder to the disk. False with errno.
-QVSTD_API bool QvSyncFolder(int folder);
+/// A descriptor with which QvSyncName can bring the name `path` to the disk: of its folder, or of
+/// `file`, an open file in it, where the folder may not be read. Invalid with errno on failure.
+TQvDescriptor QvOpenForSync(const std::string& path, int file);
+/// False with errno.
+bool QvSyncName(int folderOrFile);
+/// Both steps.
+QVSTD_API bool QvSyncFolderOf(const std::string& path, int file);

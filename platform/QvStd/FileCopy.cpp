@@ -15,10 +15,12 @@
 #include "QvStd/FileNames.h"
 #include "QvStd/Message.h"
 #include "QvStd/NewFile.h"
+#include "QvStd/Strings.h"
 
 namespace
 {
 constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kModeBits = 07777;
 
 /// What the caller of a plain bool looks at, too.
 TQvResult Answer(TQvResult result)
@@ -28,24 +30,17 @@ TQvResult Answer(TQvResult result)
     return result;
 }
 
-TQvResult AnswerErrno(const std::string& path)
-{
-    const int error = errno;
-    TQvResult result = TQvResult::FromErrno(path);
-    errno = error;
-    return result;
-}
-
 TQvResult AnswerError(int error, const std::string& path)
 {
     errno = error;
-    return AnswerErrno(path);
+    return TQvResult::FromErrno(path);
 }
 
 enum class TPurpose
 {
     Copy,
-    Move ///< the copy is about to be the only one
+    CopyToNew, ///< into a folder that was just made
+    Move       ///< the copy is about to be the only one
 };
 
 TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfExists,
@@ -57,8 +52,10 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
         return AnswerError(error, from);
     TQvNewFile::TOptions options;
     options.FailIfExists = failIfExists;
+    options.ExpectsNone = purpose == TPurpose::CopyToNew;
     options.Synced = purpose == TPurpose::Move;
-    options.Permissions = source.st_mode & kPermissionBits;
+    options.Permissions =
+        source.st_mode & (purpose == TPurpose::Move ? kModeBits : kPermissionBits);
     options.UpdateTime = source.st_mtim;
     options.AttributesOf = purpose == TPurpose::Move ? input.Number() : -1;
     options.NotOnto = input.Number();
@@ -109,17 +106,23 @@ bool ReadToEnd(int file, std::uint64_t size, std::string* content)
     return true;
 }
 
+/// A file system without letter case takes both for one name, and renames all the same.
+bool IsChangeOfCase(const std::string& from, const std::string& to)
+{
+    return QvFolderPart(from) == QvFolderPart(to) && toupper_locale(from) == toupper_locale(to);
+}
+
 /// After a rename that answered success: two names of one file are both still there then.
 TQvResult FinishRename(const std::string& from, const std::string& to)
 {
     struct stat status = {};
-    if (lstat(from.c_str(), &status) != 0)
+    if (lstat(from.c_str(), &status) != 0 || (from != to && IsChangeOfCase(from, to)))
         return TQvResult::Done();
     switch (QvCompareFiles(from, to)) {
     case TQvSameness::OneEntry:
         return AnswerError(EINVAL, to);
     case TQvSameness::HardLinks:
-        return unlink(from.c_str()) == 0 ? TQvResult::Done() : AnswerErrno(from);
+        return unlink(from.c_str()) == 0 ? TQvResult::Done() : TQvResult::FromErrno(from);
     case TQvSameness::Different:
         break; // another process has written a new one
     }
@@ -133,7 +136,7 @@ TQvResult MoveAcrossDevices(const std::string& from, const std::string& to, bool
     if (QvCompareFiles(from, to) == TQvSameness::OneEntry)
         return AnswerError(overwrite ? EINVAL : EEXIST, to);
     TQvResult copied = CopyUnlessBroken(from, to, !overwrite, TPurpose::Move, progress);
-    return copied && unlink(from.c_str()) != 0 ? AnswerErrno(from) : copied;
+    return copied && unlink(from.c_str()) != 0 ? TQvResult::FromErrno(from) : copied;
 }
 } // namespace
 
@@ -146,6 +149,12 @@ TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool fail
                        TQvProgressHandler* progress)
 {
     return CopyUnlessBroken(from, to, failIfExists, TPurpose::Copy, progress);
+}
+
+TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
+                          TQvProgressHandler* progress)
+{
+    return CopyUnlessBroken(from, to, true, TPurpose::CopyToNew, progress);
 }
 
 TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
@@ -192,7 +201,7 @@ TQvResult QvReadWholeFile(const std::string& path, std::string* content)
     try {
         std::string read;
         if (!ReadToEnd(file.Number(), static_cast<std::uint64_t>(status.st_size), &read))
-            return AnswerErrno(path);
+            return TQvResult::FromErrno(path);
         *content = std::move(read);
         return TQvResult::Done();
     } catch (const std::bad_alloc&) {

@@ -9,7 +9,6 @@
 
 #include "QvStd/Descriptor.h"
 #include "QvStd/Files.h"
-#include "QvStd/Strings.h"
 
 bool QvFollowLinks(std::string* path)
 {
@@ -66,10 +65,6 @@ TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
                            QvIsSameInode(folderA, folderB);
     const std::string nameA = a.substr(QvFolderPart(a).size());
     const std::string nameB = b.substr(QvFolderPart(b).size());
-    // A file system without letter case may still change the case of a name.
-    if (oneFolder && nameA != nameB && toupper_locale(nameA) == toupper_locale(nameB) &&
-        fileA.st_nlink == 1)
-        return TQvSameness::Different;
     const bool isLink = QvIsSymLink(a) || QvIsSymLink(b);
     return isLink || fileA.st_nlink == 1 || (oneFolder && nameA == nameB) ? TQvSameness::OneEntry
                                                                           : TQvSameness::HardLinks;

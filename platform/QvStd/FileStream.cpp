@@ -69,6 +69,8 @@ bool TQvFileStream::Open(const std::string& path, qvOpenMode mode, qvShareMode s
     // The size is asked for under the lock: another holder may have written until now.
     if (error == 0 && mode == kQvOpenCreate && getSize() != 0 && !setSize(0))
         error = -m_error;
+    if (error == 0 && status.st_size == 0 && (flags & O_CREAT) != 0)
+        m_unsyncedName = path;
     if (error == 0)
         return true;
     if (m_descriptor >= 0)
@@ -211,7 +213,13 @@ bool TQvFileStream::setPosition(std::uint64_t position)
 
 bool TQvFileStream::Flush()
 {
-    return QvRetryInterrupted([&] { return fdatasync(m_descriptor); }) == 0 || Fail(errno);
+    if (QvRetryInterrupted([&] { return fdatasync(m_descriptor); }) != 0)
+        return Fail(errno);
+    // The bytes of a file are no safer than its name.
+    if (!m_unsyncedName.empty() && !QvSyncFolderOf(m_unsyncedName, m_descriptor))
+        return Fail(errno);
+    m_unsyncedName.clear();
+    return true;
 }
 
 bool TQvFileStream::Close()
@@ -225,6 +233,7 @@ bool TQvFileStream::Close()
     m_position = 0;
     m_bufferLength = 0;
     m_buffer.reset();
+    m_unsyncedName.clear();
     return result == 0 || Fail(error);
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
@@ -14,25 +16,20 @@ bool Look(const std::string& path, struct stat* status)
     return stat(path.c_str(), status) == 0;
 }
 
-/// Of the system call that has just failed; errno stays.
-TQvResult AnswerErrno()
+/// Below a file there is nothing, a link without an end leads to nothing, and a component that is
+/// too long names nothing: that is known, not a failure to look. A path that is too long as a whole
+/// may lead to something.
+TQvResult AnswerLook(const char* path)
 {
-    const int error = errno;
-    TQvResult result = TQvResult::FromErrno();
-    errno = error;
-    return result;
-}
-
-/// Below a file there is nothing: that is known, not a failure to look.
-TQvResult AnswerLook()
-{
-    return errno == ENOTDIR ? TQvResult::Nothing() : AnswerErrno();
+    const bool isNothing = errno == ENOTDIR || errno == ELOOP ||
+                           (errno == ENAMETOOLONG && std::strlen(path) < PATH_MAX);
+    return isNothing ? TQvResult::Nothing() : TQvResult::FromErrno();
 }
 
 /// Creates a folder or finds it there; on failure errno is that of the creation.
-bool MakeOrFindFolder(const std::string& path)
+bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777)
 {
-    if (mkdir(path.c_str(), 0777) == 0)
+    if (mkdir(path.c_str(), mode) == 0)
         return true;
     const int error = errno;
     if (QvDirExists(path))
@@ -70,7 +67,7 @@ TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* i
     struct statx status = {};
     constexpr unsigned kWanted = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_BTIME;
     if (statx(folderDescriptor, name, AT_STATX_SYNC_AS_STAT, kWanted, &status) != 0)
-        return AnswerLook();
+        return AnswerLook(name);
     const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
     const struct statx_timestamp& born = hasBirth ? status.stx_btime : status.stx_ctime;
     info->IsFolder = S_ISDIR(status.stx_mode);
@@ -97,7 +94,7 @@ TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
 {
     struct stat status = {};
     if (!Look(path, &status))
-        return AnswerLook();
+        return AnswerLook(path.c_str());
     if (isFolder != nullptr)
         *isFolder = S_ISDIR(status.st_mode);
     return TQvResult::Done();
@@ -126,7 +123,15 @@ std::uint32_t GetUnixFileTime(const std::string& path)
 
 TQvResult QvCreateDirectory(const std::string& path)
 {
-    return mkdir(path.c_str(), 0777) == 0 ? TQvResult::Done() : AnswerErrno();
+    return mkdir(path.c_str(), 0777) == 0 ? TQvResult::Done() : TQvResult::FromErrno();
+}
+
+TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model)
+{
+    struct stat status = {};
+    const bool isMade =
+        Look(model, &status) && MakeOrFindFolder(path, (status.st_mode & 0777) | S_IRWXU);
+    return isMade ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
 TQvResult QvForceDirectories(const std::string& path)
@@ -137,24 +142,24 @@ TQvResult QvForceDirectories(const std::string& path)
     std::size_t end = path.size();
     do {
         if (errno != ENOENT)
-            return AnswerErrno();
+            return TQvResult::FromErrno();
         end = ParentEnd(path, end);
         if (end == 0) {
             errno = ENOENT;
-            return AnswerErrno();
+            return TQvResult::FromErrno();
         }
     } while (!MakeOrFindFolder(path.substr(0, end)));
     while (end < path.size()) {
         end = NextEnd(path, end);
         if (!MakeOrFindFolder(path.substr(0, end)))
-            return AnswerErrno();
+            return TQvResult::FromErrno();
     }
     return TQvResult::Done();
 }
 
 TQvResult QvDeleteFile(const std::string& path)
 {
-    return unlink(path.c_str()) == 0 ? TQvResult::Done() : AnswerErrno();
+    return unlink(path.c_str()) == 0 ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
 TQvResult QvRemoveDirectory(const std::string& path)
@@ -165,9 +170,9 @@ TQvResult QvRemoveDirectory(const std::string& path)
     if (rmdir(plain.c_str()) == 0)
         return TQvResult::Done();
     if (errno != ENOTDIR)
-        return AnswerErrno();
+        return TQvResult::FromErrno();
     if (QvIsSymLink(plain) && QvDirExists(plain))
         return QvDeleteFile(plain);
     errno = ENOTDIR;
-    return AnswerErrno();
+    return TQvResult::FromErrno();
 }

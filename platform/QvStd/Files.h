@@ -42,8 +42,7 @@ enum class TQvSameness
     /// Two names of one file in their own right.
     HardLinks
 };
-/// Different, too, when one of both cannot be looked at. A name that differs only in letter case
-/// from its own entry is Different, so that it can be renamed.
+/// Different, too, when one of both cannot be looked at.
 QVSTD_API TQvSameness QvCompareFiles(const std::string& a, const std::string& b);
 
 /// A file of any kind that is not a folder; links are followed.
@@ -63,6 +62,9 @@ QVSTD_API std::uint32_t GetUnixFileTime(const std::string& path);
 
 /// One folder; false (EEXIST) when something is already there.
 QVSTD_API TQvResult QvCreateDirectory(const std::string& path);
+/// One folder with the permission bits of another one as far as the umask lets them, except that
+/// its owner can always work in it. Done, too, when it is there already.
+QVSTD_API TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model);
 /// The folder with all missing parents; true when it is there afterwards. Safe against others that
 /// create the same folders meanwhile.
 QVSTD_API TQvResult QvForceDirectories(const std::string& path);
@@ -90,13 +92,18 @@ QVSTD_API TQvResult QvCopyFile(const std::string& from, const std::string& to, b
 /// old target.
 QVSTD_API TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool failIfExists,
                                  TQvProgressHandler* progress);
+/// As QvCopyFileEx for a target that is hardly there, because its folder was just made: an existing
+/// one is refused (EEXIST), but only after the content was read.
+QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
+                                    TQvProgressHandler* progress);
 /// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
 /// extended attributes, too, and the copy and its name are on the disk when this answers.
 QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
                                      TQvProgressHandler* progress);
 /// Renames. Without `overwrite` an existing target is refused (EEXIST), with no window in which
 /// another process could slip one in. With `overwrite` a target that is another hard link of the
-/// file stays, and the source's name goes; one that is the same entry is refused (EINVAL). With
+/// file stays, and the source's name goes; one that is the same entry is refused (EINVAL), unless
+/// only the letter case of its name changes. With
 /// `acrossDevices` a target on another device is copied (as QvCopyFileToMove, files only) and the
 /// source deleted then; `progress` (may be null) is for that.
 QVSTD_API TQvResult QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite,

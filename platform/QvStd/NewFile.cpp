@@ -71,10 +71,22 @@ int MakeTemporary(const std::string& target, std::string* name, const TMake& mak
     return made;
 }
 
-/// Unnamed files get their name through this folder.
-std::string DescriptorPath(int number)
+/// Gives an unnamed file its first name. -1 with errno.
+int LinkUnnamed(int file, const char* name)
 {
-    return "/proc/self/fd/" + std::to_string(number);
+    // The direct way, which older kernels allow administrators only.
+    static std::atomic<bool> isDirect{true};
+    if (isDirect) {
+        if (linkat(file, "", AT_FDCWD, name, AT_EMPTY_PATH) == 0)
+            return 0;
+        if (errno != ENOENT)
+            return -1;
+    }
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const int linked = linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW);
+    if (linked == 0)
+        isDirect = false;
+    return linked;
 }
 
 int OpenUnnamed(const std::string& folder, mode_t mode)
@@ -130,14 +142,28 @@ bool CopyAttributes(int from, int to)
     return true;
 }
 
-bool CopyOwner(const struct stat& from, int to)
+/// Gives `to` the owner and the group of another file, as far as that is allowed, and takes from
+/// `mode` the bits that would then serve somebody else. 0 or an errno.
+int CopyOwner(const struct stat& from, int to, mode_t* mode)
 {
     struct stat now = {};
     if (fstat(to, &now) != 0)
-        return false;
-    // Only an administrator can give a file away; for others it is theirs from now on.
-    return (from.st_uid == now.st_uid && from.st_gid == now.st_gid) ||
-           fchown(to, from.st_uid, from.st_gid) == 0 || MayBeLeftOut(errno);
+        return errno;
+    if (from.st_uid == now.st_uid && from.st_gid == now.st_gid)
+        return 0;
+    if (fchown(to, from.st_uid, from.st_gid) == 0)
+        return 0;
+    // Only an administrator can give a file away: for others it is theirs from now on.
+    if (!MayBeLeftOut(errno))
+        return errno;
+    *mode &= static_cast<mode_t>(~(S_ISUID | S_ISGID));
+    if (from.st_gid == now.st_gid || fchown(to, static_cast<uid_t>(-1), from.st_gid) == 0)
+        return 0;
+    if (!MayBeLeftOut(errno))
+        return errno;
+    const mode_t ofOthers = (*mode & S_IRWXO) << 3;
+    *mode &= ~static_cast<mode_t>(S_IRWXG) | ofOthers;
+    return 0;
 }
 } // namespace
 
@@ -158,8 +184,8 @@ struct TQvNewFile::TState
     int Sync();
     int Publish();
     int NameIt();
+    int HideContent() const;
     int WriteInPlace();
-    int SyncFolder() const;
     int DiscardUnclosed();
 
     TOptions Options;
@@ -177,6 +203,8 @@ struct TQvNewFile::TState
 /// Finds out what is at the target, before anything is made or read.
 int TQvNewFile::TState::OpenTarget()
 {
+    if (Options.ExpectsNone && Options.FailIfExists)
+        return 0;
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
     if (error == ELOOP) {
         if (Options.FailIfExists)
@@ -189,15 +217,16 @@ int TQvNewFile::TState::OpenTarget()
         return 0;
     if (Options.FailIfExists)
         return EEXIST;
-    if (error == 0)
-        error = QvTakeShareLock(Existing.Number(), kQvShareAll);
-    if (error != 0 || Options.NotOnto < 0)
-        return error;
+    // First: a file that may not be written needs no writing to stay as it is.
     struct stat other = {};
-    if (fstat(Options.NotOnto, &other) != 0)
-        return errno;
-    IsSame = QvIsSameInode(Old, other);
-    return 0;
+    if (Options.NotOnto >= 0 && (error == 0 || stat(Target.c_str(), &Old) == 0)) {
+        if (fstat(Options.NotOnto, &other) != 0)
+            return errno;
+        IsSame = QvIsSameInode(Old, other);
+        if (IsSame)
+            return 0;
+    }
+    return error != 0 ? error : QvTakeShareLock(Existing.Number(), kQvShareAll);
 }
 
 int TQvNewFile::TState::CreateContent()
@@ -215,6 +244,8 @@ int TQvNewFile::TState::CreateContent()
             Temporary.clear();
     }
     if (file < 0 && Existing && KeepsItsFiles(errno)) {
+        if (const int error = HideContent())
+            return error;
         IsInPlace = true;
         file = OpenUnnamed(P_tmpdir, S_IRUSR | S_IWUSR);
     }
@@ -229,19 +260,19 @@ int TQvNewFile::TState::CreateContent()
 /// Owner, attributes and permission bits, before there is any content that they protect.
 int TQvNewFile::TState::Dress(int file, bool isNew) const
 {
-    if (Options.AttributesOf >= 0) {
-        struct stat source = {};
-        if (fstat(Options.AttributesOf, &source) != 0 || !CopyOwner(source, file) ||
-            !CopyAttributes(Options.AttributesOf, file))
-            return errno;
-    }
     const bool keepsOld = !Options.Permissions && Existing && isNew;
-    if (keepsOld && !CopyOwner(Old, file))
+    mode_t mode = keepsOld ? Old.st_mode & kPermissionBits : Options.Permissions.value_or(0);
+    struct stat owner = Old;
+    if (Options.AttributesOf >= 0 && fstat(Options.AttributesOf, &owner) != 0)
+        return errno;
+    if (keepsOld || Options.AttributesOf >= 0)
+        if (const int error = CopyOwner(owner, file, &mode))
+            return error;
+    if (Options.AttributesOf >= 0 && !CopyAttributes(Options.AttributesOf, file))
         return errno;
     if (!Options.Permissions && !keepsOld)
         return 0;
     // Not left to the creation: the umask, or a default of the folder, may have taken bits away.
-    const mode_t mode = keepsOld ? Old.st_mode & kPermissionBits : *Options.Permissions;
     return fchmod(file, mode) == 0 || MayBeLeftOut(errno) ? 0 : errno;
 }
 
@@ -271,26 +302,20 @@ int TQvNewFile::TState::Publish()
     if (Options.Synced) {
         if (const int error = Sync())
             return error;
-        // Opened first: a folder that cannot be opened is refused while nothing has changed. One
-        // that may not be read is synced with its whole file system.
-        Folder = QvOpenFolderOf(Target);
-        if (!Folder && errno == EACCES)
-            Folder = TQvDescriptor(fcntl(File.Number(), F_DUPFD_CLOEXEC, 0));
+        // Opened first: a folder that cannot be synced is refused while nothing has changed.
+        Folder = QvOpenForSync(Target, File.Number());
         if (!Folder)
             return errno;
     }
     if (const int error = NameIt())
         return error;
-    return Options.Synced ? SyncFolder() : 0;
+    return !Options.Synced || QvSyncName(Folder.Number()) ? 0 : errno;
 }
 
 int TQvNewFile::TState::NameIt()
 {
     if (Temporary.empty()) {
-        const std::string unnamed = DescriptorPath(File.Number());
-        const auto link = [&unnamed](const char* name) {
-            return linkat(AT_FDCWD, unnamed.c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW);
-        };
+        const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
         if (link(Target.c_str()) == 0)
             return File.Close() ? 0 : DiscardUnclosed();
         if (errno != EEXIST || Options.FailIfExists)
@@ -329,16 +354,24 @@ int TQvNewFile::TState::DiscardUnclosed()
     return error;
 }
 
+/// Before content is written over another file: nobody may see more of it than they were meant to.
+int TQvNewFile::TState::HideContent() const
+{
+    constexpr mode_t kReadable = S_IRUSR | S_IRGRP | S_IROTH;
+    const bool showsMore =
+        Options.Permissions && (Old.st_mode & kReadable & ~*Options.Permissions) != 0;
+    return !showsMore || fchmod(Existing.Number(), *Options.Permissions & kPermissionBits) == 0
+               ? 0
+               : errno;
+}
+
 int TQvNewFile::TState::WriteInPlace()
 {
     struct stat status = {};
     if (fstat(File.Number(), &status) != 0)
         return errno;
-    // Others must not see more of the new content than they were meant to.
-    const mode_t shown = Old.st_mode & kPermissionBits;
-    if (Options.Permissions && (shown & ~*Options.Permissions) != 0 &&
-        fchmod(Existing.Number(), *Options.Permissions) != 0)
-        return errno;
+    if (const int error = HideContent())
+        return error;
     if (ftruncate(Existing.Number(), 0) != 0)
         return errno;
     TQvCopyReport silent(nullptr, 0);
@@ -354,16 +387,6 @@ int TQvNewFile::TState::WriteInPlace()
     if (Options.Synced && fsync(Existing.Number()) != 0)
         return errno;
     return Existing.Close() ? 0 : errno;
-}
-
-int TQvNewFile::TState::SyncFolder() const
-{
-    struct stat status = {};
-    if (fstat(Folder.Number(), &status) != 0)
-        return errno;
-    const bool isSynced =
-        S_ISDIR(status.st_mode) ? QvSyncFolder(Folder.Number()) : syncfs(Folder.Number()) == 0;
-    return isSynced ? 0 : errno;
 }
 
 TQvNewFile::TQvNewFile() = default;
@@ -394,11 +417,6 @@ TQvResult TQvNewFile::Open(const std::string& path, const TOptions& options)
 bool TQvNewFile::IsSameFile() const
 {
     return m_state && m_state->IsSame;
-}
-
-bool TQvNewFile::ReplacesTarget() const
-{
-    return m_state && m_state->Existing;
 }
 
 int TQvNewFile::Descriptor() const

@@ -34,6 +34,9 @@ public:
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
         bool FailIfExists = false;
+        /// With FailIfExists: Open does not look, Publish finds out. For a target that is hardly
+        /// there, because its folder was just made.
+        bool ExpectsNone = false;
         /// The content reaches the disk before it gets its name, and the name before Publish
         /// answers.
         bool Synced = false;
@@ -61,8 +64,6 @@ public:
     TQvResult Open(const std::string& path, const TOptions& options);
     /// Whether the target is the file of `NotOnto`, under this or another name.
     bool IsSameFile() const;
-    /// Whether a target was there when Open looked.
-    bool ReplacesTarget() const;
     TQvResult Write(const void* bytes, std::size_t count);
     /// Of the open file, for what Write cannot do; -1 before Open.
     int Descriptor() const;

@@ -17,8 +17,7 @@ TQvResult TQvResult::Failed(int error, std::string name)
 
 TQvResult TQvResult::FromErrno(std::string name)
 {
-    const int error = errno;
-    return error == ENOENT ? Nothing(std::move(name)) : Failed(error, std::move(name));
+    return errno == ENOENT ? Nothing(std::move(name)) : Failed(errno, std::move(name));
 }
 
 TQvResult TQvResult::Named(std::string name) const

@@ -41,12 +41,6 @@ bool LacksLocks(int error)
 {
     return error == ENOLCK || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
 }
-
-int SyncFolderOf(const std::string& path)
-{
-    const TQvDescriptor folder = QvOpenFolderOf(path);
-    return folder && QvSyncFolder(folder.Number()) ? 0 : errno;
-}
 } // namespace
 
 TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
@@ -200,7 +194,7 @@ TQvResult TJournalFile::AppendAndClose(std::string_view block)
         error = errno;
     // An empty file may be new, and its name not on the disk.
     if (error == 0 && before == 0)
-        error = SyncFolderOf(m_path);
+        error = SyncName();
     if (error == 0)
         error = AskServer();
     if (error == 0 && !m_file.Close())
@@ -208,6 +202,12 @@ TQvResult TJournalFile::AppendAndClose(std::string_view block)
     if (error != 0)
         CutBack(before, block.size());
     return Answer(error);
+}
+
+int TJournalFile::SyncName() const
+{
+    std::string target = m_path;
+    return QvFollowLinks(&target) && QvSyncFolderOf(target, m_file.Number()) ? 0 : errno;
 }
 
 int TJournalFile::Write(std::string_view block)
@@ -242,6 +242,7 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
 {
     m_path = m_target = path;
     m_replaces = static_cast<bool>(old);
+    m_old = old.Descriptor();
     TQvNewFile::TOptions options;
     if (m_replaces) {
         if (!QvFollowLinks(&m_target))
@@ -280,8 +281,8 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
         error = Rename();
     if (error != 0)
         unlink(m_temporary.c_str());
-    if (error == 0)
-        error = SyncFolderOf(m_target);
+    if (error == 0 && !QvSyncFolderOf(m_target, m_old))
+        error = errno;
     return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
 }
 

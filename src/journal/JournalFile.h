@@ -62,6 +62,7 @@ private:
     int CompareWithPath() const;
     TQvResult ExplainMissing() const;
     int FindSealedEnd(std::uint64_t* end) const;
+    int SyncName() const;
     int Write(std::string_view block);
     void CutBack(std::uint64_t size, std::size_t blockSize);
     TQvResult Answer(int error) const;
@@ -98,6 +99,7 @@ private:
     std::string m_target;    ///< behind all links
     std::string m_temporary; ///< beside the target
     bool m_replaces = false;
+    int m_old = -1; ///< a descriptor of the file that is replaced
     std::uint64_t m_size = 0;
     std::uint64_t m_started = 0; ///< bytes on their way to the disk
     TQvNewFile m_file;

@@ -22,14 +22,16 @@ void TResourceManager::SetLastFailure(int error, const std::string& id)
 {
     TQvFailure& record = Record();
     record.Error = error;
-    record.Id = id;
+    record.Id = error == 0 ? std::string() : id;
+    record.OfMetadata = false;
 }
 
 bool QvReport(const TQvResult& result)
 {
     TQvFailure& record = Record();
     record.Error = result.Error();
-    record.Id = result.Name();
+    record.Id = result ? std::string() : result.Name();
+    record.OfMetadata = false;
     return result;
 }
 
@@ -48,4 +50,5 @@ void QvReportSidecar(const TQvResult& sidecar, const std::string& src, const std
                           << src << dst << QvErrorText(sidecar.Error()),
                       kLogLevel, 0);
     QvReport(sidecar);
+    Record().OfMetadata = true;
 }

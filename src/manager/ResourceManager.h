@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -100,10 +101,21 @@ public:
         /// Whether a folder is a symbolic link to one: it is listed, and recursion must not enter
         /// it. Never true for the node's own folder.
         virtual bool IsLink(const std::string& id) const = 0;
+        /// One folder with the permission bits of a folder of `model`, so that a copy shows no more
+        /// than its source; its owner can always work in it.
+        virtual TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
+                                           const std::string& modelId) = 0;
+        /// What a copy may find at its target.
+        enum class TTarget
+        {
+            Any,
+            /// Nothing, because its folder was just made: an existing target is refused (EEXIST).
+            None
+        };
         /// Copies or moves a resource with its sidecar to an id of `target`, which may be this node
         /// or another one. A move deletes the source when all of it has arrived.
         virtual TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst,
+                                           const std::string& dst, TTarget expected,
                                            TQvProgressHandler* progress) = 0;
         virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst,
@@ -137,8 +149,8 @@ public:
         std::set<std::string>* Failed =
             nullptr; ///< receives the ids that could not be copied; may be null
         TQvProgressHandler* Progress = nullptr;
-        std::vector<TQvFailure>* Failures =
-            nullptr; ///< receives why, for each of `Failed`; may be null
+        /// Receives why, for each of `Failed`; may be null.
+        std::map<std::string, TQvFailure>* Failures = nullptr;
     };
 
     TResourceManager();
@@ -157,7 +169,8 @@ public:
     /// Why the last public operation of the calling thread did not do what it was asked; Error is 0
     /// when it did, and when a query had an answer, even "nothing there". Of several failures the
     /// first. An operation that is done except for a part that its result does not show (the
-    /// sidecar of a copy between two nodes) has it here.
+    /// sidecar of a copy between two nodes) has it here. Questions about the mount table alone
+    /// (IsMountNode, CanMountPersistent, IsInsideMyComputer, IsValid...) leave it as it is.
     ///
     /// The reference is valid for as long as the thread runs, its value until the next operation.
     static const TQvFailure& LastFailure();
@@ -194,7 +207,9 @@ public:
 
     /// Mounts the folder `path` at `mountPoint`, with `persistent` in the profile file too. Throws
     /// a TQvMessage with the reason. The table changes first and stays changed when the persistent
-    /// part fails.
+    /// part fails. The persistent part reads the profile file again, under the lock of the VAR
+    /// folder (up to 10 s): what others changed in it meanwhile is kept, and then also in
+    /// Profile().
     void MountFileNodeE(const std::string& mountPoint, const std::string& path, bool persistent);
     /// The reverse. A node made persistent by an earlier start is known to the profile under its
     /// upper-cased id.
@@ -293,7 +308,9 @@ private:
     PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
     void CheckProfileCanBeSaved(const char* operation) const;
-    void SaveProfile() const;
+    void ChangeProfile(
+        const char* operation,
+        const std::function<void(std::map<std::string, TQvResourceProfile::TNode>&)>& change);
     void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
                 unsigned flags, TQvProgressHandler* progress,
                 std::vector<TQvFailure>& failures) const;
@@ -305,6 +322,7 @@ private:
                                  TQvProgress& progress) const;
     TQvResult DeleteEntry(const TQvResFindItem& entry) const;
     TQvResult RequireFolder(const std::string& id) const;
+    bool HoldsMountFolder(const std::string& id) const;
     TQvExistence LookUp(const std::string& id) const;
     friend class TExtendedCopy;
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <unordered_set>
 
 #include "QvStd/Message.h"
 #include "manager/LastFailure.h"
@@ -32,6 +33,11 @@ std::string CommonParent(const std::set<std::string>& sources)
     }
     const std::size_t slash = std::string_view(first).substr(0, shared).rfind('/');
     return slash == std::string::npos ? std::string() : first.substr(0, slash);
+}
+
+std::string ParentOf(const std::string& id)
+{
+    return QvExcludeTrailingSlash(QvExtractResPath(id));
 }
 } // namespace
 
@@ -66,8 +72,10 @@ private:
                          const std::string& destination);
     TQvResult CopyResource(TMountNode& node, const std::string& source,
                            const std::string& destination, double size);
+    TQvResult CopyOver(TMountNode& node, const std::string& source, const std::string& destination,
+                       double size, TMountNode::TTarget expected);
     TQvResult Transfer(TMountNode& node, const std::string& source, const std::string& destination,
-                       TQvProgressHandler* progress);
+                       TMountNode::TTarget expected, TQvProgressHandler* progress);
     bool MayOverwrite(const std::string& destination);
     TQvResult MakeParent(const std::string& destination);
     void Fail(const std::string& id, const TQvResult& reason);
@@ -81,7 +89,8 @@ private:
     std::map<std::string, TItem> m_items; ///< by id; a folder comes before what it holds
     double m_total = 0;
     double m_scale = 1;
-    double m_done = 0;          ///< bytes of the items before the current one
+    double m_done = 0;                            ///< bytes of the items before the current one
+    std::unordered_set<std::string> m_newFolders; ///< destination folders that were made here
     std::string m_parentFolder; ///< the destination folder that was there, or made, last
     TQvResult m_failure;        ///< the first
     bool m_result = true;
@@ -112,7 +121,7 @@ void TExtendedCopy::Fail(const std::string& id, const TQvResult& reason)
     if (m_params.Failed != nullptr)
         m_params.Failed->insert(id);
     if (m_params.Failures != nullptr)
-        m_params.Failures->push_back({reason.Error(), reason.Name()});
+        m_params.Failures->emplace(id, TQvFailure{reason.Error(), reason.Name()});
 }
 
 void TExtendedCopy::Collect()
@@ -202,13 +211,27 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
         return TQvResult::Done();
     if (target == kResResource)
         return TQvResult::Failed(EEXIST, destination);
-    return target.Result.HasFailed() ? target.Result.Named(destination)
-                                     : m_manager.DoCreateFolder(destination);
+    if (target.Result.HasFailed())
+        return target.Result.Named(destination);
+    if (TQvResult parent = MakeParent(QvExcludeTrailingSlash(destination)); !parent)
+        return parent;
+    const std::string folder = QvExcludeTrailingSlash(destination);
+    TQvResult created =
+        m_manager.NodeFor(folder)->CreateFolderLike(folder, node, QvExcludeTrailingSlash(source));
+    if (created)
+        m_newFolders.insert(folder);
+    return created;
 }
 
 TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
                                       const std::string& destination, double size)
 {
+    // Nothing is looked for in a folder that was made here, unless somebody else has written there.
+    if (m_newFolders.count(ParentOf(destination)) != 0) {
+        TQvResult copied = CopyOver(node, source, destination, size, TMountNode::TTarget::None);
+        if (copied.Error() != EEXIST)
+            return copied;
+    }
     const TQvExistence target = m_manager.LookUp(destination);
     if (target.Result.HasFailed())
         return target.Result.Named(destination);
@@ -216,25 +239,33 @@ TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& sourc
         return TQvResult::Failed(EISDIR, destination);
     if (target == kResResource && !MayOverwrite(destination))
         return TQvResult::Done();
+    return CopyOver(node, source, destination, size, TMountNode::TTarget::Any);
+}
+
+TQvResult TExtendedCopy::CopyOver(TMountNode& node, const std::string& source,
+                                  const std::string& destination, double size,
+                                  TMountNode::TTarget expected)
+{
     if (size <= kBytesWithoutProgress)
-        return Transfer(node, source, destination, nullptr);
+        return Transfer(node, source, destination, expected, nullptr);
     // Larger resources show how far they are.
     TQvProgressVar part =
         m_progress.SubProgress(m_scale * m_done, m_scale * (m_done + size), kLogLevel, kLogLevel);
     part.SetMessage(source);
     part.Start();
-    const TQvResult copied = Transfer(node, source, destination, part.Handler());
+    const TQvResult copied = Transfer(node, source, destination, expected, part.Handler());
     part.Stop();
     return copied;
 }
 
 TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
-                                  const std::string& destination, TQvProgressHandler* progress)
+                                  const std::string& destination, TMountNode::TTarget expected,
+                                  TQvProgressHandler* progress)
 {
     if (TQvResult parent = MakeParent(destination); !parent)
         return parent;
     const TMountNode* target = m_manager.NodeFor(destination);
-    TQvTransfer copied = node.CopyResourceTo(source, *target, destination, progress);
+    TQvTransfer copied = node.CopyResourceTo(source, *target, destination, expected, progress);
     if (!copied.Content || copied.Sidecar)
         return copied.Content;
     QvReportSidecar(copied.Sidecar, source, destination);
@@ -258,7 +289,7 @@ bool TExtendedCopy::MayOverwrite(const std::string& destination)
 /// looked at again.
 TQvResult TExtendedCopy::MakeParent(const std::string& destination)
 {
-    std::string parent = QvExcludeTrailingSlash(QvExtractResPath(destination));
+    std::string parent = ParentOf(destination);
     if (parent == m_parentFolder)
         return TQvResult::Done();
     if (m_manager.LookUp(parent) != kResFolder)

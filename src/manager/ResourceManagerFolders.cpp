@@ -67,6 +67,16 @@ TQvResult TResourceManager::RequireFolder(const std::string& id) const
     return exists == kResResource ? TQvResult::Failed(ENOTDIR, id) : exists.Result.Named(id);
 }
 
+/// Whether the disk folder of an id is that of some mount, or has one in it.
+bool TResourceManager::HoldsMountFolder(const std::string& id) const
+{
+    const std::string folder = QvIncludeTrailingSlash(NodeFor(id)->GetResourceFile(id));
+    return std::any_of(m_mountNodes.begin(), m_mountNodes.end(), [&folder](const auto& node) {
+        const std::string own = QvIncludeTrailingSlash(node->GetResourceFile(node->MountPointId()));
+        return own.compare(0, folder.size(), folder) == 0;
+    });
+}
+
 void TResourceManager::RenameFolderE(const std::string& src, const std::string& newName) const
 {
     const std::string stripped = QvExcludeTrailingSlash(src);
@@ -83,6 +93,10 @@ void TResourceManager::RenameFolderE(const std::string& src, const std::string& 
             SetLastFailure(EBUSY, src);
             throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
         }
+    }
+    if (HoldsMountFolder(stripped)) {
+        SetLastFailure(EBUSY, src);
+        throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
     }
     // Without the trailing "/" the folder's parent is its parent: a folder is never moved into
     // itself.
@@ -114,7 +128,8 @@ TQvResult TResourceManager::DoDeleteFolder(const std::string& id, bool clearFirs
         result = DoClearFolder(id, progress);
     if (!result)
         return result;
-    return isMountPoint ? TQvResult::Failed(EBUSY, id) : NodeFor(id)->DeleteFolder(id);
+    return isMountPoint || HoldsMountFolder(id) ? TQvResult::Failed(EBUSY, id)
+                                                : NodeFor(id)->DeleteFolder(id);
 }
 
 bool TResourceManager::ClearFolder(const std::string& id, TQvProgressHandler* progress) const
@@ -166,8 +181,8 @@ TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry) const
         return TQvResult::Failed(EINVAL, entry.Id);
     if (entry.Attrib.Kind == kResResource)
         return node->DeleteResource(entry.Id);
-    return IsMountNode(entry.Id) ? TQvResult::Failed(EBUSY, entry.Id)
-                                 : node->DeleteFolder(entry.Id);
+    return IsMountNode(entry.Id) || HoldsMountFolder(entry.Id) ? TQvResult::Failed(EBUSY, entry.Id)
+                                                               : node->DeleteFolder(entry.Id);
 }
 
 void TResourceManager::Find(const TFindItems& items, const std::string& folder,
@@ -201,11 +216,12 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
                               std::vector<TQvFailure>& failures) const
 {
     const TMountNode* node = NodeFor(folder);
+    bool isReported = false; // a folder that is read twice fails once
     const auto list = [&](const TFindItems& into, const std::string& ofMask, unsigned ofFlags) {
         const TQvResult result = node->Find(into, folder, ofMask, ofFlags, progress);
-        if (result.HasFailed())
+        if (result.HasFailed() && !isReported)
             failures.push_back({result.Error(), result.Name()});
-        return !result.HasFailed();
+        isReported = isReported || result.HasFailed();
     };
     if ((flags & kFindRecursive) == 0) {
         list(items, mask, flags);
@@ -214,7 +230,7 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
     // Reading the folder once is enough when its own entries hold all its sub-folders.
     const bool onePass = items && mask == "*" && (flags & kFindFolders) != 0;
     const auto entries = make_var<std::vector<TQvResFindItem>>();
-    const bool isRead = list(entries, "*", onePass ? flags : kFindFolders);
+    list(entries, "*", onePass ? flags : kFindFolders);
     for (const TQvResFindItem& entry : *entries) {
         if (entry.Attrib.Kind != kResFolder)
             continue;
@@ -230,6 +246,6 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
     if (onePass)
         items->insert(items->end(), std::make_move_iterator(entries->begin()),
                       std::make_move_iterator(entries->end()));
-    else if (isRead)
+    else
         list(items, mask, flags);
 }

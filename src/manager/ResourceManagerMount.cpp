@@ -6,11 +6,13 @@
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
-#include "QvStd/XIniWriter.h"
 #include "manager/Configuration.h"
 #include "manager/ResourceManager.h"
 #include "nodes/FileMountNode.h"
 #include "nodes/RootMountNode.h"
+#include "profiles/ProfileFile.h"
+#include "profiles/VarFolderLayout.h"
+#include "profiles/VarFolderLock.h"
 #include "resid/ResId.h"
 
 namespace
@@ -27,6 +29,18 @@ constexpr char kUnmountNodeE[] =
 [[noreturn]] void Throw(const char* operation, const std::string& reason)
 {
     throw TQvMessage(operation + reason);
+}
+
+[[noreturn]] void ThrowRemote(const char* operation)
+{
+    Throw(operation, "Cannot make persistent changes to the remote profile");
+}
+
+/// Of the loaded configuration, whose string 9 is the folder "Config" in it.
+TQvPath VarFolder()
+{
+    const std::string config = TQvPath(QvGetConfigString(9, true)).excludeSlash().toSysStr();
+    return TQvPath(config.substr(0, config.rfind('/') + 1));
 }
 
 /// Room for the normal form of an id, on the stack where it fits.
@@ -72,6 +86,7 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
         SetLastFailure(ENOENT, id);
         Throw(kGetNode4Id, "Mount node not found for id " + id);
     }
+    SetLastFailure(0, id);
     return node;
 }
 
@@ -216,16 +231,19 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
         return;
 
     // The node stays mounted when anything below fails: only the profile file is left as it was.
-    CheckProfileCanBeSaved(kMountFileNodeE);
-    if (m_profile.Nodes.count(mountPoint) != 0)
-        Throw(kMountFileNodeE,
-              "Inconsistent profile data: new node not loaded but exists in the profile");
-    // The key is the mount point as written, though loading a profile keys by the upper-cased name.
-    TQvResourceProfile::TNode& profileNode = m_profile.Nodes[mountPoint];
-    profileNode.Kind = kProfileNodePath;
-    profileNode.Name = mountPoint;
-    profileNode.Path = folder;
-    SaveProfile();
+    ChangeProfile(kMountFileNodeE, [&](TQvProfileNodes& nodes) {
+        const std::string loadedKey = toupper_locale(mountPoint);
+        const bool isOthers = nodes.count(loadedKey) != 0 && m_profile.Nodes.count(loadedKey) == 0;
+        if (nodes.count(mountPoint) != 0 || isOthers)
+            Throw(kMountFileNodeE,
+                  "Inconsistent profile data: new node not loaded but exists in the profile");
+        // The key is the mount point as written, though loading a profile keys by the upper-cased
+        // name.
+        TQvResourceProfile::TNode& profileNode = nodes[mountPoint];
+        profileNode.Kind = kProfileNodePath;
+        profileNode.Name = mountPoint;
+        profileNode.Path = folder;
+    });
 }
 
 void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persistent)
@@ -243,23 +261,41 @@ void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persiste
     if (!persistent)
         return;
 
-    CheckProfileCanBeSaved(kUnmountNodeE);
-    if (m_profile.Nodes.erase(mountPoint) == 0)
-        Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile");
-    SaveProfile();
+    ChangeProfile(kUnmountNodeE, [&](TQvProfileNodes& nodes) {
+        if (nodes.erase(mountPoint) == 0)
+            Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile");
+    });
 }
 
 void TResourceManager::CheckProfileCanBeSaved(const char* operation) const
 {
     if (m_profile.Remote)
-        Throw(operation, "Cannot make persistent changes to the remote profile");
+        ThrowRemote(operation);
     if (QvConfiguration().getCurProfileName() != m_profile.Name)
         Throw(operation, "Inconsistent profile data");
 }
 
-void TResourceManager::SaveProfile() const
+/// Makes one change of the profile, in the file and here: under the lock, on top of what others
+/// have changed in the file meanwhile. On failure the file and the profile are left as they were.
+void TResourceManager::ChangeProfile(const char* operation,
+                                     const std::function<void(TQvProfileNodes&)>& change)
 {
-    const auto writer = GetXIniWriter(TQvPath(QvGetConfigString(12, true)));
-    m_profile.SaveE(writer.get());
-    writer->CommitE();
+    CheckProfileCanBeSaved(operation);
+    const TQvVarFolderLock lock(VarFolder());
+    const TQvPath file(QvGetConfigString(12, true));
+    TQvResourceProfile profile;
+    const auto changeText = [&](const std::optional<std::string>& text) {
+        TQvProfileText old(file, text);
+        profile = m_profile;
+        if (old.Exists()) {
+            profile.Remote = old.Content().Remote;
+            profile.Nodes = QvFollowProfileNodes(m_profile.Nodes, old.Content().Nodes);
+        }
+        if (profile.Remote)
+            ThrowRemote(operation);
+        change(profile.Nodes);
+        return TQvChangedContent{old.With(profile)};
+    };
+    QvChangeFileE(file, changeText);
+    m_profile = std::move(profile);
 }

@@ -132,7 +132,8 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
 {
     TMountNode* from = NodeFor(src);
     const TMountNode* to = NodeFor(dst);
-    const TQvTransfer copied = from->CopyResourceTo(src, *to, dst, progress);
+    const TQvTransfer copied =
+        from->CopyResourceTo(src, *to, dst, TMountNode::TTarget::Any, progress);
     QvReport(copied.Content);
     if (!copied.Content)
         return false;
@@ -178,7 +179,10 @@ std::string TResourceManager::GetResourceFile(const std::string& id, bool create
     QvReportAnswer(exists.Result.Named(id));
     if (exists == kResNothing && createIfMissing) {
         OpenResource(id, kQvOpenCreate, kQvShareAll, 0); // closed at once: an empty resource
+        if (LastFailure().Error != 0)
+            return {};
         exists = node->ResourceExists(id);
+        QvReport(exists.Result.Named(id));
     }
     return exists == kResResource ? node->GetResourceFile(id) : std::string();
 }

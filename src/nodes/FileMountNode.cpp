@@ -1,6 +1,10 @@
 #include "nodes/FileMountNode.h"
 
 #include <cerrno>
+#include <chrono>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
@@ -12,8 +16,6 @@
 
 namespace
 {
-constexpr char kSidecarSuffix[] = ".meta";
-
 bool Creates(qvOpenMode mode)
 {
     return mode == kQvOpenAppend || mode == kQvOpenCreate || mode == kQvOpenCreateNew ||
@@ -39,20 +41,22 @@ bool IsSidecarOf(const std::string& path, const std::string& resource)
            IsOneFolder(path, resource);
 }
 
-/// What the source and the target of a transfer are called in its results.
+/// The files of a transfer, and what they are called in its results.
 struct TTransferEnds
 {
     std::string From;
     std::string To;
     const std::string& Src;
     const std::string& Dst;
-    bool IsBetweenNodes;
+    /// What the content replaces: To, or what To leads to. The sidecar lies beside To.
+    std::string ToContent = To;
 
     TQvResult ByIds(const TQvResult& result) const
     {
         if (result)
             return result;
-        const bool isTarget = result.Name() == To || result.Name() == SidecarOf(To);
+        const bool isTarget =
+            result.Name() == To || result.Name() == ToContent || result.Name() == SidecarOf(To);
         return result.Named(isTarget ? Dst : Src);
     }
 };
@@ -83,15 +87,42 @@ TQvResult LookForSidecar(const TTransferEnds& ends)
     TQvResult found = SidecarExists(SidecarOf(ends.From), ends.Src);
     if (!found)
         return found;
-    const TQvResult fits = QvFileDirExists(SidecarOf(ends.To), nullptr);
-    return fits.HasFailed() ? fits.Named(ends.Dst) : TQvResult::Done();
+    struct stat status = {};
+    const bool fits = lstat(SidecarOf(ends.To).c_str(), &status) == 0 || errno == ENOENT;
+    return fits ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
 }
 
+/// A file system without letter case takes both for one name.
+bool IsChangeOfCase(const TTransferEnds& ends)
+{
+    return ends.From != ends.To && toupper_locale(ends.From) == toupper_locale(ends.To);
+}
+
+/// Done where a resource can lie: not above the mount points, nor in the place of a mount's folder.
+TQvResult RequirePlace(const TResourceManager::TMountNode& target, const TTransferEnds& ends)
+{
+    if (ends.To.empty())
+        return TQvResult::Failed(EROFS, ends.Dst);
+    return ends.To == target.GetResourceFile(target.MountPointId())
+               ? TQvResult::Failed(EISDIR, ends.Dst)
+               : TQvResult::Done();
+}
+
+/// A resource cannot take the place of its own sidecar, nor the reverse.
 TQvResult RefuseSidecars(const TTransferEnds& ends)
 {
-    return IsSidecarOf(ends.To, ends.From) || IsSidecarOf(ends.From, ends.To)
+    return IsSidecarOf(ends.ToContent, ends.From) || IsSidecarOf(ends.From, ends.ToContent)
                ? TQvResult::Failed(EINVAL, ends.Dst)
                : TQvResult::Done();
+}
+
+/// Whether an open file is still the one at the path.
+bool IsAt(const std::string& path, const TQvFileStream& file)
+{
+    struct stat opened = {};
+    struct stat there = {};
+    return fstat(file.Descriptor(), &opened) == 0 && stat(path.c_str(), &there) == 0 &&
+           opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
 }
 
 /// Whether a file named like a folder's sidecar is one.
@@ -116,7 +147,11 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
         return;
     constexpr qvShareMode kForItself = 0;
     TQvFileStream hold;
-    if (hold.Open(sidecar, kQvOpenRead, kForItself) && isStale())
+    // One that may not be read cannot be held; whoever moves it cannot hold it either.
+    const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
+                            ? IsAt(sidecar, hold)
+                            : access(sidecar.c_str(), R_OK) != 0 && errno == EACCES;
+    if (isFree && isStale())
         QvDeleteFile(sidecar);
 }
 
@@ -134,10 +169,10 @@ TQvTransfer CopyWithSidecar(const TTransferEnds& ends, TCopyCall copy, TQvProgre
     const TQvResult sidecar = LookForSidecar(ends);
     if (sidecar.HasFailed())
         return {sidecar, {}};
-    // One that a new resource would inherit goes, between two nodes as when it is opened there.
-    if (!sidecar && ends.IsBetweenNodes && QvFileExists(SidecarOf(ends.To)))
-        DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
-    const TQvResult content = copy(ends.From, ends.To, progress);
+    // A link to the sidecar, too.
+    if (sidecar && QvCompareFiles(SidecarOf(ends.From), ends.To) != TQvSameness::Different)
+        return {TQvResult::Failed(EINVAL, ends.Dst), {}};
+    const TQvResult content = copy(ends.From, ends.ToContent, progress);
     if (!content || !sidecar)
         return {ends.ByIds(content), {}};
     return {content, ends.ByIds(copy(SidecarOf(ends.From), SidecarOf(ends.To), nullptr))};
@@ -157,12 +192,41 @@ TQvResult DeleteWithSidecar(const std::string& path, const std::string& id)
 /// Across file systems. The source goes only when all of it is at the target and on the disk.
 TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progress)
 {
-    if (QvCompareFiles(ends.From, ends.To) == TQvSameness::OneEntry)
+    if (QvCompareFiles(ends.From, ends.ToContent) == TQvSameness::OneEntry)
         return {TQvResult::Failed(EINVAL, ends.Dst), {}};
     TQvTransfer done = CopyWithSidecar(ends, &QvCopyFileToMove, progress);
     if (done.Content && done.Sidecar)
         done.Content = DeleteWithSidecar(ends.From, ends.Src);
     return done;
+}
+
+/// Shares the sidecar for the time of a move. ENOENT when there is none; EACCES when somebody else
+/// holds it for themselves, which one who removes a stale sidecar does for a moment only.
+int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
+{
+    constexpr int kTries = 50;
+    constexpr auto kPause = std::chrono::milliseconds(2);
+    for (int i = 0; i < kTries; ++i) {
+        if (i > 0)
+            std::this_thread::sleep_for(kPause);
+        if (hold.Open(sidecar, kQvOpenRead, kQvShareAll) && IsAt(sidecar, hold))
+            return 0;
+        if (hold.getError() == -ENOENT)
+            return ENOENT;
+        // One that may not be read cannot be held, by those who would remove it either.
+        if (access(sidecar.c_str(), R_OK) != 0)
+            return 0;
+    }
+    return EACCES;
+}
+
+/// Replacing asks the same as writing: whether the caller may, and whether nobody else holds the
+/// target for themselves.
+TQvResult HoldTarget(const TTransferEnds& ends, TQvFileStream& hold)
+{
+    if (hold.Open(ends.ToContent, kQvOpenWrite, kQvShareAll) || hold.getError() == -ENOENT)
+        return TQvResult::Done();
+    return TQvResult::Failed(-hold.getError(), ends.Dst);
 }
 
 /// By renames. The sidecar is held meanwhile, so that nobody takes it for one left over from an
@@ -171,15 +235,18 @@ TQvTransfer RenameWithSidecar(const TTransferEnds& ends, TQvProgressHandler* pro
 {
     const std::string sidecar = SidecarOf(ends.From);
     TQvFileStream hold;
-    if (hold.Open(sidecar, kQvOpenRead, kQvShareAll) || hold.getError() != -ENOENT)
+    const int error = ShareSidecar(sidecar, hold);
+    if (error != 0 && error != ENOENT)
+        return {TQvResult::Failed(error, ends.Src), {}};
+    if (error == 0)
         if (const TQvResult fits = LookForSidecar(ends); fits.HasFailed())
             return {fits, {}};
-    const TQvResult content = QvMoveFileEx(ends.From, ends.To, true, false);
+    const TQvResult content = QvMoveFileEx(ends.From, ends.ToContent, true, false);
     if (content.Error() == EXDEV)
         return CopyAndDelete(ends, progress);
     if (!content)
         return {ends.ByIds(content), {}};
-    // Tried in any case: one may have been stored since the look.
+    // Looked for again: one may have been stored since.
     if (SidecarExists(sidecar, ends.Src).IsNothing())
         return {};
     const TQvResult moved = QvMoveFileEx(sidecar, SidecarOf(ends.To), true, true);
@@ -214,9 +281,12 @@ std::string TFileMountNode::MetaPath(const std::string& path) const
 var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint)
 {
-    const std::string path = PathFromId(id);
+    std::string path = PathFromId(id);
     // In a creating mode the sidecar goes before the file appears; in the others a look at the disk
     // is only needed when the file did not open.
+    // A mount's folder that has vanished does not become a file.
+    if (Creates(mode) && IsOwnFolder(path))
+        path += '/';
     if (Creates(mode))
         DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
     auto stream = make_var<TResFileStream>(id);
@@ -240,7 +310,9 @@ var_a<TQvStream*> TFileMountNode::OpenResourceMeta(const std::string& id, qvOpen
         stream = TQvFileStream::VCreate(MetaPath(path), mode, share);
         if (!*stream) {
             const int error = -stream->getError();
-            opened = error == ENOENT ? TQvResult::Nothing(id) : TQvResult::Failed(error, id);
+            const bool isNothing = error == ENOENT || SidecarExists(MetaPath(path), id).IsNothing();
+            opened = isNothing && mode == kQvOpenRead ? TQvResult::Nothing(id)
+                                                      : TQvResult::Failed(error, id);
             stream.reset();
         } else {
             stream->SetInfoName("qvres:" + id + ":meta");
@@ -259,8 +331,7 @@ TQvResult TFileMountNode::CopyResourceMeta(const std::string& src, const std::st
 TQvResult TFileMountNode::CopyResourceMetaTo(const std::string& src, const TMountNode& target,
                                              const std::string& dst)
 {
-    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst,
-                             &target != this};
+    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     if (TQvResult source = RequireResource(ends.From, src); !source)
         return source;
     if (TQvResult there = RequireResource(ends.To, dst); !there)
@@ -285,52 +356,73 @@ TQvResult TFileMountNode::RenMovResource(const std::string& src, const std::stri
 TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst, TQvProgressHandler* progress)
 {
-    TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst, &target != this};
+    TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     TQvResult allowed = RequireResource(ends.From, src);
-    if (allowed && ends.To.empty())
-        allowed = TQvResult::Failed(EROFS, dst);
     if (allowed)
-        allowed = RefuseSidecars(ends);
+        allowed = RequirePlace(target, ends);
     if (!allowed)
         return {allowed, {}};
     if (ends.From == ends.To && &target == this)
         return {};
     // A link stays, what it leads to is replaced; a rename would replace the link.
-    if (QvIsSymLink(ends.To) && !QvFollowLinks(&ends.To))
+    if (QvIsSymLink(ends.To) && !QvFollowLinks(&ends.ToContent))
         return {TQvResult::Failed(errno, dst), {}};
+    if (TQvResult refused = RefuseSidecars(ends); !refused)
+        return {refused, {}};
     bool isFolder = false;
-    const TQvResult there = QvFileDirExists(ends.To, &isFolder);
+    const TQvResult there = QvFileDirExists(ends.ToContent, &isFolder);
     if (there.HasFailed() || isFolder)
         return {TQvResult::Failed(isFolder ? EISDIR : there.Error(), dst), {}};
     if (&target != this)
         return CopyAndDelete(ends, progress);
-    if (there && QvCompareFiles(ends.From, ends.To) == TQvSameness::OneEntry)
-        return {TQvResult::Failed(EINVAL, dst), {}};
+    TQvFileStream hold;
+    if (there && !IsChangeOfCase(ends)) {
+        if (QvCompareFiles(ends.From, ends.ToContent) == TQvSameness::OneEntry)
+            return {TQvResult::Failed(EINVAL, dst), {}};
+        if (TQvResult held = HoldTarget(ends, hold); !held)
+            return {held, {}};
+    }
     return RenameWithSidecar(ends, progress);
 }
 
 TQvResult TFileMountNode::CopyResource(const std::string& src, const std::string& dst,
                                        TQvProgressHandler* progress)
 {
-    const TQvTransfer done = CopyResourceTo(src, *this, dst, progress);
+    const TQvTransfer done = CopyResourceTo(src, *this, dst, TTarget::Any, progress);
     return done.Content ? done.Sidecar : done.Content;
 }
 
 TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst, TQvProgressHandler* progress)
+                                           const std::string& dst, TTarget expected,
+                                           TQvProgressHandler* progress)
 {
-    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst,
-                             &target != this};
-    if (ends.To.empty())
-        return {TQvResult::Failed(EROFS, dst), {}};
-    if (TQvResult refused = RefuseSidecars(ends); !refused)
-        return {refused, {}};
+    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
+    TQvResult allowed = RequirePlace(target, ends);
+    if (allowed)
+        allowed = RefuseSidecars(ends);
+    if (!allowed)
+        return {allowed, {}};
+    if (expected == TTarget::None)
+        return CopyWithSidecar(ends, &QvCopyFileToNew, progress);
+    // A sidecar that a new resource would inherit goes, between two nodes as when it is opened
+    // there.
+    if (&target != this && QvFileExists(SidecarOf(ends.To)) && RequireResource(ends.From, src))
+        DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
     return CopyWithSidecar(ends, &CopyOnly, progress);
 }
 
 TQvResult TFileMountNode::CreateFolder(const std::string& id)
 {
     return QvForceDirectories(PathFromId(id)).Named(id);
+}
+
+TQvResult TFileMountNode::CreateFolderLike(const std::string& id, const TMountNode& model,
+                                           const std::string& modelId)
+{
+    // A folder above the mount points has no bits of its own.
+    if (model.IsPureVirtual())
+        return CreateFolder(id);
+    return QvCreateDirectoryLike(PathFromId(id), model.GetResourceFile(modelId)).Named(id);
 }
 
 void TFileMountNode::RenameFolderE(const std::string& id, const std::string& newName,
@@ -374,7 +466,7 @@ TQvResult TFileMountNode::ResourceMetaExists(const std::string& id) const
     TQvResult resource = RequireResource(path, id);
     if (resource.Error() == EISDIR)
         return TQvResult::Nothing(id);
-    return resource ? RequireResource(MetaPath(path), id) : resource;
+    return resource ? SidecarExists(MetaPath(path), id) : resource;
 }
 
 TQvResult TFileMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const

@@ -56,8 +56,11 @@ public:
                                        bool forWriting, const std::string& owner) override;
 
     bool IsLink(const std::string& id) const override;
+    TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
+                               const std::string& modelId) override;
     TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                               const std::string& dst, TQvProgressHandler* progress) override;
+                               const std::string& dst, TTarget expected,
+                               TQvProgressHandler* progress) override;
     TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                const std::string& dst, TQvProgressHandler* progress) override;
     TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,

@@ -63,8 +63,8 @@ int FindKind(int folder, const TQvFolderEntry& entry, TEntryKind* kind)
 
 bool IsSidecar(std::string_view name)
 {
-    constexpr std::string_view kSuffix = ".meta";
-    return name.size() > kSuffix.size() && name.substr(name.size() - kSuffix.size()) == kSuffix;
+    constexpr std::size_t kLength = std::string_view(kSidecarSuffix).size();
+    return name.size() > kLength && name.substr(name.size() - kLength) == kSidecarSuffix;
 }
 
 /// A name filter; "*" needs none.
@@ -176,7 +176,8 @@ void TFolderListing::Take(const TQvFolderEntry& entry)
 
 void TFolderListing::Add(std::string_view name, TEntryKind kind)
 {
-    m_found = true;
+    if (m_items == nullptr || (m_flags & kFindAttributes) == 0)
+        m_found = true;
     if (m_items == nullptr)
         return;
     TQvResFindItem& item = m_items->emplace_back(MakeItem(m_idPrefix, name, kind));
@@ -185,8 +186,10 @@ void TFolderListing::Add(std::string_view name, TEntryKind kind)
     const TQvResult filled = FillAttributes(m_folder.Descriptor(), name.data(), item.Attrib);
     if (filled.HasFailed())
         Note(filled.Error(), item.Id);
-    else if (!filled)
+    if (filled.IsNothing())
         m_items->pop_back(); // vanished since its name was read
+    else
+        m_found = true;
 }
 
 void TFolderListing::Note(int error, const std::string& id)

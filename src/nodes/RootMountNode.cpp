@@ -63,7 +63,7 @@ TQvResult TRootMountNode::ReadOnly(const std::string& id) const
 
 TQvExistence TRootMountNode::ResourceExists(const std::string& id) const
 {
-    const bool exists = IsTop(id) ? !m_folders.empty() : m_folders.count(QvNormalizeResId(id)) != 0;
+    const bool exists = id == "/" ? !m_folders.empty() : m_folders.count(QvNormalizeResId(id)) != 0;
     if (exists)
         return {kResFolder, TQvResult::Done()};
     return {kResNothing, TQvResult::Nothing(id)};

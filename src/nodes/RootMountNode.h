@@ -62,8 +62,13 @@ public:
                                        bool forWriting, const std::string& owner) override;
 
     bool IsLink(const std::string&) const override { return false; }
+    TQvResult CreateFolderLike(const std::string& id, const TMountNode&,
+                               const std::string&) override
+    {
+        return ReadOnly(id);
+    }
     TQvTransfer CopyResourceTo(const std::string& src, const TMountNode&, const std::string&,
-                               TQvProgressHandler*) override
+                               TTarget, TQvProgressHandler*) override
     {
         return {NoResource(src), {}};
     }

@@ -12,6 +12,8 @@ struct QVSERVICES_API TQvFailure
 {
     int Error = 0;  ///< an errno; 0 for no failure
     std::string Id; ///< the resource or folder that it is about
+    /// The content has arrived, only the metadata of the resource has failed.
+    bool OfMetadata = false;
 
     /// `/A/secret: Permission denied`; "" for no failure.
     std::string text() const;

@@ -61,9 +61,9 @@ TEST_F(TContentTest, FoldersAreMadeRenamedClearedAndRemoved)
             {"q rmdir /A/d", R"(1: the folder "/A/d" is not empty)"},
             {"q clear /A/d/g; q ls -R /A", "/A/d/\n/A/d/g/\n/A/d/y\n"},
             {"touch a/d/g/.hidden; q rmdir /A/d/g",
-             R"(1: the folder "/A/d/g" is not empty: it holds hidden files)"},
+             R"(1: the folder "/A/d/g" is not empty: it holds what is not listed, such as hidden files)"},
             {"q rmdir --clear /A/d",
-             R"(1: the folder "/A/d" could not be cleared: "/A/d/g": Directory not empty)"},
+             R"(1: the folder "/A/d" could not be removed: "/A/d/g": Directory not empty)"},
             {"rm a/d/g/.hidden; q rmdir --clear /A/d; ls -A a", ""}});
 }
 

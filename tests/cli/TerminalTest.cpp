@@ -68,7 +68,7 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
         ASSERT_TRUE(terminal.WaitFor(bar));
         EXPECT_NE(terminal.Shown.find("\r["), std::string::npos) << terminal.Shown;
         terminal.Type("\x03");
-        EXPECT_EQ(terminal.Wait(), 1);
+        EXPECT_EQ(terminal.Wait(), 130);
         const std::string end = "\r\x1b[Kqvres: The operation was broken off.\r\n";
         EXPECT_EQ(terminal.Shown.rfind(end) + end.size(), terminal.Shown.size()) << terminal.Shown;
         Expect({{"cat b/big; ls -A a b", "old\na:\nbig\n\nb:\nbig\n"}});
@@ -81,7 +81,7 @@ TEST_F(TTerminalTest, CopyAsksAndTheEndOfInputMeansNo)
     TOnTerminal broken("copy --ask /A /B");
     ASSERT_TRUE(broken.WaitFor("[y/N] "));
     broken.Type("\x03");
-    EXPECT_EQ(broken.Wait(), 1);
+    EXPECT_EQ(broken.Wait(), 130);
     Expect({{"cat b/*", "old\nold\nold\n"}});
 
     TOnTerminal terminal("copy --ask /A /B");
@@ -100,7 +100,7 @@ TEST_F(TTerminalTest, SigtermBreaksAPutThatWaitsForInput)
     terminal.Type("new line\n");
     ASSERT_TRUE(WaitUntil([this] { return NamesIn(m_temp / "a").size() == 2; }));
     terminal.Signal(SIGTERM);
-    EXPECT_EQ(terminal.Wait(), 1);
+    EXPECT_EQ(terminal.Wait(), 130);
     EXPECT_EQ(terminal.Shown, "new line\r\nqvres: The operation was broken off.\r\n");
     Expect({{"cat a/*; ls -A a", "oldx\n"}});
 }

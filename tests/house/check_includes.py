@@ -25,7 +25,7 @@ RULES = [
     (r"src/storage/", PLATFORM + RESID + ["storage/"], []),
     (r"src/journal/", PLATFORM + RESID + ["journal/"], []),
     (r"src/manager/ResourceManager\.", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/", "url/"]),
-    (r"src/manager/", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/"]),
+    (r"src/manager/", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/", "profiles/"]),
     (r"src/nodes/", PLATFORM + RESID + MANAGER + ["nodes/"], ["storage/ResFileStream.h"] + STRING_TABLE),
     (r"src/(url|services)/", PLATFORM + RESID + ["url/", "services/"], MANAGER + STRING_TABLE),
     (r"src/QvServices(Export)?\.h", [""], []),

@@ -3,9 +3,8 @@
 #include "BreakSignal.h"
 #include "Failure.h"
 
-namespace
-{
-unsigned Existing(const TResourceManager& tree, const std::string& id, const char* what = "")
+unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
+                         const std::string& what)
 {
     CheckId(id);
     const unsigned exists = tree.ResourceExists(id);
@@ -15,8 +14,6 @@ unsigned Existing(const TResourceManager& tree, const std::string& id, const cha
         ThrowFailed(what + Quoted(id) + " cannot be accessed");
     throw TFailure(what + Quoted(id) + " does not exist");
 }
-} // namespace
-
 std::string Quoted(const std::string& text)
 {
     return "\"" + text + "\"";
@@ -35,6 +32,11 @@ void CheckId(const std::string& id)
 {
     if (id.empty() || !TResourceManager::IsValidResId(id, true))
         throw TFailure(Quoted(id) + " is not a valid resource id");
+    CheckClimb(id);
+}
+
+void CheckClimb(const std::string& id)
+{
     if ((id + "/").find("/../") != std::string::npos)
         throw TFailure(Quoted(id) + " leads above the root of the tree");
 }
@@ -42,7 +44,7 @@ void CheckId(const std::string& id)
 void RequireResource(const TResourceManager& tree, const std::string& id,
                      const std::string& folderAdvice)
 {
-    if (Existing(tree, id) == kResFolder)
+    if (RequireExisting(tree, id) == kResFolder)
         throw TFailure(Quoted(id) + " is a folder" +
                        (folderAdvice.empty() ? folderAdvice : "; " + folderAdvice));
     if (id.back() == '/')
@@ -52,14 +54,14 @@ void RequireResource(const TResourceManager& tree, const std::string& id,
 void RequireFolder(const TResourceManager& tree, const std::string& id)
 {
     // The root is a folder even while nothing is mounted.
-    if (id != "/" && Existing(tree, id) != kResFolder)
+    if (id != "/" && RequireExisting(tree, id) != kResFolder)
         throw TFailure(Quoted(id) + " is not a folder");
 }
 
 void RequireRealFolder(const TResourceManager& tree, const std::string& id)
 {
     RequireFolder(tree, id);
-    if (!tree.IsFolder(id, true))
+    if (tree.GetNode4Id(id, true, true, false)->IsPureVirtual())
         throw TFailure(Quoted(id) + " only leads to mount points");
 }
 
@@ -69,7 +71,7 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
     if (id.back() == '/' || tree.ResourceExists(id) == kResFolder)
         throw TFailure(Quoted(id) + " is a folder; give the id of the resource to be written");
     const std::string parent = QvExcludeTrailingSlash(QvExtractResPath(id));
-    if (parent != "/" && Existing(tree, parent, "the folder ") != kResFolder)
+    if (parent != "/" && RequireExisting(tree, parent, "the folder ") != kResFolder)
         throw TFailure(Quoted(parent) + " is not a folder");
     if (!tree.IsInsideMountedNodes(id))
         throw TFailure(Quoted(id) + " lies outside of the mounted folders");

@@ -14,6 +14,14 @@ std::string CompactedId(const std::string& id);
 /// Throws TFailure unless `id` is a valid absolute id that does not lead above the root.
 void CheckId(const std::string& id);
 
+/// Throws TFailure for an id that leads above the root.
+void CheckClimb(const std::string& id);
+
+/// Whether it is a resource or a folder. Throws TFailure when nothing is there, or when that cannot
+/// be found out; `what` stands before the id then.
+unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
+                         const std::string& what = {});
+
 /// Each throws TFailure unless `id` is valid and there is such a thing. `folderAdvice` says what to
 /// do with a folder instead.
 void RequireResource(const TResourceManager& tree, const std::string& id,

@@ -62,11 +62,11 @@ void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
     progress.Start();
     const bool isDone = (tree.*transfer.Operation)(source, target, &host.Progress);
     const TQvFailure& failure = TResourceManager::LastFailure();
-    if (isDone && failure.Error != 0)
-        throw TFailure(WithCause("the metadata of " + Quoted(source) + " could not be copied to " +
-                                     Quoted(target),
+    if (failure.OfMetadata)
+        throw TFailure(WithCause("the content of " + Quoted(source) + " was " + transfer.Done +
+                                     " to " + Quoted(target) + ", but not its metadata",
                                  failure));
-    if (!isDone && failure.Error == EINVAL)
+    if (!isDone && failure.Error == EINVAL && failure.Id == target)
         throw TFailure(Quoted(source) + " and " + Quoted(target) +
                        " are one file, or one is the metadata of the other");
     if (!isDone)

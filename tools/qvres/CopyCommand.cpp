@@ -1,6 +1,7 @@
 // copy: the extended copy.
 #include <cerrno>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <set>
 #include <unistd.h>
@@ -59,7 +60,7 @@ bool AskToOverwrite(const std::string& destinationId, void* context)
 std::string Source(const TResourceManager& tree, const std::string& id)
 {
     CheckId(id);
-    if (tree.IsFolder(QvExcludeTrailingSlash(id), false))
+    if (RequireExisting(tree, QvExcludeTrailingSlash(id)) == kResFolder)
         return QvIncludeTrailingSlash(id);
     RequireResource(tree, id);
     return id;
@@ -76,25 +77,11 @@ std::string Destination(const TResourceManager& tree, const std::string& givenId
     return id;
 }
 
-/// Each source that failed, with its cause: `causes` has one for each, in the order of the
-/// failures.
-void PrintFailed(std::set<std::string> failed, const std::vector<TQvFailure>& causes)
-{
-    for (const TQvFailure& cause : causes) {
-        const std::string id = failed.count(cause.Id + '/') != 0 ? cause.Id + '/' : cause.Id;
-        if (failed.erase(id) != 0)
-            PrintError(WithCause(Quoted(id) + " could not be copied", cause));
-    }
-    // What is left has a cause that names the target.
-    for (const std::string& id : failed)
-        PrintError(Quoted(id) + " could not be copied");
-}
-
 void Copy(THost& host, const TCopyOptions& options)
 {
     const TResourceManager& tree = host.Session.Tree();
     std::set<std::string> failed;
-    std::vector<TQvFailure> failures;
+    std::map<std::string, TQvFailure> failures;
     TResourceManager::TCopyResourceExParams params;
     for (std::size_t i = 0; i + 1 < options.Ids.size(); ++i)
         params.Sources.insert(Source(tree, options.Ids[i]));
@@ -116,7 +103,8 @@ void Copy(THost& host, const TCopyOptions& options)
     host.Status = 1;
     if (isDone)
         PrintError(WithCause("the metadata of a resource could not be copied", failure));
-    PrintFailed(failed, failures);
+    for (const auto& [id, cause] : failures)
+        PrintError(WithCause(Quoted(id) + " could not be copied", cause));
 }
 } // namespace
 

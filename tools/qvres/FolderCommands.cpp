@@ -32,6 +32,24 @@ void MakeFolder(THost& host, const std::string& givenId)
         ThrowFailed("the folder " + Quoted(id) + " cannot be created");
 }
 
+/// Why a folder was not cleared or removed.
+[[noreturn]] void ThrowNotEmptied(const TResourceManager& tree, const std::string& id,
+                                  const char* notDone)
+{
+    const TQvFailure failure = TResourceManager::LastFailure();
+    BreakSignal::ThrowIfWanted();
+    if (failure.Error == EBUSY && tree.IsMountNode(failure.Id))
+        throw TFailure(Quoted(failure.Id) + " is a mount point and stays");
+    if (failure.Error == ENOTDIR && failure.Id == id)
+        throw TFailure(Quoted(id) + " is a link to a folder; what it leads to is not cleared");
+    if (failure.Error == ENOTEMPTY && failure.Id == id)
+        throw TFailure("the folder " + Quoted(id) +
+                       (tree.IsFolderEmpty(id) ? " is not empty: it holds what is not listed, such "
+                                                 "as hidden files"
+                                               : " is not empty"));
+    throw TFailure(WithCause("the folder " + Quoted(id) + notDone, failure));
+}
+
 void ClearFolder(THost& host, const std::string& id)
 {
     const TResourceManager& tree = host.Session.Tree();
@@ -39,15 +57,8 @@ void ClearFolder(THost& host, const std::string& id)
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Clearing " + id);
     progress.Start();
-    if (tree.ClearFolder(id, &host.Progress))
-        return;
-    const TQvFailure failure = TResourceManager::LastFailure();
-    if (failure.Error == EBUSY && tree.IsMountNode(failure.Id))
-        throw TFailure(Quoted(failure.Id) + " is a mount point and stays");
-    if (failure.Error == ENOTDIR && failure.Id == id)
-        throw TFailure(Quoted(id) + " is a link to a folder; what it leads to is not cleared");
-    BreakSignal::ThrowIfWanted();
-    throw TFailure(WithCause("the folder " + Quoted(id) + " could not be cleared", failure));
+    if (!tree.ClearFolder(id, &host.Progress))
+        ThrowNotEmptied(tree, id, " could not be cleared");
 }
 
 void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
@@ -59,17 +70,11 @@ void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
     if (tree.IsMountNode(id))
         throw TFailure(Quoted(id) + " is a mount point; \"qvres clear\" empties it, \"qvres "
                                     "unmount\" takes it out of the tree");
-    // Of a link to a folder only the link goes.
-    if (clearFirst && !tree.GetNode4Id(id, true, true, false)->IsLink(id))
-        ClearFolder(host, id);
-    if (tree.DeleteFolder(id, false, nullptr))
-        return;
-    const TQvFailure failure = TResourceManager::LastFailure();
-    if (failure.Error == ENOTEMPTY && tree.IsFolderEmpty(id))
-        throw TFailure("the folder " + Quoted(id) + " is not empty: it holds hidden files");
-    if (failure.Error == ENOTEMPTY)
-        throw TFailure("the folder " + Quoted(id) + " is not empty");
-    throw TFailure(WithCause("the folder " + Quoted(id) + " cannot be removed", failure));
+    TQvProgress progress(&host.Progress);
+    progress.SetMessage("Removing " + id);
+    progress.Start();
+    if (!tree.DeleteFolder(id, clearFirst, &host.Progress))
+        ThrowNotEmptied(tree, id, " could not be removed");
 }
 
 void RenameFolder(THost& host, const std::string& givenId, const std::string& newName)

@@ -13,7 +13,7 @@
 
 namespace
 {
-/// A resource that is read with a progress bar, and until the user breaks it off.
+/// A resource that is read with a progress bar, and until the user cancels it.
 class TWatchedStream : public TQvStream
 {
 public:
@@ -75,28 +75,51 @@ TQvResourceLabel WeakLabel(const std::string& id)
 
 TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
 {
-    // The time of before: what is written while the content is read makes the label a stale one.
-    const TQvDateTime time = WeakLabel(id).Time;
-    TWatchedStream stream(host, id);
-    TQvResourceLabel label;
-    if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
-        ThrowUnreadable(id, -stream.getError());
-    label.Time = time;
-    return label;
+    constexpr int kMaxAttempts = 3;
+    for (int i = 0; i < kMaxAttempts; ++i) {
+        // The time first: it waits until later changes have another one.
+        TQvResourceLabel label;
+        if (!ComputeResResourceLabelSC2(id, &label))
+            break;
+        const TQvDateTime time = label.Time;
+        TWatchedStream stream(host, id);
+        if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
+            ThrowUnreadable(id, -stream.getError());
+        label.Time = time;
+        if (WeakCheckResResourceLabel(label, id))
+            return label;
+    }
+    throw TFailure(Quoted(id) + " is being changed all the time");
 }
 
-/// What GetResResourceLabel answers, which shows no progress and cannot be broken off.
+/// What a parser says about the metadata; "" when it is well formed.
+std::string MetadataDamage(const TResourceManager& tree, const std::string& id)
+{
+    const auto metadata = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
+    return metadata ? TQvXIniStreamReader(metadata).ParseErrorText() : std::string();
+}
+
+/// The label is good without it: storing only spares the next caller the checksum. But "check"
+/// needs a stored one.
+void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvResourceLabel& label)
+{
+    const std::string message = "the label of " + Quoted(id) + " was not stored";
+    try {
+        if (!WriteResResourceLabel(id, label))
+            PrintError(WithCause(message, TResourceManager::LastFailure()));
+    } catch (const TQvMessage&) {
+        PrintError(message + ", because its metadata is damaged: " + MetadataDamage(tree, id));
+    }
+}
+
+/// What GetResResourceLabel answers, which shows no progress and cannot be cancelled.
 TQvResourceLabel CurrentLabel(THost& host, const std::string& id)
 {
     TQvResourceLabel label;
     if (ReadResResourceLabel(id, &label) && WeakCheckResResourceLabel(label, id))
         return label;
     label = ComputedLabel(host, id);
-    try {
-        WriteResResourceLabel(id, label);
-    } catch (const std::exception&) {
-        // Storing only spares the next caller the checksum: the label is good without it.
-    }
+    StoreLabel(host.Session.Tree(), id, label);
     return label;
 }
 

@@ -143,6 +143,7 @@ void Stat(THost& host, const std::string& givenId)
 
 void PrintExists(THost& host, const std::string& id)
 {
+    CheckClimb(id);
     const unsigned exists = host.Session.Tree().ResourceExists(id);
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed(Quoted(id) + " cannot be accessed");

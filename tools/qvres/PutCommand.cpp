@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -63,7 +62,7 @@ private:
     {
         const int error = errno;
         BreakSignal::ThrowIfWanted(); // opening a FIFO waits for its writer
-        throw TFailure(m_name + " cannot be read: " + std::system_category().message(error));
+        throw TFailure(m_name + " cannot be read: " + QvErrorText(error));
     }
 
     std::string m_name;

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/Message.h>
 #include <QvStd/URLManager.h>
 
 #include "Checks.h"
@@ -20,11 +21,19 @@ void Backup(THost& host, const std::string& id, std::size_t keep)
     const std::string folder = QvExtractResPath(id) + "backup";
     if (tree.IsResource(folder))
         throw TFailure(Quoted(folder) + " is a resource");
-    BackupResource(id, keep);
-    // The backup does not report a move that failed.
+    try {
+        BackupResource(id, keep);
+    } catch (const TQvMessage& message) {
+        throw TFailure(
+            WithCause(Quoted(id) + " could not be put aside", TResourceManager::LastFailure()));
+    }
+    // The backup itself reports no failure that comes later.
     const TQvFailure failure = TResourceManager::LastFailure();
-    if (failure.Error != 0 || tree.ResourceExists(id) != kResNothing)
+    if (tree.ResourceExists(id) != kResNothing)
         throw TFailure(WithCause(Quoted(id) + " could not be put aside", failure));
+    if (failure.Error != 0)
+        throw TFailure(
+            WithCause("an old backup of " + Quoted(id) + " could not be deleted", failure));
 }
 
 void PrintDone(THost& host, const std::string& marker)
@@ -57,7 +66,16 @@ void OpenURL(THost& host, const std::string& url)
 {
     // The scheme is registered together with the profile.
     host.Session.ProfileTree();
-    WriteContent(host, *QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0), url);
+    var_a<TQvStream*> stream;
+    try {
+        stream = QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0);
+    } catch (const TQvMessage& message) {
+        std::string text = message.what();
+        if (!text.empty() && text.back() == '.')
+            text.pop_back();
+        throw TFailure(WithCause(text, TResourceManager::LastFailure()));
+    }
+    WriteContent(host, *stream, url);
 }
 } // namespace
 
