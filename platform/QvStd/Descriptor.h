@@ -9,6 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "QvStd/Export.h"
 #include "QvStd/Stream.h"
 
 /// Owns a file descriptor. Its destructor leaves errno alone.
@@ -56,14 +57,15 @@ auto QvRetryInterrupted(const TCall& call)
 
 /// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for what else
 /// is no regular file. Never waits for the other end of a FIFO. `status` receives what fstat says.
-int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struct stat* status);
+QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
+                            struct stat* status);
 
 /// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an
 /// errno. A file system without locks counts as granted.
-int QvTakeShareLock(int descriptor, qvShareMode share);
+QVSTD_API int QvTakeShareLock(int descriptor, qvShareMode share);
 
 /// The part of a path that leads to its folder, with its "/"; "" for a name alone.
-std::string QvFolderPart(const std::string& path);
+QVSTD_API std::string QvFolderPart(const std::string& path);
 
 /// A descriptor with which QvSyncName can bring the name `path` to the disk: of its folder, or of
 /// `file`, an open file in it, where the folder may not be read. Invalid with errno on failure.
@@ -71,4 +73,4 @@ TQvDescriptor QvOpenForSync(const std::string& path, int file);
 /// False with errno.
 bool QvSyncName(int folderOrFile);
 /// Both steps.
-bool QvSyncFolderOf(const std::string& path, int file);
+QVSTD_API bool QvSyncFolderOf(const std::string& path, int file);

@@ -57,3 +57,4 @@ void AddXIniCommands(CLI::App& app, THost& host);
 void AddSetupCommand(CLI::App& app, THost& host);
 void AddProfileCommands(CLI::App& app, THost& host);
 void AddIdCommands(CLI::App& app, THost& host);
+void AddJournalCommand(CLI::App& app, THost& host);

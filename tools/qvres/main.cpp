@@ -10,7 +10,6 @@
 
 #include "BreakSignal.h"
 #include "Commands.h"
-#include "JournalExec.h"
 
 namespace
 {
@@ -106,21 +105,6 @@ void FlushAfterFailure(TOutput& out)
     } catch (const std::exception&) {
         // The first failure is the one to tell.
     }
-}
-
-/// The journal is no part of the exported interface: another program works on it.
-void AddJournalCommand(CLI::App& app, THost& host)
-{
-    CLI::App* const journal =
-        AddCommand(app, "journal", "Work on the journal of a resource storage",
-                   "  qvres journal load /srv/storage\n"
-                   "  qvres journal add /srv/storage /Data/a.txt\n");
-    AddJournalOperations(*journal, [&host](TJournalCall call) {
-        call.Json = host.Json;
-        call.VarFolder = host.Session.VarFolder;
-        BreakSignal::Remove(); // nobody would look at the flag any more
-        ExecJournal(call);
-    });
 }
 } // namespace
 

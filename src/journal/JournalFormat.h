@@ -10,6 +10,8 @@
 inline constexpr char kJournalFileName[] = "$QvStorage.list";
 inline constexpr char kStorageXIniFileName[] = "$QvStorage.x-ini";
 inline constexpr char kStorageContentName[] = "content";
+/// What a repair has replaced.
+inline constexpr char kDamagedJournalSuffix[] = ".damaged";
 /// Put behind the folder as it is. The backslash is part of the file's name: the lock lies beside
 /// the folder and is named after it, and every user of a storage has to look for it there.
 inline constexpr char kStorageLockSuffix[] = "\\$QvStorage.lock";

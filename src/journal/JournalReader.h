@@ -19,12 +19,14 @@ enum class TJournalState
 {
     /// Every line that was read is sealed by a checkpoint that matches.
     Whole,
-    /// The last lines have no checkpoint: an append or a rewrite was broken off.
+    /// The last lines have no checkpoint: an append ended early.
     TornTail,
     /// A checkpoint does not match the block before it. Nothing behind it was looked at.
     Damaged,
     /// No signature where it has to stand, or an empty file. Nothing was looked at.
     BadSignature,
+    /// There is no journal. Answered by callers that open it.
+    Missing,
     /// The source failed. What was read before may be whole and yet half of the journal.
     Unreadable,
 };
@@ -37,18 +39,20 @@ struct TJournalReading
     /// Bytes from the start of the file that are sealed; the block that is torn or damaged begins
     /// here.
     std::size_t SealedBytes = 0;
+    /// Entries that the sealed bytes give; 0 when nothing was replayed.
+    std::size_t SealedRecords = 0;
     /// Bytes behind the last line feed. They are no line, are never read, and do not count for
     /// State.
     std::size_t UnreadBytes = 0;
 };
 
-/// Copies up to `count` next bytes of a journal to `buffer`: how many there were, none at its end,
-/// or TQvStream::invalid_value after a failure.
+/// Copies up to `count` next bytes of a journal to `buffer`: how many, 0 only at its end, or
+/// TQvStream::invalid_value after a failure.
 using TJournalSource = std::function<std::size_t(char* buffer, std::size_t count)>;
 
 /// Replays a journal into `entries`, line by line; null only checks. Lines are applied before the
 /// checkpoint that seals them is seen, so unless the answer is Whole, `entries` holds lines that
-/// nothing vouches for.
+/// no checkpoint seals.
 TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entries);
 TJournalReading ReadJournal(std::string_view bytes, TJournalEntries* entries);
 

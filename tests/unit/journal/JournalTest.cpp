@@ -1,18 +1,15 @@
-#include "StorageFixture.h"
+#include "JournalFixture.h"
 
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
-#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "QvConfig/Config.h"
 #include "QvStd/Clock.h"
 #include "QvStd/FileStream.h"
-#include "QvStd/Log.h"
 #include "support/ChildProcess.h"
 
 namespace
@@ -23,16 +20,15 @@ using TLines = std::vector<std::string>;
 TLines LogOf(const TLogCapture& log)
 {
     TLines lines;
-    for (const TLogCapture::TEntry& entry : log.Entries) {
-        EXPECT_EQ(entry.Kind, TQvLogKind::Info);
+    for (const TLogCapture::TEntry& entry : log.Entries)
         lines.push_back(entry.Text + " [" + std::to_string(entry.Level) + "]");
-    }
     return lines;
 }
 
 const std::string kEmpty = Sealed(kJournalHead);
 const std::string kTwoBlocks = Sealed(kJournalHead + "/A?a\r\n") + Sealed("/B?b\r\n");
-const std::string kCannotHold = "(): Storage (%1%) cannot hold the id (%2%) [5]";
+const std::string kCannotHold = "(): Storage (%1%) cannot hold the id (%2%) [";
+const std::string kNotRead = "TResStorage::DoLoadDir(): Storage (%1%) dir open failure [3]";
 
 TEST_F(TStorageTest, AppendsAndRewritesTheseBytes)
 {
@@ -105,20 +101,38 @@ TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
     EXPECT_NE(Journal().substr(0, 11), saved.substr(0, 11)) << "no two rewrites are alike";
 }
 
-TEST_F(TStorageTest, AFailedReadIsNoEndOfTheJournal)
+TEST_F(TStorageTest, WhatCannotBeReadIsNeitherShorterNorBroken)
 {
     std::string journal = kTwoBlocks;
-    const auto fails = [&](char* buffer, std::size_t count) {
-        const std::size_t got = journal.copy(buffer, count);
+    const auto byteByByte = [&](char* buffer, std::size_t) {
+        const std::size_t got = journal.copy(buffer, 1);
         journal.erase(0, got);
+        return got;
+    };
+    EXPECT_EQ(ReadJournal(byteByByte, nullptr).State, TJournalState::Whole);
+    journal = kTwoBlocks;
+    const auto fails = [&](char* buffer, std::size_t count) {
+        const std::size_t got = byteByByte(buffer, count);
         return got != 0 ? got : TQvStream::invalid_value;
     };
     EXPECT_EQ(ReadJournal(fails, nullptr).State, TJournalState::Unreadable);
 
-    ASSERT_EQ(symlink("/proc/self/mem", File().c_str()), 0); // opens, but has no byte 0
-    TLogCapture log;
-    EXPECT_FALSE(Storage.DoLoadDir());
-    EXPECT_EQ(LogOf(log), TLines{"TResStorage::DoLoadDir(): Storage (%1%) dir open failure [3]"});
+    WriteContent("content");
+    const std::pair<const char*, int> kLinks[] = {{"/proc/self/mem", EIO}, // has no byte 0
+                                                  {"$QvStorage.list", ELOOP},
+                                                  {"volume-that-is-not-there", ENOENT},
+                                                  {"content", EISDIR}};
+    for (const auto& [target, error] : kLinks) {
+        ASSERT_EQ(symlink(target, File().c_str()), 0);
+        TLogCapture log;
+        EXPECT_FALSE(Storage.LoadDir());
+        EXPECT_FALSE(Storage.MergeDir());
+        EXPECT_EQ(Storage.Failure().Error(), error);
+        EXPECT_TRUE(Storage.DirChanged());
+        EXPECT_EQ(LogOf(log), (TLines{kNotRead, kNotRead})) << error;
+        EXPECT_EQ(NamesIn(Temp / "s"), (TLines{"$QvStorage.list", "content"}));
+        std::filesystem::remove(File());
+    }
 }
 
 TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
@@ -132,26 +146,37 @@ TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
     ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
     EXPECT_FALSE(Storage.DirChanged()) << "own append";
     EXPECT_TRUE(other.DirChanged()) << "another's append";
-    EXPECT_EQ(Storage.DirSize(), Journal().size());
+    ASSERT_TRUE(other.AddResourceRecord("/b", false));
+    EXPECT_TRUE(other.DirChanged()) << "its own append does not hide that of the other";
+    ASSERT_TRUE(other.LoadDir());
+    EXPECT_FALSE(other.DirChanged());
+    EXPECT_EQ(other.DirSize(), Journal().size());
     const timespec times[] = {{0, UTIME_OMIT}, {1, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, File().c_str(), times, 0), 0);
-    EXPECT_TRUE(Storage.DirChanged()) << "same size, another time";
+    EXPECT_TRUE(other.DirChanged()) << "same size, another time";
 }
 
 TEST_F(TStorageTest, RewritesAboveTheThreshold)
 {
-    Configure("StDirChangeCount2Merge=2\n");
+    Storage.Settings.ChangeCount2Merge = 2;
     WriteJournal(kTwoBlocks);
     EXPECT_TRUE(Storage.DoLoadDir());
     EXPECT_EQ(Journal(), kTwoBlocks);
+    Temp.Write("s/.$QvStorage.list.new", "left by a killed rewrite");
     WriteJournal(kTwoBlocks + Sealed("-A\r\n"));
+    ASSERT_EQ(chmod(File().c_str(), 0640), 0);
+    std::filesystem::rename(File(), Temp / "elsewhere");
+    std::filesystem::create_symlink("../elsewhere", File());
     EXPECT_TRUE(Storage.DoLoadDir());
     EXPECT_EQ(Journal(), Sealed(Journal().substr(0, 20) + "/B?b\r\n"));
     EXPECT_EQ(Storage.DirSize(), Journal().size());
     EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/B", "b"}}));
+    EXPECT_TRUE(std::filesystem::is_symlink(File()));
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(Temp / "elsewhere").permissions()), 0640);
+    EXPECT_EQ(Storage.DoLoadDir() && !Storage.DirChanged(), true);
 }
 
-TEST_F(TStorageTest, RebuildsFromTheContentFolder)
+TEST_F(TStorageTest, RebuildsFromTheContentFolderAndKeepsWhatItReplaces)
 {
     for (const char* name : {"a.txt", "Sub/b.txt", "Sub/c.MeTa", ".META", "meta", "back\\Slash",
                              "evil?name", "evil\nfolder/x"})
@@ -159,50 +184,70 @@ TEST_F(TStorageTest, RebuildsFromTheContentFolder)
     Temp.MakeFolder("s/content/Empty");
     Temp.MakeFolder("elsewhere/inner");
     std::filesystem::create_symlink("../../elsewhere", Temp / "s/content/Link");
-    ASSERT_TRUE(Storage.AddResourceRecord("/lost", false)) << "as the first line of a journal";
-    TLogCapture log;
-    ASSERT_TRUE(Storage.LoadDir());
     const TJournalEntries expected = {{"/A.TXT", "/a.txt"},        {"/BACK/SLASH", "Slash"},
                                       {"/EMPTY/", "/Empty"},       {"/LINK/", "/Link"},
                                       {"/META", "/meta"},          {"/SUB/", "/Sub"},
                                       {"/SUB/B.TXT", "/Sub/b.txt"}};
-    EXPECT_EQ(Storage.Dir(), expected);
-    EXPECT_EQ(LogOf(log), TLines(3, "TResStorage::RecreateDir" + kCannotHold));
-    EXPECT_STREQ(log.Entries.back().Shown.c_str(),
-                 "TResStorage::RecreateDir(): Storage (S) cannot hold the id (/evil?name)");
+    const struct
+    {
+        std::string Journal;
+        std::string Finding;
+    } kRows[] = {{Sealed("/LOST?lost\r\n"),
+                  "bad signature) and rebuilt from its content: 0 records were "
+                  "sealed in 0"},
+                 {Sealed(kJournalHead + "/1?1\r\n/2?2\r\n") + Sealed("-1\r\n") + "/3?3\r\n",
+                  "torn tail) and rebuilt from its content: 1 records were sealed in 58"},
+                 {Sealed(kJournalHead + "/1?1\r\n") + "*1\r\n",
+                  "damage at byte 37) and rebuilt from its content: 1 records were sealed in 37"}};
+    for (const auto& row : kRows) {
+        WriteJournal(row.Journal);
+        TLogCapture log;
+        ASSERT_TRUE(Storage.LoadDir());
+        EXPECT_EQ(Storage.Dir(), expected);
+        EXPECT_EQ(ReadFile(Damaged()), row.Journal) << "an older one is replaced";
+        ASSERT_EQ(log.Entries.size(), 4u);
+        EXPECT_EQ(LogOf(log).front(), "TResStorage::RecreateDir" + kCannotHold + "6]");
+        EXPECT_EQ(log.Entries[3].Kind, TQvLogKind::Warning);
+        EXPECT_EQ(log.Entries[3].Shown,
+                  "TResStorage::LoadDir(): Storage (S) was broken (" + row.Finding +
+                      " bytes, 7 are there now; the old journal is kept as " + Damaged());
+    }
+    WriteJournal("");
+    ASSERT_TRUE(Storage.LoadDir());
+    EXPECT_EQ(ReadFile(Damaged()), kRows[2].Journal) << "an empty journal is not worth keeping";
 }
 
 TEST_F(TStorageTest, LeavesTheJournalWhenTheContentCannotBeRead)
 {
-    Temp.Write("s/content", "a file");
     const std::string torn = Sealed(kJournalHead + "/A?a\r\n") + "/B?b\r\n";
     WriteJournal(torn);
-    EXPECT_FALSE(Storage.LoadDir());
-    TLogCapture log;
-    EXPECT_FALSE(Storage.RecreateDir());
-    EXPECT_NE(log.Entries.at(0).Shown.find("Not a directory"), std::string::npos);
-    EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
-    EXPECT_TRUE(Storage.MergeDir()) << "does not tell what its parts answered";
-    std::filesystem::remove(Temp / "s/content");
-    std::filesystem::create_symlink("volume-that-is-not-there", Temp / "s/content");
-    EXPECT_FALSE(Storage.RecreateDir());
-    std::filesystem::remove(Temp / "s/content");
-    std::filesystem::create_symlink("content", Temp / "s/content");
-    EXPECT_FALSE(Storage.RecreateDir());
-    EXPECT_NE(log.Entries.back().Shown.find("Too many levels"), std::string::npos);
+    for (const auto& [target, error] :
+         {std::pair("$QvStorage.list", ENOTDIR), std::pair("volume-that-is-not-there", ENOENT),
+          std::pair("content", ELOOP)}) {
+        std::filesystem::remove(Temp / "s/content");
+        std::filesystem::create_symlink(target, Temp / "s/content");
+        TLogCapture log;
+        EXPECT_FALSE(Storage.LoadDir());
+        EXPECT_FALSE(Storage.MergeDir());
+        EXPECT_FALSE(Storage.RecreateDir());
+        EXPECT_NE(log.Entries.at(0).Shown.find(QvErrorText(error)), std::string::npos);
+        EXPECT_EQ(Storage.Failure().Error(), error);
+        EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
+    }
     EXPECT_EQ(Journal(), torn);
+    EXPECT_FALSE(Exists(Damaged()));
 }
 
 TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
 {
     ASSERT_TRUE(Storage.LoadDir());
     const std::string before = Journal();
-    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F", "/ a"}) {
+    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F", "/ a", "/", "/a/"}) {
         TLogCapture log;
         EXPECT_FALSE(Storage.AddResourceRecord(id, false)) << id;
         EXPECT_FALSE(Storage.DeleteResourceRecord(id, true)) << id;
-        EXPECT_EQ(LogOf(log), (TLines{"TResStorage::AddResourceRecord" + kCannotHold,
-                                      "TResStorage::DeleteResourceRecord" + kCannotHold}));
+        EXPECT_EQ(LogOf(log), (TLines{"TResStorage::AddResourceRecord" + kCannotHold + "5]",
+                                      "TResStorage::DeleteResourceRecord" + kCannotHold + "5]"}));
     }
     EXPECT_FALSE(Storage.AddResourceRecord("/a ", true));
     EXPECT_FALSE(Storage.DeleteResourceRecord("/a ", false));
@@ -211,18 +256,19 @@ TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
     EXPECT_EQ(Journal(), before + Sealed("-A /\r\n"));
 }
 
-TEST_F(TStorageTest, LockLiesBesideTheFolder)
+TEST_F(TStorageTest, LockLiesBesideTheFolderAndWantsAnOwner)
 {
     ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
     EXPECT_EQ(NamesIn(Temp.Path()), (TLines{"s", "s\\$QvStorage.lock"}));
     EXPECT_EQ(NamesIn(Temp / "s"), TLines{"$QvStorage.list"});
-    const std::string note = ReadFile(Lock());
-    EXPECT_NE(note.find("owner=" + pQvConfigData->getComputerName() + " "), std::string::npos);
     EXPECT_EQ(Storage.XIniFile().toSysStr(), Temp / "s/$QvStorage.x-ini");
-
-    Deinit_QvServices();
-    EXPECT_THROW(Storage.LoadDir(), std::runtime_error);
-    Init_QvServices();
+    Storage.Settings.Owner.reset();
+    try {
+        Storage.LoadDir();
+        ADD_FAILURE();
+    } catch (const std::runtime_error& unknown) {
+        EXPECT_STREQ(unknown.what(), "@QvConfigData is not initialized");
+    }
 }
 
 struct TOperation
@@ -248,30 +294,25 @@ const TOperation kOperations[] = {
     {"DeleteResourceRecord",
      [](auto& storage, auto& lock) { return storage.DeleteResourceRecord("/a", false, lock); },
      kNotWritten},
+    {"CutTornTail", &TResStorage::CutTornTail, kNotWritten},
     {"MergeDir", &TResStorage::MergeDir, ""},
 };
 
-TEST_F(TStorageTest, LogsThatItIsLocked)
+TEST_F(TStorageTest, LogsThatItIsLockedOrBusyAndGivesUp)
 {
-    Configure("StDirLockTimeout=20\n");
     WriteJournal(kTwoBlocks);
-    const auto lock = TStorageLocker::VCreate(Storage, true);
+    Storage.Settings.LockTimeout = 20;
+    auto lock = TStorageLocker::VCreate(Storage, true);
     for (const TOperation& operation : kOperations) {
         TLogCapture log;
-        TResStorage other = Another();
-        EXPECT_FALSE(operation.Run(other, {})) << operation.Name;
+        EXPECT_FALSE(operation.Run(Storage, {})) << operation.Name;
+        EXPECT_EQ(Storage.Failure().Error(), EAGAIN);
         EXPECT_EQ(LogOf(log), TLines{operation.Prefix() + kNotLocked});
         EXPECT_EQ(log.Entries.at(0).Shown, operation.Prefix() + "error locking storage (S)");
     }
-    EXPECT_EQ(Journal(), kTwoBlocks);
-}
-
-TEST_F(TStorageTest, LogsThatTheJournalIsBusyAndGivesUp)
-{
-    Configure("StDirLockTimeout=150\n");
-    WriteJournal(kEmpty);
+    lock.reset();
+    Storage.Settings.LockTimeout = 150;
     const TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-    ASSERT_TRUE(static_cast<bool>(busy));
     for (const TOperation& operation : kOperations) {
         if (operation.NotOpened.empty())
             continue;
@@ -282,59 +323,18 @@ TEST_F(TStorageTest, LogsThatTheJournalIsBusyAndGivesUp)
         EXPECT_EQ(LogOf(log), (TLines{operation.Prefix() + "Storage (%1%) dir busy, retrying [3]",
                                       operation.Prefix() + operation.NotOpened}));
     }
-}
-
-TEST_F(TStorageTest, WaitsForABusyJournal)
-{
-    for (const TOperation& operation : kOperations) {
-        WriteJournal(Sealed(kJournalHead + std::string(300, ';') + "\r\n"));
-        TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-        std::thread release([&busy] {
-            QvSleep(50);
-            busy.Close();
-        });
-        EXPECT_TRUE(operation.Run(Storage, {})) << operation.Name;
-        release.join();
-        // Above all after a rewrite: its retry does not truncate, so it has to cut the old end.
-        EXPECT_TRUE(Storage.DoLoadDir()) << operation.Name;
-        EXPECT_EQ(ReadJournal(Journal(), nullptr).UnreadBytes, 0u) << operation.Name;
-    }
-}
-
-TEST_F(TStorageTest, RebuildsAJournalThatWasBusyForTooLong)
-{
-    Configure("StDirLockTimeout=20\n");
-    WriteJournal(kTwoBlocks);
-    TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-    QvSetLogSink([&busy](TQvLogKind, const TQvMessage& message, int) {
-        if (message.text().find("SaveDir") != std::string::npos)
-            busy.Close();
-    });
-    EXPECT_TRUE(Storage.LoadDir());
-    QvSetLogSink(nullptr);
-    EXPECT_TRUE(Storage.Dir().empty()) << "why loading failed makes no difference";
-}
-
-TEST_F(TStorageTest, DoesNotRetryOtherErrors)
-{
-    Temp.MakeFolder("s/$QvStorage.list");
-    TLogCapture log;
-    EXPECT_FALSE(Storage.DoLoadDir());
-    EXPECT_FALSE(Storage.AddResourceRecord("/a", false));
-    EXPECT_FALSE(Storage.SaveDir());
-    EXPECT_EQ(LogOf(log), (TLines{"TResStorage::AddResourceRecord(): " + kNotWritten,
-                                  "TResStorage::SaveDir(): " + kNotWritten}));
+    EXPECT_EQ(Journal(), kTwoBlocks);
 }
 
 TEST_F(TStorageTest, WorksUnderAGivenLock)
 {
-    Configure("StDirLockTimeout=20\nStDirChangeCount2Merge=1\n");
+    Storage.Settings = {20, 1, "PC"};
     for (const TOperation& operation : kOperations) {
         auto holder = TStorageLocker::VCreate(Storage, true);
         auto refused = TStorageLocker::VCreate(Storage, false);
         holder.reset();
         EXPECT_EQ(operation.Run(Storage, refused), !operation.Reads)
-            << operation.Name << ": only who writes asks once more";
+            << operation.Name << ": only a writer tries once more";
         refused.reset();
         // A rewrite that loading wants goes under the same lock, so few blocks for the readers.
         WriteJournal(operation.Reads ? kEmpty : kTwoBlocks);
@@ -346,84 +346,54 @@ TEST_F(TStorageTest, WorksUnderAGivenLock)
     }
 }
 
-TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShare)
+TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShareOrThatWasReplaced)
 {
-    Configure("StDirLockTimeout=20\nStDirChangeCount2Merge=1\n");
+    Storage.Settings = {20, 1, "PC"};
     WriteJournal(kTwoBlocks);
-    const auto reader = TStorageLocker::VCreate(Storage, false);
+    auto reader = TStorageLocker::VCreate(Storage, false);
     const auto shared = TStorageLocker::VCreate(Storage, false);
-    for (const TOperation& operation : kOperations) {
-        TLogCapture log;
-        EXPECT_EQ(operation.Run(Storage, shared), operation.Reads) << operation.Name;
-        const std::string refused =
-            operation.Reads ? "TResStorage::SaveDir(): " : operation.Prefix();
-        EXPECT_EQ(LogOf(log), TLines{refused + kNotLocked});
-        EXPECT_TRUE(*shared) << operation.Name << ": the shared hold stays";
+    for (const bool isShared : {true, false}) {
+        if (!isShared) {
+            reader.reset();
+            unlink(Lock().c_str());
+        }
+        for (const TOperation& operation : kOperations) {
+            TLogCapture log;
+            EXPECT_EQ(operation.Run(Storage, shared), operation.Reads) << operation.Name;
+            const std::string refused =
+                operation.Reads ? "TResStorage::SaveDir(): " : operation.Prefix();
+            EXPECT_EQ(LogOf(log), TLines{refused + kNotLocked});
+            EXPECT_TRUE(*shared && !shared->IsExclusive()) << operation.Name;
+        }
     }
+    // An exclusive lock that was replaced later: an append is repeated under a new one.
+    const auto exclusive = TStorageLocker::VCreate(Storage, true);
+    unlink(Lock().c_str());
+    EXPECT_TRUE(Storage.DoLoadDir(exclusive));
+    EXPECT_FALSE(Storage.SaveDir(exclusive));
+    EXPECT_EQ(Storage.Failure().Error(), ESTALE);
     EXPECT_EQ(Journal(), kTwoBlocks);
+    EXPECT_TRUE(Storage.AddResourceRecord("/c", false, exclusive));
+    EXPECT_TRUE(exclusive->IsAtPath() && exclusive->IsExclusive());
+    EXPECT_EQ(Journal(), kTwoBlocks + Sealed("/C?c\r\n") + Sealed("/C?c\r\n"));
 }
 
-TEST_F(TStorageTest, WaitsForNobodyUnderAGivenLockThatOthersShare)
+TEST_F(TStorageTest, DoesNotWaitWherePermissionsAreMissing)
 {
-    const auto other = TStorageLocker::VCreate(Storage, false);
-    Configure("StDirLockTimeout=200\nStDirChangeCount2Merge=1\n");
-    WriteJournal(kTwoBlocks);
-    auto given = TStorageLocker::VCreate(Storage, false);
-    std::thread upgrade([&other] { EXPECT_TRUE(other->Relock(true)); });
-    ASSERT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), false, "", 0); }));
-    EXPECT_TRUE(Storage.DoLoadDir(given));
-    EXPECT_EQ(given->getError(), -EAGAIN)
-        << "a request that waits would be refused as a second one";
-    WriteJournal("torn");
-    TLogCapture log;
-    EXPECT_FALSE(Storage.LoadDir(given));
-    EXPECT_EQ(LogOf(log), TLines{"TResStorage::RecreateDir(): " + kNotLocked});
-    given.reset();
-    upgrade.join();
-}
-
-TEST_F(TStorageTest, RepairsWhatTheOneItSteppedAsideForDidNot)
-{
-    WriteContent("a");
-    WriteJournal(kTwoBlocks + "/C?c\r\n");
-    TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
-    std::thread loader([this] { EXPECT_TRUE(Storage.LoadDir()); });
-    ASSERT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), true, "", 0); }));
-    {
-        const auto other = TStorageLocker::VCreate(Another(), false);
-        std::thread release([this, &busy] {
-            EXPECT_TRUE(WaitUntil([this] { return !TQvLockFile(Lock(), false, "", 0); }));
-            busy.Close();
-        });
-        EXPECT_TRUE(other->Relock(true)) << "the loader, which shared it, stepped aside";
-        release.join();
-    } // ends without a repair
-    loader.join();
-    EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/A", "/a"}}));
-}
-
-TEST_F(TStorageTest, WaitsForNoJournalThatPermissionsKeepAway)
-{
-    Configure("StDirChangeCount2Merge=1\n");
     WriteJournal(kTwoBlocks);
     ASSERT_EQ(chmod(File().c_str(), 0444), 0);
-    for (const char* folder : {"", "s", "s/content"})
-        ASSERT_EQ(chmod(Temp.MakeFolder(folder).c_str(), 0777), 0);
-    EXPECT_TRUE(PassesInChild([this] {
-        ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may do everything";
-        TLogCapture log;
-        EXPECT_TRUE(Storage.DoLoadDir()) << "not shortened";
-        EXPECT_EQ(LogOf(log), TLines{"TResStorage::SaveDir(): " + kNotWritten});
-    }));
-    ASSERT_EQ(chmod((Temp / "s").c_str(), 0), 0);
-    EXPECT_TRUE(PassesInChild([this] {
-        ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0);
-        TLogCapture log;
-        EXPECT_FALSE(Storage.DoLoadDir());
-        EXPECT_FALSE(Storage.RecreateDir());
-        ASSERT_EQ(log.Entries.size(), 1u) << "a journal that is not seen is missing";
-        EXPECT_NE(log.Entries[0].Shown.find("Permission denied"), std::string::npos);
-    }));
+    for (const int mode : {0777, 0}) {
+        for (const char* folder : {"", "s", "s/content"})
+            ASSERT_EQ(chmod(Temp.MakeFolder(folder).c_str(), folder[0] == '\0' ? 0777 : mode), 0);
+        EXPECT_TRUE(PassesInChild([this, mode] {
+            ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may do everything";
+            TLogCapture log;
+            EXPECT_FALSE(Storage.AddResourceRecord("/a", false));
+            EXPECT_EQ(Storage.LoadDir(), mode != 0) << "what cannot be seen is not missing";
+            EXPECT_EQ(LogOf(log).front(), "TResStorage::AddResourceRecord(): " + kNotWritten);
+            EXPECT_EQ(log.Entries.size(), mode != 0 ? 1u : 2u);
+        }));
+    }
     ASSERT_EQ(chmod((Temp / "s").c_str(), 0700), 0);
 }
 } // namespace

@@ -1,4 +1,4 @@
-#include "storage/JournalReader.h"
+#include "journal/JournalReader.h"
 
 #include <charconv>
 #include <cstring>
@@ -7,7 +7,7 @@
 #include <zlib.h>
 
 #include "QvStd/Strings.h"
-#include "storage/JournalFormat.h"
+#include "journal/JournalFormat.h"
 
 namespace
 {
@@ -120,6 +120,7 @@ private:
         m_block = line.data() + line.size();
         m_checksum = 0;
         ++Reading.Checkpoints;
+        Reading.SealedRecords = m_entries != nullptr ? m_entries->size() : 0;
         Reading.SealedBytes = m_taken + static_cast<std::size_t>(m_block - piece);
         return true;
     }
@@ -153,10 +154,13 @@ private:
     std::size_t m_size = kFirst;
 };
 
+/// Where the signature ends.
+constexpr std::size_t kHeadSize = kSignatureOffset + std::string_view(StorageSgn).size();
+
 bool HasSignature(std::string_view start)
 {
     const std::string_view signature = StorageSgn;
-    return start.size() >= kSignatureOffset &&
+    return start.size() >= kHeadSize &&
            start.compare(kSignatureOffset, signature.size(), signature) == 0;
 }
 } // namespace
@@ -174,14 +178,21 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
     // was just read is still in the processor's cache.
     TBuffer buffer;
     TJournalParser parser(entries);
-    std::size_t held = 0; // bytes of a line that is not there whole
-    for (bool first = true;; first = false) {
+    std::size_t held = 0; // bytes of a line, or of the head, that is not there whole
+    for (bool hasHead = false;;) {
         const std::size_t got = source(buffer.Data() + held, buffer.Size() - held);
         if (got == TQvStream::invalid_value)
             return {TJournalState::Unreadable};
         const std::string_view piece(buffer.Data(), held + got);
-        if (first && !HasSignature(piece))
-            return {};
+        if (!hasHead) {
+            if (piece.size() < kHeadSize && got != 0) {
+                held = piece.size(); // the source gives few bytes at a time
+                continue;
+            }
+            if (!HasSignature(piece))
+                return {};
+            hasHead = true;
+        }
         if (got == 0)
             break;
         const std::size_t taken = parser.Take(piece);
