@@ -1,0 +1,29 @@
+// What the command line does together with other things: fault_probe A B C sidecar SRC DST | label ID. The folders are mounted
+// at /A, /B and /C.
+#include <QvServices/QvServices.h>
+
+#include <cerrno>
+#include <iostream>
+#include <system_error>
+
+static bool Run(const std::string& operation, char** ids)
+{
+    if (operation == "sidecar")
+        return ResourceManager.CopyResourceMeta(ids[0], ids[1]);
+    TQvResourceLabel label;
+    return ComputeResResourceLabel(ids[0], &label, true) && WriteResResourceLabel(ids[0], label);
+}
+
+int main(int, char** arguments)
+{
+    try {
+        for (int i = 1; i <= 3; ++i)
+            ResourceManager.MountFileNodeE(std::string("/") + "ABC"[i - 1], arguments[i], false);
+        if (Run(arguments[4], arguments + 5))
+            return 0;
+        std::cerr << std::system_category().message(errno) << '\n';
+    } catch (const std::exception& failure) {
+        std::cerr << failure.what() << '\n';
+    }
+    return 1;
+}

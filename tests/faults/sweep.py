@@ -1,0 +1,352 @@
+#!/usr/bin/env python3
+"""The fault sweep: sweep.py QVRES PROBE [PART OF A ROW'S NAME].
+
+Each row of the table is one operation on a box: folders A and B on one file system, C and F on another, mounted at /A, /B and /C;
+/A/far is a link to F. The operation runs once without a fault. Its calls on files of the box say what can go wrong:
+- The process is killed before each call that changes files.
+- Each call fails once: with EIO, and with ENOSPC where it changes files.
+- The power goes after each call, in the run without a fault and in each run with a failed call (power_cuts.py).
+After each of them the box is compared with what was reported:
+- Exit status 0: everything is as the row says, and the output is that of the run without a fault.
+- A failure, with a message that names the cause: each file is as before or as after, whole; what is moved is not lost; no other
+  file is there. A second run without a fault succeeds.
+- A kill: the same, but hidden temporary files may be left.
+- A power cut: the same as a kill; behind exit status 0, what the row promises (TRow.promise).
+
+Exit status 77 where processes may not be traced or there are not two file systems.
+"""
+import collections
+import errno
+import multiprocessing
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+from power_cuts import FOLDER, Disk, File, snapshot
+from traces import Fault, may_trace, run
+
+QVRES, PROBE = sys.argv[1:3]
+BIG = bytes(range(256)) * 2500  # more than two blocks of a copy
+OLD_TIME, NEW_TIME = 1_600_000_000_123_456_789, 1_700_000_000_987_654_321
+SOURCE = File(b"the source " * 100, 0o640, NEW_TIME, 1234 if os.getuid() == 0 else os.getuid(), b"a note")
+META = File(b"; of the source\n[other]\n  key=value\n[/other]\n", 0o640, NEW_TIME)
+TARGET = File(b"the old target " * 200, 0o600, OLD_TIME)
+TARGET_META = File(b"[old]\n  target=1\n[/old]\n", 0o600, OLD_TIME)
+BYSTANDER = File(b"not part of it", 0o644, OLD_TIME)
+
+
+class Row:
+    """One operation. `files` and `after` map paths to files, `after` those alone that change (None: removed).
+
+    `between`: what else a file may be until the operation is done. `promise`: what a power cut behind exit status 0 leaves: "done",
+    "kept" (not everything, but whole and not lost) or None (targets may be damaged). `is_kept`: nothing that is moved is lost.
+    """
+
+    def __init__(self, name, command, files, after, promise=None, between=None, is_kept=lambda found: True, source=None):
+        self.name, self.command, self.promise, self.is_kept, self.source = name, command, promise, is_kept, source
+        self.files = {"A/bystander": BYSTANDER, "A/bystander.meta": BYSTANDER, **files}
+        self.after, self.between = after, between or {}
+
+    def problems(self, found, is_done, temporary_files=False, may_be_damaged=()):
+        allowed = {path: [self.old.get(path), *self.between.get(path, [])] for path in self.old.keys() | self.between.keys()}
+        for path, file in self.after.items():
+            allowed[path] = [file] if is_done else [file, *allowed.get(path, [None])]
+        for path in sorted(found.keys() | allowed.keys()):
+            if path in allowed and path not in may_be_damaged:
+                if not any(accepts(wanted, found.get(path)) for wanted in allowed[path]):
+                    yield "%s is %s" % (path, shown(found.get(path)))
+            elif path not in allowed and not (temporary_files and re.fullmatch(r"\..*\.tmp", os.path.basename(path))):
+                yield "left behind: " + path
+        if not self.is_kept(found):
+            yield "the source is lost"
+
+
+def accepts(wanted, found):
+    if wanted is None or found is None:
+        return wanted is found
+    is_equal = [value is None or (value(found[i]) if callable(value) else value == found[i]) for i, value in enumerate(wanted)]
+    return all(is_equal)
+
+
+def shown(file):
+    return "missing" if file is None else re.sub(r"data=b['\"](.{40}).*?['\"], mode", r"data=b'\1...', mode", str(file))
+
+
+def transfer(verb, source, target, has_meta, has_target, content=SOURCE):
+    """A copy or a move between two paths, as the command `verb` does it."""
+    is_move = verb == "mv"
+    new = content if is_move else content._replace(owner=None, note=None)
+    new_meta = META if is_move else META._replace(owner=None)
+    files = {source: content, **({source + ".meta": META} if has_meta else {}),
+             **({target: TARGET, target + ".meta": TARGET_META} if has_target else {})}
+    after = {target: new, **({target + ".meta": new_meta} if has_meta else {})}
+    if is_move:
+        after.update({source: None, **({source + ".meta": None} if has_meta else {})})
+    is_one_disk = target[0] in "AB"
+
+    def is_kept(found):
+        places = [(accepts(content, found.get(path)), not has_meta or accepts(META, found.get(path + ".meta")))
+                  for path in (source, target)]
+        # A rename leaves the content at one place and the sidecar at the other for a moment.
+        return all(map(any, zip(*places))) if is_one_disk else any(map(all, places))
+
+    name = "%s %s to %s%s%s%s" % (verb, source, target, ", sidecar" * has_meta, ", target" * has_target,
+                                  ", big" * (content is not SOURCE))
+    ids = ["/" + path.replace("F/", "A/far/") for path in (source, target)]
+    return Row(name, [QVRES, *MOUNTS, verb, *ids], files, after, "kept" if is_move else None, None,
+               is_kept if is_move else lambda found: True, source)
+
+
+def put(has_target):
+    files = {"B/new": SOURCE, **({"A/x": TARGET, "A/x.meta": TARGET_META} if has_target else {})}
+    after = {"A/x": File(SOURCE.data, 0o600 if has_target else 0o644)}
+    return Row("put" + ", target" * has_target, [QVRES, *MOUNTS, "put", "/A/x", "{B}/new"], files, after, "done")
+
+
+def sidecar(target, has_target):
+    files = {"A/x": SOURCE, "A/x.meta": META, target: TARGET, **({target + ".meta": TARGET_META} if has_target else {})}
+    return Row("sidecar to %s%s" % (target, ", target" * has_target), [PROBE, *BOX, "sidecar", "/A/x", "/" + target], files,
+               {target + ".meta": META._replace(owner=None)})
+
+
+def label(old):
+    stored = b"[resource_label]\n  size=%d\n  time=%d\n  crc=" % (len(SOURCE.data), NEW_TIME // 10**6)
+    others = old.data.split(b"[resource_label]")[0] if old else b""
+
+    def parses(data):
+        """With all that others keep in it, and with one label or none."""
+        return re.fullmatch(re.escape(others) + rb"(\[resource_label\]\n(  \w+=\d+\n){3}\[/resource_label\]\n)?", data) is not None
+
+    def is_new(data):
+        return parses(data) and stored in data
+
+    return Row("label" + (", %d bytes of sidecar" % len(old.data) if old else ""), [PROBE, *BOX, "label", "/A/x"],
+               {"A/x": SOURCE, **({"A/x.meta": old} if old else {})}, {"A/x.meta": File(is_new)}, "kept",
+               {"A/x.meta": [File(parses), *([] if old else [None])]})
+
+
+def marker(old):
+    files = {"A/x": SOURCE, **({"A/x.done": File(old, 0o644, OLD_TIME)} if old else {})}
+    # What is not "ok" to the byte reads as "fail".
+    return Row("marker" + ", target" * bool(old), [QVRES, *MOUNTS, "done", "/A/x", "ok"], files, {"A/x.done": File(b"ok")}, "done",
+               {"A/x.done": [File(lambda data: data != b"ok")]})
+
+
+def backup(folder, has_meta):
+    """The oldest of two backups makes room for the new one."""
+    stamp = time.strftime("%Y-%m-%d.%H-%M-%S", time.localtime(NEW_TIME // 10**9))
+    new, oldest, older = ("%s/x.%s.dat" % (folder, name) for name in (stamp, "2001-01-01.00-00-00", "2002-01-01.00-00-00"))
+    row = transfer("mv", "A/x.dat", new, has_meta, False)
+    files = {**row.files, oldest: TARGET, oldest + ".meta": TARGET_META, older: TARGET._replace(time=OLD_TIME + 10**9)}
+    mounts = MOUNTS if folder == "A/backup" else [*MOUNTS, "--mount", "/A/backup={C}"]
+    return Row("backup to %s%s" % (folder, ", sidecar" * has_meta), [QVRES, *mounts, "backup", "--keep", "2", "/A/x.dat"], files,
+               {**row.after, oldest: None, oldest + ".meta": None}, "kept", None, row.is_kept, "A/x.dat")
+
+
+def first_backup():
+    row = backup("A/backup", True)
+    files = {path: file for path, file in row.files.items() if not path.startswith("A/backup")}
+    after = {path: file for path, file in row.after.items() if file or path in files}
+    return Row("first backup", row.command, files, {**after, "A/backup": FOLDER}, "kept", None, row.is_kept, "A/x.dat")
+
+
+def mount():
+    profile = "V/Profiles/LocalProfile/profile.x-ini"
+    start, end = b"[profile]\n  remote=0\n", b"[/profile]\n"
+    entries = [b"  [mount]\n    node=%s\n    path=/%s\n  [/mount]\n" % pair for pair in ((b"/OLD", b"tmp"), (b"/NEW", b"usr"))]
+    files = {"V/policy.x-ini": File(b"profile=LocalProfile\n", 0o644, OLD_TIME),
+             "V/Profiles/profiles.x-ini": File(b"[profiles]\n  profile=LocalProfile\n[/profiles]\n", 0o644, OLD_TIME),
+             profile: File(start + entries[0] + end, 0o600, OLD_TIME)}
+
+    def has_both(data):
+        found = re.findall(rb"  \[mount\]\n.*?\[/mount\]\n", data, re.DOTALL)
+        return sorted(found) == sorted(entries) and data == start + b"".join(found) + end
+
+    return Row("mount", [QVRES, "--var", "{V}", "mount", "/NEW", "/usr"], files, {profile: File(has_both, 0o600)}, "done",
+               {path: [None, File(None)] for path in ("V/.lock", "V/Config", "V/Logs", "V/Tmp", "V/UserData")})
+
+
+BOX = ["{A}", "{B}", "{C}"]
+MOUNTS = [word for name in "ABC" for word in ("--mount", "/%s={%s}" % (name, name))]
+BOTH = (False, True)
+ROWS = [
+    *(transfer("cp", "A/x", target, has_meta, has_target) for target in ("A/y", "B/x", "C/x") for has_meta in BOTH
+      for has_target in BOTH),
+    *(transfer("mv", "A/x", target, has_meta, has_target) for target in ("A/y", "B/x", "C/x", "F/x") for has_meta in BOTH
+      for has_target in BOTH),
+    *(transfer(verb, "A/x", "C/x", False, True, SOURCE._replace(data=BIG)) for verb in ("cp", "mv")),
+    *(put(has_target) for has_target in BOTH),
+    *(sidecar(target, has_target) for target in ("A/y", "B/x", "C/x") for has_target in BOTH),
+    *(label(old) for old in (None, META, META._replace(data=META.data + b"[resource_label]\n  size=1234567890\n"
+      b"  time=1234567890123\n  crc=1234567890\n[/resource_label]\n"))),
+    *(marker(old) for old in (None, b"fail", b"ok")),
+    *(backup(folder, has_meta) for folder in ("A/backup", "C") for has_meta in BOTH), first_backup(),
+    mount(),
+]
+
+
+class Box:
+    """The folders of one run."""
+
+    def __init__(self, row):
+        self.row = row
+        self.roots = [tempfile.mkdtemp(prefix="faults-", dir=folder) for folder in FILE_SYSTEMS]
+        self.folders = {name: os.path.join(self.roots[name in "CF"], name) for name in "ABCFV"}
+        self.command = [word.format(**self.folders) for word in row.command]
+        for folder in self.folders.values():
+            os.mkdir(folder)
+        os.symlink(self.folders["F"], self.folders["A"] + "/far")
+        for path, file in row.files.items():
+            self.make(self.folders[path[0]] + path[1:], file)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        for root in self.roots:
+            shutil.rmtree(root)
+
+    @staticmethod
+    def make(path, file):
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        pathlib.Path(path).write_bytes(file.data)
+        os.chmod(path, file.mode)
+        if file.note:
+            os.setxattr(path, "user.note", file.note)
+        if file.owner:
+            os.chown(path, file.owner, -1)
+        os.utime(path, ns=(file.time, file.time))
+
+    def run(self, fault=None):
+        return run(self.command, self.roots[0] + ".trace", self.roots, fault, env=ENVIRONMENT)
+
+    def found(self):
+        return snapshot(self.roots)
+
+    def rerun(self):
+        return subprocess.run(self.command, env=ENVIRONMENT, capture_output=True, text=True, check=False,
+                              stdin=subprocess.DEVNULL)
+
+
+class Sweep:
+    """All faults of one row; `failures` says what was wrong."""
+
+    def __init__(self, row):
+        self.row, self.failures, self.runs, self.cuts = row, collections.Counter(), 0, 0
+        with Box(row) as box:
+            row.old = box.found()
+            self.clean, calls = box.run()
+            self.expect("no fault", [] if self.clean.returncode == 0 else ["it fails: " + self.clean.stderr.strip()])
+            self.expect("no fault", row.problems(box.found(), is_done=True))
+            self.check_model(box, calls)
+            self.cut_power("no fault", box, calls, self.clean)
+        for call in calls:
+            if call.changes_files():
+                self.kill(call)
+                self.fail(call, errno.ENOSPC)
+            if call.name != "close" or call.changes_files():
+                self.fail(call, errno.EIO)
+
+    def expect(self, fault, problems):
+        for problem in problems:
+            plain = re.sub(r"/[^\s\"<]*/faults-[^/]*/|AT_FDCWD<[^>]*>, ", "", "%s: %s" % (fault, problem))
+            self.failures[re.sub(r"\b[0-9a-f]{16}\b", "*", plain)] += 1
+
+    def check_model(self, box, calls):
+        disk = Disk(self.row.old, box.roots)
+        for call in calls:
+            disk.do(call)
+        found, model = box.found(), disk.files()
+        self.expect("model", ["%s is %s, should be %s" % (path, shown(model.get(path)), shown(found.get(path)))
+                              for path in found.keys() | model.keys() if not accepts(model.get(path), found.get(path))])
+
+    def kill(self, call):
+        self.runs += 1
+        with Box(self.row) as box:
+            done, _ = box.run(Fault(call.name, call.count, "signal=KILL"))
+            fault = f"killed before {call}"
+            self.expect(fault, [] if done.returncode == -9 else ["the kill did not hit"])
+            self.expect(fault, self.row.problems(box.found(), is_done=False, temporary_files=True))
+            self.run_again(fault, box)
+
+    def fail(self, call, error):
+        self.runs += 1
+        with Box(self.row) as box:
+            done, calls = box.run(Fault(call.name, call.count, "error=" + errno.errorcode[error]))
+            fault = f"{errno.errorcode[error]} at {call}"
+            self.expect(fault, [] if any("INJECTED" in c.line for c in calls) else ["the fault did not hit"])
+            self.expect(fault, self.report_problems(done, error))
+            self.expect(fault, self.row.problems(box.found(), is_done=done.returncode == 0))
+            self.cut_power(fault, box, calls, done)
+            if done.returncode != 0:
+                self.run_again(fault, box)
+
+    def report_problems(self, done, error):
+        if done.returncode == 0 and done.stdout != self.clean.stdout:
+            yield "exit 0, but the output is %r" % done.stdout
+        elif done.returncode not in (0, 1):
+            yield "exit %d" % done.returncode
+        elif done.returncode == 1 and os.strerror(error) not in done.stderr:
+            yield "no cause in %r" % done.stderr
+
+    def run_again(self, fault, box):
+        """Unless the operation was done, or its source is at its new place."""
+        before = box.found()
+        if any(self.row.problems(before, is_done=True, temporary_files=True)) and (self.row.source or "A") in before:
+            done = box.rerun()
+            self.expect(fault + ", then a second run", [done.stderr] if done.returncode else [])
+            self.expect(fault + ", then a second run", self.row.problems(box.found(), is_done=True, temporary_files=True))
+
+    def cut_power(self, fault, box, calls, done):
+        disk, row = Disk(self.row.old, box.roots), self.row
+        damaged = () if row.promise else row.after
+        for call in calls:
+            disk.do(call)
+            if call.changes_files():
+                for state in disk.states():
+                    self.cuts += 1
+                    self.expect(f"{fault}, power cut behind {call}", row.problems(state, False, True, damaged))
+        if done.returncode == 0 and row.promise == "done":
+            for state in disk.states():
+                self.expect(fault + ", power cut behind exit 0", row.problems(state, True, True))
+
+
+def sweep(number):
+    done = Sweep(ROWS[number])
+    return done.row.name, done.runs, done.cuts, done.failures
+
+
+def two_file_systems():
+    """A folder in memory and one on the disk; with a third file system there is no need of them."""
+    folders = ["/dev/shm", tempfile.gettempdir()]
+    return folders if all(map(os.path.isdir, folders)) and len({os.stat(folder).st_dev for folder in folders}) == 2 else None
+
+
+def main():
+    if not may_trace():
+        print("processes may not be traced here")
+        return 77
+    if not FILE_SYSTEMS:
+        print("/dev/shm and the folder of temporary files are one file system")
+        return 77
+    os.umask(0o022)
+    numbers = [i for i, row in enumerate(ROWS) if all(part in row.name for part in sys.argv[3:])]
+    failed = 0
+    with multiprocessing.Pool() as pool:
+        for name, runs, cuts, failures in pool.imap_unordered(sweep, numbers):
+            print("%s: %d faults, %d power cuts, %d failures" % (name, runs, cuts, len(failures)), flush=True)
+            for failure in failures:
+                print("  " + failure)
+            failed += len(failures)
+    return 1 if failed else 0
+
+
+FILE_SYSTEMS = two_file_systems()
+ENVIRONMENT = {"HOME": "/nonexistent", "PATH": os.environ["PATH"]}
+if __name__ == "__main__":
+    sys.exit(main())

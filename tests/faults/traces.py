@@ -1,0 +1,88 @@
+"""Runs a program under strace, with or without a fault, and reads what it called.
+
+A trace holds the calls on files below some folders (`roots`), in order. All strings are written as hexadecimal numbers, so that
+no byte of a name or of content can be taken for a part of strace's own notation.
+"""
+import os
+import pathlib
+import re
+import subprocess
+from typing import NamedTuple
+
+CHANGES = """openat open creat write writev pwrite64 pwritev copy_file_range sendfile splice ftruncate truncate fallocate
+    chmod fchmod fchmodat chown fchown lchown fchownat utimensat setxattr fsetxattr link linkat symlink symlinkat rename
+    renameat renameat2 unlink unlinkat rmdir mkdir mkdirat fsync fdatasync syncfs close ioctl""".split()
+LOOKS = """newfstatat stat lstat fstat statx access faccessat faccessat2 readlink readlinkat read pread64 lseek getdents64
+    getxattr fgetxattr listxattr flistxattr statfs fstatfs""".split()
+LINE = re.compile(r"^(\w+)\((.*)\) += (-?\d+|\?)")
+ARGUMENT = re.compile(r'\s*((?:"[^"]*"|\{[^}]*\}|\[[^\]]*\]|<[^>]*>|/\*.*?\*/|[^,"{\[<])+)')
+
+
+class Fault(NamedTuple):
+    """What strace does to the `count`-th call of that name: "signal=KILL" or "error=EIO"."""
+    name: str
+    count: int
+    effect: str
+
+
+class Call(NamedTuple):
+    name: str
+    count: int
+    arguments: list
+    result: int
+    line: str
+
+    def paths(self):
+        """The paths among the arguments, those that start at a descriptor of a folder made absolute."""
+        base = "/"
+        for argument in self.arguments:
+            if re.match(r"(AT_FDCWD|\d+)<", argument):
+                base = text(argument[argument.index("<"):])
+            elif argument.startswith('"'):
+                yield os.path.join(base, text(argument))
+
+    def changes_files(self):
+        if self.name in ("openat", "open"):
+            return re.search("O_WRONLY|O_RDWR|O_CREAT|O_TRUNC", self.line) is not None
+        return self.name in CHANGES and (self.name != "ioctl" or "FICLONE" in self.line)
+
+    def __str__(self):
+        shown = re.sub(r"(\\x[0-9a-f]{2})+", lambda found: text(found[0])[-80:], self.line)
+        return shown if len(shown) < 300 else shown[:200] + " ... " + shown[-60:]
+
+
+def bytes_of(argument):
+    return bytes.fromhex("".join(re.findall(r"\\x([0-9a-f]{2})", argument)))
+
+
+def text(argument):
+    return os.fsdecode(bytes_of(argument))
+
+
+def may_trace():
+    return subprocess.run(["strace", "-o", "/dev/null", "true"], stderr=subprocess.DEVNULL, check=False).returncode == 0
+
+
+def run(command, trace_file, roots, fault=None, **options):
+    """The ended process and its calls on files below `roots`."""
+    inject = ["-e", "inject=%s:%s:when=%d" % (fault.name, fault.effect, fault.count)] if fault else []
+    strace = ["strace", "-qq", "-y", "-xx", "-s", "10000000", "-e", "signal=none", "-e", "trace=" + ",".join(CHANGES + LOOKS)]
+    done = subprocess.run([*strace, *inject, "-o", trace_file, *command], capture_output=True, text=True, check=False,
+                          stdin=subprocess.DEVNULL, **options)
+    return done, read_trace(pathlib.Path(trace_file).read_text(), roots)
+
+
+def read_trace(trace, roots):
+    """Calls are counted from the start of the process, as strace counts them."""
+    wanted = [os.fsencode(str(root)).hex("/").replace("/", "\\x") for root in roots]
+    counts, calls = {}, []
+    for line in trace.splitlines():
+        found = LINE.match(line)
+        if not found:
+            continue
+        name = found[1]
+        counts[name] = counts.get(name, 0) + 1
+        if name in CHANGES + LOOKS and not re.match("[012]<", found[2]) and any(root in line for root in wanted):
+            result = int(found[3]) if found[3] != "?" else -1
+            calls.append(Call(name, counts[name], [a.strip() for a in ARGUMENT.findall(found[2])], result, line))
+    return calls
