@@ -97,12 +97,13 @@ class Disk:
                     yield {path: damaged if there[path] is inode else file for path, file in whole.items()}
 
     def do(self, call):
-        if call.result >= 0 and (call.changes_files() or call.name in ("openat", "open", "read", "lseek")):
+        if call.result >= 0 and (call.changes_files or call.name in ("openat", "open", "read", "lseek")):
             getattr(self, "do_" + re.sub("^f(?=ch|set|trunc)|at2?$|64$", "", call.name))(call)
 
     def path(self, path):
         """Relative to its root; None outside of the roots."""
-        path = os.path.join(os.path.realpath(os.path.dirname(path)), os.path.basename(path))
+        folder, name = os.path.split(path.rstrip("/"))
+        path = os.path.join(os.path.realpath(folder), name)
         return next((path[len(root) + 1:] for root in self.roots if path.startswith(root + "/")), None)
 
     def inode(self, call, argument=0):
@@ -202,7 +203,8 @@ class Disk:
 
     def do_rename(self, call):
         source, target = (self.path(path) for path in call.paths())
-        self.change_names({source: None, target: self.names[source]})
+        moved = {path: inode for path, inode in self.names.items() if path == source or path.startswith(source + "/")}
+        self.change_names({**dict.fromkeys(moved), **{target + path[len(source):]: inode for path, inode in moved.items()}})
 
     def do_unlink(self, call):
         self.change_names({self.path(next(call.paths())): None})

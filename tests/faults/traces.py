@@ -3,6 +3,7 @@
 A trace holds the calls on files below some folders (`roots`), in order. All strings are written as hexadecimal numbers, so that
 no byte of a name or of content can be taken for a part of strace's own notation.
 """
+import collections
 import os
 import pathlib
 import re
@@ -30,6 +31,7 @@ class Call(NamedTuple):
     count: int
     arguments: list
     result: int
+    changes_files: bool
     line: str
 
     def paths(self):
@@ -41,14 +43,8 @@ class Call(NamedTuple):
             elif argument.startswith('"'):
                 yield os.path.join(base, text(argument))
 
-    def changes_files(self):
-        if self.name in ("openat", "open"):
-            return re.search("O_WRONLY|O_RDWR|O_CREAT|O_TRUNC", self.line) is not None
-        return self.name in CHANGES and (self.name != "ioctl" or "FICLONE" in self.line)
-
     def __str__(self):
-        shown = re.sub(r"(\\x[0-9a-f]{2})+", lambda found: text(found[0])[-80:], self.line)
-        return shown if len(shown) < 300 else shown[:200] + " ... " + shown[-60:]
+        return re.sub(r"(\\x[0-9a-f]{2})+", lambda found: text(found[0])[-80:], self.line)
 
 
 def bytes_of(argument):
@@ -75,14 +71,27 @@ def run(command, trace_file, roots, fault=None, **options):
 def read_trace(trace, roots):
     """Calls are counted from the start of the process, as strace counts them."""
     wanted = [os.fsencode(str(root)).hex("/").replace("/", "\\x") for root in roots]
-    counts, calls = {}, []
+    counts, calls, written = collections.Counter(), [], set()
     for line in trace.splitlines():
         found = LINE.match(line)
         if not found:
             continue
-        name = found[1]
-        counts[name] = counts.get(name, 0) + 1
-        if name in CHANGES + LOOKS and not re.match("[012]<", found[2]) and any(root in line for root in wanted):
-            result = int(found[3]) if found[3] != "?" else -1
-            calls.append(Call(name, counts[name], [a.strip() for a in ARGUMENT.findall(found[2])], result, line))
+        name, text_of_arguments, result = found.groups()
+        counts[name] += 1
+        # What a program prints may name the folders, too.
+        if name in CHANGES + LOOKS and not re.match("[012]<", text_of_arguments) and any(root in line for root in wanted):
+            arguments = [argument.strip() for argument in ARGUMENT.findall(text_of_arguments)]
+            calls.append(Call(name, counts[name], arguments, int(result) if result != "?" else -1,
+                              changes_files(name, text_of_arguments, result, written), line))
     return calls
+
+
+def changes_files(name, arguments, result, written):
+    """`written`: the descriptors that are open for writing."""
+    if name in ("open", "openat"):
+        changes = re.search("O_WRONLY|O_RDWR|O_CREAT|O_TRUNC", arguments) is not None
+        (written.add if changes else written.discard)(result)
+        return changes
+    if name == "close":
+        return arguments.split("<")[0] in written
+    return name in CHANGES and (name != "ioctl" or "FICLONE" in arguments)
