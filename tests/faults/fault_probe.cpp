@@ -1,5 +1,5 @@
-// What the command line does together with other things: fault_probe A B C sidecar SRC DST | label ID. The folders are mounted
-// at /A, /B and /C.
+// What the command line does together with other things: fault_probe A B C sidecar SRC DST | label
+// ID | empty ID. The folders are mounted at /A, /B and /C.
 #include <QvServices/QvServices.h>
 
 #include <cerrno>
@@ -10,6 +10,8 @@ static bool Run(const std::string& operation, char** ids)
 {
     if (operation == "sidecar")
         return ResourceManager.CopyResourceMeta(ids[0], ids[1]);
+    if (operation == "empty")
+        return ResourceManager.IsFolderEmpty(ids[0]);
     TQvResourceLabel label;
     return ComputeResResourceLabel(ids[0], &label, true) && WriteResResourceLabel(ids[0], label);
 }

@@ -24,32 +24,31 @@ class File(NamedTuple):
 
 
 FOLDER = File("a folder")
+UMASK = 0o022
 
 
 def snapshot(roots):
-    """All files and folders below the folders `roots`, by their paths relative to them."""
+    """All files and folders below the folders `roots`, by their paths relative to them. Links to folders count as folders."""
     found = {}
     for root in roots:
         for folder, folders, files in os.walk(root):
-            for name in folders + files:
-                path = os.path.join(folder, name)
+            for path in (os.path.join(folder, name) for name in folders + files):
                 found[os.path.relpath(path, root)] = FOLDER if os.path.isdir(path) else read_file(path)
     return found
 
 
 def read_file(path):
-    status = os.lstat(path)
-    if os.path.islink(path):
-        return File(os.fsencode(os.readlink(path)))
+    status = os.stat(path)
     with open(path, "rb") as file:
-        data = file.read()
-    note = os.getxattr(path, "user.note") if "user.note" in os.listxattr(path) else None
-    return File(data, status.st_mode & 0o7777, status.st_mtime_ns, status.st_uid, note)
+        note = os.getxattr(path, "user.note") if "user.note" in os.listxattr(path) else None
+        return File(file.read(), status.st_mode & 0o7777, status.st_mtime_ns, status.st_uid, note)
 
 
 class Inode:
-    def __init__(self, file, on_disk=True):
-        self.versions = [file] if on_disk else [file._replace(data=b"", time=None), file]  # the first is on the disk
+    """A file or folder in all versions since it was last synced: the first is on the disk, the last is what processes see."""
+
+    def __init__(self, *versions):
+        self.versions = list(versions)
 
     def now(self):
         return self.versions[-1]
@@ -61,16 +60,18 @@ class Inode:
         old = self.now().data.ljust(position, b"\0")
         self.change(data=old[:position] + data + old[position + len(data):], time=None)
 
-    def sync(self, data_only):
-        on_disk = self.versions[0]._replace(data=self.now().data) if data_only else self.now()
-        self.versions = [on_disk] if on_disk == self.now() else [on_disk, self.now()]
+    def cut_off(self, size):
+        self.change(data=self.now().data[:size].ljust(size, b"\0"), time=None)
 
-    def states(self):
-        now = self.now()
+    def sync(self, data_only):
+        self.versions = [self.versions[0]._replace(data=self.now().data), self.now()] if data_only else [self.now()]
+
+    def damaged(self):
+        """What may be there instead of the last version."""
         yield from self.versions[:-1]
-        if now.data != self.versions[0].data:
-            yield now._replace(data=b"\0" * len(now.data))
-            yield now._replace(data=now.data[:len(now.data) // 2])
+        if self.now().data != self.versions[0].data:
+            yield self.now()._replace(data=b"\0" * len(self.now().data))
+            yield self.now()._replace(data=self.now().data[:len(self.now().data) // 2])
 
 
 class Disk:
@@ -80,8 +81,8 @@ class Disk:
         self.roots = [os.path.realpath(root) for root in roots]
         self.names = {path: Inode(file) for path, file in files.items()}
         self.names_on_disk = dict(self.names)
-        self.pending = []  # changes of names, each a map from paths to inodes (None: removed)
-        self.open = {}  # descriptor: [inode or path of a folder, position]
+        self.pending = []  # changes of names that are not on the disk, each a map from paths to inodes (None: removed)
+        self.open = {}  # descriptor: [inode, position, path]
 
     def files(self):
         return {path: inode.now() for path, inode in self.names.items() if inode}
@@ -93,30 +94,14 @@ class Disk:
             whole = {path: inode.now() for path, inode in there.items()}
             yield whole
             for inode in {id(inode): inode for inode in there.values()}.values():
-                for damaged in inode.states():
+                for damaged in inode.damaged():
                     yield {path: damaged if there[path] is inode else file for path, file in whole.items()}
-
-    def do(self, call):
-        if call.result >= 0 and (call.changes_files or call.name in ("openat", "open", "read", "lseek")):
-            getattr(self, "do_" + re.sub("^f(?=ch|set|trunc)|at2?$|64$", "", call.name))(call)
 
     def path(self, path):
         """Relative to its root; None outside of the roots."""
         folder, name = os.path.split(path.rstrip("/"))
         path = os.path.join(os.path.realpath(folder), name)
         return next((path[len(root) + 1:] for root in self.roots if path.startswith(root + "/")), None)
-
-    def inode(self, call, argument=0):
-        """Of an open file, or of a path (that may be a descriptor's)."""
-        name = call.arguments[argument]
-        if re.match(r"\d+<", name) and not (call.name.endswith("at") and call.arguments[1].startswith('"')):
-            return self.open[int(name.split("<")[0])][0]
-        path = next(call.paths())
-        return self.of_descriptor(path) or self.names[self.path(path)]
-
-    def of_descriptor(self, path):
-        found = re.match(r"/proc/(?:self|\d+)/fd/(\d+)$", path)
-        return self.open[int(found[1])][0] if found else None
 
     def change_names(self, changes):
         self.names.update(changes)
@@ -131,107 +116,83 @@ class Disk:
             self.names_on_disk.update(change if is_synced else {})
         self.pending = [change for change, is_synced in zip(self.pending, synced) if not is_synced]
 
-    def do_open(self, call):
-        path = self.path(next(call.paths()))
-        inode = self.of_descriptor(next(call.paths())) or self.names.get(path)
+    def moved_on(self, descriptor, count):
+        """The position before a call that moves it."""
+        self.open[descriptor][1] += count
+        return self.open[descriptor][1] - count
+
+    def do(self, call):
+        if call.result < 0 or not (call.changes_files or call.name in ("openat", "read", "lseek")):
+            return
+        arguments, operands = call.arguments, list(call.operands())
+        # Of a folder that is open, its path.
+        inodes = [self.open[operand][0] if isinstance(operand, int) else self.names.get(self.path(operand)) for operand in operands]
+        inode = inodes[0]
+        match call.name:
+            case "openat":
+                self.do_open(call.result, operands[0], inode, call)
+            case "close":
+                self.open.pop(operands[0], None)
+            case "read":
+                self.moved_on(operands[0], call.result)
+            case "lseek":
+                self.open[operands[0]][1] = call.result
+            case "write" | "pwrite64":
+                position = int(arguments[3]) if call.name == "pwrite64" else self.moved_on(operands[0], call.result)
+                inode.write(position, bytes_of(arguments[1])[:call.result])
+            case "copy_file_range":
+                source, target = (int(re.search(r"\d+", arguments[i + 1])[0]) if arguments[i + 1] != "NULL" else
+                                  self.moved_on(operands[i // 2], call.result) for i in (0, 2))
+                inodes[1].write(target, inode.now().data[source:source + call.result])
+            case "ioctl":  # FICLONE
+                inode.write(0, inodes[1].now().data)
+            case "ftruncate" | "truncate":
+                inode.cut_off(int(arguments[1]))
+            case "fallocate":
+                inode.cut_off(max(len(inode.now().data), int(arguments[2]) + int(arguments[3])))
+            case "fchmod" | "chmod" | "fchmodat":
+                inode.change(mode=int(next(argument for argument in arguments[1:] if re.fullmatch("0[0-7]*", argument)), 8))
+            case "fchown" | "chown" | "lchown" | "fchownat":
+                owner = int(next(argument for argument in arguments[1:] if re.fullmatch(r"-?\d+", argument)))
+                inode.change(owner=owner if owner >= 0 else inode.now().owner)
+            case "utimensat":
+                times = re.findall(r"tv_sec=(\d+), tv_nsec=(\d+)", call.line)
+                inode.change(time=int(times[-1][0]) * 10**9 + int(times[-1][1]) if times else None)
+            case "fsetxattr" | "setxattr":
+                inode.change(note=bytes_of(arguments[2]) if bytes_of(arguments[1]) == b"user.note" else inode.now().note)
+            case "link" | "linkat":
+                self.change_names({self.path(operands[1]): inode})
+            case "rename" | "renameat" | "renameat2":
+                source, target = map(self.path, operands)
+                moved = {path: inode for path, inode in self.names.items() if path == source or path.startswith(source + "/")}
+                self.change_names({**dict.fromkeys(moved), **{target + path[len(source):]: moved[path] for path in moved}})
+            case "unlink" | "unlinkat" | "rmdir":
+                self.change_names({self.path(operands[0]): None})
+            case "mkdir" | "mkdirat":
+                self.change_names({self.path(operands[0]): Inode(FOLDER)})
+            case "fsync" | "fdatasync":
+                self.sync_folder(inode) if isinstance(inode, str) else inode.sync(call.name == "fdatasync")
+            case _:
+                raise NotImplementedError(call.line)
+
+    def do_open(self, descriptor, path, inode, call):
         if "O_TMPFILE" in call.line or inode is None and "O_CREAT" in call.line:
-            mode = int(call.arguments[-1], 8) & ~0o022
-            inode = Inode(File(b"", mode, None, os.getuid()), on_disk=False)
+            mode = int(call.arguments[-1], 8) & ~UMASK
+            inode = Inode(File(b"", mode, None, os.getuid()))
             if "O_TMPFILE" not in call.line:
-                self.change_names({path: inode})
+                self.change_names({self.path(path): inode})
         elif "O_TRUNC" in call.line and inode.now().data:
-            inode.change(data=b"", time=None)
-        is_folder = inode is None or inode.now() == FOLDER
-        self.open[call.result] = [path or "." if is_folder else inode, 0]
-
-    def do_write(self, call):
-        file = self.open[int(call.arguments[0].split("<")[0])]
-        position = len(file[0].now().data) if "O_APPEND" in call.line else file[1]
-        file[0].write(position, bytes_of(call.arguments[1])[:call.result])
-        file[1] = position + call.result
-
-    def do_pwrite(self, call):
-        self.inode(call).write(int(call.arguments[3]), bytes_of(call.arguments[1])[:call.result])
-
-    def do_read(self, call):
-        self.move_on(call, 0)
-
-    def do_lseek(self, call):
-        self.open[int(call.arguments[0].split("<")[0])][1] = call.result
-
-    def move_on(self, call, argument):
-        """The position of a descriptor before the call, which moves it."""
-        file = self.open[int(call.arguments[argument].split("<")[0])]
-        file[1] += call.result
-        return file[1] - call.result
-
-    def do_copy_file_range(self, call):
-        source, target = ([int(n) for n in re.findall(r"\d+", call.arguments[i + 1])] for i in (0, 2))
-        start = source[0] if source else self.move_on(call, 0)
-        data = self.inode(call, 0).now().data[start:start + call.result]
-        self.inode(call, 2).write(target[0] if target else self.move_on(call, 2), data)
-
-    def do_ioctl(self, call):  # FICLONE
-        self.inode(call).write(0, self.open[int(call.arguments[2].split("<")[0])][0].now().data)
-
-    def do_truncate(self, call):
-        inode, size = self.inode(call), int(call.arguments[-1])
-        inode.change(data=inode.now().data[:size].ljust(size, b"\0"), time=None)
-
-    def do_fallocate(self, call):
-        if "KEEP_SIZE" not in call.line:
-            inode, end = self.inode(call), int(call.arguments[2]) + int(call.arguments[3])
-            inode.change(data=inode.now().data.ljust(end, b"\0"), time=None)
-
-    def do_chmod(self, call):
-        self.inode(call).change(mode=int(next(a for a in call.arguments[1:] if re.fullmatch("0[0-7]*", a)), 8))
-
-    def do_chown(self, call):
-        self.inode(call).change(owner=int(next(a for a in call.arguments[1:] if re.fullmatch(r"-?\d+", a))))
-
-    def do_utimens(self, call):
-        seconds = re.findall(r"tv_sec=(\d+), tv_nsec=(\d+)", call.line)
-        self.inode(call).change(time=int(seconds[-1][0]) * 10**9 + int(seconds[-1][1]) if seconds else None)
-
-    def do_setxattr(self, call):
-        if bytes_of(call.arguments[1]) == b"user.note":
-            self.inode(call).change(note=bytes_of(call.arguments[2]))
-
-    def do_link(self, call):
-        paths = list(call.paths())
-        self.change_names({self.path(paths[-1]): self.of_descriptor(paths[0]) or self.inode(call)})
-
-    def do_rename(self, call):
-        source, target = (self.path(path) for path in call.paths())
-        moved = {path: inode for path, inode in self.names.items() if path == source or path.startswith(source + "/")}
-        self.change_names({**dict.fromkeys(moved), **{target + path[len(source):]: inode for path, inode in moved.items()}})
-
-    def do_unlink(self, call):
-        self.change_names({self.path(next(call.paths())): None})
-
-    do_rmdir = do_unlink
-
-    def do_mkdir(self, call):
-        self.change_names({self.path(next(call.paths())): Inode(FOLDER)})
-
-    def do_fsync(self, call, data_only=False):
-        inode = self.inode(call)
-        self.sync_folder(inode) if isinstance(inode, str) else inode.sync(data_only)
-
-    def do_fdatasync(self, call):
-        self.do_fsync(call, data_only=True)
-
-    def do_close(self, call):
-        self.open.pop(int(call.arguments[0].split("<")[0]), None)
+            inode.cut_off(0)
+        self.open[descriptor] = [inode if inode and inode.now() != FOLDER else self.path(path), 0]
 
 
 def folders_of(change):
-    return {os.path.dirname(path) or "." for path in change}
+    return {os.path.dirname(path) for path in change}
 
 
 def is_reachable(path, names):
     folder = os.path.dirname(path)
-    return not folder or names.get(folder) is not None and is_reachable(folder, names)
+    return "/" not in path or names.get(folder) is not None and is_reachable(folder, names)
 
 
 def orders(pending, names, waiting):

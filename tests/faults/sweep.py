@@ -11,7 +11,7 @@ After each of them the box is compared with what was reported:
 - A failure, with a message that names the cause: each file is as before or as after, whole; what is moved is not lost; no other
   file is there. A second run without a fault succeeds.
 - A kill: the same, but hidden temporary files may be left.
-- A power cut: the same as a kill; behind exit status 0, what the row promises (TRow.promise).
+- A power cut: the same as a kill; behind exit status 0, what the row promises (Row.promise).
 
 Exit status 77 where processes may not be traced or there are not two file systems.
 """
@@ -21,12 +21,13 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
 import time
 
-from power_cuts import FOLDER, Disk, File, snapshot
+from power_cuts import FOLDER, UMASK, Disk, File, snapshot
 from traces import Fault, may_trace, run
 
 QVRES, PROBE = sys.argv[1:3]
@@ -228,6 +229,7 @@ class Box:
     def __init__(self, row):
         self.row = row
         self.roots = [tempfile.mkdtemp(prefix="faults-", dir=folder) for folder in FILE_SYSTEMS]
+        self.trace = self.roots[0] + ".trace"
         self.folders = {name: os.path.join(self.roots[name in "CF"], name) for name in "ABCFV"}
         self.command = [word.format(**self.folders) for word in row.command]
         for folder in self.folders.values():
@@ -240,6 +242,7 @@ class Box:
         return self
 
     def __exit__(self, *_):
+        pathlib.Path(self.trace).unlink()
         for root in self.roots:
             shutil.rmtree(root)
 
@@ -255,14 +258,10 @@ class Box:
         os.utime(path, ns=(file.time, file.time))
 
     def run(self, fault=None):
-        return run(self.command, self.roots[0] + ".trace", self.roots, fault, env=ENVIRONMENT)
+        return run(self.command, self.trace, self.roots, fault, env=ENVIRONMENT)
 
     def found(self):
         return snapshot(self.roots)
-
-    def rerun(self):
-        return subprocess.run(self.command, env=ENVIRONMENT, capture_output=True, text=True, check=False,
-                              stdin=subprocess.DEVNULL)
 
 
 class Sweep:
@@ -279,10 +278,10 @@ class Sweep:
             self.cut_power("no fault", box, calls, self.clean)
         for call in calls:
             if call.changes_files:
-                self.kill(call)
-                self.fail(call, errno.ENOSPC)
+                self.inject(call, "signal=KILL")
+                self.inject(call, "error=ENOSPC", errno.ENOSPC)
             if call.name != "close" or call.changes_files:
-                self.fail(call, errno.EIO)
+                self.inject(call, "error=EIO", errno.EIO)
 
     def expect(self, fault, problems):
         for problem in problems:
@@ -297,24 +296,16 @@ class Sweep:
         self.expect("model", ["%s is %s, should be %s" % (path, shown(model.get(path)), shown(found.get(path)))
                               for path in found.keys() | model.keys() if not accepts(model.get(path), found.get(path))])
 
-    def kill(self, call):
+    def inject(self, call, effect, error=None):
         self.runs += 1
+        fault = f"{effect} at {call}"
         with Box(self.row) as box:
-            done, _ = box.run(Fault(call.name, call.count, "signal=KILL"))
-            fault = f"killed before {call}"
-            self.expect(fault, [] if done.returncode == -9 else ["the kill did not hit"])
-            self.expect(fault, self.row.problems(box.found(), is_done=False, temporary_files=True))
-            self.run_again(fault, box)
-
-    def fail(self, call, error):
-        self.runs += 1
-        with Box(self.row) as box:
-            done, calls = box.run(Fault(call.name, call.count, "error=" + errno.errorcode[error]))
-            fault = f"{errno.errorcode[error]} at {call}"
-            self.expect(fault, [] if any("INJECTED" in c.line for c in calls) else ["the fault did not hit"])
-            self.expect(fault, self.report_problems(done, error))
-            self.expect(fault, self.row.problems(box.found(), is_done=done.returncode == 0))
-            if self.row.promise:
+            done, calls = box.run(Fault(call.name, call.count, effect))
+            has_hit = any("INJECTED" in call.line for call in calls) if error else done.returncode == -signal.SIGKILL
+            self.expect(fault, [] if has_hit else ["the fault did not hit"])
+            self.expect(fault, self.report_problems(done, error) if error else [])
+            self.expect(fault, self.row.problems(box.found(), is_done=done.returncode == 0, temporary_files=not error))
+            if error and self.row.promise:
                 self.cut_power(fault, box, calls, done)
             if done.returncode != 0:
                 self.run_again(fault, box)
@@ -331,7 +322,7 @@ class Sweep:
         """Unless the operation was done, or its source is at its new place."""
         before = box.found()
         if any(self.row.problems(before, is_done=True, temporary_files=True)) and (self.row.source or "A") in before:
-            done = box.rerun()
+            done = subprocess.run(box.command, env=ENVIRONMENT, capture_output=True, text=True, check=False, stdin=subprocess.DEVNULL)
             self.expect(fault + ", then a second run", [done.stderr] if done.returncode else [])
             self.expect(fault + ", then a second run", self.row.problems(box.found(), is_done=True, temporary_files=True))
 
@@ -372,7 +363,7 @@ def main():
     if not FILE_SYSTEMS:
         print("/dev/shm and the folder of temporary files are one file system")
         return 77
-    os.umask(0o022)
+    os.umask(UMASK)
     numbers = [i for i, row in enumerate(ROWS) if any(part in row.name for part in sys.argv[3:] or [""])]
     failed = 0
     with multiprocessing.Pool() as pool:

@@ -34,14 +34,19 @@ class Call(NamedTuple):
     changes_files: bool
     line: str
 
-    def paths(self):
-        """The paths among the arguments, those that start at a descriptor of a folder made absolute."""
-        base = "/"
-        for argument in self.arguments:
+    def operands(self):
+        """The files that the call is about, in order: descriptors as numbers, others as absolute paths."""
+        takes_folder = re.search("at2?$", self.name)
+        folder = "/"
+        for argument, following in zip(self.arguments, self.arguments[1:] + [""]):
             if re.match(r"(AT_FDCWD|\d+)<", argument):
-                base = text(argument[argument.index("<"):])
-            elif argument.startswith('"'):
-                yield os.path.join(base, text(argument))
+                folder = text(argument[argument.index("<"):])
+                if not (takes_folder and following.startswith('"\\x')):
+                    yield int(argument.split("<")[0])
+            elif argument.startswith('"\\x') and (takes_folder or self.arguments[0].startswith('"')):
+                path = os.path.join(folder, text(argument))
+                descriptor = re.fullmatch(r"/proc/(?:self|\d+)/fd/(\d+)", path)
+                yield int(descriptor[1]) if descriptor else path
 
     def __str__(self):
         return re.sub(r"(\\x[0-9a-f]{2})+", lambda found: text(found[0])[-80:], self.line)
