@@ -14,6 +14,21 @@ bool Look(const std::string& path, struct stat* status)
     return stat(path.c_str(), status) == 0;
 }
 
+/// Of the system call that has just failed; errno stays.
+TQvResult AnswerErrno()
+{
+    const int error = errno;
+    TQvResult result = TQvResult::FromErrno();
+    errno = error;
+    return result;
+}
+
+/// Below a file there is nothing: that is known, not a failure to look.
+TQvResult AnswerLook()
+{
+    return errno == ENOTDIR ? TQvResult::Nothing() : AnswerErrno();
+}
+
 /// Creates a folder or finds it there; on failure errno is that of the creation.
 bool MakeOrFindFolder(const std::string& path)
 {
@@ -45,17 +60,17 @@ std::size_t NextEnd(const std::string& path, std::size_t end)
 }
 } // namespace
 
-bool QvGetFileInfo(const std::string& path, TQvFileInfo* info)
+TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info)
 {
     return QvGetFileInfoAt(AT_FDCWD, path.c_str(), info);
 }
 
-bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
+TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
 {
     struct statx status = {};
     constexpr unsigned kWanted = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_BTIME;
     if (statx(folderDescriptor, name, AT_STATX_SYNC_AS_STAT, kWanted, &status) != 0)
-        return false;
+        return AnswerLook();
     const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
     const struct statx_timestamp& born = hasBirth ? status.stx_btime : status.stx_ctime;
     info->IsFolder = S_ISDIR(status.stx_mode);
@@ -63,15 +78,7 @@ bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
     info->Size = status.stx_size;
     info->UpdateTime = TQvDateTime::FromTimespec(status.stx_mtime.tv_sec, status.stx_mtime.tv_nsec);
     info->CreationTime = TQvDateTime::FromTimespec(born.tv_sec, born.tv_nsec);
-    return true;
-}
-
-bool QvIsSameFile(const std::string& a, const std::string& b)
-{
-    struct stat statusA = {};
-    struct stat statusB = {};
-    return Look(a, &statusA) && Look(b, &statusB) && statusA.st_dev == statusB.st_dev &&
-           statusA.st_ino == statusB.st_ino;
+    return TQvResult::Done();
 }
 
 bool QvFileExists(const std::string& path)
@@ -86,14 +93,14 @@ bool QvDirExists(const std::string& path)
     return Look(path, &status) && S_ISDIR(status.st_mode);
 }
 
-bool QvFileDirExists(const std::string& path, bool* isFolder)
+TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
 {
     struct stat status = {};
     if (!Look(path, &status))
-        return false;
+        return AnswerLook();
     if (isFolder != nullptr)
         *isFolder = S_ISDIR(status.st_mode);
-    return true;
+    return TQvResult::Done();
 }
 
 bool QvIsSymLink(const std::string& path)
@@ -117,56 +124,50 @@ std::uint32_t GetUnixFileTime(const std::string& path)
     return static_cast<std::uint32_t>(std::clamp<time_t>(status.st_mtim.tv_sec, 0, kLast));
 }
 
-bool QvCopyPermissions(const std::string& from, const std::string& to)
+TQvResult QvCreateDirectory(const std::string& path)
 {
-    struct stat status = {};
-    return Look(from, &status) && chmod(to.c_str(), status.st_mode & 0777) == 0;
+    return mkdir(path.c_str(), 0777) == 0 ? TQvResult::Done() : AnswerErrno();
 }
 
-bool QvCreateDirectory(const std::string& path)
-{
-    return mkdir(path.c_str(), 0777) == 0;
-}
-
-bool QvForceDirectories(const std::string& path)
+TQvResult QvForceDirectories(const std::string& path)
 {
     if (MakeOrFindFolder(path))
-        return true;
+        return TQvResult::Done();
     // Back to the first parent that can be made or is there, then forward again.
     std::size_t end = path.size();
     do {
         if (errno != ENOENT)
-            return false;
+            return AnswerErrno();
         end = ParentEnd(path, end);
         if (end == 0) {
             errno = ENOENT;
-            return false;
+            return AnswerErrno();
         }
     } while (!MakeOrFindFolder(path.substr(0, end)));
     while (end < path.size()) {
         end = NextEnd(path, end);
         if (!MakeOrFindFolder(path.substr(0, end)))
-            return false;
+            return AnswerErrno();
     }
-    return true;
+    return TQvResult::Done();
 }
 
-bool QvDeleteFile(const std::string& path)
+TQvResult QvDeleteFile(const std::string& path)
 {
-    return unlink(path.c_str()) == 0;
+    return unlink(path.c_str()) == 0 ? TQvResult::Done() : AnswerErrno();
 }
 
-bool QvRemoveDirectory(const std::string& path)
+TQvResult QvRemoveDirectory(const std::string& path)
 {
     // With its trailing "/", a link to a folder would be neither folder nor link to the system.
     const std::size_t last = path.find_last_not_of('/');
     const std::string plain = last == std::string::npos ? path : path.substr(0, last + 1);
     if (rmdir(plain.c_str()) == 0)
-        return true;
+        return TQvResult::Done();
     if (errno != ENOTDIR)
-        return false;
+        return AnswerErrno();
     if (QvIsSymLink(plain) && QvDirExists(plain))
-        return unlink(plain.c_str()) == 0;
+        return QvDeleteFile(plain);
     errno = ENOTDIR;
-    return false;
+    return AnswerErrno();
 }

@@ -4,11 +4,11 @@
 #pragma once
 
 #include <cstddef>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
-
-#include <sys/stat.h>
+#include <sys/types.h>
 
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
@@ -25,6 +25,8 @@
 /// - Where the folder cannot take another file but the target may be written, the content is
 ///   collected in an unnamed file elsewhere and Publish writes it in place: that one is not whole
 ///   after a kill or on a full disk.
+///
+/// Results name the path.
 class QVSTD_API TQvNewFile
 {
 public:
@@ -38,7 +40,14 @@ public:
         /// The permission bits of the new file, set before there is any content. Without a value
         /// those, and the owner where allowed, of the file that is replaced, or those of any new
         /// file.
-        std::optional<mode_t> Permissions;
+        std::optional<mode_t> Permissions = {};
+        /// The modification time of the new file.
+        std::optional<timespec> UpdateTime = {};
+        /// A descriptor of the file whose owner (where allowed) and extended attributes (where the
+        /// file system has them) the new file gets; -1 for none.
+        int AttributesOf = -1;
+        /// A descriptor of a file that is not to be replaced by itself: IsSameFile answers then.
+        int NotOnto = -1;
     };
 
     TQvNewFile();
@@ -47,13 +56,16 @@ public:
     TQvNewFile(TQvNewFile&&) noexcept;
     TQvNewFile& operator=(TQvNewFile&&) noexcept;
 
-    /// `path` is a raw system path.
+    /// `path` is a raw system path. Done, too, when the target is the file of `NotOnto`: then there
+    /// is nothing to write or publish.
     TQvResult Open(const std::string& path, const TOptions& options);
+    /// Whether the target is the file of `NotOnto`, under this or another name.
+    bool IsSameFile() const;
+    /// Whether a target was there when Open looked.
+    bool ReplacesTarget() const;
     TQvResult Write(const void* bytes, std::size_t count);
     /// Of the open file, for what Write cannot do; -1 before Open.
     int Descriptor() const;
-    /// Whether a target was there when Open looked.
-    bool ReplacesTarget() const;
     /// Brings the content to the disk now; Publish does not repeat it.
     TQvResult Sync();
     /// Gives the content its name. A failure before the rename leaves the old target; with `Synced`
@@ -63,5 +75,9 @@ public:
 
 private:
     struct TState;
+
+    TQvResult Answer(int error) const;
+
+    std::string m_path; ///< as it was given
     std::unique_ptr<TState> m_state;
 };

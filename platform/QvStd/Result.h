@@ -12,7 +12,7 @@
 ///
 /// "Nothing" is an answer to a question ("does it exist", "list this"); "failed" means that the
 /// question could not be answered or the work could not be done.
-class [[nodiscard]] QVSTD_API TQvResult
+class QVSTD_API TQvResult
 {
 public:
     TQvResult() = default;

@@ -1,5 +1,6 @@
 // The mount table: its indexes, resolution of ids, mounting and unmounting.
 #include <algorithm>
+#include <cerrno>
 
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
@@ -63,11 +64,23 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
 {
     bool isValid = false;
     const PTMountNode node = ResolveNode(id, forbidWildcards, skipExactMountPoint, &isValid);
-    if (!isValid)
+    if (!isValid) {
+        SetLastFailure(EINVAL, id);
         Throw(kGetNode4Id, "Invalid resource id " + id);
-    if (node == nullptr && throwIfNone)
+    }
+    if (node == nullptr && throwIfNone) {
+        SetLastFailure(ENOENT, id);
         Throw(kGetNode4Id, "Mount node not found for id " + id);
+    }
     return node;
+}
+
+bool TResourceManager::IsReachable(const std::string& id) const
+{
+    bool isValid = false;
+    const bool isReachable = ResolveNode(id, true, false, &isValid) != nullptr;
+    SetLastFailure(isReachable ? 0 : isValid ? ENOENT : EINVAL, id);
+    return isReachable;
 }
 
 TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& id,

@@ -44,8 +44,9 @@ TQvURL GetDoneURL(const TQvURL& url)
 
 bool GetResDoneResult(const std::string& doneResId, bool* ok)
 {
-    *ok = false; // also for an id that throws
-    return ReadMarker(ResourceManager.OpenResource(doneResId, kQvOpenRead, kQvShareAll, 0), ok);
+    *ok = false;
+    return ResourceManager.IsReachable(doneResId) &&
+           ReadMarker(ResourceManager.OpenResource(doneResId, kQvOpenRead, kQvShareAll, 0), ok);
 }
 
 bool GetDoneResult(const TQvURL& doneUrl, bool* ok)
@@ -56,7 +57,8 @@ bool GetDoneResult(const TQvURL& doneUrl, bool* ok)
 
 bool SetResDoneResult(const std::string& doneResId, bool ok)
 {
-    return WriteMarker(ResourceManager.OpenResource(doneResId, kQvOpenCreate, kQvShareAll, 0), ok);
+    return ResourceManager.IsReachable(doneResId) &&
+           WriteMarker(ResourceManager.OpenResource(doneResId, kQvOpenCreate, kQvShareAll, 0), ok);
 }
 
 bool SetDoneResult(const TQvURL& doneUrl, bool ok)

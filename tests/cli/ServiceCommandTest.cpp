@@ -46,7 +46,7 @@ TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
          {"ls a a/backup", "a:\nbackup\n\na/backup:\nx.2023-01-12.00-00-00.txt\n"
                            "x.2023-01-13.00-00-00.txt\nx.2023-01-14.00-00-00.txt\n"},
          {"touch -d 2023-01-11 a/y; mkdir a/backup/y.2023-01-11.00-00-00; q backup /A/y",
-          R"(1: "/A/y" is still there)"},
+          R"(1: "/A/y" could not be put aside: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},
          {"touch b/backup b/y; q backup /B/y", R"(1: "/B/backup" is a resource)"}});
 }
 
@@ -54,7 +54,8 @@ TEST_F(TServiceCommandTest, DoneMarkersAreWrittenAndRead)
 {
     Expect({{"q done /A/step; q done /A/step ok; cat a/step.done; q done /A/step", "none\nokok\n"},
             {"q done /A/step fail; q --json done /A/step", "\"fail\"\n"},
-            {"mkdir a/x.done; q done /A/x", R"(1: the marker "/A/x.done" cannot be read)"}});
+            {"mkdir a/x.done; q done /A/x",
+             R"(1: the marker "/A/x.done" cannot be read: Is a directory)"}});
 }
 
 TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)

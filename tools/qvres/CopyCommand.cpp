@@ -76,10 +76,25 @@ std::string Destination(const TResourceManager& tree, const std::string& givenId
     return id;
 }
 
+/// Each source that failed, with its cause: `causes` has one for each, in the order of the
+/// failures.
+void PrintFailed(std::set<std::string> failed, const std::vector<TQvFailure>& causes)
+{
+    for (const TQvFailure& cause : causes) {
+        const std::string id = failed.count(cause.Id + '/') != 0 ? cause.Id + '/' : cause.Id;
+        if (failed.erase(id) != 0)
+            PrintError(WithCause(Quoted(id) + " could not be copied", cause));
+    }
+    // What is left has a cause that names the target.
+    for (const std::string& id : failed)
+        PrintError(Quoted(id) + " could not be copied");
+}
+
 void Copy(THost& host, const TCopyOptions& options)
 {
     const TResourceManager& tree = host.Session.Tree();
     std::set<std::string> failed;
+    std::vector<TQvFailure> failures;
     TResourceManager::TCopyResourceExParams params;
     for (std::size_t i = 0; i + 1 < options.Ids.size(); ++i)
         params.Sources.insert(Source(tree, options.Ids[i]));
@@ -88,17 +103,20 @@ void Copy(THost& host, const TCopyOptions& options)
     params.OverwriteCallback = options.Ask ? &AskToOverwrite : nullptr;
     params.CallbackContext = &host;
     params.Failed = &failed;
+    params.Failures = &failures;
     params.Progress = &host.Progress;
     host.Progress.SetMessage("Copying to " + params.DestFolder);
-    errno = 0;
-    if (tree.CopyResourceEx(params))
+    const bool isDone = tree.CopyResourceEx(params);
+    const TQvFailure failure = TResourceManager::LastFailure();
+    if (isDone && failure.Error == 0)
         return;
-    if (failed.empty())
-        ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder), errno);
+    if (!isDone && failed.empty())
+        ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder));
     BreakSignal::ThrowIfWanted();
-    for (const std::string& id : failed)
-        PrintError(Quoted(id) + " could not be copied");
     host.Status = 1;
+    if (isDone)
+        PrintError(WithCause("the metadata of a resource could not be copied", failure));
+    PrintFailed(failed, failures);
 }
 } // namespace
 
@@ -122,7 +140,8 @@ void AddCopyCommand(CLI::App& app, THost& host)
         ->add_flag("--ask", options->Ask,
                    "Ask for each resource that exists; the end of the input means no")
         ->excludes(overwrite);
-    command->add_option("SRC", options->Ids, "Resources and folders, then the folder to copy into")
+    AddIdsOption(*command, "SRC", options->Ids,
+                 "Resources and folders, then the folder to copy into")
         ->required()
         ->expected(2, -1);
     command->callback([&host, options] { Copy(host, *options); });

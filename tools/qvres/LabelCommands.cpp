@@ -155,7 +155,7 @@ void AddLabelCommands(CLI::App& app, THost& host)
     CLI::Option* stored =
         label->add_flag("--stored", *isStored, "The label as it is kept; fails when there is none");
     label->add_flag("--weak", *isWeak, "Size and time only")->excludes(stored);
-    label->add_option("ID", *id, "A resource")->required();
+    AddIdOption(*label, "ID", *id, "A resource")->required();
     label->callback([&host, id, isStored, isWeak] { Label(host, *id, *isStored, *isWeak); });
 
     CLI::App* check = AddCommand(
@@ -163,6 +163,6 @@ void AddLabelCommands(CLI::App& app, THost& host)
         "Compare a resource, content included, with its stored label: prints \"ok\", or\n"
         "\"changed\" with exit status 1",
         "  qvres label /Data/a && qvres check /Data/a");
-    check->add_option("ID", *id, "A resource with a stored label")->required();
+    AddIdOption(*check, "ID", *id, "A resource with a stored label")->required();
     check->callback([&host, id] { Check(host, *id); });
 }

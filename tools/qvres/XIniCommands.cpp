@@ -9,7 +9,7 @@
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
-#include "NewContent.h"
+#include "ResourceWriting.h"
 
 namespace
 {
@@ -101,14 +101,14 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     const std::string text = QvFormatXIniTree(*document);
     if (text == oldText)
         return;
-    TNewContent content(tree, place.Id);
-    content.Write(text.data(), text.size());
-    content.Finish();
+    TQvNewFile content = StartWriting(tree, place.Id);
+    Write(content, text, place.Id);
+    FinishWriting(content, place.Id);
 }
 
 void AddPlace(CLI::App& command, TXIniPlace& place)
 {
-    command.add_option("ID", place.Id, "An X-Ini resource")->required();
+    AddIdOption(command, "ID", place.Id, "An X-Ini resource")->required();
     command.add_option("PATH", place.Path, "section/section/key; of equal names the first counts")
         ->required()
         ->check(&CheckPath, "", "");
