@@ -26,9 +26,8 @@ CASES = [
       "rm", "backup", "done", "file")),
     *((command, 1, [], [DENIED], ["A/z", "A/closed/x"]) for command in ("cp /A/closed/x /A/y", "mv /A/closed/x /A/y",
       "cp /A/z /A/closed/y", "mv /A/z /A/closed/x", "cp /A/z /A/locked", "put /A/closed/y", "copy /A/z /A/closed")),
-    # The folder of the target cannot be opened, so that its sync cannot be promised: the source stays.
-    ("mv /A/z /B/blind/z", 1, [], [DENIED], ["A/z", "!B/blind/z"]),
-    ("mv /A/z /A/blind/z", 0, [], [], ["!A/z", "A/blind/z"]),
+    # The folder of the target cannot be opened to be synced: its whole file system is.
+    *(("mv /A/z " + target, 0, [], [], ["!A/z", target[1:]]) for target in ("/A/blind/z", "/B/blind/z")),
     ("rename /A/secret new", 0, [], [], ["A/new/b", "!A/secret"]),
     ("PROBE empty /A/secret", 1, [], [DENIED], []),
 ]

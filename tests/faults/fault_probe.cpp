@@ -2,9 +2,7 @@
 // ID | empty ID. The folders are mounted at /A, /B and /C.
 #include <QvServices/QvServices.h>
 
-#include <cerrno>
 #include <iostream>
-#include <system_error>
 
 static bool Run(const std::string& operation, char** ids)
 {
@@ -23,9 +21,9 @@ int main(int, char** arguments)
             ResourceManager.MountFileNodeE(std::string("/") + "ABC"[i - 1], arguments[i], false);
         if (Run(arguments[4], arguments + 5))
             return 0;
-        std::cerr << std::system_category().message(errno) << '\n';
+        std::cerr << TResourceManager::LastFailure().text() << '\n';
     } catch (const std::exception& failure) {
-        std::cerr << failure.what() << '\n';
+        std::cerr << failure.what() << '\n' << TResourceManager::LastFailure().text() << '\n';
     }
     return 1;
 }

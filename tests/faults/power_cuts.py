@@ -125,6 +125,8 @@ class Disk:
         if call.result < 0 or not (call.changes_files or call.name in ("openat", "read", "lseek")):
             return
         arguments, operands = call.arguments, list(call.operands())
+        if call.name == "openat" and "O_NOFOLLOW" not in call.line:
+            operands = [os.path.realpath(operands[0])]
         # Of a folder that is open, its path.
         inodes = [self.open[operand][0] if isinstance(operand, int) else self.names.get(self.path(operand)) for operand in operands]
         inode = inodes[0]
