@@ -5,7 +5,8 @@ The model promises only what a program may count on:
   What was changed later may be there as it was after each of the changes; content written later may also be zeros or cut off.
 - A name (made, linked, renamed, removed) is on the disk after an fsync of its folder. Before that it may have changed or not,
   but changes in one folder happen in order, and a rename between two folders happens in both or in neither.
-Calls that failed changed nothing, so a trace with an injected fault is judged like any other.
+Calls that failed changed nothing, but a close that fails has lost what was not synced. So a trace with an injected fault is
+judged like any other.
 """
 import os
 import re
@@ -69,9 +70,11 @@ class Inode:
     def damaged(self):
         """What may be there instead of the last version."""
         yield from self.versions[:-1]
-        if self.now().data != self.versions[0].data:
-            yield self.now()._replace(data=b"\0" * len(self.now().data))
-            yield self.now()._replace(data=self.now().data[:len(self.now().data) // 2])
+        data, on_disk = self.now().data, self.versions[0].data
+        if data != on_disk:
+            same = len(os.path.commonprefix([data, on_disk]))
+            yield self.now()._replace(data=data[:same] + b"\0" * (len(data) - same))
+            yield self.now()._replace(data=data[:(same + len(data)) // 2])
 
 
 class Disk:
@@ -122,6 +125,10 @@ class Disk:
         return self.open[descriptor][1] - count
 
     def do(self, call):
+        if call.name == "close" and call.result < 0 and call.changes_files:
+            inode = self.open[next(call.operands())][0]
+            if inode.now().data != inode.versions[0].data:
+                inode.change(data=b"lost when it was closed")
         if call.result < 0 or not (call.changes_files or call.name in ("openat", "read", "lseek")):
             return
         arguments, operands = call.arguments, list(call.operands())

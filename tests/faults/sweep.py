@@ -33,10 +33,10 @@ from traces import Fault, may_trace, run
 QVRES, PROBE = sys.argv[1:3]
 BIG = bytes(range(256)) * 2500  # more than two blocks of a copy
 OLD_TIME, NEW_TIME = 1_600_000_000_123_456_789, 1_700_000_000_987_654_321
-SOURCE = File(b"the source " * 100, 0o640, NEW_TIME, 1234 if os.getuid() == 0 else os.getuid(), b"a note")
-META = File(b"; of the source\n[other]\n  key=value\n[/other]\n", 0o640, NEW_TIME)
-TARGET = File(b"the old target " * 200, 0o600, OLD_TIME)
-TARGET_META = File(b"[old]\n  target=1\n[/old]\n", 0o600, OLD_TIME)
+SOURCE = File(b"the source " * 100, 0o660, NEW_TIME, 1234 if os.getuid() == 0 else os.getuid(), b"a note")
+META = File(b"; of the source\n[other]\n  key=value\n[/other]\n", 0o660, NEW_TIME)
+TARGET = File(b"the old target " * 200, 0o620, OLD_TIME)
+TARGET_META = File(b"[old]\n  target=1\n[/old]\n", 0o620, OLD_TIME)
 MOST_SHOWN = 100  # failures of one row
 BYSTANDER = File(b"not part of it", 0o644, OLD_TIME)
 
@@ -86,6 +86,7 @@ def shown(file):
 def plain(message):
     """On one line, not too long, without the paths of the box."""
     message = re.sub(r"/[^\s\"<]*/faults-[^/]*/|AT_FDCWD<[^>]*>, ", "", message).replace("\n", "\\n")
+    message = re.sub(r"#\d+>|\b0x[0-9a-f]+|\b[0-9a-f]{16}\b", "*", message)
     return message if len(message) < 300 else message[:200] + " ... " + message[-90:]
 
 
@@ -121,7 +122,7 @@ def transfer(verb, source, target, has_meta, has_target, content=SOURCE):
 
 def put(has_target):
     files = {"B/new": SOURCE, **({"A/x": TARGET, "A/x.meta": TARGET_META} if has_target else {})}
-    after = {"A/x": File(SOURCE.data, 0o600 if has_target else 0o644)}
+    after = {"A/x": File(SOURCE.data, 0o620 if has_target else 0o644)}
     return Row("put" + ", target" * has_target, [QVRES, *mounts("A"), "put", "/A/x", "{B}/new"], files, after, "done")
 
 
@@ -165,8 +166,8 @@ def backup(folder, has_meta):
     options = mounts("A") + (["--mount", "/A/backup={C}"] if folder == "C" else [])
     return Row("backup to %s%s" % (folder, ", sidecar" * has_meta), [QVRES, *options, "backup", "--keep", "2", "/A/x.dat"], files,
                {**row.after, oldest: None, oldest + ".meta": None}, "kept", None, row.is_kept,
-               # When the new backup is already there, it counts, and one more of the old ones goes.
-               lambda found: row.is_open(found) and new not in found)
+               # A new backup that is there counts, and one more of the old ones goes; a sidecar that is left is not looked for.
+               lambda found: row.is_open(found) and new not in found and (oldest in found or oldest + ".meta" not in found))
 
 
 def first_backup():
@@ -293,7 +294,7 @@ class Sweep:
     def expect(self, fault, problems):
         for problem in problems:
             # The first problem of each fault shows what is wrong.
-            self.failures.setdefault(re.split(", (?:power|then)", fault)[0], "%s: %s" % (plain(fault), plain(problem)))
+            self.failures.setdefault(re.split(", (?:power|then|behind)", fault)[0], "%s: %s" % (plain(fault), plain(problem)))
 
     def check_model(self, box, calls):
         disk = Disk(self.row.old, box.roots)
@@ -312,7 +313,7 @@ class Sweep:
             self.expect(fault, [] if has_hit else ["the fault did not hit"])
             self.expect(fault, self.report_problems(done, error) if error else [])
             self.expect(fault, self.row.problems(box.found(), is_done=done.returncode == 0, temporary_files=not error))
-            if error and self.row.promise:
+            if error:
                 self.cut_power(fault, box, calls, done)
             if done.returncode != 0 and "no fault" not in self.failures:
                 self.run_again(fault, box)
@@ -340,11 +341,13 @@ class Sweep:
         is_new = fault == "no fault"
         for call in calls:
             disk.do(call)
-            is_new = is_new or "INJECTED" in call.line
+            is_new = is_new or "INJECTED" in call.line and row.promise
             if is_new and call.changes_files and call.result >= 0 and call.name != "close":
                 self.expect_states(f"{fault}, power cut behind {call}", disk, False, damaged)
-        if done.returncode == 0 and row.promise == "done":
-            self.expect_states(fault + ", power cut behind exit 0", disk, True)
+        if done.returncode == 0:
+            self.expect(fault + ", behind exit 0", row.problems(disk.files(), True))
+            if row.promise == "done":
+                self.expect_states(fault + ", power cut behind exit 0", disk, True)
 
     def expect_states(self, fault, disk, is_done, damaged=()):
         for state in disk.states():
