@@ -135,7 +135,7 @@ class Disk:
         if call.name == "openat" and "O_NOFOLLOW" not in call.line:
             operands = [os.path.realpath(operands[0])]
         # Of a folder that is open, its path.
-        inodes = [self.open[operand][0] if isinstance(operand, int) else self.names.get(self.path(operand)) for operand in operands]
+        inodes = [self.open[each][0] if isinstance(each, int) else self.names.get(self.path(each)) for each in operands]
         inode = inodes[0]
         match call.name:
             case "openat":

@@ -30,14 +30,35 @@ import time
 from power_cuts import FOLDER, UMASK, Disk, File, snapshot
 from traces import Fault, may_trace, run
 
+
+def two_file_systems():
+    """A folder in memory and one on the disk, where they differ."""
+    folders = ["/dev/shm", tempfile.gettempdir()]
+    return folders if all(map(os.path.isdir, folders)) and len({os.stat(folder).st_dev for folder in folders}) == 2 else None
+
+
+def takes_attributes(folder):
+    with tempfile.NamedTemporaryFile(dir=folder) as file:
+        try:
+            os.setxattr(file.name, "user.note", b"")
+        except OSError:
+            return False
+    return True
+
+
 QVRES, PROBE = sys.argv[1:3]
+ENVIRONMENT = {"HOME": "/nonexistent", "PATH": os.environ["PATH"]}
+FILE_SYSTEMS = two_file_systems()
+NOTE = b"a note" if all(map(takes_attributes, FILE_SYSTEMS or [])) else None
 BIG = bytes(range(256)) * 2500  # more than two blocks of a copy
 OLD_TIME, NEW_TIME = 1_600_000_000_123_456_789, 1_700_000_000_987_654_321
-SOURCE = File(b"the source " * 100, 0o660, NEW_TIME, 1234 if os.getuid() == 0 else os.getuid(), b"a note")
+# Permission bits that the umask would not leave.
+SOURCE = File(b"the source " * 100, 0o660, NEW_TIME, 1234 if os.getuid() == 0 else os.getuid(), NOTE)
 META = File(b"; of the source\n[other]\n  key=value\n[/other]\n", 0o660, NEW_TIME)
 TARGET = File(b"the old target " * 200, 0o620, OLD_TIME)
 TARGET_META = File(b"[old]\n  target=1\n[/old]\n", 0o620, OLD_TIME)
-MOST_SHOWN = 100  # failures of one row
+LONGER_LABEL = b"[resource_label]\n  size=1234567890\n  time=1234567890123\n  crc=1234567890\n[/resource_label]\n"
+MOST_SHOWN = 20  # failures of one row
 BYSTANDER = File(b"not part of it", 0o644, OLD_TIME)
 
 
@@ -48,9 +69,9 @@ def always(_):
 class Row:
     """One operation. `files` and `after` map paths to files, `after` those alone that change (None: removed).
 
-    `between`: what else a file may be until the operation is done. `promise`: what a power cut behind exit status 0 leaves: "done",
-    "kept" (not everything, but whole and not lost) or None (targets may be damaged). `is_kept`: nothing that is moved is lost.
-    `is_open`: a second run still has the same to do.
+    `between`: what else a file may be until the operation is done.
+    `promise`: what a power cut behind exit status 0 leaves: "done", "kept" (whole and not lost) or None (targets may be damaged).
+    `is_kept`: nothing that is moved is lost. `is_open`: a second run still has the same to do.
     """
 
     def __init__(self, name, command, files, after, promise=None, between=None, is_kept=always, is_open=always):
@@ -92,7 +113,8 @@ def plain(message):
 
 def mounts(*paths):
     """The options that mount the folders of the paths."""
-    return [word for name in sorted({path[0].replace("F", "A") for path in paths}) for word in ("--mount", "/%s={%s}" % (name, name))]
+    names = sorted({path[0].replace("F", "A") for path in paths})
+    return [word for name in names for word in ("--mount", "/%s={%s}" % (name, name))]
 
 
 def transfer(verb, source, target, has_meta, has_target, content=SOURCE):
@@ -139,7 +161,8 @@ def label(old, is_stored):
 
     def parses(data):
         """With all that others keep in it, and with one label or none."""
-        return re.fullmatch(re.escape(others) + rb"(\[resource_label\]\n(  \w+=\d+\n){3}\[/resource_label\]\n)?", data) is not None
+        section = rb"\[resource_label\]\n(  \w+=\d+\n){3}\[/resource_label\]\n"
+        return re.fullmatch(re.escape(others) + b"(" + section + b")?", data) is not None
 
     def is_new(data):
         return parses(data) and stored in data
@@ -153,8 +176,8 @@ def label(old, is_stored):
 def marker(old):
     files = {"A/x": SOURCE, **({"A/x.done": File(old, 0o644, OLD_TIME)} if old else {})}
     # What is not "ok" to the byte reads as "fail".
-    return Row("marker" + ", target" * bool(old), [QVRES, *mounts("A"), "done", "/A/x", "ok"], files, {"A/x.done": File(b"ok")}, "done",
-               {"A/x.done": [File(lambda data: data != b"ok")]})
+    return Row("marker" + (", %s before" % old.decode() if old else ""), [QVRES, *mounts("A"), "done", "/A/x", "ok"], files,
+               {"A/x.done": File(b"ok")}, "done", {"A/x.done": [File(lambda data: data != b"ok")]})
 
 
 def backup(folder, has_meta):
@@ -207,16 +230,15 @@ TREE = {"A/tree/%s" % name: file for name, file in (("a", SOURCE), ("a.meta", ME
 FOLDERS = {"A/tree": FOLDER, "A/tree/sub": FOLDER, "A/tree/sub/deep": FOLDER}
 BOTH = (False, True)
 ROWS = [
-    *(transfer("cp", "A/x", target, has_meta, has_target) for target in ("A/y", "B/x", "C/x") for has_meta in BOTH
+    *(transfer("cp", "A/x", target, has_meta, has_target) for target in ("A/y", "C/x") for has_meta in BOTH for has_target in BOTH),
+    *(transfer("mv", "A/x", target, has_meta, has_target) for target in ("A/y", "C/x", "F/x") for has_meta in BOTH
       for has_target in BOTH),
-    *(transfer("mv", "A/x", target, has_meta, has_target) for target in ("A/y", "B/x", "C/x", "F/x") for has_meta in BOTH
-      for has_target in BOTH),
+    *(transfer(verb, "A/x", "B/x", True, True) for verb in ("cp", "mv")),
     *(transfer(verb, "A/x", "C/x", False, True, SOURCE._replace(data=BIG)) for verb in ("cp", "mv")),
     *(put(has_target) for has_target in BOTH),
-    *(sidecar(target, has_target) for target in ("A/y", "B/x", "C/x") for has_target in BOTH),
+    *(sidecar(target, has_target) for target in ("A/y", "C/x") for has_target in BOTH),
     label(META, False),
-    *(label(old, True) for old in (None, META, META._replace(data=META.data + b"[resource_label]\n  size=1234567890\n"
-                                                                 b"  time=1234567890123\n  crc=1234567890\n[/resource_label]\n"))),
+    *(label(old, True) for old in (None, META, META._replace(data=META.data + LONGER_LABEL))),
     *(marker(old) for old in (None, b"fail", b"ok")),
     *(backup(folder, has_meta) for folder in ("A/backup", "C") for has_meta in BOTH), first_backup(),
     mount(),
@@ -330,9 +352,10 @@ class Sweep:
         """Unless the operation was done."""
         before = box.found()
         if any(self.row.problems(before, is_done=True, temporary_files=True)) and self.row.is_open(before):
-            done = subprocess.run(box.command, env=ENVIRONMENT, capture_output=True, text=True, check=False, stdin=subprocess.DEVNULL)
-            self.expect(fault + ", then a second run", [done.stderr] if done.returncode else [])
-            self.expect(fault + ", then a second run", self.row.problems(box.found(), is_done=True, temporary_files=True))
+            fault += ", then a second run"
+            done = subprocess.run(box.command, env=ENVIRONMENT, capture_output=True, text=True, check=False)
+            self.expect(fault, [done.stderr] if done.returncode else [])
+            self.expect(fault, self.row.problems(box.found(), is_done=True, temporary_files=True))
 
     def cut_power(self, fault, box, calls, done):
         """Only from an injected fault on: before it the run is like the one without."""
@@ -360,12 +383,6 @@ def sweep(number):
     return done.row.name, done.runs, done.cuts, done.failures
 
 
-def two_file_systems():
-    """A folder in memory and one on the disk; with a third file system there is no need of them."""
-    folders = ["/dev/shm", tempfile.gettempdir()]
-    return folders if all(map(os.path.isdir, folders)) and len({os.stat(folder).st_dev for folder in folders}) == 2 else None
-
-
 def main():
     if not may_trace():
         print("processes may not be traced here")
@@ -384,7 +401,5 @@ def main():
     return 1 if failed else 0
 
 
-FILE_SYSTEMS = two_file_systems()
-ENVIRONMENT = {"HOME": "/nonexistent", "PATH": os.environ["PATH"]}
 if __name__ == "__main__":
     sys.exit(main())

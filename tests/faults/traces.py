@@ -49,7 +49,7 @@ class Call(NamedTuple):
                 yield int(descriptor[1]) if descriptor else path
 
     def __str__(self):
-        return re.sub(r"(\\x[0-9a-f]{2})+", lambda found: text(found[0])[-80:], self.line)
+        return re.sub(r"(\\x[0-9a-f]{2})+", lambda found: bytes_of(found[0]).decode(errors="replace")[-80:], self.line)
 
 
 def bytes_of(argument):
