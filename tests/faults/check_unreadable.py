@@ -10,8 +10,8 @@ NOBODY = 65534
 QVRES, PROBE = (os.path.abspath(program) for program in sys.argv[1:3])
 DENIED = "Permission denied"
 
-# Below A: readable/a, z, locked (a file without any bit), secret/b (a folder without any bit), closed/x (a folder that may be listed,
-# not entered), blind/x (one that may be entered and written, not listed). Below B, on another file system: blind/x.
+# Below A: readable/a, z, locked (a file without any bit), secret/b (a folder without any bit), closed/x (a folder that may be
+# listed, not entered), blind/x (one that may be entered and written, not listed). Below B, on another file system: blind/x.
 # Command, exit status, what standard output and standard error hold, and paths that are there afterwards ("!": that are not).
 CASES = [
     ("ls -R /A", 1, ["/A/readable/a", "/A/z"], ["/A/secret", "/A/blind", DENIED], []),
@@ -25,8 +25,8 @@ CASES = [
     *((command + " /A/closed/x", 1, [], ["/A/closed/x", DENIED], [])
       for command in ("cat", "stat", "exists", "meta", "label", "check", "rm", "backup", "done", "file")),
     *((command, 1, [], [DENIED], ["A/z", "A/closed/x"])
-      for command in ("cp /A/closed/x /A/y", "mv /A/closed/x /A/y", "cp /A/z /A/closed/y", "mv /A/z /A/closed/x", "cp /A/z /A/locked",
-                      "put /A/closed/y", "copy /A/z /A/closed")),
+      for command in ("cp /A/closed/x /A/y", "mv /A/closed/x /A/y", "cp /A/z /A/closed/y", "mv /A/z /A/closed/x",
+                      "cp /A/z /A/locked", "put /A/closed/y", "copy /A/z /A/closed")),
     # The folder of the target cannot be opened to be synced: its whole file system is.
     *(("mv /A/z " + target, 0, [], [], ["!A/z", target[1:]]) for target in ("/A/blind/z", "/B/blind/z")),
     ("rename /A/secret new", 0, [], [], ["A/new/b", "!A/secret"]),

@@ -230,7 +230,8 @@ TREE = {"A/tree/%s" % name: file for name, file in (("a", SOURCE), ("a.meta", ME
 FOLDERS = {"A/tree": FOLDER, "A/tree/sub": FOLDER, "A/tree/sub/deep": FOLDER}
 BOTH = (False, True)
 ROWS = [
-    *(transfer("cp", "A/x", target, has_meta, has_target) for target in ("A/y", "C/x") for has_meta in BOTH for has_target in BOTH),
+    *(transfer("cp", "A/x", target, has_meta, has_target) for target in ("A/y", "C/x") for has_meta in BOTH
+      for has_target in BOTH),
     *(transfer("mv", "A/x", target, has_meta, has_target) for target in ("A/y", "C/x", "F/x") for has_meta in BOTH
       for has_target in BOTH),
     *(transfer(verb, "A/x", "B/x", True, True) for verb in ("cp", "mv")),
