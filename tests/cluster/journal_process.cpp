@@ -1,7 +1,7 @@
 // One process of the cluster tests that works on a storage's journal until it is done:
-//   journal_process FOLDER append PREFIX COUNT   one line a record: "done ID" or "refused ID"
-//   journal_process FOLDER merge                 until SIGTERM; one line each: "done" or "refused"
-// Why something was refused is what the library logs to standard error.
+//   journal_process FOLDER TIMEOUT append PREFIX COUNT   one line a record: "done ID" or "refused ID"
+//   journal_process FOLDER TIMEOUT merge                 until SIGTERM; one line each: "done -" or "refused -"
+// TIMEOUT is that of the lock, in milliseconds. Why something was refused is what the library logs to standard error.
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +11,7 @@
 #include "manager/QvServicesModule.h"
 #include "manager/ResourceManager.h"
 #include "storage/ResStorage.h"
+#include "support/VarFolder.h"
 
 namespace
 {
@@ -37,7 +38,7 @@ void Merge(TResStorage& storage)
 {
     std::signal(SIGTERM, [](int) { g_ended = 1; });
     while (g_ended == 0) {
-        Report(storage.MergeDir(), "");
+        Report(storage.MergeDir(), "-");
         QvSleep(kPauseBetweenMerges);
     }
 }
@@ -45,15 +46,17 @@ void Merge(TResStorage& storage)
 
 int main(int argc, char** argv)
 {
-    const std::string operation = argc > 2 ? argv[2] : "";
-    if ((operation != "append" || argc != 5) && operation != "merge")
+    const std::string operation = argc > 3 ? argv[3] : "";
+    if ((operation != "append" || argc != 6) && operation != "merge")
         return 2;
+    const TVarFolder var;
+    var.Write("Config/ResourceManager.x-ini", std::string("StDirLockTimeout=") + argv[2]);
     Init_QvServices();
     ResourceManager.Init();
     TResStorage storage;
     storage.Name = storage.Folder = argv[1];
     if (operation == "append")
-        Append(storage, argv[3], std::atoi(argv[4]));
+        Append(storage, argv[4], std::atoi(argv[5]));
     else
         Merge(storage);
     Deinit_QvServices();
