@@ -150,11 +150,13 @@ def journal(cluster, name, writers, appends, merges=False, kills=False):
     reports = [line.split() for process in processes for line in process.output.splitlines()]
     tally.acknowledged = {key for state, key in reports if state == "done"}
     tally.refused = sum(state == "refused" for state, _ in reports)
-    tally.reasons.update(line for process in processes + mergers for line in process.errors.splitlines())
+    tally.reasons.update(re.sub(r"/\S*/", "", line) for process in processes + mergers for line in process.errors.splitlines())
     for folder in folders:
-        state = cluster.qvres(f"journal verify {folder}").output.strip()
+        state = cluster.look(f"journal verify {folder}", lambda text: text == "whole\n").output.strip()
         tally.check(state == "whole", f"verify says {state}")
-        tally.see(line.split("\t")[0] for line in cluster.qvres(f"journal load {folder}").output.splitlines())
+        loaded = cluster.look(f"journal load {folder}", bool)
+        tally.check(loaded.returncode == 0, f"load: {loaded.errors}")
+        tally.see(line.split("\t")[0] for line in loaded.output.splitlines())
     cluster.volume.wait_for_reconnection()
     return tally
 

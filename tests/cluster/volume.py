@@ -60,14 +60,14 @@ def end_process(process):
 
 
 def read(path):
-    """A client may know a replaced file for as long as its caches last, and answers ESTALE then."""
+    """For as long as its caches last, a client may know a replaced file and not the new one."""
     end = time.monotonic() + WAIT
     while True:
         try:
             with open(path, "rb") as file:
                 return file.read()
         except OSError as error:
-            if error.errno != errno.ESTALE or time.monotonic() > end:
+            if error.errno not in (errno.ESTALE, errno.ENOENT) or time.monotonic() > end:
                 raise
             time.sleep(0.05)
 
