@@ -1,9 +1,9 @@
-// One process of the cluster tests that works on a storage's journal until it is done:
-//   journal_process FOLDER TIMEOUT append PREFIX COUNT   one line a record: "done ID" or "refused
-//   ID" journal_process FOLDER TIMEOUT merge                 until SIGTERM; one line each: "done -"
-//   or "refused -"
-// TIMEOUT is that of the lock, in milliseconds. Why something was refused is what the library logs
-// to standard error.
+// One process of the cluster tests that works on a storage's journal until it is done. TIMEOUT is
+// that of the lock, in milliseconds. Why something was refused is logged to standard error.
+//   journal_process FOLDER TIMEOUT append PREFIX COUNT
+//     prints a line for each record: "done ID" or "refused ID"
+//   journal_process FOLDER TIMEOUT merge
+//     until SIGTERM; prints a line for each merge: "done -" or "refused -"
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
