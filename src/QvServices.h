@@ -14,6 +14,7 @@
 #include "manager/ResourceManager.h"
 #include "profiles/CPUtils.h"
 #include "profiles/ResourceProfile.h"
+#include "profiles/VarFolderLock.h"
 #include "resid/ResAttrib.h"
 #include "resid/ResId.h"
 #include "services/Backup.h"

@@ -5,11 +5,10 @@
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "QvStd/Files.h"
+#include "QvStd/Descriptor.h"
 
 namespace
 {
@@ -39,64 +38,6 @@ int FlagsOf(qvOpenMode mode)
         return -1;
     }
 }
-
-template <class TCall>
-auto RetryInterrupted(const TCall& call)
-{
-    for (;;) {
-        const auto result = call();
-        if (result >= 0 || errno != EINTR)
-            return result;
-    }
-}
-
-/// 0 or an errno. O_NONBLOCK keeps a FIFO from waiting for its other end. Reads and writes of
-/// regular files do not heed it, so it is not taken back; opening one does while somebody holds a
-/// lease on it, which he is about to give back.
-int OpenDescriptor(const std::string& path, int flags, int* descriptor)
-{
-    if (path.find('\0') != std::string::npos)
-        return EINVAL;
-    constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    *descriptor = RetryInterrupted([&] { return open(path.c_str(), flags | kAlways, 0666); });
-    TQvFileInfo info;
-    if (*descriptor < 0 && errno == EWOULDBLOCK && QvGetFileInfo(path, &info) && info.IsRegular)
-        *descriptor = RetryInterrupted(
-            [&] { return open(path.c_str(), flags | (kAlways & ~O_NONBLOCK), 0666); });
-    if (*descriptor >= 0)
-        return 0;
-    // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.
-    return errno == ENXIO ? EINVAL : errno;
-}
-
-int RefuseIrregular(int descriptor)
-{
-    struct stat status;
-    if (fstat(descriptor, &status) != 0)
-        return errno;
-    if (S_ISREG(status.st_mode))
-        return 0;
-    return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-}
-
-int TakeLock(int descriptor, qvShareMode share)
-{
-    const int kind = share == kQvShareAll ? LOCK_SH : LOCK_EX;
-    if (RetryInterrupted([&] { return flock(descriptor, kind | LOCK_NB); }) == 0)
-        return 0;
-    switch (errno) {
-    case EWOULDBLOCK:
-        return EACCES;
-    case ENOLCK:
-    case EOPNOTSUPP:
-    case ENOSYS:
-    case EINVAL:
-    case EBADF: // network file systems lock no write-only file shared, no read-only one exclusively
-        return 0;
-    default:
-        return errno;
-    }
-}
 } // namespace
 
 TQvFileStream::~TQvFileStream()
@@ -119,14 +60,17 @@ bool TQvFileStream::Open(const std::string& path, qvOpenMode mode, qvShareMode s
         Close();
     m_error = 0;
     const int flags = FlagsOf(mode);
-    int error = flags < 0 ? EINVAL : OpenDescriptor(path, flags, &m_descriptor);
+    TQvDescriptor file;
+    struct stat status = {};
+    int error = flags < 0 ? EINVAL : QvOpenRegular(path, flags, &file, &status);
+    m_descriptor = file.Release();
     if (error == 0)
-        error = RefuseIrregular(m_descriptor);
-    if (error == 0)
-        error = TakeLock(m_descriptor, share);
+        error = QvTakeShareLock(m_descriptor, share);
     // The size is asked for under the lock: another holder may have written until now.
     if (error == 0 && mode == kQvOpenCreate && getSize() != 0 && !setSize(0))
         error = -m_error;
+    if (error == 0 && status.st_size == 0 && (flags & O_CREAT) != 0)
+        m_unsyncedName = path;
     if (error == 0)
         return true;
     if (m_descriptor >= 0)
@@ -205,7 +149,7 @@ std::size_t TQvFileStream::ReadAt(char* buffer, std::size_t count, std::uint64_t
     const std::uint64_t room = kMaxPosition - position;
     const std::size_t wanted =
         static_cast<std::size_t>(std::min<std::uint64_t>({count, kMaxTransfer, room}));
-    const ssize_t got = RetryInterrupted(
+    const ssize_t got = QvRetryInterrupted(
         [&] { return pread(m_descriptor, buffer, wanted, static_cast<off_t>(position)); });
     if (got >= 0)
         return static_cast<std::size_t>(got);
@@ -226,7 +170,7 @@ std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
         const std::uint64_t room = kMaxPosition - m_position;
         const std::size_t wanted =
             static_cast<std::size_t>(std::min<std::uint64_t>({count - done, kMaxTransfer, room}));
-        const ssize_t put = RetryInterrupted([&] {
+        const ssize_t put = QvRetryInterrupted([&] {
             return pwrite(m_descriptor, bytes + done, wanted, static_cast<off_t>(m_position));
         });
         if (put <= 0) {
@@ -254,7 +198,7 @@ bool TQvFileStream::setSize(std::uint64_t size)
     if (m_descriptor >= 0 && size > kMaxPosition)
         return Fail(EFBIG);
     const off_t length = static_cast<off_t>(size);
-    return RetryInterrupted([&] { return ftruncate(m_descriptor, length); }) == 0 || Fail(errno);
+    return QvRetryInterrupted([&] { return ftruncate(m_descriptor, length); }) == 0 || Fail(errno);
 }
 
 bool TQvFileStream::setPosition(std::uint64_t position)
@@ -269,7 +213,13 @@ bool TQvFileStream::setPosition(std::uint64_t position)
 
 bool TQvFileStream::Flush()
 {
-    return RetryInterrupted([&] { return fdatasync(m_descriptor); }) == 0 || Fail(errno);
+    if (QvRetryInterrupted([&] { return fdatasync(m_descriptor); }) != 0)
+        return Fail(errno);
+    // The bytes of a file are no safer than its name.
+    if (!m_unsyncedName.empty() && !QvSyncFolderOf(m_unsyncedName, m_descriptor))
+        return Fail(errno);
+    m_unsyncedName.clear();
+    return true;
 }
 
 bool TQvFileStream::Close()
@@ -283,6 +233,7 @@ bool TQvFileStream::Close()
     m_position = 0;
     m_bufferLength = 0;
     m_buffer.reset();
+    m_unsyncedName.clear();
     return result == 0 || Fail(error);
 }
 

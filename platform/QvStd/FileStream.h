@@ -39,6 +39,8 @@ public:
     /// getError; a file that a creating mode made before it was refused the lock stays.
     bool Open(const std::string& path, qvOpenMode mode, qvShareMode share);
 
+    /// Of the open file; -1 when none is open.
+    int Descriptor() const { return m_descriptor; }
     explicit operator bool() const override { return m_descriptor >= 0; }
     std::size_t Read(void* buffer, std::size_t count) override;
     std::size_t Write(const void* buffer, std::size_t count) override;
@@ -59,6 +61,7 @@ private:
 
     int m_descriptor = -1;
     mutable int m_error = 0;
+    std::string m_unsyncedName; ///< of a file that may be new; "" once its folder was synced
     std::uint64_t m_position = 0;
     std::unique_ptr<char[]> m_buffer; ///< bytes of the file from m_bufferStart on
     std::uint64_t m_bufferStart = 0;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
+#include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <sys/stat.h>
@@ -14,10 +16,20 @@ bool Look(const std::string& path, struct stat* status)
     return stat(path.c_str(), status) == 0;
 }
 
-/// Creates a folder or finds it there; on failure errno is that of the creation.
-bool MakeOrFindFolder(const std::string& path)
+/// Below a file there is nothing, a link without an end leads to nothing, and a component that is
+/// too long names nothing: that is known, not a failure to look. A path that is too long as a whole
+/// may lead to something.
+TQvResult AnswerLook(const char* path)
 {
-    if (mkdir(path.c_str(), 0777) == 0)
+    const bool isNothing = errno == ENOTDIR || errno == ELOOP ||
+                           (errno == ENAMETOOLONG && std::strlen(path) < PATH_MAX);
+    return isNothing ? TQvResult::Nothing() : TQvResult::FromErrno();
+}
+
+/// Creates a folder or finds it there; on failure errno is that of the creation.
+bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777)
+{
+    if (mkdir(path.c_str(), mode) == 0)
         return true;
     const int error = errno;
     if (QvDirExists(path))
@@ -45,17 +57,17 @@ std::size_t NextEnd(const std::string& path, std::size_t end)
 }
 } // namespace
 
-bool QvGetFileInfo(const std::string& path, TQvFileInfo* info)
+TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info)
 {
     return QvGetFileInfoAt(AT_FDCWD, path.c_str(), info);
 }
 
-bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
+TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
 {
     struct statx status = {};
     constexpr unsigned kWanted = STATX_TYPE | STATX_SIZE | STATX_MTIME | STATX_CTIME | STATX_BTIME;
     if (statx(folderDescriptor, name, AT_STATX_SYNC_AS_STAT, kWanted, &status) != 0)
-        return false;
+        return AnswerLook(name);
     const bool hasBirth = (status.stx_mask & STATX_BTIME) != 0;
     const struct statx_timestamp& born = hasBirth ? status.stx_btime : status.stx_ctime;
     info->IsFolder = S_ISDIR(status.stx_mode);
@@ -63,15 +75,7 @@ bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
     info->Size = status.stx_size;
     info->UpdateTime = TQvDateTime::FromTimespec(status.stx_mtime.tv_sec, status.stx_mtime.tv_nsec);
     info->CreationTime = TQvDateTime::FromTimespec(born.tv_sec, born.tv_nsec);
-    return true;
-}
-
-bool QvIsSameFile(const std::string& a, const std::string& b)
-{
-    struct stat statusA = {};
-    struct stat statusB = {};
-    return Look(a, &statusA) && Look(b, &statusB) && statusA.st_dev == statusB.st_dev &&
-           statusA.st_ino == statusB.st_ino;
+    return TQvResult::Done();
 }
 
 bool QvFileExists(const std::string& path)
@@ -86,14 +90,14 @@ bool QvDirExists(const std::string& path)
     return Look(path, &status) && S_ISDIR(status.st_mode);
 }
 
-bool QvFileDirExists(const std::string& path, bool* isFolder)
+TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
 {
     struct stat status = {};
     if (!Look(path, &status))
-        return false;
+        return AnswerLook(path.c_str());
     if (isFolder != nullptr)
         *isFolder = S_ISDIR(status.st_mode);
-    return true;
+    return TQvResult::Done();
 }
 
 bool QvIsSymLink(const std::string& path)
@@ -117,56 +121,58 @@ std::uint32_t GetUnixFileTime(const std::string& path)
     return static_cast<std::uint32_t>(std::clamp<time_t>(status.st_mtim.tv_sec, 0, kLast));
 }
 
-bool QvCopyPermissions(const std::string& from, const std::string& to)
+TQvResult QvCreateDirectory(const std::string& path)
+{
+    return mkdir(path.c_str(), 0777) == 0 ? TQvResult::Done() : TQvResult::FromErrno();
+}
+
+TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model)
 {
     struct stat status = {};
-    return Look(from, &status) && chmod(to.c_str(), status.st_mode & 0777) == 0;
+    const bool isMade =
+        Look(model, &status) && MakeOrFindFolder(path, (status.st_mode & 0777) | S_IRWXU);
+    return isMade ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
-bool QvCreateDirectory(const std::string& path)
-{
-    return mkdir(path.c_str(), 0777) == 0;
-}
-
-bool QvForceDirectories(const std::string& path)
+TQvResult QvForceDirectories(const std::string& path)
 {
     if (MakeOrFindFolder(path))
-        return true;
+        return TQvResult::Done();
     // Back to the first parent that can be made or is there, then forward again.
     std::size_t end = path.size();
     do {
         if (errno != ENOENT)
-            return false;
+            return TQvResult::FromErrno();
         end = ParentEnd(path, end);
         if (end == 0) {
             errno = ENOENT;
-            return false;
+            return TQvResult::FromErrno();
         }
     } while (!MakeOrFindFolder(path.substr(0, end)));
     while (end < path.size()) {
         end = NextEnd(path, end);
         if (!MakeOrFindFolder(path.substr(0, end)))
-            return false;
+            return TQvResult::FromErrno();
     }
-    return true;
+    return TQvResult::Done();
 }
 
-bool QvDeleteFile(const std::string& path)
+TQvResult QvDeleteFile(const std::string& path)
 {
-    return unlink(path.c_str()) == 0;
+    return unlink(path.c_str()) == 0 ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
-bool QvRemoveDirectory(const std::string& path)
+TQvResult QvRemoveDirectory(const std::string& path)
 {
     // With its trailing "/", a link to a folder would be neither folder nor link to the system.
     const std::size_t last = path.find_last_not_of('/');
     const std::string plain = last == std::string::npos ? path : path.substr(0, last + 1);
     if (rmdir(plain.c_str()) == 0)
-        return true;
+        return TQvResult::Done();
     if (errno != ENOTDIR)
-        return false;
+        return TQvResult::FromErrno();
     if (QvIsSymLink(plain) && QvDirExists(plain))
-        return unlink(plain.c_str()) == 0;
+        return QvDeleteFile(plain);
     errno = ENOTDIR;
-    return false;
+    return TQvResult::FromErrno();
 }

@@ -1,7 +1,8 @@
 // Files and folders over POSIX calls.
 //
-// Every function takes the raw system path as a std::string, or a TQvPath. Failures are answered
-// with false (or 0) and leave `errno` as the failing system call set it, unless said otherwise.
+// Every function takes the raw system path as a std::string, or a TQvPath. Those that can fail
+// answer a TQvResult, which converts to bool and names the path that failed where there are two;
+// `errno` holds its error then, too. The plain questions answer false or 0 with `errno`.
 //
 // Thread-safety: callable from any thread.
 #pragma once
@@ -14,6 +15,7 @@
 #include "QvStd/Export.h"
 #include "QvStd/Path.h"
 #include "QvStd/Progress.h"
+#include "QvStd/Result.h"
 
 /// What one look at a file tells; symbolic links are followed.
 struct TQvFileInfo
@@ -25,64 +27,87 @@ struct TQvFileInfo
     TQvDateTime CreationTime; ///< birth time, else the status change time
 };
 
-/// One statx. False with errno when nothing is there (a dangling link included).
-QVSTD_API bool QvGetFileInfo(const std::string& path, TQvFileInfo* info);
+/// One statx. "Nothing" when nothing is there (a dangling link included).
+QVSTD_API TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info);
 /// The same for a name in an open folder.
-QVSTD_API bool QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info);
-/// Whether both paths lead to one and the same file or folder that is there.
-QVSTD_API bool QvIsSameFile(const std::string& a, const std::string& b);
+QVSTD_API TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info);
+
+/// What two paths have in common.
+enum class TQvSameness
+{
+    Different,
+    /// One entry of a folder seen by two paths, or a symbolic link and what it leads to: a move
+    /// from one to the other would lose the file.
+    OneEntry,
+    /// Two names of one file in their own right.
+    HardLinks
+};
+/// Different, too, when one of both cannot be looked at.
+QVSTD_API TQvSameness QvCompareFiles(const std::string& a, const std::string& b);
 
 /// A file of any kind that is not a folder; links are followed.
 QVSTD_API bool QvFileExists(const std::string& path);
 QVSTD_API bool QvDirExists(const std::string& path);
-/// Either of both; `isFolder` (may be null) tells which.
-QVSTD_API bool QvFileDirExists(const std::string& path, bool* isFolder);
+/// Either of both; `isFolder` (may be null) receives which. "Nothing" and "failed" are two answers.
+QVSTD_API TQvResult QvFileDirExists(const std::string& path, bool* isFolder);
 QVSTD_API bool QvIsSymLink(const std::string& path);
+/// Replaces a path by where its chain of symbolic links ends, whether or not anything is there.
+/// Only the last component is looked at. False with errno (ELOOP for a chain without an end).
+QVSTD_API bool QvFollowLinks(std::string* path);
 
 /// Bytes; 0 with errno on failure.
 QVSTD_API std::uint64_t QvGetFileSize(const std::string& path);
 /// Modification time in Unix seconds; 0 with errno on failure.
 QVSTD_API std::uint32_t GetUnixFileTime(const std::string& path);
 
-/// Gives `to` the permission bits of `from`; links are followed.
-QVSTD_API bool QvCopyPermissions(const std::string& from, const std::string& to);
-
 /// One folder; false (EEXIST) when something is already there.
-QVSTD_API bool QvCreateDirectory(const std::string& path);
+QVSTD_API TQvResult QvCreateDirectory(const std::string& path);
+/// One folder with the permission bits of another one as far as the umask lets them, except that
+/// its owner can always work in it. Done, too, when it is there already.
+QVSTD_API TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model);
 /// The folder with all missing parents; true when it is there afterwards. Safe against others that
 /// create the same folders meanwhile.
-QVSTD_API bool QvForceDirectories(const std::string& path);
+QVSTD_API TQvResult QvForceDirectories(const std::string& path);
 /// A file or a link; never a folder.
-QVSTD_API bool QvDeleteFile(const std::string& path);
+QVSTD_API TQvResult QvDeleteFile(const std::string& path);
 /// An empty folder; on a symbolic link to a folder removes the link. A trailing "/" does not
 /// matter.
-QVSTD_API bool QvRemoveDirectory(const std::string& path);
+QVSTD_API TQvResult QvRemoveDirectory(const std::string& path);
 /// Removes a folder; with `recursive` with everything in it, with `force` also what is
-/// write-protected (folders are made writable first). Symbolic links inside are removed, never
-/// followed; when `path` itself is a link, only the link goes. Refuses "", "/" and a path whose
-/// last component is "." or
-/// "..". Goes on after a failure, and reports the first one in `errorText` (may be null) and as
-/// false.
-QVSTD_API bool QvRemoveDirectoryEx(const std::string& path, bool recursive, bool force,
-                                   std::string* errorText);
+/// write-protected (folders are made writable first), of any depth. Symbolic links inside are
+/// removed, never followed; when `path` itself is a link, only the link goes. Refuses "", "/" and a
+/// path whose last component is "." or "..". Goes on after a failure and reports the first one, as
+/// a sentence in `errorText` (may be null).
+QVSTD_API TQvResult QvRemoveDirectoryEx(const std::string& path, bool recursive, bool force,
+                                        std::string* errorText);
 
-/// Copies content, modification time and permission bits. The target appears whole or not at all:
-/// the content is written to a hidden temporary file in the target's folder and renamed over the
-/// target. With `failIfExists` an existing target is refused (EEXIST). The source must be a regular
-/// file (EINVAL, or EISDIR for a folder); a target that is a folder is refused (EISDIR). Copying a
-/// file onto itself succeeds and changes nothing. A target that is a symbolic link is replaced.
-/// Reflinks where the file system has them, else blocks of 256 KiB. Not synced.
-QVSTD_API bool QvCopyFile(const std::string& from, const std::string& to, bool failIfExists);
+/// Copies content, modification time and permission bits, by a reflink or inside the kernel where
+/// that is possible; holes stay holes. The target appears whole or not at all, as TQvNewFile says;
+/// a symbolic link to a file stays and what it leads to is replaced. With `failIfExists` an
+/// existing target is refused (EEXIST). The source must be a regular file (EINVAL, or EISDIR for a
+/// folder). Two names of one file: nothing is done, and that succeeds. Not synced.
+QVSTD_API TQvResult QvCopyFile(const std::string& from, const std::string& to, bool failIfExists);
 /// As QvCopyFile; polls `progress` (may be null) at least every 8 MiB and reports positions when it
-/// is active; the last report is always the whole. A user break gives false (ECANCELED) and leaves
-/// the old target.
-QVSTD_API bool QvCopyFileEx(const std::string& from, const std::string& to, bool failIfExists,
-                            TQvProgressHandler* progress);
+/// is active; the last report is always the whole. A user break fails (ECANCELED) and leaves the
+/// old target.
+QVSTD_API TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool failIfExists,
+                                 TQvProgressHandler* progress);
+/// As QvCopyFileEx for a target that is hardly there, because its folder was just made: an existing
+/// one is refused (EEXIST), but only after the content was read.
+QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
+                                    TQvProgressHandler* progress);
+/// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
+/// extended attributes, too, and the copy and its name are on the disk when this answers.
+QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
+                                     TQvProgressHandler* progress);
 /// Renames. Without `overwrite` an existing target is refused (EEXIST), with no window in which
-/// another process could slip one in. With `acrossDevices` a target on another device is copied (as
-/// above, files only) and the source deleted then.
-QVSTD_API bool QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite,
-                            bool acrossDevices);
+/// another process could slip one in. With `overwrite` a target that is another hard link of the
+/// file stays, and the source's name goes; one that is the same entry is refused (EINVAL), unless
+/// only the letter case of its name changes. With
+/// `acrossDevices` a target on another device is copied (as QvCopyFileToMove, files only) and the
+/// source deleted then; `progress` (may be null) is for that.
+QVSTD_API TQvResult QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite,
+                                 bool acrossDevices, TQvProgressHandler* progress = nullptr);
 
 /// Full paths of what lies in `folder` and matches `mask` (wildcards "*" and "?", case matters),
 /// sorted by name; "*" and "*.*" match every name, hidden ones too. Folders are listed
@@ -93,14 +118,15 @@ QVSTD_API std::vector<std::string> QvFindFiles(const std::string& folder, const 
                                                bool withFolders, bool recursive,
                                                TQvProgressHandler* progress = nullptr);
 
-/// Writes a file so that it holds either the old or the new content, whatever happens: a temporary
-/// neighbour is written, synced and renamed over `path`, and the folder is synced. The permission
-/// bits of an existing file are kept. A symbolic link stays: what it points to is replaced. On
-/// failure false with errno, the old file is untouched and no temporary stays.
-QVSTD_API bool QvWriteFileAtomically(const std::string& path, const std::string& content);
+/// Replaces a file's content and brings it to the disk, through a TQvNewFile: the file holds the
+/// old or the new content, whatever happens. Owner (where allowed) and permission bits of an
+/// existing file are kept, a symbolic link stays. On failure the old file is untouched, except when
+/// only the folder could not be synced: then the new content is in place and may not survive a
+/// power cut.
+QVSTD_API TQvResult QvWriteFileAtomically(const std::string& path, const std::string& content);
 
-/// The whole content; false with errno on failure (EISDIR, EINVAL for what is no regular file).
-QVSTD_API bool QvReadWholeFile(const std::string& path, std::string* content);
+/// The whole content. Fails with EISDIR or EINVAL for what is no regular file.
+QVSTD_API TQvResult QvReadWholeFile(const std::string& path, std::string* content);
 
 inline bool QvFileExists(const TQvPath& path)
 {
@@ -110,7 +136,7 @@ inline bool QvDirExists(const TQvPath& path)
 {
     return QvDirExists(path.toSysStr());
 }
-inline bool QvFileDirExists(const TQvPath& path, bool* isFolder)
+inline TQvResult QvFileDirExists(const TQvPath& path, bool* isFolder)
 {
     return QvFileDirExists(path.toSysStr(), isFolder);
 }
@@ -122,28 +148,28 @@ inline std::uint32_t GetUnixFileTime(const TQvPath& path)
 {
     return GetUnixFileTime(path.toSysStr());
 }
-inline bool QvCreateDirectory(const TQvPath& path)
+inline TQvResult QvCreateDirectory(const TQvPath& path)
 {
     return QvCreateDirectory(path.toSysStr());
 }
-inline bool QvForceDirectories(const TQvPath& path)
+inline TQvResult QvForceDirectories(const TQvPath& path)
 {
     return QvForceDirectories(path.toSysStr());
 }
-inline bool QvDeleteFile(const TQvPath& path)
+inline TQvResult QvDeleteFile(const TQvPath& path)
 {
     return QvDeleteFile(path.toSysStr());
 }
-inline bool QvRemoveDirectory(const TQvPath& path)
+inline TQvResult QvRemoveDirectory(const TQvPath& path)
 {
     return QvRemoveDirectory(path.toSysStr());
 }
-inline bool QvRemoveDirectoryEx(const TQvPath& path, bool recursive, bool force,
-                                std::string* errorText)
+inline TQvResult QvRemoveDirectoryEx(const TQvPath& path, bool recursive, bool force,
+                                     std::string* errorText)
 {
     return QvRemoveDirectoryEx(path.toSysStr(), recursive, force, errorText);
 }
-inline bool QvCopyFile(const TQvPath& from, const TQvPath& to, bool failIfExists)
+inline TQvResult QvCopyFile(const TQvPath& from, const TQvPath& to, bool failIfExists)
 {
     return QvCopyFile(from.toSysStr(), to.toSysStr(), failIfExists);
 }

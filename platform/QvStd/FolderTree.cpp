@@ -5,49 +5,17 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <string_view>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
+#include "QvStd/Descriptor.h"
+#include "QvStd/FileNames.h"
+#include "QvStd/FolderReader.h"
 #include "QvStd/Message.h"
 
 namespace
 {
-struct TCloseFolder
-{
-    void operator()(DIR* folder) const
-    {
-        const int error = errno;
-        closedir(folder);
-        errno = error;
-    }
-};
-using TFolder = std::unique_ptr<DIR, TCloseFolder>;
-
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-
-/// Null with errno when it does not open.
-TFolder OpenFolder(int parent, const char* name, int flags)
-{
-    const int file = openat(parent, name, flags);
-    if (file < 0)
-        return nullptr;
-    TFolder folder(fdopendir(file));
-    if (folder == nullptr) {
-        const int error = errno;
-        close(file);
-        errno = error;
-    }
-    return folder;
-}
-
-std::string SystemText(int error)
-{
-    return std::generic_category().message(error);
-}
-
 struct TEntry
 {
     std::string Name;
@@ -63,24 +31,19 @@ unsigned char TypeOf(int folder, const char* name, int flags)
     return static_cast<unsigned char>(IFTODT(status.st_mode));
 }
 
-/// Everything in a folder but "." and "..".
-bool ReadEntries(DIR* folder, std::vector<TEntry>* entries, TQvProgressHandler* progress)
+TQvResult ReadEntries(TQvFolderReader& folder, std::vector<TEntry>* entries,
+                      TQvProgressHandler* progress)
 {
-    for (;;) {
-        errno = 0;
-        const dirent* entry = readdir(folder);
-        if (entry == nullptr)
-            return errno == 0;
+    TQvFolderEntry entry;
+    while (folder.Next(&entry)) {
         QvPollProgress(progress);
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..")
-            continue;
-        // Not every file system tells the type with the name.
-        const unsigned char type = entry->d_type != DT_UNKNOWN
-                                       ? entry->d_type
-                                       : TypeOf(dirfd(folder), entry->d_name, AT_SYMLINK_NOFOLLOW);
-        entries->push_back({std::string(name), type});
+        const unsigned char type =
+            entry.Type != DT_UNKNOWN
+                ? entry.Type
+                : TypeOf(folder.Descriptor(), entry.Name.data(), AT_SYMLINK_NOFOLLOW);
+        entries->push_back({std::string(entry.Name), type});
     }
+    return folder.Result();
 }
 
 /// The length of the character that `text` begins with.
@@ -143,23 +106,26 @@ bool IsListed(const TSearch& search, int folder, const TEntry& entry)
 
 [[noreturn]] void ThrowUnreadable(const std::string& path, int error)
 {
-    throw QvMsg_helper("Err_ReadFolder_name") << path << SystemText(error);
+    throw QvMsg_helper("Err_ReadFolder_name") << path << QvErrorText(error);
 }
 
-void SearchFolder(TSearch& search, const std::string& path, int flags)
+void SearchFolder(TSearch& search, const std::string& path, bool isTop)
 {
-    TFolder folder = OpenFolder(AT_FDCWD, path.c_str(), flags);
-    if (folder == nullptr && errno == ENOENT)
+    TQvFolderReader folder;
+    TQvResult result = folder.OpenAt(AT_FDCWD, path.c_str(), isTop);
+    if (result.IsNothing())
         return;
     std::vector<TEntry> entries;
-    if (folder == nullptr || !ReadEntries(folder.get(), &entries, search.Progress))
-        ThrowUnreadable(path, errno);
+    if (result)
+        result = ReadEntries(folder, &entries, search.Progress);
+    if (!result)
+        ThrowUnreadable(path, result.Error());
     std::sort(entries.begin(), entries.end(),
               [](const TEntry& a, const TEntry& b) { return a.Name < b.Name; });
     std::vector<bool> listed;
     for (const TEntry& entry : entries)
-        listed.push_back(IsListed(search, dirfd(folder.get()), entry));
-    folder.reset(); // the depth of a tree must not be bounded by the open files of a process
+        listed.push_back(IsListed(search, folder.Descriptor(), entry));
+    folder.Close(); // the depth of a tree must not be bounded by the open files of a process
 
     const std::string start = path.back() == '/' ? path : path + '/';
     for (std::size_t i = 0; i < entries.size(); ++i) {
@@ -167,7 +133,7 @@ void SearchFolder(TSearch& search, const std::string& path, int flags)
         if (search.Recursive && entries[i].Type == DT_DIR) {
             if (listed[i])
                 search.Found.push_back(full);
-            SearchFolder(search, full, kOpenFolder | O_NOFOLLOW);
+            SearchFolder(search, full, false);
         } else if (listed[i]) {
             search.Found.push_back(std::move(full));
         }
@@ -202,7 +168,7 @@ public:
     {
         if (m_error == 0) {
             m_error = error;
-            m_errorText = '"' + path + "\": " + SystemText(error);
+            m_errorText = '"' + path + "\": " + QvErrorText(error);
         }
         return false;
     }
@@ -213,60 +179,132 @@ public:
         return unlinkat(parent, name, flags) == 0 || errno == ENOENT || Note(errno, path);
     }
 
-    bool RemoveFolder(int parent, const char* name, std::string& path)
+    /// A folder with everything in it. Only the descriptors of the deepest levels stay open, so
+    /// that the depth is not bounded by the open files of a process.
+    void RemoveFolder(int parent, const char* name, const std::string& path)
     {
-        // Deeper than any path reaches: such a tree could only exhaust the stack.
-        constexpr int kMaxDepth = 2048;
-        if (m_depth == kMaxDepth)
-            return Note(ENAMETOOLONG, path);
-        ++m_depth;
-        const bool emptied = RemoveContents(parent, name, path);
-        --m_depth;
-        return emptied && Unlink(parent, name, AT_REMOVEDIR, path);
+        m_path = path;
+        Enter(parent, name);
+        while (!m_levels.empty()) {
+            TLevel& level = m_levels.back();
+            if (level.Next < level.Entries.size())
+                RemoveEntry(level.Entries[level.Next++]);
+            else if (!Leave(parent))
+                m_levels.clear();
+        }
     }
 
 private:
-    bool RemoveContents(int parent, const char* name, std::string& path)
+    struct TLevel
     {
-        const TFolder folder = Open(parent, name);
-        if (folder == nullptr)
-            return errno == ENOENT || Note(errno, path);
-        // Read to the end before anything goes: a listing of a changing folder may skip entries.
-        std::vector<TEntry> entries;
-        if (!ReadEntries(folder.get(), &entries, nullptr))
-            return Note(errno, path);
-        bool emptied = true;
-        const std::size_t length = path.size();
-        for (const TEntry& entry : entries) {
-            path.append(1, '/').append(entry.Name);
-            const char* entryName = entry.Name.c_str();
-            emptied &= entry.Type == DT_DIR ? RemoveFolder(dirfd(folder.get()), entryName, path)
-                                            : Unlink(dirfd(folder.get()), entryName, 0, path);
-            path.resize(length);
+        std::string Name;
+        std::size_t PathLength = 0; ///< of the folder's own path
+        TQvFolderReader Folder;     ///< closed while deeper levels need the descriptors
+        TQvDescriptor Reopened;     ///< in its place after the return from there
+        struct stat Status = {};
+        std::vector<TEntry> Entries;
+        std::size_t Next = 0;
+        bool IsEmptied = true;
+
+        int Number() const { return Folder ? Folder.Descriptor() : Reopened.Number(); }
+    };
+
+    void RemoveEntry(const TEntry& entry)
+    {
+        const std::size_t length = m_path.size();
+        m_path.append(1, '/').append(entry.Name);
+        const int folder = m_levels.back().Number();
+        const char* name = entry.Name.c_str();
+        const std::size_t depth = m_levels.size();
+        const bool done =
+            entry.Type == DT_DIR ? Enter(folder, name) : Unlink(folder, name, 0, m_path);
+        if (m_levels.size() == depth) {
+            m_levels.back().IsEmptied &= done;
+            m_path.resize(length);
         }
-        return emptied;
     }
 
-    TFolder Open(int parent, const char* name) const
+    /// Opens and reads a folder and makes it the deepest level. True, too, when it has vanished.
+    bool Enter(int parent, const char* name)
     {
-        TFolder folder = OpenFolder(parent, name, kOpenFolder | O_NOFOLLOW);
-        if (!m_force)
-            return folder;
-        if (folder == nullptr && errno == EACCES) {
-            const int named = openat(parent, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            if (named < 0)
-                return nullptr;
-            MakeUsable(named);
-            close(named);
-            folder = OpenFolder(parent, name, kOpenFolder | O_NOFOLLOW);
+        TLevel level;
+        level.Name = name;
+        level.PathLength = m_path.size();
+        TQvResult result = Open(parent, name, level.Folder);
+        if (result.IsNothing())
+            return true;
+        // Read to the end before anything goes: a listing of a changing folder may skip entries.
+        if (result && fstat(level.Number(), &level.Status) != 0)
+            result = TQvResult::FromErrno();
+        if (result)
+            result = ReadEntries(level.Folder, &level.Entries, nullptr);
+        if (!result)
+            return Note(result.Error(), m_path);
+        m_levels.push_back(std::move(level));
+        constexpr std::size_t kOpenLevels = 16;
+        if (m_levels.size() > kOpenLevels) {
+            TLevel& upper = m_levels[m_levels.size() - 1 - kOpenLevels];
+            upper.Folder.Close();
+            upper.Reopened = TQvDescriptor();
         }
-        if (folder != nullptr)
-            MakeUsable(dirfd(folder.get()));
-        return folder;
+        return true;
+    }
+
+    /// Back from the deepest level, which is removed when it is empty. False when there is no way
+    /// back.
+    bool Leave(int top)
+    {
+        const TLevel level = std::move(m_levels.back());
+        m_levels.pop_back();
+        if (!m_levels.empty() && m_levels.back().Number() < 0 && !Reopen(level.Number()))
+            return Note(errno, m_path);
+        const bool removed =
+            level.IsEmptied && Unlink(m_levels.empty() ? top : m_levels.back().Number(),
+                                      level.Name.c_str(), AT_REMOVEDIR, m_path);
+        if (!m_levels.empty()) {
+            m_levels.back().IsEmptied &= removed;
+            m_path.resize(m_levels.back().PathLength);
+        }
+        return true;
+    }
+
+    /// The level above by its "..", unless the folder was moved meanwhile.
+    bool Reopen(int below)
+    {
+        TLevel& level = m_levels.back();
+        TQvDescriptor upper(openat(below, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        struct stat status = {};
+        if (!upper || fstat(upper.Number(), &status) != 0)
+            return false;
+        if (!QvIsSameInode(status, level.Status)) {
+            errno = ESTALE;
+            return false;
+        }
+        level.Reopened = std::move(upper);
+        return true;
+    }
+
+    TQvResult Open(int parent, const char* name, TQvFolderReader& folder) const
+    {
+        TQvResult result = folder.OpenAt(parent, name, false);
+        if (!m_force)
+            return result;
+        if (result.Error() == EACCES) {
+            constexpr int kByName = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+            const TQvDescriptor named(openat(parent, name, kByName));
+            if (!named)
+                return TQvResult::FromErrno();
+            MakeUsable(named.Number());
+            result = folder.OpenAt(parent, name, false);
+        }
+        if (result)
+            MakeUsable(folder.Descriptor());
+        return result;
     }
 
     bool m_force;
-    int m_depth = 0;
+    std::vector<TLevel> m_levels; ///< the folders on the way down, the deepest last
+    std::string m_path;           ///< of what is worked on, for messages
     int m_error = 0;
     std::string m_errorText;
 };
@@ -280,7 +318,6 @@ bool MayBeRemoved(const std::string& path)
 
 void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
 {
-    std::string shown = path; // grows and moves while the tree is walked
     struct stat status = {};
     if (!MayBeRemoved(path))
         remover.Note(EINVAL, path);
@@ -289,30 +326,30 @@ void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
     else if (S_ISLNK(status.st_mode))
         remover.Unlink(AT_FDCWD, path.c_str(), 0, path);
     else if (recursive && S_ISDIR(status.st_mode))
-        remover.RemoveFolder(AT_FDCWD, path.c_str(), shown);
+        remover.RemoveFolder(AT_FDCWD, path.c_str(), path);
     else
         remover.Unlink(AT_FDCWD, path.c_str(), AT_REMOVEDIR, path);
 }
 } // namespace
 
-bool QvRemoveDirectoryEx(const std::string& path, bool recursive, bool force,
-                         std::string* errorText)
+TQvResult QvRemoveDirectoryEx(const std::string& path, bool recursive, bool force,
+                              std::string* errorText)
 {
     const std::string plain = path.substr(0, path.find_last_not_of('/') + 1);
     TTreeRemover remover(force);
     RemoveTop(remover, plain, recursive);
     if (remover.Error() == 0)
-        return true;
+        return TQvResult::Done();
     if (errorText != nullptr)
         *errorText = remover.ErrorText();
     errno = remover.Error();
-    return false;
+    return TQvResult::Failed(remover.Error());
 }
 
 std::vector<std::string> QvFindFiles(const std::string& folder, const std::string& mask,
                                      bool withFolders, bool recursive, TQvProgressHandler* progress)
 {
     TSearch search{mask, mask == "*" || mask == "*.*", withFolders, recursive, progress, {}};
-    SearchFolder(search, folder, kOpenFolder);
+    SearchFolder(search, folder, true);
     return std::move(search.Found);
 }

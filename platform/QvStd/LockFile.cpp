@@ -9,25 +9,31 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "QvStd/Strings.h"
 
 namespace
 {
-// The lock itself is one byte of the file. Those who wait hold one of the next two, so that
-// newcomers let them pass: a waiting upgrade the first, one of all others the second. None of these
-// bytes needs to exist, and locking it never changes it.
+// The lock itself is one byte of the file. Waiters lock one of the next two, so that new requests
+// yield to them: a waiting upgrade the first; of all others, one writer or any number of readers
+// the second. None of these bytes needs to exist, and locking it never changes it.
 constexpr off_t kLockByte = 0;
 constexpr off_t kUpgradeByte = 1;
 constexpr off_t kTurnByte = 2;
 
-constexpr char kNotePrefix[] = "lock held by ";
-/// All notes are of one length, filled up with blanks: those who share a lock write at once, and a
-/// long note must leave nothing behind a short one.
+constexpr std::string_view kNotePrefix = "lock held by owner=";
+constexpr std::string_view kProcess = " pid=";
+constexpr std::string_view kTime = " time=";
+constexpr std::string_view kFreeNote = "lock free";
+/// All notes are of one length, filled up with blanks: holders that share a lock may write at the
+/// same time, and a long note must leave nothing behind a short one.
 constexpr std::size_t kNoteLength = 256;
 constexpr std::size_t kMaxOwner = 180;
 constexpr double kPatienceMs = 2000;
+/// How often a lock is taken anew because its file was replaced meanwhile.
+constexpr int kReplacedAtMost = 100;
 
 /// Waits in short sleeps that grow, so that a short hold is noticed soon and a long one is cheap.
 class TWaiting
@@ -54,7 +60,7 @@ public:
         return true;
     }
 
-    /// Who has waited for long lets nobody pass any more: the one before him may have been stopped.
+    /// After a long wait a request yields to no other: the process before it may be suspended.
     bool IsPatient() const { return m_left > m_impatientFrom; }
     /// The sleeps grow anew.
     void SleepShortly() { m_pause = kShortest; }
@@ -82,34 +88,35 @@ int SetLock(int descriptor, off_t byte, short kind)
     return fcntl(descriptor, F_OFD_SETLK, &lock) == 0 ? 0 : -errno;
 }
 
-/// Takes the lock unless somebody else waits for it: overlapping readers could keep a writer out
-/// for ever, and one who takes the lock again and again everybody. 0 or a negative errno.
+/// Takes the lock unless another process waits for one that conflicts with it: overlapping readers
+/// could starve a writer, and one that takes the lock again and again everybody. Readers do not
+/// yield to readers. 0 or a negative errno.
 int TakeUnlessOthersWait(int descriptor, short kind)
 {
     struct flock waiting = {};
-    waiting.l_type = F_WRLCK;
+    waiting.l_type = kind;
     waiting.l_whence = SEEK_SET;
     waiting.l_start = kUpgradeByte;
     waiting.l_len = kTurnByte - kUpgradeByte + 1;
-    // An error counts as nobody: taking the lock meets it again and tells.
+    // After an error the lock is tried all the same: that meets the error again and reports it.
     if (fcntl(descriptor, F_OFD_GETLK, &waiting) == 0 && waiting.l_type != F_UNLCK)
         return -EAGAIN;
     return SetLock(descriptor, kLockByte, kind);
 }
 
-/// Waits in a queue, whose head takes the lock as soon as it is free. 0 or a negative errno.
-int TakeInTurn(int descriptor, short kind, unsigned long timeoutMs)
+/// Waits in a queue, whose head takes the lock as soon as it is free. Readers queue with a shared
+/// lock, which needs no right to write. 0 or a negative errno.
+int TakeInTurn(int descriptor, short kind, TWaiting* waiting)
 {
-    TWaiting waiting(timeoutMs);
-    bool isHead = false; // never with a descriptor for reading only
+    bool isHead = false;
     int error = -EAGAIN;
-    while (error == -EAGAIN && waiting.Sleep()) {
-        if (!isHead && SetLock(descriptor, kTurnByte, F_WRLCK) == 0) {
+    while (error == -EAGAIN && waiting->Sleep()) {
+        if (!isHead && SetLock(descriptor, kTurnByte, kind) == 0) {
             isHead = true;
-            waiting.SleepShortly();
+            waiting->SleepShortly();
         }
-        error = waiting.IsPatient() ? TakeUnlessOthersWait(descriptor, kind)
-                                    : SetLock(descriptor, kLockByte, kind);
+        error = waiting->IsPatient() ? TakeUnlessOthersWait(descriptor, kind)
+                                     : SetLock(descriptor, kLockByte, kind);
     }
     if (isHead)
         SetLock(descriptor, kTurnByte, F_UNLCK);
@@ -125,14 +132,14 @@ int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
     if (descriptor < 0 && errno == ENOENT) {
         descriptor = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | kFlags, 0666);
         *created = descriptor >= 0;
-        if (descriptor < 0 && errno == EEXIST) // somebody was quicker
+        if (descriptor < 0 && errno == EEXIST) // another process was faster
             descriptor = open(path.c_str(), O_RDWR | kFlags);
     }
     const int refused = descriptor < 0 ? errno : 0;
     if (readOnlyWillDo && (refused == EACCES || refused == EPERM || refused == EROFS)) {
         descriptor = open(path.c_str(), O_RDONLY | kFlags);
         if (descriptor < 0 && errno == ENOENT)
-            errno = refused; // why it could not be created tells more than that it is not there
+            errno = refused; // why it could not be created says more than that it is missing
     }
     return descriptor;
 }
@@ -140,11 +147,19 @@ int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
 /// Whether all of it is a note, so that nothing of others is overwritten.
 bool IsNote(std::string_view content)
 {
-    return content.size() == kNoteLength &&
-           content.substr(0, sizeof kNotePrefix - 1) == kNotePrefix &&
-           content.find('\n') == content.size() - 1 &&
-           content.find(" pid=") != std::string_view::npos &&
-           content.find(" time=") != std::string_view::npos;
+    if (content.size() != kNoteLength || content.find('\n') != content.size() - 1)
+        return false;
+    if (content.substr(0, kFreeNote.size()) == kFreeNote)
+        return content.find_first_not_of(' ', kFreeNote.size()) == content.size() - 1;
+    return content.substr(0, kNotePrefix.size()) == kNotePrefix &&
+           content.find(kProcess) != std::string_view::npos &&
+           content.find(kTime) != std::string_view::npos;
+}
+
+std::string Padded(std::string note)
+{
+    note.resize(kNoteLength - 1, ' ');
+    return note += '\n';
 }
 
 std::string MakeNote(const std::string& owner)
@@ -156,12 +171,10 @@ std::string MakeNote(const std::string& owner)
     std::tm parts = {};
     gmtime_r(&now, &parts);
     // Not strftime, which looks at the time zone's file each time.
-    std::string note =
-        Korvadel::ssprintf("%sowner=%s pid=%d time=%04d-%02d-%02dT%02d:%02d:%02dZ", kNotePrefix,
-                           name.c_str(), getpid(), parts.tm_year + 1900, parts.tm_mon + 1,
-                           parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-    note.resize(kNoteLength - 1, ' ');
-    return note += '\n';
+    return Padded(Korvadel::ssprintf("%s%s%s%d%s%04d-%02d-%02dT%02d:%02d:%02dZ", kNotePrefix.data(),
+                                     name.c_str(), kProcess.data(), getpid(), kTime.data(),
+                                     parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
+                                     parts.tm_hour, parts.tm_min, parts.tm_sec));
 }
 } // namespace
 
@@ -174,7 +187,7 @@ TQvLockFile::TQvLockFile(const std::string& path, bool forWriting, const std::st
 
 TQvLockFile::~TQvLockFile()
 {
-    CloseFile();
+    Release();
 }
 
 var_a<TQvLockFile*> TQvLockFile::VCreate(const std::string& path, bool forWriting,
@@ -191,6 +204,7 @@ bool TQvLockFile::Relock(bool forWriting, bool waits)
         m_error = 0;
         return true;
     }
+    m_holder.clear();
     m_error = forWriting ? Upgrade(waits) : SetLock(m_descriptor, kLockByte, F_RDLCK);
     if (m_error != 0)
         return false;
@@ -199,22 +213,55 @@ bool TQvLockFile::Relock(bool forWriting, bool waits)
     return true;
 }
 
+bool TQvLockFile::Renew()
+{
+    Release();
+    return Acquire(m_exclusive);
+}
+
 bool TQvLockFile::Acquire(bool forWriting)
 {
-    if (!OpenFile(forWriting))
-        return false;
     const short kind = forWriting ? F_WRLCK : F_RDLCK;
-    m_error = TakeUnlessOthersWait(m_descriptor, kind);
-    if (m_error == -EAGAIN)
-        m_error = TakeInTurn(m_descriptor, kind, m_timeoutMs);
-    if (m_error != 0) {
+    TWaiting waiting(m_timeoutMs);
+    m_holder.clear();
+    for (int replaced = 0; replaced < kReplacedAtMost; ++replaced) {
+        if (!OpenFile(forWriting))
+            return false;
+        m_error = TakeUnlessOthersWait(m_descriptor, kind);
+        if (m_error == -EAGAIN)
+            m_error = TakeInTurn(m_descriptor, kind, &waiting);
+        if (m_error == -EAGAIN)
+            ReadHolder();
+        if (m_error == 0)
+            m_error = CompareWithPath();
+        if (m_error == 0)
+            break;
         CloseFile();
-        return false;
+        if (m_error != -ESTALE)
+            return false;
     }
-    m_held = true;
+    m_held = m_error == 0;
     m_exclusive = forWriting;
-    WriteNote();
-    return true;
+    if (m_held)
+        WriteNote();
+    return m_held;
+}
+
+/// 0, -ESTALE when the locked file is not the one at the path, or why that cannot be found out.
+int TQvLockFile::CompareWithPath() const
+{
+    struct statx there = {};
+    // Not from a cache: on a network file system another machine may have replaced the file.
+    if (statx(AT_FDCWD, m_path.c_str(), AT_STATX_FORCE_SYNC, STATX_INO, &there) != 0)
+        return errno == ENOENT ? -ESTALE : -errno;
+    const bool isSame = there.stx_ino == m_file.st_ino &&
+                        makedev(there.stx_dev_major, there.stx_dev_minor) == m_file.st_dev;
+    return isSame ? 0 : -ESTALE;
+}
+
+bool TQvLockFile::IsAtPath() const
+{
+    return m_held && CompareWithPath() == 0;
 }
 
 int TQvLockFile::Upgrade(bool waits)
@@ -231,6 +278,10 @@ int TQvLockFile::Upgrade(bool waits)
         } while (error == -EAGAIN && waiting.Sleep());
         SetLock(m_descriptor, kUpgradeByte, F_UNLCK);
     }
+    if (error == -EAGAIN)
+        ReadHolder();
+    if (error == 0 && (error = CompareWithPath()) != 0)
+        SetLock(m_descriptor, kLockByte, F_RDLCK);
     // What the kernel says of a descriptor that could only be opened for reading.
     return error == -EBADF ? -EACCES : error;
 }
@@ -238,21 +289,34 @@ int TQvLockFile::Upgrade(bool waits)
 bool TQvLockFile::OpenFile(bool forWriting)
 {
     const bool isPath = m_path.find('\0') == std::string::npos;
+    m_created = m_noted = false;
+    m_process = getpid();
     if (isPath)
         m_descriptor = OpenOrCreate(m_path, !forWriting, &m_created);
-    struct stat status = {};
     if (!isPath || (m_descriptor < 0 && errno == ENXIO)) // of a socket
         m_error = -EINVAL;
-    else if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0)
+    else if (m_descriptor < 0 || fstat(m_descriptor, &m_file) != 0)
         m_error = -errno;
-    else if (S_ISDIR(status.st_mode))
+    else if (S_ISDIR(m_file.st_mode))
         m_error = -EISDIR;
-    else if (!S_ISREG(status.st_mode))
+    else if (!S_ISREG(m_file.st_mode))
         m_error = -EINVAL;
     else
         return true;
     CloseFile();
     return false;
+}
+
+void TQvLockFile::Release()
+{
+    // Alone, it says so. A forked child has the parent's lock, and must change neither the lock nor
+    // the note.
+    if (m_held && m_noted && m_process == getpid() &&
+        (m_exclusive || SetLock(m_descriptor, kLockByte, F_WRLCK) == 0)) {
+        static const std::string free = Padded(std::string(kFreeNote));
+        [[maybe_unused]] const ssize_t ignored = pwrite(m_descriptor, free.data(), free.size(), 0);
+    }
+    CloseFile();
 }
 
 void TQvLockFile::CloseFile()
@@ -265,23 +329,42 @@ void TQvLockFile::CloseFile()
     m_held = false;
 }
 
+/// Empty also when it cannot be read.
+std::string TQvLockFile::ReadNote() const
+{
+    char content[kNoteLength + 1];
+    const ssize_t length = pread(m_descriptor, content, sizeof content, 0);
+    return std::string(content, length > 0 ? static_cast<std::size_t>(length) : 0);
+}
+
+void TQvLockFile::ReadHolder()
+{
+    const std::string note = ReadNote();
+    const std::size_t process = note.rfind(kProcess);
+    const std::size_t time = note.rfind(kTime);
+    if (!IsNote(note) || process == std::string::npos || time == std::string::npos)
+        return;
+    const std::string number =
+        note.substr(process + kProcess.size(), time - process - kProcess.size());
+    if (m_held && number == std::to_string(getpid()))
+        return; // the own note of a shared lock does not name the others
+    const std::size_t end = note.find(' ', time + 1);
+    m_holder = note.substr(kNotePrefix.size(), process - kNotePrefix.size()) + " (process " +
+               number + ", since " + note.substr(time + kTime.size(), end - time - kTime.size()) +
+               ")";
+}
+
 void TQvLockFile::WriteNote()
 {
     if (m_owner.empty())
         return;
-    char old[kNoteLength + 1];
-    const ssize_t oldLength = pread(m_descriptor, old, sizeof old, 0);
-    if (oldLength < 0)
-        return;
-    const std::string_view content(old, static_cast<std::size_t>(oldLength));
     // An empty file that was there before may be somebody's empty file.
-    if (content.empty() ? !m_created : !IsNote(content))
-        return;
-
-    const std::string note = MakeNote(m_owner);
-    if (content == note) // of the same second: a write would make the next sync a longer one
+    const std::string old = ReadNote();
+    m_noted = m_noted || (old.empty() ? m_created : IsNote(old));
+    if (!m_noted)
         return;
     // Not checked: the note is for people only, and a full disk or a file that could only be opened
     // for reading takes nothing from the lock.
+    const std::string note = MakeNote(m_owner);
     [[maybe_unused]] const ssize_t ignored = pwrite(m_descriptor, note.data(), note.size(), 0);
 }

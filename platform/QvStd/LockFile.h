@@ -4,25 +4,31 @@
 #pragma once
 
 #include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
 
 #include "QvStd/Export.h"
 #include "QvStd/Var.h"
 
 /// A shared or exclusive open-file-description lock. The lock of a killed holder is gone with it.
-/// The holder writes owner, process id and time into the file, for people to read; one without an
-/// owner's name writes nothing, and a file that holds anything else than such a note is locked but
-/// never written to.
+/// The holder writes owner, process id and time into the file, for people to read, and "lock free"
+/// when it releases the lock and no other process shares it. The lock is what counts: the note of a
+/// killed holder stays. A lock without an owner's name writes nothing, and a file that holds
+/// anything else than such a note is locked but never written to.
 ///
-/// Those who wait get the lock one after another before newcomers do, in no fixed order; a waiting
-/// upgrade (Relock) comes first. Newcomers step back for 2 s, or half of their time-out: no longer,
-/// because who waits may have been stopped. (So overlapping shared holds that last longer can still
-/// keep a writer out, and a time-out of 0 is refused for as long as anybody waits.) A thread that
-/// holds a shared lock should not ask for a second one of the same file: it would step back for a
-/// writer who waits for it.
+/// The lock excludes others only while its file is the one at the path. That is checked when the
+/// lock was gained, and a replaced or deleted file is locked anew; IsAtPath checks it later.
+///
+/// Waiters get the lock before new requests do, in no fixed order; a waiting upgrade (Relock) comes
+/// first. New requests yield to waiters for 2 s at most, or half of their time-out, since a waiter
+/// may be suspended. (So overlapping shared locks that are held longer can still starve a writer,
+/// and a time-out of 0 is refused while a conflicting request waits.) A thread that holds a shared
+/// lock should not ask for a second one of the same file: it would yield to a writer that waits
+/// for the first.
 ///
 /// Only regular files are locked (error -21 for a folder, -22 for others; none of them hangs). A
-/// shared lock works on a file that can only be read. A forked child that lives on shares the
-/// parent's hold until it ends or destroys its copy of the object.
+/// shared lock needs only the right to read, also for waiting in the queue. A forked child that
+/// lives on shares the parent's lock until it ends or destroys its copy of the object.
 class QVSTD_API TQvLockFile
 {
 public:
@@ -41,32 +47,50 @@ public:
     /// Whether the lock is held.
     explicit operator bool() const { return m_held; }
     bool IsExclusive() const { return m_held && m_exclusive; }
+    /// Whether the lock is held and its file is still the one at the path, as the file system's
+    /// server sees it. False as well when that cannot be found out.
+    bool IsAtPath() const;
 
     /// Changes the kind of the lock, waiting up to the time-out of construction. A shared hold
     /// becomes an exclusive one without ever being let go, so that no writer slips in between; a
     /// second holder that asks for the same meanwhile is refused at once (both would wait for each
     /// other) and keeps its shared hold. When nothing is held, this tries to gain the lock anew.
-    /// False when it was not gained in time; what was held stays held. Without `waits` a shared
-    /// hold beside others is refused at once.
+    /// False when it was not gained in time, or when the file is no longer the one at the path;
+    /// what was held stays held. Without `waits` a shared hold beside others is refused at once.
     bool Relock(bool forWriting, bool waits = true);
+    /// Releases the lock and takes one of the same kind on the file that is at the path now. False
+    /// when it was not gained in time; nothing is held then.
+    bool Renew();
 
-    /// 0, or the failure of the last attempt as a negative errno (-11: somebody else held it;
-    /// -35: somebody else waits for an upgrade).
+    /// 0, or the failure of the last attempt as a negative errno (-11: another process or object
+    /// holds it; -35: another one waits for an upgrade; -116: the file was replaced).
     int getError() const { return m_error; }
+    /// Who refused the last attempt, "NAME (process 12, since 2024-03-05T14:07:09Z)" as the note
+    /// says; "" when it was not refused or there is no such note. Of several that share the lock
+    /// the note names one.
+    const std::string& getHolder() const { return m_holder; }
 
 private:
     bool Acquire(bool forWriting);
     int Upgrade(bool waits);
     bool OpenFile(bool forWriting);
+    int CompareWithPath() const;
+    void Release();
     void CloseFile();
+    std::string ReadNote() const;
+    void ReadHolder();
     void WriteNote();
 
     std::string m_path;
     std::string m_owner;
     unsigned long m_timeoutMs;
+    std::string m_holder;
     int m_descriptor = -1;
+    struct stat m_file = {};
     int m_error = 0;
+    pid_t m_process = 0; ///< that took the lock; a forked child must not release it
     bool m_held = false;
     bool m_exclusive = false;
     bool m_created = false; ///< the file is new: nothing of others is in it
+    bool m_noted = false;   ///< the file holds nothing but notes
 };

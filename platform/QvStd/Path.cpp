@@ -208,7 +208,8 @@ TQvPath TQvPath::homeDir()
     std::array<char, 16384> buffer{};
     passwd entry{};
     passwd* found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr)
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
+        found != nullptr && found->pw_dir[0] == '/')
         return TQvPath(found->pw_dir);
     return TQvPath();
 }

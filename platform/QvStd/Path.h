@@ -62,7 +62,9 @@ public:
     /// Deletes the file; true also when there was none.
     bool rmFile() const;
 
-    /// The home folder of the user: HOME when set and absolute, else that of the password file.
+    /// The home folder of the user: HOME when set and absolute, else that of the password file;
+    /// empty when neither names one. A path that is joined to an empty one would lead into the
+    /// current folder: ask first.
     static TQvPath homeDir();
 
     friend bool operator==(const TQvPath& a, const TQvPath& b) { return a.m_text == b.m_text; }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "QvStd/Log.h"
+#include "QvStd/Message.h"
 
 namespace
 {
@@ -81,6 +82,12 @@ void StopQuietly(TQvProgressHandler* handler) noexcept
 } // namespace
 
 TQvProgressHandler::~TQvProgressHandler() = default;
+
+void TQvBreakOnly::Update()
+{
+    if (UserBreak())
+        throw TQvUserBreak();
+}
 
 void TQvProgress::Start()
 {

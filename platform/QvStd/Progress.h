@@ -37,6 +37,26 @@ inline void QvPollProgress(TQvProgressHandler* handler)
         handler->Update();
 }
 
+/// Lets the user cancel work that shows no progress of its own. `handler` (may be null) must
+/// outlive it.
+class QVSTD_API TQvBreakOnly : public TQvProgressHandler
+{
+public:
+    explicit TQvBreakOnly(const TQvProgressHandler* handler) : m_handler(handler) {}
+    void Start() override {}
+    void Stop() override {}
+    bool Started() const override { return false; }
+    bool Active() const override { return false; }
+    void SetPosition(double) override {}
+    void SetMessage(const std::string&) override {}
+    bool Poll() override { return UserBreak(); }
+    void Update() override;
+    bool UserBreak() const override { return m_handler != nullptr && m_handler->UserBreak(); }
+
+private:
+    const TQvProgressHandler* m_handler;
+};
+
 class TQvProgressVar;
 
 /// Scoped use of a handler. Wrapping starts nothing; what Start started, Stop or the destructor

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "QvStd/FileLock.h"
 #include "QvStd/Files.h"
 #include "QvStd/LockFile.h"
 #include "QvStd/Log.h"
@@ -42,6 +43,8 @@ var_a<TQvXIniTree*> ReadFile(const std::string& path)
 {
     std::string content;
     std::string error;
+    if (path.empty()) // no home folder
+        return make_var<TQvXIniTree>();
     if (!QvReadWholeFile(path, &content)) {
         if (errno == ENOENT || errno == ENOTDIR)
             return make_var<TQvXIniTree>();
@@ -64,13 +67,17 @@ bool WriteFile(const std::string& path, const TQvXIniTree& tree)
     return false;
 }
 
+std::string LockPath(const std::string& path)
+{
+    return path + ".lock";
+}
+
 /// The tree for a change, read under the lock; empty, and logged, when that cannot be had.
 var_a<TQvXIniTree*> ReadForWriting(const std::string& path, const TQvLockFile& lock)
 {
     if (lock)
         return ReadFile(path);
-    QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << std::strerror(-lock.getError()),
-                      kWarningLevel, 0);
+    QvLogWriteWarning(QvLockMessage(LockPath(path), lock.getError()), kWarningLevel, 0);
     return nullptr;
 }
 
@@ -95,7 +102,8 @@ TQvPath TQvRegMan::filePath(TQvRegKey root)
         return TQvPath(folder) / (isCommon ? "common.x-ini" : "user.x-ini");
     if (isCommon)
         return TQvPath("/etc/velmor/registry.x-ini");
-    return TQvPath::homeDir() / ".config/velmor/registry.x-ini";
+    const TQvPath home = TQvPath::homeDir();
+    return home.isPathEmpty() ? home : home / ".config/velmor/registry.x-ini";
 }
 
 std::string TQvRegMan::readString(TQvRegKey root, const std::string& key,
@@ -111,12 +119,16 @@ bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::s
                             const std::string& value, bool create)
 {
     const std::string path = filePath(root).toSysStr();
+    if (path.empty()) {
+        QvLogWriteWarning(TQvMessage("Err_NoHomeFolder"), kWarningLevel, 0);
+        return false;
+    }
     if (create)
         QvForceDirectories(path.substr(0, path.rfind('/')));
     else if (!QvFileExists(path))
         return false;
 
-    const TQvLockFile lock(path + ".lock", true, "registry", kLockTimeoutMs);
+    const TQvLockFile lock(LockPath(path), true, "registry", kLockTimeoutMs);
     const var_a<TQvXIniTree*> tree = ReadForWriting(path, lock);
     if (!tree)
         return false;
@@ -138,7 +150,7 @@ bool TQvRegMan::removeEntry(TQvRegKey root, const std::string& key, const std::s
     if (FindValue(*tree, key, valueName) == nullptr)
         return true;
 
-    const TQvLockFile lock(path + ".lock", true, "registry", kLockTimeoutMs);
+    const TQvLockFile lock(LockPath(path), true, "registry", kLockTimeoutMs);
     tree = ReadForWriting(path, lock);
     if (!tree)
         return false;

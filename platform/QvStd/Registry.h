@@ -23,13 +23,15 @@ enum class TQvRegKey : int
 class QVSTD_API TQvRegMan
 {
 public:
-    /// The file behind a root.
+    /// The file behind a root; empty for the user's where there is no home folder: that root has
+    /// no values then and takes none.
     static TQvPath filePath(TQvRegKey root);
     /// "" when the value is missing or the file cannot be read; a malformed file is logged.
     static std::string readString(TQvRegKey root, const std::string& key,
                                   const std::string& valueName);
     /// True when the value is stored safely (synced). With `create` a missing file, folder or key
-    /// is made; without, it is a failure. A malformed file is never overwritten.
+    /// is made; without, it is a failure. A malformed file is never overwritten. Waits up to 10 s
+    /// for the lock; a failure is logged with its reason, or with the holder of the lock.
     static bool writeString(TQvRegKey root, const std::string& key, const std::string& valueName,
                             const std::string& value, bool create);
     /// True when the value is gone, also when there was none.

@@ -1,12 +1,22 @@
 #include "QvStd/XIniReader.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
+#include "QvStd/FileChange.h"
 #include "QvStd/FileStream.h"
 #include "QvStd/Message.h"
 #include "QvStd/XIniFormat.h"
 
 using TKind = TQvXIniEntry::Kind;
+
+namespace
+{
+/// For so long a file that another machine has replaced may be known here (QvIsStale).
+constexpr std::chrono::seconds kCachesLast(5);
+constexpr std::chrono::milliseconds kPause(50);
+} // namespace
 
 TQvXIniReader::TQvXIniReader(var_a<TQvXIniTree*> tree, std::string name)
 {
@@ -187,12 +197,22 @@ bool TQvXIniStreamReader::ReadDocument(TQvProgressHandler* progress)
 
 var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path)
 {
-    TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
-    if (!stream)
-        throw QvMsg_helper("Err_OpenReadFile_name") << path.toSysStr();
-    TXIniFailure failure;
-    var_a<TQvXIniTree*> tree = XIniReadDocument(stream, nullptr, &failure);
-    if (!tree)
-        throw failure.Message(path.toSysStr());
-    return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
+    const auto end = std::chrono::steady_clock::now() + kCachesLast;
+    for (;;) {
+        TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
+        const bool isOpen = static_cast<bool>(stream);
+        TXIniFailure failure;
+        var_a<TQvXIniTree*> tree;
+        if (isOpen)
+            tree = XIniReadDocument(stream, nullptr, &failure);
+        if (tree)
+            return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
+        if (!QvIsStale(path.toSysStr(), -stream.getError()) ||
+            std::chrono::steady_clock::now() > end) {
+            if (!isOpen)
+                throw QvMsg_helper("Err_OpenReadFile_name") << path.toSysStr();
+            throw failure.Message(path.toSysStr());
+        }
+        std::this_thread::sleep_for(kPause);
+    }
 }

@@ -2,10 +2,10 @@
 // folders.
 //
 // Operations whose names end in E throw a TQvMessage; their plain twins and the queries answer
-// false, 0 or an empty reference. Every operation throws a TQvMessage for an id that is not valid
-// ("...: Invalid resource id ..."), and for one that no mount node answers for, except where it
-// says otherwise. A user break ends an operation: false where it has a result, the passing
-// TQvUserBreak where it has none.
+// false, 0 or an empty reference, and LastFailure has the cause. Every operation throws a
+// TQvMessage for an id that is not valid ("...: Invalid resource id ..."), and for one that no
+// mount node answers for, except where it says otherwise. A user break ends an operation: false
+// (ECANCELED) where it has a result, the passing TQvUserBreak where it has none.
 //
 // Thread-safety: nothing is locked. Init, MountFileNodeE and UnmountNodeE need the library for
 // themselves; everything else may run on any thread at once, except that a masked listing of a
@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -29,6 +30,7 @@
 #include "QvStd/Stream.h"
 #include "QvStd/Var.h"
 #include "profiles/ResourceProfile.h"
+#include "resid/Failure.h"
 #include "resid/ResAttrib.h"
 
 class QVSERVICES_API TResourceManager
@@ -50,9 +52,9 @@ public:
         bool MountMyComputer;       ///< kept for the hosts; nothing here consults it
     };
 
-    /// A node of the mount table. Ids are absolute and were already matched to the node. It has no
-    /// virtual destructor on purpose: nodes are only owned through var_a, which knows the concrete
-    /// class.
+    /// A node of the mount table. Ids are absolute and were already matched to the node. Results
+    /// name the id that they are about. It has no virtual destructor on purpose: nodes are only
+    /// owned through var_a, which knows the concrete class.
     class QVSERVICES_API TMountNode
     {
     public:
@@ -68,28 +70,59 @@ public:
         virtual bool IsPureVirtual() const = 0;
         virtual var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint) = 0;
+        /// `result` (may be null) receives why the reference is empty.
         virtual var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
-                                                   qvShareMode share) = 0;
-        virtual bool CopyResourceMeta(const std::string& src, const std::string& dst) = 0;
-        virtual bool DeleteResource(const std::string& id) = 0;
-        virtual bool RenMovResource(const std::string& src, const std::string& dst,
-                                    TQvProgressHandler* progress) = 0;
-        virtual bool CopyResource(const std::string& src, const std::string& dst,
-                                  TQvProgressHandler* progress) = 0;
-        virtual bool CreateFolder(const std::string& id) = 0;
-        virtual void RenameFolderE(const std::string& src, const std::string& newName) = 0;
-        virtual bool DeleteFolder(const std::string& id) = 0;
-        virtual unsigned ResourceExists(const std::string& id) const = 0;
-        virtual bool ResourceMetaExists(const std::string& id) const = 0;
-        virtual bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
-        /// Appends to `items`; without a list it is a probe that ends at the first match. True when
-        /// something was found.
-        virtual bool Find(const var_a<std::vector<TQvResFindItem>*>& items,
-                          const std::string& folder, const std::string& mask, unsigned flags,
-                          TQvProgressHandler* progress) const = 0;
+                                                   qvShareMode share,
+                                                   TQvResult* result = nullptr) = 0;
+        virtual TQvResult CopyResourceMeta(const std::string& src, const std::string& dst) = 0;
+        virtual TQvResult DeleteResource(const std::string& id) = 0;
+        virtual TQvResult RenMovResource(const std::string& src, const std::string& dst,
+                                         TQvProgressHandler* progress) = 0;
+        virtual TQvResult CopyResource(const std::string& src, const std::string& dst,
+                                       TQvProgressHandler* progress) = 0;
+        virtual TQvResult CreateFolder(const std::string& id) = 0;
+        /// `result` (may be null) receives the cause before the message is thrown.
+        virtual void RenameFolderE(const std::string& src, const std::string& newName,
+                                   TQvResult* result = nullptr) = 0;
+        virtual TQvResult DeleteFolder(const std::string& id) = 0;
+        virtual TQvExistence ResourceExists(const std::string& id) const = 0;
+        virtual TQvResult ResourceMetaExists(const std::string& id) const = 0;
+        virtual TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
+        /// Appends to `items`; without a list it is a probe that ends at the first match. Done when
+        /// something was found, "nothing" when nothing was; failed when the folder could not be
+        /// read completely, and then `items` has what could be read.
+        virtual TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items,
+                               const std::string& folder, const std::string& mask, unsigned flags,
+                               TQvProgressHandler* progress) const = 0;
         virtual std::string GetResourceFile(const std::string& id) const = 0;
         virtual var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                    bool forWriting, const std::string& owner) = 0;
+
+        /// Whether a folder is a symbolic link to one: it is listed, and recursion must not enter
+        /// it. Never true for the node's own folder.
+        virtual bool IsLink(const std::string& id) const = 0;
+        /// One folder with the permission bits of a folder of `model`, so that a copy shows no more
+        /// than its source; its owner can always work in it.
+        virtual TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
+                                           const std::string& modelId) = 0;
+        /// What a copy may find at its target.
+        enum class TTarget
+        {
+            Any,
+            /// Nothing, because its folder was just made: an existing target is refused (EEXIST).
+            None
+        };
+        /// Copies or moves a resource with its sidecar to an id of `target`, which may be this node
+        /// or another one. A move deletes the source when all of it has arrived.
+        virtual TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
+                                           const std::string& dst, TTarget expected,
+                                           TQvProgressHandler* progress) = 0;
+        virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
+                                           const std::string& dst,
+                                           TQvProgressHandler* progress) = 0;
+        /// The sidecar alone; both resources must be there.
+        virtual TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,
+                                             const std::string& dst) = 0;
 
     protected:
         ~TMountNode() = default;
@@ -116,6 +149,8 @@ public:
         std::set<std::string>* Failed =
             nullptr; ///< receives the ids that could not be copied; may be null
         TQvProgressHandler* Progress = nullptr;
+        /// Receives why, for each of `Failed`; may be null.
+        std::map<std::string, TQvFailure>* Failures = nullptr;
     };
 
     TResourceManager();
@@ -131,6 +166,17 @@ public:
     /// node.
     bool Init();
 
+    /// Why the last public operation of the calling thread did not do what it was asked; Error is 0
+    /// when it did, and when a query had an answer, even "nothing there". Of several failures the
+    /// first. An operation that is done except for a part that its result does not show (the
+    /// sidecar of a copy between two nodes) has it here. Questions about the mount table alone
+    /// (IsMountNode, CanMountPersistent, IsInsideMyComputer, IsValid...) leave it as it is.
+    ///
+    /// The reference is valid for as long as the thread runs, its value until the next operation.
+    static const TQvFailure& LastFailure();
+    /// For services that are built on the tree: what their own work has failed with.
+    static void SetLastFailure(int error, const std::string& id);
+
     // Mount table and resolution
 
     /// The node that answers for `id`: the one with the longest mount point that is a prefix of it.
@@ -139,6 +185,9 @@ public:
     /// changes.
     PTMountNode GetNode4Id(const std::string& id, bool throwIfNone, bool forbidWildcards,
                            bool skipExactMountPoint) const;
+    /// Whether an operation on `id` would throw for it: true for a valid id (without wildcards)
+    /// that some node answers for. LastFailure has EINVAL or ENOENT otherwise.
+    bool IsReachable(const std::string& id) const;
     static bool IsValidResId(const std::string& id, bool forbidWildcards);
     static bool IsValidResNamePart(const std::string& name, bool forbidWildcards);
     /// Whether `id` is, letter case aside, exactly a mount point.
@@ -158,7 +207,9 @@ public:
 
     /// Mounts the folder `path` at `mountPoint`, with `persistent` in the profile file too. Throws
     /// a TQvMessage with the reason. The table changes first and stays changed when the persistent
-    /// part fails.
+    /// part fails. The persistent part reads the profile file again, under the lock of the VAR
+    /// folder (up to 10 s): what others changed in it meanwhile is kept, and then also in
+    /// Profile().
     void MountFileNodeE(const std::string& mountPoint, const std::string& path, bool persistent);
     /// The reverse. A node made persistent by an earlier start is known to the profile under its
     /// upper-cased id.
@@ -185,18 +236,23 @@ public:
     /// Deletes a resource and its sidecar; false when either fails.
     bool DeleteResource(const std::string& id) const;
     /// Renames or moves a resource with its sidecar, replacing the target. Between two nodes it is
-    /// a copy and a delete; a failed copy leaves the source.
+    /// a copy that is brought to the disk, and a delete; a failure leaves the source. Refused
+    /// (EINVAL) when both ids are one entry of a folder or one is the other's sidecar.
     bool RenMovResource(const std::string& src, const std::string& dst,
                         TQvProgressHandler* progress) const;
     /// Copies a resource with its sidecar, replacing the target; a target's sidecar stays when the
-    /// source has none. A failed copy leaves no half target.
+    /// source has none. A failed copy leaves the old target, or none. When only the sidecar fails,
+    /// the content stays, and the answer is false inside one node and true between two; the cause
+    /// is in LastFailure and the log.
     bool CopyResource(const std::string& src, const std::string& dst,
                       TQvProgressHandler* progress) const;
-    /// 0 nothing, 1 resource, 2 folder; 0 for an id that is not valid.
+    /// 0 nothing, 1 resource, 2 folder; 0 for an id that is not valid, and where it could not be
+    /// found out: then LastFailure has the cause.
     unsigned ResourceExists(const std::string& id) const;
     bool IsResource(const std::string& id) const;
     bool ResourceMetaExists(const std::string& id) const;
-    /// False when nothing is there or `attrib` is null.
+    /// False when nothing is there, when that could not be found out (LastFailure), or when
+    /// `attrib` is null.
     bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const;
     /// Size and time, without a checksum, from the global manager; false unless `id` is a resource.
     static bool GetResourceLabelWeak(const std::string& id, TQvResourceLabel* label);
@@ -212,6 +268,7 @@ public:
 
     /// With `realOnly` the folders above the mount points do not count.
     bool IsFolder(const std::string& id, bool realOnly) const;
+    /// Whether a listing finds nothing; false for a folder that cannot be read completely.
     bool IsFolderEmpty(const std::string& id) const;
     /// Creates the folder and its missing parents; true when it was there already, false (logged)
     /// when it is a resource.
@@ -219,20 +276,25 @@ public:
     /// Renames a folder; throws when `src` is no folder, is or holds a mount point, or the rename
     /// fails. `newName` goes to the node as it stands, which puts it after the parent of `src`.
     void RenameFolderE(const std::string& src, const std::string& newName) const;
-    /// Deletes a folder, with `clearFirst` with what it holds. A mount point is never deleted,
-    /// though it is cleared.
+    /// Deletes a folder, with `clearFirst` with what it holds. A mount point is never deleted
+    /// (EBUSY), though it is cleared. Of a symbolic link to a folder only the link goes.
     bool DeleteFolder(const std::string& id, bool clearFirst, TQvProgressHandler* progress) const;
-    /// Deletes what the folder holds; goes on after a failure and is false then.
+    /// Deletes what the folder holds; goes on after a failure and is false then, also when not all
+    /// of it could be listed. A symbolic link to a folder is not cleared (ENOTDIR).
     bool ClearFolder(const std::string& id, TQvProgressHandler* progress) const;
     /// Appends the entries of `folder` that match `mask` to `items`; recursive listings put the
-    /// deepest first and cross mount points. Links to folders are listed and not entered.
+    /// deepest first and cross mount points. Links to folders are listed and not entered. What
+    /// could not be read is left out: LastFailure has the first such folder, `failures` (may be
+    /// null) receives all of them.
     void Find(const TFindItems& items, const std::string& folder, const std::string& mask,
-              unsigned flags, TQvProgressHandler* progress) const;
+              unsigned flags, TQvProgressHandler* progress,
+              std::vector<TQvFailure>* failures = nullptr) const;
 
     /// Copies resources and folders into one folder, keeping their layout. True when everything was
-    /// copied or skipped on purpose; what failed is in `Failed`: also a disk name that is no valid
-    /// id, and a symbolic link to a folder found below a source, which is not entered and of which
-    /// nothing is created. Throws when the destination is the sources' common parent.
+    /// copied or skipped on purpose; what failed is in `Failed`: also a folder that could not be
+    /// read completely, a disk name that is no valid id, and a symbolic link to a folder found
+    /// below a source, which is not entered and of which nothing is created. Throws when the
+    /// destination is the sources' common parent.
     bool CopyResourceEx(const TCopyResourceExParams& params) const;
 
 private:
@@ -245,14 +307,24 @@ private:
     PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
     PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
-    void CheckProfileCanBeSaved(const char* operation) const;
-    void SaveProfile() const;
+    void CheckProfileCanBeSaved(const char* operation, const std::string& mountPoint) const;
+    void ChangeProfile(
+        const char* operation, const std::string& mountPoint,
+        const std::function<void(std::map<std::string, TQvResourceProfile::TNode>&)>& change);
     void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
-                unsigned flags, TQvProgressHandler* progress) const;
-    bool ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
-                            TQvProgress& progress) const;
-    bool CopyContentBetweenNodes(TMountNode& from, const std::string& src, TMountNode& to,
-                                 const std::string& dst, TQvProgressHandler* progress) const;
+                unsigned flags, TQvProgressHandler* progress,
+                std::vector<TQvFailure>& failures) const;
+    TQvResult DoCreateFolder(const std::string& id) const;
+    TQvResult DoClearFolder(const std::string& id, TQvProgressHandler* progress) const;
+    TQvResult DoDeleteFolder(const std::string& id, bool clearFirst,
+                             TQvProgressHandler* progress) const;
+    TQvResult ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
+                                 TQvProgress& progress) const;
+    TQvResult DeleteEntry(const TQvResFindItem& entry) const;
+    TQvResult RequireFolder(const std::string& id) const;
+    bool HoldsMountFolder(const std::string& id) const;
+    TQvExistence LookUp(const std::string& id) const;
+    friend class TExtendedCopy;
 
     SConfig m_config;
     std::vector<var_a<TMountNode*>> m_mountNodes;

@@ -1,16 +1,19 @@
 // The extended copy.
 #include <algorithm>
+#include <cerrno>
 #include <map>
+#include <unordered_set>
 
-#include "QvStd/Files.h"
 #include "QvStd/Message.h"
+#include "manager/LastFailure.h"
 #include "manager/ModuleInitializer.h"
 #include "manager/ResourceManager.h"
 #include "resid/ResId.h"
 
 namespace
 {
-constexpr unsigned kEverythingBelow = kFindResources | kFindFolders | kFindRecursive;
+constexpr unsigned kEverythingBelow =
+    kFindResources | kFindFolders | kFindRecursive | kFindAttributes;
 constexpr double kBytesWithoutProgress = 1000000;
 constexpr int kLogLevel = 3;
 
@@ -32,6 +35,12 @@ std::string CommonParent(const std::set<std::string>& sources)
     return slash == std::string::npos ? std::string() : first.substr(0, slash);
 }
 
+std::string ParentOf(const std::string& id)
+{
+    return QvExcludeTrailingSlash(QvExtractResPath(id));
+}
+} // namespace
+
 class TExtendedCopy
 {
 public:
@@ -39,112 +48,233 @@ public:
                   const TResourceManager::TCopyResourceExParams& params,
                   const std::string& commonParent)
         : m_manager(manager), m_params(params), m_skippedLength(commonParent.size() + 1),
-          m_destination(QvIncludeTrailingSlash(params.DestFolder)), m_progress(params.Progress)
+          m_destination(QvIncludeTrailingSlash(params.DestFolder)), m_progress(params.Progress),
+          m_break(params.Progress)
     {
     }
 
     bool Run();
 
 private:
+    using TMountNode = TResourceManager::TMountNode;
+    struct TItem
+    {
+        unsigned Kind = kResNothing;
+        double Size = 0; ///< bytes
+    };
+
     void Collect();
-    void Measure();
-    bool IsLinkNotEntered(const std::string& folder) const;
-    bool CopyItem(const std::string& source, double size);
+    void AddSource(const std::string& source);
+    void AddFound(TQvResFindItem& found);
+    void CopyAll();
+    TQvResult CopyItem(const std::string& source, const TItem& item);
+    TQvResult CopyFolder(TMountNode& node, const std::string& source,
+                         const std::string& destination);
+    TQvResult CopyResource(TMountNode& node, const std::string& source,
+                           const std::string& destination, double size);
+    TQvResult CopyOver(TMountNode& node, const std::string& source, const std::string& destination,
+                       double size, TMountNode::TTarget expected);
+    TQvResult Transfer(TMountNode& node, const std::string& source, const std::string& destination,
+                       TMountNode::TTarget expected, TQvProgressHandler* progress);
     bool MayOverwrite(const std::string& destination);
-    bool CopyOne(const std::string& source, const std::string& destination, double size);
-    bool HasParent(const std::string& destination);
+    TQvResult MakeParent(const std::string& destination);
+    void Fail(const std::string& id, const TQvResult& reason);
 
     const TResourceManager& m_manager;
     const TResourceManager::TCopyResourceExParams& m_params;
     std::size_t m_skippedLength; ///< the common parent and the "/" behind it
     std::string m_destination;   ///< with a trailing "/"
     TQvProgress m_progress;
-    std::map<std::string, double> m_items; ///< id -> bytes; a folder comes before what it holds
+    TQvBreakOnly m_break;
+    std::map<std::string, TItem> m_items; ///< by id; a folder comes before what it holds
+    double m_total = 0;
     double m_scale = 1;
-    double m_done = 0;          ///< bytes of the items before the current one
+    double m_done = 0;                            ///< bytes of the items before the current one
+    std::unordered_set<std::string> m_newFolders; ///< destination folders that were made here
     std::string m_parentFolder; ///< the destination folder that was there, or made, last
+    TQvResult m_failure;        ///< the first
+    bool m_result = true;
 };
 
 bool TExtendedCopy::Run()
 {
-    Collect();
-    Measure();
-    bool result = true;
     try {
+        Collect();
         m_progress.Start();
-        for (const auto& [id, size] : m_items) {
-            m_progress.Report(m_scale * m_done);
-            if (!CopyItem(id, size)) {
-                result = false;
-                m_parentFolder.clear();
-                if (m_params.Failed != nullptr)
-                    m_params.Failed->insert(id);
-                if (m_progress.UserBreak())
-                    break; // a copy that is broken off answers false like any other failure
-            }
-            m_done += size;
-        }
+        CopyAll();
     } catch (const TQvUserBreak&) {
-        result = false;
+        m_result = false;
+        if (m_failure)
+            m_failure = TQvResult::Failed(ECANCELED, m_params.DestFolder);
     }
     m_progress.Stop();
-    return result;
+    QvReport(m_failure);
+    return m_result;
+}
+
+void TExtendedCopy::Fail(const std::string& id, const TQvResult& reason)
+{
+    m_result = false;
+    if (m_failure)
+        m_failure = reason;
+    m_parentFolder.clear();
+    if (m_params.Failed != nullptr)
+        m_params.Failed->insert(id);
+    if (m_params.Failures != nullptr)
+        m_params.Failures->emplace(id, TQvFailure{reason.Error(), reason.Name()});
 }
 
 void TExtendedCopy::Collect()
 {
+    for (const std::string& source : m_params.Sources)
+        AddSource(source);
+    m_scale = m_total > 0 ? 1 / m_total : 1;
+}
+
+void TExtendedCopy::AddSource(const std::string& source)
+{
+    TQvResAttrib attrib;
+    const TQvExistence exists = m_manager.LookUp(source);
+    if (exists.Result.HasFailed())
+        return Fail(source, exists.Result.Named(source));
+    if (exists == kResNothing)
+        return;
+    TItem& item = m_items[source];
+    item.Kind = exists;
+    if (m_manager.NodeFor(source)->GetResourceAttr(source, &attrib))
+        item.Size = static_cast<double>(attrib.Size);
+    m_total += item.Size;
+    if (exists != kResFolder)
+        return;
     const auto found = make_var<std::vector<TQvResFindItem>>();
-    for (const std::string& source : m_params.Sources) {
-        const unsigned kind = m_manager.ResourceExists(source);
-        if (kind == kResNothing)
-            continue;
-        m_items.emplace(source, 0);
-        if (kind == kResFolder)
-            m_manager.Find(found, source, "*", kEverythingBelow, nullptr);
+    std::vector<TQvFailure> failures;
+    m_manager.DoFind(found, source, "*", kEverythingBelow, &m_break, failures);
+    for (const TQvFailure& failure : failures)
+        Fail(failure.Id + '/' == source ? source : failure.Id,
+             TQvResult::Failed(failure.Error, failure.Id));
+    for (TQvResFindItem& entry : *found)
+        AddFound(entry);
+}
+
+void TExtendedCopy::AddFound(TQvResFindItem& found)
+{
+    QvPollProgress(&m_break);
+    const auto [item, isNew] = m_items.try_emplace(std::move(found.Id));
+    if (!isNew)
+        return;
+    item->second.Kind = found.Attrib.Kind;
+    item->second.Size = static_cast<double>(found.Attrib.Size);
+    m_total += item->second.Size;
+}
+
+void TExtendedCopy::CopyAll()
+{
+    for (const auto& [id, item] : m_items) {
+        m_progress.Report(m_scale * m_done);
+        if (const TQvResult copied = CopyItem(id, item); !copied) {
+            Fail(id, copied);
+            if (m_progress.UserBreak())
+                break; // a copy that was cancelled has failed like any other
+        }
+        m_done += item.Size;
     }
-    for (TQvResFindItem& item : *found)
-        m_items.emplace(std::move(item.Id), 0);
 }
 
-void TExtendedCopy::Measure()
+TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
 {
-    double total = 0;
-    for (auto& [id, size] : m_items) {
-        TQvResAttrib attrib;
-        if (QvIsValidResId(id, true) && m_manager.GetResourceAttr(id, &attrib))
-            size = static_cast<double>(attrib.Size);
-        total += size;
-    }
-    m_scale = total > 0 ? 1 / total : 1;
-}
-
-/// Whether the folder's contents were not listed. A source is listed even through a link, and so is
-/// what is mounted.
-bool TExtendedCopy::IsLinkNotEntered(const std::string& folder) const
-{
-    return m_params.Sources.count(folder) == 0 && !m_manager.IsMountNode(folder) &&
-           QvIsSymLink(m_manager.GetNode4Id(folder, true, true, false)->GetResourceFile(folder));
-}
-
-bool TExtendedCopy::CopyItem(const std::string& source, double size)
-{
+    bool isValid = false;
+    TMountNode* node = m_manager.ResolveNode(source, true, false, &isValid);
     // A disk name that is no valid part of an id is listed and cannot be reached.
-    if (!QvIsValidResId(source, true))
-        return false;
-    const unsigned kind = m_manager.ResourceExists(source);
-    if (kind == kResNothing)
-        return true; // gone meanwhile
-    if (kind == kResFolder && IsLinkNotEntered(source))
-        return false;
+    if (!isValid || node == nullptr)
+        return TQvResult::Failed(EINVAL, source);
     const std::string destination = m_destination + source.substr(m_skippedLength);
-    const unsigned destinationKind = m_manager.ResourceExists(destination);
-    if (destinationKind != kResNothing && destinationKind != kind)
-        return false;
-    if (kind == kResFolder)
-        return destinationKind == kResFolder || m_manager.CreateFolder(destination);
-    if (destinationKind == kResResource && !MayOverwrite(destination))
-        return true;
-    return CopyOne(source, destination, size);
+    if (item.Kind == kResFolder)
+        return CopyFolder(*node, source, destination);
+    const TQvResult copied = CopyResource(*node, source, destination, item.Size);
+    // What has vanished since it was listed is not missing at the destination.
+    return copied.IsNothing() && copied.Name() == source ? TQvResult::Done() : copied;
+}
+
+TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
+                                    const std::string& destination)
+{
+    const TQvExistence exists = node.ResourceExists(QvExcludeTrailingSlash(source));
+    if (exists == kResNothing)
+        return exists.Result.IsNothing() ? TQvResult::Done() : exists.Result.Named(source);
+    // Its contents were not listed. A source is listed even through a link, and so is a mount
+    // point.
+    if (m_params.Sources.count(source) == 0 && !m_manager.IsMountNode(source) &&
+        node.IsLink(source))
+        return TQvResult::Failed(ENOTSUP, source);
+    const TQvExistence target = m_manager.LookUp(destination);
+    if (target == kResFolder)
+        return TQvResult::Done();
+    if (target == kResResource)
+        return TQvResult::Failed(EEXIST, destination);
+    if (target.Result.HasFailed())
+        return target.Result.Named(destination);
+    if (TQvResult parent = MakeParent(QvExcludeTrailingSlash(destination)); !parent)
+        return parent;
+    const std::string folder = QvExcludeTrailingSlash(destination);
+    TQvResult created =
+        m_manager.NodeFor(folder)->CreateFolderLike(folder, node, QvExcludeTrailingSlash(source));
+    if (created)
+        m_newFolders.insert(folder);
+    return created;
+}
+
+TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
+                                      const std::string& destination, double size)
+{
+    // Nothing is looked for in a folder that was made here, unless somebody else has written there.
+    if (m_newFolders.count(ParentOf(destination)) != 0) {
+        TQvResult copied = CopyOver(node, source, destination, size, TMountNode::TTarget::None);
+        if (copied.Error() != EEXIST)
+            return copied;
+    }
+    const TQvExistence target = m_manager.LookUp(destination);
+    if (target.Result.HasFailed())
+        return target.Result.Named(destination);
+    if (target == kResFolder)
+        return TQvResult::Failed(EISDIR, destination);
+    if (target == kResResource && !MayOverwrite(destination))
+        return TQvResult::Done();
+    return CopyOver(node, source, destination, size, TMountNode::TTarget::Any);
+}
+
+TQvResult TExtendedCopy::CopyOver(TMountNode& node, const std::string& source,
+                                  const std::string& destination, double size,
+                                  TMountNode::TTarget expected)
+{
+    if (size <= kBytesWithoutProgress)
+        return Transfer(node, source, destination, expected, nullptr);
+    // Larger resources show how far they are.
+    TQvProgressVar part =
+        m_progress.SubProgress(m_scale * m_done, m_scale * (m_done + size), kLogLevel, kLogLevel);
+    part.SetMessage(source);
+    part.Start();
+    const TQvResult copied = Transfer(node, source, destination, expected, part.Handler());
+    part.Stop();
+    return copied;
+}
+
+TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
+                                  const std::string& destination, TMountNode::TTarget expected,
+                                  TQvProgressHandler* progress)
+{
+    if (TQvResult parent = MakeParent(destination); !parent)
+        return parent;
+    const TMountNode* target = m_manager.NodeFor(destination);
+    TQvTransfer copied = node.CopyResourceTo(source, *target, destination, expected, progress);
+    if (!copied.Content || copied.Sidecar)
+        return copied.Content;
+    QvReportSidecar(copied.Sidecar, source, destination);
+    if (&node == target)
+        return copied.Sidecar;
+    // Between two nodes the content counts alone, but the caller is told.
+    if (m_failure)
+        m_failure = copied.Sidecar;
+    return TQvResult::Done();
 }
 
 bool TExtendedCopy::MayOverwrite(const std::string& destination)
@@ -155,34 +285,19 @@ bool TExtendedCopy::MayOverwrite(const std::string& destination)
     return m_params.OverwriteCallback(destination, m_params.CallbackContext);
 }
 
-bool TExtendedCopy::CopyOne(const std::string& source, const std::string& destination, double size)
+/// Resources of one folder follow each other: the folder that was there for the one before is not
+/// looked at again.
+TQvResult TExtendedCopy::MakeParent(const std::string& destination)
 {
-    if (size <= kBytesWithoutProgress)
-        return HasParent(destination) && m_manager.CopyResource(source, destination, nullptr);
-    // Larger resources show how far they are.
-    TQvProgressVar part =
-        m_progress.SubProgress(m_scale * m_done, m_scale * (m_done + size), kLogLevel, kLogLevel);
-    part.SetMessage(source);
-    part.Start();
-    const bool copied =
-        HasParent(destination) && m_manager.CopyResource(source, destination, part.Handler());
-    part.Stop();
-    return copied;
-}
-
-/// Neighbours follow each other: the folder that was there for the one before is not looked at
-/// again.
-bool TExtendedCopy::HasParent(const std::string& destination)
-{
-    std::string parent = QvExcludeTrailingSlash(QvExtractResPath(destination));
+    std::string parent = ParentOf(destination);
     if (parent == m_parentFolder)
-        return true;
-    if (!m_manager.IsFolder(parent, false) && !m_manager.CreateFolder(parent))
-        return false;
+        return TQvResult::Done();
+    if (m_manager.LookUp(parent) != kResFolder)
+        if (TQvResult created = m_manager.DoCreateFolder(parent); !created)
+            return created;
     m_parentFolder = std::move(parent);
-    return true;
+    return TQvResult::Done();
 }
-} // namespace
 
 bool TResourceManager::CopyResourceEx(const TCopyResourceExParams& params) const
 {
@@ -191,11 +306,13 @@ bool TResourceManager::CopyResourceEx(const TCopyResourceExParams& params) const
     TQvResAttrib attrib;
     NodeFor(destination)->GetResourceAttr(destination, &attrib);
     if (attrib.Origin == kOriginRootNode)
-        return false;
+        return QvReport(TQvResult::Failed(EROFS, params.DestFolder));
     const std::string commonParent = CommonParent(params.Sources);
     // Compared as written: with a trailing "/" the destination is another text, and the copy onto
     // themselves leaves the sources as they are.
-    if (commonParent == params.DestFolder)
+    if (commonParent == params.DestFolder) {
+        SetLastFailure(EINVAL, params.DestFolder);
         throw TQvMessage(QvResourceString("global.ErrDestFolderEqSrc"));
+    }
     return TExtendedCopy(*this, params, commonParent).Run();
 }

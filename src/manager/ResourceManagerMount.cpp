@@ -1,15 +1,18 @@
 // The mount table: its indexes, resolution of ids, mounting and unmounting.
 #include <algorithm>
+#include <cerrno>
 
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
-#include "QvStd/XIniWriter.h"
 #include "manager/Configuration.h"
 #include "manager/ResourceManager.h"
 #include "nodes/FileMountNode.h"
 #include "nodes/RootMountNode.h"
+#include "profiles/ProfileFile.h"
+#include "profiles/VarFolderLayout.h"
+#include "profiles/VarFolderLock.h"
 #include "resid/ResId.h"
 
 namespace
@@ -23,9 +26,24 @@ constexpr char kMountFileNodeE[] =
 constexpr char kUnmountNodeE[] =
     "@void TResourceManager::UnmountNodeE(const std::__cxx11::string &, bool): ";
 
-[[noreturn]] void Throw(const char* operation, const std::string& reason)
+/// `error` is the errno that LastFailure has for the reason.
+[[noreturn]] void Throw(const char* operation, const std::string& reason, int error,
+                        const std::string& id)
 {
+    TResourceManager::SetLastFailure(error, id);
     throw TQvMessage(operation + reason);
+}
+
+[[noreturn]] void ThrowRemote(const char* operation, const std::string& id)
+{
+    Throw(operation, "Cannot make persistent changes to the remote profile", EROFS, id);
+}
+
+/// Of the loaded configuration, whose string 9 is the folder "Config" in it.
+TQvPath VarFolder()
+{
+    const std::string config = TQvPath(QvGetConfigString(9, true)).excludeSlash().toSysStr();
+    return TQvPath(config.substr(0, config.rfind('/') + 1));
 }
 
 /// Room for the normal form of an id, on the stack where it fits.
@@ -64,10 +82,19 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
     bool isValid = false;
     const PTMountNode node = ResolveNode(id, forbidWildcards, skipExactMountPoint, &isValid);
     if (!isValid)
-        Throw(kGetNode4Id, "Invalid resource id " + id);
+        Throw(kGetNode4Id, "Invalid resource id " + id, EINVAL, id);
     if (node == nullptr && throwIfNone)
-        Throw(kGetNode4Id, "Mount node not found for id " + id);
+        Throw(kGetNode4Id, "Mount node not found for id " + id, ENOENT, id);
+    SetLastFailure(0, id);
     return node;
+}
+
+bool TResourceManager::IsReachable(const std::string& id) const
+{
+    bool isValid = false;
+    const bool isReachable = ResolveNode(id, true, false, &isValid) != nullptr;
+    SetLastFailure(isReachable ? 0 : isValid ? ENOENT : EINVAL, id);
+    return isReachable;
 }
 
 TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& id,
@@ -184,35 +211,42 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
 {
     // An empty mount point passes, as an absent id does everywhere.
     if (!QvIsValidResId(mountPoint, true))
-        Throw(kMountFileNodeE, "Invalid MountPoint");
+        Throw(kMountFileNodeE, "Invalid MountPoint", EINVAL, mountPoint);
     const TQvPath folder = QvExcludeTrailingBackslash(TQvPath(path));
-    if (!QvDirExists(folder))
-        Throw(kMountFileNodeE, "Invalid Path");
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(folder, &isFolder);
+    if (!isFolder)
+        Throw(kMountFileNodeE, "Invalid Path", exists ? ENOTDIR : exists.Error(), mountPoint);
     RefreshStaleMaps();
     if (IsMountNode(mountPoint))
-        Throw(kMountFileNodeE, "Duplicate node");
+        Throw(kMountFileNodeE, "Duplicate node", EEXIST, mountPoint);
     var_a<TMountNode*> node = LoadFileMountNode(mountPoint, folder);
     if (!node)
-        Throw(kMountFileNodeE, "Failure mounting node");
+        Throw(kMountFileNodeE, "Failure mounting node", EIO, mountPoint);
 
     RemoveRootNode();
     m_mountNodes.push_back(std::move(node));
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
+    SetLastFailure(0, mountPoint);
     if (!persistent)
         return;
 
     // The node stays mounted when anything below fails: only the profile file is left as it was.
-    CheckProfileCanBeSaved(kMountFileNodeE);
-    if (m_profile.Nodes.count(mountPoint) != 0)
-        Throw(kMountFileNodeE,
-              "Inconsistent profile data: new node not loaded but exists in the profile");
-    // The key is the mount point as written, though loading a profile keys by the upper-cased name.
-    TQvResourceProfile::TNode& profileNode = m_profile.Nodes[mountPoint];
-    profileNode.Kind = kProfileNodePath;
-    profileNode.Name = mountPoint;
-    profileNode.Path = folder;
-    SaveProfile();
+    ChangeProfile(kMountFileNodeE, mountPoint, [&](TQvProfileNodes& nodes) {
+        const std::string loadedKey = toupper_locale(mountPoint);
+        const bool isOthers = nodes.count(loadedKey) != 0 && m_profile.Nodes.count(loadedKey) == 0;
+        if (nodes.count(mountPoint) != 0 || isOthers)
+            Throw(kMountFileNodeE,
+                  "Inconsistent profile data: new node not loaded but exists in the profile",
+                  EEXIST, mountPoint);
+        // The key is the mount point as written, though loading a profile keys by the upper-cased
+        // name.
+        TQvResourceProfile::TNode& profileNode = nodes[mountPoint];
+        profileNode.Kind = kProfileNodePath;
+        profileNode.Name = mountPoint;
+        profileNode.Path = folder;
+    });
 }
 
 void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persistent)
@@ -220,33 +254,59 @@ void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persiste
     RefreshStaleMaps();
     const auto found = m_nodeIds.find(QvNormalizeResId(mountPoint));
     if (found == m_nodeIds.end())
-        Throw(kUnmountNodeE, "Node to unmount does not exist");
+        Throw(kUnmountNodeE, "Node to unmount does not exist", ENOENT, mountPoint);
     // Kept to the end: the caller may have passed the node's own mount point.
     const var_a<TMountNode*> unmounted = m_mountNodes[found->second];
     m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(found->second));
     RemoveRootNode();
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
+    SetLastFailure(0, mountPoint);
     if (!persistent)
         return;
 
-    CheckProfileCanBeSaved(kUnmountNodeE);
-    if (m_profile.Nodes.erase(mountPoint) == 0)
-        Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile");
-    SaveProfile();
+    ChangeProfile(kUnmountNodeE, mountPoint, [&](TQvProfileNodes& nodes) {
+        if (nodes.erase(mountPoint) == 0)
+            Throw(kUnmountNodeE, "Inconsistent profile data: node does not exist in the profile",
+                  ENOENT, mountPoint);
+    });
 }
 
-void TResourceManager::CheckProfileCanBeSaved(const char* operation) const
+void TResourceManager::CheckProfileCanBeSaved(const char* operation,
+                                              const std::string& mountPoint) const
 {
     if (m_profile.Remote)
-        Throw(operation, "Cannot make persistent changes to the remote profile");
+        ThrowRemote(operation, mountPoint);
     if (QvConfiguration().getCurProfileName() != m_profile.Name)
-        Throw(operation, "Inconsistent profile data");
+        Throw(operation, "Inconsistent profile data", EINVAL, mountPoint);
 }
 
-void TResourceManager::SaveProfile() const
+/// Makes one change of the profile, in the file and here: under the lock, on top of what others
+/// have changed in the file meanwhile. On failure the file and the profile are left as they were.
+void TResourceManager::ChangeProfile(const char* operation, const std::string& mountPoint,
+                                     const std::function<void(TQvProfileNodes&)>& change)
 {
-    const auto writer = GetXIniWriter(TQvPath(QvGetConfigString(12, true)));
-    m_profile.SaveE(writer.get());
-    writer->CommitE();
+    CheckProfileCanBeSaved(operation, mountPoint);
+    SetLastFailure(EACCES, mountPoint); // of a lock that is not gained
+    const TQvVarFolderLock lock(VarFolder());
+    SetLastFailure(0, mountPoint);
+    const TQvPath file(QvGetConfigString(12, true));
+    TQvResourceProfile profile;
+    const auto changeText = [&](const std::optional<std::string>& text) {
+        TQvProfileText old(file, text);
+        profile = m_profile;
+        if (old.Exists()) {
+            profile.Remote = old.Content().Remote;
+            profile.Nodes = QvFollowProfileNodes(m_profile.Nodes, old.Content().Nodes);
+        }
+        if (profile.Remote)
+            ThrowRemote(operation, mountPoint);
+        change(profile.Nodes);
+        return TQvChangedContent{old.With(profile)};
+    };
+    const TQvFileChange done = QvChangeFile(file.toSysStr(), changeText);
+    if (!done)
+        SetLastFailure(done.Reading ? done.Writing.Error() : done.Reading.Error(), mountPoint);
+    QvRequireChangedE(file, done);
+    m_profile = std::move(profile);
 }

@@ -1,9 +1,10 @@
 // Operations on resources.
-#include "QvStd/Files.h"
+#include <cerrno>
+
 #include "QvStd/Message.h"
+#include "manager/LastFailure.h"
 #include "manager/ModuleInitializer.h"
 #include "manager/ResourceManager.h"
-#include "manager/SafeOverwrite.h"
 #include "resid/ResId.h"
 
 namespace
@@ -24,28 +25,34 @@ const char* OpenErrorKey(qvOpenMode mode)
         return "global.ErrResOpen";
     }
 }
-enum class TSameness
-{
-    Different, ///< two files, or two hard links of one
-    OneEntry,  ///< one and the same entry of one folder, reached by two mounts
-    Linked     ///< one is a symbolic link to the other
-};
 
-TSameness CompareFiles(const std::string& a, const std::string& b)
+bool Creates(qvOpenMode mode)
 {
-    if (!QvIsSameFile(a, b))
-        return TSameness::Different;
-    if (QvExtractResName(a) == QvExtractResName(b) &&
-        QvIsSameFile(QvExtractResPath(a), QvExtractResPath(b)))
-        return TSameness::OneEntry;
-    return QvIsSymLink(a) || QvIsSymLink(b) ? TSameness::Linked : TSameness::Different;
+    return mode != kQvOpenRead && mode != kQvOpenWrite;
+}
+
+/// Why a node without storage opens nothing.
+TQvResult WhyNotOpened(const TResourceManager::TMountNode& node, const std::string& id,
+                       qvOpenMode mode)
+{
+    if (node.ResourceExists(id) == kResFolder)
+        return TQvResult::Failed(EISDIR, id);
+    return Creates(mode) ? TQvResult::Failed(EROFS, id) : TQvResult::Nothing(id);
 }
 } // namespace
 
 var_a<TQvStream*> TResourceManager::OpenResource(const std::string& id, qvOpenMode mode,
                                                  qvShareMode share, unsigned long sizeHint) const
 {
-    return NodeFor(id)->OpenResource(id, mode, share, sizeHint);
+    TMountNode* node = NodeFor(id);
+    var_a<TQvStream*> stream = node->OpenResource(id, mode, share, sizeHint);
+    if (!stream)
+        QvReport(WhyNotOpened(*node, id, mode));
+    else if (!*stream)
+        SetLastFailure(-stream->getError(), id);
+    else
+        QvReport(TQvResult::Done());
+    return stream;
 }
 
 var_a<TQvStream*> TResourceManager::OpenResourceE(const std::string& id, qvOpenMode mode,
@@ -60,41 +67,59 @@ var_a<TQvStream*> TResourceManager::OpenResourceE(const std::string& id, qvOpenM
 var_a<TQvStream*> TResourceManager::OpenResourceMeta(const std::string& id, qvOpenMode mode,
                                                      qvShareMode share) const
 {
-    return NodeFor(id)->OpenResourceMeta(id, mode, share);
+    TQvResult result;
+    var_a<TQvStream*> stream = NodeFor(id)->OpenResourceMeta(id, mode, share, &result);
+    QvReport(result);
+    return stream;
 }
 
 bool TResourceManager::DeleteResource(const std::string& id) const
 {
-    return NodeFor(id)->DeleteResource(id);
+    return QvReport(NodeFor(id)->DeleteResource(id));
 }
 
 bool TResourceManager::ResourceMetaExists(const std::string& id) const
 {
-    return NodeFor(id)->ResourceMetaExists(id);
+    return QvReportAnswer(NodeFor(id)->ResourceMetaExists(id));
 }
 
 bool TResourceManager::GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const
 {
-    return NodeFor(id)->GetResourceAttr(id, attrib);
+    return QvReportAnswer(NodeFor(id)->GetResourceAttr(id, attrib));
 }
 
 var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                      bool forWriting,
                                                      const std::string& owner) const
 {
-    return NodeFor(id)->CreateLockFile(id, timeoutMs, forWriting, owner);
+    var_a<TQvLockFile*> lock = NodeFor(id)->CreateLockFile(id, timeoutMs, forWriting, owner);
+    if (*lock)
+        QvReport(TQvResult::Done());
+    else
+        SetLastFailure(-lock->getError(), id);
+    return lock;
+}
+
+TQvExistence TResourceManager::LookUp(const std::string& id) const
+{
+    if (id.size() > 1 && id.back() == '/')
+        return LookUp(QvExcludeTrailingSlash(id));
+    bool isValid = false;
+    const TMountNode* node = ResolveNode(id, true, false, &isValid);
+    if (!isValid || id.empty())
+        return {kResNothing, TQvResult::Nothing(id)};
+    // Valid, but nothing is mounted anywhere: that is reported as it is everywhere else.
+    return (node != nullptr ? node : NodeFor(id))->ResourceExists(id);
 }
 
 unsigned TResourceManager::ResourceExists(const std::string& id) const
 {
-    if (id.size() > 1 && id.back() == '/')
-        return ResourceExists(QvExcludeTrailingSlash(id));
-    bool isValid = false;
-    const TMountNode* node = ResolveNode(id, true, false, &isValid);
-    if (!isValid || id.empty())
-        return kResNothing;
-    // Valid, but nothing is mounted anywhere: that is told as it is everywhere else.
-    return (node != nullptr ? node : NodeFor(id))->ResourceExists(id);
+    const TQvExistence existence = LookUp(id);
+    if (existence.Result.HasFailed())
+        SetLastFailure(existence.Result.Error(), id);
+    else
+        QvReport(TQvResult::Done());
+    return existence;
 }
 
 bool TResourceManager::IsResource(const std::string& id) const
@@ -106,69 +131,33 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
                                     TQvProgressHandler* progress) const
 {
     TMountNode* from = NodeFor(src);
-    TMountNode* to = NodeFor(dst);
-    if (from == to)
-        return from->CopyResource(src, dst, progress);
-    if (!CopyContentBetweenNodes(*from, src, *to, dst, progress))
+    const TMountNode* to = NodeFor(dst);
+    const TQvTransfer copied =
+        from->CopyResourceTo(src, *to, dst, TMountNode::TTarget::Any, progress);
+    QvReport(copied.Content);
+    if (!copied.Content)
         return false;
-    // The content is whole: a sidecar that cannot be copied does not change that.
-    if (from->ResourceMetaExists(src))
-        CopyResourceMeta(src, dst);
-    return true;
-}
-
-bool TResourceManager::CopyContentBetweenNodes(TMountNode& from, const std::string& src,
-                                               TMountNode& to, const std::string& dst,
-                                               TQvProgressHandler* progress) const
-{
-    const var_a<TQvStream*> source = from.OpenResource(src, kQvOpenRead, kQvShareAll, 0);
-    if (!source || !*source)
-        return false;
-    TSafeOverwrite target(to, dst, source->getSize());
-    // Two mounts may lead to one folder: then the source is the target already.
-    if (target.TargetExists() && QvIsSameFile(from.GetResourceFile(src), to.GetResourceFile(dst)))
-        return true;
-    return target.IsOpen() && source->setPosition(0) && target.Stream().setPosition(0) &&
-           QvCopyStream(source.get(), &target.Stream(), progress) && target.Finish();
+    QvReportSidecar(copied.Sidecar, src, dst);
+    // Between two nodes the content counts alone.
+    return copied.Sidecar || from != to;
 }
 
 bool TResourceManager::CopyResourceMeta(const std::string& src, const std::string& dst) const
 {
     TMountNode* from = NodeFor(src);
-    TMountNode* to = NodeFor(dst);
-    if (from == to)
-        return from->CopyResourceMeta(src, dst);
-    // The source first: the target's sidecar must not be emptied for a source that has none.
-    const var_a<TQvStream*> source = from->OpenResourceMeta(src, kQvOpenRead, kQvShareAll);
-    if (!source)
-        return false;
-    if (QvIsSameFile(from->GetResourceFile(src), to->GetResourceFile(dst)))
-        return true;
-    const var_a<TQvStream*> target = to->OpenResourceMeta(dst, kQvOpenCreate, kQvShareAll);
-    return target && QvCopyStream(source.get(), target.get(), nullptr) && target->Close();
+    return QvReport(from->CopyResourceMetaTo(src, *NodeFor(dst), dst));
 }
 
 bool TResourceManager::RenMovResource(const std::string& src, const std::string& dst,
                                       TQvProgressHandler* progress) const
 {
     TMountNode* from = NodeFor(src);
-    TMountNode* to = NodeFor(dst);
-    if (from == to)
-        return from->RenMovResource(src, dst, progress);
-    if (!CopyContentBetweenNodes(*from, src, *to, dst, progress))
+    const TQvTransfer moved = from->MoveResourceTo(src, *NodeFor(dst), dst, progress);
+    QvReport(moved.Content);
+    if (!moved.Content)
         return false;
-    switch (CompareFiles(from->GetResourceFile(src), to->GetResourceFile(dst))) {
-    case TSameness::OneEntry:
-        return true; // already there: deleting the source would delete the target
-    case TSameness::Linked:
-        return false; // deleting the source would leave a link to nothing
-    case TSameness::Different:
-        break;
-    }
-    // Unlike a copy, a move without the sidecar would lose it.
-    if (from->ResourceMetaExists(src) && !CopyResourceMeta(src, dst))
-        return false;
-    return from->DeleteResource(src);
+    QvReportSidecar(moved.Sidecar, src, dst);
+    return moved.Sidecar;
 }
 
 bool TResourceManager::GetResourceLabelWeak(const std::string& id, TQvResourceLabel* label)
@@ -176,8 +165,8 @@ bool TResourceManager::GetResourceLabelWeak(const std::string& id, TQvResourceLa
     if (!ResourceManager.IsResource(id))
         return false;
     TQvResAttrib attrib;
-    ResourceManager.GetResourceAttr(id,
-                                    &attrib); // a failed query leaves zeros, and still is an answer
+    // A failed query leaves zeros, and still is an answer; LastFailure has it.
+    ResourceManager.GetResourceAttr(id, &attrib);
     label->Size = attrib.Size;
     label->Time = attrib.UpdateTime;
     return true;
@@ -186,10 +175,14 @@ bool TResourceManager::GetResourceLabelWeak(const std::string& id, TQvResourceLa
 std::string TResourceManager::GetResourceFile(const std::string& id, bool createIfMissing) const
 {
     TMountNode* node = NodeFor(id);
-    unsigned exists = node->ResourceExists(id);
+    TQvExistence exists = node->ResourceExists(id);
+    QvReportAnswer(exists.Result.Named(id));
     if (exists == kResNothing && createIfMissing) {
-        node->OpenResource(id, kQvOpenCreate, kQvShareAll, 0); // closed at once: an empty resource
+        OpenResource(id, kQvOpenCreate, kQvShareAll, 0); // closed at once: an empty resource
+        if (LastFailure().Error != 0)
+            return {};
         exists = node->ResourceExists(id);
+        QvReport(exists.Result.Named(id));
     }
     return exists == kResResource ? node->GetResourceFile(id) : std::string();
 }
@@ -197,7 +190,7 @@ std::string TResourceManager::GetResourceFile(const std::string& id, bool create
 std::string TResourceManager::GetResourceFileFolder(const std::string& id) const
 {
     const TMountNode* node = NodeFor(id);
-    if (node->ResourceExists(id) != kResResource)
-        return {};
-    return QvExtractResPath(node->GetResourceFile(id));
+    const TQvExistence exists = node->ResourceExists(id);
+    QvReportAnswer(exists.Result.Named(id));
+    return exists == kResResource ? QvExtractResPath(node->GetResourceFile(id)) : std::string();
 }

@@ -1,7 +1,10 @@
 #include "nodes/FileMountNode.h"
 
 #include <cerrno>
-#include <system_error>
+#include <chrono>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
 
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
@@ -19,11 +22,235 @@ bool Creates(qvOpenMode mode)
            mode == kQvOpenReadWrite;
 }
 
-/// Whether a move would replace a file by another name of its own: a link would then lead to
-/// itself. A file system without letter case may still change the case of a name.
-bool WouldLoseItself(const std::string& from, const std::string& to)
+/// "" where there is no sidecar: a folder's path has none.
+std::string SidecarOf(const std::string& path)
 {
-    return QvIsSameFile(from, to) && from != to && toupper_locale(from) != toupper_locale(to);
+    return path.empty() || path.back() == '/' ? std::string() : path + kSidecarSuffix;
+}
+
+bool IsOneFolder(const std::string& a, const std::string& b)
+{
+    return QvCompareFiles(QvExtractResPath(a) + ".", QvExtractResPath(b) + ".") !=
+           TQvSameness::Different;
+}
+
+/// Whether `path` is the sidecar of `resource`, perhaps by another way to the same folder.
+bool IsSidecarOf(const std::string& path, const std::string& resource)
+{
+    return QvExtractResName(path) == QvExtractResName(resource) + kSidecarSuffix &&
+           IsOneFolder(path, resource);
+}
+
+/// The files of a transfer, and what they are called in its results.
+struct TTransferEnds
+{
+    std::string From;
+    std::string To;
+    const std::string& Src;
+    const std::string& Dst;
+    /// What the content replaces: To, or what To leads to. The sidecar lies beside To.
+    std::string ToContent = To;
+
+    TQvResult ByIds(const TQvResult& result) const
+    {
+        if (result)
+            return result;
+        const bool isTarget =
+            result.Name() == To || result.Name() == ToContent || result.Name() == SidecarOf(To);
+        return result.Named(isTarget ? Dst : Src);
+    }
+};
+
+/// A file that `path` is or leads to.
+TQvResult RequireResource(const std::string& path, const std::string& id)
+{
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(path, &isFolder);
+    if (exists && isFolder)
+        return TQvResult::Failed(EISDIR, id);
+    return exists.Named(id);
+}
+
+/// A folder is no sidecar, and a resource whose name leaves no room for the suffix has none.
+TQvResult SidecarExists(const std::string& sidecar, const std::string& id)
+{
+    TQvResult exists = RequireResource(sidecar, id);
+    if (exists.Error() == EISDIR || exists.Error() == ENAMETOOLONG)
+        return TQvResult::Nothing(id);
+    return exists;
+}
+
+/// Whether there is a sidecar to follow the resource, and room for its name at the target: found
+/// out before the content is touched.
+TQvResult LookForSidecar(const TTransferEnds& ends)
+{
+    TQvResult found = SidecarExists(SidecarOf(ends.From), ends.Src);
+    if (!found)
+        return found;
+    struct stat status = {};
+    const bool fits = lstat(SidecarOf(ends.To).c_str(), &status) == 0 || errno == ENOENT;
+    return fits ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
+}
+
+/// A file system without letter case takes both for one name.
+bool IsChangeOfCase(const TTransferEnds& ends)
+{
+    return ends.From != ends.To && toupper_locale(ends.From) == toupper_locale(ends.To);
+}
+
+/// Done where a resource can lie: not above the mount points, nor in the place of a mount's folder.
+TQvResult RequirePlace(const TResourceManager::TMountNode& target, const TTransferEnds& ends)
+{
+    if (ends.To.empty())
+        return TQvResult::Failed(EROFS, ends.Dst);
+    return ends.To == target.GetResourceFile(target.MountPointId())
+               ? TQvResult::Failed(EISDIR, ends.Dst)
+               : TQvResult::Done();
+}
+
+/// A resource cannot take the place of its own sidecar, nor the reverse.
+TQvResult RefuseSidecars(const TTransferEnds& ends)
+{
+    return IsSidecarOf(ends.ToContent, ends.From) || IsSidecarOf(ends.From, ends.ToContent)
+               ? TQvResult::Failed(EINVAL, ends.Dst)
+               : TQvResult::Done();
+}
+
+/// Whether an open file is still the one at the path.
+bool IsAt(const std::string& path, const TQvFileStream& file)
+{
+    struct stat opened = {};
+    struct stat there = {};
+    return fstat(file.Descriptor(), &opened) == 0 && stat(path.c_str(), &there) == 0 &&
+           opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
+}
+
+/// Whether a file named like a folder's sidecar is one.
+enum class TFolderSidecar
+{
+    Kept,
+    Deleted
+};
+
+/// An orphaned sidecar never survives into a new resource. A file that cannot be looked at may be
+/// there, and keeps its sidecar; so does a resource that is just being moved, whose mover holds the
+/// sidecar.
+void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
+                        TFolderSidecar ofFolder)
+{
+    const auto isStale = [&] {
+        bool isFolder = false;
+        const TQvResult exists = QvFileDirExists(path, &isFolder);
+        return exists ? isFolder && ofFolder == TFolderSidecar::Deleted : exists.IsNothing();
+    };
+    if (!isStale())
+        return;
+    constexpr qvShareMode kForItself = 0;
+    TQvFileStream hold;
+    // One that may not be read cannot be held; whoever moves it cannot hold it either.
+    const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
+                            ? IsAt(sidecar, hold)
+                            : access(sidecar.c_str(), R_OK) != 0 && errno == EACCES;
+    if (isFree && isStale())
+        QvDeleteFile(sidecar);
+}
+
+using TCopyCall = TQvResult (*)(const std::string&, const std::string&, TQvProgressHandler*);
+
+TQvResult CopyOnly(const std::string& from, const std::string& to, TQvProgressHandler* progress)
+{
+    return QvCopyFileEx(from, to, false, progress);
+}
+
+/// The content first; the sidecar follows the source only: one at the target stays when the source
+/// has none.
+TQvTransfer CopyWithSidecar(const TTransferEnds& ends, TCopyCall copy, TQvProgressHandler* progress)
+{
+    const TQvResult sidecar = LookForSidecar(ends);
+    if (sidecar.HasFailed())
+        return {sidecar, {}};
+    // A link to the sidecar, too.
+    if (sidecar && QvCompareFiles(SidecarOf(ends.From), ends.To) != TQvSameness::Different)
+        return {TQvResult::Failed(EINVAL, ends.Dst), {}};
+    const TQvResult content = copy(ends.From, ends.ToContent, progress);
+    if (!content || !sidecar)
+        return {ends.ByIds(content), {}};
+    return {content, ends.ByIds(copy(SidecarOf(ends.From), SidecarOf(ends.To), nullptr))};
+}
+
+TQvResult DeleteWithSidecar(const std::string& path, const std::string& id)
+{
+    if (const TQvResult deleted = QvDeleteFile(path); !deleted)
+        return deleted.Named(id);
+    const std::string sidecar = SidecarOf(path);
+    const TQvResult gone = QvDeleteFile(sidecar);
+    if (gone || gone.IsNothing() || SidecarExists(sidecar, id).IsNothing())
+        return TQvResult::Done();
+    return gone.Named(id);
+}
+
+/// Across file systems. The source goes only when all of it is at the target and on the disk.
+TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progress)
+{
+    if (QvCompareFiles(ends.From, ends.ToContent) == TQvSameness::OneEntry)
+        return {TQvResult::Failed(EINVAL, ends.Dst), {}};
+    TQvTransfer done = CopyWithSidecar(ends, &QvCopyFileToMove, progress);
+    if (done.Content && done.Sidecar)
+        done.Content = DeleteWithSidecar(ends.From, ends.Src);
+    return done;
+}
+
+/// Shares the sidecar for the time of a move. ENOENT when there is none; EACCES when somebody else
+/// holds it for themselves, which one who removes a stale sidecar does for a moment only.
+int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
+{
+    constexpr int kTries = 50;
+    constexpr auto kPause = std::chrono::milliseconds(2);
+    for (int i = 0; i < kTries; ++i) {
+        if (i > 0)
+            std::this_thread::sleep_for(kPause);
+        if (hold.Open(sidecar, kQvOpenRead, kQvShareAll) && IsAt(sidecar, hold))
+            return 0;
+        if (hold.getError() == -ENOENT)
+            return ENOENT;
+        // One that may not be read cannot be held, by those who would remove it either.
+        if (access(sidecar.c_str(), R_OK) != 0)
+            return 0;
+    }
+    return EACCES;
+}
+
+/// Replacing asks the same as writing: whether the caller may, and whether nobody else holds the
+/// target for themselves.
+TQvResult HoldTarget(const TTransferEnds& ends, TQvFileStream& hold)
+{
+    if (hold.Open(ends.ToContent, kQvOpenWrite, kQvShareAll) || hold.getError() == -ENOENT)
+        return TQvResult::Done();
+    return TQvResult::Failed(-hold.getError(), ends.Dst);
+}
+
+/// By renames. The sidecar is held meanwhile, so that nobody takes it for one left over from an
+/// earlier resource.
+TQvTransfer RenameWithSidecar(const TTransferEnds& ends, TQvProgressHandler* progress)
+{
+    const std::string sidecar = SidecarOf(ends.From);
+    TQvFileStream hold;
+    const int error = ShareSidecar(sidecar, hold);
+    if (error != 0 && error != ENOENT)
+        return {TQvResult::Failed(error, ends.Src), {}};
+    if (error == 0)
+        if (const TQvResult fits = LookForSidecar(ends); fits.HasFailed())
+            return {fits, {}};
+    const TQvResult content = QvMoveFileEx(ends.From, ends.ToContent, true, false);
+    if (content.Error() == EXDEV)
+        return CopyAndDelete(ends, progress);
+    if (!content)
+        return {ends.ByIds(content), {}};
+    // Looked for again: one may have been stored since.
+    if (SidecarExists(sidecar, ends.Src).IsNothing())
+        return {};
+    const TQvResult moved = QvMoveFileEx(sidecar, SidecarOf(ends.To), true, true);
+    return {content, moved.IsNothing() ? TQvResult::Done() : ends.ByIds(moved)};
 }
 } // namespace
 
@@ -45,35 +272,26 @@ bool TFileMountNode::IsOwnFolder(const std::string& path) const
     return TQvPath(path).excludeSlash() == m_folder;
 }
 
-/// "" where there is no sidecar: a folder's path has none, and that of the node's own folder would
-/// lie outside of it.
+/// As SidecarOf; that of the node's own folder would lie outside of it.
 std::string TFileMountNode::MetaPath(const std::string& path) const
 {
-    if (path.empty() || path.back() == '/' || path == m_folder.toSysStr())
-        return {};
-    return path + ".meta";
-}
-
-/// An orphaned sidecar never survives into a new resource. A file that cannot be looked at may be
-/// there, and keeps its sidecar.
-void TFileMountNode::DeleteStaleSidecar(const std::string& path) const
-{
-    bool isFolder = false;
-    if (QvFileDirExists(path, &isFolder) ? isFolder : errno == ENOENT)
-        QvDeleteFile(MetaPath(path));
+    return path == m_folder.toSysStr() ? std::string() : SidecarOf(path);
 }
 
 var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint)
 {
-    const std::string path = PathFromId(id);
+    std::string path = PathFromId(id);
     // In a creating mode the sidecar goes before the file appears; in the others a look at the disk
     // is only needed when the file did not open.
+    // A mount's folder that has vanished does not become a file.
+    if (Creates(mode) && IsOwnFolder(path))
+        path += '/';
     if (Creates(mode))
-        DeleteStaleSidecar(path);
+        DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
     auto stream = make_var<TResFileStream>(id);
     if (!stream->Open(path, mode, share) && !Creates(mode))
-        DeleteStaleSidecar(path);
+        DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
     stream->SetInfoName(stream->URL().std_str());
     if (mode == kQvOpenCreate && sizeHint != 0 && *stream) {
         stream->setSize(sizeHint);
@@ -83,122 +301,207 @@ var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode
 }
 
 var_a<TQvStream*> TFileMountNode::OpenResourceMeta(const std::string& id, qvOpenMode mode,
-                                                   qvShareMode share)
+                                                   qvShareMode share, TQvResult* result)
 {
     const std::string path = PathFromId(id);
-    if (!QvFileExists(path))
-        return {};
-    auto stream = TQvFileStream::VCreate(MetaPath(path), mode, share);
-    if (!*stream)
-        return {};
-    stream->SetInfoName("qvres:" + id + ":meta");
+    TQvResult opened = RequireResource(path, id);
+    var_a<TQvFileStream*> stream;
+    if (opened) {
+        stream = TQvFileStream::VCreate(MetaPath(path), mode, share);
+        if (!*stream) {
+            const int error = -stream->getError();
+            const bool isNothing = error == ENOENT || SidecarExists(MetaPath(path), id).IsNothing();
+            opened = isNothing && mode == kQvOpenRead ? TQvResult::Nothing(id)
+                                                      : TQvResult::Failed(error, id);
+            stream.reset();
+        } else {
+            stream->SetInfoName("qvres:" + id + ":meta");
+        }
+    }
+    if (result != nullptr)
+        *result = std::move(opened);
     return stream;
 }
 
-bool TFileMountNode::CopyResourceMeta(const std::string& src, const std::string& dst)
+TQvResult TFileMountNode::CopyResourceMeta(const std::string& src, const std::string& dst)
 {
-    const std::string from = PathFromId(src);
-    const std::string to = PathFromId(dst);
-    return QvFileExists(from) && QvFileExists(to) &&
-           QvCopyFile(MetaPath(from), MetaPath(to), false);
+    return CopyResourceMetaTo(src, *this, dst);
 }
 
-bool TFileMountNode::DeleteResource(const std::string& id)
+TQvResult TFileMountNode::CopyResourceMetaTo(const std::string& src, const TMountNode& target,
+                                             const std::string& dst)
+{
+    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
+    if (TQvResult source = RequireResource(ends.From, src); !source)
+        return source;
+    if (TQvResult there = RequireResource(ends.To, dst); !there)
+        return there;
+    return ends.ByIds(QvCopyFile(SidecarOf(ends.From), SidecarOf(ends.To), false));
+}
+
+TQvResult TFileMountNode::DeleteResource(const std::string& id)
 {
     const std::string path = PathFromId(id);
-    if (!QvDeleteFile(path)) // false for a folder, and where nothing is
-        return false;
-    const std::string meta = MetaPath(path);
-    return QvDeleteFile(meta) || errno == ENOENT || !QvFileExists(meta);
+    const TQvResult resource = RequireResource(path, id);
+    return resource ? DeleteWithSidecar(path, id) : resource;
 }
 
-bool TFileMountNode::RenMovResource(const std::string& src, const std::string& dst,
-                                    TQvProgressHandler*)
+TQvResult TFileMountNode::RenMovResource(const std::string& src, const std::string& dst,
+                                         TQvProgressHandler* progress)
 {
-    const std::string from = PathFromId(src);
-    const std::string to = PathFromId(dst);
-    const std::string fromMeta = MetaPath(from);
-    if (to == fromMeta || from == MetaPath(to) || WouldLoseItself(from, to) ||
-        !QvMoveFileEx(from, to, true, true))
-        return false;
-    return !QvFileExists(fromMeta) || QvMoveFileEx(fromMeta, MetaPath(to), true, true);
+    const TQvTransfer done = MoveResourceTo(src, *this, dst, progress);
+    return done.Content ? done.Sidecar : done.Content;
 }
 
-bool TFileMountNode::CopyResource(const std::string& src, const std::string& dst,
-                                  TQvProgressHandler* progress)
+TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountNode& target,
+                                           const std::string& dst, TQvProgressHandler* progress)
 {
-    const std::string from = PathFromId(src);
-    const std::string to = PathFromId(dst);
-    const std::string fromMeta = MetaPath(from);
-    if (to == fromMeta || from == MetaPath(to) || !QvCopyFileEx(from, to, false, progress))
-        return false;
-    // A sidecar at the target stays when the source has none: the sidecar follows the source only.
-    return !QvFileExists(fromMeta) || QvCopyFile(fromMeta, MetaPath(to), false);
+    TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
+    TQvResult allowed = RequireResource(ends.From, src);
+    if (allowed)
+        allowed = RequirePlace(target, ends);
+    if (!allowed)
+        return {allowed, {}};
+    if (ends.From == ends.To && &target == this)
+        return {};
+    // A link stays, what it leads to is replaced; a rename would replace the link.
+    if (QvIsSymLink(ends.To) && !QvFollowLinks(&ends.ToContent))
+        return {TQvResult::Failed(errno, dst), {}};
+    if (TQvResult refused = RefuseSidecars(ends); !refused)
+        return {refused, {}};
+    bool isFolder = false;
+    const TQvResult there = QvFileDirExists(ends.ToContent, &isFolder);
+    if (there.HasFailed() || isFolder)
+        return {TQvResult::Failed(isFolder ? EISDIR : there.Error(), dst), {}};
+    if (&target != this)
+        return CopyAndDelete(ends, progress);
+    TQvFileStream hold;
+    if (there && !IsChangeOfCase(ends)) {
+        if (QvCompareFiles(ends.From, ends.ToContent) == TQvSameness::OneEntry)
+            return {TQvResult::Failed(EINVAL, dst), {}};
+        if (TQvResult held = HoldTarget(ends, hold); !held)
+            return {held, {}};
+    }
+    return RenameWithSidecar(ends, progress);
 }
 
-bool TFileMountNode::CreateFolder(const std::string& id)
+TQvResult TFileMountNode::CopyResource(const std::string& src, const std::string& dst,
+                                       TQvProgressHandler* progress)
 {
-    return QvForceDirectories(PathFromId(id));
+    const TQvTransfer done = CopyResourceTo(src, *this, dst, TTarget::Any, progress);
+    return done.Content ? done.Sidecar : done.Content;
 }
 
-void TFileMountNode::RenameFolderE(const std::string& id, const std::string& newName)
+TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountNode& target,
+                                           const std::string& dst, TTarget expected,
+                                           TQvProgressHandler* progress)
+{
+    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
+    TQvResult allowed = RequirePlace(target, ends);
+    if (allowed)
+        allowed = RefuseSidecars(ends);
+    if (!allowed)
+        return {allowed, {}};
+    if (expected == TTarget::None)
+        return CopyWithSidecar(ends, &QvCopyFileToNew, progress);
+    // A sidecar that a new resource would inherit goes, between two nodes as when it is opened
+    // there.
+    if (&target != this && QvFileExists(SidecarOf(ends.To)) && RequireResource(ends.From, src))
+        DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
+    return CopyWithSidecar(ends, &CopyOnly, progress);
+}
+
+TQvResult TFileMountNode::CreateFolder(const std::string& id)
+{
+    return QvForceDirectories(PathFromId(id)).Named(id);
+}
+
+TQvResult TFileMountNode::CreateFolderLike(const std::string& id, const TMountNode& model,
+                                           const std::string& modelId)
+{
+    // A folder above the mount points has no bits of its own.
+    if (model.IsPureVirtual())
+        return CreateFolder(id);
+    return QvCreateDirectoryLike(PathFromId(id), model.GetResourceFile(modelId)).Named(id);
+}
+
+void TFileMountNode::RenameFolderE(const std::string& id, const std::string& newName,
+                                   TQvResult* result)
 {
     const std::string newId = QvExtractResPath(id) + newName;
-    int error = EINVAL; // of a name that the system would cut
-    if (newName.find('\0') == std::string::npos) {
-        if (QvMoveFileEx(PathFromId(id), PathFromId(newId), false, false))
-            return;
-        error = errno;
-    }
-    throw TQvMessage(QvResourceString("global.ErrRenameFolder"))
-        << error << std::system_category().message(error);
+    const std::string path = PathFromId(id);
+    TQvResult renamed;
+    if (newName.find('\0') != std::string::npos)
+        renamed = TQvResult::Failed(EINVAL); // the system would cut the name
+    else if (IsOwnFolder(path))
+        renamed = TQvResult::Failed(EBUSY);
+    else
+        renamed = QvMoveFileEx(path, PathFromId(newId), false, false);
+    if (result != nullptr)
+        *result = renamed.Named(id);
+    if (!renamed)
+        throw TQvMessage(QvResourceString("global.ErrRenameFolder"))
+            << renamed.Error() << QvErrorText(renamed.Error());
 }
 
-bool TFileMountNode::DeleteFolder(const std::string& id)
+TQvResult TFileMountNode::DeleteFolder(const std::string& id)
 {
     const std::string path = PathFromId(id);
-    return !IsOwnFolder(path) && QvRemoveDirectory(path);
+    return IsOwnFolder(path) ? TQvResult::Failed(EBUSY, id) : QvRemoveDirectory(path).Named(id);
 }
 
-unsigned TFileMountNode::ResourceExists(const std::string& id) const
+TQvExistence TFileMountNode::ResourceExists(const std::string& id) const
 {
     bool isFolder = false;
-    if (!QvFileDirExists(PathFromId(id), &isFolder))
-        return kResNothing;
-    return isFolder ? kResFolder : kResResource;
+    TQvExistence existence;
+    existence.Result = QvFileDirExists(PathFromId(id), &isFolder);
+    if (existence.Result)
+        existence.Kind = isFolder ? kResFolder : kResResource;
+    return existence;
 }
 
-bool TFileMountNode::ResourceMetaExists(const std::string& id) const
+TQvResult TFileMountNode::ResourceMetaExists(const std::string& id) const
 {
     const std::string path = PathFromId(id);
-    return QvFileExists(path) && QvFileExists(MetaPath(path));
+    TQvResult resource = RequireResource(path, id);
+    if (resource.Error() == EISDIR)
+        return TQvResult::Nothing(id);
+    return resource ? SidecarExists(MetaPath(path), id) : resource;
 }
 
-bool TFileMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const
+TQvResult TFileMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const
 {
+    if (attrib == nullptr)
+        return TQvResult::Failed(EINVAL, id);
     TQvFileInfo info;
-    if (attrib == nullptr || !QvGetFileInfo(PathFromId(id), &info))
-        return false;
+    if (const TQvResult result = QvGetFileInfo(PathFromId(id), &info); !result)
+        return result.Named(id);
     attrib->Kind = info.IsFolder ? kResFolder : kResResource;
     attrib->Origin = kOriginFileNode;
     attrib->Size = info.Size;
     attrib->UpdateTime = info.UpdateTime;
     attrib->CreationTime = info.CreationTime;
-    return true;
+    return TQvResult::Done();
 }
 
-bool TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
-                          const std::string& folder, const std::string& mask, unsigned flags,
-                          TQvProgressHandler* progress) const
+TQvResult TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
+                               const std::string& folder, const std::string& mask, unsigned flags,
+                               TQvProgressHandler* progress) const
 {
     return QvListFolder(PathFromId(folder), QvIncludeTrailingSlash(folder), mask, flags, progress,
                         items.get());
+}
+
+bool TFileMountNode::IsLink(const std::string& id) const
+{
+    const std::string path = PathFromId(id);
+    return !IsOwnFolder(path) && QvIsSymLink(TQvPath(path).excludeSlash().toSysStr());
 }
 
 var_a<TQvLockFile*> TFileMountNode::CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                    bool forWriting, const std::string& owner)
 {
     const std::string path = PathFromId(id);
-    DeleteStaleSidecar(path);
+    DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Kept);
     return TQvLockFile::VCreate(path, forWriting, owner, timeoutMs);
 }

@@ -2,12 +2,13 @@
 //
 // A resource is one file, named as the last part of its id; a folder is one directory; a resource's
 // metadata lies beside it in a sidecar named like the file plus ".meta". Nothing is cached and no
-// handle is kept between calls. Failures are answered with false, 0 or an empty reference; only
-// RenameFolderE throws. What was done before a failure is not undone.
+// handle is kept between calls. Failures are answered with their cause; only RenameFolderE throws.
+// What was done before a failure is not undone.
 //
 // No id leads outside the folder: "." and ".." segments are resolved inside it, and the folder
-// itself, which a ".." may lead to, has no sidecar and is never deleted. Symbolic links in the
-// folder are followed.
+// itself, which a ".." may lead to, has no sidecar and is never deleted, moved or replaced.
+// Symbolic links to files are resources; those to folders are folders, but IsLink answers that
+// recursion must not enter them, and removing one removes the link.
 //
 // Thread-safety: never changes after construction; all operations may run on any thread at once.
 #pragma once
@@ -25,38 +26,51 @@ public:
     unsigned Type() const override { return TResourceManager::kFileNode; }
     bool IsPureVirtual() const override { return false; }
     /// A stream whether or not the file opened. The sidecar of a resource that is not there is
-    /// deleted.
+    /// deleted, unless somebody holds it open: then the resource is being moved.
     var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode, qvShareMode share,
                                    unsigned long sizeHint) override;
-    var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
-                                       qvShareMode share) override;
-    bool CopyResourceMeta(const std::string& src, const std::string& dst) override;
-    bool DeleteResource(const std::string& id) override;
-    /// A single rename: `progress` is not used.
-    bool RenMovResource(const std::string& src, const std::string& dst,
-                        TQvProgressHandler* progress) override;
-    bool CopyResource(const std::string& src, const std::string& dst,
-                      TQvProgressHandler* progress) override;
-    bool CreateFolder(const std::string& id) override;
+    var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode, qvShareMode share,
+                                       TQvResult* result = nullptr) override;
+    TQvResult CopyResourceMeta(const std::string& src, const std::string& dst) override;
+    TQvResult DeleteResource(const std::string& id) override;
+    /// A single rename, for which `progress` is not used; across file systems, which a link to a
+    /// folder may bring about, a copy.
+    TQvResult RenMovResource(const std::string& src, const std::string& dst,
+                             TQvProgressHandler* progress) override;
+    TQvResult CopyResource(const std::string& src, const std::string& dst,
+                           TQvProgressHandler* progress) override;
+    TQvResult CreateFolder(const std::string& id) override;
     /// Renames to `newName` beside the folder. Throws with errno and its text.
-    void RenameFolderE(const std::string& id, const std::string& newName) override;
-    bool DeleteFolder(const std::string& id) override;
-    unsigned ResourceExists(const std::string& id) const override;
-    bool ResourceMetaExists(const std::string& id) const override;
-    bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const override;
-    bool Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
-              const std::string& mask, unsigned flags, TQvProgressHandler* progress) const override;
+    void RenameFolderE(const std::string& id, const std::string& newName,
+                       TQvResult* result = nullptr) override;
+    TQvResult DeleteFolder(const std::string& id) override;
+    TQvExistence ResourceExists(const std::string& id) const override;
+    TQvResult ResourceMetaExists(const std::string& id) const override;
+    TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const override;
+    TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
+                   const std::string& mask, unsigned flags,
+                   TQvProgressHandler* progress) const override;
     /// The file that holds the resource, whether or not it exists.
     std::string GetResourceFile(const std::string& id) const override { return PathFromId(id); }
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) override;
+
+    bool IsLink(const std::string& id) const override;
+    TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
+                               const std::string& modelId) override;
+    TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
+                               const std::string& dst, TTarget expected,
+                               TQvProgressHandler* progress) override;
+    TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
+                               const std::string& dst, TQvProgressHandler* progress) override;
+    TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,
+                                 const std::string& dst) override;
 
     /// The disk path of an id at or below the mount point.
     std::string PathFromId(const std::string& id) const;
 
 private:
     std::string MetaPath(const std::string& path) const;
-    void DeleteStaleSidecar(const std::string& path) const;
     bool IsOwnFolder(const std::string& path) const;
 
     TQvPath m_folder;

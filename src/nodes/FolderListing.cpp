@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 
@@ -11,14 +10,11 @@
 #include <QString>
 
 #include "QvStd/Files.h"
+#include "QvStd/FolderReader.h"
+#include "resid/ResId.h"
 
 namespace
 {
-struct TCloseFolder
-{
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-
 enum class TEntryKind
 {
     Skipped,
@@ -26,39 +22,49 @@ enum class TEntryKind
     Folder
 };
 
-/// The folder entry's own kind spares a look at the file; only links, and file systems that do not
-/// tell, need one.
-TEntryKind KindOf(int folder, const dirent& entry)
+/// A link that leads nowhere is no entry; one that cannot be followed may lead to something.
+bool IsDangling(int error)
 {
-    switch (entry.d_type) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
+/// The folder entry's own kind spares a look at the file; only links, and file systems that do not
+/// tell, need one. 0 or an errno.
+int FindKind(int folder, const TQvFolderEntry& entry, TEntryKind* kind)
+{
+    *kind = TEntryKind::Skipped;
+    switch (entry.Type) {
     case DT_REG:
-        return TEntryKind::File;
+        *kind = TEntryKind::File;
+        return 0;
     case DT_DIR:
-        return TEntryKind::Folder;
+        *kind = TEntryKind::Folder;
+        return 0;
     case DT_LNK:
     case DT_UNKNOWN:
         break;
     default:
-        return TEntryKind::Skipped;
+        return 0;
     }
     struct stat status = {};
-    if (fstatat(folder, entry.d_name, &status, 0) != 0)
-        return TEntryKind::Skipped;
-    if (S_ISDIR(status.st_mode))
-        return TEntryKind::Folder;
-    if (S_ISREG(status.st_mode))
-        return TEntryKind::File;
-    // A link to a device or FIFO is listed, though the device itself is not.
+    if (fstatat(folder, entry.Name.data(), &status, 0) != 0)
+        return IsDangling(errno) ? 0 : errno;
     struct stat own = {};
-    const bool isLink =
-        fstatat(folder, entry.d_name, &own, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(own.st_mode);
-    return isLink ? TEntryKind::File : TEntryKind::Skipped;
+    if (S_ISDIR(status.st_mode))
+        *kind = TEntryKind::Folder;
+    else if (S_ISREG(status.st_mode))
+        *kind = TEntryKind::File;
+    // A link to a device or FIFO is listed, though the device itself is not.
+    else if (fstatat(folder, entry.Name.data(), &own, AT_SYMLINK_NOFOLLOW) == 0 &&
+             S_ISLNK(own.st_mode))
+        *kind = TEntryKind::File;
+    return 0;
 }
 
 bool IsSidecar(std::string_view name)
 {
-    constexpr std::string_view kSuffix = ".meta";
-    return name.size() > kSuffix.size() && name.substr(name.size() - kSuffix.size()) == kSuffix;
+    constexpr std::size_t kLength = std::string_view(kSidecarSuffix).size();
+    return name.size() > kLength && name.substr(name.size() - kLength) == kSidecarSuffix;
 }
 
 /// A name filter; "*" needs none.
@@ -72,14 +78,17 @@ public:
         m_expression.setPattern(
             QRegularExpression::wildcardToRegularExpression(QString::fromStdString(mask)));
         m_expression.setPatternOptions(QRegularExpression::CaseInsensitiveOption);
-        m_expression.optimize();
-        m_none = !m_expression.isValid(); // asked once: each match would say so on standard error
+        // Asked once: each match would complain on standard error.
+        m_none = !m_expression.isValid();
+        if (!m_none)
+            m_expression.optimize();
     }
     bool Matches(std::string_view name) const
     {
         return m_all ||
-               m_expression.match(QString::fromUtf8(name.data(), static_cast<int>(name.size())))
-                   .hasMatch();
+               (!m_none &&
+                m_expression.match(QString::fromUtf8(name.data(), static_cast<int>(name.size())))
+                    .hasMatch());
     }
 
 private:
@@ -98,43 +107,101 @@ TQvResFindItem MakeItem(const std::string& idPrefix, std::string_view name, TEnt
     return item;
 }
 
-void FillAttributes(int folder, const char* name, TQvResAttrib& attrib)
+TQvResult FillAttributes(int folder, const char* name, TQvResAttrib& attrib)
 {
     TQvFileInfo info;
-    if (!QvGetFileInfoAt(folder, name, &info))
-        return; // gone meanwhile
+    if (TQvResult result = QvGetFileInfoAt(folder, name, &info); !result)
+        return result;
     attrib.Size = info.Size;
     attrib.UpdateTime = info.UpdateTime;
     attrib.CreationTime = info.CreationTime;
+    return TQvResult::Done();
+}
+
+class TFolderListing
+{
+public:
+    TFolderListing(const std::string& idPrefix, const std::string& mask, unsigned flags,
+                   std::vector<TQvResFindItem>* items)
+        : m_idPrefix(idPrefix), m_mask(mask), m_flags(flags), m_items(items)
+    {
+    }
+
+    TQvResult Read(const std::string& path, TQvProgressHandler* progress);
+
+private:
+    void Take(const TQvFolderEntry& entry);
+    void Add(std::string_view name, TEntryKind kind);
+    void Note(int error, const std::string& id);
+
+    const std::string& m_idPrefix;
+    TNameMask m_mask;
+    unsigned m_flags;
+    std::vector<TQvResFindItem>* m_items;
+    TQvFolderReader m_folder;
+    bool m_found = false;
+    TQvResult m_failure;
+};
+
+TQvResult TFolderListing::Read(const std::string& path, TQvProgressHandler* progress)
+{
+    const std::string id = QvExcludeTrailingSlash(m_idPrefix);
+    if (const TQvResult opened = m_folder.Open(path); !opened)
+        // What is no folder holds nothing, and that is known.
+        return opened.Error() == ENOTDIR ? TQvResult::Nothing(id) : opened.Named(id);
+    TQvFolderEntry entry;
+    while ((m_items != nullptr || !m_found) && m_folder.Next(&entry)) {
+        if (entry.Name.front() == '.')
+            continue;
+        QvPollProgress(progress);
+        if (!IsSidecar(entry.Name) && m_mask.Matches(entry.Name))
+            Take(entry);
+    }
+    if (!m_folder.Result())
+        Note(m_folder.Result().Error(), id);
+    if (!m_failure)
+        return m_failure;
+    return m_found ? TQvResult::Done() : TQvResult::Nothing(id);
+}
+
+void TFolderListing::Take(const TQvFolderEntry& entry)
+{
+    TEntryKind kind = TEntryKind::Skipped;
+    if (const int error = FindKind(m_folder.Descriptor(), entry, &kind))
+        Note(error, m_idPrefix + std::string(entry.Name));
+    else if (kind != TEntryKind::Skipped &&
+             (m_flags & (kind == TEntryKind::Folder ? kFindFolders : kFindResources)) != 0)
+        Add(entry.Name, kind);
+}
+
+void TFolderListing::Add(std::string_view name, TEntryKind kind)
+{
+    if (m_items == nullptr || (m_flags & kFindAttributes) == 0)
+        m_found = true;
+    if (m_items == nullptr)
+        return;
+    TQvResFindItem& item = m_items->emplace_back(MakeItem(m_idPrefix, name, kind));
+    if ((m_flags & kFindAttributes) == 0)
+        return;
+    const TQvResult filled = FillAttributes(m_folder.Descriptor(), name.data(), item.Attrib);
+    if (filled.HasFailed())
+        Note(filled.Error(), item.Id);
+    if (filled.IsNothing())
+        m_items->pop_back(); // vanished since its name was read
+    else
+        m_found = true;
+}
+
+void TFolderListing::Note(int error, const std::string& id)
+{
+    if (m_failure)
+        m_failure = TQvResult::Failed(error, id);
 }
 } // namespace
 
-bool QvListFolder(const std::string& path, const std::string& idPrefix, const std::string& mask,
-                  unsigned flags, TQvProgressHandler* progress, std::vector<TQvResFindItem>* items)
+TQvResult QvListFolder(const std::string& path, const std::string& idPrefix,
+                       const std::string& mask, unsigned flags, TQvProgressHandler* progress,
+                       std::vector<TQvResFindItem>* items)
 {
-    const std::unique_ptr<DIR, TCloseFolder> folder(opendir(path.c_str()));
-    if (!folder)
-        return false;
-    const TNameMask nameMask(mask);
-    bool found = false;
-    errno = 0;
-    for (const dirent* entry = nullptr; (entry = readdir(folder.get())) != nullptr; errno = 0) {
-        const std::string_view name(entry->d_name);
-        if (name.front() == '.')
-            continue;
-        QvPollProgress(progress);
-        if (IsSidecar(name) || !nameMask.Matches(name))
-            continue;
-        const TEntryKind kind = KindOf(dirfd(folder.get()), *entry);
-        if (kind == TEntryKind::Skipped ||
-            (flags & (kind == TEntryKind::Folder ? kFindFolders : kFindResources)) == 0)
-            continue;
-        found = true;
-        if (items == nullptr)
-            return true;
-        TQvResFindItem& item = items->emplace_back(MakeItem(idPrefix, name, kind));
-        if ((flags & kFindAttributes) != 0)
-            FillAttributes(dirfd(folder.get()), entry->d_name, item.Attrib);
-    }
-    return found && errno == 0;
+    return TFolderListing(idPrefix, mask, flags, items).Read(path, progress);
 }

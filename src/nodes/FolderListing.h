@@ -7,17 +7,25 @@
 #include <vector>
 
 #include "QvStd/Progress.h"
+#include "QvStd/Result.h"
 #include "resid/ResAttrib.h"
 
+/// What the name of a sidecar has behind that of its resource.
+inline constexpr char kSidecarSuffix[] = ".meta";
+
 /// Appends the entries of the folder `path` to `items`, their ids `idPrefix` plus the name, in the
-/// order of the folder. Without `items` it is a probe that ends at the first match. True when
-/// something was found; false for a folder that cannot be read, or not to its
-/// end. Names that are no UTF-8 are listed byte for byte.
+/// order of the folder. Without `items` it is a probe that ends at the first match. Done when
+/// something was found, "nothing" when nothing was, or there is no such folder. A folder that
+/// cannot be read to its end, or an entry of which the kind or the attributes cannot be found out,
+/// is a failure that names the id; the other entries are listed all the same. Names that are no
+/// UTF-8 are listed byte for byte.
 ///
 /// Listed are files (symbolic links to anything but folders too) with kFindResources and folders
 /// (links to folders too) with kFindFolders, whose names match `mask`: wildcards "*", "?" and
-/// "[...]", without regard to case. Never listed: hidden names (a leading "."), sidecars (ending in
-/// ".meta"), dangling links, and FIFOs, sockets and devices. Sizes and times are zero without
-/// kFindAttributes. `progress` (may be null) is polled once an entry.
-bool QvListFolder(const std::string& path, const std::string& idPrefix, const std::string& mask,
-                  unsigned flags, TQvProgressHandler* progress, std::vector<TQvResFindItem>* items);
+/// "[...]", without regard to case; one that is no valid mask matches nothing. Never listed: hidden
+/// names (a leading "."), sidecars (ending in ".meta"), dangling links, and FIFOs, sockets and
+/// devices. Sizes and times are zero without kFindAttributes. `progress` (may be null) is polled
+/// once an entry.
+TQvResult QvListFolder(const std::string& path, const std::string& idPrefix,
+                       const std::string& mask, unsigned flags, TQvProgressHandler* progress,
+                       std::vector<TQvResFindItem>* items);

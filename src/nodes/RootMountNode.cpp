@@ -1,5 +1,7 @@
 #include "nodes/RootMountNode.h"
 
+#include <cerrno>
+
 #include "QvStd/Message.h"
 #include "QvStd/RegExp.h"
 #include "manager/ModuleInitializer.h"
@@ -40,32 +42,49 @@ void TRootMountNode::AddFolders(std::string id)
     }
 }
 
-void TRootMountNode::RenameFolderE(const std::string&, const std::string&)
+void TRootMountNode::RenameFolderE(const std::string& src, const std::string&, TQvResult* result)
 {
+    if (result != nullptr)
+        *result = ReadOnly(src);
     throw TQvMessage(QvResourceString("global.ErrNotSupported"));
 }
 
-unsigned TRootMountNode::ResourceExists(const std::string& id) const
+/// There are only folders here, and nothing can be put beside them.
+TQvResult TRootMountNode::NoResource(const std::string& id) const
 {
-    if (IsTop(id))
-        return m_folders.empty() ? kResNothing : kResFolder;
-    return m_folders.count(QvNormalizeResId(id)) != 0 ? kResFolder : kResNothing;
+    return ResourceExists(id) == kResFolder ? TQvResult::Failed(EISDIR, id)
+                                            : TQvResult::Nothing(id);
 }
 
-bool TRootMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const
+TQvResult TRootMountNode::ReadOnly(const std::string& id) const
 {
-    if (attrib == nullptr || (!IsTop(id) && m_folders.count(QvNormalizeResId(id)) == 0))
-        return false;
+    return TQvResult::Failed(EROFS, id);
+}
+
+TQvExistence TRootMountNode::ResourceExists(const std::string& id) const
+{
+    const bool exists = id == "/" ? !m_folders.empty() : m_folders.count(QvNormalizeResId(id)) != 0;
+    if (exists)
+        return {kResFolder, TQvResult::Done()};
+    return {kResNothing, TQvResult::Nothing(id)};
+}
+
+TQvResult TRootMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const
+{
+    if (attrib == nullptr)
+        return TQvResult::Failed(EINVAL, id);
+    if (!IsTop(id) && m_folders.count(QvNormalizeResId(id)) == 0)
+        return TQvResult::Nothing(id);
     *attrib = RootFolderAttrib();
-    return true;
+    return TQvResult::Done();
 }
 
-bool TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
-                          const std::string& folder, const std::string& mask, unsigned flags,
-                          TQvProgressHandler* progress) const
+TQvResult TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
+                               const std::string& folder, const std::string& mask, unsigned flags,
+                               TQvProgressHandler* progress) const
 {
     if ((flags & kFindFolders) == 0)
-        return false;
+        return TQvResult::Nothing();
     const std::string shownFolder = IsTop(folder) ? std::string() : QvExcludeTrailingSlash(folder);
     const std::string prefix = QvNormalizeResId(shownFolder) + "/";
 
@@ -88,10 +107,10 @@ bool TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
             continue;
         found = true;
         if (!items)
-            return true;
+            break;
         items->push_back({shownFolder + folderIt->second, RootFolderAttrib()});
     }
-    return found;
+    return found ? TQvResult::Done() : TQvResult::Nothing();
 }
 
 var_a<TQvLockFile*> TRootMountNode::CreateLockFile(const std::string&, unsigned long, bool,

@@ -24,36 +24,69 @@ public:
     {
         return {};
     }
-    var_a<TQvStream*> OpenResourceMeta(const std::string&, qvOpenMode, qvShareMode) override
+    var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode, qvShareMode,
+                                       TQvResult* result = nullptr) override
     {
+        if (result != nullptr)
+            *result = TQvResult::Nothing(id);
         return {};
     }
-    bool CopyResourceMeta(const std::string&, const std::string&) override { return false; }
-    bool DeleteResource(const std::string&) override { return false; }
-    bool RenMovResource(const std::string&, const std::string&, TQvProgressHandler*) override
+    TQvResult CopyResourceMeta(const std::string& src, const std::string&) override
     {
-        return false;
+        return NoResource(src);
     }
-    bool CopyResource(const std::string&, const std::string&, TQvProgressHandler*) override
+    TQvResult DeleteResource(const std::string& id) override { return NoResource(id); }
+    TQvResult RenMovResource(const std::string& src, const std::string&,
+                             TQvProgressHandler*) override
     {
-        return false;
+        return NoResource(src);
     }
-    bool CreateFolder(const std::string&) override { return false; }
+    TQvResult CopyResource(const std::string& src, const std::string&, TQvProgressHandler*) override
+    {
+        return NoResource(src);
+    }
+    TQvResult CreateFolder(const std::string& id) override { return ReadOnly(id); }
     /// Always throws.
-    void RenameFolderE(const std::string& src, const std::string& newName) override;
-    bool DeleteFolder(const std::string&) override { return false; }
-    unsigned ResourceExists(const std::string& id) const override;
-    bool ResourceMetaExists(const std::string&) const override { return false; }
-    bool GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const override;
-    bool Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
-              const std::string& mask, unsigned flags, TQvProgressHandler* progress) const override;
+    void RenameFolderE(const std::string& src, const std::string& newName,
+                       TQvResult* result = nullptr) override;
+    TQvResult DeleteFolder(const std::string& id) override { return ReadOnly(id); }
+    TQvExistence ResourceExists(const std::string& id) const override;
+    TQvResult ResourceMetaExists(const std::string&) const override { return TQvResult::Nothing(); }
+    TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const override;
+    TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
+                   const std::string& mask, unsigned flags,
+                   TQvProgressHandler* progress) const override;
     std::string GetResourceFile(const std::string&) const override { return {}; }
     /// Always throws: asking for it is a programming error.
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) override;
 
+    bool IsLink(const std::string&) const override { return false; }
+    TQvResult CreateFolderLike(const std::string& id, const TMountNode&,
+                               const std::string&) override
+    {
+        return ReadOnly(id);
+    }
+    TQvTransfer CopyResourceTo(const std::string& src, const TMountNode&, const std::string&,
+                               TTarget, TQvProgressHandler*) override
+    {
+        return {NoResource(src), {}};
+    }
+    TQvTransfer MoveResourceTo(const std::string& src, const TMountNode&, const std::string&,
+                               TQvProgressHandler*) override
+    {
+        return {NoResource(src), {}};
+    }
+    TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode&,
+                                 const std::string&) override
+    {
+        return NoResource(src);
+    }
+
 private:
     void AddFolders(std::string id);
+    TQvResult NoResource(const std::string& id) const;
+    TQvResult ReadOnly(const std::string& id) const;
 
     /// Normal form of a folder's id -> the folder's name with its leading "/", as it is to be
     /// shown.

@@ -1,11 +1,14 @@
 // The back end of the configuration dialog: VAR folder, repository, the state of all profiles,
 // applying settings.
 //
-// Thread-safety: nothing is locked; one caller at a time.
+// Thread-safety: a state belongs to one thread. Processes and threads exclude each other by the
+// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes for
+// itself; whoever holds it from ReloadState to SaveState sees no change of others in between.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,9 +37,21 @@ public:
         var_a<TQvFreeSpaceMap*> FreeSpaceMap;
         std::map<std::int64_t, TQvResourceProfile*> ProfilesById; ///< for the dialog's list
         std::map<TQvResourceProfile*, std::int64_t> ProfileIds;   ///< the reverse
-        /// False after a loading that could not list the profiles or was broken off: what it did
-        /// not see must not be taken for dropped, and SaveState refuses.
-        bool Listed = true;
+        /// True after a loading that listed all profiles. Without one, or after one that failed or
+        /// was cancelled, SaveState refuses: it would take what was not seen for removed.
+        bool Listed = false;
+        /// What the state was loaded from, or was saved to last: SaveState writes only what differs
+        /// from it.
+        struct TLoaded
+        {
+            TQvPath VarFolder;
+            /// The folders of the profiles, by their exact names; without a value one that holds no
+            /// profile that could be read.
+            std::map<std::string, std::optional<TQvResourceProfile>> Folders;
+            std::string PolicyProfile;  ///< as the policy file names it
+            std::string CurrentProfile; ///< of the state
+        };
+        TLoaded Loaded;
 
         TCPState();
         ~TCPState();
@@ -51,7 +66,8 @@ public:
     /// registry's with a trailing slash, else empty. `common` (may be null) says which scope is
     /// wanted and receives the one found.
     static TQvPath GetVARFolder(bool* common);
-    /// As GetVARFolder, with the default folder under the home folder when nothing is configured.
+    /// As GetVARFolder, with the default folder under the home folder when nothing is configured;
+    /// empty only where there is no home folder either.
     static TQvPath GetQvVARFolder(bool* common);
     /// The repository named in the VAR folder's policy file, with a trailing slash; empty when
     /// there is none. With `switchedOff` the one that is remembered though not in use.
@@ -66,11 +82,14 @@ public:
     /// read is left out (and SaveState would remove it). Throws only when the user breaks off
     /// (TQvUserBreak, or the failure that came at the same time), with an empty state.
     static void ReloadState(TCPState& state, TQvProgressHandler* progress);
-    /// Writes the state back, and removes the folders of profiles that are not in its index; one
-    /// that cannot be removed is logged, one whose name is no profile name is left alone. Throws a
-    /// TQvMessage on the first failure; nothing is rolled back. A VAR folder or a name that is not
-    /// valid, a state that is not Listed and a policy file that cannot be read are refused before
-    /// anything is touched.
+    /// Writes back, under the lock of the VAR folder, what changed since the loading, and removes
+    /// the folders that were there then and whose profiles are not in the index any more; one that
+    /// cannot be removed is logged, one whose name is no profile name is left alone. What others
+    /// changed meanwhile stays: their profiles, their mounts in a profile that changed here, too,
+    /// and their choice of the current profile unless it changed here. Throws a TQvMessage on the
+    /// first failure; nothing is rolled back. A VAR folder or a name that is not valid, a state
+    /// that is not Listed and a policy file that cannot be read are refused before anything is
+    /// touched.
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);
@@ -83,7 +102,7 @@ public:
     static bool RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state);
     /// The first run: when there is no profile at all, readable and well named or not, makes
     /// "LocalProfile" holding the folder, current, and saves it. Throws what SaveState throws; a
-    /// failed or broken off loading changes nothing.
+    /// failed or cancelled loading changes nothing.
     static void CreateProfileNode(const TQvPath& folder, TQvProgressHandler* progress);
 
     // Settings.
@@ -92,8 +111,8 @@ public:
     /// `error`; earlier steps stay done then. A common registry value that would hide the user's
     /// own and cannot be removed is such a failure. Other failures of writing throw a TQvMessage. A
     /// policy file that cannot be read is begun anew; the old one stays as "policy.x-ini.damaged"
-    /// (".damaged.2", ... when that is taken). Changes of the policy file are not locked: of two
-    /// writers at once the later one wins.
+    /// (".damaged.2", ... when that is taken). The policy file is changed under the lock of the VAR
+    /// folder.
     static bool PerformOK(const TQvPath& varFolder, bool common, bool useRepository,
                           const TQvPath& repository, std::string& error);
 };

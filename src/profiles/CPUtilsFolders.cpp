@@ -62,7 +62,8 @@ TQvPath TQvCPUtils::GetQvVARFolder(bool* common)
     TQvPath folder = GetVARFolder(common);
     if (!folder.isPathEmpty())
         return folder;
-    return TQvPath::homeDir() / ".config/velmor" / "KORVADELAirlane7.VAR";
+    const TQvPath home = TQvPath::homeDir();
+    return home.isPathEmpty() ? home : home / ".config/velmor" / "KORVADELAirlane7.VAR";
 }
 
 TQvPath TQvCPUtils::GetRepositoryFolder(TQvPath varFolder, bool switchedOff)

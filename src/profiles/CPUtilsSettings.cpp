@@ -12,6 +12,7 @@
 #include "manager/ModuleInitializer.h"
 #include "profiles/CPUtils.h"
 #include "profiles/VarFolderLayout.h"
+#include "profiles/VarFolderLock.h"
 
 namespace
 {
@@ -97,31 +98,35 @@ void PutAsideE(const std::string& file)
 
 /// A policy file that cannot be read does not keep the settings from being applied: it is put
 /// aside, and a new one is begun.
-var_a<TQvXIniTree*> ReadOrBeginPolicyE(const TQvPath& file)
+void PutUnreadablePolicyAsideE(const TQvPath& file)
 {
     try {
-        return QvReadPolicyE(file);
+        QvReadPolicyE(file);
+        return;
     } catch (const TQvMessage& damage) {
         QvLogWriteWarning(damage, kDamagedFileLogLevel, 0);
     }
     PutAsideE(file.toSysStr());
-    return make_var<TQvXIniTree>();
 }
 
 void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPath& repository)
 {
     const TQvPath file = varFolder / kPolicyFile;
-    const var_a<TQvXIniTree*> tree = ReadOrBeginPolicyE(file);
-    TQvXIniTreeWriter policy(tree);
-    // The key of a repository that is switched off remembers it.
-    const char* key = useRepository ? kRepositoryKey : kSwitchedOffRepositoryKey;
-    const char* otherKey = useRepository ? kSwitchedOffRepositoryKey : kRepositoryKey;
-    if (!policy.Write(policy.FindCreateF(key), repository.addSlash().toSysStr()))
-        policy.RaiseErrorE();
-    // All of them: a second one in a file written by hand would come into force now.
-    while (policy.Delete(policy.FindF(otherKey))) {
-    }
-    WriteQvXIniTreeE(file, *tree);
+    const TQvVarFolderLock lock(varFolder);
+    PutUnreadablePolicyAsideE(file);
+    QvChangeFileE(file, [&](const std::optional<std::string>& text) {
+        const var_a<TQvXIniTree*> tree = QvParsePolicyE(file, text);
+        TQvXIniTreeWriter policy(tree);
+        // The key of a repository that is switched off remembers it.
+        const char* key = useRepository ? kRepositoryKey : kSwitchedOffRepositoryKey;
+        const char* otherKey = useRepository ? kSwitchedOffRepositoryKey : kRepositoryKey;
+        if (!policy.Write(policy.FindCreateF(key), repository.addSlash().toSysStr()))
+            policy.RaiseErrorE();
+        // All of them: a second one in a file written by hand would come into force now.
+        while (policy.Delete(policy.FindF(otherKey))) {
+        }
+        return TQvChangedContent{QvFormatXIniTree(*tree)};
+    });
 }
 } // namespace
 

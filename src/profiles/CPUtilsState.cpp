@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <functional>
 #include <unordered_set>
 
 #include "QvStd/Files.h"
@@ -11,6 +10,7 @@
 #include "manager/ModuleInitializer.h"
 #include "profiles/CPUtils.h"
 #include "profiles/VarFolderLayout.h"
+#include "profiles/VarFolderLock.h"
 
 namespace
 {
@@ -20,39 +20,29 @@ using TNames = std::unordered_set<std::string>;
 constexpr int kStepLogLevel = 3;
 constexpr int kDetailLogLevel = 5;
 constexpr int kStorageGroupLogLevel = 3;
-constexpr int kRemoveLogLevel = 6;
-
-const std::string kBadNameText =
-    "@static void TQvCPUtils::SaveState(TQvCPUtils::TCPState &): Invalid profile name ";
 constexpr char kFirstProfile[] = "LocalProfile";
 
-/// Whether a folder of that name may lie in the profiles folder: nothing that leads elsewhere, and
-/// not the name of the list that lies there.
-bool IsProfileName(const std::string& name)
-{
-    return name.find_first_of("/\\") == std::string::npos && name != "." && name != ".." &&
-           name != kProfileListFile && TQvPath(name).isPathValid();
-}
-
-TQvPath ProfileFile(const TQvPath& folder, const std::string& name)
-{
-    return folder / kProfilesFolder / name / kProfileFile;
-}
-
-/// Names of the folders that hold a profile file, also those that are no profile name. Throws when
-/// the profiles folder cannot be read.
-std::vector<std::string> FindProfilesE(const TQvPath& folder)
+/// Names of the folders in the profiles folder, also those that are no profile name. Throws when it
+/// cannot be read.
+std::vector<std::string> FindFoldersE(const TQvPath& folder)
 {
     std::vector<std::string> names;
     // Without a valid folder the working directory would be searched.
     if (!folder.isPathValid())
         return names;
     for (const std::string& entry : QvFindFiles(folder / kProfilesFolder, "*.*", true, false)) {
-        std::string name = entry.substr(entry.rfind('/') + 1);
-        if (QvFileExists(entry + '/' + kProfileFile))
-            names.push_back(std::move(name));
+        if (QvDirExists(entry))
+            names.push_back(entry.substr(entry.rfind('/') + 1));
     }
     return names;
+}
+
+bool HasNoProfileE(const TQvPath& folder)
+{
+    const std::vector<std::string> names = FindFoldersE(folder);
+    return std::none_of(names.begin(), names.end(), [&folder](const std::string& name) {
+        return QvHoldsProfile(folder, name);
+    });
 }
 
 // Loading
@@ -62,7 +52,7 @@ std::vector<std::string> FindProfilesE(const TQvPath& folder)
 /// no readable file of it: what is there locally stays then.
 bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std::string& name)
 {
-    const var_a<TQvXIniTree*> tree = ReadQvXIniTree(ProfileFile(repository, name));
+    const var_a<TQvXIniTree*> tree = ReadQvXIniTree(QvProfileFile(repository, name));
     if (!tree)
         return false;
     TQvXIniTreeWriter writer(tree);
@@ -70,12 +60,14 @@ bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std
         !writer.Write(writer.FindCreateF("remote"), 1))
         writer.RaiseErrorE();
 
-    const TQvPath copy = ProfileFile(varFolder, name);
+    const TQvPath copy = QvProfileFile(varFolder, name);
+    const std::string text = QvFormatXIniTree(*tree);
     std::string old;
-    if (QvReadWholeFile(copy.toSysStr(), &old) && old == QvFormatXIniTree(*tree))
-        return true;
-    QvForceDirectories(varFolder / kProfilesFolder / name); // the write reports a failure
-    WriteQvXIniTreeE(copy, *tree);
+    if (!QvReadWholeFile(copy.toSysStr(), &old) || old != text) {
+        const TQvVarFolderLock lock(varFolder);
+        QvForceDirectoriesE(varFolder / kProfilesFolder / name);
+        QvChangeFileE(copy, [&text](const auto&) { return TQvChangedContent{text}; });
+    }
     return true;
 }
 
@@ -94,7 +86,7 @@ void CopyPublishedProfilesE(TCPState& state, TQvProgress& progress, TNames& copi
     const int count = reader->Count();
     for (int i = 0; i < count; ++i) {
         const std::string name = reader->Read(i, std::string());
-        if (IsProfileName(name) && CopyProfileE(repository, state.VarFolder, name))
+        if (QvIsProfileName(name) && CopyProfileE(repository, state.VarFolder, name))
             copied.insert(tolower_locale(name));
         step.Report((i + 1.0) / count);
     }
@@ -120,25 +112,27 @@ std::string ReadCurrentProfile(const TQvPath& varFolder)
     if (!varFolder.isPathValid())
         return std::string();
     try {
-        const auto reader = GetXIniReader(varFolder / kPolicyFile);
-        return reader->Read(reader->FindF(kCurrentProfileKey), std::string());
+        return QvPolicyProfile(QvReadPolicyE(varFolder / kPolicyFile));
     } catch (...) {
         return std::string();
     }
 }
 
-/// The state stays marked as not listed on a failure.
+/// The names of the profiles. The state stays marked as not listed on a failure.
 std::vector<std::string> FindProfiles(TCPState& state)
 {
-    state.Listed = false;
     std::vector<std::string> names;
     try {
-        names = FindProfilesE(state.VarFolder);
+        for (const std::string& name : FindFoldersE(state.VarFolder)) {
+            if (!QvIsProfileName(name))
+                continue;
+            state.Loaded.Folders[name];
+            if (QvHoldsProfile(state.VarFolder, name))
+                names.push_back(name);
+        }
         state.Listed = true;
     } catch (...) {
     }
-    names.erase(std::remove_if(names.begin(), names.end(), std::not_fn(IsProfileName)),
-                names.end());
     return names;
 }
 
@@ -150,20 +144,21 @@ void Empty(TCPState& state)
     state.ProfilesById.clear();
     state.ProfileIds.clear();
     state.Profiles.clear();
+    state.Loaded = {};
+    state.Listed = false;
 }
 
-TQvResourceProfile LoadProfileE(const TCPState& state, const std::string& name, bool remote,
+TQvResourceProfile LoadProfileE(const TCPState& state, const std::string& name,
                                 TQvProgressVar& progress)
 {
     TQvResourceProfile profile;
     profile.Name = name;
     profile.FreeSpaceMap = state.FreeSpaceMap;
-    const auto reader = GetXIniReader(ProfileFile(state.VarFolder, name));
+    const auto reader = GetXIniReader(QvProfileFile(state.VarFolder, name));
     TQvProgressVar nodes = progress.SubProgress(0.0, 1.0, kDetailLogLevel, kStepLogLevel);
     nodes.Start();
     profile.LoadE(reader.get(), nodes.Handler());
     nodes.Stop();
-    profile.Remote = remote; // where it comes from counts, and not what the file says
     return profile;
 }
 
@@ -175,9 +170,11 @@ void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgr
         step.SetMessage(
             (TQvMessage(QvResourceString("global.Prg_ReadProfile_name")) << name).what());
         step.Start();
-        TQvResourceProfile profile = LoadProfileE(state, name, remote, step);
+        TQvResourceProfile profile = LoadProfileE(state, name, step);
         step.Report(1.0);
         step.Stop();
+        state.Loaded.Folders[name] = profile;
+        profile.Remote = remote; // where it comes from counts, and not what the file says
         state.Profiles.push_back(std::move(profile));
     } catch (const TQvUserBreak&) {
         throw;
@@ -203,78 +200,8 @@ void LoadProfilesE(TCPState& state, const TNames& copied, TQvProgress& progress)
         }
     } catch (...) {
         Empty(state);
-        state.Listed = false;
         throw;
     }
-}
-
-// Saving
-
-/// All that can be refused is refused before the first folder is touched.
-void CheckSavableE(const TCPState& state)
-{
-    if (!state.VarFolder.isPathValid())
-        throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
-    if (!state.Listed)
-        throw TQvMessage(
-            QvFolderMessage("global.ErrProfilesUnread", state.VarFolder / kProfilesFolder));
-    for (const TQvResourceProfile& profile : state.Profiles) {
-        if (!IsProfileName(profile.Name))
-            throw TQvMessage(kBadNameText + profile.Name);
-    }
-    if (!state.Remote)
-        QvReadPolicyE(state.VarFolder / kPolicyFile);
-}
-
-void ForceDirectoriesE(const TQvPath& folder)
-{
-    if (!QvForceDirectories(folder))
-        throw TQvMessage(QvFolderMessage("global.ErrCreateFolder", folder));
-}
-
-/// A folder that stays shows up again as a profile: it is logged, and keeps nothing else from being
-/// saved. What cannot be a profile was never loaded, and is left alone.
-void RemoveDroppedProfiles(const TCPState& state)
-{
-    const TQvPath folder = state.VarFolder / kProfilesFolder;
-    for (const std::string& entry : QvFindFiles(folder, "*.*", true, false)) {
-        const std::string name = entry.substr(entry.rfind('/') + 1);
-        std::string error;
-        if (IsProfileName(name) && state.ProfileIndex.count(toupper_locale(name)) == 0 &&
-            QvDirExists(entry) && !QvRemoveDirectoryEx(entry, true, true, &error))
-            QvLogWriteWarning(TQvMessage("@%1%") << error, kRemoveLogLevel, 0);
-    }
-}
-
-void SaveProfileE(const TQvPath& varFolder, const TQvResourceProfile& profile)
-{
-    ForceDirectoriesE(varFolder / kProfilesFolder / profile.Name);
-    const auto writer = GetXIniWriter(ProfileFile(varFolder, profile.Name));
-    profile.SaveE(writer.get());
-    writer->CommitE();
-}
-
-void SaveProfileListE(const TCPState& state)
-{
-    const auto writer = GetXIniWriter(state.VarFolder / kProfilesFolder / kProfileListFile);
-    const TQvXIniWriteSection list = writer->BeginSectionSE(kProfileListSection);
-    for (const TQvResourceProfile& profile : state.Profiles) {
-        if (!writer->WriteS(kProfileListKey, profile.Name))
-            writer->RaiseErrorE();
-    }
-    writer->EndSection(list);
-    writer->CommitE();
-}
-
-void SaveCurrentProfileE(const TCPState& state)
-{
-    const TQvPath file = state.VarFolder / kPolicyFile;
-    // Read only now: another process may have changed its other keys meanwhile.
-    const var_a<TQvXIniTree*> tree = QvReadPolicyE(file);
-    TQvXIniTreeWriter policy(tree);
-    if (!policy.Write(policy.FindCreateF(kCurrentProfileKey), state.CurrentProfile))
-        policy.RaiseErrorE();
-    WriteQvXIniTreeE(file, *tree);
 }
 
 TQvResourceProfile* FindProfile(const TCPState& state, const std::string& name)
@@ -304,30 +231,18 @@ void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
         copied = CopyPublishedProfiles(state, progress);
     Empty(state);
     state.FreeSpaceMap->Clear();
+    state.Loaded.VarFolder = state.VarFolder;
     if (!state.Remote)
         state.CurrentProfile = ReadCurrentProfile(state.VarFolder);
+    state.Loaded.PolicyProfile = state.CurrentProfile;
     LoadProfilesE(state, copied, progress);
     state.BuildIndex();
     if (FindProfile(state, state.CurrentProfile) == nullptr)
         state.CurrentProfile.clear();
+    state.Loaded.CurrentProfile = state.CurrentProfile;
     state.SelectedProfile = state.CurrentProfile;
     if (state.SelectedProfile.empty() && !state.Profiles.empty())
         state.SelectedProfile = state.Profiles.front().Name;
-}
-
-void TQvCPUtils::SaveState(TCPState& state)
-{
-    CheckSavableE(state);
-    RemoveDroppedProfiles(state);
-    ForceDirectoriesE(state.VarFolder / kProfilesFolder);
-    for (const TQvResourceProfile& profile : state.Profiles) {
-        // The copy of a published profile is never written back.
-        if (state.Remote || !profile.Remote)
-            SaveProfileE(state.VarFolder, profile);
-    }
-    SaveProfileListE(state);
-    if (!state.Remote)
-        SaveCurrentProfileE(state);
 }
 
 void TQvCPUtils::CreateProfileState(const std::string& name, TCPState& state)
@@ -385,12 +300,15 @@ void TQvCPUtils::CreateProfileNode(const TQvPath& folder, TQvProgressHandler* ha
     try {
         ReloadState(state, handler);
         // A profile that is there and cannot be read was left out: saving would remove it.
-        if (!FindProfilesE(state.VarFolder).empty())
+        if (!HasNoProfileE(state.VarFolder))
             return;
     } catch (...) {
         return;
     }
     if (progress.UserBreak())
+        return;
+    const TQvVarFolderLock lock(state.VarFolder);
+    if (!HasNoProfileE(state.VarFolder)) // another process was faster
         return;
     CreateProfileState(kFirstProfile, state);
     state.BuildIndex();

@@ -2,12 +2,12 @@
 
 #include <cerrno>
 #include <stdexcept>
-#include <system_error>
 
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
+#include "QvStd/XIniReader.h"
 #include "manager/ModuleInitializer.h"
 
 TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
@@ -20,18 +20,65 @@ TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file)
 {
     std::string content;
+    if (QvReadWholeFile(file.toSysStr(), &content))
+        return QvParsePolicyE(file, content);
+    const int error = errno;
+    if (error != ENOENT)
+        throw QvMsg_helper("Err_ReadFile_name") << file.toSysStr() << QvErrorText(error);
+    return make_var<TQvXIniTree>();
+}
+
+var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std::string>& content)
+{
     std::string error;
-    if (!QvReadWholeFile(file.toSysStr(), &content)) {
-        const int number = errno;
-        if (number == ENOENT)
-            return make_var<TQvXIniTree>();
-        throw QvMsg_helper("Err_ReadFile_name")
-            << file.toSysStr() << std::generic_category().message(number);
-    }
-    var_a<TQvXIniTree*> tree = QvParseXIniTree(content, &error);
+    var_a<TQvXIniTree*> tree = QvParseXIniTree(content.value_or(""), &error);
     if (!tree)
         throw QvMsg_helper("Err_XIniParse_name") << file.toSysStr() << error;
     return tree;
+}
+
+void QvChangeFileE(const TQvPath& file, const TQvContentChange& change)
+{
+    QvRequireChangedE(file, QvChangeFile(file.toSysStr(), change));
+}
+
+void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done)
+{
+    if (!done.Reading)
+        throw QvMsg_helper("Err_ReadFile_name")
+            << file.toSysStr() << QvErrorText(done.Reading.Error());
+    if (!done.Writing)
+        throw QvMsg_helper("Err_XIniWrite_name")
+            << file.toSysStr() << QvErrorText(done.Writing.Error()) + ".";
+}
+
+std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy)
+{
+    const TQvXIniReader reader(policy, kPolicyFile);
+    return reader.Read(reader.FindF(kCurrentProfileKey), std::string());
+}
+
+bool QvIsProfileName(const std::string& name)
+{
+    return name.find_first_of("/\\") == std::string::npos && name != "." && name != ".." &&
+           name != kProfileListFile && TQvPath(name).isPathValid();
+}
+
+TQvPath QvProfileFile(const TQvPath& folder, const std::string& name)
+{
+    return folder / kProfilesFolder / name / kProfileFile;
+}
+
+bool QvHoldsProfile(const TQvPath& folder, const std::string& name)
+{
+    // The name is no path: it may hold a backslash.
+    return QvFileExists((folder / kProfilesFolder).toSysStr() + '/' + name + '/' + kProfileFile);
+}
+
+void QvForceDirectoriesE(const TQvPath& folder)
+{
+    if (!QvForceDirectories(folder))
+        throw TQvMessage(QvFolderMessage("global.ErrCreateFolder", folder));
 }
 
 std::string QvFolderMessage(const std::string& key, const TQvPath& folder)

@@ -3,8 +3,10 @@
 // Thread-safety: as QvConfig.
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "QvStd/FileChange.h"
 #include "QvStd/Path.h"
 #include "QvStd/Var.h"
 #include "QvStd/XIniTree.h"
@@ -25,9 +27,31 @@ inline constexpr char kProfileFile[] = "profile.x-ini";
 /// initialized" when there is no configuration object.
 TQvPath QvVarFolderSettingE(bool wantCommon = true, bool* isCommon = nullptr);
 
-/// The policy file for a change; an empty tree when the file is missing. Throws a TQvMessage that
-/// names the file, and the line, when it cannot be read or is malformed.
+/// The policy file; an empty tree when the file is missing. Throws a TQvMessage that names the
+/// file, and the line, when it cannot be read or is malformed.
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file);
+/// The same of its content.
+var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std::string>& content);
+
+/// As QvChangeFile, under the lock of the VAR folder; throws a TQvMessage that names the file.
+void QvChangeFileE(const TQvPath& file, const TQvContentChange& change);
+/// Throws that message for a change that has failed.
+void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done);
+
+/// The name of the current profile in a policy file; "" when there is none.
+std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);
+
+/// Whether a folder of that name may lie in the profiles folder: nothing that leads elsewhere, and
+/// not the name of the list that lies there.
+bool QvIsProfileName(const std::string& name);
+/// Where the profile lies in a VAR folder or a repository.
+TQvPath QvProfileFile(const TQvPath& folder, const std::string& name);
+/// Whether the folder of that name holds a profile file; the name may be no profile name.
+bool QvHoldsProfile(const TQvPath& folder, const std::string& name);
+
+/// The folder with its missing parents. Throws a TQvMessage that names it when it is not there
+/// then.
+void QvForceDirectoriesE(const TQvPath& folder);
 
 /// A text of this module with the folder in its place.
 std::string QvFolderMessage(const std::string& key, const TQvPath& folder);

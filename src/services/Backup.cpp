@@ -61,20 +61,24 @@ std::string TBackupName::IdFor(TQvDateTime modified) const
                               time.second(), Extension.c_str());
 }
 
-/// Leaves fewer than `keep` backups. A backup that cannot be deleted stays.
-void Prune(const TBackupName& name, std::size_t keep)
+/// Leaves fewer than `keep` backups. A backup that cannot be deleted stays: answers the first such
+/// failure.
+TQvFailure Prune(const TBackupName& name, std::size_t keep)
 {
     const auto items = make_var<std::vector<TQvResFindItem>>();
     ResourceManager.Find(items, name.Folder, name.Mask(), kFindResources | kFindAttributes,
                          nullptr);
+    TQvFailure first = TResourceManager::LastFailure();
     std::map<TQvDateTime, std::string> backups; // oldest first; two of one time count once
     for (const TQvResFindItem& item : *items)
         if (name.IsExactly(item.Id))
             backups.emplace(item.Attrib.UpdateTime, item.Id);
     while (backups.size() >= keep) {
-        ResourceManager.DeleteResource(backups.begin()->second);
+        if (!ResourceManager.DeleteResource(backups.begin()->second) && first.Error == 0)
+            first = TResourceManager::LastFailure();
         backups.erase(backups.begin());
     }
+    return first;
 }
 } // namespace
 
@@ -89,10 +93,12 @@ void BackupResource(const std::string& resId, std::size_t keep)
     const TBackupName name(resId);
     if (!ResourceManager.CreateFolder(name.Folder))
         throw TQvMessage(kBackupResource + QvResourceString("global.ErrCreateBackupFolder"));
-    Prune(name, keep);
-    // The stamp says when the content was written, not when it was put aside. A move that fails is
-    // not reported: the caller sees whether the id is free.
+    const TQvFailure unpruned = Prune(name, keep);
+    // The stamp says when the content was written, not when it was put aside. Without it, and when
+    // the move fails, the resource stays: the caller sees whether the id is free, and why not.
     TQvResAttrib attrib;
-    ResourceManager.GetResourceAttr(resId, &attrib);
-    ResourceManager.RenMovResource(resId, name.IdFor(attrib.UpdateTime), nullptr);
+    if (ResourceManager.GetResourceAttr(resId, &attrib) &&
+        ResourceManager.RenMovResource(resId, name.IdFor(attrib.UpdateTime), nullptr) &&
+        unpruned.Error != 0)
+        TResourceManager::SetLastFailure(unpruned.Error, unpruned.Id);
 }

@@ -13,22 +13,29 @@ const std::string kSuffix = ".done";
 
 constexpr std::size_t kJudgedBytes = 15;
 
-bool ReadMarker(const var_a<TQvStream*>& stream, bool* ok)
+bool ReadMarker(const var_a<TQvStream*>& stream, const std::string& name, bool* ok)
 {
     if (!stream || !*stream)
         return false;
     char buffer[kJudgedBytes];
     const std::size_t count = stream->Read(buffer, sizeof buffer);
-    if (count == TQvStream::invalid_value)
+    if (count == TQvStream::invalid_value) {
+        TResourceManager::SetLastFailure(-stream->getError(), name);
         return false;
+    }
     *ok = std::string_view(buffer, count) == kOk;
     return true;
 }
 
-bool WriteMarker(const var_a<TQvStream*>& stream, bool ok)
+bool WriteMarker(const var_a<TQvStream*>& stream, const std::string& name, bool ok)
 {
+    if (!stream || !*stream)
+        return false;
     const std::string& text = ok ? kOk : kFail;
-    return stream && stream->Write(text.data(), text.size()) == text.size() && stream->Flush();
+    if (stream->Write(text.data(), text.size()) == text.size() && stream->Flush())
+        return true;
+    TResourceManager::SetLastFailure(-stream->getError(), name);
+    return false;
 }
 } // namespace
 
@@ -44,22 +51,28 @@ TQvURL GetDoneURL(const TQvURL& url)
 
 bool GetResDoneResult(const std::string& doneResId, bool* ok)
 {
-    *ok = false; // also for an id that throws
-    return ReadMarker(ResourceManager.OpenResource(doneResId, kQvOpenRead, kQvShareAll, 0), ok);
+    *ok = false;
+    return ResourceManager.IsReachable(doneResId) &&
+           ReadMarker(ResourceManager.OpenResource(doneResId, kQvOpenRead, kQvShareAll, 0),
+                      doneResId, ok);
 }
 
 bool GetDoneResult(const TQvURL& doneUrl, bool* ok)
 {
     *ok = false;
-    return ReadMarker(QvURLManager.OpenURL(doneUrl, kQvOpenRead, kQvShareAll, 0), ok);
+    return ReadMarker(QvURLManager.OpenURL(doneUrl, kQvOpenRead, kQvShareAll, 0), doneUrl.std_str(),
+                      ok);
 }
 
 bool SetResDoneResult(const std::string& doneResId, bool ok)
 {
-    return WriteMarker(ResourceManager.OpenResource(doneResId, kQvOpenCreate, kQvShareAll, 0), ok);
+    return ResourceManager.IsReachable(doneResId) &&
+           WriteMarker(ResourceManager.OpenResource(doneResId, kQvOpenCreate, kQvShareAll, 0),
+                       doneResId, ok);
 }
 
 bool SetDoneResult(const TQvURL& doneUrl, bool ok)
 {
-    return WriteMarker(QvURLManager.OpenURL(doneUrl, kQvOpenCreate, kQvShareAll, 0), ok);
+    return WriteMarker(QvURLManager.OpenURL(doneUrl, kQvOpenCreate, kQvShareAll, 0),
+                       doneUrl.std_str(), ok);
 }

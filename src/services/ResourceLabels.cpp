@@ -1,17 +1,22 @@
 #include "services/ResourceLabels.h"
 
+#include <cerrno>
+#include <chrono>
 #include <exception>
+#include <thread>
 
+#include "QvStd/FileChange.h"
+#include "QvStd/FileLock.h"
 #include "QvStd/Message.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniTree.h"
 #include "QvStd/XIniWriter.h"
 #include "manager/ResourceManager.h"
-#include "resid/ResId.h"
 
 namespace
 {
 constexpr char kSection[] = "resource_label";
+constexpr unsigned long kLockTimeoutMs = 10000;
 
 [[noreturn]] void ThrowLogicError(const char* function, int line, const char* expression)
 {
@@ -22,7 +27,7 @@ constexpr char kSection[] = "resource_label";
 /// False unless the id is that of a resource: a folder, or an id that is not valid, has no label.
 bool CurrentState(const std::string& resId, TQvResAttrib* attrib)
 {
-    return QvIsValidResId(resId, true) && ResourceManager.GetResourceAttr(resId, attrib) &&
+    return ResourceManager.IsReachable(resId) && ResourceManager.GetResourceAttr(resId, attrib) &&
            attrib->Kind == kResResource;
 }
 
@@ -33,7 +38,7 @@ bool Matches(const TQvResourceLabel& label, const TQvResAttrib& attrib)
 
 var_a<TQvStream*> OpenMetadata(const std::string& resId, qvOpenMode mode)
 {
-    if (!QvIsValidResId(resId, true))
+    if (!ResourceManager.IsReachable(resId))
         return {};
     return ResourceManager.OpenResourceMeta(resId, mode, kQvShareAll);
 }
@@ -45,20 +50,76 @@ bool PutLabel(const var_a<TQvXIniTree*>& tree, const TQvResourceLabel& label)
     return writer.OpenSection(section) && label.Save(&writer) && writer.ExitSection();
 }
 
-/// Writes over the old document and cuts behind the new one, never the other way round: until the
-/// last step every byte of the old document that was not written over is still there.
-bool Rewrite(TQvStream& stream, const TQvXIniTree& tree)
+/// The sidecar that OpenResourceMeta opens.
+std::string SidecarPath(const std::string& resId)
 {
-    return stream.setPosition(0) && WriteQvXIniTree(&stream, tree) &&
-           stream.setSize(stream.getPosition());
+    return ResourceManager.GetResourceFile(resId, false) + ".meta";
 }
 
-/// A full disk must not cost what others keep in the sidecar. What was there has its place on the
-/// disk, so that it can be put back.
-void PutBack(TQvStream& stream, const std::string& document)
+bool Fail(int error, const std::string& resId)
 {
-    if (stream.setPosition(0) && stream.Write(document.data(), document.size()) == document.size())
-        stream.setSize(document.size());
+    TResourceManager::SetLastFailure(error, resId);
+    return false;
+}
+
+bool HoldsMoreThanALabel(const TQvXIniTree& tree)
+{
+    return tree.Root.Children.size() > 1;
+}
+
+/// How long ago the time was, in milliseconds; negative for one in the future.
+std::int64_t AgeOf(const TQvDateTime& time)
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count() -
+           time.Milliseconds();
+}
+
+/// The state of a resource that a label can tell from the next one: two changes within one tick of
+/// the file system's clock have the same time, so the last one must lie longer ago than a tick
+/// lasts. A time in the future is not waited for. False when there is no such resource, or it is
+/// changed all the time.
+bool SettledState(const std::string& resId, TQvResAttrib* attrib)
+{
+    constexpr std::int64_t kTick = 20;
+    constexpr int kMaxWaits = 50;
+    for (int i = 0; i < kMaxWaits; ++i) {
+        if (!CurrentState(resId, attrib))
+            return false;
+        const std::int64_t age = AgeOf(attrib->UpdateTime);
+        if (age < 0 || age >= kTick)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(kTick - age));
+    }
+    return Fail(EBUSY, resId);
+}
+
+enum class TComputed
+{
+    Done,
+    Failed,
+    Changed ///< while it was read
+};
+
+TComputed TryCompute(const std::string& resId, TQvResourceLabel* label, bool computeCRC)
+{
+    TQvResAttrib attrib;
+    if (!SettledState(resId, &attrib))
+        return TComputed::Failed;
+    label->Time = attrib.UpdateTime;
+    const var_a<TQvStream*> stream =
+        ResourceManager.OpenResource(resId, kQvOpenRead, kQvShareAll, 0);
+    if (!stream || !*stream)
+        return TComputed::Failed;
+    label->Size = stream->getSize();
+    if (computeCRC && label->Size != TQvStream::invalid_value64)
+        label->ComputeCRC(stream.get());
+    if (stream->getError() != 0) { // the checksum of a part is none
+        Fail(-stream->getError(), resId);
+        return TComputed::Failed;
+    }
+    const bool isSame = CurrentState(resId, &attrib) && Matches(*label, attrib);
+    return isSame ? TComputed::Done : TComputed::Changed;
 }
 } // namespace
 
@@ -69,21 +130,13 @@ bool ComputeResResourceLabel(const std::string& resId, TQvResourceLabel* label, 
                         "TQvResourceLabel *, bool)",
                         __LINE__, "rlabel");
     label->Reset();
-    TQvResAttrib attrib;
-    if (!CurrentState(resId, &attrib))
-        return false;
-    label->Time = attrib.UpdateTime;
-    const var_a<TQvStream*> stream =
-        ResourceManager.OpenResource(resId, kQvOpenRead, kQvShareAll, 0);
-    if (!stream || !*stream)
-        return false;
-    label->Size = stream->getSize();
-    if (label->Size == TQvStream::invalid_value64)
-        return false;
-    if (!computeCRC)
-        return true;
-    label->ComputeCRC(stream.get());
-    return stream->getError() == 0; // the checksum of a part is none
+    constexpr int kMaxAttempts = 3;
+    for (int i = 0; i < kMaxAttempts; ++i) {
+        const TComputed outcome = TryCompute(resId, label, computeCRC);
+        if (outcome != TComputed::Changed)
+            return outcome == TComputed::Done;
+    }
+    return Fail(EBUSY, resId);
 }
 
 bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label)
@@ -107,7 +160,7 @@ bool ComputeResResourceLabelSC2(const std::string& resId, TQvResourceLabel* labe
                         __LINE__, "rlabel");
     label->Time = TQvDateTime();
     TQvResAttrib attrib;
-    if (!CurrentState(resId, &attrib))
+    if (!SettledState(resId, &attrib))
         return false;
     label->Time = attrib.UpdateTime;
     return true;
@@ -171,6 +224,8 @@ bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label)
     if (!stream)
         return false;
     TQvXIniStreamReader reader(stream);
+    if (stream->getError() != 0)
+        return Fail(-stream->getError(), resId);
     const TQvXIniSection section = reader.EnterSectionS(kSection);
     TQvResourceLabel stored;
     if (section == nullptr || !stored.Load(&reader))
@@ -184,24 +239,32 @@ bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label)
 
 bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& label)
 {
-    const var_a<TQvStream*> stream = OpenMetadata(resId, kQvOpenReadWrite);
-    if (!stream)
+    // Opening creates a missing sidecar, and says whether it may be written. It is closed again:
+    // the new document takes the place of the file.
+    if (!OpenMetadata(resId, kQvOpenReadWrite))
         return false;
-    const std::uint64_t size = stream->getSize();
-    if (size == TQvStream::invalid_value64)
-        return false;
-    const var_a<TQvXIniTree*> tree =
-        size == 0 ? make_var<TQvXIniTree>() : ReadQvXIniTree(stream.get());
-    if (!tree)
+    const std::string path = SidecarPath(resId);
+    const TQvFileLock lock(path, kLockTimeoutMs);
+    if (!lock)
+        return Fail(-lock.getError(), resId);
+    var_a<TQvXIniTree*> tree;
+    bool isPut = false;
+    const TQvFileChange stored = QvChangeFile(path, [&](const std::optional<std::string>& old) {
+        tree = QvParseXIniTree(old.value_or(""), nullptr);
+        isPut = tree && PutLabel(tree, label);
+        if (!isPut)
+            return TQvChangedContent{old.value_or("")};
+        // Synced where a power cut could otherwise take what others keep in the sidecar; a lost
+        // label is only computed again.
+        return TQvChangedContent{QvFormatXIniTree(*tree), HoldsMoreThanALabel(*tree)};
+    });
+    if (!tree) {
+        Fail(stored ? EBADMSG : stored.Reading.Error(), resId);
         ThrowLogicError("bool WriteResResourceLabel(const std::__cxx11::string &, const "
                         "TQvResourceLabel &)",
                         __LINE__, "tree");
-    const std::string old = QvFormatXIniTree(*tree);
-    if (!PutLabel(tree, label))
-        return false;
-    if (!Rewrite(*stream, *tree)) {
-        PutBack(*stream, old);
-        return false;
     }
-    return stream->Close();
+    if (!isPut)
+        return Fail(EINVAL, resId);
+    return stored.Writing || Fail(stored.Writing.Error(), resId);
 }

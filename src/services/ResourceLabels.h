@@ -5,8 +5,12 @@
 // null label, and metadata that is no X-Ini document where it must be rewritten, throw a TQvMessage
 // ("@Internal logic error in ...").
 //
-// Thread-safety: as the manager's operations on the resource; two writers of one label must not run
-// at once.
+// A label is computed only when the resource was last modified 20 ms ago or earlier, so that it
+// never stands for a later change, too: computing waits for that, up to 1 s for a resource that is
+// changed all the time, and not at all for a time in the future.
+//
+// Thread-safety: as the manager's operations on the resource; writers of labels exclude each other,
+// in one process or in several.
 #pragma once
 
 #include <string>
@@ -15,7 +19,8 @@
 #include "QvStd/ResourceLabel.h"
 #include "QvStd/Stream.h"
 
-/// The label of the resource as it is now; the checksum only with `computeCRC`.
+/// The label of the resource as it is now; the checksum only with `computeCRC`. A resource that is
+/// changed while it is read is read again; after three times false.
 QVSERVICES_API bool ComputeResResourceLabel(const std::string& resId, TQvResourceLabel* label,
                                             bool computeCRC);
 /// Size and checksum from an open stream, which ends up behind its content; the time is 0. When the
@@ -37,11 +42,13 @@ QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
 QVSERVICES_API const char* MetadataResourceLabelSectionName();
 
 /// The current label: the given one (with `trustGiven`) or the stored one when size and time still
-/// match, else a new one, which is stored; a label that cannot be stored is still returned. False
-/// when there is no such resource or it cannot be read.
+/// match, else a new one, which is stored; a label that cannot be stored is still returned, and
+/// LastFailure has the cause. False when there is no such resource or it cannot be read.
 QVSERVICES_API bool GetResResourceLabel(const std::string& resId, TQvResourceLabel* label,
                                         bool trustGiven);
 /// The stored label; false, `label` unchanged, when there is none.
 QVSERVICES_API bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label);
-/// Stores the label; other sections and comments of the sidecar stay as they are.
+/// Stores the label; other sections and comments of the sidecar stay as they are. The sidecar is
+/// replaced as a whole, under its lock (QvStd/FileLock.h), for which this waits up to 10 s. On
+/// failure LastFailure has the cause (EBADMSG for metadata that is no X-Ini document).
 QVSERVICES_API bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& label);

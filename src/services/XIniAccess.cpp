@@ -4,6 +4,8 @@
 
 var_a<TQvXIniStreamReader*> GetResXIniReader(const std::string& resId, TQvProgressHandler* progress)
 {
+    if (!ResourceManager.IsReachable(resId))
+        return {};
     var_a<TQvStream*> stream = ResourceManager.OpenResource(resId, kQvOpenRead, kQvShareAll, 0);
     if (!stream || !*stream)
         return {};
@@ -19,6 +21,8 @@ var_a<TQvXIniStreamReader*> GetResXIniReaderE(const std::string& resId,
 
 var_a<TQvXIniStreamWriter*> GetResXIniWriter(const std::string& resId)
 {
+    if (!ResourceManager.IsReachable(resId))
+        return {};
     var_a<TQvStream*> stream = ResourceManager.OpenResource(resId, kQvOpenCreate, kQvShareAll, 0);
     if (!stream || !*stream)
         return {};

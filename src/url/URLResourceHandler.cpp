@@ -4,7 +4,6 @@
 
 #include "QvStd/Message.h"
 #include "manager/ResourceManager.h"
-#include "resid/ResId.h"
 
 namespace
 {
@@ -24,7 +23,14 @@ const char* OpenErrorKey(qvOpenMode mode)
         return "Err_OpenFile_name";
     }
 }
+
+bool AreReachable(const std::string& a, const std::string& b)
+{
+    return ResourceManager.IsReachable(a) && ResourceManager.IsReachable(b);
+}
 } // namespace
+
+// The manager throws for an id that is not valid or that no node answers for; only OpenURLE may.
 
 TQvURL TQvURLResourceHandler::CreateURL(const std::string& prefix, const std::string& rest)
 {
@@ -37,9 +43,7 @@ var_a<TQvStream*> TQvURLResourceHandler::OpenURL(const TQvURL& url, qvOpenMode m
                                                  qvShareMode share, unsigned long flags)
 {
     const std::string path = URL2Path(url);
-    // The manager throws for an id that is not valid or that no node answers for, this never does.
-    if (!QvIsValidResId(path, true) ||
-        ResourceManager.GetNode4Id(path, false, true, false) == nullptr)
+    if (!ResourceManager.IsReachable(path))
         return {};
     var_a<TQvStream*> stream = ResourceManager.OpenResource(path, mode, share, flags);
     if (stream && !*stream)
@@ -59,75 +63,98 @@ var_a<TQvStream*> TQvURLResourceHandler::OpenURLE(const TQvURL& url, qvOpenMode 
 var_a<TQvStream*> TQvURLResourceHandler::OpenResourceMeta(const TQvURL& url, qvOpenMode mode,
                                                           qvShareMode share)
 {
-    return ResourceManager.OpenResourceMeta(URL2Path(url), mode, share);
+    const std::string path = URL2Path(url);
+    if (!ResourceManager.IsReachable(path))
+        return {};
+    return ResourceManager.OpenResourceMeta(path, mode, share);
 }
 
 bool TQvURLResourceHandler::CopyResourceMeta(const TQvURL& from, const TQvURL& to)
 {
-    return ResourceManager.CopyResourceMeta(URL2Path(from), URL2Path(to));
+    const std::string src = URL2Path(from);
+    const std::string dst = URL2Path(to);
+    return AreReachable(src, dst) && ResourceManager.CopyResourceMeta(src, dst);
 }
 
 bool TQvURLResourceHandler::DeleteResource(const TQvURL& url)
 {
-    return ResourceManager.DeleteResource(URL2Path(url));
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && ResourceManager.DeleteResource(path);
 }
 
 bool TQvURLResourceHandler::RenMovResource(const TQvURL& from, const TQvURL& to,
                                            TQvProgressHandler* progress)
 {
-    return ResourceManager.RenMovResource(URL2Path(from), URL2Path(to), progress);
+    const std::string src = URL2Path(from);
+    const std::string dst = URL2Path(to);
+    return AreReachable(src, dst) && ResourceManager.RenMovResource(src, dst, progress);
 }
 
 bool TQvURLResourceHandler::CopyResource(const TQvURL& from, const TQvURL& to,
                                          TQvProgressHandler* progress)
 {
-    return ResourceManager.CopyResource(URL2Path(from), URL2Path(to), progress);
+    const std::string src = URL2Path(from);
+    const std::string dst = URL2Path(to);
+    return AreReachable(src, dst) && ResourceManager.CopyResource(src, dst, progress);
 }
 
 bool TQvURLResourceHandler::CreateFolder(const TQvURL& url)
 {
-    return ResourceManager.CreateFolder(URL2Path(url));
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && ResourceManager.CreateFolder(path);
 }
 
 bool TQvURLResourceHandler::DeleteFolder(const TQvURL& url, bool clearFirst,
                                          TQvProgressHandler* progress)
 {
-    return ResourceManager.DeleteFolder(URL2Path(url), clearFirst, progress);
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) &&
+           ResourceManager.DeleteFolder(path, clearFirst, progress);
 }
 
 bool TQvURLResourceHandler::ResourceExists(const TQvURL& url)
 {
-    return ResourceManager.ResourceExists(URL2Path(url)) != kResNothing;
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && ResourceManager.ResourceExists(path) != kResNothing;
 }
 
 bool TQvURLResourceHandler::IsResource(const TQvURL& url)
 {
-    return ResourceManager.IsResource(URL2Path(url));
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && ResourceManager.IsResource(path);
 }
 
 bool TQvURLResourceHandler::IsFolder(const TQvURL& url)
 {
-    return ResourceManager.IsFolder(URL2Path(url), false);
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && ResourceManager.IsFolder(path, false);
 }
 
 bool TQvURLResourceHandler::ResourceMetaExists(const TQvURL& url)
 {
-    return ResourceManager.ResourceMetaExists(URL2Path(url));
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && ResourceManager.ResourceMetaExists(path);
 }
 
 bool TQvURLResourceHandler::GetResourceLabelWeak(const TQvURL& url, TQvResourceLabel* label)
 {
-    return TResourceManager::GetResourceLabelWeak(URL2Path(url), label);
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) && TResourceManager::GetResourceLabelWeak(path, label);
 }
 
 std::string TQvURLResourceHandler::GetURLFile(const TQvURL& url, bool createIfMissing)
 {
-    return ResourceManager.GetResourceFile(URL2Path(url), createIfMissing);
+    const std::string path = URL2Path(url);
+    if (!ResourceManager.IsReachable(path))
+        return {};
+    return ResourceManager.GetResourceFile(path, createIfMissing);
 }
 
 std::string TQvURLResourceHandler::GetURLFolder(const TQvURL& url)
 {
-    return ResourceManager.GetResourceFileFolder(URL2Path(url));
+    const std::string path = URL2Path(url);
+    return ResourceManager.IsReachable(path) ? ResourceManager.GetResourceFileFolder(path)
+                                             : std::string();
 }
 
 std::string TQvURLResourceHandler::URL2Path(const TQvURL& url)
@@ -140,8 +167,10 @@ std::string TQvURLResourceHandler::URL2Path(const TQvURL& url)
 
 bool TQvURLResourceHandler::GetURLAttr(const TQvURL& url, TQvURLAttrib* attributes)
 {
+    const std::string path = URL2Path(url);
     TQvResAttrib attrib;
-    if (attributes == nullptr || !ResourceManager.GetResourceAttr(URL2Path(url), &attrib))
+    if (attributes == nullptr || !ResourceManager.IsReachable(path) ||
+        !ResourceManager.GetResourceAttr(path, &attrib))
         return false;
     attributes->Size = attrib.Size;
     attributes->UpdateTime = attrib.UpdateTime;

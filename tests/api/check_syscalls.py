@@ -11,14 +11,19 @@ EXPECTED = {
     "open": "openat fstat flock pread64 close",
     "exists": "stat",
     "attributes": "statx",
-    "list": "openat fstat getdents64 getdents64 close",
-    "list-attributes": "openat fstat getdents64" + 10 * " statx" + " getdents64 close",
+    "list": "openat getdents64 getdents64 close",
+    # the look for a sidecar, the source, the look for a target, an unnamed file that gets its bits, content and time before its name
+    "copy": "stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
+    # and a look for a sidecar that an earlier resource has left
+    "copy-between": "stat stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
+    "list-attributes": "openat getdents64" + 10 * " statx" + " getdents64 close",
 }
 
 
 def trace(probe, folder):
     (folder / "file").write_bytes(b"x" * 4096)
     (folder / "list").mkdir()
+    (folder / "other").mkdir()
     for i in range(10):
         (folder / "list" / f"file{i}").touch()
     subprocess.run(["strace", "-o", folder / "trace", probe, folder], check=True)

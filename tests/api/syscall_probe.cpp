@@ -21,6 +21,11 @@ static bool List(unsigned flags)
 int main(int, char** arguments)
 {
     ResourceManager.MountFileNodeE("/D", arguments[1], false);
+    ResourceManager.MountFileNodeE("/O", arguments[1] + std::string("/other"), false);
+    int copies = 0;
+    const auto copyTo = [&copies](const std::string& folder) {
+        return ResourceManager.CopyResource("/D/file", folder + std::to_string(++copies), nullptr);
+    };
     char buffer[4096];
     TQvResAttrib attrib;
     const std::pair<const char*, std::function<bool()>> operations[] = {
@@ -32,6 +37,8 @@ int main(int, char** arguments)
          }},
         {"exists", [] { return ResourceManager.ResourceExists("/D/file") == kResResource; }},
         {"attributes", [&] { return ResourceManager.GetResourceAttr("/D/file", &attrib); }},
+        {"copy", [&] { return copyTo("/D/copy"); }},
+        {"copy-between", [&] { return copyTo("/O/copy"); }},
         {"list", [] { return List(kFindResources); }},
         {"list-attributes", [] { return List(kFindResources | kFindAttributes); }},
     };

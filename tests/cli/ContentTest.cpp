@@ -61,8 +61,9 @@ TEST_F(TContentTest, FoldersAreMadeRenamedClearedAndRemoved)
             {"q rmdir /A/d", R"(1: the folder "/A/d" is not empty)"},
             {"q clear /A/d/g; q ls -R /A", "/A/d/\n/A/d/g/\n/A/d/y\n"},
             {"touch a/d/g/.hidden; q rmdir /A/d/g",
-             R"(1: the folder "/A/d/g" is not empty: it holds hidden files)"},
-            {"q rmdir --clear /A/d", R"(1: "/A/d/g" could not be removed)"},
+             R"(1: the folder "/A/d/g" is not empty: it holds what is not listed, such as hidden files)"},
+            {"q rmdir --clear /A/d",
+             R"(1: the folder "/A/d" could not be removed: "/A/d/g": Directory not empty)"},
             {"rm a/d/g/.hidden; q rmdir --clear /A/d; ls -A a", ""}});
 }
 
@@ -75,7 +76,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q cat /A/d", R"(1: "/A/d" is a folder)"},
             {"q meta /A/no", R"(1: "/A/no" does not exist)"},
             {"q put /A/d", R"(1: "/A/d")" + isFolder},
-            {"q put /A/x/y", R"(1: the folder "/A/x" does not exist)"},
+            {"q put /A/x/y", R"(1: "/A/x" is not a folder)"},
             {"q put /x", R"(1: "/x" lies outside of the mounted folders)"},
             {"q put '/A/*'", R"(1: "/A/*" is not a valid resource id)"},
             {"q put /A/x <&-", "1: standard input cannot be read: Bad file descriptor"},

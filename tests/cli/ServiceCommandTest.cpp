@@ -13,9 +13,9 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
              "old\nnew\nnew\n"},
             {"q copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
             {"q copy /A/d /B/alone; q ls /B/alone", "/B/alone/1\n/B/alone/e/\n"},
-            {"mkdir b/f/x; q copy /A/d /A/x /B/f", R"(1: "/A/d/e" could not be copied
-: "/A/d/e/2" could not be copied
-: "/A/x" could not be copied)"},
+            {"mkdir b/f/x; q copy /A/d /A/x /B/f", R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
+: "/A/d/e/2" could not be copied: "/B/f/d/e": File exists
+: "/A/x" could not be copied: "/B/f/x": Is a directory)"},
             {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
 }
 
@@ -26,17 +26,20 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
     const std::string record = "{\"id\":\"/A/x\",\"size\":9,\"time\":\"2023-11-15T00:13:21+02:00\","
                                "\"checksum\":\"015f0201\"}\n";
     const std::string none = R"(1: "/A/x" has no stored label; "qvres label" stores one)";
-    Expect({{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
-            {"q label --stored /A/x", none},
-            {"q check /A/x", none},
-            {"q label /A/x; q check /A/x", label + "ok\n"},
-            // Size and time stay: only the check reads the content.
-            {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
-            {"q check /A/x", "changed\n1"},
-            {"touch -d @1700000001 a/x; q label --stored /A/x", label},
-            {"q --json label /A/x; q check /A/x", record + "ok\n"},
-            // It cannot be stored in what is no X-Ini document.
-            {"echo text >a/x.meta; q --json label /A/x", record}});
+    Expect(
+        {{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
+         {"q label --stored /A/x", none},
+         {"q check /A/x", none},
+         {"q label /A/x; q check /A/x", label + "ok\n"},
+         // Size and time stay: only the check reads the content.
+         {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
+         {"q check /A/x", "changed\n1"},
+         {"touch -d @1700000001 a/x; q label --stored /A/x", label},
+         {"q --json label /A/x; q check /A/x", record + "ok\n"},
+         // It cannot be stored in what is no X-Ini document, and is good all the same.
+         {"echo text >a/x.meta; q --json label /A/x; cat a/x.meta",
+          record + R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )" +
+              R"(line 1: it is no key (there is no "="), no section and no comment.text)" + "\n"}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
@@ -46,7 +49,7 @@ TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
          {"ls a a/backup", "a:\nbackup\n\na/backup:\nx.2023-01-12.00-00-00.txt\n"
                            "x.2023-01-13.00-00-00.txt\nx.2023-01-14.00-00-00.txt\n"},
          {"touch -d 2023-01-11 a/y; mkdir a/backup/y.2023-01-11.00-00-00; q backup /A/y",
-          R"(1: "/A/y" is still there)"},
+          R"(1: "/A/y" could not be put aside: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},
          {"touch b/backup b/y; q backup /B/y", R"(1: "/B/backup" is a resource)"}});
 }
 
@@ -54,7 +57,8 @@ TEST_F(TServiceCommandTest, DoneMarkersAreWrittenAndRead)
 {
     Expect({{"q done /A/step; q done /A/step ok; cat a/step.done; q done /A/step", "none\nokok\n"},
             {"q done /A/step fail; q --json done /A/step", "\"fail\"\n"},
-            {"mkdir a/x.done; q done /A/x", R"(1: the marker "/A/x.done" cannot be read)"}});
+            {"mkdir a/x.done; q done /A/x",
+             R"(1: the marker "/A/x.done" cannot be read: Is a directory)"}});
 }
 
 TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
@@ -63,8 +67,8 @@ TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
              "1: the VAR folder \"$T/home/.config/velmor/KORVADELAirlane7.VAR\" is not set up; "
              "run \"qvres setup FOLDER\" first"},
             {"qvres setup; qvres profile create P; q open 'qvres:/A/x y'", "content\n"},
-            {"q open qvres:/A/x%20y", R"(1: "qvres:/A/x%20y" cannot be opened for reading.)"},
-            {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x".)"}});
+            {"q open qvres:/A/x%20y", R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
+            {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x")"}});
 }
 
 TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)

@@ -60,6 +60,14 @@ TEST_F(TSetupTest, PublishedProfilesArePickedUpAndMarked)
             {"qvres setup --repository repo; ls -A home", publishesNone},
             {"qvres --var repo setup; qvres --var repo profile create Alpha", ""},
             {"qvres --var repo profile add Alpha a; qvres setup --repository repo b", "/a\n/b\n"},
+            {"qvres profile list | mask", "- remote      1 FREE Alpha\n"
+                                          "- remote      0         0 B LocalProfile\n"
+                                          "* local       1 FREE LocalProfile2\n"},
+            {"qvres profile remove LocalProfile2",
+             R"(1: the profile "LocalProfile2" is the current one; select another one first)"},
+            {"qvres --var repo profile select Alpha; qvres --var repo profile remove LocalProfile; "
+             "rm -r home; qvres setup b; qvres setup --repository repo",
+             "/b\n"},
             {"qvres profile list | mask",
              "- remote      1 FREE Alpha\n* local       1 FREE LocalProfile\n"},
             {"qvres profile remove Alpha", refusal},
@@ -77,10 +85,14 @@ TEST_F(TSetupTest, PublishedProfilesArePickedUpAndMarked)
 TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
 {
     const std::string invalid = " is not a valid name of a profile";
+    const std::string empty = "* local       0         0 B LocalProfile\n";
     const std::string record = R"({"name":"Work","current":true,"remote":false,"mounts":)";
     const std::string free = R"(,"free":FREE,"freeIsComplete":true})";
     Expect(
-        {{"qvres setup; qvres ls", R"(1: no profile is selected; run "qvres profile select NAME")"},
+        {{"qvres setup; qvres ls; qvres profile list", empty},
+         {"cd home/.config/velmor/*; rm -r Profiles/L*; qvres ls",
+          R"(1: "$T/home/.config/velmor/KORVADELAirlane7.VAR/Profiles/LocalProfile/profile.x-ini" )"
+          "cannot be opened for reading."},
          {"qvres profile create First; qvres profile create Work; qvres ls", ""},
          {"qvres profile add work b", "/b\n"},
          {"qvres profile create work", R"(1: there is a profile "Work" already)"},
@@ -106,7 +118,7 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
 TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
 {
     const std::string refusal = R"(1: "$T/var/Profiles/Bad/profile.x-ini" cannot be read, and )"
-                                "saving would remove it; mend it or put it elsewhere first";
+                                "saving would remove it; repair it or put it elsewhere first";
     Expect({{"qvres --var var setup a", "/a\n"}});
     m_temp.Write("var/Profiles/Bad/profile.x-ini", "half a line");
     Expect({{"qvres --var var setup", refusal},

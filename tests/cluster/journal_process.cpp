@@ -10,10 +10,7 @@
 #include <string>
 
 #include "QvStd/Clock.h"
-#include "manager/QvServicesModule.h"
-#include "manager/ResourceManager.h"
-#include "storage/ResStorage.h"
-#include "support/VarFolder.h"
+#include "journal/ResStorage.h"
 
 namespace
 {
@@ -51,15 +48,13 @@ int main(int argc, char** argv)
     const std::string operation = argc > 3 ? argv[3] : "";
     if ((operation != "append" || argc != 6) && operation != "merge")
         return 2;
-    const TVarFolder var;
-    var.Write("Config/ResourceManager.x-ini", std::string("StDirLockTimeout=") + argv[2]);
-    Init_QvServices();
-    ResourceManager.Init();
-    TResStorage storage;
+    TStorageSettings settings;
+    settings.LockTimeout = static_cast<std::uint32_t>(std::atoi(argv[2]));
+    settings.Owner = "journal_process";
+    TResStorage storage(settings);
     storage.Name = storage.Folder = argv[1];
     if (operation == "append")
         Append(storage, argv[4], std::atoi(argv[5]));
     else
         Merge(storage);
-    Deinit_QvServices();
 }

@@ -22,16 +22,16 @@ RULES = [
     (r"src/resid/", PLATFORM + RESID, []),
     (r"src/profiles/ResourceProfile", PLATFORM + RESID + ["profiles/ResourceProfile.h"], STRING_TABLE),
     (r"src/profiles/", PLATFORM + RESID + ["profiles/"], STRING_TABLE),
-    (r"src/storage/(ResStream|ResFileStream)", PLATFORM + RESID + ["storage/"], []),
-    (r"src/storage/", PLATFORM + RESID + ["storage/"], MANAGER),
+    (r"src/storage/", PLATFORM + RESID + ["storage/"], []),
+    (r"src/journal/", PLATFORM + RESID + ["journal/"], []),
     (r"src/manager/ResourceManager\.", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/", "url/"]),
-    (r"src/manager/", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/"]),
+    (r"src/manager/", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/", "profiles/"]),
     (r"src/nodes/", PLATFORM + RESID + MANAGER + ["nodes/"], ["storage/ResFileStream.h"] + STRING_TABLE),
     (r"src/(url|services)/", PLATFORM + RESID + ["url/", "services/"], MANAGER + STRING_TABLE),
     (r"src/QvServices(Export)?\.h", [""], []),
-    (r"tools/qvres-journal/", [""], []),
+    (r"tools/qvres/JournalCommand", ["QvServices/QvServices.h", "QvStd/", "QvConfig/", "journal/"], []),
     (r"tools/", ["QvServices/QvServices.h", "QvStd/", "QvConfig/"], []),
-    (r"bench/", ["QvServices/QvServices.h", "QvStd/", "QvConfig/", "storage/"], []),
+    (r"bench/", ["QvServices/QvServices.h", "QvStd/", "QvConfig/", "journal/"], []),
 ]
 
 

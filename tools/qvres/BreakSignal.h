@@ -14,7 +14,8 @@ extern volatile std::sig_atomic_t g_wanted;
 /// calls that wait are interrupted (EINTR).
 void Install();
 
-/// From now on a break ends the process at once, unless it is ignored. Throws TQvUserBreak when one came before.
+/// From now on a break ends the process at once, unless it is ignored. Throws TQvUserBreak when one
+/// came before.
 void Remove();
 
 inline bool Wanted() noexcept

@@ -1,40 +1,50 @@
 #include "Checks.h"
 
-#include <algorithm>
-#include <cerrno>
-#include <iterator>
-#include <system_error>
-
 #include "BreakSignal.h"
 #include "Failure.h"
 
-namespace
-{
-unsigned Existing(const TResourceManager& tree, const std::string& id)
+unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
+                         const std::string& what)
 {
     CheckId(id);
     const unsigned exists = tree.ResourceExists(id);
-    if (exists == kResNothing)
-        throw TFailure(Quoted(id) + " does not exist");
-    return exists;
+    if (exists != kResNothing)
+        return exists;
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(what + Quoted(id) + " cannot be accessed");
+    throw TFailure(what + Quoted(id) + " does not exist");
 }
-} // namespace
-
 std::string Quoted(const std::string& text)
 {
     return "\"" + text + "\"";
+}
+
+std::string CompactedId(const std::string& id)
+{
+    const std::string name = QvExtractResName(id);
+    // Only what a "/" follows is resolved: a last "." or ".." gets one.
+    const bool isFolder = name == "." || name == "..";
+    const std::string compact = QvCompactResId(isFolder ? id + "/" : id);
+    return isFolder ? QvExcludeTrailingSlash(compact) : compact;
 }
 
 void CheckId(const std::string& id)
 {
     if (id.empty() || !TResourceManager::IsValidResId(id, true))
         throw TFailure(Quoted(id) + " is not a valid resource id");
+    CheckClimb(id);
+}
+
+void CheckClimb(const std::string& id)
+{
+    if ((id + "/").find("/../") != std::string::npos)
+        throw TFailure(Quoted(id) + " leads above the root of the tree");
 }
 
 void RequireResource(const TResourceManager& tree, const std::string& id,
                      const std::string& folderAdvice)
 {
-    if (Existing(tree, id) == kResFolder)
+    if (RequireExisting(tree, id) == kResFolder)
         throw TFailure(Quoted(id) + " is a folder" +
                        (folderAdvice.empty() ? folderAdvice : "; " + folderAdvice));
     if (id.back() == '/')
@@ -44,14 +54,14 @@ void RequireResource(const TResourceManager& tree, const std::string& id,
 void RequireFolder(const TResourceManager& tree, const std::string& id)
 {
     // The root is a folder even while nothing is mounted.
-    if (id != "/" && Existing(tree, id) != kResFolder)
+    if (id != "/" && RequireExisting(tree, id) != kResFolder)
         throw TFailure(Quoted(id) + " is not a folder");
 }
 
 void RequireRealFolder(const TResourceManager& tree, const std::string& id)
 {
     RequireFolder(tree, id);
-    if (!tree.IsFolder(id, true))
+    if (tree.GetNode4Id(id, true, true, false)->IsPureVirtual())
         throw TFailure(Quoted(id) + " only leads to mount points");
 }
 
@@ -61,10 +71,18 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
     if (id.back() == '/' || tree.ResourceExists(id) == kResFolder)
         throw TFailure(Quoted(id) + " is a folder; give the id of the resource to be written");
     const std::string parent = QvExcludeTrailingSlash(QvExtractResPath(id));
-    if (parent != "/" && !tree.IsFolder(parent, false))
-        throw TFailure("the folder " + Quoted(parent) + " does not exist");
+    if (parent != "/" && RequireExisting(tree, parent, "the folder ") != kResFolder)
+        throw TFailure(Quoted(parent) + " is not a folder");
     if (!tree.IsInsideMountedNodes(id))
         throw TFailure(Quoted(id) + " lies outside of the mounted folders");
+}
+
+var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id)
+{
+    var_a<TQvStream*> stream = tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
+    if (!stream || !*stream)
+        ThrowFailed(Quoted(id) + " cannot be read");
+    return stream;
 }
 
 void ThrowNaming(const std::string& id, const TQvMessage& message)
@@ -73,12 +91,22 @@ void ThrowNaming(const std::string& id, const TQvMessage& message)
     throw TFailure(text.find(id) == std::string::npos ? Quoted(id) + ": " + text : text);
 }
 
+std::string WithCause(const std::string& message, const TQvFailure& cause)
+{
+    if (cause.Error == 0)
+        return message;
+    const bool isNamed = cause.Id.empty() || message.find(cause.Id) != std::string::npos;
+    return message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") + QvErrorText(cause.Error);
+}
+
 void ThrowFailed(const std::string& message, int error)
 {
     BreakSignal::ThrowIfWanted();
-    // Any other number may be left over from a look at something else.
-    constexpr int kTelling[] = {EACCES, EDQUOT, EFBIG, EIO, ENAMETOOLONG, ENOSPC, EPERM, EROFS};
-    const bool tells =
-        std::find(std::begin(kTelling), std::end(kTelling), error) != std::end(kTelling);
-    throw TFailure(tells ? message + ": " + std::system_category().message(error) : message);
+    throw TFailure(WithCause(message, {error, ""}));
+}
+
+void ThrowFailed(const std::string& message)
+{
+    BreakSignal::ThrowIfWanted();
+    throw TFailure(WithCause(message, TResourceManager::LastFailure()));
 }

@@ -8,8 +8,19 @@
 
 std::string Quoted(const std::string& text);
 
-/// Throws TFailure unless `id` is a valid absolute id.
+/// Without "." and "..", also at the end. What leads above the root keeps its "..".
+std::string CompactedId(const std::string& id);
+
+/// Throws TFailure unless `id` is a valid absolute id that does not lead above the root.
 void CheckId(const std::string& id);
+
+/// Throws TFailure for an id that leads above the root.
+void CheckClimb(const std::string& id);
+
+/// Whether it is a resource or a folder. Throws TFailure when nothing is there, or when that cannot
+/// be found out; `what` stands before the id then.
+unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
+                         const std::string& what = {});
 
 /// Each throws TFailure unless `id` is valid and there is such a thing. `folderAdvice` says what to
 /// do with a folder instead.
@@ -21,9 +32,17 @@ void RequireRealFolder(const TResourceManager& tree, const std::string& id);
 /// An id under which a resource can be written: no folder, in a folder that is there.
 void RequireTarget(const TResourceManager& tree, const std::string& id);
 
+/// An open resource. Throws TFailure with the cause.
+var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id);
+
 /// Ends a command with a message of the library; `id` stands before it unless it names that itself.
 [[noreturn]] void ThrowNaming(const std::string& id, const TQvMessage& message);
 
-/// Ends a command whose operation answered false: with TQvUserBreak when the user broke it off,
-/// else with a TFailure. `error` (an errno) is told when it is one that explains the failure.
+/// The message followed by the cause, which names its id when the message does not.
+std::string WithCause(const std::string& message, const TQvFailure& cause);
+
+/// Ends a command whose operation failed: with TQvUserBreak when the user cancelled it, else with a
+/// TFailure. The cause is `error` (an errno; 0 for none), or else that of the library's last
+/// operation.
 [[noreturn]] void ThrowFailed(const std::string& message, int error);
+[[noreturn]] void ThrowFailed(const std::string& message);

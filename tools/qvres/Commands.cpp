@@ -22,6 +22,18 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
     return command;
 }
 
+CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string& id,
+                         const std::string& description)
+{
+    return command.add_option(name, id, description)->transform(&CompactedId, "", "");
+}
+
+CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vector<std::string>& ids,
+                          const std::string& description)
+{
+    return command.add_option(name, ids, description)->transform(&CompactedId, "", "");
+}
+
 void PrintValue(THost& host, const std::string& value)
 {
     host.Out.Line(host.Json ? ToJsonText(value) : value);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Output.h"
 #include "Session.h"
@@ -10,7 +11,8 @@
 namespace CLI
 {
 class App;
-}
+class Option;
+} // namespace CLI
 
 /// What a command works with.
 struct THost
@@ -27,6 +29,13 @@ struct THost
 /// A command whose help ends with `examples` (lines of their own) and a word on the common options.
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples);
+
+/// An argument that is an id (or several): "." and ".." are resolved before a command sees it, so
+/// that what is checked is what is used.
+CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string& id,
+                         const std::string& description);
+CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vector<std::string>& ids,
+                          const std::string& description);
 
 /// One value on a line of its own, as JSON when that is wanted.
 void PrintValue(THost& host, const std::string& value);
@@ -48,3 +57,4 @@ void AddXIniCommands(CLI::App& app, THost& host);
 void AddSetupCommand(CLI::App& app, THost& host);
 void AddProfileCommands(CLI::App& app, THost& host);
 void AddIdCommands(CLI::App& app, THost& host);
+void AddJournalCommand(CLI::App& app, THost& host);

@@ -16,7 +16,7 @@ void Cat(THost& host, const std::vector<std::string>& ids)
     const TResourceManager& tree = host.Session.Tree();
     for (const std::string& id : ids) {
         RequireResource(tree, id);
-        WriteContent(host, *tree.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0), id);
+        WriteContent(host, *OpenForReading(tree, id), id);
     }
 }
 
@@ -25,10 +25,11 @@ void Meta(THost& host, const std::string& id)
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, id);
     const var_a<TQvStream*> stream = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
-    if (!stream)
-        throw TFailure(tree.ResourceMetaExists(id)
-                           ? "the metadata of " + Quoted(id) + " cannot be read"
-                           : Quoted(id) + " has no metadata");
+    if (!stream) {
+        if (TResourceManager::LastFailure().Error == ENOENT)
+            throw TFailure(Quoted(id) + " has no metadata");
+        ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
+    }
     WriteContent(host, *stream, id);
 }
 
@@ -56,26 +57,32 @@ void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
     TQvProgress progress(&host.Progress);
     progress.SetMessage(transfer.Doing + source);
     progress.Start();
-    errno = 0;
-    if (!(tree.*transfer.Operation)(source, target, &host.Progress))
-        ThrowFailed(Quoted(source) + " cannot be " + transfer.Done + " to " + Quoted(target),
-                    errno);
+    const bool isDone = (tree.*transfer.Operation)(source, target, &host.Progress);
+    const TQvFailure& failure = TResourceManager::LastFailure();
+    if (failure.OfMetadata)
+        throw TFailure(WithCause("the content of " + Quoted(source) + " was " + transfer.Done +
+                                     " to " + Quoted(target) + ", but not its metadata",
+                                 failure));
+    if (!isDone && failure.Error == EINVAL && failure.Id == target)
+        throw TFailure(Quoted(source) + " and " + Quoted(target) +
+                       " are one file, or one is the metadata of the other");
+    if (!isDone)
+        ThrowFailed(Quoted(source) + " cannot be " + transfer.Done + " to " + Quoted(target));
 }
 
 void Remove(THost& host, const std::string& id)
 {
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, id, "\"qvres rmdir\" removes folders");
-    errno = 0;
     if (!tree.DeleteResource(id))
-        ThrowFailed(Quoted(id) + " cannot be removed", errno);
+        ThrowFailed(Quoted(id) + " cannot be removed");
 }
 
 void AddTransfer(CLI::App* command, THost& host, const TTransfer& transfer)
 {
     const auto ids = std::make_shared<std::pair<std::string, std::string>>();
-    command->add_option("SRC", ids->first, "The resource")->required();
-    command->add_option("DST", ids->second, "The id to write it to")->required();
+    AddIdOption(*command, "SRC", ids->first, "The resource")->required();
+    AddIdOption(*command, "DST", ids->second, "The id to write it to")->required();
     command->callback(
         [&host, ids, &transfer] { Transfer(host, transfer, ids->first, ids->second); });
 }
@@ -86,7 +93,7 @@ void AddContentCommands(CLI::App& app, THost& host)
     const auto ids = std::make_shared<std::vector<std::string>>();
     CLI::App* cat = AddCommand(app, "cat", "Write the content of resources to standard output",
                                "  qvres cat /Data/a /Data/b > both");
-    cat->add_option("ID", *ids, "Resources")->required();
+    AddIdsOption(*cat, "ID", *ids, "Resources")->required();
     cat->callback([&host, ids] { Cat(host, *ids); });
 
     AddTransfer(AddCommand(app, "cp",
@@ -102,11 +109,11 @@ void AddContentCommands(CLI::App& app, THost& host)
     const auto id = std::make_shared<std::string>();
     CLI::App* remove =
         AddCommand(app, "rm", "Remove one resource with its metadata", "  qvres rm /Data/a");
-    remove->add_option("ID", *id, "A resource")->required();
+    AddIdOption(*remove, "ID", *id, "A resource")->required();
     remove->callback([&host, id] { Remove(host, *id); });
 
     CLI::App* meta = AddCommand(app, "meta", "Write the metadata of a resource to standard output",
                                 "  qvres meta /Data/a");
-    meta->add_option("ID", *id, "A resource")->required();
+    AddIdOption(*meta, "ID", *id, "A resource")->required();
     meta->callback([&host, id] { Meta(host, *id); });
 }

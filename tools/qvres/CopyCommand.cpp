@@ -1,6 +1,7 @@
 // copy: the extended copy.
 #include <cerrno>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <set>
 #include <unistd.h>
@@ -59,7 +60,7 @@ bool AskToOverwrite(const std::string& destinationId, void* context)
 std::string Source(const TResourceManager& tree, const std::string& id)
 {
     CheckId(id);
-    if (tree.IsFolder(QvExcludeTrailingSlash(id), false))
+    if (RequireExisting(tree, QvExcludeTrailingSlash(id)) == kResFolder)
         return QvIncludeTrailingSlash(id);
     RequireResource(tree, id);
     return id;
@@ -80,6 +81,7 @@ void Copy(THost& host, const TCopyOptions& options)
 {
     const TResourceManager& tree = host.Session.Tree();
     std::set<std::string> failed;
+    std::map<std::string, TQvFailure> failures;
     TResourceManager::TCopyResourceExParams params;
     for (std::size_t i = 0; i + 1 < options.Ids.size(); ++i)
         params.Sources.insert(Source(tree, options.Ids[i]));
@@ -88,17 +90,21 @@ void Copy(THost& host, const TCopyOptions& options)
     params.OverwriteCallback = options.Ask ? &AskToOverwrite : nullptr;
     params.CallbackContext = &host;
     params.Failed = &failed;
+    params.Failures = &failures;
     params.Progress = &host.Progress;
     host.Progress.SetMessage("Copying to " + params.DestFolder);
-    errno = 0;
-    if (tree.CopyResourceEx(params))
+    const bool isDone = tree.CopyResourceEx(params);
+    const TQvFailure failure = TResourceManager::LastFailure();
+    if (isDone && failure.Error == 0)
         return;
-    if (failed.empty())
-        ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder), errno);
+    if (!isDone && failed.empty())
+        ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder));
     BreakSignal::ThrowIfWanted();
-    for (const std::string& id : failed)
-        PrintError(Quoted(id) + " could not be copied");
     host.Status = 1;
+    if (isDone)
+        PrintError(WithCause("the metadata of a resource could not be copied", failure));
+    for (const auto& [id, cause] : failures)
+        PrintError(WithCause(Quoted(id) + " could not be copied", cause));
 }
 } // namespace
 
@@ -122,7 +128,8 @@ void AddCopyCommand(CLI::App& app, THost& host)
         ->add_flag("--ask", options->Ask,
                    "Ask for each resource that exists; the end of the input means no")
         ->excludes(overwrite);
-    command->add_option("SRC", options->Ids, "Resources and folders, then the folder to copy into")
+    AddIdsOption(*command, "SRC", options->Ids,
+                 "Resources and folders, then the folder to copy into")
         ->required()
         ->expected(2, -1);
     command->callback([&host, options] { Copy(host, *options); });

@@ -28,23 +28,26 @@ void MakeFolder(THost& host, const std::string& givenId)
         throw TFailure(Quoted(resource) + " is a resource");
     if (!tree.IsInsideMountedNodes(id) && !tree.IsFolder(id, false))
         throw TFailure(Quoted(id) + " lies outside of the mounted folders");
-    errno = 0;
     if (!tree.CreateFolder(id))
-        ThrowFailed("the folder " + Quoted(id) + " cannot be created", errno);
+        ThrowFailed("the folder " + Quoted(id) + " cannot be created");
 }
 
-/// Why a folder that was to be emptied is not empty: names the first thing that is left.
-[[noreturn]] void ThrowNotCleared(const TResourceManager& tree, const std::string& id, int error)
+/// Why a folder was not cleared or removed.
+[[noreturn]] void ThrowNotEmptied(const TResourceManager& tree, const std::string& id,
+                                  const char* notDone)
 {
+    const TQvFailure failure = TResourceManager::LastFailure();
     BreakSignal::ThrowIfWanted();
-    const auto left = make_var<std::vector<TQvResFindItem>>();
-    tree.Find(left, id, "*", kFindResources | kFindFolders | kFindRecursive, nullptr);
-    if (left->empty())
-        ThrowFailed("the folder " + Quoted(id) + " could not be cleared", error);
-    const std::string& first = left->front().Id;
-    if (tree.IsMountNode(first))
-        throw TFailure(Quoted(first) + " is a mount point and stays");
-    ThrowFailed(Quoted(first) + " could not be removed", error);
+    if (failure.Error == EBUSY && tree.IsMountNode(failure.Id))
+        throw TFailure(Quoted(failure.Id) + " is a mount point and stays");
+    if (failure.Error == ENOTDIR && failure.Id == id)
+        throw TFailure(Quoted(id) + " is a link to a folder; what it leads to is not cleared");
+    if (failure.Error == ENOTEMPTY && failure.Id == id)
+        throw TFailure("the folder " + Quoted(id) +
+                       (tree.IsFolderEmpty(id) ? " is not empty: it holds what is not listed, such "
+                                                 "as hidden files"
+                                               : " is not empty"));
+    throw TFailure(WithCause("the folder " + Quoted(id) + notDone, failure));
 }
 
 void ClearFolder(THost& host, const std::string& id)
@@ -54,9 +57,8 @@ void ClearFolder(THost& host, const std::string& id)
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Clearing " + id);
     progress.Start();
-    errno = 0;
     if (!tree.ClearFolder(id, &host.Progress))
-        ThrowNotCleared(tree, id, errno);
+        ThrowNotEmptied(tree, id, " could not be cleared");
 }
 
 void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
@@ -68,17 +70,11 @@ void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
     if (tree.IsMountNode(id))
         throw TFailure(Quoted(id) + " is a mount point; \"qvres clear\" empties it, \"qvres "
                                     "unmount\" takes it out of the tree");
-    if (clearFirst)
-        ClearFolder(host, id);
-    errno = 0;
-    if (tree.DeleteFolder(id, false, nullptr))
-        return;
-    const int error = errno;
-    if (!tree.IsFolderEmpty(id))
-        throw TFailure("the folder " + Quoted(id) + " is not empty");
-    if (error == ENOTEMPTY)
-        throw TFailure("the folder " + Quoted(id) + " is not empty: it holds hidden files");
-    ThrowFailed("the folder " + Quoted(id) + " cannot be removed", error);
+    TQvProgress progress(&host.Progress);
+    progress.SetMessage("Removing " + id);
+    progress.Start();
+    if (!tree.DeleteFolder(id, clearFirst, &host.Progress))
+        ThrowNotEmptied(tree, id, " could not be removed");
 }
 
 void RenameFolder(THost& host, const std::string& givenId, const std::string& newName)
@@ -108,7 +104,7 @@ void AddFolderCommands(CLI::App& app, THost& host)
     CLI::App* make = AddCommand(
         app, "mkdir", "Create a folder with its missing parents; one that is there already is fine",
         "  qvres mkdir /Data/2024/spring");
-    make->add_option("ID", *id, "The folder")->required();
+    AddIdOption(*make, "ID", *id, "The folder")->required();
     make->callback([&host, id] { MakeFolder(host, *id); });
 
     const auto clearFirst = std::make_shared<bool>(false);
@@ -116,20 +112,20 @@ void AddFolderCommands(CLI::App& app, THost& host)
                                   "  qvres rmdir /Data/old\n"
                                   "  qvres rmdir --clear /Data/old");
     remove->add_flag("--clear", *clearFirst, "Delete everything in it first");
-    remove->add_option("ID", *id, "The folder; not a mount point")->required();
+    AddIdOption(*remove, "ID", *id, "The folder; not a mount point")->required();
     remove->callback([&host, id, clearFirst] { RemoveFolder(host, *id, *clearFirst); });
 
     CLI::App* clear = AddCommand(
         app, "clear",
         "Delete everything in a folder; hidden files stay, and links to folders are not followed",
         "  qvres clear /Data/tmp");
-    clear->add_option("ID", *id, "The folder")->required();
+    AddIdOption(*clear, "ID", *id, "The folder")->required();
     clear->callback([&host, id] { ClearFolder(host, QvExcludeTrailingSlash(*id)); });
 
     const auto newName = std::make_shared<std::string>();
     CLI::App* rename =
         AddCommand(app, "rename", "Rename a folder where it is", "  qvres rename /Data/old new");
-    rename->add_option("ID", *id, "The folder; neither a mount point nor above one")->required();
+    AddIdOption(*rename, "ID", *id, "The folder; neither a mount point nor above one")->required();
     rename->add_option("NEWNAME", *newName, "The new name, without a \"/\"")->required();
     rename->callback([&host, id, newName] { RenameFolder(host, *id, *newName); });
 }

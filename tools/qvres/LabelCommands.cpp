@@ -1,5 +1,6 @@
 // Labels: label, check.
 #include <array>
+#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
@@ -13,13 +14,13 @@
 
 namespace
 {
-/// A resource that is read with a progress bar, and until the user breaks it off.
+/// A resource that is read with a progress bar, and until the user cancels it.
 class TWatchedStream : public TQvStream
 {
 public:
     TWatchedStream(THost& host, const std::string& id)
-        : m_stream(host.Session.Tree().OpenResourceE(id, kQvOpenRead, kQvShareAll, 0)),
-          m_progress(&host.Progress), m_size(static_cast<double>(m_stream->getSize()))
+        : m_stream(OpenForReading(host.Session.Tree(), id)), m_progress(&host.Progress),
+          m_size(static_cast<double>(m_stream->getSize()))
     {
         m_progress.SetMessage("Reading " + id);
         m_progress.Start();
@@ -60,7 +61,11 @@ private:
 TQvResourceLabel StoredLabel(const std::string& id)
 {
     TQvResourceLabel label;
-    if (!ReadResResourceLabel(id, &label))
+    const bool isRead = ReadResResourceLabel(id, &label);
+    const int error = TResourceManager::LastFailure().Error;
+    if (!isRead && error != 0 && error != ENOENT)
+        ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
+    if (!isRead)
         throw TFailure(Quoted(id) + " has no stored label; \"qvres label\" stores one");
     return label;
 }
@@ -68,35 +73,62 @@ TQvResourceLabel StoredLabel(const std::string& id)
 TQvResourceLabel WeakLabel(const std::string& id)
 {
     TQvResourceLabel label;
-    if (!TResourceManager::GetResourceLabelWeak(id, &label))
-        ThrowUnreadable(id, 0);
+    // The library answers zeros where it could not look.
+    if (!TResourceManager::GetResourceLabelWeak(id, &label) ||
+        TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
     return label;
 }
 
 TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
 {
-    // The time of before: what is written while the content is read makes the label a stale one.
-    const TQvDateTime time = WeakLabel(id).Time;
-    TWatchedStream stream(host, id);
-    TQvResourceLabel label;
-    if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
-        ThrowUnreadable(id, -stream.getError());
-    label.Time = time;
-    return label;
+    constexpr int kMaxAttempts = 3;
+    for (int i = 0; i < kMaxAttempts; ++i) {
+        // The time first: it waits until later changes have another one.
+        TQvResourceLabel label;
+        if (!ComputeResResourceLabelSC2(id, &label))
+            break;
+        const TQvDateTime time = label.Time;
+        TWatchedStream stream(host, id);
+        if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
+            ThrowUnreadable(id, -stream.getError());
+        label.Time = time;
+        if (WeakCheckResResourceLabel(label, id))
+            return label;
+    }
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be read");
+    throw TFailure(Quoted(id) + " is being changed all the time");
 }
 
-/// What GetResResourceLabel answers, which shows no progress and cannot be broken off.
+/// What a parser says about the metadata; "" when it is well formed.
+std::string MetadataDamage(const TResourceManager& tree, const std::string& id)
+{
+    const auto metadata = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
+    return metadata ? TQvXIniStreamReader(metadata).ParseErrorText() : std::string();
+}
+
+/// The label is good without it: storing only spares the next caller the checksum. But "check"
+/// needs a stored one.
+void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvResourceLabel& label)
+{
+    const std::string message = "the label of " + Quoted(id) + " was not stored";
+    try {
+        if (!WriteResResourceLabel(id, label))
+            PrintError(WithCause(message, TResourceManager::LastFailure()));
+    } catch (const TQvMessage&) {
+        PrintError(message + ", because its metadata is damaged: " + MetadataDamage(tree, id));
+    }
+}
+
+/// What GetResResourceLabel answers, which shows no progress and cannot be cancelled.
 TQvResourceLabel CurrentLabel(THost& host, const std::string& id)
 {
     TQvResourceLabel label;
     if (ReadResResourceLabel(id, &label) && WeakCheckResResourceLabel(label, id))
         return label;
     label = ComputedLabel(host, id);
-    try {
-        WriteResResourceLabel(id, label);
-    } catch (const std::exception&) {
-        // Storing only spares the next caller the checksum: the label is good without it.
-    }
+    StoreLabel(host.Session.Tree(), id, label);
     return label;
 }
 
@@ -155,7 +187,7 @@ void AddLabelCommands(CLI::App& app, THost& host)
     CLI::Option* stored =
         label->add_flag("--stored", *isStored, "The label as it is kept; fails when there is none");
     label->add_flag("--weak", *isWeak, "Size and time only")->excludes(stored);
-    label->add_option("ID", *id, "A resource")->required();
+    AddIdOption(*label, "ID", *id, "A resource")->required();
     label->callback([&host, id, isStored, isWeak] { Label(host, *id, *isStored, *isWeak); });
 
     CLI::App* check = AddCommand(
@@ -163,6 +195,6 @@ void AddLabelCommands(CLI::App& app, THost& host)
         "Compare a resource, content included, with its stored label: prints \"ok\", or\n"
         "\"changed\" with exit status 1",
         "  qvres label /Data/a && qvres check /Data/a");
-    check->add_option("ID", *id, "A resource with a stored label")->required();
+    AddIdOption(*check, "ID", *id, "A resource with a stored label")->required();
     check->callback([&host, id] { Check(host, *id); });
 }

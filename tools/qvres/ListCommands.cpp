@@ -1,10 +1,8 @@
 // What is there: ls, stat, exists, file.
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -74,20 +72,14 @@ void PrintRecords(TOutput& out, const std::vector<TQvResFindItem>& items)
     out.Write("\n]\n");
 }
 
-/// An empty listing does not tell whether the folder could be read at all.
-void RequireReadable(const TResourceManager& tree, const std::string& id)
-{
-    const TResourceManager::TMountNode* node = tree.GetNode4Id(id, true, true, false);
-    if (!node->IsPureVirtual() && access(node->GetResourceFile(id).c_str(), R_OK | X_OK) != 0)
-        ThrowFailed("the folder " + Quoted(id) + " cannot be read", errno);
-}
-
 TQvResFindItem ItemOf(const TResourceManager& tree, const std::string& id)
 {
     TQvResFindItem item{id, {}};
-    if (!tree.GetResourceAttr(id, &item.Attrib))
-        throw TFailure(Quoted(id) + " does not exist");
-    return item;
+    if (tree.GetResourceAttr(id, &item.Attrib))
+        return item;
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
+    throw TFailure(Quoted(id) + " does not exist");
 }
 
 unsigned FindFlags(const TListOptions& options, bool withAttributes)
@@ -111,10 +103,13 @@ TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options)
     }
     RequireFolder(tree, id);
     host.Progress.SetMessage("Listing " + id);
+    std::vector<TQvFailure> failures;
     tree.Find(items, id, options.Mask, FindFlags(options, options.Long || host.Json),
-              &host.Progress);
-    if (items->empty())
-        RequireReadable(tree, id);
+              &host.Progress, &failures);
+    // What could be read is listed all the same.
+    for (const TQvFailure& failure : failures)
+        PrintError(WithCause(Quoted(failure.Id) + " cannot be read", failure));
+    host.Status = failures.empty() ? 0 : 1;
     std::sort(items->begin(), items->end(),
               [](const TQvResFindItem& a, const TQvResFindItem& b) { return a.Id < b.Id; });
     return items;
@@ -146,6 +141,15 @@ void Stat(THost& host, const std::string& givenId)
     host.Out.Line("created: " + IsoTimeOrDash(item.Attrib.CreationTime));
 }
 
+void PrintExists(THost& host, const std::string& id)
+{
+    CheckClimb(id);
+    const unsigned exists = host.Session.Tree().ResourceExists(id);
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
+    host.Out.Line(std::to_string(exists));
+}
+
 void PrintFile(THost& host, const std::string& id)
 {
     const TResourceManager& tree = host.Session.Tree();
@@ -168,7 +172,7 @@ void AddList(CLI::App& app, THost& host)
         ->type_name("MASK");
     command->add_option("--kind", options->Kind, "Only entries of one kind")
         ->check(CLI::IsMember({"resource", "folder"}));
-    command->add_option("ID", options->Id, "The folder, or one resource; \"/\" when left out");
+    AddIdOption(*command, "ID", options->Id, "The folder, or one resource; \"/\" when left out");
     command->callback([&host, options] { List(host, *options); });
 }
 } // namespace
@@ -179,19 +183,18 @@ void AddListCommands(CLI::App& app, THost& host)
     const auto id = std::make_shared<std::string>();
 
     CLI::App* stat = AddCommand(app, "stat", "Show kind, size and times", "  qvres stat /Data/a");
-    stat->add_option("ID", *id, "A resource or folder")->required();
+    AddIdOption(*stat, "ID", *id, "A resource or folder")->required();
     stat->callback([&host, id] { Stat(host, *id); });
 
-    CLI::App* exists =
-        AddCommand(app, "exists",
-                   "Print 0 for nothing, 1 for a resource, 2 for a folder; never fails for an id",
-                   "  [ \"$(qvres exists /Data/a)\" = 1 ] && echo there");
-    exists->add_option("ID", *id, "Any id")->required();
-    exists->callback(
-        [&host, id] { host.Out.Line(std::to_string(host.Session.Tree().ResourceExists(*id))); });
+    CLI::App* exists = AddCommand(app, "exists",
+                                  "Print 0 for nothing, 1 for a resource, 2 for a folder; fails "
+                                  "when that cannot be found out",
+                                  "  [ \"$(qvres exists /Data/a)\" = 1 ] && echo there");
+    AddIdOption(*exists, "ID", *id, "Any id")->required();
+    exists->callback([&host, id] { PrintExists(host, *id); });
 
     CLI::App* file = AddCommand(app, "file", "Print the path of the disk file behind a resource",
                                 "  less \"$(qvres file /Data/a)\"");
-    file->add_option("ID", *id, "A resource")->required();
+    AddIdOption(*file, "ID", *id, "A resource")->required();
     file->callback([&host, id] { PrintFile(host, *id); });
 }

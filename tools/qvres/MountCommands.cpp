@@ -75,13 +75,13 @@ void AddMountCommands(CLI::App& app, THost& host)
     const auto folder = std::make_shared<std::string>();
     CLI::App* mount = AddCommand(app, "mount", "Mount a folder for good, in the current profile",
                                  "  qvres mount /Data /srv/data");
-    mount->add_option("ID", *id, "Where in the tree")->required();
+    AddIdOption(*mount, "ID", *id, "Where in the tree")->required();
     mount->add_option("DIR", *folder, "The folder on the disk")->required();
     mount->callback([&host, id, folder] { Mount(host, *id, *folder); });
 
     CLI::App* unmount = AddCommand(
         app, "unmount", "Take a mount point out of the current profile; its folder stays as it is",
         "  qvres unmount /Data");
-    unmount->add_option("ID", *id, "The mount point")->required();
+    AddIdOption(*unmount, "ID", *id, "The mount point")->required();
     unmount->callback([&host, id] { Unmount(host, *id); });
 }

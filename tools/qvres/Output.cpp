@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 #include <unistd.h>
+
+#include <QvStd/Result.h>
 
 #include "BreakSignal.h"
 #include "Failure.h"
@@ -15,7 +16,7 @@ constexpr std::size_t kBufferSize = 256 * 1024;
 
 [[noreturn]] void ThrowWriteError(int error)
 {
-    throw TFailure("standard output cannot be written: " + std::system_category().message(error));
+    throw TFailure("standard output cannot be written: " + QvErrorText(error));
 }
 } // namespace
 

@@ -51,18 +51,17 @@ std::string ListLine(const TCPState& state, const TQvResourceProfile& profile)
     return columns.data() + profile.Name;
 }
 
-/// Starts a command on the profiles: `load` is one of the two ways to load them.
-void Begin(THost& host, TCPState& state, void (*load)(TCPState&, TQvProgressHandler&))
+void RequireVarFolder(THost& host)
 {
     host.Session.StartConfiguration(true);
     host.Session.RequireSetUp();
-    load(state, host.Progress);
 }
 
 void List(THost& host)
 {
+    RequireVarFolder(host);
     TCPState state;
-    Begin(host, state, &LoadProfiles);
+    LoadProfiles(state, host.Progress);
     auto records = nlohmann::ordered_json::array();
     for (const TQvResourceProfile& profile : state.Profiles) {
         if (host.Json)
@@ -81,8 +80,9 @@ std::string NodeTarget(const TQvResourceProfile::TNode& node)
 
 void Show(THost& host, const std::string& name)
 {
+    RequireVarFolder(host);
     TCPState state;
-    Begin(host, state, &LoadProfiles);
+    LoadProfiles(state, host.Progress);
     const TQvResourceProfile& profile = RequireProfile(state, name);
     if (host.Json) {
         nlohmann::ordered_json record = Record(state, profile);
@@ -120,36 +120,40 @@ TQvResourceProfile& RequireOwn(const TCPState& state, const std::string& name)
 void Create(THost& host, const std::string& name)
 {
     CheckName(name);
-    TCPState state;
-    Begin(host, state, &LoadProfilesForChange);
+    RequireVarFolder(host);
+    TProfileChange change(host.Progress);
+    TCPState& state = change.State;
     if (const TQvResourceProfile* profile = FindProfile(state, name))
         throw TFailure("there is a profile " + Quoted(profile->Name) + " already");
     CreateProfile(state, name);
-    TQvCPUtils::SaveState(state);
+    change.Save();
 }
 
 void Add(THost& host, const std::string& name, const std::string& givenFolder)
 {
     const TQvPath folder = FolderToMount(givenFolder);
-    TCPState state;
-    Begin(host, state, &LoadProfilesForChange);
+    RequireVarFolder(host);
+    TProfileChange change(host.Progress);
+    TCPState& state = change.State;
     AddFolder(state, RequireOwn(state, name), folder);
-    TQvCPUtils::SaveState(state);
+    change.Save();
     PrintValue(host, MountPointOf(folder));
 }
 
 void Select(THost& host, const std::string& name)
 {
-    TCPState state;
-    Begin(host, state, &LoadProfilesForChange);
+    RequireVarFolder(host);
+    TProfileChange change(host.Progress);
+    TCPState& state = change.State;
     state.CurrentProfile = RequireProfile(state, name).Name;
-    TQvCPUtils::SaveState(state);
+    change.Save();
 }
 
 void Remove(THost& host, const std::string& name)
 {
-    TCPState state;
-    Begin(host, state, &LoadProfilesForChange);
+    RequireVarFolder(host);
+    TProfileChange change(host.Progress);
+    TCPState& state = change.State;
     const TQvResourceProfile& profile = RequireOwn(state, name);
     if (IsCurrent(state, profile))
         throw TFailure("the profile " + Quoted(profile.Name) +
@@ -157,7 +161,7 @@ void Remove(THost& host, const std::string& name)
     const TQvPath folder = state.VarFolder / "Profiles" / profile.Name;
     state.Profiles.erase(state.Profiles.begin() + (&profile - state.Profiles.data()));
     state.BuildIndex();
-    TQvCPUtils::SaveState(state);
+    change.Save();
     // Saving only logs a folder that stays.
     if (QvFileDirExists(folder, nullptr))
         throw TFailure("the folder " + Quoted(folder.toSysStr()) + " could not be removed");

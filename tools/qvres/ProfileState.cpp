@@ -27,8 +27,8 @@ void RequireAllRead(const TQvCPUtils::TCPState& state)
         const std::string file = folder + "/profile.x-ini";
         if (FindProfile(state, folder.substr(folder.rfind('/') + 1)) == nullptr &&
             QvDirExists(folder) && MayHoldProfile(file))
-            throw TFailure(Quoted(file) + " cannot be read, and saving would remove it; mend it "
-                                          "or put it elsewhere first");
+            throw TFailure(Quoted(file) + " cannot be read, and saving would remove it; "
+                                          "repair it or put it elsewhere first");
     }
 }
 } // namespace
@@ -39,10 +39,10 @@ void LoadProfiles(TQvCPUtils::TCPState& state, TQvProgressHandler& progress)
     TQvCPUtils::ReloadState(state, &progress);
 }
 
-void LoadProfilesForChange(TQvCPUtils::TCPState& state, TQvProgressHandler& progress)
+TProfileChange::TProfileChange(TQvProgressHandler& progress) : m_lock(TSession::VarFolderInUse())
 {
-    LoadProfiles(state, progress);
-    RequireAllRead(state);
+    LoadProfiles(State, progress);
+    RequireAllRead(State);
 }
 
 TQvResourceProfile* FindProfile(const TQvCPUtils::TCPState& state, const std::string& name)

@@ -10,9 +10,21 @@
 /// The state of all profiles, with what the repository publishes taken over; the bar of `progress`
 /// is shown meanwhile.
 void LoadProfiles(TQvCPUtils::TCPState& state, TQvProgressHandler& progress);
-/// The same for a change. Throws TFailure when there is a profile file that could not be read,
-/// because saving would remove it.
-void LoadProfilesForChange(TQvCPUtils::TCPState& state, TQvProgressHandler& progress);
+/// The same for a change: the VAR folder is locked from the loading to the end of this object.
+class TProfileChange
+{
+public:
+    /// Throws the lock's TQvMessage, and TFailure when there is a profile file that could not be
+    /// read, because saving would remove it.
+    explicit TProfileChange(TQvProgressHandler& progress);
+    void Save() { TQvCPUtils::SaveState(State); }
+
+private:
+    TQvVarFolderLock m_lock; ///< first: nothing is read before
+
+public:
+    TQvCPUtils::TCPState State;
+};
 
 /// Null when there is none; letter case does not count.
 TQvResourceProfile* FindProfile(const TQvCPUtils::TCPState& state, const std::string& name);

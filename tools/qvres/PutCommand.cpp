@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -12,7 +11,7 @@
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
-#include "NewContent.h"
+#include "ResourceWriting.h"
 
 namespace
 {
@@ -63,7 +62,7 @@ private:
     {
         const int error = errno;
         BreakSignal::ThrowIfWanted(); // opening a FIFO waits for its writer
-        throw TFailure(m_name + " cannot be read: " + std::system_category().message(error));
+        throw TFailure(m_name + " cannot be read: " + QvErrorText(error));
     }
 
     std::string m_name;
@@ -76,7 +75,7 @@ void Put(THost& host, const std::string& id, const std::string& file)
     const TResourceManager& tree = host.Session.Tree();
     RequireTarget(tree, id);
     TSource source(file);
-    TNewContent content(tree, id);
+    TQvNewFile content = StartWriting(tree, id);
 
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Writing " + id);
@@ -86,14 +85,14 @@ void Put(THost& host, const std::string& id, const std::string& file)
     std::vector<char> block(kBlockSize);
     double done = 0;
     while (const std::size_t count = source.Read(block)) {
-        content.Write(block.data(), count);
+        Write(content, {block.data(), count}, id);
         done += static_cast<double>(count);
         if (source.Size() > 0)
             progress.Report(done / source.Size());
         else
             host.Progress.Update();
     }
-    content.Finish();
+    FinishWriting(content, id);
 }
 } // namespace
 
@@ -107,7 +106,7 @@ void AddPutCommand(CLI::App& app, THost& host)
                                    "the old content stays, whatever happens",
                                    "  qvres put /Data/a ./a.txt\n"
                                    "  tar c . | qvres put /Backup/all.tar");
-    command->add_option("ID", *id, "The resource; its folder must be there")->required();
+    AddIdOption(*command, "ID", *id, "The resource; its folder must be there")->required();
     command->add_option("FILE", *file, "The file; \"-\" (or none) is standard input");
     command->callback([&host, id, file] { Put(host, *id, *file); });
 }

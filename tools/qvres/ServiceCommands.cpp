@@ -3,6 +3,7 @@
 #include <memory>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/Message.h>
 #include <QvStd/URLManager.h>
 
 #include "Checks.h"
@@ -20,12 +21,19 @@ void Backup(THost& host, const std::string& id, std::size_t keep)
     const std::string folder = QvExtractResPath(id) + "backup";
     if (tree.IsResource(folder))
         throw TFailure(Quoted(folder) + " is a resource");
-    errno = 0;
-    BackupResource(id, keep);
-    const int error = errno;
-    // The backup does not report a move that failed.
+    try {
+        BackupResource(id, keep);
+    } catch (const TQvMessage& message) {
+        throw TFailure(
+            WithCause(Quoted(id) + " could not be put aside", TResourceManager::LastFailure()));
+    }
+    // The backup itself reports no failure that comes later.
+    const TQvFailure failure = TResourceManager::LastFailure();
     if (tree.ResourceExists(id) != kResNothing)
-        ThrowFailed(Quoted(id) + " is still there", error);
+        throw TFailure(WithCause(Quoted(id) + " could not be put aside", failure));
+    if (failure.Error != 0)
+        throw TFailure(
+            WithCause("an old backup of " + Quoted(id) + " could not be deleted", failure));
 }
 
 void PrintDone(THost& host, const std::string& marker)
@@ -34,10 +42,10 @@ void PrintDone(THost& host, const std::string& marker)
     bool ok = false;
     if (GetResDoneResult(marker, &ok))
         PrintValue(host, ok ? "ok" : "fail");
-    else if (host.Session.Tree().ResourceExists(marker) == kResNothing)
+    else if (TResourceManager::LastFailure().Error == ENOENT)
         PrintValue(host, "none");
     else
-        throw TFailure("the marker " + Quoted(marker) + " cannot be read");
+        ThrowFailed("the marker " + Quoted(marker) + " cannot be read");
 }
 
 void Done(THost& host, const std::string& id, const std::string& result)
@@ -50,16 +58,24 @@ void Done(THost& host, const std::string& id, const std::string& result)
         return;
     }
     RequireTarget(tree, marker);
-    errno = 0;
     if (!SetResDoneResult(marker, result == "ok"))
-        ThrowFailed("the marker " + Quoted(marker) + " cannot be written", errno);
+        ThrowFailed("the marker " + Quoted(marker) + " cannot be written");
 }
 
 void OpenURL(THost& host, const std::string& url)
 {
     // The scheme is registered together with the profile.
     host.Session.ProfileTree();
-    WriteContent(host, *QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0), url);
+    var_a<TQvStream*> stream;
+    try {
+        stream = QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0);
+    } catch (const TQvMessage& message) {
+        std::string text = message.what();
+        if (!text.empty() && text.back() == '.')
+            text.pop_back();
+        throw TFailure(WithCause(text, TResourceManager::LastFailure()));
+    }
+    WriteContent(host, *stream, url);
 }
 } // namespace
 
@@ -78,7 +94,7 @@ void AddServiceCommands(CLI::App& app, THost& host)
                      "resource is deleted and no backup made")
         ->type_name("N")
         ->check(CLI::NonNegativeNumber, "", "");
-    backup->add_option("ID", *id, "A resource")->required();
+    AddIdOption(*backup, "ID", *id, "A resource")->required();
     backup->callback([&host, id, keep] { Backup(host, *id, *keep); });
 
     const auto result = std::make_shared<std::string>();
@@ -87,7 +103,7 @@ void AddServiceCommands(CLI::App& app, THost& host)
                                 "is no marker), or write it",
                                 "  qvres done /Data/import ok\n"
                                 "  [ \"$(qvres done /Data/import)\" = ok ] || echo again");
-    done->add_option("ID", *id, "What the marker belongs to; it need not be there")->required();
+    AddIdOption(*done, "ID", *id, "What the marker belongs to; it need not be there")->required();
     done->add_option("RESULT", *result, "What to write: ok or fail")
         ->check(CLI::IsMember({"ok", "fail"}));
     done->callback([&host, id, result] { Done(host, *id, *result); });

@@ -16,11 +16,6 @@ namespace
 constexpr char kVarFolderVariable[] = "QV_VAR_FOLDER";
 constexpr char kDefaultVarFolder[] = ".config/velmor/KORVADELAirlane7.VAR";
 
-std::string VarFolderInUse()
-{
-    return pQvConfigData->getVarFolderSetting(true, nullptr);
-}
-
 struct TMountOption
 {
     std::string Id;
@@ -87,7 +82,8 @@ void TSession::StartConfiguration(bool withDefaultFolder)
     std::string folder;
     if (!VarFolder.empty())
         folder = Absolute(VarFolder);
-    else if (withDefaultFolder && TQvConfigData().getVarFolderSetting(true, nullptr).empty())
+    else if (withDefaultFolder && TQvConfigData().getVarFolderSetting(true, nullptr).empty() &&
+             !TQvPath::homeDir().isPathEmpty())
         folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
     // Through the environment, so that every part of the configuration agrees on the folder.
     if (!folder.empty())
@@ -102,16 +98,29 @@ void TSession::RequireSetUp() const
         throw TFailure(SetUpHint());
 }
 
+TQvPath TSession::VarFolderInUse()
+{
+    return TQvPath(pQvConfigData->getVarFolderSetting(true, nullptr));
+}
+
+std::string TSession::NoVarFolderHint()
+{
+    return "there is no home folder, and so no default VAR folder; \"--var DIR\" names one";
+}
+
 std::string TSession::SetUpHint() const
 {
+    const TQvPath folder = VarFolderInUse();
+    if (folder.isPathEmpty())
+        return NoVarFolderHint();
     const std::string command =
         VarFolder.empty() ? "qvres setup" : "qvres --var " + VarFolder + " setup";
-    const TQvPath repository = TQvCPUtils::GetRepositoryFolder(TQvPath(VarFolderInUse()), false);
+    const TQvPath repository = TQvCPUtils::GetRepositoryFolder(folder, false);
     const std::string problem =
         repository.isPathEmpty() ? std::string() : RepositoryProblem(repository);
     if (!problem.empty())
         return problem + "; \"" + command + " --repository DIR\" names another one, \"\" none";
-    return "the VAR folder " + Quoted(VarFolderInUse()) + " is not set up; run \"" + command +
+    return "the VAR folder " + Quoted(folder.toSysStr()) + " is not set up; run \"" + command +
            " FOLDER\" first";
 }
 
@@ -139,7 +148,11 @@ std::string TSession::Absolute(const std::string& folder)
 void TSession::Mount(const std::string& id, const std::string& folder, bool persistent)
 {
     const std::string fullPath = Absolute(folder);
-    if (!QvDirExists(fullPath))
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(fullPath, &isFolder);
+    if (exists.HasFailed())
+        ThrowFailed("the folder " + Quoted(folder) + " cannot be accessed", exists.Error());
+    if (!isFolder)
         throw TFailure("the folder " + Quoted(folder) + " does not exist");
     if (ResourceManager.IsMountNode(id))
         throw TFailure(Quoted(id) + " is already a mount point");

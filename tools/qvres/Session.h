@@ -32,6 +32,10 @@ public:
     void StartConfiguration(bool withDefaultFolder);
     /// Throws TFailure unless the VAR folder is set up.
     void RequireSetUp() const;
+    /// As the started configuration has it; empty when there is none.
+    static TQvPath VarFolderInUse();
+    /// Why there may be no VAR folder at all, and what would help.
+    static std::string NoVarFolderHint();
 
     /// What is wrong with an ID=DIR; "" when nothing is.
     static std::string CheckMountOption(const std::string& option);

@@ -29,7 +29,7 @@ struct TSettings
     TQvPath Repository;
 };
 
-TSettings ChooseSettings(const TSetupOptions& options)
+TSettings ChooseVarFolder(const TSetupOptions& options)
 {
     TSettings settings;
     // What is configured for all users stays so.
@@ -37,10 +37,16 @@ TSettings ChooseSettings(const TSetupOptions& options)
     settings.Common =
         options.Common || (!TQvCPUtils::GetVARFolder(&isCommon).isPathEmpty() && isCommon);
     settings.VarFolder = TQvCPUtils::GetQvVARFolder(nullptr);
+    if (settings.VarFolder.isPathEmpty())
+        throw TFailure(TSession::NoVarFolderHint());
     if (!settings.VarFolder.isAbsolute())
         throw TFailure("the VAR folder " + Quoted(settings.VarFolder.toSysStr()) +
                        " is not an absolute path");
+    return settings;
+}
 
+void ChooseRepository(const TSetupOptions& options, TSettings& settings)
+{
     if (options.Repository && !options.Repository->empty())
         settings.Repository = TQvPath(TSession::Absolute(*options.Repository));
     else
@@ -49,19 +55,27 @@ TSettings ChooseSettings(const TSetupOptions& options)
     settings.UseRepository = !switchOff && !settings.Repository.isPathEmpty();
     if (settings.Repository.isPathEmpty())
         settings.Repository = TQvCPUtils::GetRepositoryFolder(settings.VarFolder, true);
-    return settings;
-}
-
-void ApplySettings(const TSettings& settings)
-{
     const std::string problem =
         settings.UseRepository ? RepositoryProblem(settings.Repository) : std::string();
     if (!problem.empty())
         throw TFailure(problem);
+}
+
+void ApplySettings(const TSettings& settings)
+{
     std::string error;
     if (!TQvCPUtils::PerformOK(settings.VarFolder, settings.Common, settings.UseRepository,
                                settings.Repository, error))
         throw TFailure(error);
+}
+
+/// A repository may publish one of the first profile's name.
+std::string FreeName(const TQvCPUtils::TCPState& state)
+{
+    std::string name = kFirstProfile;
+    for (int number = 2; FindProfile(state, name) != nullptr; ++number)
+        name = kFirstProfile + std::to_string(number);
+    return name;
 }
 
 /// A repository fills the VAR folder with profiles before there is a first one of its own.
@@ -70,15 +84,42 @@ void PutIntoFirstProfile(TQvCPUtils::TCPState& state, const TQvPath& folder)
     const bool allRemote =
         std::all_of(state.Profiles.begin(), state.Profiles.end(),
                     [](const TQvResourceProfile& profile) { return profile.Remote; });
-    TQvResourceProfile* profile = FindProfile(state, kFirstProfile);
-    if (profile == nullptr && allRemote)
-        profile = &CreateProfile(state, kFirstProfile);
+    TQvResourceProfile* profile =
+        allRemote ? &CreateProfile(state, FreeName(state)) : FindProfile(state, kFirstProfile);
     if (profile == nullptr || profile->Remote ||
         (!profile->Nodes.empty() &&
          profile->Nodes.count(QvNormalizeResId(MountPointOf(folder))) == 0))
         throw TFailure("there are profiles already; \"qvres profile add NAME FOLDER\" adds a "
                        "folder to one of them");
     AddFolder(state, *profile, folder);
+    if (state.CurrentProfile.empty())
+        state.CurrentProfile = profile->Name;
+}
+
+void SelectSomeProfile(TQvCPUtils::TCPState& state)
+{
+    if (state.Profiles.empty())
+        CreateProfile(state, kFirstProfile);
+    else if (state.CurrentProfile.empty())
+        state.CurrentProfile = state.Profiles.front().Name;
+}
+
+/// What keeps the folder from being put into the first profile; "" when it is there. In either case
+/// some profile is the current one afterwards, also where an earlier call was killed before it
+/// could select one.
+std::string SetUpProfiles(TQvProgressHandler& progress, const TQvPath& folder)
+{
+    TProfileChange change(progress);
+    std::string refusal;
+    try {
+        if (!folder.isPathEmpty())
+            PutIntoFirstProfile(change.State, folder);
+    } catch (const TFailure& failure) {
+        refusal = failure.what();
+    }
+    SelectSomeProfile(change.State);
+    change.Save();
+    return refusal;
 }
 
 void Setup(THost& host, const TSetupOptions& options)
@@ -88,15 +129,14 @@ void Setup(THost& host, const TSetupOptions& options)
                                                "QV_VAR_FOLDER names another VAR folder");
     const TQvPath folder = options.Folder.empty() ? TQvPath() : FolderToMount(options.Folder);
     host.Session.StartConfiguration(false);
-    ApplySettings(ChooseSettings(options));
-
-    if (!folder.isPathEmpty())
-        TQvCPUtils::CreateProfileNode(folder, &host.Progress);
-    TQvCPUtils::TCPState state;
-    LoadProfilesForChange(state, host.Progress);
-    if (!folder.isPathEmpty())
-        PutIntoFirstProfile(state, folder);
-    TQvCPUtils::SaveState(state);
+    TSettings settings = ChooseVarFolder(options);
+    ChooseRepository(options, settings); // a refusal leaves no folder behind
+    const TQvVarFolderLock lock(settings.VarFolder);
+    ChooseRepository(options, settings); // another process may have changed it
+    ApplySettings(settings);
+    const std::string refusal = SetUpProfiles(host.Progress, folder);
+    if (!refusal.empty())
+        throw TFailure(refusal);
     host.Session.RequireSetUp();
     if (!folder.isPathEmpty())
         PrintValue(host, MountPointOf(folder));
@@ -112,7 +152,8 @@ void AddSetupCommand(CLI::App& app, THost& host)
         "store\n"
         "it as the setting of this user unless --var or QV_VAR_FOLDER names it, and make the "
         "first\n"
-        "profile, which mounts FOLDER at / and its name; that id is printed. May be run again",
+        "profile, which mounts FOLDER at / and its name; that id is printed. May be run again: "
+        "where no\nprofile is the current one, one is selected",
         "  qvres setup /srv/data                (then: qvres ls /data)\n"
         "  qvres setup --repository /mnt/server/profiles\n"
         "  qvres --var ./var setup ./data");

@@ -1,18 +1,22 @@
 // Values of X-Ini resources: xini get, xini set.
+#include <cerrno>
 #include <memory>
 #include <utility>
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/FileChange.h>
+#include <QvStd/FileLock.h>
 #include <QvStd/Strings.h>
 
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
-#include "NewContent.h"
 
 namespace
 {
+constexpr unsigned long kLockTimeoutMs = 10000;
+
 struct TXIniPlace
 {
     std::string Id;
@@ -64,14 +68,12 @@ void Get(THost& host, const TXIniPlace& place)
     PrintValue(host, reader->Read(position, std::string()));
 }
 
-std::string ReadDocument(const TResourceManager& tree, const std::string& id)
+void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string& file)
 {
-    const auto stream = tree.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0);
-    const std::uint64_t size = stream->getSize();
-    std::string text(size == TQvStream::invalid_value64 ? 0 : size, '\0');
-    if (size == TQvStream::invalid_value64 || stream->Read(text.data(), text.size()) != size)
-        ThrowFailed(Quoted(id) + " cannot be read", -stream->getError());
-    return text;
+    if (lock.getError() == -EAGAIN)
+        ThrowNaming(id, QvLockMessage(file, lock.getError()));
+    if (!lock)
+        ThrowFailed(Quoted(id) + " cannot be written", -lock.getError());
 }
 
 void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const std::string& value)
@@ -84,13 +86,10 @@ void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const 
         writer.RaiseErrorE();
 }
 
-void Set(THost& host, const TXIniPlace& place, const std::string& value)
+std::string TextWith(const TXIniPlace& place, const std::string& text, const std::string& value)
 {
-    const TResourceManager& tree = host.Session.Tree();
-    RequireResource(tree, place.Id);
-    const std::string oldText = ReadDocument(tree, place.Id);
     std::string error;
-    const var_a<TQvXIniTree*> document = QvParseXIniTree(oldText, &error);
+    const var_a<TQvXIniTree*> document = QvParseXIniTree(text, &error);
     if (!document)
         throw TFailure(Quoted(place.Id) + " is not well formed: " + error);
     try {
@@ -98,17 +97,28 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     } catch (const TQvMessage& message) {
         ThrowNaming(place.Id, message);
     }
-    const std::string text = QvFormatXIniTree(*document);
-    if (text == oldText)
-        return;
-    TNewContent content(tree, place.Id);
-    content.Write(text.data(), text.size());
-    content.Finish();
+    return QvFormatXIniTree(*document);
+}
+
+void Set(THost& host, const TXIniPlace& place, const std::string& value)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    RequireResource(tree, place.Id);
+    const std::string file = tree.GetResourceFile(place.Id, false);
+    const TQvFileLock lock(file, kLockTimeoutMs);
+    CheckLock(lock, place.Id, file);
+    const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {
+        return TQvChangedContent{TextWith(place, old.value_or(""), value)};
+    });
+    if (!done.Reading)
+        ThrowFailed(Quoted(place.Id) + " cannot be read", done.Reading.Error());
+    if (!done.Writing)
+        ThrowFailed(Quoted(place.Id) + " cannot be written", done.Writing.Error());
 }
 
 void AddPlace(CLI::App& command, TXIniPlace& place)
 {
-    command.add_option("ID", place.Id, "An X-Ini resource")->required();
+    AddIdOption(command, "ID", place.Id, "An X-Ini resource")->required();
     command.add_option("PATH", place.Path, "section/section/key; of equal names the first counts")
         ->required()
         ->check(&CheckPath, "", "");

@@ -6,20 +6,21 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/Message.h>
 
 #include "BreakSignal.h"
 #include "Commands.h"
-#include "JournalExec.h"
 
 namespace
 {
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
+constexpr int kCancelled = 130; ///< as shells report a command that Ctrl-C has ended
 
 constexpr char kDescription[] =
     "qvres works on the tree of resources: folders of the disk, mounted at ids such as /Data.\n"
     "It exits with 0 when the work is done, 1 when it failed (one line on standard error says "
-    "why)\nand 2 when it was called wrongly.";
+    "why),\n2 when it was called wrongly and 130 when it was cancelled.";
 
 constexpr char kFooter[] =
     "Without --var the VAR folder is the one in QV_VAR_FOLDER, else the configured one, else\n"
@@ -105,21 +106,6 @@ void FlushAfterFailure(TOutput& out)
         // The first failure is the one to tell.
     }
 }
-
-/// The journal is no part of the exported interface: another program works on it.
-void AddJournalCommand(CLI::App& app, THost& host)
-{
-    CLI::App* const journal =
-        AddCommand(app, "journal", "Work on the journal of a resource storage",
-                   "  qvres journal load /srv/storage\n"
-                   "  qvres journal add /srv/storage /Data/a.txt\n");
-    AddJournalOperations(*journal, [&host](TJournalCall call) {
-        call.Json = host.Json;
-        call.VarFolder = host.Session.VarFolder;
-        BreakSignal::Remove(); // nobody would look at the flag any more
-        ExecJournal(call);
-    });
-}
 } // namespace
 
 int main(int argc, char** argv)
@@ -147,6 +133,9 @@ int main(int argc, char** argv)
     AddJournalCommand(app, host);
     try {
         return Run(app, host, argc, argv);
+    } catch (const TQvUserBreak& cancelled) {
+        PrintError(cancelled.what());
+        return kCancelled;
     } catch (const std::exception& failure) {
         FlushAfterFailure(host.Out);
         PrintError(failure.what());

@@ -1,6 +1,8 @@
 #include "QvStd/Registry.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/ChildProcess.h"
 #include "support/EnvironmentVariable.h"
@@ -34,6 +36,25 @@ TEST_F(RegistryTest, ValuesComeBackWhateverTheCaseOfTheirNames)
     const TEnvironmentVariable home("HOME", "/h");
     EXPECT_EQ(TQvRegMan::filePath(TQvRegKey::Common).toSysStr(), "/etc/velmor/registry.x-ini");
     EXPECT_EQ(TQvRegMan::filePath(kUser).toSysStr(), "/h/.config/velmor/registry.x-ini");
+}
+
+TEST_F(RegistryTest, WithoutAHomeFolderNothingComesFromTheCurrentFolder)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become a user without a name";
+    m_folder.Write(".config/velmor/registry.x-ini", "[" + kKey + "]\nV=planted\n[/]\n");
+    EXPECT_TRUE(PassesInChild([this] {
+        ASSERT_EQ(chmod(m_folder.Path().c_str(), 0777) + chdir(m_folder.Path().c_str()), 0);
+        ASSERT_EQ(setuid(54321), 0);
+        setenv("QV_REGISTRY_DIR", "", 1);
+        for (const char* home : {"", ".", "home"}) {
+            setenv("HOME", home, 1);
+            EXPECT_TRUE(TQvPath::homeDir().isPathEmpty());
+            EXPECT_EQ(TQvRegMan::readString(kUser, kKey, "V"), "");
+            EXPECT_FALSE(TQvRegMan::writeString(kUser, kKey, "V", "1", true));
+        }
+    }));
+    EXPECT_EQ(NamesIn(m_folder / ".config/velmor"), std::vector<std::string>{"registry.x-ini"});
 }
 
 TEST_F(RegistryTest, WhatNobodyAskedToChangeStays)

@@ -64,6 +64,45 @@ TEST_F(Mount, PersistentMountRoundTrip)
     EXPECT_EQ(Manager.ResourceExists("/Data"), kResNothing);
 }
 
+std::string MountText(const std::string& id, const std::string& path)
+{
+    return "  [mount]\n    node=" + id + "\n    path=" + path + "\n  [/mount]\n";
+}
+
+TEST_F(Mount, PersistentChangesKeepWhatOthersWrote)
+{
+    const std::string begin = "; by hand\r\n[profile]\r\n remote = 0\r\n  colour=red\n";
+    const std::string data =
+        "  ; of Data\n [mount]\n  node=/Data\n  path=" + Data.Path() + "\n  size=big\n [/]\n";
+    const std::string end = "  ; the end\n[/profile]\nlast=1\n";
+    Var.Write("Profiles/Test/profile.x-ini", begin + data + end);
+    Manager.Init();
+    EXPECT_EQ(Mounted("/Own", Data.Path(), true), "");
+    const std::string own = MountText("/Own", Data.Path());
+    EXPECT_EQ(ReadFile(Var.ProfileFile()), begin + data + own + end);
+
+    TResourceManager others;
+    others.Init();
+    others.MountFileNodeE("/Apart", "/usr", true);
+    others.MountFileNodeE("/Taken", "/usr", true);
+    EXPECT_EQ(Mounted("/Taken", Data.Path(), true),
+              kMount + "Inconsistent profile data: new node not loaded but exists in the profile");
+    others.UnmountNodeE("/OWN", true);
+    EXPECT_EQ(Unmounted("/Own", true), kNotInProfile) << "others have removed it";
+    EXPECT_EQ(Mounted("/own", Data.Path(), true), "");
+    EXPECT_EQ(ReadFile(Var.ProfileFile()), begin + MountText("/Apart", "/usr") + data +
+                                               MountText("/Taken", "/usr") +
+                                               MountText("/own", Data.Path()) + end);
+    EXPECT_EQ(Manager.Profile().Nodes.count("/APART"), 1u);
+    EXPECT_EQ(Unmounted("/own", true) + Unmounted("/DATA", true), "");
+    EXPECT_EQ(ReadFile(Var.ProfileFile()), begin + MountText("/Apart", "/usr") +
+                                               MountText("/Taken", "/usr") + "  ; of Data\n" + end);
+
+    Var.Write("Profiles/Test/profile.x-ini", "broken");
+    EXPECT_EQ(Mounted("/x", Data.Path(), true), "Err_XIniParse_name");
+    EXPECT_EQ(ReadFile(Var.ProfileFile()), "broken");
+}
+
 TEST_F(Mount, TableStaysChangedWhenTheProfileCannotBe)
 {
     Unmounted("/DATA");

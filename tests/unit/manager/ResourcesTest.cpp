@@ -74,7 +74,8 @@ TEST_F(Resources, CopiedAndMovedBetweenNodes)
 
          {"one folder, copy", copy("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"},
          {"one folder, sidecar", copyMeta("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"},
-         {"one folder, move", move("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"}});
+         {"one folder, move", move("/A/x", "/Same/x"), false, "A/x=1 A/x.meta=m"},
+         {"one folder, onto its own sidecar", move("/A/x", "/Same/x.meta"), false, "A/x=1"}});
 
     // a hard link is another entry of one file: the source goes
     MakeTree(Temp.Path(), "A/h=linked B/");
@@ -100,10 +101,10 @@ TEST_F(Resources, FailedCopyLeavesNoHalfTarget)
     EXPECT_EQ(NamesIn(Temp / "A"), (std::vector<std::string>{"big"}));
 }
 
-TEST_F(Resources, OverwritingBetweenNodesKeepsPermissionsAndShowsProgress)
+TEST_F(Resources, CopyBetweenNodesHasTheSourcesPermissionsAndShowsProgress)
 {
     MakeTree(Temp.Path(), "A/x=new B/x=private");
-    ASSERT_EQ(chmod((Temp / "B/x").c_str(), 0600), 0);
+    ASSERT_EQ(chmod((Temp / "A/x").c_str(), 0600), 0);
     TTestProgress progress;
     progress.Start();
     EXPECT_TRUE(Manager.CopyResource("/A/x", "/B/x", &progress));

@@ -57,7 +57,7 @@ TEST(RootMountNode, AnswersForTheWayToEachMountPoint)
     TQvResAttrib attrib;
     for (const char* folder : {"/", "", "/a", "/A/b"}) {
         attrib.Size = 77;
-        EXPECT_EQ(root.ResourceExists(folder), kResFolder) << folder;
+        EXPECT_EQ(root.ResourceExists(folder), *folder == 0 ? kResNothing : kResFolder) << folder;
         EXPECT_TRUE(root.GetResourceAttr(folder, &attrib)) << folder;
         EXPECT_EQ(attrib.Origin, kOriginRootNode);
         EXPECT_EQ(attrib.Size, 0u);

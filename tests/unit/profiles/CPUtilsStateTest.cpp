@@ -1,6 +1,10 @@
+#include <functional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Machine.h"
+#include "profiles/VarFolderLock.h"
+#include "support/ChildProcess.h"
 
 namespace
 {
@@ -157,10 +161,88 @@ TEST_F(State, SaveRemovesWhatIsDroppedAndNothingElse)
     EXPECT_EQ(Policy(), policy) << "a repository has no policy file";
 }
 
+/// What the state of another process does to the VAR folder.
+void ChangeAsOthers(const std::function<void(TQvCPUtils::TCPState&)>& change)
+{
+    TQvCPUtils::TCPState others;
+    TQvCPUtils::ReloadState(others, nullptr);
+    change(others);
+    TQvCPUtils::RefreshProfilesState(others);
+    TQvCPUtils::SaveState(others);
+}
+
+TEST_F(State, SaveKeepsWhatOthersHaveChangedMeanwhile)
+{
+    WritePolicy("profile=Both\n");
+    WriteProfiles({"Both", "Kept", "Theirs"}, kRoot);
+    Temp.MakeFolder("var/Profiles/Unfinished");
+    Reload();
+    ChangeAsOthers([this](TQvCPUtils::TCPState& others) {
+        TQvCPUtils::AddNodeState(TQvPath("/usr"), "Both", others);
+        TQvCPUtils::CreateProfileState("New", others);
+        TQvCPUtils::CreateProfileState("Unfinished", others);
+        others.Profiles.erase(others.Profiles.begin() + 2);
+        others.CurrentProfile = "Kept";
+    });
+    Temp.MakeFolder("var/Profiles/NotYet");
+    const std::string untouched = Profiles("/Kept/profile.x-ini");
+    ASSERT_EQ(chmod(untouched.c_str(), 0600), 0);
+    struct stat before = {};
+    ASSERT_EQ(stat(untouched.c_str(), &before), 0);
+
+    state.Profiles[0].Nodes.erase("/D");
+    TQvCPUtils::AddNodeState(TQvPath("/srv"), "Both", state);
+    EXPECT_EQ(SaveError(), "");
+    EXPECT_EQ(SaveError(), "") << "nor does the next saving take it for removed";
+    EXPECT_EQ(ReadFile(Profiles("/Both/profile.x-ini")),
+              "[profile]\n  remote=0\n  [mount]\n    node=/srv\n    path=/srv\n  [/mount]\n"
+              "  [mount]\n    node=/usr\n    path=/usr\n  [/mount]\n; kept\n[/profile]\n");
+    EXPECT_EQ(Folders(), (TNames{"Both", "Kept", "New", "NotYet", "Unfinished", "profiles.x-ini"}));
+    EXPECT_EQ(ReadFile(Profiles("/profiles.x-ini")),
+              "[profiles]\n  profile=Both\n  profile=Kept\n  profile=New\n"
+              "  profile=Unfinished\n[/profiles]\n");
+    EXPECT_EQ(Policy(), "profile=Kept\n");
+    struct stat after = {};
+    ASSERT_EQ(stat(untouched.c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino) << "what did not change is not written";
+
+    state.CurrentProfile = "Theirs"; // chosen here, though it is gone
+    EXPECT_EQ(SaveError(), "");
+    EXPECT_EQ(Policy(), "profile=Theirs\n");
+}
+
+TEST_F(State, TheLockIsOneForAThreadAndNamesItsHolder)
+{
+    WriteProfiles({"P"});
+    Reload();
+    state.Profiles.clear();
+    state.BuildIndex();
+    TChildProcess holder([this] {
+        const TQvVarFolderLock lock(TQvPath(Var("/Profiles/..")));
+        const TQvVarFolderLock again((TQvPath(Var())));
+        Temp.Write("held", "");
+        return WaitUntil([this] { return !Exists(Profiles("/P")); }) ? 1 : 0;
+    });
+    ASSERT_TRUE(WaitUntil([this] { return Exists(Temp / "held"); }));
+    const std::string text = Thrown([this] { TQvVarFolderLock(TQvPath(Var()), 50); }).what();
+    EXPECT_EQ(text.rfind("\"" + Var("/.lock") + "\" is locked by another process (owner=", 0), 0u)
+        << text;
+    holder.Kill();
+    holder.Wait();
+    EXPECT_EQ(SaveError(), "") << "the lock of a killed process is released";
+    EXPECT_FALSE(Exists(Profiles("/P")));
+}
+
 TEST_F(State, SaveRefusesBeforeItWrites)
 {
     WriteProfiles({"Drop"});
     state.VarFolder = TQvPath(Var());
+    const std::string unread = "The profiles in the folder \"" + Profiles() +
+                               "\" have not been read: they cannot be saved.";
+    EXPECT_EQ(SaveError(), unread) << "a state that was never loaded";
+    EXPECT_EQ(TreeOf(Var()), "Profiles/Drop/profile.x-ini=[profile]\n  remote=0\n[/profile]\n");
+    Reload();
+    state.Profiles.clear();
     Create("Fine");
     Create("");
     const std::string badName =

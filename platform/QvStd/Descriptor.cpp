@@ -1,0 +1,81 @@
+#include "QvStd/Descriptor.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struct stat* status)
+{
+    if (path.find('\0') != std::string::npos)
+        return EINVAL;
+    // O_NONBLOCK keeps a FIFO from waiting for its other end. Reads and writes of regular files
+    // ignore it, so it is not taken back.
+    constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    constexpr mode_t kNewFile = 0666;
+    int number = QvRetryInterrupted([&] { return open(path.c_str(), flags | kAlways, kNewFile); });
+    // A lease on a regular file is about to be given back: that is worth waiting for.
+    if (number < 0 && errno == EWOULDBLOCK && stat(path.c_str(), status) == 0 &&
+        S_ISREG(status->st_mode))
+        number = QvRetryInterrupted(
+            [&] { return open(path.c_str(), flags | (kAlways & ~O_NONBLOCK), kNewFile); });
+    // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.
+    if (number < 0)
+        return errno == ENXIO ? EINVAL : errno;
+    TQvDescriptor opened(number);
+    if (fstat(number, status) != 0)
+        return errno;
+    if (!S_ISREG(status->st_mode))
+        return S_ISDIR(status->st_mode) ? EISDIR : EINVAL;
+    *file = std::move(opened);
+    return 0;
+}
+
+int QvTakeShareLock(int descriptor, qvShareMode share)
+{
+    const int kind = share == kQvShareAll ? LOCK_SH : LOCK_EX;
+    if (QvRetryInterrupted([&] { return flock(descriptor, kind | LOCK_NB); }) == 0)
+        return 0;
+    switch (errno) {
+    case EWOULDBLOCK:
+        return EACCES;
+    case ENOLCK:
+    case EOPNOTSUPP:
+    case ENOSYS:
+    case EINVAL:
+    case EBADF: // network file systems lock no write-only file shared, no read-only one exclusively
+        return 0;
+    default:
+        return errno;
+    }
+}
+
+std::string QvFolderPart(const std::string& path)
+{
+    return path.substr(0, path.rfind('/') + 1);
+}
+
+TQvDescriptor QvOpenForSync(const std::string& path, int file)
+{
+    const std::string folder = QvFolderPart(path);
+    TQvDescriptor opened(
+        open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened && errno == EACCES)
+        opened = TQvDescriptor(fcntl(file, F_DUPFD_CLOEXEC, 0));
+    return opened;
+}
+
+bool QvSyncName(int folderOrFile)
+{
+    struct stat status = {};
+    if (fstat(folderOrFile, &status) != 0)
+        return false;
+    if (!S_ISDIR(status.st_mode))
+        return syncfs(folderOrFile) == 0; // the whole file system: there is no smaller way
+    // Some file systems have no sync for folders, and answer this.
+    return fsync(folderOrFile) == 0 || errno == EINVAL || errno == EOPNOTSUPP;
+}
+
+bool QvSyncFolderOf(const std::string& path, int file)
+{
+    const TQvDescriptor folder = QvOpenForSync(path, file);
+    return folder && QvSyncName(folder.Number());
+}

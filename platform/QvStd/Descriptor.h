@@ -1,0 +1,76 @@
+// Owning file descriptors, and the one way in which this library opens files and folders.
+//
+// Thread-safety: one descriptor belongs to one thread at a time.
+#pragma once
+
+#include <cerrno>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "QvStd/Export.h"
+#include "QvStd/Stream.h"
+
+/// Owns a file descriptor. Its destructor leaves errno alone.
+class TQvDescriptor
+{
+public:
+    TQvDescriptor() = default;
+    explicit TQvDescriptor(int number) : m_number(number) {}
+    ~TQvDescriptor() { Discard(); }
+    TQvDescriptor(TQvDescriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    TQvDescriptor& operator=(TQvDescriptor&& other) noexcept
+    {
+        Discard();
+        m_number = std::exchange(other.m_number, -1);
+        return *this;
+    }
+
+    explicit operator bool() const { return m_number >= 0; }
+    int Number() const { return m_number; }
+    int Release() { return std::exchange(m_number, -1); }
+    /// False with errno when closing reported an error. Never repeated: the descriptor is gone even
+    /// then, and its number may belong to another thread.
+    bool Close() { return m_number < 0 || close(std::exchange(m_number, -1)) == 0; }
+
+private:
+    void Discard()
+    {
+        const int error = errno;
+        Close();
+        errno = error;
+    }
+
+    int m_number = -1;
+};
+
+template <class TCall>
+auto QvRetryInterrupted(const TCall& call)
+{
+    for (;;) {
+        const auto result = call();
+        if (result >= 0 || errno != EINTR)
+            return result;
+    }
+}
+
+/// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for what else
+/// is no regular file. Never waits for the other end of a FIFO. `status` receives what fstat says.
+QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
+                            struct stat* status);
+
+/// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an
+/// errno. A file system without locks counts as granted.
+QVSTD_API int QvTakeShareLock(int descriptor, qvShareMode share);
+
+/// The part of a path that leads to its folder, with its "/"; "" for a name alone.
+QVSTD_API std::string QvFolderPart(const std::string& path);
+
+/// A descriptor with which QvSyncName can bring the name `path` to the disk: of its folder, or of
+/// `file`, an open file in it, where the folder may not be read. Invalid with errno on failure.
+TQvDescriptor QvOpenForSync(const std::string& path, int file);
+/// False with errno.
+bool QvSyncName(int folderOrFile);
+/// Both steps.
+QVSTD_API bool QvSyncFolderOf(const std::string& path, int file);

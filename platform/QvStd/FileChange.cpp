@@ -1,0 +1,103 @@
+#include "QvStd/FileChange.h"
+
+#include <cerrno>
+#include <chrono>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+#include "QvStd/Descriptor.h"
+#include "QvStd/NewFile.h"
+
+namespace
+{
+constexpr std::chrono::seconds kCachesLast(5);
+constexpr std::chrono::milliseconds kPause(50);
+
+/// A file's content, and which file it was.
+struct TFound
+{
+    std::optional<std::string> Content;
+    struct stat Status = {};
+};
+
+/// 0 or an errno.
+int ReadToEnd(int file, std::string* content)
+{
+    char block[16384];
+    for (;;) {
+        const ssize_t count = QvRetryInterrupted([&] { return read(file, block, sizeof block); });
+        if (count < 0)
+            return errno;
+        if (count == 0)
+            return 0;
+        content->append(block, static_cast<std::size_t>(count));
+    }
+}
+
+/// 0, also when there is no file, or an errno.
+int Find(const std::string& path, TFound* found)
+{
+    TQvDescriptor file;
+    const int error = QvOpenRegular(path, O_RDONLY, &file, &found->Status);
+    if (QvIsStale(path, error))
+        return ESTALE;
+    if (error != 0)
+        return error == ENOENT ? 0 : error;
+    return ReadToEnd(file.Number(), &found->Content.emplace());
+}
+
+bool IsStillThere(const std::string& path, const TFound& found)
+{
+    struct stat now = {};
+    if (stat(path.c_str(), &now) != 0)
+        return errno == ENOENT && !found.Content;
+    return found.Content && now.st_dev == found.Status.st_dev && now.st_ino == found.Status.st_ino;
+}
+
+TQvResult Replace(const std::string& path, const TFound& found, const TQvChangedContent& content)
+{
+    TQvNewFile::TOptions options;
+    options.Synced = content.IsSynced;
+    options.IsLockedByCaller = true;
+    TQvNewFile file;
+    TQvResult result = file.Open(path, options);
+    // Asked after the target was opened, which has brought its name up to date.
+    if (result && !IsStillThere(path, found))
+        return TQvResult::Failed(ESTALE, path);
+    if (result)
+        result = file.Write(content.Text.data(), content.Text.size());
+    return result ? file.Publish() : result;
+}
+
+TQvFileChange TryChange(const std::string& path, const TQvContentChange& change)
+{
+    TFound found;
+    if (const int error = Find(path, &found))
+        return {TQvResult::Failed(error, path), {}};
+    const TQvChangedContent content = change(found.Content);
+    if (found.Content == content.Text)
+        return {};
+    return {{}, Replace(path, found, content)};
+}
+} // namespace
+
+bool QvIsStale(const std::string& path, int error)
+{
+    struct stat status = {};
+    // Some clients say that the file is missing while their caches still show it.
+    return error == ESTALE || (error == ENOENT && stat(path.c_str(), &status) == 0);
+}
+
+TQvFileChange QvChangeFile(const std::string& path, const TQvContentChange& change)
+{
+    const auto end = std::chrono::steady_clock::now() + kCachesLast;
+    for (;;) {
+        TQvFileChange done = TryChange(path, change);
+        const bool isStale = done.Reading.Error() == ESTALE || done.Writing.Error() == ESTALE;
+        if (!isStale || std::chrono::steady_clock::now() > end)
+            return done;
+        std::this_thread::sleep_for(kPause);
+    }
+}

@@ -1,0 +1,42 @@
+// Changing the content of a file that others change, too.
+//
+// Thread-safety: callable from any thread.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "QvStd/Export.h"
+#include "QvStd/Result.h"
+
+struct TQvChangedContent
+{
+    std::string Text;
+    bool IsSynced = true; ///< whether the new content has to survive a power cut
+};
+
+/// Makes the new content of the old one, which has no value where there is no file yet. Called
+/// again when what it was given was not the file's content any more.
+using TQvContentChange = std::function<TQvChangedContent(const std::optional<std::string>& old)>;
+
+struct TQvFileChange
+{
+    TQvResult Reading; ///< done, too, when there was no file
+    TQvResult Writing;
+
+    explicit operator bool() const { return Reading && Writing; }
+};
+
+/// Whether opening `path` failed with `error` because another machine has replaced the file: a
+/// client of a network file system knows the old one for as long as its caches last.
+QVSTD_API bool QvIsStale(const std::string& path, int error);
+
+/// Replaces the content of a file, as a whole, by what `change` makes of it; content that stays the
+/// same is not written. The caller holds the lock that keeps others out from the reading to the
+/// writing.
+///
+/// An old file (QvIsStale, or the name leads to another file by the time of the writing) is noticed
+/// before anything is written, and read again, for up to 5 s. `path` is a raw system path. What
+/// `change` throws passes.
+QVSTD_API TQvFileChange QvChangeFile(const std::string& path, const TQvContentChange& change);

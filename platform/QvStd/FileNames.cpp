@@ -1,0 +1,71 @@
+#include "QvStd/FileNames.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <fcntl.h>
+#include <string_view>
+#include <unistd.h>
+
+#include "QvStd/Descriptor.h"
+#include "QvStd/Files.h"
+
+bool QvFollowLinks(std::string* path)
+{
+    constexpr int kMaxLinks = 40;
+    char target[PATH_MAX];
+    for (int i = 0; i < kMaxLinks; ++i) {
+        const ssize_t length = readlink(path->c_str(), target, sizeof target);
+        if (length < 0)
+            return errno == EINVAL || errno == ENOENT; // no link; nothing
+        const std::string_view text(target, static_cast<std::size_t>(length));
+        if (text.front() == '/')
+            *path = text;
+        else
+            *path = QvFolderPart(*path).append(text);
+    }
+    errno = ELOOP;
+    return false;
+}
+
+bool QvRenameToFreeName(const std::string& from, const std::string& to)
+{
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    // The file system cannot do it in one step: take the name with an empty file or folder, which
+    // fails where anything is, and rename over that.
+    struct stat status = {};
+    if (lstat(from.c_str(), &status) != 0)
+        return false;
+    const bool isFolder = S_ISDIR(status.st_mode);
+    if (isFolder ? mkdir(to.c_str(), S_IRWXU) != 0
+                 : !TQvDescriptor(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)))
+        return false;
+    if (rename(from.c_str(), to.c_str()) == 0)
+        return true;
+    const int error = errno;
+    isFolder ? rmdir(to.c_str()) : unlink(to.c_str());
+    errno = error;
+    return false;
+}
+
+TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
+{
+    struct stat fileA = {};
+    struct stat fileB = {};
+    if (stat(a.c_str(), &fileA) != 0 || stat(b.c_str(), &fileB) != 0 ||
+        !QvIsSameInode(fileA, fileB))
+        return TQvSameness::Different;
+    struct stat folderA = {};
+    struct stat folderB = {};
+    const bool oneFolder = stat((QvFolderPart(a) + ".").c_str(), &folderA) == 0 &&
+                           stat((QvFolderPart(b) + ".").c_str(), &folderB) == 0 &&
+                           QvIsSameInode(folderA, folderB);
+    const std::string nameA = a.substr(QvFolderPart(a).size());
+    const std::string nameB = b.substr(QvFolderPart(b).size());
+    const bool isLink = QvIsSymLink(a) || QvIsSymLink(b);
+    return isLink || fileA.st_nlink == 1 || (oneFolder && nameA == nameB) ? TQvSameness::OneEntry
+                                                                          : TQvSameness::HardLinks;
+}

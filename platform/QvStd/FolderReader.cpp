@@ -1,0 +1,81 @@
+#include "QvStd/FolderReader.h"
+
+#include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace
+{
+constexpr std::size_t kBufferSize = std::size_t{32} << 10;
+}
+
+TQvFolderReader::~TQvFolderReader()
+{
+    Close();
+}
+
+TQvFolderReader::TQvFolderReader(TQvFolderReader&& other) noexcept
+{
+    *this = std::move(other);
+}
+
+TQvFolderReader& TQvFolderReader::operator=(TQvFolderReader&& other) noexcept
+{
+    std::swap(m_descriptor, other.m_descriptor);
+    std::swap(m_buffer, other.m_buffer);
+    std::swap(m_length, other.m_length);
+    std::swap(m_next, other.m_next);
+    std::swap(m_result, other.m_result);
+    return *this;
+}
+
+TQvResult TQvFolderReader::Open(const std::string& path)
+{
+    return OpenAt(AT_FDCWD, path.c_str(), true);
+}
+
+TQvResult TQvFolderReader::OpenAt(int folderDescriptor, const char* name, bool followsLink)
+{
+    Close();
+    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followsLink ? 0 : O_NOFOLLOW);
+    m_descriptor = openat(folderDescriptor, name, flags);
+    m_result = m_descriptor >= 0 ? TQvResult::Done() : TQvResult::FromErrno();
+    return m_result;
+}
+
+void TQvFolderReader::Close()
+{
+    const int error = errno;
+    if (m_descriptor >= 0)
+        close(std::exchange(m_descriptor, -1));
+    m_buffer.reset();
+    m_length = m_next = 0;
+    errno = error;
+}
+
+bool TQvFolderReader::Fill()
+{
+    if (!m_buffer)
+        m_buffer.reset(new char[kBufferSize]); // make_unique would clear it
+    const ssize_t length = getdents64(m_descriptor, m_buffer.get(), kBufferSize);
+    if (length < 0)
+        m_result = TQvResult::Failed(errno);
+    m_next = 0;
+    m_length = length > 0 ? static_cast<std::size_t>(length) : 0;
+    return m_length > 0;
+}
+
+bool TQvFolderReader::Next(TQvFolderEntry* entry)
+{
+    while (m_next < m_length || Fill()) {
+        const auto* record = reinterpret_cast<const dirent64*>(m_buffer.get() + m_next);
+        m_next += record->d_reclen;
+        entry->Name = record->d_name;
+        entry->Type = record->d_type;
+        if (entry->Name != "." && entry->Name != "..")
+            return true;
+    }
+    return false;
+}

@@ -1,0 +1,50 @@
+// Reading the entries of one folder.
+//
+// Thread-safety: one reader belongs to one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "QvStd/Export.h"
+#include "QvStd/Result.h"
+
+struct TQvFolderEntry
+{
+    std::string_view Name;  ///< ends with a byte 0; valid until the next entry is read
+    unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not tell
+};
+
+/// Reads a folder in its own order, "." and ".." left out. An end and a failure are two answers:
+/// Next is false for both, and Result says which it was.
+class QVSTD_API TQvFolderReader
+{
+public:
+    TQvFolderReader() = default;
+    ~TQvFolderReader();
+    TQvFolderReader(TQvFolderReader&& other) noexcept;
+    TQvFolderReader& operator=(TQvFolderReader&& other) noexcept;
+
+    TQvResult Open(const std::string& path);
+    /// A name in an open folder; a symbolic link fails (ELOOP or ENOTDIR) unless it is followed.
+    TQvResult OpenAt(int folderDescriptor, const char* name, bool followsLink);
+    explicit operator bool() const { return m_descriptor >= 0; }
+    int Descriptor() const { return m_descriptor; }
+    /// Frees the descriptor; the reader can open another folder.
+    void Close();
+
+    bool Next(TQvFolderEntry* entry);
+    /// Done unless reading has failed.
+    const TQvResult& Result() const { return m_result; }
+
+private:
+    bool Fill();
+
+    int m_descriptor = -1;
+    std::unique_ptr<char[]> m_buffer;
+    std::size_t m_length = 0;
+    std::size_t m_next = 0;
+    TQvResult m_result;
+};

@@ -1,0 +1,452 @@
+#include "QvStd/NewFile.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <fcntl.h>
+#include <linux/limits.h>
+#include <string_view>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "QvStd/ContentCopy.h"
+#include "QvStd/Descriptor.h"
+#include "QvStd/FileNames.h"
+#include "QvStd/Files.h"
+#include "QvStd/Strings.h"
+
+namespace
+{
+constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kNewFileBits = 0666;
+constexpr std::size_t kMaxComponent = 255;
+
+std::uint64_t NextRandom()
+{
+    static std::atomic<std::uint64_t> state = [] {
+        std::uint64_t seed = 0;
+        if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != sizeof seed)
+            seed = static_cast<std::uint64_t>(std::time(nullptr)) << 32 ^
+                   static_cast<std::uint64_t>(getpid());
+        return seed;
+    }();
+    // SplitMix64; numbers that repeat (after a fork) only cost another try at the name.
+    std::uint64_t value = state += 0x9E3779B97F4A7C15u;
+    value = (value ^ value >> 30) * 0xBF58476D1CE4E5B9u;
+    value = (value ^ value >> 27) * 0x94D049BB133111EBu;
+    return value ^ value >> 31;
+}
+
+/// ".<name>.<random>.tmp" beside `target`, the name cut between characters where it is too long.
+std::string TemporaryName(const std::string& target)
+{
+    constexpr std::size_t kAdded = 1 + 1 + 16 + 4;
+    const std::string folder = QvFolderPart(target);
+    std::string name = target.substr(folder.size());
+    if (name.size() > kMaxComponent - kAdded) {
+        std::size_t cut = kMaxComponent - kAdded;
+        while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80)
+            --cut;
+        name.resize(cut);
+    }
+    return folder + '.' + name +
+           Korvadel::ssprintf(".%016llx.tmp", static_cast<unsigned long long>(NextRandom()));
+}
+
+/// Calls `make` with a free temporary name beside `target` until it does not answer EEXIST.
+template <class TMake>
+int MakeTemporary(const std::string& target, std::string* name, const TMake& make)
+{
+    constexpr int kTries = 100;
+    int made = -1;
+    for (int i = 0; i < kTries && made < 0 && (i == 0 || errno == EEXIST); ++i) {
+        *name = TemporaryName(target);
+        made = make(name->c_str());
+    }
+    return made;
+}
+
+/// Gives an unnamed file its first name. -1 with errno.
+int LinkUnnamed(int file, const char* name)
+{
+    // The direct way, which older kernels allow administrators only.
+    static std::atomic<bool> isDirect{true};
+    if (isDirect) {
+        if (linkat(file, "", AT_FDCWD, name, AT_EMPTY_PATH) == 0)
+            return 0;
+        if (errno != ENOENT)
+            return -1;
+    }
+    const std::string path = "/proc/self/fd/" + std::to_string(file);
+    const int linked = linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW);
+    if (linked == 0)
+        isDirect = false;
+    return linked;
+}
+
+int OpenUnnamed(const std::string& folder, mode_t mode)
+{
+    static const bool kCanBeNamed = access("/proc/self/fd", X_OK) == 0;
+    if (!kCanBeNamed) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    return QvRetryInterrupted([&] {
+        return open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
+    });
+}
+
+bool LacksUnnamedFiles(int error)
+{
+    return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
+}
+
+/// The folder cannot take a file, or not let go of the one that is to be replaced.
+bool KeepsItsFiles(int error)
+{
+    return error == EACCES || error == EPERM || error == EROFS || error == EBUSY;
+}
+
+/// What a file system answers that has no owners, permission bits or attributes, or that lets only
+/// an administrator set them.
+bool MayBeLeftOut(int error)
+{
+    return error == EPERM || error == EOPNOTSUPP || error == EACCES;
+}
+
+bool CopyAttribute(int from, int to, const char* name)
+{
+    std::vector<char> value(XATTR_SIZE_MAX);
+    const ssize_t size = fgetxattr(from, name, value.data(), value.size());
+    if (size < 0)
+        return errno == ENODATA || MayBeLeftOut(errno);
+    return fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) == 0 ||
+           MayBeLeftOut(errno);
+}
+
+bool CopyAttributes(int from, int to)
+{
+    std::vector<char> names(XATTR_LIST_MAX);
+    const ssize_t length = flistxattr(from, names.data(), names.size());
+    if (length < 0)
+        return MayBeLeftOut(errno);
+    for (const char* name = names.data(); name < names.data() + length;
+         name += std::string_view(name).size() + 1)
+        if (!CopyAttribute(from, to, name))
+            return false;
+    return true;
+}
+
+/// Gives `to` the owner and the group of another file, as far as that is allowed, and takes from
+/// `mode` the bits that would then serve somebody else. 0 or an errno.
+int CopyOwner(const struct stat& from, int to, mode_t* mode)
+{
+    struct stat now = {};
+    if (fstat(to, &now) != 0)
+        return errno;
+    if (from.st_uid == now.st_uid && from.st_gid == now.st_gid)
+        return 0;
+    if (fchown(to, from.st_uid, from.st_gid) == 0)
+        return 0;
+    // Only an administrator can give a file away: for others it is theirs from now on.
+    if (!MayBeLeftOut(errno))
+        return errno;
+    *mode &= static_cast<mode_t>(~(S_ISUID | S_ISGID));
+    if (from.st_gid == now.st_gid || fchown(to, static_cast<uid_t>(-1), from.st_gid) == 0)
+        return 0;
+    if (!MayBeLeftOut(errno))
+        return errno;
+    const mode_t ofOthers = (*mode & S_IRWXO) << 3;
+    *mode &= ~static_cast<mode_t>(S_IRWXG) | ofOthers;
+    return 0;
+}
+} // namespace
+
+struct TQvNewFile::TState
+{
+    ~TState()
+    {
+        const int error = errno;
+        if (!Temporary.empty())
+            unlink(Temporary.c_str());
+        errno = error;
+    }
+
+    int OpenTarget();
+    int CreateContent();
+    int Dress(int file, bool isNew) const;
+    int SetTime(int file) const;
+    int Sync();
+    int Publish();
+    int NameIt();
+    int HideContent() const;
+    int WriteInPlace();
+    int DiscardUnclosed();
+
+    TOptions Options;
+    std::string Target;     ///< behind all links
+    TQvDescriptor Existing; ///< the target, open for writing: it holds the share lock
+    struct stat Old = {};
+    bool IsSame = false;
+    TQvDescriptor File;
+    std::string Temporary; ///< the name that File has; "" while it has none
+    bool IsInPlace = false;
+    bool IsSynced = false;
+    TQvDescriptor Folder; ///< to be synced after the rename
+};
+
+/// Finds out what is at the target, before anything is made or read.
+int TQvNewFile::TState::OpenTarget()
+{
+    if (Options.ExpectsNone && Options.FailIfExists)
+        return 0;
+    int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
+    if (error == ELOOP) {
+        if (Options.FailIfExists)
+            return EEXIST;
+        if (!QvFollowLinks(&Target))
+            return errno;
+        error = QvOpenRegular(Target, O_WRONLY, &Existing, &Old);
+    }
+    if (error == ENOENT)
+        return 0;
+    if (Options.FailIfExists)
+        return EEXIST;
+    // First: a file that may not be written needs no writing to stay as it is.
+    struct stat other = {};
+    if (Options.NotOnto >= 0 && (error == 0 || stat(Target.c_str(), &Old) == 0)) {
+        if (fstat(Options.NotOnto, &other) != 0)
+            return errno;
+        IsSame = QvIsSameInode(Old, other);
+        if (IsSame)
+            return 0;
+    }
+    if (error != 0 || Options.IsLockedByCaller)
+        return error;
+    return QvTakeShareLock(Existing.Number(), kQvShareAll);
+}
+
+int TQvNewFile::TState::CreateContent()
+{
+    const mode_t mode =
+        Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
+    int file = -1;
+    if (!Existing)
+        file = OpenUnnamed(QvFolderPart(Target), mode);
+    if (Existing || (file < 0 && LacksUnnamedFiles(errno))) {
+        file = MakeTemporary(Target, &Temporary, [mode](const char* name) {
+            return open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        });
+        if (file < 0)
+            Temporary.clear();
+    }
+    if (file < 0 && Existing && KeepsItsFiles(errno)) {
+        if (const int error = HideContent())
+            return error;
+        IsInPlace = true;
+        file = OpenUnnamed(P_tmpdir, S_IRUSR | S_IWUSR);
+    }
+    if (file < 0)
+        return errno;
+    File = TQvDescriptor(file);
+    if (!IsInPlace)
+        return Dress(file, true);
+    return 0;
+}
+
+/// Owner, attributes and permission bits, before there is any content that they protect.
+int TQvNewFile::TState::Dress(int file, bool isNew) const
+{
+    const bool keepsOld = !Options.Permissions && Existing && isNew;
+    mode_t mode = keepsOld ? Old.st_mode & kPermissionBits : Options.Permissions.value_or(0);
+    struct stat owner = Old;
+    if (Options.AttributesOf >= 0 && fstat(Options.AttributesOf, &owner) != 0)
+        return errno;
+    if (keepsOld || Options.AttributesOf >= 0)
+        if (const int error = CopyOwner(owner, file, &mode))
+            return error;
+    if (Options.AttributesOf >= 0 && !CopyAttributes(Options.AttributesOf, file))
+        return errno;
+    if (!Options.Permissions && !keepsOld)
+        return 0;
+    // Not left to the creation: the umask, or a default of the folder, may have taken bits away.
+    return fchmod(file, mode) == 0 || MayBeLeftOut(errno) ? 0 : errno;
+}
+
+int TQvNewFile::TState::SetTime(int file) const
+{
+    if (!Options.UpdateTime)
+        return 0;
+    const timespec times[2] = {{0, UTIME_OMIT}, *Options.UpdateTime};
+    return futimens(file, times) == 0 ? 0 : errno;
+}
+
+int TQvNewFile::TState::Sync()
+{
+    if (IsSynced || fsync(File.Number()) == 0) {
+        IsSynced = true;
+        return 0;
+    }
+    return errno;
+}
+
+int TQvNewFile::TState::Publish()
+{
+    if (IsInPlace)
+        return WriteInPlace();
+    if (const int error = SetTime(File.Number()))
+        return error;
+    if (Options.Synced) {
+        if (const int error = Sync())
+            return error;
+        // Opened first: a folder that cannot be synced is refused while nothing has changed.
+        Folder = QvOpenForSync(Target, File.Number());
+        if (!Folder)
+            return errno;
+    }
+    if (const int error = NameIt())
+        return error;
+    return !Options.Synced || QvSyncName(Folder.Number()) ? 0 : errno;
+}
+
+int TQvNewFile::TState::NameIt()
+{
+    if (Temporary.empty()) {
+        const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
+        if (link(Target.c_str()) == 0)
+            return File.Close() ? 0 : DiscardUnclosed();
+        if (errno != EEXIST || Options.FailIfExists)
+            return errno;
+        // A target has appeared meanwhile: it is checked, and replaced like any other.
+        if (const int error = OpenTarget())
+            return error;
+        if (MakeTemporary(Target, &Temporary, link) != 0) {
+            const int error = errno;
+            Temporary.clear();
+            return error;
+        }
+    }
+    // Closed first: some file systems report only then that there was no room.
+    if (!File.Close())
+        return errno;
+    if (Options.FailIfExists ? QvRenameToFreeName(Temporary, Target)
+                             : rename(Temporary.c_str(), Target.c_str()) == 0) {
+        Temporary.clear();
+        return 0;
+    }
+    const int error = errno;
+    if (!Existing || !KeepsItsFiles(error))
+        return error;
+    File = TQvDescriptor(open(Temporary.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    return File ? WriteInPlace() : error;
+}
+
+/// The content may not be whole: it must not stay under its name.
+int TQvNewFile::TState::DiscardUnclosed()
+{
+    const int error = errno;
+    if (IsSynced)
+        return 0; // nothing was left to be written
+    unlink(Target.c_str());
+    return error;
+}
+
+/// Before content is written over another file: nobody may see more of it than they were meant to.
+int TQvNewFile::TState::HideContent() const
+{
+    constexpr mode_t kReadable = S_IRUSR | S_IRGRP | S_IROTH;
+    const bool showsMore =
+        Options.Permissions && (Old.st_mode & kReadable & ~*Options.Permissions) != 0;
+    return !showsMore || fchmod(Existing.Number(), *Options.Permissions & kPermissionBits) == 0
+               ? 0
+               : errno;
+}
+
+int TQvNewFile::TState::WriteInPlace()
+{
+    struct stat status = {};
+    if (fstat(File.Number(), &status) != 0)
+        return errno;
+    if (const int error = HideContent())
+        return error;
+    if (ftruncate(Existing.Number(), 0) != 0)
+        return errno;
+    TQvCopyReport silent(nullptr, 0);
+    const TQvCopyError error = QvCopyContent(File.Number(), status, Existing.Number(), silent);
+    if (error)
+        return error.Writing != 0 ? error.Writing : error.Reading;
+    if (const int undressed = Dress(Existing.Number(), false))
+        return undressed;
+    // Only the owner may set a time; the content is there nevertheless.
+    const int time = SetTime(Existing.Number());
+    if (time != 0 && !MayBeLeftOut(time))
+        return time;
+    if (Options.Synced && fsync(Existing.Number()) != 0)
+        return errno;
+    return Existing.Close() ? 0 : errno;
+}
+
+TQvNewFile::TQvNewFile() = default;
+TQvNewFile::~TQvNewFile() = default;
+TQvNewFile::TQvNewFile(TQvNewFile&&) noexcept = default;
+TQvNewFile& TQvNewFile::operator=(TQvNewFile&&) noexcept = default;
+
+TQvResult TQvNewFile::Answer(int error) const
+{
+    // ENOENT is a folder that is missing: the content has no place, which is a failure.
+    return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
+}
+
+TQvResult TQvNewFile::Open(const std::string& path, const TOptions& options)
+{
+    m_path = path;
+    m_state = std::make_unique<TState>();
+    m_state->Options = options;
+    m_state->Target = path;
+    int error = m_state->OpenTarget();
+    if (error == 0 && !m_state->IsSame)
+        error = m_state->CreateContent();
+    if (error != 0)
+        m_state.reset();
+    return Answer(error);
+}
+
+bool TQvNewFile::IsSameFile() const
+{
+    return m_state && m_state->IsSame;
+}
+
+int TQvNewFile::Descriptor() const
+{
+    return m_state ? m_state->File.Number() : -1;
+}
+
+TQvResult TQvNewFile::Write(const void* bytes, std::size_t count)
+{
+    const char* next = static_cast<const char*>(bytes);
+    while (count > 0) {
+        const ssize_t done = QvRetryInterrupted([&] { return write(Descriptor(), next, count); });
+        if (done <= 0)
+            return Answer(done == 0 ? EIO : errno);
+        next += done;
+        count -= static_cast<std::size_t>(done);
+    }
+    return TQvResult::Done();
+}
+
+TQvResult TQvNewFile::Sync()
+{
+    return Answer(m_state ? m_state->Sync() : EBADF);
+}
+
+TQvResult TQvNewFile::Publish()
+{
+    const TQvResult result = Answer(m_state ? m_state->Publish() : EBADF);
+    m_state.reset();
+    return result;
+}

@@ -1,0 +1,87 @@
+// New content for a file: the file holds the old content or the new one, whole, whatever happens.
+//
+// Thread-safety: one object belongs to one thread at a time.
+#pragma once
+
+#include <cstddef>
+#include <ctime>
+#include <memory>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+#include "QvStd/Export.h"
+#include "QvStd/Result.h"
+
+/// Content on its way to a path. Open checks the target, Write or Descriptor take the content,
+/// Publish gives it the target's name; without Publish nothing of it stays.
+///
+/// - A target that is not there is written into an unnamed file where the file system can, so that
+///   a killed process leaves nothing; else, and to replace a target, into a hidden temporary file
+///   beside it (".<name>.<random>.tmp").
+/// - A target that is a symbolic link to a file: what it leads to is replaced, the link stays.
+/// - A target that may not be written (EACCES, EROFS, ...), that another opener of this library
+///   holds for itself (EACCES), or that is no regular file (EISDIR, EINVAL) is refused by Open.
+/// - Where the folder cannot take another file but the target may be written, the content is
+///   collected in an unnamed file elsewhere and Publish writes it in place: that one is not whole
+///   after a kill or on a full disk.
+///
+/// Results name the path.
+class QVSTD_API TQvNewFile
+{
+public:
+    struct TOptions
+    {
+        /// An existing target is refused (EEXIST), also one that appears before Publish.
+        bool FailIfExists = false;
+        /// With FailIfExists: Open does not look, Publish finds out. For a target that is hardly
+        /// there, because its folder was just made.
+        bool ExpectsNone = false;
+        /// The content reaches the disk before it gets its name, and the name before Publish
+        /// answers.
+        bool Synced = false;
+        /// The caller holds a lock on the target: its share lock is not asked for, which a network
+        /// file system takes for the same kind of lock.
+        bool IsLockedByCaller = false;
+        /// The permission bits of the new file, set before there is any content. Without a value
+        /// those, and the owner where allowed, of the file that is replaced, or those of any new
+        /// file.
+        std::optional<mode_t> Permissions = {};
+        /// The modification time of the new file.
+        std::optional<timespec> UpdateTime = {};
+        /// A descriptor of the file whose owner (where allowed) and extended attributes (where the
+        /// file system has them) the new file gets; -1 for none.
+        int AttributesOf = -1;
+        /// A descriptor of a file that is not to be replaced by itself: IsSameFile answers then.
+        int NotOnto = -1;
+    };
+
+    TQvNewFile();
+    /// Discards what was not published. errno stays.
+    ~TQvNewFile();
+    TQvNewFile(TQvNewFile&&) noexcept;
+    TQvNewFile& operator=(TQvNewFile&&) noexcept;
+
+    /// `path` is a raw system path. Done, too, when the target is the file of `NotOnto`: then there
+    /// is nothing to write or publish.
+    TQvResult Open(const std::string& path, const TOptions& options);
+    /// Whether the target is the file of `NotOnto`, under this or another name.
+    bool IsSameFile() const;
+    TQvResult Write(const void* bytes, std::size_t count);
+    /// Of the open file, for what Write cannot do; -1 before Open.
+    int Descriptor() const;
+    /// Brings the content to the disk now; Publish does not repeat it.
+    TQvResult Sync();
+    /// Gives the content its name. A failure before the rename leaves the old target; with `Synced`
+    /// a failure of the folder's sync is answered too, and then the new content is in place but may
+    /// not survive a power cut.
+    TQvResult Publish();
+
+private:
+    struct TState;
+
+    TQvResult Answer(int error) const;
+
+    std::string m_path; ///< as it was given
+    std::unique_ptr<TState> m_state;
+};

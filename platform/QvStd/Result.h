@@ -1,0 +1,50 @@
+// How an operation on files ended.
+//
+// Thread-safety: plain values.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "QvStd/Export.h"
+
+/// Done, nothing there, or failed with the reason. Converts to bool: true when done.
+///
+/// "Nothing" is an answer to a question ("does it exist", "list this"); "failed" means that the
+/// question could not be answered or the work could not be done.
+class QVSTD_API TQvResult
+{
+public:
+    TQvResult() = default;
+    static TQvResult Done() { return {}; }
+    /// Error() is ENOENT then.
+    static TQvResult Nothing(std::string name = {});
+    /// `error` is an errno, not 0; `name` is the path or id that the failure is about.
+    static TQvResult Failed(int error, std::string name = {});
+    /// Of a system call that has just failed: ENOENT is "nothing", everything else "failed". errno
+    /// stays.
+    static TQvResult FromErrno(std::string name = {});
+
+    /// Implicit, so that operations that answered a bool can answer a result.
+    operator bool() const { return m_error == 0; } // NOLINT(google-explicit-constructor)
+    bool IsNothing() const { return m_isNothing; }
+    bool HasFailed() const { return m_error != 0 && !m_isNothing; }
+    /// 0 when done, else an errno.
+    int Error() const { return m_error; }
+    const std::string& Name() const { return m_name; }
+    /// The same result about another name.
+    TQvResult Named(std::string name) const;
+
+private:
+    TQvResult(int error, bool isNothing, std::string name)
+        : m_error(error), m_isNothing(isNothing), m_name(std::move(name))
+    {
+    }
+
+    int m_error = 0;
+    bool m_isNothing = false;
+    std::string m_name;
+};
+
+/// The system's text for an errno, "Permission denied".
+QVSTD_API std::string QvErrorText(int error);

@@ -1,0 +1,311 @@
+#include "journal/JournalFile.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include "QvStd/Files.h"
+#include "QvStd/Message.h"
+#include "journal/JournalFormat.h"
+
+namespace
+{
+constexpr std::size_t kTail = 4096;
+constexpr std::uint64_t kWriteBackEvery = std::uint64_t{4} * 1024 * 1024;
+
+int FlagsOf(TJournalAccess access)
+{
+    // O_APPEND: the end is where the file system's server sees it, not where a cache does.
+    switch (access) {
+    case TJournalAccess::Read:
+        return O_RDONLY;
+    case TJournalAccess::Change:
+        return O_RDWR | O_APPEND;
+    case TJournalAccess::Append:
+        return O_RDWR | O_APPEND | O_CREAT;
+    }
+    return O_RDONLY;
+}
+
+/// 0, an errno of a refusal that may pass, as EBUSY, or another errno.
+int Passing(int error)
+{
+    return error == EAGAIN || error == EACCES || error == ESTALE ? EBUSY : error;
+}
+
+bool LacksLocks(int error)
+{
+    return error == ENOLCK || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
+}
+} // namespace
+
+TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
+{
+    m_path = path;
+    m_position = 0;
+    const bool reads = access == TJournalAccess::Read;
+    int error = QvOpenRegular(path, FlagsOf(access), &m_file, &m_status);
+    if (error == ENOENT)
+        return ExplainMissing();
+    // Some file systems refuse an opener where others hold the file for themselves.
+    const int wanted = reads ? R_OK : R_OK | W_OK;
+    if (error == EACCES && faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) == 0)
+        error = EBUSY;
+    if (error == 0)
+        error = Passing(QvTakeShareLock(m_file.Number(), kQvShareAll));
+    if (error == 0)
+        error = LockContent(reads ? F_RDLCK : F_WRLCK);
+    if (error == 0)
+        error = AskServer();
+    if (error == 0)
+        error = CompareWithPath();
+    if (error != 0)
+        m_file = TQvDescriptor();
+    return Answer(error);
+}
+
+int TJournalFile::LockContent(short kind) const
+{
+    struct flock lock = {}; // of length 0: up to the end, wherever that is
+    lock.l_type = kind;
+    lock.l_whence = SEEK_SET;
+    if (fcntl(m_file.Number(), F_OFD_SETLK, &lock) == 0 || LacksLocks(errno))
+        return 0;
+    return Passing(errno);
+}
+
+void TJournalFile::Unlock() const
+{
+    LockContent(F_UNLCK);
+    flock(m_file.Number(), LOCK_UN);
+}
+
+bool TJournalFile::IsUnchanged(const TJournalFile& other) const
+{
+    return m_status.st_dev == other.m_status.st_dev && m_status.st_ino == other.m_status.st_ino &&
+           m_size == other.m_size;
+}
+
+int TJournalFile::AskServer()
+{
+    struct statx now = {};
+    if (statx(m_file.Number(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE | STATX_MTIME,
+              &now) != 0)
+        return Passing(errno);
+    m_size = now.stx_size;
+    m_time = static_cast<std::uint32_t>(now.stx_mtime.tv_sec);
+    return 0;
+}
+
+/// EBUSY when the journal was replaced before its content was locked.
+int TJournalFile::CompareWithPath() const
+{
+    struct statx there = {};
+    if (statx(AT_FDCWD, m_path.c_str(), AT_STATX_FORCE_SYNC, STATX_INO, &there) != 0)
+        return errno == ENOENT ? EBUSY : Passing(errno);
+    const bool isSame = there.stx_ino == m_status.st_ino &&
+                        makedev(there.stx_dev_major, there.stx_dev_minor) == m_status.st_dev;
+    return isSame ? 0 : EBUSY;
+}
+
+/// A journal counts as missing only when the folder does not list it: a link may lead nowhere, and
+/// a network file system may have cached an entry that was replaced meanwhile.
+TQvResult TJournalFile::ExplainMissing() const
+{
+    if (QvIsSymLink(m_path))
+        return Answer(ENOENT);
+    try {
+        const auto listed = QvFindFiles(QvFolderPart(m_path), kJournalFileName, false, false);
+        return listed.empty() ? TQvResult::Nothing(m_path) : Answer(EBUSY);
+    } catch (const TQvMessage&) {
+        return Answer(EACCES);
+    }
+}
+
+std::size_t TJournalFile::Read(char* buffer, std::size_t count)
+{
+    const ssize_t got = QvRetryInterrupted([&] { return read(m_file.Number(), buffer, count); });
+    if (got == 0 && m_position < m_size)
+        errno = EIO;
+    if (got < 0 || (got == 0 && m_position < m_size))
+        return TQvStream::invalid_value;
+    m_position += static_cast<std::uint64_t>(got);
+    return static_cast<std::size_t>(got);
+}
+
+/// Looks for the last checkpoint line from the end, in windows that grow. 0 or an errno.
+int TJournalFile::FindSealedEnd(std::uint64_t* end) const
+{
+    std::string tail;
+    for (std::uint64_t window = std::min<std::uint64_t>(kTail, m_size);; window *= 2) {
+        window = std::min(window, m_size);
+        tail.resize(window);
+        const std::uint64_t start = m_size - window;
+        for (std::size_t done = 0; done < window;) {
+            const ssize_t got = QvRetryInterrupted([&] {
+                return pread(m_file.Number(), tail.data() + done, window - done,
+                             static_cast<off_t>(start + done));
+            });
+            if (got <= 0)
+                return got < 0 ? errno : EIO;
+            done += static_cast<std::size_t>(got);
+        }
+        std::size_t last = tail.rfind('\n');
+        *end = last == std::string::npos ? start : start + last + 1;
+        while (last != std::string::npos) {
+            const std::size_t before = last == 0 ? std::string::npos : tail.rfind('\n', last - 1);
+            const bool isKnown = before != std::string::npos || start == 0;
+            const std::size_t line = before == std::string::npos ? 0 : before + 1;
+            if (isKnown && tail[line] == kCheckpointMark) {
+                *end = start + last + 1;
+                return 0;
+            }
+            last = before;
+        }
+        if (start == 0)
+            return 0;
+    }
+}
+
+TQvResult TJournalFile::CutUnsealed()
+{
+    std::uint64_t end = m_size;
+    if (m_size != 0)
+        if (const int error = FindSealedEnd(&end))
+            return Answer(error);
+    if (end == m_size)
+        return TQvResult::Done();
+    if (ftruncate(m_file.Number(), static_cast<off_t>(end)) != 0 || fdatasync(m_file.Number()) != 0)
+        return Answer(errno);
+    return Answer(AskServer());
+}
+
+TQvResult TJournalFile::AppendAndClose(std::string_view block)
+{
+    if (const TQvResult cut = CutUnsealed(); !cut)
+        return cut;
+    const std::uint64_t before = m_size;
+    int error = Write(block);
+    if (error == 0 && fdatasync(m_file.Number()) != 0)
+        error = errno;
+    // An empty file may be new, and its name not on the disk.
+    if (error == 0 && before == 0)
+        error = SyncName();
+    if (error == 0)
+        error = AskServer();
+    if (error == 0 && !m_file.Close())
+        error = errno;
+    if (error != 0)
+        CutBack(before, block.size());
+    return Answer(error);
+}
+
+int TJournalFile::SyncName() const
+{
+    std::string target = m_path;
+    return QvFollowLinks(&target) && QvSyncFolderOf(target, m_file.Number()) ? 0 : errno;
+}
+
+int TJournalFile::Write(std::string_view block)
+{
+    while (!block.empty()) {
+        const ssize_t put =
+            QvRetryInterrupted([&] { return write(m_file.Number(), block.data(), block.size()); });
+        if (put <= 0)
+            return put < 0 ? errno : EIO;
+        block.remove_prefix(static_cast<std::size_t>(put));
+    }
+    return 0;
+}
+
+/// After a close that failed the file is opened anew: it must hold the block and nothing else then.
+void TJournalFile::CutBack(std::uint64_t size, std::size_t blockSize)
+{
+    const bool isHeld = static_cast<bool>(m_file);
+    if (!isHeld && (!Open(m_path, TJournalAccess::Change) || m_size != size + blockSize))
+        return;
+    if (ftruncate(m_file.Number(), static_cast<off_t>(size)) == 0)
+        fdatasync(m_file.Number());
+    m_file.Close();
+}
+
+TQvResult TJournalFile::Answer(int error) const
+{
+    return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
+}
+
+TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old)
+{
+    m_path = m_target = path;
+    m_replaces = static_cast<bool>(old);
+    m_old = old.Descriptor();
+    TQvNewFile::TOptions options;
+    if (m_replaces) {
+        if (!QvFollowLinks(&m_target))
+            return TQvResult::Failed(errno, path);
+        options.Permissions = old.Permissions();
+        options.AttributesOf = old.Descriptor();
+    }
+    // One name for all, so that the next rewrite replaces what a killed one may have left.
+    const std::string folder = QvFolderPart(m_target);
+    m_temporary = folder + '.' + m_target.substr(folder.size()) + ".new";
+    if (unlink(m_temporary.c_str()) != 0 && errno != ENOENT)
+        return TQvResult::Failed(errno, m_temporary);
+    return m_file.Open(m_temporary, options);
+}
+
+TQvResult TJournalRewrite::Write(std::string_view bytes)
+{
+    const TQvResult written = m_file.Write(bytes.data(), bytes.size());
+    m_size += bytes.size();
+    // The disk works while the next records are formatted: Sync has less to wait for. Only a hint,
+    // whose failures Sync meets again.
+    if (written && m_size - m_started >= kWriteBackEvery) {
+        sync_file_range(m_file.Descriptor(), static_cast<off_t>(m_started),
+                        static_cast<off_t>(m_size - m_started), SYNC_FILE_RANGE_WRITE);
+        m_started = m_size;
+    }
+    return written;
+}
+
+TQvResult TJournalRewrite::Publish(bool keepsOld)
+{
+    if (const TQvResult named = m_file.Publish(); !named)
+        return named;
+    int error = keepsOld && m_replaces ? KeepOld() : 0;
+    if (error == 0)
+        error = Rename();
+    if (error != 0)
+        unlink(m_temporary.c_str());
+    if (error == 0 && !QvSyncFolderOf(m_target, m_old))
+        error = errno;
+    return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
+}
+
+/// By another name of the same file, which needs no room; else by a copy.
+int TJournalRewrite::KeepOld() const
+{
+    const std::string kept = m_path + kDamagedJournalSuffix;
+    if (unlink(kept.c_str()) != 0 && errno != ENOENT)
+        return errno;
+    return link(m_target.c_str(), kept.c_str()) == 0 || QvCopyFile(m_target, kept, true) ? 0
+                                                                                         : errno;
+}
+
+int TJournalRewrite::Rename() const
+{
+    const char* const from = m_temporary.c_str();
+    const char* const to = m_target.c_str();
+    // A journal that has appeared meanwhile is not replaced, where the file system can tell.
+    if (!m_replaces) {
+        if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
+            return 0;
+        if (errno != EINVAL && errno != ENOSYS)
+            return errno;
+    }
+    return rename(from, to) == 0 ? 0 : errno;
+}

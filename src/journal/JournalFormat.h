@@ -1,0 +1,33 @@
+// The storage journal's format: what its reader and its writer must agree on.
+//
+// Thread-safety: constants.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+/// Names of the files of a storage folder.
+inline constexpr char kJournalFileName[] = "$QvStorage.list";
+inline constexpr char kStorageXIniFileName[] = "$QvStorage.x-ini";
+inline constexpr char kStorageContentName[] = "content";
+/// What a repair has replaced.
+inline constexpr char kDamagedJournalSuffix[] = ".damaged";
+/// Put behind the folder as it is. The backslash is part of the file's name: the lock lies beside
+/// the folder and is named after it, and every user of a storage has to look for it there.
+inline constexpr char kStorageLockSuffix[] = "\\$QvStorage.lock";
+
+/// What a line is, told by its first character. Lines that begin otherwise are ignored.
+inline constexpr char kStampMark = ':';
+inline constexpr char kRecordMark = '/';
+inline constexpr char kRemovalMark = '-';
+inline constexpr char kCheckpointMark = '*';
+inline constexpr char kNameMark = '?'; ///< between the id and the name of a record
+
+inline constexpr std::string_view kLineEnd = "\r\n";
+
+/// The signature line; it stands right behind the stamp line of 1 + 8 + 2 bytes.
+inline constexpr const char* StorageSgn = ";QV5Dir\r\n";
+inline constexpr std::size_t kSignatureOffset = 11;
+
+/// The metadata beside a resource is no resource: a rebuild leaves it out.
+inline constexpr std::string_view kMetaExtension = ".meta";

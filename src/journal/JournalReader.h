@@ -1,0 +1,60 @@
+// Reading a storage journal.
+//
+// Thread-safety: pure functions, callable from any thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "QvStd/Stream.h"
+
+/// Normalized id -> name as its creator spelled it, in byte order of the ids.
+using TJournalEntries = std::map<std::string, std::string>;
+
+enum class TJournalState
+{
+    /// Every line that was read is sealed by a checkpoint that matches.
+    Whole,
+    /// The last lines have no checkpoint: an append ended early.
+    TornTail,
+    /// A checkpoint does not match the block before it. Nothing behind it was looked at.
+    Damaged,
+    /// No signature where it has to stand, or an empty file. Nothing was looked at.
+    BadSignature,
+    /// There is no journal. Answered by callers that open it.
+    Missing,
+    /// The source failed. What was read before may be whole and yet half of the journal.
+    Unreadable,
+};
+
+struct TJournalReading
+{
+    TJournalState State = TJournalState::BadSignature;
+    /// Checkpoints that matched.
+    std::size_t Checkpoints = 0;
+    /// Bytes from the start of the file that are sealed; the block that is torn or damaged begins
+    /// here.
+    std::size_t SealedBytes = 0;
+    /// Entries that the sealed bytes give; 0 when nothing was replayed.
+    std::size_t SealedRecords = 0;
+    /// Bytes behind the last line feed. They are no line, are never read, and do not count for
+    /// State.
+    std::size_t UnreadBytes = 0;
+};
+
+/// Copies up to `count` next bytes of a journal to `buffer`: how many, 0 only at its end, or
+/// TQvStream::invalid_value after a failure.
+using TJournalSource = std::function<std::size_t(char* buffer, std::size_t count)>;
+
+/// Replays a journal into `entries`, line by line; null only checks. Lines are applied before the
+/// checkpoint that seals them is seen, so unless the answer is Whole, `entries` holds lines that
+/// no checkpoint seals.
+TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entries);
+TJournalReading ReadJournal(std::string_view bytes, TJournalEntries* entries);
+
+/// zlib's CRC-32 of `bytes`, as checkpoints hold it; going on from that of the bytes before.
+std::uint32_t JournalChecksum(std::string_view bytes, std::uint32_t before = 0);

@@ -1,0 +1,127 @@
+// A resource storage: a folder whose resources lie under "content", and a journal that lists them.
+//
+// The journal ("$QvStorage.list") is appended to by every change and sealed block by block by
+// checksums; loading replays it into a map; a journal of too many blocks is rewritten while it is
+// loaded; a broken one is rebuilt from the content folder. Processes and computers share it under
+// a lock file. docs/formats.md describes its bytes.
+//
+// Operations answer true when they are done; what they changed is on the disk then. Every failure
+// is logged, Failure() says why, and the journal is as it was. Nothing is thrown except by the
+// locker's construction (no owner).
+//
+// Each operation takes a lock as its last argument, so that one lock can serve a sequence; without
+// one it takes its own and releases it at its end. Reading operations take a shared lock and leave
+// the kind of a given one alone. Writing operations, a rewrite or a repair while loading too, turn
+// a given shared lock into an exclusive one, which it stays; when that is refused, they fail as if
+// there were no lock. An append under a lock whose file was replaced takes the lock anew and
+// repeats itself; a rewrite fails.
+//
+// Thread-safety: one object belongs to one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "QvStd/Path.h"
+#include "QvStd/Result.h"
+#include "QvStd/Var.h"
+#include "journal/JournalFile.h"
+#include "journal/JournalReader.h"
+#include "journal/StorageLocker.h"
+
+class TResStorage
+{
+public:
+    using TLocker = var_a<TStorageLocker*>;
+
+    TResStorage() = default;
+    explicit TResStorage(TStorageSettings settings) : Settings(std::move(settings)) {}
+
+    std::string Name;   ///< shown in messages
+    std::string Folder; ///< on disk; all users of a storage must spell it alike (see the locker)
+    TStorageSettings Settings;
+
+    TQvPath DirFile() const;
+    TQvPath XIniFile() const;
+
+    /// What the journal held when it was last loaded; stale after an append of any process.
+    const TJournalEntries& Dir() const { return m_dir; }
+    /// Size in bytes and Unix time of the journal when this object last read, wrote or extended it.
+    std::uint64_t DirSize() const { return m_dirSize; }
+    std::uint32_t DirTime() const { return m_dirTime; }
+    /// What the last load found, before any repair.
+    const TJournalReading& Reading() const { return m_reading; }
+    /// Why the last operation failed: an errno and a path; done when it did not fail.
+    const TQvResult& Failure() const { return m_failure; }
+
+    /// Loads the journal. A missing, torn or damaged one is rebuilt from the content folder first;
+    /// what is replaced is kept as "$QvStorage.list.damaged", and a warning is logged. A journal
+    /// that could not be opened or read is not broken: false, and nothing has changed.
+    bool LoadDir(const TLocker& given = {});
+    /// One load. False when the journal is missing, does not open or is not whole; Dir() then holds
+    /// what was read until the fault. A journal of more than ChangeCount2Merge blocks is rewritten,
+    /// unless others share the lock just then.
+    bool DoLoadDir(const TLocker& given = {});
+    /// Makes the map anew from what lies in the content folder (which is created when missing) and
+    /// writes it. A content folder that cannot be read whole fails and leaves the journal alone.
+    bool RecreateDir(const TLocker& given = {});
+    /// Writes the whole journal from the map: what others have appended since the load is lost
+    /// unless one lock was held all the time.
+    bool SaveDir(const TLocker& given = {});
+    /// Append one change. The map is left alone: it changes only by loading. `id` is absolute and
+    /// has no "/" at its end, for a folder neither. Refused (EINVAL) are ids that a journal cannot
+    /// give back: not absolute, with a byte below 0x20 or a "?", with a blank behind the first "/",
+    /// or with one at the end (which only the removal of a folder may have); and "/" and an id that
+    /// ends in "/".
+    bool AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});
+    bool DeleteResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});
+    /// Cuts off the journal's end behind the last checkpoint, where a writer was killed: what was
+    /// reported as done stays. A missing journal, and one without any checkpoint, stay as they are.
+    bool CutTornTail(const TLocker& given = {});
+    /// Whether others have changed the journal: its size or time differ from DirSize() and
+    /// DirTime(), or the size before an append of this object was not DirSize(). Takes no lock.
+    bool DirChanged() const;
+    /// Reserved for loading only what was appended: does nothing and answers false.
+    bool LoadDirUpdate(const TLocker& given = {});
+    /// Loads and rewrites, with one write. A journal that could not be loaded is not overwritten.
+    bool MergeDir(const TLocker& given = {});
+
+private:
+    struct TMessages;
+    enum class TLoaded
+    {
+        Failed,
+        AsItIs,
+        Rewritten
+    };
+
+    bool Lock(TLocker* locker, bool forWriting, const TMessages& messages);
+    void Log(const char* text, int level) const;
+    bool Fail(const char* text, int level, const TQvResult& why);
+    TQvResult Open(TJournalFile* file, TJournalAccess access, const TMessages& messages) const;
+    // `read` receives the journal that was read, open and without locks: a rewrite of what it gave
+    // replaces only this file.
+    bool Load(const TLocker& locker, TJournalFile* read, bool shortens);
+    TLoaded LoadOrRepair(const TLocker& locker, TJournalFile* read, bool shortens);
+    TJournalReading ReadDirFile(TJournalFile* read);
+    void Shorten(const TLocker& locker, const TJournalFile& read);
+    bool Repair(const TLocker& locker, const TJournalFile& read);
+    bool ListContent();
+    void ListFound(const std::string& path, std::size_t contentLength);
+    bool Save(const TLocker& locker, const TJournalFile* read, bool keepsOld);
+    TQvResult WriteDir(TJournalRewrite* rewrite) const;
+    bool Append(const std::string& id, std::string line, const TLocker& given,
+                const TMessages& messages);
+    bool AppendBlock(const std::string& block, const TMessages& messages);
+    void NoteDirFile(const TJournalFile& file);
+
+    TJournalEntries m_dir;
+    TJournalReading m_reading;
+    TQvResult m_failure;
+    std::uint64_t m_dirSize = 0;
+    std::uint32_t m_dirTime = 0;
+    bool m_isStale = false; ///< others have changed what m_dirSize and m_dirTime do not show
+};
+
+/// "whole", "missing", "bad signature", "torn tail" or "damage at byte N".
+std::string JournalFinding(const TJournalReading& reading);

@@ -1,0 +1,54 @@
+#include "manager/LastFailure.h"
+
+#include "QvStd/Log.h"
+#include "QvStd/Message.h"
+#include "manager/ResourceManager.h"
+
+namespace
+{
+TQvFailure& Record()
+{
+    thread_local TQvFailure failure;
+    return failure;
+}
+} // namespace
+
+const TQvFailure& TResourceManager::LastFailure()
+{
+    return Record();
+}
+
+void TResourceManager::SetLastFailure(int error, const std::string& id)
+{
+    TQvFailure& record = Record();
+    record.Error = error;
+    record.Id = error == 0 ? std::string() : id;
+    record.OfMetadata = false;
+}
+
+bool QvReport(const TQvResult& result)
+{
+    TQvFailure& record = Record();
+    record.Error = result.Error();
+    record.Id = result ? std::string() : result.Name();
+    record.OfMetadata = false;
+    return result;
+}
+
+bool QvReportAnswer(const TQvResult& result)
+{
+    QvReport(result.IsNothing() ? TQvResult::Done() : result);
+    return result;
+}
+
+void QvReportSidecar(const TQvResult& sidecar, const std::string& src, const std::string& dst)
+{
+    if (sidecar)
+        return;
+    constexpr int kLogLevel = 5;
+    QvLogWriteWarning(TQvMessage("@The metadata of %1% could not be copied to %2%: %3%")
+                          << src << dst << QvErrorText(sidecar.Error()),
+                      kLogLevel, 0);
+    QvReport(sidecar);
+    Record().OfMetadata = true;
+}

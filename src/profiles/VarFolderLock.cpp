@@ -1,0 +1,61 @@
+#include "profiles/VarFolderLock.h"
+
+#include <cerrno>
+#include <map>
+#include <memory>
+#include <sys/stat.h>
+#include <utility>
+
+#include "QvConfig/Config.h"
+#include "QvStd/FileLock.h"
+#include "QvStd/Files.h"
+#include "QvStd/Message.h"
+#include "manager/ModuleInitializer.h"
+#include "profiles/VarFolderLayout.h"
+
+namespace
+{
+constexpr char kLockFile[] = ".lock";
+
+/// A folder, however its path is spelled.
+using TFolderKey = std::pair<dev_t, ino_t>;
+
+/// The locks that this thread holds. Another thread has to wait for them as another process does.
+std::map<TFolderKey, std::weak_ptr<TQvLockFile>>& HeldLocks()
+{
+    thread_local std::map<TFolderKey, std::weak_ptr<TQvLockFile>> locks;
+    return locks;
+}
+
+TFolderKey KeyOfE(const TQvPath& folder)
+{
+    struct stat status = {};
+    if (stat(folder.toSysStr().c_str(), &status) != 0)
+        throw QvLockMessage((folder / kLockFile).toSysStr(), -errno);
+    return {status.st_dev, status.st_ino};
+}
+
+/// For the note in the lock file; a process id says little without its machine.
+std::string Owner()
+{
+    return std::string(program_invocation_short_name) + "@" + TQvConfigData().getComputerName();
+}
+} // namespace
+
+TQvVarFolderLock::TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeoutMs)
+{
+    if (!varFolder.isPathValid())
+        throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
+    QvForceDirectoriesE(varFolder);
+    std::weak_ptr<TQvLockFile>& held = HeldLocks()[KeyOfE(varFolder)];
+    m_lock = held.lock();
+    if (m_lock)
+        return;
+    const std::string file = (varFolder / kLockFile).toSysStr();
+    m_lock = TQvLockFile::VCreate(file, true, Owner(), timeoutMs);
+    if (!*m_lock)
+        throw QvLockMessage(file, m_lock->getError());
+    held = m_lock;
+}
+
+TQvVarFolderLock::~TQvVarFolderLock() = default;

@@ -1,0 +1,37 @@
+// Why an operation on resources did not do what it was asked.
+//
+// Thread-safety: plain values.
+#pragma once
+
+#include <string>
+
+#include "QvServicesExport.h"
+#include "QvStd/Result.h"
+
+struct QVSERVICES_API TQvFailure
+{
+    int Error = 0;  ///< an errno; 0 for no failure
+    std::string Id; ///< the resource or folder that it is about
+    /// The content has arrived, only the metadata of the resource has failed.
+    bool OfMetadata = false;
+
+    /// `/A/secret: Permission denied`; "" for no failure.
+    std::string text() const;
+};
+
+/// Whether something is there, and when that could not be found out, why. Converts to the existence
+/// code.
+struct TQvExistence
+{
+    unsigned Kind = 0; ///< kResNothing, kResResource or kResFolder
+    TQvResult Result;  ///< done, nothing or failed
+
+    operator unsigned() const { return Kind; } // NOLINT(google-explicit-constructor)
+};
+
+/// How a resource and its sidecar were copied or moved.
+struct TQvTransfer
+{
+    TQvResult Content;
+    TQvResult Sidecar; ///< done, too, when the source has none
+};

@@ -1,0 +1,101 @@
+// Several calls at once: what each of them has acknowledged is kept.
+#include <unistd.h>
+
+#include "cli/QvresTest.h"
+
+namespace
+{
+/// `many N COMMAND...` runs a shell command N times at once, with n = 1 to N; a call that fails
+/// leaves its message.
+constexpr char kMany[] = R"(
+    many() { count=$1; shift; for n in $(seq $count); do eval "$@" 2>&1 & done; wait; }
+)";
+
+class TParallelTest : public TQvresTest
+{
+protected:
+    static bool CanTrace() { return std::system("strace -o /dev/null true 2>/dev/null") == 0; }
+    void ExpectMany(const std::vector<std::pair<std::string, std::string>>& steps) const
+    {
+        for (const auto& [script, answer] : steps)
+            Expect({{kMany + script, answer}});
+    }
+};
+
+TEST_F(TParallelTest, NothingAcknowledgedIsLost)
+{
+    m_temp.Write("a/x", "; kept\n");
+    ExpectMany({
+        {"qvres setup a; mkdir d; (cd d; mkdir $(seq 12))", "/a\n"},
+        {"many 12 '$QVRES mount /M$n d/$n'; qvres mounts | grep -c /M", "12\n"},
+        {"many 11 '$QVRES unmount /M$n'; qvres mounts | grep /M", "/M12\t$T/d/12\n"},
+        {"many 8 '$QVRES profile add LocalProfile d/$n >/dev/null'; qvres mounts | grep -c /d/",
+         "9\n"},
+        {"many 10 '$QVRES profile create P$n'; qvres profile list | grep -c ' P'", "10\n"},
+        {"many 10 '$QVRES profile add P$n d/$n >/dev/null; $QVRES profile select P$n'", ""},
+        {"qvres profile select P1; many 9 '$QVRES profile remove P$n' | sort -u | wc -l; qvres "
+         "profile list | grep -c ' P'",
+         "1\n2\n"},
+        {"many 20 '$QVRES --mount /A=a xini set /A/x s/k$n $n'; grep -c k a/x; ls -A a", "21\nx\n"},
+    });
+}
+
+TEST_F(TParallelTest, SetupLeavesACurrentProfile)
+{
+    ExpectMany({
+        {"for round in 1 2 3 4 5; do many 3 '$QVRES --var v$round setup a'; "
+         "qvres --var v$round ls; done | sort | uniq -c | tr -s ' '",
+         " 15 /a\n 5 /a/\n"},
+        {"many 2 '$QVRES --var w setup $(test $n = 1 && echo a || echo b) >/dev/null'; qvres --var "
+         "w ls "
+         "| wc -l",
+         R"(qvres: there are profiles already; "qvres profile add NAME FOLDER" adds a folder )"
+         "to one of them\n1\n"},
+    });
+}
+
+/// Each waits between the opening of the file and its lock, so that others replace the file there.
+TEST_F(TParallelTest, TheLockOfAReplacedFileIsTakenAnew)
+{
+    if (!CanTrace())
+        GTEST_SKIP() << "processes may not be traced here";
+    m_temp.Write("a/x", "");
+    ExpectMany(
+        {{"slow() { strace -o /dev/null -e trace=fcntl -e inject=fcntl:delay_enter=20000 $*; }\n"
+          "many 6 'slow $QVRES --mount /A=a xini set /A/x k$n $n'; grep -c k a/x",
+          "6\n"}});
+}
+
+/// Killed at each call that puts something into a folder, then run again.
+TEST_F(TParallelTest, SetupAfterAKilledOneCompletesIt)
+{
+    if (!CanTrace())
+        GTEST_SKIP() << "processes may not be traced here";
+    Expect({{R"(
+        calls=mkdir,rename,renameat,renameat2,linkat
+        for n in $(seq 100); do
+            { strace -o /dev/null -e trace=$calls -e inject=$calls:signal=KILL:when=$n \
+                "$QVRES" --var k$n setup a >/dev/null; } 2>/dev/null && break
+            test $((n % 2)) = 0 && folder=a || folder=
+            "$QVRES" --var k$n setup $folder >/dev/null || echo "setup $n"
+            "$QVRES" --var k$n ls >/dev/null || echo "ls $n"
+        done
+        test $n -gt 8 && test $n -lt 100 && echo "killed often enough")",
+             "killed often enough\n"}});
+}
+
+TEST_F(TParallelTest, WithoutAHomeFolderNothingIsReadFromTheCurrentFolder)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become a user without a name";
+    m_temp.Write(".config/velmor/registry.x-ini",
+                 "[Software\\Velmor\\KORVADEL\\6 Airlane]\nVarPath=$T/planted\n[/]\n");
+    const std::string noHome =
+        R"(qvres: there is no home folder, and so no default VAR folder; "--var DIR" names one)";
+    Expect(
+        {{"qvres --var .config/velmor/KORVADELAirlane7.VAR setup a; chmod -R 777 .", "/a\n"},
+         {R"(nameless() { env -u HOME -u QV_REGISTRY_DIR setpriv --reuid 54321 "$QVRES" "$@" 2>&1; }
+                nameless mounts; nameless setup b; nameless --mount /B=b mounts; ls -A .config/velmor)",
+          noHome + "\n" + noHome + "\n/B\t$T/b\nKORVADELAirlane7.VAR\nregistry.x-ini\n"}});
+}
+} // namespace

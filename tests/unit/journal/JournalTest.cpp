@@ -1,0 +1,399 @@
+#include "JournalFixture.h"
+
+#include <filesystem>
+#include <functional>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "QvStd/Clock.h"
+#include "QvStd/FileStream.h"
+#include "support/ChildProcess.h"
+
+namespace
+{
+using TLines = std::vector<std::string>;
+
+/// Texts of the log as written, each with its level: "text [5]".
+TLines LogOf(const TLogCapture& log)
+{
+    TLines lines;
+    for (const TLogCapture::TEntry& entry : log.Entries)
+        lines.push_back(entry.Text + " [" + std::to_string(entry.Level) + "]");
+    return lines;
+}
+
+const std::string kEmpty = Sealed(kJournalHead);
+const std::string kTwoBlocks = Sealed(kJournalHead + "/A?a\r\n") + Sealed("/B?b\r\n");
+const std::string kCannotHold = "(): Storage (%1%) cannot hold the id (%2%) [";
+const std::string kNotRead = "TResStorage::DoLoadDir(): Storage (%1%) dir open failure [3]";
+
+TEST_F(TStorageTest, AppendsAndRewritesTheseBytes)
+{
+    WriteJournal(kEmpty);
+    ASSERT_TRUE(Storage.LoadDir());
+    ASSERT_TRUE(Storage.AddResourceRecord("/Data/b.txt", false));
+    ASSERT_TRUE(Storage.AddResourceRecord("/Data", true));
+    ASSERT_TRUE(Storage.DeleteResourceRecord("/Data/b.txt", false));
+    ASSERT_TRUE(Storage.DeleteResourceRecord("/Old", true));
+    ASSERT_TRUE(Storage.AddResourceRecord("/a\xC3\xA4", false));
+    EXPECT_TRUE(Storage.Dir().empty()) << "the map changes only by loading";
+    EXPECT_EQ(Journal(), kEmpty + Sealed("/DATA/B.TXT?b.txt\r\n") + Sealed("/DATA/?Data\r\n") +
+                             Sealed("-DATA/B.TXT\r\n") + Sealed("-OLD/\r\n") +
+                             Sealed("/A\xC3\xA4?a\xC3\xA4\r\n"));
+
+    ASSERT_TRUE(Storage.MergeDir());
+    const std::string whole = Journal();
+    EXPECT_EQ(whole.front(), ':');
+    EXPECT_EQ(whole.find_first_not_of("0123456789ABCDEF", 1), 9u);
+    EXPECT_EQ(whole, Sealed(whole.substr(0, 11) + ";QV5Dir\r\n/A\xC3\xA4?a\xC3\xA4\r\n"
+                                                  "/DATA/?Data\r\n"));
+}
+
+TEST_F(TStorageTest, ReplaysLines)
+{
+    const struct
+    {
+        const char* Guards;
+        std::string Block;
+        TJournalEntries Entries;
+    } kRows[] = {
+        {"last name wins", "/A?a\r\n/A?b\r\n", {{"/A", "b"}}},
+        {"added, removed, added", "/A?a\r\n-A\r\n-A\r\n/A?c\r\n", {{"/A", "c"}}},
+        {"split at the last ?", "/x?y?z\r\n", {{"/x?y", "z"}}},
+        {"no ?", "/AB\r\n/C?c\r\n", {{"/C", "c"}}},
+        {"trimmed, CR dropped, LF alone taken", "/A? a b\t \r\n-A \n/B?b\n", {{"/B", "b"}}},
+        {"ids stay as they stand, in byte order",
+         "/b?1\r\n/a?2\r\n/B?3\r\n/\xFF?4\r\n",
+         {{"/B", "3"}, {"/a", "2"}, {"/b", "1"}, {"/\xFF", "4"}}},
+        {"unknown lines and stamps", "!x\r\n\r\n:1\r\n;2\r\n /A?a\r\n/B?\r\n", {{"/B", ""}}},
+    };
+    for (const auto& row : kRows) {
+        WriteJournal(Sealed(kJournalHead + row.Block));
+        EXPECT_TRUE(Storage.DoLoadDir()) << row.Guards;
+        EXPECT_EQ(Storage.Dir(), row.Entries) << row.Guards;
+    }
+}
+
+TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
+{
+    // Longer than any buffer: lines that cross the end of a piece, and one that fills several.
+    std::string block = ";QV5Dir\r\n";
+    for (int i = 10000; i < 40000; ++i)
+        block += "/ID" + std::to_string(i) + "?name\r\n";
+    block += "/LONG?" + std::string(600000, 'n') + "\r\n";
+    WriteJournal(Sealed(":0123ABCD\r\n" + block) + Sealed("/ID10000?other\r\n"));
+    ASSERT_TRUE(Storage.DoLoadDir());
+    EXPECT_EQ(Storage.Dir().size(), 30001u);
+    EXPECT_EQ(Storage.Dir().at("/LONG").size(), 600000u);
+    EXPECT_EQ(Storage.Dir().at("/ID10000"), "other");
+
+    ASSERT_TRUE(Storage.SaveDir());
+    block.replace(block.find("?name") + 1, 4, "other");
+    const std::string saved = Journal();
+    EXPECT_TRUE(saved == Sealed(saved.substr(0, 11) + block));
+    EXPECT_EQ(ReadJournal(saved + "-A\r\n*0\r\n", nullptr).SealedBytes, saved.size());
+
+    QvSleep(2);
+    ASSERT_TRUE(Storage.SaveDir());
+    EXPECT_NE(Journal().substr(0, 11), saved.substr(0, 11)) << "no two rewrites are alike";
+}
+
+TEST_F(TStorageTest, WhatCannotBeReadIsNeitherShorterNorBroken)
+{
+    std::string journal = kTwoBlocks;
+    const auto byteByByte = [&](char* buffer, std::size_t) {
+        const std::size_t got = journal.copy(buffer, 1);
+        journal.erase(0, got);
+        return got;
+    };
+    EXPECT_EQ(ReadJournal(byteByByte, nullptr).State, TJournalState::Whole);
+    journal = kTwoBlocks;
+    const auto fails = [&](char* buffer, std::size_t count) {
+        const std::size_t got = byteByByte(buffer, count);
+        return got != 0 ? got : TQvStream::invalid_value;
+    };
+    EXPECT_EQ(ReadJournal(fails, nullptr).State, TJournalState::Unreadable);
+
+    WriteContent("content");
+    const std::pair<const char*, int> kLinks[] = {{"/proc/self/mem", EIO}, // has no byte 0
+                                                  {"$QvStorage.list", ELOOP},
+                                                  {"volume-that-is-not-there", ENOENT},
+                                                  {"content", EISDIR}};
+    for (const auto& [target, error] : kLinks) {
+        ASSERT_EQ(symlink(target, File().c_str()), 0);
+        TLogCapture log;
+        EXPECT_FALSE(Storage.LoadDir());
+        EXPECT_FALSE(Storage.MergeDir());
+        EXPECT_EQ(Storage.Failure().Error(), error);
+        EXPECT_TRUE(Storage.DirChanged());
+        EXPECT_EQ(LogOf(log), (TLines{kNotRead, kNotRead})) << error;
+        EXPECT_EQ(NamesIn(Temp / "s"), (TLines{"$QvStorage.list", "content"}));
+        std::filesystem::remove(File());
+    }
+}
+
+TEST_F(TStorageTest, TellsWhetherOthersTouchedTheJournal)
+{
+    EXPECT_FALSE(Storage.LoadDirUpdate());
+    ASSERT_TRUE(Storage.LoadDir());
+    TResStorage other = Another();
+    EXPECT_TRUE(other.DirChanged()) << "never read";
+    ASSERT_TRUE(other.LoadDir());
+    EXPECT_FALSE(other.DirChanged());
+    ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
+    EXPECT_FALSE(Storage.DirChanged()) << "own append";
+    EXPECT_TRUE(other.DirChanged()) << "another's append";
+    ASSERT_TRUE(other.AddResourceRecord("/b", false));
+    EXPECT_TRUE(other.DirChanged()) << "its own append does not hide that of the other";
+    ASSERT_TRUE(other.LoadDir());
+    EXPECT_FALSE(other.DirChanged());
+    EXPECT_EQ(other.DirSize(), Journal().size());
+    const timespec times[] = {{0, UTIME_OMIT}, {1, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, File().c_str(), times, 0), 0);
+    EXPECT_TRUE(other.DirChanged()) << "same size, another time";
+}
+
+TEST_F(TStorageTest, RewritesAboveTheThreshold)
+{
+    Storage.Settings.ChangeCount2Merge = 2;
+    WriteJournal(kTwoBlocks);
+    EXPECT_TRUE(Storage.DoLoadDir());
+    EXPECT_EQ(Journal(), kTwoBlocks);
+    Temp.Write("s/.$QvStorage.list.new", "left by a killed rewrite");
+    WriteJournal(kTwoBlocks + Sealed("-A\r\n"));
+    ASSERT_EQ(chmod(File().c_str(), 0640), 0);
+    std::filesystem::rename(File(), Temp / "elsewhere");
+    std::filesystem::create_symlink("../elsewhere", File());
+    EXPECT_TRUE(Storage.DoLoadDir());
+    EXPECT_EQ(Journal(), Sealed(Journal().substr(0, 20) + "/B?b\r\n"));
+    EXPECT_EQ(Storage.DirSize(), Journal().size());
+    EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/B", "b"}}));
+    EXPECT_TRUE(std::filesystem::is_symlink(File()));
+    EXPECT_EQ(static_cast<int>(std::filesystem::status(Temp / "elsewhere").permissions()), 0640);
+    EXPECT_EQ(Storage.DoLoadDir() && !Storage.DirChanged(), true);
+}
+
+TEST_F(TStorageTest, RebuildsFromTheContentFolderAndKeepsWhatItReplaces)
+{
+    for (const char* name : {"a.txt", "Sub/b.txt", "Sub/c.MeTa", ".META", "meta", "back\\Slash",
+                             "evil?name", "evil\nfolder/x"})
+        WriteContent(name);
+    Temp.MakeFolder("s/content/Empty");
+    Temp.MakeFolder("elsewhere/inner");
+    std::filesystem::create_symlink("../../elsewhere", Temp / "s/content/Link");
+    const TJournalEntries expected = {{"/A.TXT", "/a.txt"},        {"/BACK/SLASH", "Slash"},
+                                      {"/EMPTY/", "/Empty"},       {"/LINK/", "/Link"},
+                                      {"/META", "/meta"},          {"/SUB/", "/Sub"},
+                                      {"/SUB/B.TXT", "/Sub/b.txt"}};
+    const struct
+    {
+        std::string Journal;
+        std::string Finding;
+    } kRows[] = {{Sealed("/LOST?lost\r\n"),
+                  "bad signature) and rebuilt from its content: 0 records were "
+                  "sealed in 0"},
+                 {Sealed(kJournalHead + "/1?1\r\n/2?2\r\n") + Sealed("-1\r\n") + "/3?3\r\n",
+                  "torn tail) and rebuilt from its content: 1 records were sealed in 58"},
+                 {Sealed(kJournalHead + "/1?1\r\n") + "*1\r\n",
+                  "damage at byte 37) and rebuilt from its content: 1 records were sealed in 37"}};
+    for (const auto& row : kRows) {
+        WriteJournal(row.Journal);
+        TLogCapture log;
+        ASSERT_TRUE(Storage.LoadDir());
+        EXPECT_EQ(Storage.Dir(), expected);
+        EXPECT_EQ(ReadFile(Damaged()), row.Journal) << "an older one is replaced";
+        ASSERT_EQ(log.Entries.size(), 4u);
+        EXPECT_EQ(LogOf(log).front(), "TResStorage::RecreateDir" + kCannotHold + "6]");
+        EXPECT_EQ(log.Entries[3].Kind, TQvLogKind::Warning);
+        EXPECT_EQ(log.Entries[3].Shown,
+                  "TResStorage::LoadDir(): Storage (S) was broken (" + row.Finding +
+                      " bytes, 7 are there now; the old journal is kept as " + Damaged());
+    }
+    WriteJournal("");
+    ASSERT_TRUE(Storage.LoadDir());
+    EXPECT_EQ(ReadFile(Damaged()), kRows[2].Journal) << "an empty journal is not worth keeping";
+}
+
+TEST_F(TStorageTest, LeavesTheJournalWhenTheContentCannotBeRead)
+{
+    const std::string torn = Sealed(kJournalHead + "/A?a\r\n") + "/B?b\r\n";
+    WriteJournal(torn);
+    for (const auto& [target, error] :
+         {std::pair("$QvStorage.list", ENOTDIR), std::pair("volume-that-is-not-there", ENOENT),
+          std::pair("content", ELOOP)}) {
+        std::filesystem::remove(Temp / "s/content");
+        std::filesystem::create_symlink(target, Temp / "s/content");
+        TLogCapture log;
+        EXPECT_FALSE(Storage.LoadDir());
+        EXPECT_FALSE(Storage.MergeDir());
+        EXPECT_FALSE(Storage.RecreateDir());
+        EXPECT_NE(log.Entries.at(0).Shown.find(QvErrorText(error)), std::string::npos);
+        EXPECT_EQ(Storage.Failure().Error(), error);
+        EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
+    }
+    EXPECT_EQ(Journal(), torn);
+    EXPECT_FALSE(Exists(Damaged()));
+}
+
+TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
+{
+    ASSERT_TRUE(Storage.LoadDir());
+    const std::string before = Journal();
+    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F", "/ a", "/", "/a/"}) {
+        TLogCapture log;
+        EXPECT_FALSE(Storage.AddResourceRecord(id, false)) << id;
+        EXPECT_FALSE(Storage.DeleteResourceRecord(id, true)) << id;
+        EXPECT_EQ(LogOf(log), (TLines{"TResStorage::AddResourceRecord" + kCannotHold + "5]",
+                                      "TResStorage::DeleteResourceRecord" + kCannotHold + "5]"}));
+    }
+    EXPECT_FALSE(Storage.AddResourceRecord("/a ", true));
+    EXPECT_FALSE(Storage.DeleteResourceRecord("/a ", false));
+    EXPECT_EQ(Journal(), before);
+    EXPECT_TRUE(Storage.DeleteResourceRecord("/a ", true)) << "a rebuild may have recorded it";
+    EXPECT_EQ(Journal(), before + Sealed("-A /\r\n"));
+}
+
+TEST_F(TStorageTest, LockLiesBesideTheFolderAndWantsAnOwner)
+{
+    ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
+    EXPECT_EQ(NamesIn(Temp.Path()), (TLines{"s", "s\\$QvStorage.lock"}));
+    EXPECT_EQ(NamesIn(Temp / "s"), TLines{"$QvStorage.list"});
+    EXPECT_EQ(Storage.XIniFile().toSysStr(), Temp / "s/$QvStorage.x-ini");
+    Storage.Settings.Owner.reset();
+    try {
+        Storage.LoadDir();
+        ADD_FAILURE();
+    } catch (const std::runtime_error& unknown) {
+        EXPECT_STREQ(unknown.what(), "@QvConfigData is not initialized");
+    }
+}
+
+struct TOperation
+{
+    std::string Name;
+    std::function<bool(TResStorage&, const TResStorage::TLocker&)> Run;
+    std::string NotOpened; ///< empty: it opens no file itself
+    bool Reads = false;
+
+    std::string Prefix() const { return "TResStorage::" + Name + "(): "; }
+};
+
+const std::string kNotWritten = "error writing storage (%1%) [5]";
+const std::string kNotLocked = "error locking storage (%1%) [5]";
+const TOperation kOperations[] = {
+    {"LoadDir", &TResStorage::LoadDir, "", true},
+    {"DoLoadDir", &TResStorage::DoLoadDir, "Storage (%1%) dir open failure [3]", true},
+    {"RecreateDir", &TResStorage::RecreateDir, ""},
+    {"SaveDir", &TResStorage::SaveDir, kNotWritten},
+    {"AddResourceRecord",
+     [](auto& storage, auto& lock) { return storage.AddResourceRecord("/a", false, lock); },
+     kNotWritten},
+    {"DeleteResourceRecord",
+     [](auto& storage, auto& lock) { return storage.DeleteResourceRecord("/a", false, lock); },
+     kNotWritten},
+    {"CutTornTail", &TResStorage::CutTornTail, kNotWritten},
+    {"MergeDir", &TResStorage::MergeDir, ""},
+};
+
+TEST_F(TStorageTest, LogsThatItIsLockedOrBusyAndGivesUp)
+{
+    WriteJournal(kTwoBlocks);
+    Storage.Settings.LockTimeout = 20;
+    auto lock = TStorageLocker::VCreate(Storage, true);
+    for (const TOperation& operation : kOperations) {
+        TLogCapture log;
+        EXPECT_FALSE(operation.Run(Storage, {})) << operation.Name;
+        EXPECT_EQ(Storage.Failure().Error(), EAGAIN);
+        EXPECT_EQ(LogOf(log), TLines{operation.Prefix() + kNotLocked});
+        EXPECT_EQ(log.Entries.at(0).Shown, operation.Prefix() + "error locking storage (S)");
+    }
+    lock.reset();
+    Storage.Settings.LockTimeout = 150;
+    const TQvFileStream busy(TQvPath(File()), kQvOpenReadWrite, 0);
+    for (const TOperation& operation : kOperations) {
+        if (operation.NotOpened.empty())
+            continue;
+        TLogCapture log;
+        const std::uint32_t start = QvGetTickCount();
+        EXPECT_FALSE(operation.Run(Storage, {})) << operation.Name;
+        EXPECT_GE(QvGetTickCount() - start, 150u) << operation.Name;
+        EXPECT_EQ(LogOf(log), (TLines{operation.Prefix() + "Storage (%1%) dir busy, retrying [3]",
+                                      operation.Prefix() + operation.NotOpened}));
+    }
+    EXPECT_EQ(Journal(), kTwoBlocks);
+}
+
+TEST_F(TStorageTest, WorksUnderAGivenLock)
+{
+    Storage.Settings = {20, 1, "PC"};
+    for (const TOperation& operation : kOperations) {
+        auto holder = TStorageLocker::VCreate(Storage, true);
+        auto refused = TStorageLocker::VCreate(Storage, false);
+        holder.reset();
+        EXPECT_EQ(operation.Run(Storage, refused), !operation.Reads)
+            << operation.Name << ": only a writer tries once more";
+        refused.reset();
+        // A rewrite that loading wants goes under the same lock, so few blocks for the readers.
+        WriteJournal(operation.Reads ? kEmpty : kTwoBlocks);
+        const auto shared = TStorageLocker::VCreate(Storage, false);
+        for (const char* held : {" under a shared lock", " under what it made of it"}) {
+            EXPECT_TRUE(operation.Run(Storage, shared)) << operation.Name << held;
+            EXPECT_EQ(shared->IsExclusive(), !operation.Reads) << operation.Name << held;
+        }
+    }
+}
+
+TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShareOrThatWasReplaced)
+{
+    Storage.Settings = {20, 1, "PC"};
+    WriteJournal(kTwoBlocks);
+    auto reader = TStorageLocker::VCreate(Storage, false);
+    const auto shared = TStorageLocker::VCreate(Storage, false);
+    for (const bool isShared : {true, false}) {
+        if (!isShared) {
+            reader.reset();
+            unlink(Lock().c_str());
+        }
+        for (const TOperation& operation : kOperations) {
+            TLogCapture log;
+            EXPECT_EQ(operation.Run(Storage, shared), operation.Reads) << operation.Name;
+            const std::string refused =
+                operation.Reads ? "TResStorage::SaveDir(): " : operation.Prefix();
+            EXPECT_EQ(LogOf(log), TLines{refused + kNotLocked});
+            EXPECT_TRUE(*shared && !shared->IsExclusive()) << operation.Name;
+        }
+    }
+    // An exclusive lock that was replaced later: an append is repeated under a new one.
+    const auto exclusive = TStorageLocker::VCreate(Storage, true);
+    unlink(Lock().c_str());
+    EXPECT_TRUE(Storage.DoLoadDir(exclusive));
+    EXPECT_FALSE(Storage.SaveDir(exclusive));
+    EXPECT_EQ(Storage.Failure().Error(), ESTALE);
+    EXPECT_EQ(Journal(), kTwoBlocks);
+    EXPECT_TRUE(Storage.AddResourceRecord("/c", false, exclusive));
+    EXPECT_TRUE(exclusive->IsAtPath() && exclusive->IsExclusive());
+    EXPECT_EQ(Journal(), kTwoBlocks + Sealed("/C?c\r\n") + Sealed("/C?c\r\n"));
+}
+
+TEST_F(TStorageTest, DoesNotWaitWherePermissionsAreMissing)
+{
+    WriteJournal(kTwoBlocks);
+    ASSERT_EQ(chmod(File().c_str(), 0444), 0);
+    for (const int mode : {0777, 0}) {
+        for (const char* folder : {"", "s", "s/content"})
+            ASSERT_EQ(chmod(Temp.MakeFolder(folder).c_str(), folder[0] == '\0' ? 0777 : mode), 0);
+        EXPECT_TRUE(PassesInChild([this, mode] {
+            ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may do everything";
+            TLogCapture log;
+            EXPECT_FALSE(Storage.AddResourceRecord("/a", false));
+            EXPECT_EQ(Storage.LoadDir(), mode != 0) << "what cannot be seen is not missing";
+            EXPECT_EQ(LogOf(log).front(), "TResStorage::AddResourceRecord(): " + kNotWritten);
+            EXPECT_EQ(log.Entries.size(), mode != 0 ? 1u : 2u);
+        }));
+    }
+    ASSERT_EQ(chmod((Temp / "s").c_str(), 0700), 0);
+}
+} // namespace

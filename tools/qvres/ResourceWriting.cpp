@@ -1,0 +1,35 @@
+#include "ResourceWriting.h"
+
+#include "Checks.h"
+
+namespace
+{
+void RequireDone(const TQvResult& result, const std::string& id)
+{
+    if (!result)
+        ThrowFailed(Quoted(id) + " cannot be written", result.Error());
+}
+} // namespace
+
+TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id)
+{
+    // A look for a resource that is not there removes metadata that an earlier one has left.
+    if (!tree.IsResource(id))
+        tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
+    TQvNewFile::TOptions options;
+    options.Synced = true;
+    TQvNewFile file;
+    RequireDone(file.Open(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id), options),
+                id);
+    return file;
+}
+
+void Write(TQvNewFile& file, std::string_view bytes, const std::string& id)
+{
+    RequireDone(file.Write(bytes.data(), bytes.size()), id);
+}
+
+void FinishWriting(TQvNewFile& file, const std::string& id)
+{
+    RequireDone(file.Publish(), id);
+}

@@ -1,0 +1,15 @@
+// New content for a resource, whole or not at all. Everything that cannot be done throws a
+// TFailure, or TQvUserBreak when the user cancelled it.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <QvServices/QvServices.h>
+#include <QvStd/NewFile.h>
+
+/// Nothing of the resource changes before FinishWriting.
+TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id);
+void Write(TQvNewFile& file, std::string_view bytes, const std::string& id);
+/// Brings the content to the disk and puts it in its place.
+void FinishWriting(TQvNewFile& file, const std::string& id);
