@@ -16,11 +16,9 @@ namespace
 {
 TEST(Message, ShownText)
 {
-    EXPECT_STREQ((TQvMessage("@a %1% b %2% %1%") << "x" << 7).what(), "a x b 7 x");
     // An argument that looks like a place is no place, and a place without an argument stays.
-    EXPECT_STREQ((TQvMessage("@%1%/%2%/%3%") << "%2%" << std::string("y")).what(), "%2%/y/%3%");
+    EXPECT_STREQ((TQvMessage("@%1%/%2%/%3%/%1%") << "%2%" << 7).what(), "%2%/7/%3%/%2%");
     EXPECT_STREQ((TQvMessage("@100% %0% %x%1%") << "z").what(), "100% %0% %xz");
-    EXPECT_STREQ(TQvMessage("no key").what(), "no key");
     EXPECT_STREQ(TQvMessage("@Err_UserBreak").what(), "Err_UserBreak") << "literal: not looked up";
     EXPECT_STREQ((QvMsg_helper("Err_OpenFile_name") << (TQvMessage("@in %1%") << "n")).what(),
                  "\"in n\" cannot be opened.");
@@ -47,10 +45,10 @@ TEST(StringTable, TranslationWinsKeyByKeyInTheChosenLanguage)
     };
     constexpr const char* rows[][4] = {
         // LC_ALL, LC_MESSAGES, LANG
-        {"C", "", "de", "Hello"},       {"C.UTF-8", "", "de", "Hello"},
-        {"it", "", "de", "Hello"},      {"/../outside", "", "", "Hello"},
-        {"", "", "", "Hello"},          {"", "", "de@euro", "Hallo"},
-        {"", "fr_CA", "de", "Bonjour"}, {"fr", "de", "de", "Bonjour"}};
+        {"C.UTF-8", "", "de", "Hello"},   {"it", "", "de", "Hello"},
+        {"/../outside", "", "", "Hello"}, {"", "", "", "Hello"},
+        {"", "", "de@euro", "Hallo"},     {"", "fr_CA", "de", "Bonjour"},
+        {"fr", "de", "de", "Bonjour"}};
     for (const auto& row : rows) {
         const TEnvironmentVariable all("LC_ALL", row[0]);
         const TEnvironmentVariable messages("LC_MESSAGES", row[1]);
@@ -130,25 +128,24 @@ TEST(Progress, SubRangesNest)
     half.SetMessage("/a");
     progress.Start();
     half.Start();
-    half.Report(0.5);
     {
         TQvProgressVar quarter = half.SubProgress(0.0, 0.5, 3, 3);
         TQvProgress inner(quarter.Handler());
         inner.Start();
         inner.Report(0.5);
         inner.Report(3.0); // never out of its own range
-        EXPECT_EQ(display.Positions, (std::vector<double>{0.75, 0.625, 0.75}));
+        EXPECT_EQ(display.Positions, (std::vector<double>{0.625, 0.75}));
         display.BreakAfter = 0;
         EXPECT_THROW(inner.Report(0.1), TQvUserBreak);
     }
     half.Stop();
+    EXPECT_TRUE(display.Started()) << "a sub-range stops itself only";
     TQvProgress second(&display);
     second.Start();
     second.Stop();
     EXPECT_TRUE(display.Started()) << "what another object started stays started";
     progress.Stop();
     EXPECT_FALSE(display.Started());
-    EXPECT_EQ(display.Starts, 1) << "sub-ranges start and stop themselves only";
     EXPECT_EQ(display.Messages, std::vector<std::string>{"/a"});
     ASSERT_EQ(log.Entries.size(), 3u) << "message, start and stop";
     EXPECT_EQ(log.Entries[0].Level, 5);
