@@ -229,8 +229,8 @@ TEST_F(LockFileTest, TheMessageNamesTheHolderOrTheReason)
     EXPECT_EQ(text.substr(0, start.size()), start);
     EXPECT_EQ(text.substr(text.size() - 3), "Z).") << text;
     const std::string other = m_folder.Write("other", "no note");
-    EXPECT_EQ(QvLockMessage(other, -EAGAIN).what(),
-              "\"" + other + "\" is locked by another process.");
+    const std::string locked = "\"" + other + "\" is locked by another process.";
+    EXPECT_EQ(QvLockMessage(other, -EAGAIN).what(), locked);
     EXPECT_EQ(QvLockMessage(other, -EROFS).what(),
               "\"" + other + "\" cannot be locked: Read-only file system.");
 }

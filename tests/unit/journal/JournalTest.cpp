@@ -47,10 +47,9 @@ TEST_F(TStorageTest, AppendsAndRewritesTheseBytes)
 
     ASSERT_TRUE(Storage.MergeDir());
     const std::string whole = Journal();
-    EXPECT_EQ(whole.front(), ':');
     EXPECT_EQ(whole.find_first_not_of("0123456789ABCDEF", 1), 9u);
-    EXPECT_EQ(whole, Sealed(whole.substr(0, 11) + ";QV5Dir\r\n/A\xC3\xA4?a\xC3\xA4\r\n"
-                                                  "/DATA/?Data\r\n"));
+    EXPECT_EQ(whole, Sealed(':' + whole.substr(1, 10) +
+                            ";QV5Dir\r\n/A\xC3\xA4?a\xC3\xA4\r\n/DATA/?Data\r\n"));
 }
 
 TEST_F(TStorageTest, ReplaysLines)
@@ -220,16 +219,16 @@ TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
 {
     ASSERT_TRUE(Storage.LoadDir());
     const std::string before = Journal();
-    for (const char* id : {"", "a", "a/b", "/a?b", "/a\nb", "/a\x1F", "/ a", "/", "/a/"}) {
+    const auto refuses = [this](const std::string& id, bool isFolder) {
         TLogCapture log;
-        EXPECT_FALSE(Storage.AddResourceRecord(id, false)) << id;
-        EXPECT_FALSE(Storage.DeleteResourceRecord(id, true)) << id;
+        EXPECT_FALSE(Storage.AddResourceRecord(id, isFolder)) << id;
+        EXPECT_FALSE(Storage.DeleteResourceRecord(id, !isFolder)) << id;
         EXPECT_EQ(LogOf(log), (TLines{"TResStorage::AddResourceRecord" + kCannotHold + "5]",
                                       "TResStorage::DeleteResourceRecord" + kCannotHold + "5]"}));
-    }
-    EXPECT_FALSE(Storage.AddResourceRecord("/a ", true));
-    EXPECT_FALSE(Storage.DeleteResourceRecord("/a ", false));
-    EXPECT_EQ(Journal(), before);
+    };
+    for (const char* id : {"", "a", "/a?b", "/a\nb", "/a\x1F", "/ a", "/", "/a/"})
+        refuses(id, false);
+    refuses("/a ", true);
     EXPECT_TRUE(Storage.DeleteResourceRecord("/a ", true)) << "a rebuild may have recorded it";
     EXPECT_EQ(Journal(), before + Sealed("-A /\r\n"));
 }
