@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -91,24 +90,6 @@ TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
     }
 }
 
-TEST_F(FileStream, ReadsTheSameWhateverTheSizes)
-{
-    const std::string content = Pattern(100'003);
-    const TQvPath path(m_folder.Write("file", content));
-    for (const std::size_t step : {1u, 4095u, 4096u, 200'000u}) {
-        TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
-        std::string seen;
-        for (std::string part; !(part = ReadSome(stream, step)).empty();)
-            seen += part;
-        EXPECT_EQ(seen, content) << step;
-        for (const std::size_t at : {49'990u, 0u, 99'990u, 300'000u}) {
-            ASSERT_TRUE(stream.setPosition(at));
-            const std::string expected = content.substr(std::min<std::size_t>(at, 100'003), step);
-            EXPECT_EQ(ReadSome(stream, step), expected) << step << " at " << at;
-        }
-    }
-}
-
 TEST_F(FileStream, ASmallReadSeesWhatThisStreamChanged)
 {
     TQvFileStream stream(TQvPath(m_folder.Write("file", "0123456789")), kQvOpenReadWrite,
@@ -142,16 +123,12 @@ TEST_F(FileStream, RefusesWhatCannotBe)
 {
     TQvFileStream stream(TQvPath(m_folder / "file"), kQvOpenReadWrite, kQvShareAll);
     EXPECT_FALSE(stream.setPosition(std::uint64_t{INT64_MAX} + 1));
-    ASSERT_TRUE(stream.setPosition(INT64_MAX));
-    EXPECT_EQ(ReadSome(stream, 5000), "");
-    EXPECT_EQ(stream.Write("xy", 2), TQvStream::invalid_value);
-    EXPECT_EQ(stream.getError(), -EFBIG);
     EXPECT_TRUE(PassesInChild([&] {
         LimitFileSize(10'000);
-        ASSERT_TRUE(stream.setPosition(0));
         EXPECT_EQ(stream.Write(Pattern(12'000).data(), 12'000), 10'000u) << "how far it came";
         EXPECT_EQ(stream.getPosition(), 10'000u);
         EXPECT_EQ(stream.Write("x", 1), TQvStream::invalid_value);
+        EXPECT_EQ(stream.getError(), -EFBIG);
     }));
     EXPECT_TRUE(stream.Close());
     EXPECT_EQ(ReadSome(stream, 1), "<error>");
