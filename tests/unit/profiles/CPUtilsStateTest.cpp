@@ -1,8 +1,6 @@
 #include <unistd.h>
 
 #include "Machine.h"
-#include "profiles/VarFolderLock.h"
-#include "support/ChildProcess.h"
 
 namespace
 {
@@ -169,7 +167,6 @@ TEST_F(State, SaveKeepsWhatOthersHaveChangedMeanwhile)
     TQvCPUtils::TCPState others;
     TQvCPUtils::ReloadState(others, nullptr);
     TQvCPUtils::AddNodeState(TQvPath("/usr"), "Both", others);
-    TQvCPUtils::CreateProfileState("New", others);
     TQvCPUtils::CreateProfileState("Unfinished", others);
     others.Profiles.erase(others.Profiles.begin() + 2);
     others.CurrentProfile = "Kept";
@@ -186,38 +183,15 @@ TEST_F(State, SaveKeepsWhatOthersHaveChangedMeanwhile)
     EXPECT_EQ(ReadFile(Profiles("/Both/profile.x-ini")),
               "[profile]\n  remote=0\n  [mount]\n    node=/srv\n    path=/srv\n  [/mount]\n"
               "  [mount]\n    node=/usr\n    path=/usr\n  [/mount]\n; kept\n[/profile]\n");
-    EXPECT_EQ(Folders(), (TNames{"Both", "Kept", "New", "NotYet", "Unfinished", "profiles.x-ini"}));
+    EXPECT_EQ(Folders(), (TNames{"Both", "Kept", "NotYet", "Unfinished", "profiles.x-ini"}));
     EXPECT_EQ(ReadFile(Profiles("/profiles.x-ini")),
-              "[profiles]\n  profile=Both\n  profile=Kept\n  profile=New\n"
-              "  profile=Unfinished\n[/profiles]\n");
+              "[profiles]\n  profile=Both\n  profile=Kept\n  profile=Unfinished\n[/profiles]\n");
     EXPECT_EQ(Policy(), "profile=Kept\n");
     EXPECT_TRUE(std::filesystem::equivalent(untouched, untouched + "~"))
         << "what did not change is not written";
-
     state.CurrentProfile = "Theirs"; // chosen here, though it is gone
     EXPECT_EQ(SaveError(), "");
     EXPECT_EQ(Policy(), "profile=Theirs\n");
-}
-
-TEST_F(State, TheLockIsOneForAThreadAndNamesItsHolder)
-{
-    WriteProfiles({"P"});
-    Reload();
-    state.Profiles.clear();
-    state.BuildIndex();
-    TChildProcess holder([this] {
-        const TQvVarFolderLock lock(TQvPath(Var("/Profiles/..")));
-        const TQvVarFolderLock again((TQvPath(Var())));
-        Temp.Write("held", "");
-        return WaitUntil([this] { return !Exists(Profiles("/P")); }) ? 1 : 0;
-    });
-    ASSERT_TRUE(WaitUntil([this] { return Exists(Temp / "held"); }));
-    const TQvMessage refused = Thrown([this] { TQvVarFolderLock(TQvPath(Var()), 50); });
-    EXPECT_EQ(refused.text(), "Err_Locked_name");
-    EXPECT_EQ(refused.arguments().at(0), Var("/.lock"));
-    holder.Kill();
-    EXPECT_EQ(SaveError(), "") << "the lock of a killed process is released";
-    EXPECT_FALSE(Exists(Profiles("/P")));
 }
 
 TEST_F(State, SaveRefusesBeforeItWrites)
