@@ -90,6 +90,19 @@ TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
     }
 }
 
+TEST_F(FileStream, ReadsTheSameWhateverTheSizes)
+{
+    const std::string content = Pattern(100'003);
+    TQvFileStream stream(TQvPath(m_folder.Write("file", content)), kQvOpenRead, kQvShareAll);
+    for (const std::size_t step : {1u, 999u, 4095u, 4096u, 200'000u}) {
+        ASSERT_TRUE(stream.setPosition(0));
+        std::string seen;
+        for (std::string part; !(part = ReadSome(stream, step)).empty();)
+            seen += part;
+        EXPECT_EQ(seen, content) << step;
+    }
+}
+
 TEST_F(FileStream, ASmallReadSeesWhatThisStreamChanged)
 {
     TQvFileStream stream(TQvPath(m_folder.Write("file", "0123456789")), kQvOpenReadWrite,
