@@ -143,13 +143,15 @@ TEST_F(Files, MoveReplacesOnlyWhenTold)
     }
 }
 
-TEST_F(Files, AnAtomicWriteFollowsLinks)
+TEST_F(Files, AnAtomicWriteFollowsLinksAndKeepsPermissions)
 {
     m_temp.MakeFolder("folder");
     Link("../to", "folder/link");
     Link("folder/link", "chain");
     Link("folder/fresh", "dangling");
+    ASSERT_EQ(chmod(m_to.c_str(), 0604), 0);
     EXPECT_TRUE(QvWriteFileAtomically(m_temp / "chain", "new"));
+    EXPECT_EQ(Status(m_to).st_mode & 07777, 0604u);
     EXPECT_TRUE(QvWriteFileAtomically(m_temp / "dangling", "fresh"));
     EXPECT_EQ(TreeOf(m_temp.Path()), "chain>folder/link dangling>folder/fresh folder/fresh=fresh "
                                      "folder/link>../to from=new to=new");

@@ -1,6 +1,8 @@
+#include <thread>
 #include <unistd.h>
 
 #include "Machine.h"
+#include "profiles/VarFolderLock.h"
 
 namespace
 {
@@ -192,6 +194,17 @@ TEST_F(State, SaveKeepsWhatOthersHaveChangedMeanwhile)
     state.CurrentProfile = "Theirs"; // chosen here, though it is gone
     EXPECT_EQ(SaveError(), "");
     EXPECT_EQ(Policy(), "profile=Theirs\n");
+}
+
+TEST_F(State, TheLockIsOneForAThreadAndNamesItsFile)
+{
+    Temp.MakeFolder("var/Profiles");
+    const TQvVarFolderLock lock(TQvPath(Var("/Profiles/..")), 0);
+    EXPECT_NO_THROW(TQvVarFolderLock(TQvPath(Var()), 0));
+    TQvMessage refused("");
+    std::thread([&] { refused = Thrown([this] { TQvVarFolderLock(TQvPath(Var()), 50); }); }).join();
+    EXPECT_EQ(refused.text(), "Err_Locked_name");
+    EXPECT_EQ(refused.arguments().at(0), Var("/.lock"));
 }
 
 TEST_F(State, SaveRefusesBeforeItWrites)
