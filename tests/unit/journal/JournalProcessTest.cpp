@@ -155,4 +155,29 @@ TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
     }
 }
 
+TEST_F(TStorageTest, AFullDiskLeavesTheJournalAsItWas)
+{
+    ASSERT_TRUE(Storage.LoadDir() && Storage.AddResourceRecord("/a", false));
+    const std::string whole = Journal();
+    const auto add = [this] { return Storage.AddResourceRecord("/b", false); };
+    const auto merge = [this] { return Storage.MergeDir(); };
+    const auto load = [this] { return Storage.LoadDir(); };
+    const std::tuple<const char*, std::function<bool()>, std::size_t, std::string> kRows[] = {
+        {"AddResourceRecord", add, whole.size() + 3, ""},
+        {"SaveDir", merge, 20, ""},
+        {"SaveDir", load, 3, "/B?b\r\n"}};
+    for (const auto& [name, operation, room, tail] : kRows) {
+        WriteJournal(whole + tail);
+        EXPECT_TRUE(PassesInChild([&, name = name, &operation = operation, room = room] {
+            TLogCapture log;
+            LimitFileSize(room);
+            EXPECT_FALSE(operation());
+            EXPECT_EQ(log.Entries.at(0).Shown,
+                      "TResStorage::" + std::string(name) + "(): error writing storage (S)");
+            EXPECT_EQ(Storage.Failure().Error(), EFBIG);
+        })) << name;
+        EXPECT_EQ(Journal(), whole + tail);
+        EXPECT_EQ(NamesIn(Temp / "s").size(), 2u);
+    }
+}
 } // namespace
