@@ -326,6 +326,15 @@ TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShareOrThatWasReplaced)
         unlink(Lock().c_str());
     }
     EXPECT_EQ(Journal(), kTwoBlocks);
+    // An exclusive lock that was replaced later: an append is repeated under a new one.
+    const auto exclusive = TStorageLocker::VCreate(Storage, true);
+    unlink(Lock().c_str());
+    EXPECT_FALSE(Storage.SaveDir(exclusive));
+    EXPECT_EQ(Storage.Failure().Error(), ESTALE);
+    EXPECT_EQ(Journal(), kTwoBlocks);
+    EXPECT_TRUE(Storage.AddResourceRecord("/c", false, exclusive));
+    EXPECT_TRUE(exclusive->IsAtPath() && exclusive->IsExclusive());
+    EXPECT_EQ(Journal(), kTwoBlocks + Sealed("/C?c\r\n") + Sealed("/C?c\r\n"));
 }
 
 TEST_F(TStorageTest, DoesNotWaitWherePermissionsAreMissing)
