@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "QvStd/Clock.h"
+#include "QvStd/FileLock.h"
 #include "support/ChildProcess.h"
 #include "support/TempFolder.h"
 
@@ -111,19 +112,13 @@ TEST_F(LockFileTest, NoteNamesTheHolderAndForeignContentIsNeverWritten)
     for (const std::string& owner :
          {std::string(500, 'x'), std::string("a\nb"), std::string("PC")}) {
         auto lock = std::make_unique<TQvLockFile>(m_path, kShared, owner, 0);
-        const auto other = std::make_unique<TQvLockFile>(m_path, kShared, owner, 0);
+        const TQvLockFile other(m_path, kShared, owner, 0);
         const std::string note = ReadFile(m_path);
         EXPECT_EQ(note.find('\n'), note.size() - 1) << "the longer notes left no tail: " << note;
         EXPECT_EQ(note.size(), 256u) << "so that two writers at the same time leave none either";
         EXPECT_TRUE(PassesInChild([&] { lock.reset(); })) << "a copy of the lock";
         lock.reset();
         EXPECT_EQ(ReadFile(m_path), note) << "still held";
-        if (owner != "PC")
-            continue;
-        EXPECT_EQ(note.substr(0, begin.size()), begin);
-        TQvLockFile refused(m_path, kExclusive, "b", 0);
-        EXPECT_EQ(refused.getHolder(), "PC (process " + std::to_string(getpid()) + ", since " +
-                                           note.substr(begin.size() - 2, 20) + ")");
     }
     const std::string note = "lock free" + std::string(246, ' ') + "\n";
     EXPECT_EQ(ReadFile(m_path), note);
@@ -197,6 +192,9 @@ TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
     EXPECT_EQ(TQvLockFile(m_folder.Path(), kShared, "a", kLong).getError(), -EISDIR);
     EXPECT_EQ(TQvLockFile(m_folder / "fifo", kExclusive, "a", kLong).getError(), -EINVAL);
     EXPECT_EQ(TQvLockFile(m_folder / "no/file", kShared, "a", kLong).getError(), -ENOENT);
+    EXPECT_EQ(TQvFileLock(m_folder.Path(), 0).getError(), -EISDIR);
+    EXPECT_EQ(TQvFileLock(m_folder / "fifo", 0).getError(), -EINVAL);
+    EXPECT_EQ(TQvFileLock(m_path, 0).getError(), -ENOENT) << "nothing is created";
     ASSERT_EQ(chmod(m_folder.Write("file.lock", "").c_str(), 0444), 0);
     ASSERT_EQ(chmod(m_folder.Path().c_str(), 0555), 0);
     EXPECT_TRUE(PassesInChild([&] {
@@ -209,5 +207,28 @@ TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
         EXPECT_EQ(TQvLockFile(m_folder / "new", kShared, "a", 0).getError(), -EACCES);
     }));
     ASSERT_EQ(chmod(m_folder.Path().c_str(), 0755), 0);
+}
+
+TEST_F(LockFileTest, TheMessageNamesTheHolderOrTheReason)
+{
+    const TQvLockFile lock(m_path, kExclusive, "PC", 0);
+    const TQvFileLock refused(m_path, 0);
+    EXPECT_EQ(refused.getError(), -EAGAIN) << "both kinds exclude each other";
+    const std::string process = std::to_string(getpid());
+    const std::string start = "lock held by owner=PC pid=" + process + " time=";
+    const std::string note = ReadFile(m_path);
+    EXPECT_EQ(note.substr(0, start.size()), start);
+    const std::string time = note.substr(start.size(), 20);
+    EXPECT_EQ(time.back(), 'Z');
+    EXPECT_EQ(TQvLockFile(m_path, kExclusive, "b", 0).getHolder(),
+              "PC (process " + process + ", since " + time + ")");
+    EXPECT_EQ(QvLockMessage(m_path, refused.getError()).what(),
+              "\"" + m_path + "\" is locked by another process (owner=PC pid=" + process +
+                  " time=" + time + ").");
+    const std::string other = m_folder.Write("other", "no note");
+    const std::string locked = "\"" + other + "\" is locked by another process.";
+    EXPECT_EQ(QvLockMessage(other, -EAGAIN).what(), locked);
+    EXPECT_EQ(QvLockMessage(other, -EROFS).what(),
+              "\"" + other + "\" cannot be locked: Read-only file system.");
 }
 } // namespace

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -79,7 +78,7 @@ TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
     for (const qvShareMode first : {kQvShareAll, kAlone, kQvShareAll - 1}) {
         for (const qvShareMode second : {kQvShareAll, kAlone, kQvShareAll - 1}) {
             SCOPED_TRACE(testing::Message() << first << " then " << second);
-            TQvFileStream holder(TQvPath(path), kQvOpenRead, first);
+            const TQvFileStream holder(TQvPath(path), kQvOpenRead, first);
             const int expected = first == kQvShareAll && second == kQvShareAll ? 0 : EACCES;
             // Mode 9 must not have emptied what it was refused.
             const qvOpenMode mode = expected == 0 ? kQvOpenReadWrite : kQvOpenCreate;
@@ -87,8 +86,6 @@ TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
             EXPECT_EQ(open(), expected);
             EXPECT_EQ(TChildProcess(open).Wait(), expected) << "another process";
             EXPECT_EQ(ReadFile(path), "content");
-            EXPECT_TRUE(holder.Close());
-            EXPECT_EQ(OpenError(path, kQvOpenRead, second), 0);
         }
     }
 }
@@ -96,19 +93,13 @@ TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
 TEST_F(FileStream, ReadsTheSameWhateverTheSizes)
 {
     const std::string content = Pattern(100'003);
-    const TQvPath path(m_folder.Write("file", content));
+    TQvFileStream stream(TQvPath(m_folder.Write("file", content)), kQvOpenRead, kQvShareAll);
     for (const std::size_t step : {1u, 999u, 4095u, 4096u, 200'000u}) {
-        TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
+        ASSERT_TRUE(stream.setPosition(0));
         std::string seen;
         for (std::string part; !(part = ReadSome(stream, step)).empty();)
             seen += part;
         EXPECT_EQ(seen, content) << step;
-        for (const std::size_t at : {50'000u, 49'990u, 0u, 99'990u, 65'536u, 100'003u, 300'000u}) {
-            ASSERT_TRUE(stream.setPosition(at));
-            const std::string expected = content.substr(std::min<std::size_t>(at, 100'003), step);
-            EXPECT_EQ(ReadSome(stream, step), expected) << step << " at " << at;
-            EXPECT_EQ(stream.getPosition(), at + expected.size());
-        }
     }
 }
 
@@ -145,49 +136,38 @@ TEST_F(FileStream, RefusesWhatCannotBe)
 {
     TQvFileStream stream(TQvPath(m_folder / "file"), kQvOpenReadWrite, kQvShareAll);
     EXPECT_FALSE(stream.setPosition(std::uint64_t{INT64_MAX} + 1));
-    ASSERT_TRUE(stream.setPosition(INT64_MAX));
-    EXPECT_EQ(ReadSome(stream, 10) + ReadSome(stream, 5000), "");
-    EXPECT_EQ(stream.Write("xy", 2), TQvStream::invalid_value);
-    EXPECT_EQ(stream.getError(), -EFBIG);
+    EXPECT_TRUE(PassesInChild([&] {
+        LimitFileSize(10'000);
+        EXPECT_EQ(stream.Write(Pattern(12'000).data(), 12'000), 10'000u) << "how far it came";
+        EXPECT_EQ(stream.getPosition(), 10'000u);
+        EXPECT_EQ(stream.Write("x", 1), TQvStream::invalid_value);
+        EXPECT_EQ(stream.getError(), -EFBIG);
+    }));
     EXPECT_TRUE(stream.Close());
     EXPECT_EQ(ReadSome(stream, 1), "<error>");
     EXPECT_FALSE(stream.Close() || stream.setPosition(0) || stream.setSize(0) || stream.Flush());
     EXPECT_EQ(stream.getError(), -EBADF);
 }
 
-TEST_F(FileStream, AWriteThatIsCutShortTellsHowFarItCame)
-{
-    EXPECT_TRUE(PassesInChild([this] {
-        LimitFileSize(10'000);
-        TQvFileStream stream(TQvPath(m_folder / "file"), kQvOpenCreate, kQvShareAll);
-        const std::string bytes = Pattern(12'000);
-        EXPECT_EQ(stream.Write(bytes.data(), 12'000), 10'000u);
-        EXPECT_EQ(stream.getError(), -EFBIG);
-        EXPECT_EQ(stream.getPosition(), 10'000u);
-        EXPECT_EQ(stream.Write(bytes.data(), 1), TQvStream::invalid_value);
-    }));
-}
-
 TEST_F(FileStream, CopiesFromPositionToTheEnd)
 {
-    const std::size_t big = 20 * 1024 * 1024;
-    for (const std::size_t size : {std::size_t{0}, std::size_t{700'001}, big}) {
-        const std::string content = Pattern(size);
-        const TQvPath path(m_folder.Write("from", "skip" + content));
-        TQvFileStream from(path, kQvOpenRead, kQvShareAll);
-        TQvFileStream to(TQvPath(m_folder / "to"), kQvOpenCreate, kQvShareAll);
-        ASSERT_TRUE(from.setPosition(4) && to.Write("head", 4) == 4);
-        TTestProgress progress;
-        progress.Start();
-        EXPECT_TRUE(QvCopyStream(&from, &to, &progress));
-        EXPECT_TRUE(ReadFile(m_folder / "to") == "head" + content) << size;
-        EXPECT_EQ(progress.Positions.size(), size == big ? 3u : 1u);
-        EXPECT_EQ(progress.Positions.back(), 1.0);
+    constexpr std::size_t kBig = 20 * 1024 * 1024;
+    const std::string content = Pattern(kBig);
+    TQvFileStream from(TQvPath(m_folder.Write("from", "skip" + content)), kQvOpenRead, kQvShareAll);
+    TQvFileStream to(TQvPath(m_folder / "to"), kQvOpenCreate, kQvShareAll);
+    ASSERT_TRUE(from.setPosition(4));
+    ASSERT_EQ(to.Write("head", 4), 4u);
+    TTestProgress progress;
+    progress.Start();
+    EXPECT_TRUE(QvCopyStream(&from, &to, &progress));
+    EXPECT_TRUE(ReadFile(m_folder / "to") == "head" + content);
+    EXPECT_EQ(progress.Positions.size(), 3u);
+    EXPECT_EQ(progress.Positions.back(), 1.0);
 
-        ASSERT_TRUE(from.setPosition(0) && to.setSize(0));
-        progress.BreakAfter = progress.Polls + static_cast<int>(progress.Positions.size()) + 6;
-        EXPECT_EQ(QvCopyStream(&from, &to, &progress), size != big);
-        EXPECT_FALSE(from.setPosition(0) && QvCopyStream(&from, &from, nullptr)) << "read-only";
-    }
+    ASSERT_TRUE(from.setPosition(0));
+    EXPECT_FALSE(QvCopyStream(&from, &from, nullptr)) << "read-only";
+    ASSERT_TRUE(from.setPosition(0));
+    progress.BreakAfter = progress.Polls + static_cast<int>(progress.Positions.size()) + 6;
+    EXPECT_FALSE(QvCopyStream(&from, &to, &progress));
 }
 } // namespace

@@ -159,31 +159,24 @@ TEST_F(TStorageTest, AFullDiskLeavesTheJournalAsItWas)
 {
     ASSERT_TRUE(Storage.LoadDir() && Storage.AddResourceRecord("/a", false));
     const std::string whole = Journal();
-    const std::string torn = whole + "/B?b\r\n";
-    const struct
-    {
-        const char* Name;
-        std::size_t Room;
-        std::function<bool()> Operation;
-        const std::string& Before;
-        const std::string& After;
-    } kRows[] = {{"AddResourceRecord", whole.size() + 3,
-                  [this] { return Storage.AddResourceRecord("/b", false); }, whole, whole},
-                 {"DeleteResourceRecord", whole.size() + 3,
-                  [this] { return Storage.DeleteResourceRecord("/a", false); }, torn, whole},
-                 {"SaveDir", 20, [this] { return Storage.MergeDir(); }, whole, whole},
-                 {"SaveDir", 3, [this] { return Storage.LoadDir(); }, torn, torn}};
-    for (const auto& row : kRows) {
-        WriteJournal(row.Before);
-        EXPECT_TRUE(PassesInChild([&] {
+    const auto add = [this] { return Storage.AddResourceRecord("/b", false); };
+    const auto merge = [this] { return Storage.MergeDir(); };
+    const auto load = [this] { return Storage.LoadDir(); };
+    const std::tuple<const char*, std::function<bool()>, std::size_t, std::string> kRows[] = {
+        {"AddResourceRecord", add, whole.size() + 3, ""},
+        {"SaveDir", merge, 20, ""},
+        {"SaveDir", load, 3, "/B?b\r\n"}};
+    for (const auto& [name, operation, room, tail] : kRows) {
+        WriteJournal(whole + tail);
+        EXPECT_TRUE(PassesInChild([&, name = name, &operation = operation, room = room] {
             TLogCapture log;
-            LimitFileSize(row.Room);
-            EXPECT_FALSE(row.Operation());
+            LimitFileSize(room);
+            EXPECT_FALSE(operation());
             EXPECT_EQ(log.Entries.at(0).Shown,
-                      "TResStorage::" + std::string(row.Name) + "(): error writing storage (S)");
+                      "TResStorage::" + std::string(name) + "(): error writing storage (S)");
             EXPECT_EQ(Storage.Failure().Error(), EFBIG);
-        })) << row.Name;
-        EXPECT_EQ(Journal(), row.After);
+        })) << name;
+        EXPECT_EQ(Journal(), whole + tail);
         EXPECT_EQ(NamesIn(Temp / "s").size(), 2u);
     }
 }

