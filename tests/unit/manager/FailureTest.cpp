@@ -1,5 +1,5 @@
-// What operations answer, and what LastFailure has, where a folder cannot be read, where a link
-// leads elsewhere, and where two ids are one file.
+// What operations answer, and what LastFailure has, where a link leads elsewhere, and where two ids
+// are one file.
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -38,54 +38,7 @@ protected:
         ASSERT_EQ(symlink(target.c_str(), (Temp / name).c_str()), 0) << name;
     }
 
-    TQvResAttrib m_attrib;
 };
-
-TEST_F(Failures, WhatCannotBeReadIsNotEmpty)
-{
-    MakeTree(Temp.Path(), "A/t/closed/x= A/t/open/y= A/t/z= B/ D/ M/");
-    ASSERT_EQ(chmod(Temp.Path().c_str(), 0777) + chmod((Temp / "B").c_str(), 0777) +
-                  chmod((Temp / "A/t").c_str(), 0777) + chmod((Temp / "A/t/closed").c_str(), 0),
-              0);
-    EXPECT_TRUE(PassesInChild([this] {
-        ASSERT_TRUE(geteuid() != 0 || setuid(65534) == 0) << "for root no bits count";
-        const std::string closed = "/A/t/closed";
-        const auto items = make_var<std::vector<TQvResFindItem>>();
-        std::vector<TQvFailure> failures;
-        Manager.Find(items, "/A/t", "*", kFindResources | kFindRecursive, nullptr, &failures);
-        EXPECT_EQ(items->size(), 2u) << "what can be read is listed";
-        ASSERT_EQ(failures.size(), 1u);
-        EXPECT_EQ(failures[0].text(), closed + ": Permission denied");
-
-        std::set<std::string> failed;
-        TResourceManager::TCopyResourceExParams params;
-        params.Sources = {"/A/t/"};
-        params.DestFolder = "/B";
-        params.Failed = &failed;
-        Expect(
-            {{"extended copy", [&] { return Manager.CopyResourceEx(params); }, false, EACCES,
-              "/A/t/closed"},
-             {"empty", [&] { return Manager.IsFolderEmpty(closed); }, false, EACCES, "/A/t/closed"},
-             {"exists", [&] { return Manager.ResourceExists(closed + "/x") != kResNothing; }, false,
-              EACCES, "/A/t/closed/x"},
-             {"exists not", [&] { return Manager.ResourceExists("/A/none") != kResNothing; }, false,
-              0, ""},
-             {"attributes", [&] { return Manager.GetResourceAttr(closed + "/x", &m_attrib); },
-              false, EACCES, "/A/t/closed/x"},
-             {"open",
-              [&] {
-                  return static_cast<bool>(
-                      *Manager.OpenResource(closed + "/x", 10, kQvShareAll, 0));
-              },
-              false, EACCES, "/A/t/closed/x"},
-             {"delete", [&] { return Manager.DeleteResource(closed + "/x"); }, false, EACCES,
-              "/A/t/closed/x"},
-             {"clear", [&] { return Manager.ClearFolder("/A/t", nullptr); }, false, EACCES,
-              "/A/t/closed"}});
-        EXPECT_EQ(failed, std::set<std::string>{closed});
-        EXPECT_EQ(NamesIn(Temp / "B"), (std::vector<std::string>{"closed", "open", "z"}));
-    }));
-}
 
 TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
 {

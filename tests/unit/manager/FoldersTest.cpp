@@ -27,18 +27,14 @@ TEST_F(Folders, CreatedClearedAndDeleted)
          {"is there, virtual", create("/V"), true, "A/"},
          {"nothing is mounted there", create("/New/folder"), false, "A/"},
          {"below a resource", create("/A/file/below"), false, "A/file="},
-
          {"a failure does not end it; a link goes, not what it leads to", clear("/A"), false,
           "A/in/x= A/in/x.meta= A/in/.hidden= A/in/bad:name/x= A/z/y= A/link>../other other/kept=",
           "A/in/.hidden= A/in/bad:name/x= other/kept="},
          {"across a mount point, which stays", clear("/A/in"), false, "A/in/M/ M/x=", "A/in/M/ M/"},
          {"no folder", clear("/A/none"), false, "A/"},
-
          {"a mount point stays, though cleared", remove("/V/D", true), false, "D/x=", "D/"},
          {"virtual", remove("/V", false), false, "A/"},
          {"and by way of \"..\"", remove("/A/..", false), false, "A/"},
-         {"is not empty", remove("/A/f", false), false, "A/f/g/x="},
-         {"with all it holds", remove("/A/f/", true), true, "A/f/g/x=", "A/"},
          {"no folder", remove("/A/f", true), false, "A/"}});
 
     TLogCapture log;

@@ -1,12 +1,9 @@
 #include <chrono>
-#include <memory>
 #include <tuple>
 #include <unistd.h>
 
-#include "QvStd/FileLock.h"
 #include "QvStd/FileStream.h"
 #include "services/ResourceLabels.h"
-#include "support/ChildProcess.h"
 #include "support/MountedFolder.h"
 #include "support/Thrown.h"
 
@@ -154,53 +151,5 @@ TEST_F(Labels, AChangeWithinOneTickIsNoticed)
     Put("r", std::chrono::duration_cast<std::chrono::milliseconds>(now).count() + 60000, "hello");
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "the future is not waited for";
     EXPECT_EQ(label.CRC, kCrcOfHello);
-}
-
-TEST_F(Labels, WritersAndKillsLeaveASidecarThatParses)
-{
-    Temp.Write("r.meta", "[other]\ncount=0\n[/other]\n");
-    // Labels of all lengths, over and over; killed at any moment.
-    const auto storeLabels = [] {
-        for (std::uint64_t i = 1;; i = i * 7 % 999999937)
-            if (!WriteResResourceLabel("/T/r", Label(i, i)))
-                return 1;
-        return 0;
-    };
-    TChildProcess first(storeLabels);
-    auto second = std::make_unique<TChildProcess>(storeLabels);
-    for (int i = 1; i <= 60; ++i) {
-        {
-            const TQvFileLock lock(Temp / "r.meta", 10000);
-            const auto tree = ReadQvXIniTree(TQvPath(Temp / "r.meta"));
-            ASSERT_TRUE(lock && tree);
-            TQvXIniTreeWriter writer(tree);
-            ASSERT_TRUE(writer.OpenSection(writer.FindF("other", TQvXIniEntry::Kind::Section)));
-            EXPECT_TRUE(writer.WriteS("count", i));
-            WriteQvXIniTreeE(TQvPath(Temp / "r.meta"), *tree);
-        }
-        ASSERT_TRUE(ReadQvXIniTree(TQvPath(Temp / "r.meta"))) << Sidecar();
-        if (i % 10 == 0) {
-            second->Kill();
-            EXPECT_EQ(second->Wait(), -9) << "until then it stored its labels";
-            second = std::make_unique<TChildProcess>(storeLabels);
-        }
-    }
-    first.Kill();
-    second->Kill();
-    EXPECT_EQ(first.Wait() + second->Wait(), -18);
-    EXPECT_TRUE(WriteResResourceLabel("/T/r", Label(5, kCrcOfHello)));
-    EXPECT_EQ(Sidecar(), "[other]\ncount=60\n[/other]\n" + Text(Label(5, kCrcOfHello)));
-}
-
-TEST_F(Labels, FullDiskCostsNothing)
-{
-    const std::string old = Text(Label(5, 1)) + "[other]\nkey=value\n[/other]\n";
-    Temp.Write("r.meta", old);
-    EXPECT_TRUE(PassesInChild([&] {
-        LimitFileSize(old.size() + 3);
-        EXPECT_FALSE(WriteResResourceLabel("/T/r", Label(5, 1234567890)));
-        EXPECT_EQ(TResourceManager::LastFailure().Error, EFBIG);
-    }));
-    EXPECT_EQ(Sidecar(), old);
 }
 } // namespace
