@@ -16,28 +16,26 @@ namespace
 class Failures : public TMountedTree
 {
 protected:
-    /// A call, what it answers, and the failure that it leaves.
+    /// A command, what it answers, and the failure that it leaves.
     struct TRow
     {
-        const char* Name;
-        std::function<bool()> Call;
+        const char* Command;
         bool Result;
         int Error;
-        std::string Id;
+        const char* Id;
     };
-    void Expect(const std::vector<TRow>& rows) const
+    void Expect(const std::vector<TRow>& rows)
     {
         for (const TRow& row : rows) {
-            EXPECT_EQ(row.Call(), row.Result) << row.Name;
-            EXPECT_EQ(TResourceManager::LastFailure().Error, row.Error) << row.Name;
-            EXPECT_EQ(TResourceManager::LastFailure().Id, row.Id) << row.Name;
+            EXPECT_EQ(DoCommand(Manager, row.Command), row.Result) << row.Command;
+            EXPECT_EQ(TResourceManager::LastFailure().Error, row.Error) << row.Command;
+            EXPECT_EQ(TResourceManager::LastFailure().Id, row.Id) << row.Command;
         }
     }
     void Link(const std::string& target, const std::string& name) const
     {
         ASSERT_EQ(symlink(target.c_str(), (Temp / name).c_str()), 0) << name;
     }
-
 };
 
 TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
@@ -45,25 +43,15 @@ TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
     MakeTree(Temp.Path(), "A/f/x= A/x= A/link>../out A/gone>none out/kept= D/ B/ M/");
     const std::string before = TreeOf(Temp.Path());
     Manager.MountFileNodeE("/L", Temp / "A/link", false);
-    Expect({{"clear", [&] { return Manager.ClearFolder("/A/link", nullptr); }, false, ENOTDIR,
-             "/A/link"},
-            {"delete as resource", [&] { return Manager.DeleteResource("/A/link"); }, false, EISDIR,
-             "/A/link"},
-            {"delete a dangling one", [&] { return Manager.DeleteResource("/A/gone"); }, false,
-             ENOENT, "/A/gone"},
-            {"move it", [&] { return Manager.RenMovResource("/A/link", "/A/y", nullptr); }, false,
-             EISDIR, "/A/link"},
-            {"move onto it", [&] { return Manager.RenMovResource("/A/x", "/A/link", nullptr); },
-             false, EISDIR, "/A/link"},
-            {"move a folder", [&] { return Manager.RenMovResource("/A/f", "/A/g", nullptr); },
-             false, EISDIR, "/A/f"},
-            {"move a mount", [&] { return Manager.RenMovResource("/L", "/A/y", nullptr); }, false,
-             EISDIR, "/L"},
-            {"move onto a mount", [&] { return Manager.RenMovResource("/A/x", "/L", nullptr); },
-             false, EISDIR, "/L"},
-            {"delete another mount's folder",
-             [&] { return Manager.DeleteFolder("/A/link", true, nullptr); }, false, EBUSY,
-             "/A/link"}});
+    Expect({{"clear /A/link", false, ENOTDIR, "/A/link"},
+            {"delete /A/link", false, EISDIR, "/A/link"},
+            {"delete /A/gone", false, ENOENT, "/A/gone"}, // leads to nothing
+            {"move /A/link /A/y", false, EISDIR, "/A/link"},
+            {"move /A/x /A/link", false, EISDIR, "/A/link"},
+            {"move /A/f /A/g", false, EISDIR, "/A/f"},
+            {"move /L /A/y", false, EISDIR, "/L"},
+            {"move /A/x /L", false, EISDIR, "/L"},
+            {"remove /A/link", false, EBUSY, "/A/link"}}); // the folder of another mount
     EXPECT_EQ(TreeOf(Temp.Path()), before);
     EXPECT_THROW(Manager.RenameFolderE("/A/f/..", "y"), TQvMessage);
     Manager.UnmountNodeE("/L", false);
@@ -98,25 +86,15 @@ TEST_F(Failures, DeeperThanAPathIsCopiedAsFarAsOneReachesAndRemoved)
 
 TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
 {
-    const auto copy = [this](const char* from, const char* to) {
-        return [=] { return Manager.CopyResource(from, to, nullptr); };
-    };
-    const auto move = [this](const char* from, const char* to) {
-        return [=] { return Manager.RenMovResource(from, to, nullptr); };
-    };
     Manager.MountFileNodeE("/Same", Temp / "A", false);
-    ExpectTrees(
-        Temp.Path(),
-        {{"copy onto a link", copy("/A/x", "/B/l"), true, "A/x=1 B/l>y B/y=2", "A/x=1 B/l>y B/y=1"},
-         {"copy onto a dangling one", copy("/A/x", "/B/l"), true, "A/x=1 B/l>y",
-          "A/x=1 B/l>y B/y=1"},
-         {"move onto a link", move("/A/x", "/A/l"), true,
-          "A/x=1 A/x.meta=m A/l>../B/y B/y=2 B/y.meta=n", "A/l>../B/y A/l.meta=m B/y=1 B/y.meta=n"},
-         {"copy onto a link to its own sidecar", copy("/A/x", "/A/l"), false,
-          "A/l>x.meta A/x=1 A/x.meta=m"},
-         {"move onto one", move("/A/x", "/Same/l"), false, "A/l>x.meta A/x=1 A/x.meta=m"},
-         {"copy of a long name with a sidecar", copy("/A/x", "/B/LONG"), true,
-          "A/x=1 A/x.meta=m B/", "A/x=1 A/x.meta=m B/LONG=1 B/LONG.meta=m"}});
+    ExpectTrees(Temp.Path(), Manager,
+                {{"copy /A/x /B/l", true, "A/x=1 B/l>y B/y=2", "A/x=1 B/l>y B/y=1"},
+                 {"copy /A/x /B/l", true, "A/x=1 B/l>y", "A/x=1 B/l>y B/y=1"},
+                 {"move /A/x /A/l", true, "A/x=1 A/x.meta=m A/l>../B/y B/y=2 B/y.meta=n",
+                  "A/l>../B/y A/l.meta=m B/y=1 B/y.meta=n"},
+                 // onto a link to its own sidecar
+                 {"copy /A/x /A/l", false, "A/l>x.meta A/x=1 A/x.meta=m"},
+                 {"move /A/x /Same/l", false, "A/l>x.meta A/x=1 A/x.meta=m"}});
     MakeTree(Temp.Path(), "A/h=linked A/h.meta=m B/");
     ASSERT_EQ(link((Temp / "A/h").c_str(), (Temp / "A/i").c_str()), 0);
     EXPECT_TRUE(Manager.CopyResource("/A/h", "/A/i", nullptr)) << "nothing to do";
@@ -134,12 +112,9 @@ TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
 TEST_F(Failures, ASidecarThatFailsIsReportedAndTheSourceKept)
 {
     MakeTree(Temp.Path(), "A/x=1 A/x.meta=m A/y.meta/ B/y.meta/");
-    Expect({{"inside", [&] { return Manager.CopyResource("/A/x", "/A/y", nullptr); }, false, EISDIR,
-             "/A/y"},
-            {"between", [&] { return Manager.CopyResource("/A/x", "/B/y", nullptr); }, true, EISDIR,
-             "/B/y"},
-            {"move", [&] { return Manager.RenMovResource("/A/x", "/B/y", nullptr); }, false, EISDIR,
-             "/B/y"}});
+    Expect({{"copy /A/x /A/y", false, EISDIR, "/A/y"},
+            {"copy /A/x /B/y", true, EISDIR, "/B/y"},
+            {"move /A/x /B/y", false, EISDIR, "/B/y"}});
     EXPECT_TRUE(TResourceManager::LastFailure().OfMetadata);
     EXPECT_EQ(TreeOf(Temp.Path()), "A/x=1 A/x.meta=m A/y=1 A/y.meta/ B/y=1 B/y.meta/");
     EXPECT_TRUE(Manager.DeleteResource("/B/y"));

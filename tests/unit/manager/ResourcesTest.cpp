@@ -42,30 +42,20 @@ TEST_F(Resources, ExistsNeverThrows)
 
 TEST_F(Resources, CopiedAndMovedBetweenNodes)
 {
-    const auto copy = [this](const char* from, const char* to) {
-        return [=] { return Manager.CopyResource(from, to, nullptr); };
-    };
-    const auto copyMeta = [this](const char* from, const char* to) {
-        return [=] { return Manager.CopyResourceMeta(from, to); };
-    };
-    const auto move = [this](const char* from, const char* to) {
-        return [=] { return Manager.RenMovResource(from, to, nullptr); };
-    };
     Manager.MountFileNodeE("/Same", Temp / "A", false);
-    ExpectTrees(
-        Temp.Path(),
-        {{"a stale sidecar goes", copy("/A/x", "/B/y"), true, "A/x=1 B/y.meta=m", "A/x=1 B/y=1"},
-         {"no sidecar empties none", copyMeta("/A/x", "/B/y"), false, "A/x=1 B/y=2 B/y.meta=m"},
-         {"no source", copy("/A/x", "/B/y"), false, "A/ B/y=2"},
-         {"onto a folder", copy("/A/x", "/B/y"), false, "A/x=1 B/y/"},
-         {"into no folder", copy("/A/x", "/B/no/y"), false, "A/x=1 B/"},
-         {"nothing is mounted there", copy("/A/x", "/Z"), false, "A/x=1"},
-         {"moved into no folder", move("/A/x", "/B/no/y"), false, "A/x=1 B/"},
-         {"a link would lead to nothing", move("/B/x", "/A/x"), false, "A/x>../B/x B/x=1"},
-         {"one folder, copy", copy("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"},
-         {"one folder, sidecar", copyMeta("/A/x", "/Same/x"), true, "A/x=1 A/x.meta=m"},
-         {"one folder, move", move("/A/x", "/Same/x"), false, "A/x=1 A/x.meta=m"},
-         {"one folder, onto its own sidecar", move("/A/x", "/Same/x.meta"), false, "A/x=1"}});
+    ExpectTrees(Temp.Path(), Manager,
+                {{"copy /A/x /B/y", true, "A/x=1 B/y.meta=m", "A/x=1 B/y=1"}, // a stale one goes
+                 {"copymeta /A/x /B/y", false, "A/x=1 B/y=2 B/y.meta=m"},
+                 {"copy /A/x /B/y", false, "A/ B/y=2"},
+                 {"copy /A/x /B/y", false, "A/x=1 B/y/"},
+                 {"copy /A/x /B/no/y", false, "A/x=1 B/"},
+                 {"copy /A/x /Z", false, "A/x=1"}, // nothing is mounted there
+                 {"move /A/x /B/no/y", false, "A/x=1 B/"},
+                 {"move /B/x /A/x", false, "A/x>../B/x B/x=1"}, // the link would lead to nothing
+                 {"copy /A/x /Same/x", true, "A/x=1 A/x.meta=m"},
+                 {"copymeta /A/x /Same/x", true, "A/x=1 A/x.meta=m"},
+                 {"move /A/x /Same/x", false, "A/x=1 A/x.meta=m"},
+                 {"move /A/x /Same/x.meta", false, "A/x=1"}}); // its own sidecar
 
     // a hard link is another entry of one file: the source goes
     MakeTree(Temp.Path(), "A/h=linked B/");
