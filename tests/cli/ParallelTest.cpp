@@ -37,6 +37,11 @@ TEST_F(TParallelTest, NothingAcknowledgedIsLost)
          "profile list | grep -c ' P'",
          "1\n2\n"},
         {"many 20 '$QVRES --mount /A=a xini set /A/x s/k$n $n'; grep -c k a/x; ls -A a", "21\nx\n"},
+        {"touch a/y.meta; many 20 'touch -d @$n a/y; $QVRES --mount /A=a xini set /A/y.meta s/k$n "
+         "$n; "
+         "$QVRES --mount /A=a label /A/y >/dev/null'; grep -c -e k -e 'label]' a/y.meta; q label "
+         "--stored /A/y | wc -l",
+         "22\n3\n"},
     });
 }
 

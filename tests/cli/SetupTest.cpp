@@ -122,7 +122,6 @@ TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
     Expect({{"qvres --var var setup a", "/a\n"}});
     m_temp.Write("var/Profiles/Bad/profile.x-ini", "half a line");
     Expect({{"qvres --var var setup", refusal},
-            {"qvres --var var profile create Work", refusal},
             {"qvres --var var profile select LocalProfile", refusal},
             {"qvres --var var profile add LocalProfile b", refusal},
             {"qvres --var var ls; cat var/Profiles/Bad/*", "/a/\nhalf a line"},

@@ -1,14 +1,10 @@
 // What operations answer, and what LastFailure has, where a link leads elsewhere, and where two ids
 // are one file.
 #include <cerrno>
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "ManagerFixtures.h"
 #include "QvStd/FileStream.h"
-#include "QvStd/Files.h"
-#include "support/ChildProcess.h"
 #include "support/Thrown.h"
 
 namespace
@@ -57,31 +53,6 @@ TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
     Manager.UnmountNodeE("/L", false);
     EXPECT_TRUE(Manager.DeleteFolder("/A/link", true, nullptr)) << "only the link goes";
     EXPECT_EQ(ReadFile(Temp / "out/kept"), "");
-}
-
-TEST_F(Failures, DeeperThanAPathIsCopiedAsFarAsOneReachesAndRemoved)
-{
-    int folder = open((Temp / "A").c_str(), O_RDONLY);
-    const std::string name(200, 'd');
-    for (int i = 0; i < 30; ++i) {
-        ASSERT_EQ(mkdirat(folder, name.c_str(), 0777), 0);
-        folder = openat(folder, name.c_str(), O_RDONLY);
-    }
-    std::set<std::string> failed;
-    TResourceManager::TCopyResourceExParams params;
-    params.Sources = {"/A/"};
-    params.DestFolder = "/B";
-    params.Failed = &failed;
-    EXPECT_FALSE(Manager.CopyResourceEx(params));
-    EXPECT_EQ(TResourceManager::LastFailure().Error, ENAMETOOLONG);
-    ASSERT_EQ(failed.size(), 1u);
-    EXPECT_GT(failed.begin()->size(), 3000u);
-    EXPECT_TRUE(PassesInChild([this] {
-        const rlimit limit = {64, 64};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-        EXPECT_TRUE(QvRemoveDirectoryEx(Temp / "A", true, false, nullptr));
-    }));
-    EXPECT_FALSE(Exists(Temp / "A"));
 }
 
 TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
