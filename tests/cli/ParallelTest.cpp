@@ -37,18 +37,6 @@ TEST_F(TParallelTest, NothingAcknowledgedIsLost)
          "profile list | grep -c ' P'",
          "1\n2\n"},
         {"many 20 '$QVRES --mount /A=a xini set /A/x s/k$n $n'; grep -c k a/x; ls -A a", "21\nx\n"},
-        // The wrong time makes each call store its label anew.
-        {"touch -d @5 a/y; touch a/y.meta; many 20 'for key in s/k$n resource_label/time; do "
-         "$QVRES "
-         "--mount /A=a xini set /A/y.meta $key $n; done; $QVRES --mount /A=a label /A/y >dead'; q "
-         "label /A/y | wc -l; grep -c -e k -e label] a/y.meta",
-         "3\n22\n"},
-    });
-}
-
-TEST_F(TParallelTest, SetupLeavesACurrentProfile)
-{
-    ExpectMany({
         {"for round in 1 2 3 4 5; do many 3 '$QVRES --var v$round setup a'; "
          "qvres --var v$round ls; done | sort | uniq -c | tr -s ' '",
          " 15 /a\n 5 /a/\n"},

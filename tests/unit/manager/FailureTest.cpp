@@ -28,10 +28,6 @@ protected:
             EXPECT_EQ(TResourceManager::LastFailure().Id, row.Id) << row.Command;
         }
     }
-    void Link(const std::string& target, const std::string& name) const
-    {
-        ASSERT_EQ(symlink(target.c_str(), (Temp / name).c_str()), 0) << name;
-    }
 };
 
 TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)

@@ -2,8 +2,10 @@
 #include <tuple>
 #include <unistd.h>
 
+#include "QvStd/FileLock.h"
 #include "QvStd/FileStream.h"
 #include "services/ResourceLabels.h"
+#include "support/ChildProcess.h"
 #include "support/MountedFolder.h"
 #include "support/Thrown.h"
 
@@ -151,5 +153,28 @@ TEST_F(Labels, AChangeWithinOneTickIsNoticed)
     Put("r", std::chrono::duration_cast<std::chrono::milliseconds>(now).count() + 60000, "hello");
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "the future is not waited for";
     EXPECT_EQ(label.CRC, kCrcOfHello);
+}
+
+TEST_F(Labels, WritersOfOneSidecarLoseNothing)
+{
+    Temp.Write("r.meta", "[other]\ncount=0\n[/other]\n");
+    TChildProcess labels([] {
+        for (std::uint64_t i = 1; WriteResResourceLabel("/T/r", Label(i, i));)
+            i = i * 7 % 999999937;
+        return 1;
+    });
+    for (int i = 1; i <= 60; ++i) {
+        const TQvFileLock lock(Temp / "r.meta", 10000);
+        const auto tree = ReadQvXIniTree(TQvPath(Temp / "r.meta"));
+        ASSERT_TRUE(lock && tree) << Sidecar();
+        TQvXIniTreeWriter writer(tree);
+        ASSERT_TRUE(writer.OpenSection(writer.FindF("other", TQvXIniEntry::Kind::Section)));
+        EXPECT_TRUE(writer.WriteS("count", i));
+        WriteQvXIniTreeE(TQvPath(Temp / "r.meta"), *tree);
+    }
+    labels.Kill();
+    EXPECT_EQ(labels.Wait(), -SIGKILL) << "until then it stored its labels";
+    EXPECT_TRUE(WriteResResourceLabel("/T/r", Label(5, kCrcOfHello)));
+    EXPECT_EQ(Sidecar(), "[other]\ncount=60\n[/other]\n" + Text(Label(5, kCrcOfHello)));
 }
 } // namespace
