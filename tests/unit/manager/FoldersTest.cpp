@@ -61,6 +61,7 @@ TEST_F(Folders, RealAndEmpty)
     EXPECT_TRUE(Manager.IsFolder("/V/d/", true));
     EXPECT_FALSE(Manager.IsFolder("/V", true));
     EXPECT_FALSE(Manager.IsFolder("V", false));
+    EXPECT_TRUE(Manager.IsFolderEmpty("/A"));
     EXPECT_FALSE(Manager.IsFolderEmpty("/V"));
 }
 

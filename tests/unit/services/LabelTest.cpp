@@ -1,11 +1,13 @@
 #include <chrono>
+#include <future>
+#include <memory>
 #include <tuple>
 #include <unistd.h>
 
 #include "QvStd/FileLock.h"
 #include "QvStd/FileStream.h"
+#include "QvStd/Files.h"
 #include "services/ResourceLabels.h"
-#include "support/ChildProcess.h"
 #include "support/MountedFolder.h"
 #include "support/Thrown.h"
 
@@ -155,26 +157,18 @@ TEST_F(Labels, AChangeWithinOneTickIsNoticed)
     EXPECT_EQ(label.CRC, kCrcOfHello);
 }
 
-TEST_F(Labels, WritersOfOneSidecarLoseNothing)
+TEST_F(Labels, AWriterWaitsForTheLockAndReadsWhatWasWrittenMeanwhile)
 {
-    Temp.Write("r.meta", "[other]\ncount=0\n[/other]\n");
-    TChildProcess labels([] {
-        for (std::uint64_t i = 1; WriteResResourceLabel("/T/r", Label(i, i));)
-            i = i * 7 % 999999937;
-        return 1;
-    });
-    for (int i = 1; i <= 60; ++i) {
-        const TQvFileLock lock(Temp / "r.meta", 10000);
-        const auto tree = ReadQvXIniTree(TQvPath(Temp / "r.meta"));
-        ASSERT_TRUE(lock && tree) << Sidecar();
-        TQvXIniTreeWriter writer(tree);
-        ASSERT_TRUE(writer.OpenSection(writer.FindF("other", TQvXIniEntry::Kind::Section)));
-        EXPECT_TRUE(writer.WriteS("count", i));
-        WriteQvXIniTreeE(TQvPath(Temp / "r.meta"), *tree);
-    }
-    labels.Kill();
-    EXPECT_EQ(labels.Wait(), -SIGKILL) << "until then it stored its labels";
-    EXPECT_TRUE(WriteResResourceLabel("/T/r", Label(5, kCrcOfHello)));
-    EXPECT_EQ(Sidecar(), "[other]\ncount=60\n[/other]\n" + Text(Label(5, kCrcOfHello)));
+    const std::string sidecar = Temp.Write("r.meta", "[old]\n[/old]\n");
+    auto lock = std::make_unique<TQvFileLock>(sidecar, 0);
+    ASSERT_TRUE(*lock);
+    auto writer =
+        std::async(std::launch::async, [] { return WriteResResourceLabel("/T/r", Label(5, 1)); });
+    EXPECT_EQ(writer.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(Sidecar(), "[old]\n[/old]\n");
+    EXPECT_TRUE(QvWriteFileAtomically(sidecar, "[new]\n[/new]\n"));
+    lock.reset();
+    EXPECT_TRUE(writer.get());
+    EXPECT_EQ(Sidecar(), "[new]\n[/new]\n" + Text(Label(5, 1)));
 }
 } // namespace
