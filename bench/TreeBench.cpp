@@ -260,32 +260,57 @@ void CopyLarge(benchmark::State& state)
 }
 BENCHMARK(CopyLarge)->ArgName("across")->Arg(0)->Arg(1)->UseManualTime()->Iterations(5);
 
-void CopySmall(benchmark::State& state)
+/// What a small copy costs at the least: no promise about kills, permissions or time.
+void RawCopyInKernel(const std::string& from, const std::string& to)
+{
+    const int source = open(from.c_str(), O_RDONLY | O_CLOEXEC);
+    const int target = open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    Require(copy_file_range(source, nullptr, target, nullptr, 4096, 0) == 4096, "copy_file_range");
+    close(source);
+    close(target);
+}
+
+enum class TRoad
+{
+    Inside,
+    Between,
+    Extended
+};
+
+void CopySmall(benchmark::State& state, TRoad road)
 {
     const std::string from = Files().Folder("small", 10000, 4096);
-    std::vector<char> buffer(4096);
     TResourceManager& manager = Manager();
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(from))
         names.push_back(entry.path().filename().string());
+    const std::string mount = road == TRoad::Between ? "/Bench/Mount8" : "/Bench/Mount7";
+    TResourceManager::TCopyResourceExParams params;
+    params.Sources = {"/Bench/Mount7/small/"};
+    params.DestFolder = mount + "/target";
     bench::Compare(
-        state, 1.5,
+        state, road == TRoad::Inside ? 1.5 : 1.6,
         [&] {
+            fs::create_directory(Files() / "target");
             for (const std::string& name : names)
-                RawCopy(from + "/" + name, Files() / ("target/" + name), buffer);
+                RawCopyInKernel(from + "/" + name, Files() / ("target/" + name));
         },
         [&] {
+            if (road == TRoad::Extended) {
+                Require(manager.CopyResourceEx(params), "CopyResourceEx");
+                return;
+            }
+            fs::create_directory(Files() / "target");
             for (const std::string& name : names)
                 Require(manager.CopyResource("/Bench/Mount7/small/" + name,
-                                             "/Bench/Mount7/target/" + name, nullptr),
+                                             mount + "/target/" + name, nullptr),
                         "CopyResource");
         },
-        [] {
-            fs::remove_all(Files() / "target");
-            fs::create_directory(Files() / "target");
-        });
+        [] { fs::remove_all(Files() / "target"); });
 }
-BENCHMARK(CopySmall)->UseManualTime()->Iterations(7);
+BENCHMARK_CAPTURE(CopySmall, inside, TRoad::Inside)->UseManualTime()->Iterations(7);
+BENCHMARK_CAPTURE(CopySmall, between, TRoad::Between)->UseManualTime()->Iterations(7);
+BENCHMARK_CAPTURE(CopySmall, extended, TRoad::Extended)->UseManualTime()->Iterations(7);
 
 void Delete(benchmark::State& state)
 {

@@ -56,10 +56,10 @@ bool IsStillThere(const std::string& path, const TFound& found)
     return found.Content && now.st_dev == found.Status.st_dev && now.st_ino == found.Status.st_ino;
 }
 
-TQvResult Replace(const std::string& path, const TFound& found, const TQvChangedContent& content)
+TQvResult Replace(const std::string& path, const TFound& found, const std::string& content)
 {
     TQvNewFile::TOptions options;
-    options.Synced = content.IsSynced;
+    options.Synced = true;
     options.IsLockedByCaller = true;
     TQvNewFile file;
     TQvResult result = file.Open(path, options);
@@ -67,7 +67,7 @@ TQvResult Replace(const std::string& path, const TFound& found, const TQvChanged
     if (result && !IsStillThere(path, found))
         return TQvResult::Failed(ESTALE, path);
     if (result)
-        result = file.Write(content.Text.data(), content.Text.size());
+        result = file.Write(content.data(), content.size());
     return result ? file.Publish() : result;
 }
 
@@ -76,8 +76,8 @@ TQvFileChange TryChange(const std::string& path, const TQvContentChange& change)
     TFound found;
     if (const int error = Find(path, &found))
         return {TQvResult::Failed(error, path), {}};
-    const TQvChangedContent content = change(found.Content);
-    if (found.Content == content.Text)
+    const std::string content = change(found.Content);
+    if (found.Content == content)
         return {};
     return {{}, Replace(path, found, content)};
 }

@@ -10,15 +10,9 @@
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
 
-struct TQvChangedContent
-{
-    std::string Text;
-    bool IsSynced = true; ///< whether the new content has to survive a power cut
-};
-
 /// Makes the new content of the old one, which has no value where there is no file yet. Called
 /// again when what it was given was not the file's content any more.
-using TQvContentChange = std::function<TQvChangedContent(const std::optional<std::string>& old)>;
+using TQvContentChange = std::function<std::string(const std::optional<std::string>& old)>;
 
 struct TQvFileChange
 {
@@ -32,9 +26,9 @@ struct TQvFileChange
 /// client of a network file system knows the old one for as long as its caches last.
 QVSTD_API bool QvIsStale(const std::string& path, int error);
 
-/// Replaces the content of a file, as a whole, by what `change` makes of it; content that stays the
-/// same is not written. The caller holds the lock that keeps others out from the reading to the
-/// writing.
+/// Replaces the content of a file, as a whole and synced, by what `change` makes of it; content
+/// that stays the same is not written. The caller holds the lock that keeps others out from the
+/// reading to the writing.
 ///
 /// An old file (QvIsStale, or the name leads to another file by the time of the writing) is noticed
 /// before anything is written, and read again, for up to 5 s. `path` is a raw system path. What

@@ -32,9 +32,11 @@ bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777)
     if (mkdir(path.c_str(), mode) == 0)
         return true;
     const int error = errno;
-    if (QvDirExists(path))
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(path, &isFolder);
+    if (isFolder)
         return true;
-    errno = error;
+    errno = exists.HasFailed() ? exists.Error() : error;
     return false;
 }
 

@@ -1,12 +1,14 @@
 #include "QvStd/XIniReader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <thread>
 
 #include "QvStd/FileChange.h"
 #include "QvStd/FileStream.h"
 #include "QvStd/Message.h"
+#include "QvStd/Result.h"
 #include "QvStd/XIniFormat.h"
 
 using TKind = TQvXIniEntry::Kind;
@@ -209,8 +211,11 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path)
             return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
         if (!QvIsStale(path.toSysStr(), -stream.getError()) ||
             std::chrono::steady_clock::now() > end) {
-            if (!isOpen)
+            if (stream.getError() == -ENOENT)
                 throw QvMsg_helper("Err_OpenReadFile_name") << path.toSysStr();
+            if (!isOpen)
+                throw QvMsg_helper("Err_ReadFile_name")
+                    << path.toSysStr() << QvErrorText(-stream.getError());
             throw failure.Message(path.toSysStr());
         }
         std::this_thread::sleep_for(kPause);

@@ -302,7 +302,7 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
         if (profile.Remote)
             ThrowRemote(operation, mountPoint);
         change(profile.Nodes);
-        return TQvChangedContent{old.With(profile)};
+        return old.With(profile);
     };
     const TQvFileChange done = QvChangeFile(file.toSysStr(), changeText);
     if (!done)

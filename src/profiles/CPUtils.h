@@ -75,6 +75,9 @@ public:
     /// Whether the first-run set-up must run: there is no usable configured VAR folder, or its
     /// repository is not readable.
     static bool IsWizardNecessary();
+    /// The same, but a folder or file that is there and cannot be read, or is malformed, throws a
+    /// TQvMessage: true means that nothing is set up, or that the repository is not readable.
+    static bool IsWizardNecessaryE();
 
     // The state of all profiles.
 

@@ -1,3 +1,4 @@
+#include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Registry.h"
 #include "QvStd/XIniReader.h"
@@ -32,6 +33,17 @@ std::string ReadRepositoryE(const TQvPath& varFolder, const char* key)
 {
     const auto reader = GetXIniReader(varFolder / kPolicyFile);
     return reader->Read(reader->FindF(key), std::string());
+}
+
+/// Whether something is there that is a folder or not. Throws a TQvMessage when that cannot be
+/// found out.
+bool ExistsE(const TQvPath& path, bool wantsFolder)
+{
+    bool isFolder = false;
+    const TQvResult exists = QvFileDirExists(path, &isFolder);
+    if (exists.HasFailed())
+        throw QvMsg_helper("Err_ReadFile_name") << path.toSysStr() << QvErrorText(exists.Error());
+    return exists && isFolder == wantsFolder;
 }
 
 /// The names are read only to prove that they can be.
@@ -83,17 +95,27 @@ TQvPath TQvCPUtils::GetRepositoryFolder(TQvPath varFolder, bool switchedOff)
 bool TQvCPUtils::IsWizardNecessary()
 {
     try {
-        // Only the configuration counts: a folder that GetVARFolder would find elsewhere, or the
-        // default one, has not been set up for the other modules.
-        const TQvPath varFolder = QvVarFolderSettingE();
-        if (!varFolder.isFolder())
-            return true;
-        const TQvPath repository(ReadRepositoryE(varFolder, kRepositoryKey));
-        CheckProfileListE(varFolder);
+        return IsWizardNecessaryE();
+    } catch (...) {
+        return true;
+    }
+}
+
+bool TQvCPUtils::IsWizardNecessaryE()
+{
+    // Only the configuration counts: a folder that GetVARFolder would find elsewhere, or the
+    // default one, has not been set up for the other modules.
+    const TQvPath varFolder = QvVarFolderSettingE();
+    if (!ExistsE(varFolder, true) || !ExistsE(varFolder / kPolicyFile, false) ||
+        !ExistsE(varFolder / kProfilesFolder / kProfileListFile, false))
+        return true;
+    const TQvPath repository(ReadRepositoryE(varFolder, kRepositoryKey));
+    CheckProfileListE(varFolder);
+    try {
         if (repository.isPathValid())
             CheckProfileListE(repository);
         return false;
-    } catch (...) {
+    } catch (const TQvMessage&) {
         return true;
     }
 }

@@ -162,7 +162,7 @@ private:
                 merged.Nodes =
                     QvMergeProfileNodes(loaded != nullptr ? loaded->Nodes : TQvProfileNodes(),
                                         profile.Nodes, file.Content().Nodes);
-            return TQvChangedContent{file.With(merged)};
+            return file.With(merged);
         });
     }
 
@@ -182,7 +182,7 @@ private:
                     QvHoldsProfile(m_state.VarFolder, name))
                     names.push_back(name);
             }
-            return TQvChangedContent{ListOf(names)};
+            return ListOf(names);
         });
     }
 
@@ -199,7 +199,7 @@ private:
             if (!haveOthersChosen &&
                 !policy.Write(policy.FindCreateF(kCurrentProfileKey), m_state.CurrentProfile))
                 policy.RaiseErrorE();
-            return TQvChangedContent{QvFormatXIniTree(*tree)};
+            return QvFormatXIniTree(*tree);
         });
         if (!haveOthersChosen)
             loaded.PolicyProfile = loaded.CurrentProfile = m_state.CurrentProfile;

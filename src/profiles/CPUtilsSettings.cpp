@@ -125,7 +125,7 @@ void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPat
         // All of them: a second one in a file written by hand would come into force now.
         while (policy.Delete(policy.FindF(otherKey))) {
         }
-        return TQvChangedContent{QvFormatXIniTree(*tree)};
+        return QvFormatXIniTree(*tree);
     });
 }
 } // namespace

@@ -66,7 +66,7 @@ bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std
     if (!QvReadWholeFile(copy.toSysStr(), &old) || old != text) {
         const TQvVarFolderLock lock(varFolder);
         QvForceDirectoriesE(varFolder / kProfilesFolder / name);
-        QvChangeFileE(copy, [&text](const auto&) { return TQvChangedContent{text}; });
+        QvChangeFileE(copy, [&text](const auto&) { return text; });
     }
     return true;
 }

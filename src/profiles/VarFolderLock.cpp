@@ -46,7 +46,8 @@ TQvVarFolderLock::TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeo
 {
     if (!varFolder.isPathValid())
         throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
-    QvForceDirectoriesE(varFolder);
+    if (const TQvResult made = QvForceDirectories(varFolder); !made)
+        throw QvLockMessage((varFolder / kLockFile).toSysStr(), -made.Error());
     std::weak_ptr<TQvLockFile>& held = HeldLocks()[KeyOfE(varFolder)];
     m_lock = held.lock();
     if (m_lock)

@@ -69,6 +69,9 @@ TQvFailure Prune(const TBackupName& name, std::size_t keep)
     ResourceManager.Find(items, name.Folder, name.Mask(), kFindResources | kFindAttributes,
                          nullptr);
     TQvFailure first = TResourceManager::LastFailure();
+    // A backup without a time would pass for the oldest.
+    if (first.Error != 0)
+        return first;
     std::map<TQvDateTime, std::string> backups; // oldest first; two of one time count once
     for (const TQvResFindItem& item : *items)
         if (name.IsExactly(item.Id))

@@ -50,21 +50,10 @@ bool PutLabel(const var_a<TQvXIniTree*>& tree, const TQvResourceLabel& label)
     return writer.OpenSection(section) && label.Save(&writer) && writer.ExitSection();
 }
 
-/// The sidecar that OpenResourceMeta opens.
-std::string SidecarPath(const std::string& resId)
-{
-    return ResourceManager.GetResourceFile(resId, false) + ".meta";
-}
-
 bool Fail(int error, const std::string& resId)
 {
     TResourceManager::SetLastFailure(error, resId);
     return false;
-}
-
-bool HoldsMoreThanALabel(const TQvXIniTree& tree)
-{
-    return tree.Root.Children.size() > 1;
 }
 
 /// How long ago the time was, in milliseconds; negative for one in the future.
@@ -243,7 +232,10 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
     // the new document takes the place of the file.
     if (!OpenMetadata(resId, kQvOpenReadWrite))
         return false;
-    const std::string path = SidecarPath(resId);
+    const std::string file = ResourceManager.GetResourceFile(resId, false);
+    if (file.empty())
+        return TResourceManager::LastFailure().Error == 0 ? Fail(ENOENT, resId) : false;
+    const std::string path = file + ".meta";
     const TQvFileLock lock(path, kLockTimeoutMs);
     if (!lock)
         return Fail(-lock.getError(), resId);
@@ -253,10 +245,8 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
         tree = QvParseXIniTree(old.value_or(""), nullptr);
         isPut = tree && PutLabel(tree, label);
         if (!isPut)
-            return TQvChangedContent{old.value_or("")};
-        // Synced where a power cut could otherwise take what others keep in the sidecar; a lost
-        // label is only computed again.
-        return TQvChangedContent{QvFormatXIniTree(*tree), HoldsMoreThanALabel(*tree)};
+            return old.value_or("");
+        return QvFormatXIniTree(*tree);
     });
     if (!tree) {
         Fail(stored ? EBADMSG : stored.Reading.Error(), resId);

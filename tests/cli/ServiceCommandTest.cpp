@@ -68,7 +68,7 @@ TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
              "run \"qvres setup FOLDER\" first"},
             {"qvres setup; qvres profile create P; q open 'qvres:/A/x y'", "content\n"},
             {"q open qvres:/A/x%20y", R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
-            {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x")"}});
+            {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x".)"}});
 }
 
 TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)

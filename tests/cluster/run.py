@@ -20,7 +20,7 @@ import time
 from volume import Volume, read, wait_until
 
 LONG = "--long" in sys.argv
-LIMIT = 900 if LONG else 240  # seconds for all scenarios
+LIMIT = 1500 if LONG else 240  # seconds for all scenarios
 WRITERS, APPENDS = (8, 500) if LONG else (4, 40)
 PROCESS_LIMIT = 60  # seconds for one command
 CACHES_LAST = 5  # seconds; those of a client keep what they know for 1 s each, and there are several

@@ -99,6 +99,17 @@ std::string WithCause(const std::string& message, const TQvFailure& cause)
     return message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") + QvErrorText(cause.Error);
 }
 
+std::string WithMissingCause(const TQvMessage& message)
+{
+    std::string text = message.what();
+    const TQvFailure& cause = TResourceManager::LastFailure();
+    if (cause.Error == 0 || text.find(QvErrorText(cause.Error)) != std::string::npos)
+        return text;
+    if (!text.empty() && text.back() == '.')
+        text.pop_back();
+    return WithCause(text, {cause.Error, ""});
+}
+
 void ThrowFailed(const std::string& message, int error)
 {
     BreakSignal::ThrowIfWanted();

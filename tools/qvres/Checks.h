@@ -41,6 +41,10 @@ var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string
 /// The message followed by the cause, which names its id when the message does not.
 std::string WithCause(const std::string& message, const TQvFailure& cause);
 
+/// The text of a message of the library, with the cause of its last operation behind it where the
+/// text does not have it.
+std::string WithMissingCause(const TQvMessage& message);
+
 /// Ends a command whose operation failed: with TQvUserBreak when the user cancelled it, else with a
 /// TFailure. The cause is `error` (an errno; 0 for none), or else that of the library's last
 /// operation.

@@ -93,6 +93,9 @@ void RenameFolder(THost& host, const std::string& givenId, const std::string& ne
     try {
         tree.RenameFolderE(id, newName);
     } catch (const TQvMessage& message) {
+        const int error = TResourceManager::LastFailure().Error;
+        if (error != EBUSY && error != EEXIST)
+            ThrowFailed("the folder " + Quoted(id) + " cannot be renamed");
         ThrowNaming(id, message); // not each of them names the folder
     }
 }

@@ -70,10 +70,7 @@ void OpenURL(THost& host, const std::string& url)
     try {
         stream = QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0);
     } catch (const TQvMessage& message) {
-        std::string text = message.what();
-        if (!text.empty() && text.back() == '.')
-            text.pop_back();
-        throw TFailure(WithCause(text, TResourceManager::LastFailure()));
+        throw TFailure(WithMissingCause(message));
     }
     WriteContent(host, *stream, url);
 }

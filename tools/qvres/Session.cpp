@@ -5,6 +5,7 @@
 
 #include <QvConfig/Config.h>
 #include <QvStd/Files.h>
+#include <QvStd/Message.h>
 #include <QvStd/Path.h>
 
 #include "Checks.h"
@@ -15,6 +16,16 @@ namespace
 {
 constexpr char kVarFolderVariable[] = "QV_VAR_FOLDER";
 constexpr char kDefaultVarFolder[] = ".config/velmor/KORVADELAirlane7.VAR";
+
+/// Throws TFailure when something is there and cannot be used.
+bool IsSetUp()
+{
+    try {
+        return !TQvCPUtils::IsWizardNecessaryE();
+    } catch (const TQvMessage& message) {
+        throw TFailure(message.what());
+    }
+}
 
 struct TMountOption
 {
@@ -63,7 +74,7 @@ TResourceManager& TSession::PersistentTree()
 void TSession::Start()
 {
     StartConfiguration(true);
-    if (!TQvCPUtils::IsWizardNecessary()) {
+    if (IsSetUp()) {
         if (pQvConfigData->getCurProfileName().empty())
             throw TFailure("no profile is selected; run \"qvres profile select NAME\"");
         ResourceManager.Init();
@@ -94,7 +105,7 @@ void TSession::StartConfiguration(bool withDefaultFolder)
 
 void TSession::RequireSetUp() const
 {
-    if (TQvCPUtils::IsWizardNecessary())
+    if (!IsSetUp())
         throw TFailure(SetUpHint());
 }
 
@@ -156,5 +167,9 @@ void TSession::Mount(const std::string& id, const std::string& folder, bool pers
         throw TFailure("the folder " + Quoted(folder) + " does not exist");
     if (ResourceManager.IsMountNode(id))
         throw TFailure(Quoted(id) + " is already a mount point");
-    ResourceManager.MountFileNodeE(id, fullPath, persistent);
+    try {
+        ResourceManager.MountFileNodeE(id, fullPath, persistent);
+    } catch (const TQvMessage& message) {
+        throw TFailure(WithMissingCause(message));
+    }
 }

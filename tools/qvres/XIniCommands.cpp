@@ -108,7 +108,7 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     const TQvFileLock lock(file, kLockTimeoutMs);
     CheckLock(lock, place.Id, file);
     const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {
-        return TQvChangedContent{TextWith(place, old.value_or(""), value)};
+        return TextWith(place, old.value_or(""), value);
     });
     if (!done.Reading)
         ThrowFailed(Quoted(place.Id) + " cannot be read", done.Reading.Error());
