@@ -37,12 +37,6 @@ TEST_F(TParallelTest, NothingAcknowledgedIsLost)
          "profile list | grep -c ' P'",
          "1\n2\n"},
         {"many 20 '$QVRES --mount /A=a xini set /A/x s/k$n $n'; grep -c k a/x; ls -A a", "21\nx\n"},
-    });
-}
-
-TEST_F(TParallelTest, SetupLeavesACurrentProfile)
-{
-    ExpectMany({
         {"for round in 1 2 3 4 5; do many 3 '$QVRES --var v$round setup a'; "
          "qvres --var v$round ls; done | sort | uniq -c | tr -s ' '",
          " 15 /a\n 5 /a/\n"},

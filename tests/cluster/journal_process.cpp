@@ -14,8 +14,6 @@
 
 namespace
 {
-constexpr int kPauseBetweenMerges = 50; ///< milliseconds
-
 volatile std::sig_atomic_t g_ended = 0;
 
 /// Printed at once: what was acknowledged counts also when this process is killed.
@@ -27,37 +25,23 @@ void Report(bool done, const std::string& id, const TResStorage& storage)
         std::fprintf(stderr, "%s: %s\n", storage.Failure().Name().c_str(),
                      QvErrorText(storage.Failure().Error()).c_str());
 }
-
-void Append(TResStorage& storage, const std::string& prefix, int count)
-{
-    for (int i = 0; i < count; ++i) {
-        const std::string id = "/" + prefix + "/R" + std::to_string(i);
-        Report(storage.AddResourceRecord(id, false), id, storage);
-    }
-}
-
-void Merge(TResStorage& storage)
-{
-    std::signal(SIGTERM, [](int) { g_ended = 1; });
-    while (g_ended == 0) {
-        Report(storage.MergeDir(), "-", storage);
-        QvSleep(kPauseBetweenMerges);
-    }
-}
 } // namespace
 
-int main(int argc, char** argv)
+int main(int, char** arguments)
 {
-    const std::string operation = argc > 3 ? argv[3] : "";
-    if ((operation != "append" || argc != 6) && operation != "merge")
-        return 2;
     TStorageSettings settings;
-    settings.LockTimeout = static_cast<std::uint32_t>(std::atoi(argv[2]));
+    settings.LockTimeout = static_cast<std::uint32_t>(std::atoi(arguments[2]));
     settings.Owner = "journal_process";
     TResStorage storage(settings);
-    storage.Name = storage.Folder = argv[1];
-    if (operation == "append")
-        Append(storage, argv[4], std::atoi(argv[5]));
-    else
-        Merge(storage);
+    storage.Name = storage.Folder = arguments[1];
+    if (arguments[3] == std::string("append")) {
+        for (int i = 0; i < std::atoi(arguments[5]); ++i) {
+            const std::string id = std::string("/") + arguments[4] + "/R" + std::to_string(i);
+            Report(storage.AddResourceRecord(id, false), id, storage);
+        }
+        return 0;
+    }
+    std::signal(SIGTERM, [](int) { g_ended = 1; });
+    for (; g_ended == 0; QvSleep(50))
+        Report(storage.MergeDir(), "-", storage);
 }

@@ -9,6 +9,7 @@ fails; what was refused with a message is only counted. Every wait and the whole
 
 import collections
 import os
+import pathlib
 import re
 import signal
 import subprocess
@@ -18,7 +19,9 @@ import time
 
 from volume import Volume, read, wait_until
 
-LIMIT, LONG_LIMIT = 240, 1500  # seconds for all scenarios
+LONG = "--long" in sys.argv
+LIMIT = 1500 if LONG else 240  # seconds for all scenarios
+WRITERS, APPENDS = (8, 500) if LONG else (4, 40)
 PROCESS_LIMIT = 60  # seconds for one command
 CACHES_LAST = 5  # seconds; those of a client keep what they know for 1 s each, and there are several
 LOCK_TIMEOUT = 60000  # milliseconds, so that a slow machine refuses nothing
@@ -34,8 +37,7 @@ class Tally:
 
     def __init__(self):
         self.acknowledged, self.kept = set(), None
-        self.reasons, self.faults = collections.Counter(), []
-        self.refused = 0
+        self.refused, self.faults = collections.Counter(), []  # sentences, each with its number
 
     def check(self, holds, fault):
         if not holds:
@@ -46,8 +48,7 @@ class Tally:
         if process.returncode == 0:
             self.acknowledged.add(key)
         elif process.returncode == 1 and re.search("^qvres: ", process.errors, re.MULTILINE):
-            self.refused += 1
-            self.reasons[re.sub(r"/\S*/", "", process.errors.splitlines()[-1])] += 1
+            self.refused[re.sub(r"/\S*/", "", process.errors.splitlines()[-1])] += 1
         else:
             self.faults.append(f"{key}: status {process.returncode}, {process.errors}")
 
@@ -62,9 +63,8 @@ class Cluster:
     def __init__(self, build, room):
         self.volume = Volume(room)
         self.clients = self.volume.clients
-        self.data, self.local = f"{room}/data", f"{room}/local"
-        self._programs = {"qvres": f"{build}/tools/qvres/qvres",
-                          "journal_process": f"{build}/tests/cluster/journal_process"}
+        self.data = f"{room}/data"
+        self._programs = {"qvres": f"{build}/tools/qvres/qvres", "journal_process": f"{build}/tests/cluster/journal_process"}
         self._environment = {"PATH": os.environ["PATH"], "HOME": f"{room}/home", "LC_ALL": "C",
                              "QV_REGISTRY_DIR": f"{room}/registry"}
         self._running = []
@@ -105,8 +105,7 @@ class Cluster:
             time.sleep(0.2)
 
     def rounds(self, commands):
-        """Starts all commands of a round at once; a brick is killed and started again meanwhile. Gives
-        the number of the round and the ended processes."""
+        """Gives the number of each round and its ended processes, started at once. A brick is killed and started again meanwhile."""
         for number in range(ROUNDS):
             processes = [self.begin("qvres " + command) for command in commands(number)]
             if number == BRICK_DIES:
@@ -124,10 +123,9 @@ class Cluster:
         self.volume.stop()
 
 
-def journal(cluster, name, writers, appends, merges=False, kills=False):
+def journal(cluster, name, merges=False, kills=False, writers=WRITERS, appends=APPENDS):
     """Writers on both clients; beside them merges on both clients; a writer and a brick are killed."""
-    tally = Tally()
-    folders = cluster.folders(name)
+    tally, folders = Tally(), cluster.folders(name)
     os.mkdir(f"{folders[0]}/content")
     tally.check(cluster.qvres(f"journal rebuild {folders[0]}").returncode == 0, "no journal was made")
     processes = [cluster.begin(f"journal_process {folders[number % 2]} {LOCK_TIMEOUT} append W{number} {appends}")
@@ -149,8 +147,7 @@ def journal(cluster, name, writers, appends, merges=False, kills=False):
         tally.check(process.returncode == 0 and "done" in process.output, "a merger did nothing")
     reports = [line.split() for process in processes for line in process.output.splitlines()]
     tally.acknowledged = {key for state, key in reports if state == "done"}
-    tally.refused = sum(state == "refused" for state, _ in reports)
-    tally.reasons.update(re.sub(r"/\S*/", "", line) for process in processes + mergers for line in process.errors.splitlines())
+    tally.refused.update(re.sub(r"/\S*/", "", line) for process in processes + mergers for line in process.errors.splitlines())
     for folder in folders:
         state = cluster.look(f"journal verify {folder}", lambda text: text == "whole\n").output.strip()
         tally.check(state == "whole", f"verify says {state}")
@@ -163,10 +160,9 @@ def journal(cluster, name, writers, appends, merges=False, kills=False):
 
 def settings(cluster, name, change, shown):
     """Six processes at once change one document or folder; what they added must be there at the end."""
-    tally = Tally()
-    folders = cluster.folders(name)
+    tally, folders = Tally(), cluster.folders(name)
     cluster.qvres(f"--var {folders[0]} setup {cluster.data}")
-    open(f"{folders[0]}/s.x-ini", "wb").close()
+    pathlib.Path(folders[0], "s.x-ini").touch()
 
     def commands(number):
         for place in range(6):
@@ -199,16 +195,13 @@ def setups(cluster):
 def contents(cluster, name, write):
     """Four writers of one target and two readers at once: there is always one whole content, and at the
     end of a round one that was acknowledged."""
-    tally = Tally()
-    folders = cluster.folders(name)
-    written = {}
+    tally, folders, written = Tally(), cluster.folders(name), {}
 
     def commands(number):
         for place in range(4):
             key = f"{name}{number}-{place}"
             written[key] = f"{key} " * (3000 * (place + 1))
-            with open(f"{cluster.data}/{key}", "w", encoding="ascii") as file:
-                file.write(written[key])
+            pathlib.Path(cluster.data, key).write_text(written[key], encoding="ascii")
             yield write.format(folder=folders[place % 2], data=cluster.data, key=key)
         if number > 0:
             yield from (f"--mount /A={folder} cat /A/target" for folder in folders)
@@ -228,14 +221,10 @@ def contents(cluster, name, write):
 def labels(cluster):
     """Two processes that replace a resource and four that label it at once: the sidecar always parses, and
     what others keep in it stays there."""
-    tally = Tally()
-    folders = cluster.folders("labels")
-    for file, content in [("doc", ""), ("doc.meta", "; kept\n[other]\n  key=1\n[/other]\n")]:
-        with open(f"{folders[0]}/{file}", "w", encoding="ascii") as target:
-            target.write(content)
-    for place in range(2):
-        with open(f"{cluster.data}/doc{place}", "w", encoding="ascii") as file:
-            file.write("x" * (9 + 99999 * place))
+    tally, folders = Tally(), cluster.folders("labels")
+    for path, content in [(f"{folders[0]}/doc", ""), (f"{folders[0]}/doc.meta", "; kept\n[other]\n  key=1\n[/other]\n"),
+                          (f"{cluster.data}/doc0", "x" * 9), (f"{cluster.data}/doc1", "x" * 99999)]:
+        pathlib.Path(path).write_text(content, encoding="ascii")
     work = [f"put /A/doc {cluster.data}/doc{place}" for place in range(2)] + ["label /A/doc"] * 4
     for number, processes in cluster.rounds(lambda number: [
             f"--mount /A={folders[place // 2 % 2]} {command}" for place, command in enumerate(work)]):
@@ -249,9 +238,10 @@ def labels(cluster):
 
 
 SCENARIOS = {
-    "journal: 4 writers, 40 appends each": lambda c: journal(c, "plain", 4, 40),
-    "journal: the same while both clients merge": lambda c: journal(c, "merged", 4, 40, merges=True),
-    "journal: while a brick and a writer are killed": lambda c: journal(c, "killed", 4, 100, merges=True, kills=True),
+    "journal: writers on both clients": lambda c: journal(c, "plain"),
+    "journal: the same while both clients merge": lambda c: journal(c, "merged", merges=True),
+    "journal: the same while a brick and a writer are killed":
+        lambda c: journal(c, "killed", merges=True, kills=True, appends=max(100, APPENDS)),
     "settings: mount": lambda c: settings(
         c, "mounts", "--var {folder} mount /{key} {data}", "--var {folder} mounts"),
     "settings: profile add": lambda c: settings(
@@ -266,52 +256,38 @@ SCENARIOS = {
         c, "copy", "--mount /A={folder} --mount /L={data} cp /L/{key} /A/target"),
     "labels: one sidecar": labels,
 }
-LONG_SCENARIOS = {
-    "long journal: 8 writers, 500 appends each, while both clients merge":
-        lambda c: journal(c, "long", 8, 500, merges=True),
-    "long journal: the same while a brick and a writer are killed":
-        lambda c: journal(c, "longkilled", 8, 500, merges=True, kills=True),
-}
 
 
 def run(cluster, title, scenario):
     start = time.monotonic()
     try:
         tally = scenario(cluster)
-        cluster.volume.wait_for_healing()
     except (OSError, subprocess.SubprocessError) as error:
         print(f"FAILED  {title}: {error}", flush=True)
         return False
     lost = len(tally.acknowledged - tally.kept)
     good = len(tally.acknowledged) > 0 and lost == 0 and not tally.faults
     print(f"{'ok    ' if good else 'FAILED'}  {title}: {len(tally.acknowledged)} acknowledged, "
-          f"{len(tally.acknowledged) - lost} of them kept, {tally.refused} refused ({time.monotonic() - start:.1f} s)")
+          f"{len(tally.acknowledged) - lost} of them kept, {sum(tally.refused.values())} refused ({time.monotonic() - start:.1f} s)")
     for fault in tally.faults[:5]:
         print(f"            fault: {fault.strip()[:300]}")
-    for reason, times in tally.reasons.most_common(5):
+    for reason, times in tally.refused.most_common(5):
         print(f"            {times} times: {reason[:200]}")
     sys.stdout.flush()
     return good
 
 
-def missing():
-    """What these tests need and this machine does not have."""
-    needed = ["/dev/fuse", "/usr/sbin/glusterfs", "/usr/sbin/glusterfsd"]
-    return (["root"] if os.geteuid() != 0 else []) + [path for path in needed if not os.path.exists(path)]
-
-
 def main():
-    build, *words = sys.argv[1:]
-    long = "--long" in words
-    words = [word for word in words if word != "--long"]
-    scenarios = {title: scenario for title, scenario in {**SCENARIOS, **(LONG_SCENARIOS if long else {})}.items()
-                 if not words or any(word in title for word in words)}
-    if missing():
-        print(f"Without {', '.join(missing())}, these are skipped:", *scenarios, sep="\n  ")
+    build, *words = (word for word in sys.argv[1:] if word != "--long")
+    scenarios = {title: scenario for title, scenario in SCENARIOS.items() if any(word in title for word in words or [""])}
+    needed = ["/dev/fuse", "/usr/sbin/glusterfs", "/usr/sbin/glusterfsd"]
+    missing = ["root"] * (os.geteuid() != 0) + [path for path in needed if not os.path.exists(path)]
+    if missing:
+        print(f"Without {', '.join(missing)}, these are skipped:", *scenarios, sep="\n  ")
         return 0
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGALRM):
         signal.signal(number, lambda received, _: sys.exit(f"ended by {signal.Signals(received).name}"))
-    signal.alarm(LONG_LIMIT if long else LIMIT)
+    signal.alarm(LIMIT)
     with tempfile.TemporaryDirectory(prefix="qvservices-cluster-") as room:
         cluster = Cluster(build, room)
         try:

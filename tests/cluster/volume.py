@@ -50,15 +50,6 @@ def wait_until(question, what):
         time.sleep(0.05)
 
 
-def end_process(process):
-    process.terminate()
-    try:
-        process.wait(WAIT)
-    except subprocess.TimeoutExpired:
-        process.kill()
-        process.wait(WAIT)
-
-
 def read(path):
     """For as long as its caches last, a client may know a replaced file and not the new one."""
     end = time.monotonic() + WAIT
@@ -70,15 +61,6 @@ def read(path):
             if error.errno not in (errno.ESTALE, errno.ENOENT) or time.monotonic() > end:
                 raise
             time.sleep(0.05)
-
-
-def tree(folder):
-    """All files below `folder` with their contents."""
-    found = {}
-    for path, folders, files in os.walk(folder):
-        folders[:] = [name for name in folders if name not in (".glusterfs", ".meta")]
-        found.update((os.path.relpath(f"{path}/{name}", folder), read(f"{path}/{name}")) for name in files)
-    return found
 
 
 class Volume:
@@ -103,7 +85,9 @@ class Volume:
             self.start_brick(number)
         self._write("client", client + volume_file(CLIENT, "client-0 client-1"))
         for folder in self.clients:
-            self._mount(folder)
+            os.mkdir(folder)
+            self._mounts[folder] = self._run("glusterfs", "client", os.path.basename(folder), folder)
+            wait_until(lambda: os.path.ismount(folder), f"mounting {folder}")
 
     def start_brick(self, number):
         self._bricks[number] = self._run("glusterfsd", f"brick-{number}", f"brick-{number}")
@@ -123,35 +107,13 @@ class Volume:
                   for client in self.clients for number in (0, 1)]
         wait_until(lambda: all(b"connected = 1\n" in read(state) for state in states), "reconnection")
 
-    def wait_for_healing(self):
-        """A client heals what it meets for the first time, so a fresh one reads everything."""
-        def equal():
-            return tree(f"{self.room}/brick-0") == tree(f"{self.room}/brick-1")
-
-        def healed():
-            if not equal():
-                healer = f"{self.room}/healer"
-                self._mount(healer)
-                tree(healer)
-                self._unmount(healer)
-            return equal()
-        wait_until(healed, "healing")
-
     def stop(self):
-        for folder in list(self._mounts):
-            self._unmount(folder)
-        for process in self._bricks.values():
-            end_process(process)
-
-    def _mount(self, folder):
-        os.mkdir(folder)
-        self._mounts[folder] = self._run("glusterfs", "client", os.path.basename(folder), folder)
-        wait_until(lambda: os.path.ismount(folder), f"mounting {folder}")
-
-    def _unmount(self, folder):
-        subprocess.run(["umount", "-l", folder], check=False)
-        end_process(self._mounts.pop(folder))
-        os.rmdir(folder)
+        for folder, process in self._mounts.items():
+            subprocess.run(["umount", "-l", folder], check=False)
+            process.terminate()
+            process.wait(WAIT)
+        for number in self._bricks:
+            self.kill_brick(number)
 
     def _write(self, name, text):
         with open(f"{self.room}/{name}.vol", "w", encoding="utf-8") as file:

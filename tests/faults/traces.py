@@ -19,11 +19,8 @@ LINE = re.compile(r"^(\w+)\((.*)\) += (-?\d+|\?)")
 ARGUMENT = re.compile(r'\s*((?:"[^"]*"|\{[^}]*\}|\[[^\]]*\]|<[^>]*>|/\*.*?\*/|[^,"{\[<])+)')
 
 
-class Fault(NamedTuple):
-    """What strace does to the `count`-th call of that name: "signal=KILL" or "error=EIO"."""
-    name: str
-    count: int
-    effect: str
+# What strace does to the `count`-th call of that name: "signal=KILL" or "error=EIO".
+Fault = collections.namedtuple("Fault", "name count effect")
 
 
 class Call(NamedTuple):

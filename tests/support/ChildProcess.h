@@ -54,7 +54,11 @@ private:
 /// Whether `body`, run in another process, meets no failed expectation.
 inline bool PassesInChild(const std::function<void()>& body)
 {
-    return TChildProcess([&] { return body(), testing::Test::HasFailure() ? 1 : 0; }).Wait() == 0;
+    const auto failures = [&body] {
+        body();
+        return testing::Test::HasFailure() ? 1 : 0;
+    };
+    return TChildProcess(failures).Wait() == 0;
 }
 
 /// Whether `condition` becomes true within ten seconds.

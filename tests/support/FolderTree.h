@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <sstream>
@@ -51,21 +50,39 @@ inline std::string TreeOf(const std::string& folder)
     return tree;
 }
 
-/// A call, what it answers, and what it makes of a folder's content.
+/// Does "copy ID ID", "copymeta ID ID", "move ID ID" or "delete ID" with a manager or a node.
+template <class TTree>
+bool DoCommand(TTree& tree, const std::string& command)
+{
+    std::istringstream words(command);
+    std::string verb, id, target;
+    words >> verb >> id >> target;
+    if (verb == "copy")
+        return tree.CopyResource(id, target, nullptr);
+    if (verb == "copymeta")
+        return tree.CopyResourceMeta(id, target);
+    if (verb == "move")
+        return tree.RenMovResource(id, target, nullptr);
+    if (verb == "delete")
+        return tree.DeleteResource(id);
+    throw std::invalid_argument(command);
+}
+
+/// A command, what it answers, and what it makes of a folder's content.
 struct TTreeCase
 {
-    const char* Name;
-    std::function<bool()> Call;
+    const char* Command;
     bool Result;
     const char* Before;
     const char* After = Before;
 };
 
-inline void ExpectTrees(const std::string& folder, const std::vector<TTreeCase>& cases)
+template <class TTree>
+void ExpectTrees(const std::string& folder, TTree& tree, const std::vector<TTreeCase>& cases)
 {
     for (const TTreeCase& row : cases) {
         MakeTree(folder, row.Before);
-        EXPECT_EQ(row.Call(), row.Result) << row.Name;
-        EXPECT_EQ(TreeOf(folder), row.After) << row.Name;
+        EXPECT_EQ(DoCommand(tree, row.Command), row.Result) << row.Command;
+        EXPECT_EQ(TreeOf(folder), row.After) << row.Command << " of " << row.Before;
     }
 }

@@ -16,7 +16,11 @@ public:
     bool Active() const override { return m_started; }
     void SetPosition(double position) override { Positions.push_back(position); }
     void SetMessage(const std::string& message) override { Messages.push_back(message); }
-    bool Poll() override { return ++Polls, UserBreak(); }
+    bool Poll() override
+    {
+        ++Polls;
+        return UserBreak();
+    }
     void Update() override
     {
         if (UserBreak())

@@ -1,6 +1,9 @@
 #include <algorithm>
+#include <fcntl.h>
 
 #include "ManagerFixtures.h"
+#include "QvStd/Files.h"
+#include "support/ChildProcess.h"
 #include "support/TestProgress.h"
 #include "support/Thrown.h"
 
@@ -90,6 +93,26 @@ TEST_F(CopyEx, AParentThatGoesIsMadeAgain)
     };
     EXPECT_TRUE(Copy({"/A/f/1", "/A/f/2"}, "/B/f"));
     EXPECT_EQ(TreeOf(Temp / "B"), "f/2=");
+}
+
+TEST_F(CopyEx, DeeperThanAPathIsCopiedAsFarAsOneReachesAndRemoved)
+{
+    int folder = open((Temp / "A").c_str(), O_RDONLY);
+    const std::string name(200, 'd');
+    for (int i = 0; i < 30; ++i) {
+        ASSERT_EQ(mkdirat(folder, name.c_str(), 0777), 0);
+        folder = openat(folder, name.c_str(), O_RDONLY);
+    }
+    EXPECT_FALSE(Copy({"/A/"}, "/B"));
+    EXPECT_EQ(TResourceManager::LastFailure().Error, ENAMETOOLONG);
+    ASSERT_EQ(Failed.size(), 1u);
+    EXPECT_GT(Failed.begin()->size(), 3000u);
+    EXPECT_TRUE(PassesInChild([this] {
+        const rlimit limit = {64, 64};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        EXPECT_TRUE(QvRemoveDirectoryEx(Temp / "A", true, false, nullptr));
+    }));
+    EXPECT_FALSE(Exists(Temp / "A"));
 }
 
 TEST_F(CopyEx, ProgressIsWeightedByBytes)

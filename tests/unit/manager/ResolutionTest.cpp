@@ -11,7 +11,7 @@ const std::string kGetNode4Id =
     "@TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::__cxx11::string "
     "&, bool, bool, bool) const: ";
 
-TEST(Resolution, LongestMountPointAnswers)
+TEST(Resolution, QuestionsAboutIds)
 {
     TResourceManager manager;
     EXPECT_EQ(ThrownText([&] { manager.GetNode4Id("/x", true, true, false); }),
@@ -20,16 +20,6 @@ TEST(Resolution, LongestMountPointAnswers)
 
     for (const char* mountPoint : {"/A", "/A/B", "/Data"})
         manager.MountFileNodeE(mountPoint, "/tmp", false);
-    // with the flag the mount point's own id belongs to the node above
-    constexpr std::tuple<const char*, bool, const char*> kRows[] = {
-        {"/A/B/c", false, "/A/B"}, {"/a/b/C", false, "/A/B"}, {"/A/B/", false, "/A/B"},
-        {"/A/B", false, "/A/B"},   {"/A/BC/d", false, "/A"},  {"/A", false, "/A"},
-        {"/DATA2/x", false, ""},   {"/Z", false, ""},         {"/", false, ""},
-        {"", false, ""},           {"/A", true, ""},          {"/A/B", true, "/A"},
-        {"/A/", true, "/A"},
-    };
-    for (const auto& [id, skipExact, expected] : kRows)
-        EXPECT_EQ(manager.GetNode4Id(id, true, true, skipExact)->MountPointId(), expected) << id;
     const std::string longId = "/a/b/" + std::string(300, 'x');
     EXPECT_EQ(manager.GetNode4Id(longId, true, true, false)->MountPointId(), "/A/B");
     EXPECT_EQ(manager.GetNode4Id("", false, true, true), nullptr);

@@ -1,12 +1,13 @@
 #include <chrono>
+#include <future>
 #include <memory>
 #include <tuple>
 #include <unistd.h>
 
 #include "QvStd/FileLock.h"
 #include "QvStd/FileStream.h"
+#include "QvStd/Files.h"
 #include "services/ResourceLabels.h"
-#include "support/ChildProcess.h"
 #include "support/MountedFolder.h"
 #include "support/Thrown.h"
 
@@ -156,51 +157,18 @@ TEST_F(Labels, AChangeWithinOneTickIsNoticed)
     EXPECT_EQ(label.CRC, kCrcOfHello);
 }
 
-TEST_F(Labels, WritersAndKillsLeaveASidecarThatParses)
+TEST_F(Labels, AWriterWaitsForTheLockAndReadsWhatWasWrittenMeanwhile)
 {
-    Temp.Write("r.meta", "[other]\ncount=0\n[/other]\n");
-    // Labels of all lengths, over and over; killed at any moment.
-    const auto storeLabels = [] {
-        for (std::uint64_t i = 1;; i = i * 7 % 999999937)
-            if (!WriteResResourceLabel("/T/r", Label(i, i)))
-                return 1;
-        return 0;
-    };
-    TChildProcess first(storeLabels);
-    auto second = std::make_unique<TChildProcess>(storeLabels);
-    for (int i = 1; i <= 60; ++i) {
-        {
-            const TQvFileLock lock(Temp / "r.meta", 10000);
-            const auto tree = ReadQvXIniTree(TQvPath(Temp / "r.meta"));
-            ASSERT_TRUE(lock && tree);
-            TQvXIniTreeWriter writer(tree);
-            ASSERT_TRUE(writer.OpenSection(writer.FindF("other", TQvXIniEntry::Kind::Section)));
-            EXPECT_TRUE(writer.WriteS("count", i));
-            WriteQvXIniTreeE(TQvPath(Temp / "r.meta"), *tree);
-        }
-        ASSERT_TRUE(ReadQvXIniTree(TQvPath(Temp / "r.meta"))) << Sidecar();
-        if (i % 10 == 0) {
-            second->Kill();
-            EXPECT_EQ(second->Wait(), -9) << "until then it stored its labels";
-            second = std::make_unique<TChildProcess>(storeLabels);
-        }
-    }
-    first.Kill();
-    second->Kill();
-    EXPECT_EQ(first.Wait() + second->Wait(), -18);
-    EXPECT_TRUE(WriteResResourceLabel("/T/r", Label(5, kCrcOfHello)));
-    EXPECT_EQ(Sidecar(), "[other]\ncount=60\n[/other]\n" + Text(Label(5, kCrcOfHello)));
-}
-
-TEST_F(Labels, FullDiskCostsNothing)
-{
-    const std::string old = Text(Label(5, 1)) + "[other]\nkey=value\n[/other]\n";
-    Temp.Write("r.meta", old);
-    EXPECT_TRUE(PassesInChild([&] {
-        LimitFileSize(old.size() + 3);
-        EXPECT_FALSE(WriteResResourceLabel("/T/r", Label(5, 1234567890)));
-        EXPECT_EQ(TResourceManager::LastFailure().Error, EFBIG);
-    }));
-    EXPECT_EQ(Sidecar(), old);
+    const std::string sidecar = Temp.Write("r.meta", "[old]\n[/old]\n");
+    auto lock = std::make_unique<TQvFileLock>(sidecar, 0);
+    ASSERT_TRUE(*lock);
+    auto writer =
+        std::async(std::launch::async, [] { return WriteResResourceLabel("/T/r", Label(5, 1)); });
+    EXPECT_EQ(writer.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(Sidecar(), "[old]\n[/old]\n");
+    EXPECT_TRUE(QvWriteFileAtomically(sidecar, "[new]\n[/new]\n"));
+    lock.reset();
+    EXPECT_TRUE(writer.get());
+    EXPECT_EQ(Sidecar(), "[new]\n[/new]\n" + Text(Label(5, 1)));
 }
 } // namespace
