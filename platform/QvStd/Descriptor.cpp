@@ -1,9 +1,11 @@
 #include "QvStd/Descriptor.h"
 
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <sys/file.h>
 
-int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struct stat* status)
+int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struct stat* status,
+                  int folder)
 {
     if (path.find('\0') != std::string::npos)
         return EINVAL;
@@ -11,12 +13,14 @@ int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struc
     // ignore it, so it is not taken back.
     constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     constexpr mode_t kNewFile = 0666;
-    int number = QvRetryInterrupted([&] { return open(path.c_str(), flags | kAlways, kNewFile); });
+    int number =
+        QvRetryInterrupted([&] { return openat(folder, path.c_str(), flags | kAlways, kNewFile); });
     // A lease on a regular file is about to be given back: that is worth waiting for.
-    if (number < 0 && errno == EWOULDBLOCK && stat(path.c_str(), status) == 0 &&
+    if (number < 0 && errno == EWOULDBLOCK && fstatat(folder, path.c_str(), status, 0) == 0 &&
         S_ISREG(status->st_mode))
-        number = QvRetryInterrupted(
-            [&] { return open(path.c_str(), flags | (kAlways & ~O_NONBLOCK), kNewFile); });
+        number = QvRetryInterrupted([&] {
+            return openat(folder, path.c_str(), flags | (kAlways & ~O_NONBLOCK), kNewFile);
+        });
     // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.
     if (number < 0)
         return errno == ENXIO ? EINVAL : errno;
@@ -27,6 +31,20 @@ int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struc
         return S_ISDIR(status->st_mode) ? EISDIR : EINVAL;
     *file = std::move(opened);
     return 0;
+}
+
+TQvPlace TQvFolderKeeper::Locate(const std::string& path)
+{
+    const std::size_t length = path.rfind('/') + 1;
+    // The system refuses, or cuts, some paths of which the folder and the name alone are good.
+    if (length == 0 || length == path.size() || path.size() >= PATH_MAX ||
+        path.find('\0') != std::string::npos)
+        return {AT_FDCWD, path};
+    if (path.compare(0, length, m_path) != 0) {
+        m_path.assign(path, 0, length);
+        m_folder = TQvDescriptor(open(m_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    }
+    return m_folder ? TQvPlace{m_folder.Number(), path.substr(length)} : TQvPlace{AT_FDCWD, path};
 }
 
 int QvTakeShareLock(int descriptor, qvShareMode share)

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cerrno>
+#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -57,8 +58,36 @@ auto QvRetryInterrupted(const TCall& call)
 
 /// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for what else
 /// is no regular file. Never waits for the other end of a FIFO. `status` receives what fstat says.
+/// A relative path is one in `folder`, a descriptor.
 QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
-                            struct stat* status);
+                            struct stat* status, int folder = AT_FDCWD);
+
+/// A file by its name in an open folder, or by its path.
+struct TQvPlace
+{
+    int Folder = AT_FDCWD;
+    std::string Name;
+};
+
+/// Keeps the folder of the last path open, so that the next path in it is not looked up again.
+class TQvFolderKeeper
+{
+public:
+    /// By the path alone when its folder cannot be opened. The folder stays open until the next
+    /// call; it is still the same one when it was renamed meanwhile.
+    TQvPlace Locate(const std::string& path);
+
+private:
+    std::string m_path; ///< of the folder, with its "/"
+    TQvDescriptor m_folder;
+};
+
+/// For copies that follow each other in few folders.
+struct TQvCopyFolders
+{
+    TQvFolderKeeper Source;
+    TQvFolderKeeper Target;
+};
 
 /// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an
 /// errno. A file system without locks counts as granted.

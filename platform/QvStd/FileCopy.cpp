@@ -43,12 +43,24 @@ enum class TPurpose
     Move       ///< the copy is about to be the only one
 };
 
+int OpenSource(const std::string& path, TQvCopyFolders* folders, TQvDescriptor* file,
+               struct stat* status)
+{
+    const TQvPlace place = folders != nullptr ? folders->Source.Locate(path) : TQvPlace();
+    if (place.Folder != AT_FDCWD &&
+        QvOpenRegular(place.Name, O_RDONLY, file, status, place.Folder) == 0)
+        return 0;
+    // What fails in the open folder is looked for by its path: there may be another folder now.
+    return QvOpenRegular(path, O_RDONLY, file, status);
+}
+
 TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfExists,
-                   TPurpose purpose, TQvProgressHandler* progress)
+                   TPurpose purpose, TQvProgressHandler* progress,
+                   TQvCopyFolders* folders = nullptr)
 {
     struct stat source = {};
     TQvDescriptor input;
-    if (const int error = QvOpenRegular(from, O_RDONLY, &input, &source))
+    if (const int error = OpenSource(from, folders, &input, &source))
         return AnswerError(error, from);
     TQvNewFile::TOptions options;
     options.FailIfExists = failIfExists;
@@ -59,6 +71,7 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
     options.UpdateTime = source.st_mtim;
     options.AttributesOf = purpose == TPurpose::Move ? input.Number() : -1;
     options.NotOnto = input.Number();
+    options.Folder = folders != nullptr ? &folders->Target : nullptr;
     TQvNewFile output;
     if (TQvResult opened = output.Open(to, options); !opened)
         return Answer(opened);
@@ -76,10 +89,11 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
 }
 
 TQvResult CopyUnlessBroken(const std::string& from, const std::string& to, bool failIfExists,
-                           TPurpose purpose, TQvProgressHandler* progress)
+                           TPurpose purpose, TQvProgressHandler* progress,
+                           TQvCopyFolders* folders = nullptr)
 {
     try {
-        return CopyFile(from, to, failIfExists, purpose, progress);
+        return CopyFile(from, to, failIfExists, purpose, progress, folders);
     } catch (const TQvUserBreak&) {
         return AnswerError(ECANCELED, from);
     }
@@ -152,9 +166,9 @@ TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool fail
 }
 
 TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
-                          TQvProgressHandler* progress)
+                          TQvProgressHandler* progress, TQvCopyFolders* folders)
 {
-    return CopyUnlessBroken(from, to, true, TPurpose::CopyToNew, progress);
+    return CopyUnlessBroken(from, to, true, TPurpose::CopyToNew, progress, folders);
 }
 
 TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,

@@ -32,6 +32,9 @@ QVSTD_API TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info);
 /// The same for a name in an open folder.
 QVSTD_API TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info);
 
+/// The folders that copies after each other keep open, see Descriptor.h.
+struct TQvCopyFolders;
+
 /// What two paths have in common.
 enum class TQvSameness
 {
@@ -93,9 +96,10 @@ QVSTD_API TQvResult QvCopyFile(const std::string& from, const std::string& to, b
 QVSTD_API TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool failIfExists,
                                  TQvProgressHandler* progress);
 /// As QvCopyFileEx for a target that is hardly there, because its folder was just made: an existing
-/// one is refused (EEXIST), but only after the content was read.
+/// one is refused (EEXIST), but only after the content was read. `folders` serves one thread at a
+/// time.
 QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
-                                    TQvProgressHandler* progress);
+                                    TQvProgressHandler* progress, TQvCopyFolders* folders);
 /// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
 /// extended attributes, too, and the copy and its name are on the disk when this answers.
 QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,

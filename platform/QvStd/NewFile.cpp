@@ -71,25 +71,27 @@ int MakeTemporary(const std::string& target, std::string* name, const TMake& mak
     return made;
 }
 
-/// Gives an unnamed file its first name. -1 with errno.
-int LinkUnnamed(int file, const char* name)
+/// Gives an unnamed file its first name, in `folder` unless the name is an absolute path. -1 with
+/// errno.
+int LinkUnnamed(int file, const char* name, int folder = AT_FDCWD)
 {
     // The direct way, which older kernels allow administrators only.
     static std::atomic<bool> isDirect{true};
     if (isDirect) {
-        if (linkat(file, "", AT_FDCWD, name, AT_EMPTY_PATH) == 0)
+        if (linkat(file, "", folder, name, AT_EMPTY_PATH) == 0)
             return 0;
         if (errno != ENOENT)
             return -1;
     }
     const std::string path = "/proc/self/fd/" + std::to_string(file);
-    const int linked = linkat(AT_FDCWD, path.c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW);
+    const int linked = linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW);
     if (linked == 0)
         isDirect = false;
     return linked;
 }
 
-int OpenUnnamed(const std::string& folder, mode_t mode)
+/// In a folder that is open, or that has this path.
+int OpenUnnamed(const std::string& path, mode_t mode, int folder = AT_FDCWD)
 {
     static const bool kCanBeNamed = access("/proc/self/fd", X_OK) == 0;
     if (!kCanBeNamed) {
@@ -97,7 +99,8 @@ int OpenUnnamed(const std::string& folder, mode_t mode)
         return -1;
     }
     return QvRetryInterrupted([&] {
-        return open(folder.empty() ? "." : folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, mode);
+        return openat(folder, path.empty() ? "." : path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC,
+                      mode);
     });
 }
 
@@ -179,17 +182,20 @@ struct TQvNewFile::TState
 
     int OpenTarget();
     int CreateContent();
+    int OpenUnnamedBeside(mode_t mode);
     int Dress(int file, bool isNew) const;
     int SetTime(int file) const;
     int Sync();
     int Publish();
     int NameIt();
+    int LinkToTarget();
     int HideContent() const;
     int WriteInPlace();
     int DiscardUnclosed();
 
     TOptions Options;
     std::string Target;     ///< behind all links
+    TQvPlace Place;         ///< the target in its open folder, as long as that is the right one
     TQvDescriptor Existing; ///< the target, open for writing: it holds the share lock
     struct stat Old = {};
     bool IsSame = false;
@@ -231,13 +237,26 @@ int TQvNewFile::TState::OpenTarget()
     return QvTakeShareLock(Existing.Number(), kQvShareAll);
 }
 
+/// A descriptor of an unnamed file in the folder of the target; -1 with errno.
+int TQvNewFile::TState::OpenUnnamedBeside(mode_t mode)
+{
+    if (Options.Folder != nullptr && Options.ExpectsNone) {
+        Place = Options.Folder->Locate(Target);
+        const int file = Place.Folder == AT_FDCWD ? -1 : OpenUnnamed({}, mode, Place.Folder);
+        if (file >= 0)
+            return file;
+        Place = {};
+    }
+    return OpenUnnamed(QvFolderPart(Target), mode);
+}
+
 int TQvNewFile::TState::CreateContent()
 {
     const mode_t mode =
         Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
     int file = -1;
     if (!Existing)
-        file = OpenUnnamed(QvFolderPart(Target), mode);
+        file = OpenUnnamedBeside(mode);
     if (Existing || (file < 0 && LacksUnnamedFiles(errno))) {
         file = MakeTemporary(Target, &Temporary, [mode](const char* name) {
             return open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
@@ -314,17 +333,28 @@ int TQvNewFile::TState::Publish()
     return !Options.Synced || QvSyncName(Folder.Number()) ? 0 : errno;
 }
 
+/// Gives the unnamed file the name of the target. -1 with errno.
+int TQvNewFile::TState::LinkToTarget()
+{
+    if (Place.Folder != AT_FDCWD &&
+        LinkUnnamed(File.Number(), Place.Name.c_str(), Place.Folder) == 0)
+        return 0;
+    // What fails in the open folder is tried by the path: there may be another folder now.
+    Place = {AT_FDCWD, Target};
+    return LinkUnnamed(File.Number(), Target.c_str());
+}
+
 int TQvNewFile::TState::NameIt()
 {
     if (Temporary.empty()) {
-        const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
-        if (link(Target.c_str()) == 0)
+        if (LinkToTarget() == 0)
             return File.Close() ? 0 : DiscardUnclosed();
         if (errno != EEXIST || Options.FailIfExists)
             return errno;
         // A target has appeared meanwhile: it is checked, and replaced like any other.
         if (const int error = OpenTarget())
             return error;
+        const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
         if (MakeTemporary(Target, &Temporary, link) != 0) {
             const int error = errno;
             Temporary.clear();
@@ -352,7 +382,7 @@ int TQvNewFile::TState::DiscardUnclosed()
     const int error = errno;
     if (IsSynced)
         return 0; // nothing was left to be written
-    unlink(Target.c_str());
+    unlinkat(Place.Folder, Place.Name.c_str(), 0);
     return error;
 }
 

@@ -13,6 +13,8 @@
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
 
+class TQvFolderKeeper;
+
 /// Content on its way to a path. Open checks the target, Write or Descriptor take the content,
 /// Publish gives it the target's name; without Publish nothing of it stays.
 ///
@@ -54,6 +56,8 @@ public:
         int AttributesOf = -1;
         /// A descriptor of a file that is not to be replaced by itself: IsSameFile answers then.
         int NotOnto = -1;
+        /// With ExpectsNone: keeps the folder of the target open for the next new file.
+        TQvFolderKeeper* Folder = nullptr;
     };
 
     TQvNewFile();

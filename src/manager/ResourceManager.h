@@ -33,6 +33,8 @@
 #include "resid/Failure.h"
 #include "resid/ResAttrib.h"
 
+struct TQvCopyFolders;
+
 class QVSERVICES_API TResourceManager
 {
 public:
@@ -105,17 +107,20 @@ public:
         /// than its source; its owner can always work in it.
         virtual TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
                                            const std::string& modelId) = 0;
-        /// What a copy may find at its target.
-        enum class TTarget
+        /// What the caller of a copy knows already.
+        struct TCopyHints
         {
-            Any,
-            /// Nothing, because its folder was just made: an existing target is refused (EEXIST).
-            None
+            /// The folder of the target was just made: an existing target is refused (EEXIST).
+            bool IsTargetNew = false;
+            /// False when its folder was listed and held no sidecar: none is looked for then.
+            bool MayHaveSidecar = true;
+            /// With IsTargetNew: keeps the folders open for the next copy; may be null.
+            TQvCopyFolders* Folders = nullptr;
         };
         /// Copies or moves a resource with its sidecar to an id of `target`, which may be this node
         /// or another one. A move deletes the source when all of it has arrived.
         virtual TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst, TTarget expected,
+                                           const std::string& dst, const TCopyHints& hints,
                                            TQvProgressHandler* progress) = 0;
         virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst,

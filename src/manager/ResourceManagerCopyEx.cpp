@@ -4,6 +4,7 @@
 #include <map>
 #include <unordered_set>
 
+#include "QvStd/Descriptor.h"
 #include "QvStd/Message.h"
 #include "manager/LastFailure.h"
 #include "manager/ModuleInitializer.h"
@@ -61,6 +62,7 @@ private:
     {
         unsigned Kind = kResNothing;
         double Size = 0; ///< bytes
+        bool MayHaveSidecar = true;
     };
 
     void Collect();
@@ -71,11 +73,11 @@ private:
     TQvResult CopyFolder(TMountNode& node, const std::string& source,
                          const std::string& destination);
     TQvResult CopyResource(TMountNode& node, const std::string& source,
-                           const std::string& destination, double size);
+                           const std::string& destination, const TItem& item);
     TQvResult CopyOver(TMountNode& node, const std::string& source, const std::string& destination,
-                       double size, TMountNode::TTarget expected);
+                       double size, const TMountNode::TCopyHints& hints);
     TQvResult Transfer(TMountNode& node, const std::string& source, const std::string& destination,
-                       TMountNode::TTarget expected, TQvProgressHandler* progress);
+                       const TMountNode::TCopyHints& hints, TQvProgressHandler* progress);
     bool MayOverwrite(const std::string& destination);
     TQvResult MakeParent(const std::string& destination);
     void Fail(const std::string& id, const TQvResult& reason);
@@ -91,6 +93,10 @@ private:
     double m_scale = 1;
     double m_done = 0;                            ///< bytes of the items before the current one
     std::unordered_set<std::string> m_newFolders; ///< destination folders that were made here
+    TQvCopyFolders m_copyFolders;
+    /// To what was listed: a copy into a folder that was there before, which may be a source, may
+    /// have brought one.
+    bool m_mayHaveAddedSidecars = false;
     std::string m_parentFolder; ///< the destination folder that was there, or made, last
     TQvResult m_failure;        ///< the first
     bool m_result = true;
@@ -164,6 +170,7 @@ void TExtendedCopy::AddFound(TQvResFindItem& found)
         return;
     item->second.Kind = found.Attrib.Kind;
     item->second.Size = static_cast<double>(found.Attrib.Size);
+    item->second.MayHaveSidecar = found.MayHaveSidecar;
     m_total += item->second.Size;
 }
 
@@ -190,7 +197,7 @@ TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
     const std::string destination = m_destination + source.substr(m_skippedLength);
     if (item.Kind == kResFolder)
         return CopyFolder(*node, source, destination);
-    const TQvResult copied = CopyResource(*node, source, destination, item.Size);
+    const TQvResult copied = CopyResource(*node, source, destination, item);
     // What has vanished since it was listed is not missing at the destination.
     return copied.IsNothing() && copied.Name() == source ? TQvResult::Done() : copied;
 }
@@ -224,11 +231,15 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
 }
 
 TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
-                                      const std::string& destination, double size)
+                                      const std::string& destination, const TItem& item)
 {
     // Nothing is looked for in a folder that was made here, unless somebody else has written there.
     if (m_newFolders.count(ParentOf(destination)) != 0) {
-        TQvResult copied = CopyOver(node, source, destination, size, TMountNode::TTarget::None);
+        TMountNode::TCopyHints hints;
+        hints.IsTargetNew = true;
+        hints.MayHaveSidecar = item.MayHaveSidecar || m_mayHaveAddedSidecars;
+        hints.Folders = &m_copyFolders;
+        TQvResult copied = CopyOver(node, source, destination, item.Size, hints);
         if (copied.Error() != EEXIST)
             return copied;
     }
@@ -239,33 +250,34 @@ TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& sourc
         return TQvResult::Failed(EISDIR, destination);
     if (target == kResResource && !MayOverwrite(destination))
         return TQvResult::Done();
-    return CopyOver(node, source, destination, size, TMountNode::TTarget::Any);
+    m_mayHaveAddedSidecars = true;
+    return CopyOver(node, source, destination, item.Size, {});
 }
 
 TQvResult TExtendedCopy::CopyOver(TMountNode& node, const std::string& source,
                                   const std::string& destination, double size,
-                                  TMountNode::TTarget expected)
+                                  const TMountNode::TCopyHints& hints)
 {
     if (size <= kBytesWithoutProgress)
-        return Transfer(node, source, destination, expected, nullptr);
+        return Transfer(node, source, destination, hints, nullptr);
     // Larger resources show how far they are.
     TQvProgressVar part =
         m_progress.SubProgress(m_scale * m_done, m_scale * (m_done + size), kLogLevel, kLogLevel);
     part.SetMessage(source);
     part.Start();
-    const TQvResult copied = Transfer(node, source, destination, expected, part.Handler());
+    const TQvResult copied = Transfer(node, source, destination, hints, part.Handler());
     part.Stop();
     return copied;
 }
 
 TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
-                                  const std::string& destination, TMountNode::TTarget expected,
-                                  TQvProgressHandler* progress)
+                                  const std::string& destination,
+                                  const TMountNode::TCopyHints& hints, TQvProgressHandler* progress)
 {
     if (TQvResult parent = MakeParent(destination); !parent)
         return parent;
     const TMountNode* target = m_manager.NodeFor(destination);
-    TQvTransfer copied = node.CopyResourceTo(source, *target, destination, expected, progress);
+    TQvTransfer copied = node.CopyResourceTo(source, *target, destination, hints, progress);
     if (!copied.Content || copied.Sidecar)
         return copied.Content;
     QvReportSidecar(copied.Sidecar, source, destination);
@@ -281,7 +293,10 @@ bool TExtendedCopy::MayOverwrite(const std::string& destination)
 {
     if (m_params.OverwriteCallback == nullptr)
         return m_params.OverwriteDefault;
-    m_parentFolder.clear(); // the callback may change anything
+    // The callback may change anything.
+    m_parentFolder.clear();
+    m_copyFolders = {};
+    m_mayHaveAddedSidecars = true;
     return m_params.OverwriteCallback(destination, m_params.CallbackContext);
 }
 

@@ -132,8 +132,7 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
 {
     TMountNode* from = NodeFor(src);
     const TMountNode* to = NodeFor(dst);
-    const TQvTransfer copied =
-        from->CopyResourceTo(src, *to, dst, TMountNode::TTarget::Any, progress);
+    const TQvTransfer copied = from->CopyResourceTo(src, *to, dst, {}, progress);
     QvReport(copied.Content);
     if (!copied.Content)
         return false;

@@ -155,8 +155,6 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
         QvDeleteFile(sidecar);
 }
 
-using TCopyCall = TQvResult (*)(const std::string&, const std::string&, TQvProgressHandler*);
-
 TQvResult CopyOnly(const std::string& from, const std::string& to, TQvProgressHandler* progress)
 {
     return QvCopyFileEx(from, to, false, progress);
@@ -164,9 +162,11 @@ TQvResult CopyOnly(const std::string& from, const std::string& to, TQvProgressHa
 
 /// The content first; the sidecar follows the source only: one at the target stays when the source
 /// has none.
-TQvTransfer CopyWithSidecar(const TTransferEnds& ends, TCopyCall copy, TQvProgressHandler* progress)
+template <class TCopy>
+TQvTransfer CopyWithSidecar(const TTransferEnds& ends, const TCopy& copy,
+                            TQvProgressHandler* progress, bool mayHaveSidecar = true)
 {
-    const TQvResult sidecar = LookForSidecar(ends);
+    const TQvResult sidecar = mayHaveSidecar ? LookForSidecar(ends) : TQvResult::Nothing(ends.Src);
     if (sidecar.HasFailed())
         return {sidecar, {}};
     // A link to the sidecar, too.
@@ -388,12 +388,12 @@ TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountN
 TQvResult TFileMountNode::CopyResource(const std::string& src, const std::string& dst,
                                        TQvProgressHandler* progress)
 {
-    const TQvTransfer done = CopyResourceTo(src, *this, dst, TTarget::Any, progress);
+    const TQvTransfer done = CopyResourceTo(src, *this, dst, {}, progress);
     return done.Content ? done.Sidecar : done.Content;
 }
 
 TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst, TTarget expected,
+                                           const std::string& dst, const TCopyHints& hints,
                                            TQvProgressHandler* progress)
 {
     const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
@@ -402,13 +402,18 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountN
         allowed = RefuseSidecars(ends);
     if (!allowed)
         return {allowed, {}};
-    if (expected == TTarget::None)
-        return CopyWithSidecar(ends, &QvCopyFileToNew, progress);
+    if (hints.IsTargetNew) {
+        const auto copyToNew = [&](const std::string& from, const std::string& to,
+                                   TQvProgressHandler* ofCopy) {
+            return QvCopyFileToNew(from, to, ofCopy, hints.Folders);
+        };
+        return CopyWithSidecar(ends, copyToNew, progress, hints.MayHaveSidecar);
+    }
     // A sidecar that a new resource would inherit goes, between two nodes as when it is opened
     // there.
     if (&target != this && QvFileExists(SidecarOf(ends.To)) && RequireResource(ends.From, src))
         DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
-    return CopyWithSidecar(ends, &CopyOnly, progress);
+    return CopyWithSidecar(ends, &CopyOnly, progress, hints.MayHaveSidecar);
 }
 
 TQvResult TFileMountNode::CreateFolder(const std::string& id)

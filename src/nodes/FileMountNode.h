@@ -59,7 +59,7 @@ public:
     TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
                                const std::string& modelId) override;
     TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                               const std::string& dst, TTarget expected,
+                               const std::string& dst, const TCopyHints& hints,
                                TQvProgressHandler* progress) override;
     TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                const std::string& dst, TQvProgressHandler* progress) override;

@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <string_view>
+#include <strings.h>
 #include <sys/stat.h>
 
 #include <QRegularExpression>
@@ -65,6 +66,14 @@ bool IsSidecar(std::string_view name)
 {
     constexpr std::size_t kLength = std::string_view(kSidecarSuffix).size();
     return name.size() > kLength && name.substr(name.size() - kLength) == kSidecarSuffix;
+}
+
+/// As IsSidecar where a file system takes both letter cases for one name.
+bool MayBeSidecar(std::string_view name)
+{
+    constexpr std::string_view kSuffix = kSidecarSuffix;
+    return name.size() > kSuffix.size() && strncasecmp(name.data() + name.size() - kSuffix.size(),
+                                                       kSuffix.data(), kSuffix.size()) == 0;
 }
 
 /// A name filter; "*" needs none.
@@ -133,6 +142,7 @@ private:
     void Take(const TQvFolderEntry& entry);
     void Add(std::string_view name, TEntryKind kind);
     void Note(int error, const std::string& id);
+    void NoteNoSidecars(std::size_t first);
 
     const std::string& m_idPrefix;
     TNameMask m_mask;
@@ -140,6 +150,7 @@ private:
     std::vector<TQvResFindItem>* m_items;
     TQvFolderReader m_folder;
     bool m_found = false;
+    bool m_hasSidecars = false;
     TQvResult m_failure;
 };
 
@@ -149,16 +160,20 @@ TQvResult TFolderListing::Read(const std::string& path, TQvProgressHandler* prog
     if (const TQvResult opened = m_folder.Open(path); !opened)
         // What is no folder holds nothing, and that is known.
         return opened.Error() == ENOTDIR ? TQvResult::Nothing(id) : opened.Named(id);
+    const std::size_t first = m_items != nullptr ? m_items->size() : 0;
     TQvFolderEntry entry;
     while ((m_items != nullptr || !m_found) && m_folder.Next(&entry)) {
         if (entry.Name.front() == '.')
             continue;
         QvPollProgress(progress);
+        m_hasSidecars = m_hasSidecars || MayBeSidecar(entry.Name);
         if (!IsSidecar(entry.Name) && m_mask.Matches(entry.Name))
             Take(entry);
     }
     if (!m_folder.Result())
         Note(m_folder.Result().Error(), id);
+    else if (!m_hasSidecars)
+        NoteNoSidecars(first);
     if (!m_failure)
         return m_failure;
     return m_found ? TQvResult::Done() : TQvResult::Nothing(id);
@@ -196,6 +211,13 @@ void TFolderListing::Note(int error, const std::string& id)
 {
     if (m_failure)
         m_failure = TQvResult::Failed(error, id);
+}
+
+/// The whole folder was read, and none was there.
+void TFolderListing::NoteNoSidecars(std::size_t first)
+{
+    for (std::size_t i = first; m_items != nullptr && i < m_items->size(); ++i)
+        (*m_items)[i].MayHaveSidecar = false;
 }
 } // namespace
 

@@ -68,7 +68,7 @@ public:
         return ReadOnly(id);
     }
     TQvTransfer CopyResourceTo(const std::string& src, const TMountNode&, const std::string&,
-                               TTarget, TQvProgressHandler*) override
+                               const TCopyHints&, TQvProgressHandler*) override
     {
         return {NoResource(src), {}};
     }

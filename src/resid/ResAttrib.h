@@ -36,4 +36,6 @@ struct TQvResFindItem
 {
     std::string Id; ///< a folder's id has no trailing "/": the kind tells
     TQvResAttrib Attrib;
+    /// False when the listing showed that a resource has no sidecar.
+    bool MayHaveSidecar = true;
 };

@@ -16,6 +16,8 @@ EXPECTED = {
     "copy": "stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
     # and a look for a sidecar that an earlier resource has left
     "copy-between": "stat stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
+    # the second of two resources into a new folder: no look for a sidecar, which the listing has not shown, nor for a target; then both folders are closed
+    "copy-extended": "openat fstat openat fchmod copy_file_range utimensat linkat close close close close",
     "list-attributes": "openat getdents64" + 10 * " statx" + " getdents64 close",
 }
 
@@ -23,6 +25,9 @@ EXPECTED = {
 def trace(probe, folder):
     (folder / "file").write_bytes(b"x" * 4096)
     (folder / "list").mkdir()
+    (folder / "pair").mkdir()
+    for name in "12":
+        (folder / "pair" / name).write_bytes(b"x" * 4096)
     (folder / "other").mkdir()
     for i in range(10):
         (folder / "list" / f"file{i}").touch()
@@ -31,7 +36,9 @@ def trace(probe, folder):
     # memory of the allocator is no call of ours
     calls = [line for line in text.splitlines() if not re.match(r"brk|mmap|munmap", line)]
     marked = re.findall(r'^write\(-1, "([a-z-]*)".*\n((?:.*\n)*?)write\(-1, "end"', "\n".join(calls), re.M)
-    return {name: " ".join(re.findall(r"^\w+", lines, re.M)) for name, lines in marked}
+    found = {name: " ".join(re.findall(r"^\w+", lines, re.M)) for name, lines in marked}
+    found["copy-extended"] = re.sub(".*? linkat close close ", "", found["copy-extended"], count=1)
+    return found
 
 
 def main(probe):

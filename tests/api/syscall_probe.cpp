@@ -39,6 +39,13 @@ int main(int, char** arguments)
         {"attributes", [&] { return ResourceManager.GetResourceAttr("/D/file", &attrib); }},
         {"copy", [&] { return copyTo("/D/copy"); }},
         {"copy-between", [&] { return copyTo("/O/copy"); }},
+        {"copy-extended",
+         [&] {
+             TResourceManager::TCopyResourceExParams params;
+             params.Sources = {"/D/pair"};
+             params.DestFolder = "/D/copies" + std::to_string(++copies);
+             return ResourceManager.CopyResourceEx(params);
+         }},
         {"list", [] { return List(kFindResources); }},
         {"list-attributes", [] { return List(kFindResources | kFindAttributes); }},
     };

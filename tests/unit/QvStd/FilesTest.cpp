@@ -4,13 +4,16 @@
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
+#include <filesystem>
 #include <linux/filter.h>
+#include <linux/limits.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "QvStd/Descriptor.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "support/ChildProcess.h"
@@ -105,6 +108,27 @@ TEST_F(Files, RefusalsTellTheErrorAndChangeNothing)
     EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read) && !read.empty());
     EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
     EXPECT_EQ(ReadFile(m_to), read);
+}
+
+TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
+{
+    TQvCopyFolders folders;
+    // Its folder can be opened, and its name is free there.
+    std::string tooLong = m_temp / "out/";
+    tooLong.resize(PATH_MAX - 3, '/');
+    tooLong += "name";
+    for (const std::string content : {"first", "second"}) {
+        std::filesystem::remove_all(m_temp / "in");
+        std::filesystem::remove_all(m_temp / "out");
+        std::filesystem::create_directory(m_temp / "out");
+        m_temp.Write("in/x", content);
+        EXPECT_TRUE(QvCopyFileToNew(m_temp / "in/x", m_temp / "out/x", nullptr, &folders));
+        EXPECT_EQ(ReadFile(m_temp / "out/x"), content);
+        EXPECT_EQ(QvCopyFileToNew(m_temp / "in/x", tooLong, nullptr, &folders).Error(),
+                  ENAMETOOLONG);
+        EXPECT_EQ(QvCopyFileToNew(m_temp / "in/x", m_temp / "out/x", nullptr, &folders).Error(),
+                  EEXIST);
+    }
 }
 
 TEST_F(Files, ABreakLeavesTheOldTarget)

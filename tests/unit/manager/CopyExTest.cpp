@@ -84,6 +84,16 @@ TEST_F(CopyEx, FailuresAndSkippedOnes)
     EXPECT_FALSE(Manager.CopyResourceEx(Params));
 }
 
+TEST_F(CopyEx, SidecarsFollowAlsoThoseThatTheCopyAdds)
+{
+    MakeTree(Temp.Path(), "A/f=1 A/f.meta=m A/z/f=2 A/z/g=3");
+    EXPECT_TRUE(Copy({"/A"}, "/B"));
+    EXPECT_EQ(TreeOf(Temp / "B"), "A/f=1 A/f.meta=m A/z/f=2 A/z/g=3");
+    Params.OverwriteDefault = true;
+    EXPECT_TRUE(Copy({"/A/"}, "/A/z")) << "one that is listed without a sidecar gets one";
+    EXPECT_EQ(TreeOf(Temp / "A/z"), "f=1 f.meta=m g=3 z/f=1 z/f.meta=m z/g=3");
+}
+
 TEST_F(CopyEx, AParentThatGoesIsMadeAgain)
 {
     MakeTree(Temp.Path(), "A/f/1= A/f/2= B/f/2=");
