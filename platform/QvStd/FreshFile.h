@@ -4,8 +4,9 @@
 // in user space (FUSE) may keep names, sizes and small contents for a second or longer, and neither
 // a lock nor AT_STATX_FORCE_SYNC empties its caches: what another machine has written under the
 // lock before would be missed, and lost by the next rewrite. Listing the folder makes such a client
-// ask which file has the name, and O_DIRECT makes it read from the server. Both are done on FUSE
-// only; elsewhere the one added system call is the one that finds out.
+// ask which file has the name and how long it is, and drop small contents that have changed;
+// O_DIRECT makes it read from the server. Both are done on FUSE only; elsewhere the one added
+// system call is the one that finds out.
 //
 // Thread-safety: one object belongs to one thread at a time; the function is callable from any.
 #pragma once
@@ -35,6 +36,10 @@ public:
     int Number() const { return m_file.Number(); }
     /// As TQvDescriptor::Close.
     bool Close();
+
+    /// To be called after a lock on the file was gained: what others wrote between the opening and
+    /// the lock counts, too. 0 or an errno.
+    int Refresh(const std::string& path) const { return m_direct ? QvRefreshName(path) : 0; }
 
     /// As pread.
     ssize_t ReadAt(std::uint64_t position, char* buffer, std::size_t count) const;

@@ -62,6 +62,8 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
     if (error == 0)
         error = LockContent(reads ? F_RDLCK : F_WRLCK);
     if (error == 0)
+        error = Passing(m_file.Refresh(path));
+    if (error == 0)
         error = AskServer();
     if (error == 0)
         error = CompareWithPath();
