@@ -7,7 +7,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "QvStd/Descriptor.h"
+#include "QvStd/FreshFile.h"
 #include "QvStd/NewFile.h"
 
 namespace
@@ -23,11 +23,11 @@ struct TFound
 };
 
 /// 0 or an errno.
-int ReadToEnd(int file, std::string* content)
+int ReadToEnd(const TQvFreshFile& file, std::string* content)
 {
     char block[16384];
     for (;;) {
-        const ssize_t count = QvRetryInterrupted([&] { return read(file, block, sizeof block); });
+        const ssize_t count = file.ReadAt(content->size(), block, sizeof block);
         if (count < 0)
             return errno;
         if (count == 0)
@@ -39,13 +39,13 @@ int ReadToEnd(int file, std::string* content)
 /// 0, also when there is no file, or an errno.
 int Find(const std::string& path, TFound* found)
 {
-    TQvDescriptor file;
-    const int error = QvOpenRegular(path, O_RDONLY, &file, &found->Status);
+    TQvFreshFile file;
+    const int error = file.Open(path, O_RDONLY, &found->Status);
     if (QvIsStale(path, error))
         return ESTALE;
     if (error != 0)
         return error == ENOENT ? 0 : error;
-    return ReadToEnd(file.Number(), &found->Content.emplace());
+    return ReadToEnd(file, &found->Content.emplace());
 }
 
 bool IsStillThere(const std::string& path, const TFound& found)

@@ -10,6 +10,7 @@
 
 #include "QvStd/FileChange.h"
 #include "QvStd/Files.h"
+#include "QvStd/FreshFile.h"
 #include "QvStd/Result.h"
 
 namespace
@@ -71,6 +72,8 @@ int TQvFileLock::Take(const std::string& path)
         error = RefuseIrregular(opened);
     if (error == 0)
         error = LockFirstByte(descriptor);
+    if (error == 0)
+        error = -QvRefreshName(path);
     if (error == 0 && stat(path.c_str(), &current) != 0)
         error = -errno;
     // Replaced between the open and the lock: this lock protects nothing any more.

@@ -48,9 +48,11 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
     m_path = path;
     m_position = 0;
     const bool reads = access == TJournalAccess::Read;
-    int error = QvOpenRegular(path, FlagsOf(access), &m_file, &m_status);
+    int error = m_file.Open(path, FlagsOf(access), &m_status);
     if (error == ENOENT)
         return ExplainMissing();
+    if (error == ESTALE)
+        error = EBUSY;
     // Some file systems refuse an opener where others hold the file for themselves.
     const int wanted = reads ? R_OK : R_OK | W_OK;
     if (error == EACCES && faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) == 0)
@@ -60,11 +62,13 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
     if (error == 0)
         error = LockContent(reads ? F_RDLCK : F_WRLCK);
     if (error == 0)
+        error = Passing(m_file.Refresh(path));
+    if (error == 0)
         error = AskServer();
     if (error == 0)
         error = CompareWithPath();
     if (error != 0)
-        m_file = TQvDescriptor();
+        m_file = TQvFreshFile();
     return Answer(error);
 }
 
@@ -98,7 +102,7 @@ int TJournalFile::AskServer()
         return Passing(errno);
     m_size = now.stx_size;
     m_time = static_cast<std::uint32_t>(now.stx_mtime.tv_sec);
-    return 0;
+    return Passing(m_file.CorrectSize(&m_size));
 }
 
 /// EBUSY when the journal was replaced before its content was locked.
@@ -128,7 +132,7 @@ TQvResult TJournalFile::ExplainMissing() const
 
 std::size_t TJournalFile::Read(char* buffer, std::size_t count)
 {
-    const ssize_t got = QvRetryInterrupted([&] { return read(m_file.Number(), buffer, count); });
+    const ssize_t got = m_file.ReadAt(m_position, buffer, count);
     if (got == 0 && m_position < m_size)
         errno = EIO;
     if (got < 0 || (got == 0 && m_position < m_size))
@@ -146,10 +150,7 @@ int TJournalFile::FindSealedEnd(std::uint64_t* end) const
         tail.resize(window);
         const std::uint64_t start = m_size - window;
         for (std::size_t done = 0; done < window;) {
-            const ssize_t got = QvRetryInterrupted([&] {
-                return pread(m_file.Number(), tail.data() + done, window - done,
-                             static_cast<off_t>(start + done));
-            });
+            const ssize_t got = m_file.ReadAt(start + done, tail.data() + done, window - done);
             if (got <= 0)
                 return got < 0 ? errno : EIO;
             done += static_cast<std::size_t>(got);

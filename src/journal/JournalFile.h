@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "QvStd/Descriptor.h"
+#include "QvStd/FreshFile.h"
 #include "QvStd/NewFile.h"
 #include "QvStd/Result.h"
 
@@ -68,7 +68,7 @@ private:
     TQvResult Answer(int error) const;
 
     std::string m_path;
-    TQvDescriptor m_file;
+    TQvFreshFile m_file;
     struct stat m_status = {};
     std::uint64_t m_size = 0;
     std::uint32_t m_time = 0;

@@ -69,6 +69,9 @@ TEST_F(TJournalCommandTest, RepairsNothingThatItCouldNotRead)
     }
     const std::string inject =
         R"(ASAN_OPTIONS=detect_leaks=0 strace -o trace -P "$T/$J" -e inject=)";
+    fails(inject + "pread64:error=EIO:when=1 $QVRES", "Input/output error");
+    fails(inject + "pread64:error=ESTALE:when=1 $QVRES", "Stale file handle");
+    fails(inject + "statfs:error=EIO:when=1 $QVRES", "Input/output error");
     fails(inject + "openat:error=ENFILE:when=1 $QVRES", "Too many open files in system");
 }
 

@@ -1,0 +1,117 @@
+#include "QvStd/FreshFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+#include "FileNames.h"
+#include "QvStd/Files.h"
+
+namespace
+{
+/// O_DIRECT reads whole blocks into memory that is aligned like them.
+constexpr std::size_t kBlock = 4096;
+constexpr std::size_t kWindow = 16 * kBlock;
+
+/// 0, also when the folder is missing or may not be read, or an errno.
+int ListFolder(const std::string& folder)
+{
+    DIR* const entries = opendir(folder.c_str());
+    if (entries == nullptr)
+        return errno == EACCES || errno == ENOENT ? 0 : errno;
+    errno = 0;
+    while (readdir(entries) != nullptr)
+        errno = 0;
+    const int error = errno;
+    closedir(entries);
+    return error;
+}
+} // namespace
+
+int QvRefreshName(const std::string& path, bool* isCached)
+{
+    struct statfs system = {};
+    int found = QvRetryInterrupted([&] { return statfs(path.c_str(), &system); });
+    // The folder knows the file system, too, when the name leads nowhere, or to a file that another
+    // machine has replaced.
+    if (found != 0 && (errno == ENOENT || errno == ESTALE))
+        found = statfs((QvFolderPart(path) + ".").c_str(), &system);
+    if (found != 0)
+        return errno == ENOENT ? 0 : errno;
+    const bool isFuse = system.f_type == FUSE_SUPER_MAGIC;
+    if (isCached != nullptr)
+        *isCached = isFuse;
+    if (!isFuse)
+        return 0;
+    std::string target = path;
+    return QvFollowLinks(&target) ? ListFolder(QvFolderPart(target) + ".") : errno;
+}
+
+int TQvFreshFile::Open(const std::string& path, int flags, struct stat* status)
+{
+    m_direct = TQvDescriptor();
+    bool isCached = false;
+    int error = QvRefreshName(path, &isCached);
+    if (error == 0)
+        error = QvOpenRegular(path, flags, &m_file, status);
+    if (error != 0 || !isCached)
+        return error;
+    struct stat direct = {};
+    error = QvOpenRegular(path, O_RDONLY | O_DIRECT, &m_direct, &direct);
+    if (error == EINVAL) // it knows no O_DIRECT, and so has no cache to pass
+        return 0;
+    if (error == ENOENT || (error == 0 && !QvIsSameInode(*status, direct)))
+        error = ESTALE;
+    if (error != 0)
+        *this = TQvFreshFile();
+    return error;
+}
+
+bool TQvFreshFile::Close()
+{
+    m_direct = TQvDescriptor();
+    return m_file.Close();
+}
+
+ssize_t TQvFreshFile::ReadAt(std::uint64_t position, char* buffer, std::size_t count) const
+{
+    if (!m_direct)
+        return QvRetryInterrupted(
+            [&] { return pread(m_file.Number(), buffer, count, static_cast<off_t>(position)); });
+    alignas(kBlock) char window[kWindow];
+    const std::size_t skipped = position % kBlock;
+    const auto start = static_cast<off_t>(position - skipped);
+    const ssize_t got =
+        QvRetryInterrupted([&] { return pread(m_direct.Number(), window, kWindow, start); });
+    if (got < 0)
+        return got;
+    const std::size_t length = std::max(static_cast<std::size_t>(got), skipped) - skipped;
+    const std::size_t copied = std::min(count, length);
+    std::memcpy(buffer, window + skipped, copied);
+    return static_cast<ssize_t>(copied);
+}
+
+int TQvFreshFile::CorrectSize(std::uint64_t* size) const
+{
+    if (!m_direct)
+        return 0;
+    char content[kWindow];
+    // Starts before that end: behind it the kernel may answer without asking.
+    std::uint64_t end = *size;
+    ssize_t got = 0;
+    do {
+        end -= std::min<std::uint64_t>(end, kBlock);
+        got = ReadAt(end, content, sizeof content);
+    } while (got == 0 && end != 0);
+    while (got > 0) {
+        end += static_cast<std::uint64_t>(got);
+        got = ReadAt(end, content, sizeof content);
+    }
+    *size = end;
+    return got < 0 ? errno : 0;
+}
