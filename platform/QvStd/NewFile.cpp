@@ -386,7 +386,7 @@ int TQvNewFile::TState::DiscardUnclosed()
     return error;
 }
 
-/// Before content is written over another file: nobody may see more of it than they were meant to.
+/// Before content is written over another file: no user may see more of it than the source shows.
 int TQvNewFile::TState::HideContent() const
 {
     constexpr mode_t kReadable = S_IRUSR | S_IRGRP | S_IROTH;

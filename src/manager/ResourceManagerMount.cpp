@@ -1,6 +1,7 @@
 // The mount table: its indexes, resolution of ids, mounting and unmounting.
 #include <algorithm>
 #include <cerrno>
+#include <memory>
 
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
@@ -287,9 +288,16 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
                                      const std::function<void(TQvProfileNodes&)>& change)
 {
     CheckProfileCanBeSaved(operation, mountPoint);
-    SetLastFailure(EACCES, mountPoint); // of a lock that is not gained
-    const TQvVarFolderLock lock(VarFolder());
-    SetLastFailure(0, mountPoint);
+    int error = 0;
+    const auto lock = [&] {
+        try {
+            return std::make_unique<TQvVarFolderLock>(VarFolder(), TQvVarFolderLock::kTimeoutMs,
+                                                      &error);
+        } catch (const TQvMessage&) {
+            SetLastFailure(error, mountPoint);
+            throw;
+        }
+    }();
     const TQvPath file(QvGetConfigString(12, true));
     TQvResourceProfile profile;
     const auto changeText = [&](const std::optional<std::string>& text) {

@@ -220,8 +220,8 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
     return EACCES;
 }
 
-/// Replacing asks the same as writing: whether the caller may, and whether nobody else holds the
-/// target for themselves.
+/// Replacing asks the same as writing: whether the caller may, and whether no other opener
+/// holds the target exclusively.
 TQvResult HoldTarget(const TTransferEnds& ends, TQvFileStream& hold)
 {
     if (hold.Open(ends.ToContent, kQvOpenWrite, kQvShareAll) || hold.getError() == -ENOENT)
@@ -229,7 +229,7 @@ TQvResult HoldTarget(const TTransferEnds& ends, TQvFileStream& hold)
     return TQvResult::Failed(-hold.getError(), ends.Dst);
 }
 
-/// By renames. The sidecar is held meanwhile, so that nobody takes it for one left over from an
+/// By renames. The sidecar is held meanwhile, so that no opener takes it for one left over from an
 /// earlier resource.
 TQvTransfer RenameWithSidecar(const TTransferEnds& ends, TQvProgressHandler* progress)
 {

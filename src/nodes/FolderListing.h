@@ -10,9 +10,6 @@
 #include "QvStd/Result.h"
 #include "resid/ResAttrib.h"
 
-/// What the name of a sidecar has behind that of its resource.
-inline constexpr char kSidecarSuffix[] = ".meta";
-
 /// Appends the entries of the folder `path` to `items`, their ids `idPrefix` plus the name, in the
 /// order of the folder. Without `items` it is a probe that ends at the first match. Done when
 /// something was found, "nothing" when nothing was, or there is no such folder. A folder that

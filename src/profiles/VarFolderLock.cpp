@@ -27,11 +27,18 @@ std::map<TFolderKey, std::weak_ptr<TQvLockFile>>& HeldLocks()
     return locks;
 }
 
-TFolderKey KeyOfE(const TQvPath& folder)
+[[noreturn]] void Throw(const TQvPath& folder, int reason, int* error)
+{
+    if (error != nullptr)
+        *error = reason;
+    throw QvLockMessage((folder / kLockFile).toSysStr(), -reason);
+}
+
+TFolderKey KeyOfE(const TQvPath& folder, int* error)
 {
     struct stat status = {};
     if (stat(folder.toSysStr().c_str(), &status) != 0)
-        throw QvLockMessage((folder / kLockFile).toSysStr(), -errno);
+        Throw(folder, errno, error);
     return {status.st_dev, status.st_ino};
 }
 
@@ -42,20 +49,22 @@ std::string Owner()
 }
 } // namespace
 
-TQvVarFolderLock::TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeoutMs)
+TQvVarFolderLock::TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeoutMs, int* error)
 {
+    if (error != nullptr)
+        *error = EINVAL;
     if (!varFolder.isPathValid())
         throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
     if (const TQvResult made = QvForceDirectories(varFolder); !made)
-        throw QvLockMessage((varFolder / kLockFile).toSysStr(), -made.Error());
-    std::weak_ptr<TQvLockFile>& held = HeldLocks()[KeyOfE(varFolder)];
+        Throw(varFolder, made.Error(), error);
+    std::weak_ptr<TQvLockFile>& held = HeldLocks()[KeyOfE(varFolder, error)];
     m_lock = held.lock();
     if (m_lock)
         return;
     const std::string file = (varFolder / kLockFile).toSysStr();
     m_lock = TQvLockFile::VCreate(file, true, Owner(), timeoutMs);
     if (!*m_lock)
-        throw QvLockMessage(file, m_lock->getError());
+        Throw(varFolder, -m_lock->getError(), error);
     held = m_lock;
 }
 

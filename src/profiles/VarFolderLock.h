@@ -19,8 +19,9 @@ public:
 
     /// Waits up to `timeoutMs` milliseconds. A missing folder is created. Throws a TQvMessage when
     /// the folder is no valid path or cannot be created, and when the lock was not gained: it names
-    /// the holder.
-    explicit TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeoutMs = kTimeoutMs);
+    /// the holder. `error` (may be null) receives the errno of that before, EAGAIN for a holder.
+    explicit TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeoutMs = kTimeoutMs,
+                              int* error = nullptr);
     ~TQvVarFolderLock();
     TQvVarFolderLock(const TQvVarFolderLock&) = delete;
     TQvVarFolderLock& operator=(const TQvVarFolderLock&) = delete;

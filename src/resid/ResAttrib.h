@@ -23,6 +23,9 @@ inline constexpr unsigned kFindFolders = 2;
 inline constexpr unsigned kFindRecursive = 4;
 inline constexpr unsigned kFindAttributes = 8; ///< fill size and times too
 
+/// What the name of a metadata sidecar has behind that of its resource.
+inline constexpr char kSidecarSuffix[] = ".meta";
+
 struct TQvResAttrib
 {
     std::uint32_t Kind = 0;   ///< kResResource or kResFolder

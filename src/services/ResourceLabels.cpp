@@ -235,7 +235,7 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
     const std::string file = ResourceManager.GetResourceFile(resId, false);
     if (file.empty())
         return TResourceManager::LastFailure().Error == 0 ? Fail(ENOENT, resId) : false;
-    const std::string path = file + ".meta";
+    const std::string path = file + kSidecarSuffix;
     const TQvFileLock lock(path, kLockTimeoutMs);
     if (!lock)
         return Fail(-lock.getError(), resId);
