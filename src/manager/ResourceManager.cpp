@@ -9,6 +9,7 @@
 #include "QvStd/URLManager.h"
 #include "QvStd/XIniReader.h"
 #include "manager/Configuration.h"
+#include "manager/MountIndex.h"
 #include "resid/ResId.h"
 #include "url/URLResourceHandler.h"
 
@@ -22,7 +23,8 @@ TResourceManager ResourceManager;
 TResourceManager::TResourceManager()
     : m_config{SConfig::StDirLockTimeout_Default, SConfig::StDirSyncMinInterval_Default,
                SConfig::StDirChangeCount2Merge_Default, SConfig::MountMyComputer_Default},
-      m_myComputerId("/My Computer"), m_myComputerNormal(QvNormalizeResId(m_myComputerId)),
+      m_mountIndex(std::make_unique<TMountIndex>()), m_myComputerId("/My Computer"),
+      m_myComputerNormal(QvNormalizeResId(m_myComputerId)),
       m_myComputerFolder(QvIncludeTrailingSlash(m_myComputerNormal))
 {
 }
