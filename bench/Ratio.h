@@ -1,11 +1,13 @@
 // A benchmark that measures work against its raw limit in the same run: both sides alternate, and
 // the counter "ratio" is the median of the ratios of neighbours, so that a noisy machine disturbs
-// both sides alike; "total" is the ratio of the sums, in which rare dear calls count. Compare
+// both sides alike; "total" is the ratio of the sums, in which rare dear calls count; "cpu" is the
+// median of the ratios of processor time, which other work on the machine disturbs least. Compare
 // ratios, never times of two runs.
 #pragma once
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -18,6 +20,22 @@ double SecondsOf(TWork&& work)
     const auto start = std::chrono::steady_clock::now();
     work();
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+inline double ProcessorSeconds()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+/// Of the thread that measures: work that waits, or that others do for it, is not in it.
+template <class TWork>
+double ProcessorSecondsOf(TWork&& work)
+{
+    const double start = ProcessorSeconds();
+    work();
+    return ProcessorSeconds() - start;
 }
 
 constexpr double kNoTarget = 0;
@@ -34,20 +52,25 @@ template <class TRaw, class TOurs, class TReset>
 void Compare(benchmark::State& state, double target, TRaw&& raw, TOurs&& ours, TReset&& reset)
 {
     std::vector<double> ratios;
+    std::vector<double> processorRatios;
     double rawTotal = 0;
     double ourTotal = 0;
     for ([[maybe_unused]] auto iteration : state) {
+        double rawSeconds = 0;
+        double ourSeconds = 0;
         reset();
-        const double rawSeconds = SecondsOf(raw);
+        const double rawProcessor = ProcessorSecondsOf([&] { rawSeconds = SecondsOf(raw); });
         reset();
-        const double ourSeconds = SecondsOf(ours);
+        const double ourProcessor = ProcessorSecondsOf([&] { ourSeconds = SecondsOf(ours); });
         ratios.push_back(ourSeconds / rawSeconds);
+        processorRatios.push_back(ourProcessor / rawProcessor);
         rawTotal += rawSeconds;
         ourTotal += ourSeconds;
         state.SetIterationTime(ourSeconds);
     }
     state.counters["ratio"] = Median(ratios);
     state.counters["total"] = ourTotal / rawTotal;
+    state.counters["cpu"] = Median(processorRatios);
     if (target != kNoTarget)
         state.counters["target"] = target;
 }

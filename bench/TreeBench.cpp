@@ -1,15 +1,20 @@
 // The tree beside raw system calls on the same files.
 #include <QvServices/QvServices.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <optional>
+#include <random>
 #include <string>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_map>
 
 #include "BenchFolder.h"
 #include "Ratio.h"
@@ -60,50 +65,142 @@ TResourceManager& Manager(int mounts = 16)
     return manager;
 }
 
+/// The id of 6 parts and some 60 bytes of each of the benchmark's files, in the letter case of
+/// whoever wrote it: many different ones, so that nothing is answered from what was just asked.
+struct TManyIds
+{
+    std::vector<std::string> Ids;
+    std::vector<std::string> Paths; ///< of the files that they lead to
+};
+
+std::string MountPoint(int number)
+{
+    return "/Projects/Area " + std::to_string(number % 64) + "/Survey-" + std::to_string(number);
+}
+
+/// A manager with `mounts` mount points of three parts, all of them the same folder.
+TResourceManager& DeepManager(int mounts)
+{
+    static std::map<int, TResourceManager> managers;
+    TResourceManager& manager = managers[mounts];
+    for (int i = static_cast<int>(manager.MountNodes().size()); i <= mounts; ++i)
+        if (i > 0)
+            manager.MountFileNodeE(MountPoint(i), Files() / "", false);
+    return manager;
+}
+
+std::string InAnyCase(std::string text, std::minstd_rand& random)
+{
+    const unsigned writer = static_cast<unsigned>(random() % 4);
+    for (char& c : text)
+        c = writer == 0                       ? static_cast<char>(std::toupper(c))
+            : writer == 1 && c >= 'A'         ? static_cast<char>(c | 0x20)
+            : writer == 2 && random() % 2 > 0 ? static_cast<char>(std::toupper(c))
+                                              : c;
+    return text;
+}
+
+TManyIds ManyIds(int mounts)
+{
+    constexpr int kFolders = 16;
+    constexpr int kFilesEach = 64;
+    const std::string top = Files() / "Soil Samples";
+    const auto folder = [](int i) { return "Soil Samples/Bore Hole " + std::to_string(100 + i); };
+    if (fs::create_directory(top))
+        for (int i = 0; i < kFolders; ++i)
+            Files().Folder(folder(i), kFilesEach, 4096);
+    std::minstd_rand random;
+    TManyIds many;
+    for (int i = 0; i < 8 * kBatch; ++i) {
+        const int number = static_cast<int>(random() % kFilesEach);
+        const std::string file = folder(static_cast<int>(random() % kFolders)) + "/file-" +
+                                 std::to_string(number) + (number % 2 == 0 ? ".txt" : ".dat");
+        const int mount = 1 + static_cast<int>(random() % static_cast<unsigned>(mounts));
+        many.Ids.push_back(InAnyCase(MountPoint(mount), random) + "/" + file);
+        many.Paths.push_back(Files() / file);
+    }
+    return many;
+}
+
+void OpenAndRead(const std::string& path, bool asTheLibrary)
+{
+    char buffer[4096];
+    struct stat status;
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (asTheLibrary)
+        Require(fstat(file, &status) == 0 && flock(file, LOCK_SH | LOCK_NB) == 0, "open");
+    Require(pread(file, buffer, sizeof buffer, 0) == sizeof buffer, "pread");
+    close(file);
+}
+
+/// Against the five calls without which it could not promise what it does.
 void OpenReadClose(benchmark::State& state)
 {
-    Files().Write("4k", 4096);
-    const std::string path = Files() / "4k";
-    const std::string id = "/Bench/Mount7/4k";
-    TResourceManager& manager = Manager();
+    const int mounts = static_cast<int>(state.range(0));
+    const TManyIds many = ManyIds(mounts);
+    TResourceManager& manager = DeepManager(mounts);
     char buffer[4096];
     bench::Compare(
-        state, 1.4,
+        state, 1.05,
         [&] {
-            for (int i = 0; i < kBatch; ++i) {
-                const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-                Require(read(file, buffer, sizeof buffer) == sizeof buffer, "read");
-                close(file);
-            }
+            for (int i = 0; i < kBatch; ++i)
+                OpenAndRead(many.Paths[i], true);
         },
         [&] {
             for (int i = 0; i < kBatch; ++i) {
-                const auto stream = manager.OpenResourceE(id, kQvOpenRead, kQvShareAll, 0);
+                const auto stream = manager.OpenResourceE(many.Ids[i], kQvOpenRead, kQvShareAll, 0);
                 Require(stream->Read(buffer, sizeof buffer) == sizeof buffer, "Read");
             }
         });
 }
-BENCHMARK(OpenReadClose)->UseManualTime();
+BENCHMARK(OpenReadClose)->ArgName("mounts")->Arg(16)->Arg(4096)->UseManualTime();
+
+/// The five calls against the three that read alone.
+void OpenReadCloseFloor(benchmark::State& state)
+{
+    const TManyIds many = ManyIds(16);
+    const auto all = [&](bool asTheLibrary) {
+        for (int i = 0; i < kBatch; ++i)
+            OpenAndRead(many.Paths[i], asTheLibrary);
+    };
+    bench::Compare(
+        state, bench::kNoTarget, [&] { all(false); }, [&] { all(true); });
+}
+BENCHMARK(OpenReadCloseFloor)->UseManualTime();
+
+void EachAccess(const TManyIds& many)
+{
+    for (int i = 0; i < kBatch; ++i)
+        Require(access(many.Paths[i].c_str(), F_OK) == 0, "access");
+}
 
 void Exists(benchmark::State& state)
 {
-    Files().Write("4k", 4096);
-    const std::string path = Files() / "4k";
-    const std::string id = "/Bench/Mount7/4k";
-    TResourceManager& manager = Manager();
+    const int mounts = static_cast<int>(state.range(0));
+    const TManyIds many = ManyIds(mounts);
+    TResourceManager& manager = DeepManager(mounts);
     bench::Compare(
-        state, 1.4,
+        state, 1.2, [&] { EachAccess(many); },
+        [&] {
+            for (int i = 0; i < kBatch; ++i)
+                Require(manager.ResourceExists(many.Ids[i]) == kResResource, "ResourceExists");
+        });
+}
+BENCHMARK(Exists)->ArgName("mounts")->Arg(16)->Arg(4096)->UseManualTime();
+
+/// The kind of what is there needs a stat.
+void ExistsFloor(benchmark::State& state)
+{
+    const TManyIds many = ManyIds(16);
+    bench::Compare(
+        state, bench::kNoTarget, [&] { EachAccess(many); },
         [&] {
             struct stat status;
             for (int i = 0; i < kBatch; ++i)
-                Require(stat(path.c_str(), &status) == 0, "stat");
-        },
-        [&] {
-            for (int i = 0; i < kBatch; ++i)
-                Require(manager.ResourceExists(id) == kResResource, "ResourceExists");
+                Require(stat(many.Paths[i].c_str(), &status) == 0, "stat");
         });
 }
-BENCHMARK(Exists)->UseManualTime();
+BENCHMARK(ExistsFloor)->UseManualTime();
 
 void Attributes(benchmark::State& state)
 {
@@ -128,17 +225,59 @@ void Attributes(benchmark::State& state)
 }
 BENCHMARK(Attributes)->UseManualTime();
 
+constexpr std::size_t kSmallReadsSize = 4u << 20;
+
+/// All of a file in blocks; `eachBlock` gets them.
+template <class TEachBlock>
+void ReadInBlocks(const std::string& path, const TEachBlock& eachBlock)
+{
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    static char block[64 << 10];
+    for (std::size_t done = 0; done < kSmallReadsSize; done += sizeof block) {
+        Require(pread(file, block, sizeof block, static_cast<off_t>(done)) == sizeof block,
+                "pread");
+        eachBlock(block, sizeof block);
+    }
+    close(file);
+}
+
+/// Against the same bytes read in blocks of 64 KiB.
 void SmallReads(benchmark::State& state)
 {
-    Files().Write("1m", 1 << 20);
-    const auto stream = Manager().OpenResourceE("/Bench/Mount7/1m", kQvOpenRead, kQvShareAll, 0);
-    char buffer[16];
-    for ([[maybe_unused]] auto iteration : state)
-        if (stream->Read(buffer, sizeof buffer) != sizeof buffer)
-            stream->setPosition(0);
-    state.counters["target_ns"] = 8;
+    Files().Write("4m", kSmallReadsSize);
+    TResourceManager& manager = Manager();
+    bench::Compare(
+        state, 5, [] { ReadInBlocks(Files() / "4m", [](const char*, std::size_t) {}); },
+        [&] {
+            const auto stream =
+                manager.OpenResourceE("/Bench/Mount7/4m", kQvOpenRead, kQvShareAll, 0);
+            char buffer[16];
+            for (std::size_t done = 0; done < kSmallReadsSize; done += sizeof buffer) {
+                Require(stream->Read(buffer, sizeof buffer) == sizeof buffer, "Read");
+                benchmark::DoNotOptimize(buffer);
+            }
+        });
 }
-BENCHMARK(SmallReads);
+BENCHMARK(SmallReads)->UseManualTime();
+
+/// The blocks handed on 16 bytes at a time, without a call for each.
+void SmallReadsFloor(benchmark::State& state)
+{
+    Files().Write("4m", kSmallReadsSize);
+    bench::Compare(
+        state, bench::kNoTarget,
+        [] { ReadInBlocks(Files() / "4m", [](const char*, std::size_t) {}); },
+        [] {
+            ReadInBlocks(Files() / "4m", [](const char* block, std::size_t size) {
+                char buffer[16];
+                for (std::size_t i = 0; i < size; i += sizeof buffer) {
+                    std::memcpy(buffer, block + i, sizeof buffer);
+                    benchmark::DoNotOptimize(buffer);
+                }
+            });
+        });
+}
+BENCHMARK(SmallReadsFloor)->UseManualTime();
 
 void List(benchmark::State& state, const char* mask)
 {
@@ -331,13 +470,78 @@ BENCHMARK(Delete)->UseManualTime()->Iterations(7);
 
 void FindNode(benchmark::State& state)
 {
-    TResourceManager& manager = Manager(static_cast<int>(state.range(0)));
-    const std::string id = "/Bench/Mount7/folder/subfolder/name.txt";
-    for ([[maybe_unused]] auto iteration : state)
-        benchmark::DoNotOptimize(manager.GetNode4Id(id, true, true, false));
-    state.counters["target_ns"] = 150;
+    const int mounts = static_cast<int>(state.range(0));
+    const TManyIds many = ManyIds(mounts);
+    TResourceManager& manager = DeepManager(mounts);
+    std::size_t i = 0;
+    for ([[maybe_unused]] auto iteration : state) {
+        benchmark::DoNotOptimize(manager.GetNode4Id(many.Ids[i], true, true, false));
+        i = (i + 1) % many.Ids.size();
+    }
+    state.counters["target_ns"] = mounts == 16 ? 80 : 150;
 }
 BENCHMARK(FindNode)->ArgName("mounts")->Arg(16)->Arg(4096);
+
+/// What is usual: a hash map of the mount points, asked for each prefix of the upper-cased id.
+void FindNodePeer(benchmark::State& state)
+{
+    const int mounts = static_cast<int>(state.range(0));
+    const TManyIds many = ManyIds(mounts);
+    std::unordered_map<std::string_view, int> nodes;
+    std::vector<std::string> normal;
+    for (int i = 1; i <= mounts; ++i)
+        normal.push_back(QvNormalizeResId(MountPoint(i)));
+    for (int i = 0; i < mounts; ++i)
+        nodes.emplace(normal[static_cast<std::size_t>(i)], i);
+    const auto find = [&](const std::string& id) {
+        const std::string upper = QvNormalizeResId(id);
+        for (std::size_t end = upper.size(); end != std::string::npos;
+             end = end == 0 ? std::string::npos : upper.rfind('/', end - 1))
+            if (const auto found = nodes.find(std::string_view(upper).substr(0, end));
+                found != nodes.end())
+                return found->second;
+        return -1;
+    };
+    std::size_t i = 0;
+    for ([[maybe_unused]] auto iteration : state) {
+        benchmark::DoNotOptimize(find(many.Ids[i]));
+        i = (i + 1) % many.Ids.size();
+    }
+}
+BENCHMARK(FindNodePeer)->ArgName("mounts")->Arg(16)->Arg(4096);
+
+/// Mounting (or, after it, unmounting) 4,096 folders against 256.
+void MountMany(benchmark::State& state, bool unmounts)
+{
+    std::optional<TResourceManager> manager;
+    const auto mount = [&](int count) {
+        for (int i = 1; i <= count; ++i)
+            manager->MountFileNodeE(MountPoint(i), Files().Path(), false);
+    };
+    const auto work = [&](int count) {
+        manager.emplace();
+        if (unmounts)
+            mount(count);
+        return bench::ProcessorSecondsOf([&] {
+            if (!unmounts)
+                return mount(count);
+            for (int i = 1; i <= count; ++i)
+                manager->UnmountNodeE(MountPoint(i), false);
+        });
+    };
+    std::vector<double> ratios;
+    for ([[maybe_unused]] auto iteration : state) {
+        const double few = work(256);
+        const double seconds = work(4096);
+        ratios.push_back(seconds / few);
+        state.SetIterationTime(seconds);
+    }
+    state.counters["ratio"] = bench::Median(ratios);
+    if (!unmounts)
+        state.counters["target"] = 20;
+}
+BENCHMARK_CAPTURE(MountMany, mount, false)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(MountMany, unmount, true)->UseManualTime()->Unit(benchmark::kMillisecond);
 } // namespace
 
 BENCHMARK_MAIN();

@@ -16,7 +16,7 @@
 /// without locks counts as granted. Mode 9 truncates only after the lock is held.
 ///
 /// Writes, and reads of 4 KiB and more, go straight to the system; smaller reads use a buffer that
-/// is made on first need and dropped by a write.
+/// is made on first need and dropped by a write: of 16 KiB, of 64 KiB when the reads go on.
 class QVSTD_API TQvFileStream : public virtual TQvStream
 {
 public:
@@ -66,4 +66,5 @@ private:
     std::unique_ptr<char[]> m_buffer; ///< bytes of the file from m_bufferStart on
     std::uint64_t m_bufferStart = 0;
     std::size_t m_bufferLength = 0;
+    std::size_t m_bufferSize = 0;
 };

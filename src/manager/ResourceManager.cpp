@@ -7,6 +7,7 @@
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/XIniReader.h"
+#include "manager/MountIndex.h"
 #include "module/Configuration.h"
 #include "resid/ResId.h"
 
@@ -20,7 +21,8 @@ TResourceManager ResourceManager;
 TResourceManager::TResourceManager()
     : m_config{SConfig::StDirLockTimeout_Default, SConfig::StDirSyncMinInterval_Default,
                SConfig::StDirChangeCount2Merge_Default, SConfig::MountMyComputer_Default},
-      m_myComputerId("/My Computer"), m_myComputerNormal(QvNormalizeResId(m_myComputerId)),
+      m_mountIndex(std::make_unique<TMountIndex>()), m_myComputerId("/My Computer"),
+      m_myComputerNormal(QvNormalizeResId(m_myComputerId)),
       m_myComputerFolder(QvIncludeTrailingSlash(m_myComputerNormal))
 {
 }

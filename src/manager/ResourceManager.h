@@ -16,10 +16,9 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "QvServicesExport.h"
@@ -34,6 +33,8 @@
 #include "resid/ResAttrib.h"
 
 struct TQvCopyFolders;
+class TMountFolders;
+class TMountIndex;
 
 class QVSERVICES_API TResourceManager
 {
@@ -307,11 +308,13 @@ private:
     static void RegisterURLScheme();
     void LoadProfileNodes();
     void RefreshStaleMaps();
-    void RemoveRootNode();
+    void AppendNode(var_a<TMountNode*> node);
+    void RemoveNode(std::uint32_t place);
+    TMountFolders TakeRootNode();
+    void AddToTable(var_a<TMountNode*> node);
+    void RemoveFromTable(std::uint32_t place);
     PTMountNode ResolveNode(const std::string& id, bool forbidWildcards, bool skipExactMountPoint,
                             bool* isValid) const;
-    PTMountNode FindNode(std::string_view normalId, bool skipExactMountPoint) const;
-    PTMountNode NodeMountedAt(std::string_view normalId) const;
     PTMountNode NodeFor(const std::string& id) const { return GetNode4Id(id, true, true, false); }
     void CheckProfileCanBeSaved(const char* operation, const std::string& mountPoint) const;
     void ChangeProfile(
@@ -334,17 +337,11 @@ private:
 
     SConfig m_config;
     std::vector<var_a<TMountNode*>> m_mountNodes;
-    std::multimap<std::uint64_t, std::uint32_t>
-        m_nodeLengths;                              ///< length of the mount point -> index
-    std::map<std::string, std::uint32_t> m_nodeIds; ///< normal form of the mount point -> index
+    std::unique_ptr<TMountIndex> m_mountIndex; ///< from mount points to m_mountNodes
     TQvResourceProfile m_profile;
     std::string m_myComputerId;
     std::string m_myComputerNormal;
     std::string m_myComputerFolder;
-    /// The same as m_nodeIds, hashed, for resolution; the keys are views of m_nodeIds' keys. Only
-    /// prefixes of an id whose length is that of some mount point are looked up.
-    std::unordered_map<std::string_view, TMountNode*> m_nodesByNormalId;
-    std::vector<bool> m_lengthsInUse;
 };
 
 /// The one manager of the process.

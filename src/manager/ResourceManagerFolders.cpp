@@ -85,9 +85,8 @@ void TResourceManager::RenameFolderE(const std::string& src, const std::string& 
         throw TQvMessage(QvResourceString("global.ErrNotFolder")) << src;
     }
     const std::string normal = QvNormalizeResId(stripped);
-    for (auto entry = m_nodeLengths.rbegin(); entry != m_nodeLengths.rend(); ++entry) {
-        const std::string mountPoint =
-            QvNormalizeResId(m_mountNodes[entry->second]->MountPointId());
+    for (const auto& node : m_mountNodes) {
+        const std::string mountPoint = QvNormalizeResId(node->MountPointId());
         if (mountPoint.compare(0, normal.size(), normal) == 0 &&
             (mountPoint.size() == normal.size() || mountPoint[normal.size()] == '/')) {
             SetLastFailure(EBUSY, src);

@@ -1,5 +1,4 @@
 // The mount table: its indexes, resolution of ids, mounting and unmounting.
-#include <algorithm>
 #include <cerrno>
 #include <memory>
 
@@ -8,10 +7,12 @@
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
+#include "manager/MountIndex.h"
 #include "manager/ResourceManager.h"
 #include "module/Configuration.h"
 #include "profiles/ProfileFile.h"
 #include "profiles/VarFolderLock.h"
+#include "resid/NormalResId.h"
 #include "resid/ResId.h"
 
 namespace
@@ -44,24 +45,6 @@ TQvPath VarFolder()
     const std::string config = TQvPath(QvGetConfigString(9, true)).excludeSlash().toSysStr();
     return TQvPath(config.substr(0, config.rfind('/') + 1));
 }
-
-/// Room for the normal form of an id, on the stack where it fits.
-class TNormalId
-{
-public:
-    explicit TNormalId(std::size_t length) : m_length(length)
-    {
-        if (length > sizeof m_short)
-            m_long.resize(length);
-    }
-    char* Data() { return m_long.empty() ? m_short : m_long.data(); }
-    operator std::string_view() { return {Data(), m_length}; }
-
-private:
-    std::size_t m_length;
-    char m_short[256];
-    std::string m_long;
-};
 } // namespace
 
 bool TResourceManager::IsValidResId(const std::string& id, bool forbidWildcards)
@@ -101,62 +84,31 @@ TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& i
                                                             bool skipExactMountPoint,
                                                             bool* isValid) const
 {
-    TNormalId normalId(id.size());
-    *isValid = QvCheckAndNormalizeResId(id, forbidWildcards, normalId.Data());
-    return *isValid ? FindNode(normalId, skipExactMountPoint) : nullptr;
-}
-
-/// Tries the whole id, then what stands before each "/" of it, the longest first: those are all the
-/// mount points that can answer. Of several nodes with one normal form the last in the table
-/// answers, which is the one the index holds.
-TResourceManager::PTMountNode TResourceManager::FindNode(std::string_view normalId,
-                                                         bool skipExactMountPoint) const
-{
-    if (!skipExactMountPoint)
-        if (const PTMountNode node = NodeMountedAt(normalId))
-            return node;
-    for (std::size_t i = normalId.size(); i-- > 0;)
-        if (normalId[i] == '/')
-            if (const PTMountNode node = NodeMountedAt(normalId.substr(0, i)))
-                return node;
-    return nullptr;
-}
-
-TResourceManager::PTMountNode TResourceManager::NodeMountedAt(std::string_view normalId) const
-{
-    if (normalId.size() >= m_lengthsInUse.size() || !m_lengthsInUse[normalId.size()])
+    const TNormalResId normalId(id, forbidWildcards);
+    *isValid = normalId.IsValid();
+    if (!*isValid)
         return nullptr;
-    const auto found = m_nodesByNormalId.find(normalId);
-    return found != m_nodesByNormalId.end() ? found->second : nullptr;
+    const std::uint32_t place = m_mountIndex->Resolve(normalId, skipExactMountPoint);
+    return place != TMountIndex::kNone ? m_mountNodes[place].get() : nullptr;
 }
 
 void TResourceManager::RefreshNodeMaps()
 {
-    m_nodeLengths.clear();
-    m_nodesByNormalId.clear();
-    m_nodeIds.clear();
-    for (std::uint32_t i = 0; i < m_mountNodes.size(); ++i) {
-        const std::string& mountPoint = m_mountNodes[i]->MountPointId();
-        m_nodeLengths.emplace(mountPoint.size(), i);
-        m_nodeIds[QvNormalizeResId(mountPoint)] = i;
-    }
-    m_lengthsInUse.assign(m_nodeLengths.empty() ? 0 : m_nodeLengths.rbegin()->first + 1, false);
-    for (const auto& [length, index] : m_nodeLengths)
-        m_lengthsInUse[length] = true;
-    for (const auto& [normalId, index] : m_nodeIds)
-        m_nodesByNormalId.emplace(normalId, m_mountNodes[index].get());
+    m_mountIndex->Clear();
+    for (const auto& node : m_mountNodes)
+        m_mountIndex->Add(node->MountPointId());
 }
 
 /// A failed Init leaves nodes that no map knows.
 void TResourceManager::RefreshStaleMaps()
 {
-    if (m_nodeLengths.size() != m_mountNodes.size())
+    if (m_mountIndex->Lengths().size() != m_mountNodes.size())
         RefreshNodeMaps();
 }
 
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
-    return NodeMountedAt(QvNormalizeResId(id)) != nullptr;
+    return m_mountIndex->Find(QvNormalizeResId(id)) != TMountIndex::kNone;
 }
 
 bool TResourceManager::CanMountPersistent() const
@@ -180,12 +132,140 @@ unsigned TResourceManager::GetResourceType(const std::string& id) const
     return NodeFor(id)->Type();
 }
 
-void TResourceManager::RemoveRootNode()
+void TResourceManager::MountFileNodeE(const std::__cxx11::string &, const "
+    "std::__cxx11::string &, bool): ";
+constexpr char kUnmountNodeE[] =
+    "@void TResourceManager::UnmountNodeE(const std::__cxx11::string &, bool): ";
+
+/// `error` is the errno that LastFailure has for the reason.
+[[noreturn]] void Throw(const char* operation, const std::string& reason, int error,
+                        const std::string& id)
 {
-    const auto root = std::find_if(m_mountNodes.begin(), m_mountNodes.end(),
-                                   [](const auto& node) { return node->Type() == kRootNode; });
-    if (root != m_mountNodes.end())
-        m_mountNodes.erase(root);
+    TResourceManager::SetLastFailure(error, id);
+    throw TQvMessage(operation + reason);
+}
+
+[[noreturn]] void ThrowRemote(const char* operation, const std::string& id)
+{
+    Throw(operation, "Cannot make persistent changes to the remote profile", EROFS, id);
+}
+
+/// Of the loaded configuration, whose string 9 is the folder "Config" in it.
+TQvPath VarFolder()
+{
+    const std::string config = TQvPath(QvGetConfigString(9, true)).excludeSlash().toSysStr();
+    return TQvPath(config.substr(0, config.rfind('/') + 1));
+}
+} // namespace
+
+bool TResourceManager::IsValidResId(const std::string& id, bool forbidWildcards)
+{
+    return QvIsValidResId(id, forbidWildcards);
+}
+
+bool TResourceManager::IsValidResNamePart(const std::string& name, bool forbidWildcards)
+{
+    return QvIsValidResNamePart(name, forbidWildcards);
+}
+
+TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id, bool throwIfNone,
+                                                           bool forbidWildcards,
+                                                           bool skipExactMountPoint) const
+{
+    bool isValid = false;
+    const PTMountNode node = ResolveNode(id, forbidWildcards, skipExactMountPoint, &isValid);
+    if (!isValid)
+        Throw(kGetNode4Id, "Invalid resource id " + id, EINVAL, id);
+    if (node == nullptr && throwIfNone)
+        Throw(kGetNode4Id, "Mount node not found for id " + id, ENOENT, id);
+    SetLastFailure(0, id);
+    return node;
+}
+
+bool TResourceManager::IsReachable(const std::string& id) const
+{
+    bool isValid = false;
+    const bool isReachable = ResolveNode(id, true, false, &isValid) != nullptr;
+    SetLastFailure(isReachable ? 0 : isValid ? ENOENT : EINVAL, id);
+    return isReachable;
+}
+
+TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& id,
+                                                            bool forbidWildcards,
+                                                            bool skipExactMountPoint,
+                                                            bool* isValid) const
+{
+    const TNormalResId normalId(id, forbidWildcards);
+    *isValid = normalId.IsValid();
+    if (!*isValid)
+        return nullptr;
+    const std::uint32_t place = m_mountIndex->Resolve(normalId, skipExactMountPoint);
+    return place != TMountIndex::kNone ? m_mountNodes[place].get() : nullptr;
+}
+
+void TResourceManager::RefreshNodeMaps()
+{
+    m_mountIndex->Clear();
+    for (const auto& node : m_mountNodes)
+        m_mountIndex->Add(node->MountPointId());
+}
+
+/// A failed Init leaves nodes that no map knows.
+void TResourceManager::RefreshStaleMaps()
+{
+    if (m_mountIndex->Lengths().size() != m_mountNodes.size())
+        RefreshNodeMaps();
+}
+
+bool TResourceManager::IsMountNode(const std::string& id) const
+{
+    return m_mountIndex->Find(QvNormalizeResId(id)) != TMountIndex::kNone;
+}
+
+bool TResourceManager::CanMountPersistent() const
+{
+    return !m_profile.Remote;
+}
+
+bool TResourceManager::IsInsideMountedNodes(const std::string& id) const
+{
+    const TMountNode* node = GetNode4Id(id, false, false, false);
+    return node != nullptr && !node->IsPureVirtual();
+}
+
+bool TResourceManager::IsInsideMyComputer(const std::string& id) const
+{
+    return QvNormalizeResId(id).compare(0, m_myComputerFolder.size(), m_myComputerFolder) == 0;
+}
+
+unsigned TResourceManager::GetResourceType(const std::string& id) const
+{
+    return NodeFor(id)->Type();
+}
+
+void TResourceManager::AppendNode(var_a<TMountNode*> node)
+{
+    m_mountNodes.push_back(std::move(node));
+    m_mountIndex->Add(m_mountNodes.back()->MountPointId());
+}
+
+void TResourceManager::RemoveNode(std::uint32_t place)
+{
+    const bool isRemoved = m_mountIndex->Remove(place, m_mountNodes[place]->MountPointId());
+    m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(place));
+    if (!isRemoved)
+        RefreshNodeMaps();
+}
+
+/// The root node, always the last one, goes from the table; its folders remain for the next one.
+TMountFolders TResourceManager::TakeRootNode()
+{
+    if (m_mountNodes.empty() || m_mountNodes.back()->Type() != kRootNode)
+        return TMountFolders(m_mountNodes);
+    const auto root = std::static_pointer_cast<TRootMountNode>(m_mountNodes.back());
+    RemoveNode(static_cast<std::uint32_t>(m_mountNodes.size() - 1));
+    // A root node that somebody else holds never changes.
+    return root.use_count() == 1 ? root->TakeFolders() : root->Folders();
 }
 
 void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::string& path,
@@ -206,10 +286,7 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
     if (!node)
         Throw(kMountFileNodeE, "Failure mounting node", EIO, mountPoint);
 
-    RemoveRootNode();
-    m_mountNodes.push_back(std::move(node));
-    m_mountNodes.push_back(LoadRootMountNode());
-    RefreshNodeMaps();
+    AddToTable(std::move(node));
     SetLastFailure(0, mountPoint);
     if (!persistent)
         return;
@@ -234,15 +311,12 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
 void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persistent)
 {
     RefreshStaleMaps();
-    const auto found = m_nodeIds.find(QvNormalizeResId(mountPoint));
-    if (found == m_nodeIds.end())
+    const std::uint32_t place = m_mountIndex->Find(QvNormalizeResId(mountPoint));
+    if (place == TMountIndex::kNone)
         Throw(kUnmountNodeE, "Node to unmount does not exist", ENOENT, mountPoint);
     // Kept to the end: the caller may have passed the node's own mount point.
-    const var_a<TMountNode*> unmounted = m_mountNodes[found->second];
-    m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(found->second));
-    RemoveRootNode();
-    m_mountNodes.push_back(LoadRootMountNode());
-    RefreshNodeMaps();
+    const var_a<TMountNode*> unmounted = m_mountNodes[place];
+    RemoveFromTable(place);
     SetLastFailure(0, mountPoint);
     if (!persistent)
         return;

@@ -21,25 +21,60 @@ TQvResAttrib RootFolderAttrib()
     attrib.Origin = kOriginRootNode;
     return attrib;
 }
-} // namespace
 
-TRootMountNode::TRootMountNode(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes)
-    : TMountNode("")
-{
-    for (const auto& node : nodes)
-        AddFolders(node->MountPointId());
-}
-
-void TRootMountNode::AddFolders(std::string id)
+/// Calls `visit(id, name)` for a mount point and each folder above it, the deepest first, until it
+/// answers false; whether all answered true.
+template <class TVisit>
+bool VisitFoldersUpFrom(std::string id, const TVisit& visit)
 {
     while (!id.empty()) {
         const std::size_t slash = id.rfind('/');
         if (slash == std::string::npos)
             break; // not absolute: no id ever leads there
-        m_folders.emplace(QvNormalizeResId(id),
-                          id.substr(slash)); // the first spelling in the table is the one shown
+        if (!visit(QvNormalizeResId(id), id.substr(slash)))
+            return false;
         id.resize(slash);
     }
+    return true;
+}
+} // namespace
+
+TMountFolders::TMountFolders(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes)
+{
+    for (const auto& node : nodes)
+        Add(node->MountPointId());
+}
+
+void TMountFolders::Add(const std::string& mountPoint)
+{
+    VisitFoldersUpFrom(mountPoint, [this](std::string&& normalId, std::string&& name) {
+        // the first spelling in the table is the one shown
+        const auto [entry, isNew] = m_folders.try_emplace(std::move(normalId));
+        TFolder& folder = entry->second;
+        if (isNew) {
+            folder.Name = std::move(name);
+        } else {
+            ++folder.MountPoints;
+            folder.IsNameOfAll = folder.IsNameOfAll && folder.Name == name;
+        }
+        return true;
+    });
+}
+
+bool TMountFolders::Remove(const std::string& mountPoint)
+{
+    const auto isKnown = [this](const std::string& normalId, const std::string&) {
+        const TFolder& folder = m_folders.at(normalId);
+        return folder.MountPoints == 1 || folder.IsNameOfAll;
+    };
+    if (!VisitFoldersUpFrom(mountPoint, isKnown))
+        return false;
+    return VisitFoldersUpFrom(mountPoint, [this](const std::string& normalId, const std::string&) {
+        const auto entry = m_folders.find(normalId);
+        if (--entry->second.MountPoints == 0)
+            m_folders.erase(entry);
+        return true;
+    });
 }
 
 void TRootMountNode::RenameFolderE(const std::string& src, const std::string&, TQvResult* result)
@@ -63,7 +98,8 @@ TQvResult TRootMountNode::ReadOnly(const std::string& id) const
 
 TQvExistence TRootMountNode::ResourceExists(const std::string& id) const
 {
-    const bool exists = id == "/" ? !m_folders.empty() : m_folders.count(QvNormalizeResId(id)) != 0;
+    const bool exists =
+        id == "/" ? !m_folders.All().empty() : m_folders.All().count(QvNormalizeResId(id)) != 0;
     if (exists)
         return {kResFolder, TQvResult::Done()};
     return {kResNothing, TQvResult::Nothing(id)};
@@ -73,7 +109,7 @@ TQvResult TRootMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* a
 {
     if (attrib == nullptr)
         return TQvResult::Failed(EINVAL, id);
-    if (!IsTop(id) && m_folders.count(QvNormalizeResId(id)) == 0)
+    if (!IsTop(id) && m_folders.All().count(QvNormalizeResId(id)) == 0)
         return TQvResult::Nothing(id);
     *attrib = RootFolderAttrib();
     return TQvResult::Done();
@@ -96,8 +132,9 @@ TQvResult TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
     static SMatches matches;
 
     bool found = false;
-    for (auto folderIt = m_folders.lower_bound(prefix);
-         folderIt != m_folders.end() && folderIt->first.compare(0, prefix.size(), prefix) == 0;
+    const TMountFolders::TFolders& folders = m_folders.All();
+    for (auto folderIt = folders.lower_bound(prefix);
+         folderIt != folders.end() && folderIt->first.compare(0, prefix.size(), prefix) == 0;
          ++folderIt) {
         const std::string& key = folderIt->first;
         QvPollProgress(progress);
@@ -108,7 +145,7 @@ TQvResult TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
         found = true;
         if (!items)
             break;
-        items->push_back({shownFolder + folderIt->second, RootFolderAttrib()});
+        items->push_back({shownFolder + folderIt->second.Name, RootFolderAttrib()});
     }
     return found ? TQvResult::Done() : TQvResult::Nothing();
 }

@@ -11,11 +11,47 @@
 
 #include "manager/ResourceManager.h"
 
+/// The folders on the way to the mount points of a table.
+class TMountFolders
+{
+public:
+    struct TFolder
+    {
+        std::string Name; ///< with its leading "/", as the first mount point in the table writes it
+        std::size_t MountPoints = 1; ///< in or below it
+        bool IsNameOfAll = true;     ///< all of them write it so, as far as known
+    };
+    /// By the normal forms of their ids.
+    using TFolders = std::map<std::string, TFolder>;
+
+    TMountFolders() = default;
+    explicit TMountFolders(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes);
+
+    /// For a mount point that was appended to the table.
+    void Add(const std::string& mountPoint);
+    /// For one that was removed from it. False, and nothing is changed, when only the table can
+    /// show how a folder is written now.
+    bool Remove(const std::string& mountPoint);
+    const TFolders& All() const { return m_folders; }
+
+private:
+    TFolders m_folders;
+};
+
 class TRootMountNode final : public TResourceManager::TMountNode
 {
 public:
     /// For the mount points of `nodes`.
-    explicit TRootMountNode(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes);
+    explicit TRootMountNode(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes)
+        : TRootMountNode(TMountFolders(nodes))
+    {
+    }
+    explicit TRootMountNode(TMountFolders folders) : TMountNode(""), m_folders(std::move(folders))
+    {
+    }
+    const TMountFolders& Folders() const { return m_folders; }
+    /// The end of this node: nobody may use it any more.
+    TMountFolders TakeFolders() { return std::move(m_folders); }
 
     unsigned Type() const override { return TResourceManager::kRootNode; }
     bool IsPureVirtual() const override { return true; }
@@ -84,11 +120,8 @@ public:
     }
 
 private:
-    void AddFolders(std::string id);
     TQvResult NoResource(const std::string& id) const;
     TQvResult ReadOnly(const std::string& id) const;
 
-    /// Normal form of a folder's id -> the folder's name with its leading "/", as it is to be
-    /// shown.
-    std::map<std::string, std::string> m_folders;
+    TMountFolders m_folders;
 };

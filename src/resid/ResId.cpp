@@ -228,22 +228,6 @@ bool QvIsValidResId(const std::string& id, bool forbidWildcards)
            id.find("//") == std::string::npos;
 }
 
-bool QvCheckAndNormalizeResId(const std::string& id, bool forbidWildcards, char* normal)
-{
-    unsigned classes = kOrdinary;
-    unsigned doubled = kOrdinary;
-    unsigned before = kOrdinary;
-    for (const char c : id) {
-        const unsigned own = kCharacterClasses[static_cast<unsigned char>(c)];
-        classes |= own;
-        doubled |= own & before;
-        before = own;
-        *normal++ = QvToUpper(c);
-    }
-    const unsigned refused = kControl | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
-    return id.empty() || (id.front() == '/' && (classes & refused) == 0 && (doubled & kSlash) == 0);
-}
-
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards)
 {
     const unsigned refused = kSlash | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);

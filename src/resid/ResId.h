@@ -62,9 +62,6 @@ QVSERVICES_API TQvURL ResId2QvURL(const std::string& id);
 /// Whether a whole id is valid: empty, or absolute, without a byte below 0x20, without \ " < > | :
 /// (and * ? when wildcards are forbidden) and without "//".
 bool QvIsValidResId(const std::string& id, bool forbidWildcards);
-/// The same, and the normal form of the id in `normal`, which has room for as many bytes as the id
-/// has: one pass for what resolves every id.
-bool QvCheckAndNormalizeResId(const std::string& id, bool forbidWildcards, char* normal);
 /// Whether one name is valid: not empty, and without / \ " < > | : (and * ? when wildcards are
 /// forbidden). Control characters are let through here.
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards);

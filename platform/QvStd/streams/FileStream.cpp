@@ -13,10 +13,30 @@
 namespace
 {
 constexpr std::size_t kStraightFrom = 4096;
-constexpr std::size_t kBufferSize = std::size_t{16} << 10;
+constexpr std::size_t kFirstBuffer = std::size_t{16} << 10;
+constexpr std::size_t kLongBuffer = std::size_t{64} << 10;
 constexpr std::size_t kMaxTransfer =
     1024 * 1024 * 1024; ///< the system takes less than 2 GiB a call
 constexpr std::uint64_t kMaxPosition = INT64_MAX;
+
+/// As memcpy, without a call for the numbers and short names that small reads mostly ask for.
+inline void CopyFew(void* to, const char* from, std::size_t count)
+{
+    constexpr std::size_t kStep = 8;
+    if (count < kStep || count > 2 * kStep) {
+        std::memcpy(to, from, count);
+        return;
+    }
+    // The second one may take some bytes again.
+    char* const bytes = static_cast<char*>(to);
+    const std::size_t rest = count - kStep;
+    char first[kStep];
+    char last[kStep];
+    std::memcpy(first, from, kStep);
+    std::memcpy(last, from + rest, kStep);
+    std::memcpy(bytes, first, kStep);
+    std::memcpy(bytes + rest, last, kStep);
+}
 
 /// The open flags of a mode; -1 for a mode that never opens. Truncation is none of them: it has to
 /// wait for the lock.
@@ -83,7 +103,7 @@ std::size_t TQvFileStream::Read(void* buffer, std::size_t count)
     // A position before the buffer wraps round to a big offset, a closed stream has no buffer.
     const std::uint64_t offset = m_position - m_bufferStart;
     if (offset < m_bufferLength && count <= m_bufferLength - offset && count != 0) {
-        std::memcpy(buffer, m_buffer.get() + offset, count);
+        CopyFew(buffer, m_buffer.get() + offset, count);
         m_position += count;
         return count;
     }
@@ -118,10 +138,16 @@ std::size_t TQvFileStream::ReadBuffered(char* buffer, std::size_t count)
 
 bool TQvFileStream::FillBuffer()
 {
-    if (!m_buffer)
-        m_buffer.reset(new char[kBufferSize]); // make_unique would clear it
+    // The longer buffer is for those who read on: a seek far away brings no more than before.
+    const std::uint64_t skipped = m_position - m_bufferStart - m_bufferLength;
+    const bool readsOn = m_bufferLength >= kFirstBuffer && skipped < kFirstBuffer;
+    const std::size_t wanted = readsOn ? kLongBuffer : kFirstBuffer;
+    if (wanted > m_bufferSize) {
+        m_buffer.reset(new char[wanted]); // make_unique would clear it
+        m_bufferSize = wanted;
+    }
     m_bufferLength = 0;
-    const std::size_t got = ReadAt(m_buffer.get(), kBufferSize, m_position);
+    const std::size_t got = ReadAt(m_buffer.get(), wanted, m_position);
     if (got == invalid_value)
         return false;
     m_bufferStart = m_position;
@@ -233,6 +259,7 @@ bool TQvFileStream::Close()
     m_position = 0;
     m_bufferLength = 0;
     m_buffer.reset();
+    m_bufferSize = 0;
     m_unsyncedName.clear();
     return result == 0 || Fail(error);
 }

@@ -2,7 +2,9 @@
 #include <random>
 
 #include "QvStd/Strings.h"
+#include "manager/MountIndex.h"
 #include "manager/ResourceManager.h"
+#include "nodes/RootMountNode.h"
 #include "support/Thrown.h"
 
 namespace
@@ -63,25 +65,102 @@ const TResourceManager::TMountNode* PlainVisit(const TResourceManager& manager,
     return best;
 }
 
-TEST(Resolution, AgreesWithThePlainVisit)
+/// The indexes as they are defined, and the index under test, which must be them after each step.
+struct TIndexPair
 {
-    std::minstd_rand random;
-    const auto randomId = [&random] {
-        constexpr const char* kParts[] = {"/a", "/A", "/ax", "/b", "/B", "/\xFF"};
+    TMountIndex Index;
+    std::vector<std::string> Table;
+
+    void Append(const std::string& mountPoint)
+    {
+        Table.push_back(mountPoint);
+        Index.Add(mountPoint);
+    }
+    void Remove(std::size_t place)
+    {
+        const std::string mountPoint = Table[place];
+        Table.erase(Table.begin() + static_cast<std::ptrdiff_t>(place));
+        if (Index.Remove(static_cast<std::uint32_t>(place), mountPoint))
+            return;
+        Index.Clear();
+        for (const std::string& each : Table)
+            Index.Add(each);
+    }
+    void ExpectAsDefined() const
+    {
+        TMountIndex::TLengths lengths;
+        TMountIndex::TIds ids;
+        for (std::uint32_t i = 0; i < Table.size(); ++i) {
+            lengths.emplace(Table[i].size(), i);
+            ids[toupper_locale(Table[i])] = i;
+        }
+        EXPECT_EQ(Index.Lengths(), lengths);
+        EXPECT_EQ(Index.Ids(), ids);
+        for (const auto& [normalId, place] : ids)
+            EXPECT_EQ(Index.Find(normalId), place) << normalId;
+    }
+};
+
+/// Few enough to meet each other: in any case, nested, shadowed, equal.
+class TRandomIds
+{
+public:
+    std::size_t Below(std::size_t limit) { return m_random() % limit; }
+    std::string operator()()
+    {
+        constexpr const char* kParts[] = {"/a", "/A", "/ax", "/b", "/B", "/\xFF", "/A longer part"};
         std::string id;
-        for (auto i = random() % 5; i > 0; --i)
-            id += kParts[random() % 6];
-        return id + (random() % 4 == 0 ? "/" : "");
-    };
-    for (int round = 0; round < 200; ++round) {
+        for (auto i = Below(6); i > 0; --i)
+            id += kParts[Below(std::size(kParts))];
+        return id + (Below(4) == 0 ? "/" : "");
+    }
+
+private:
+    std::minstd_rand m_random;
+};
+
+std::string RootFolders(const TResourceManager::TMountNode& root)
+{
+    std::string found;
+    for (const auto& [normalId, folder] : dynamic_cast<const TRootMountNode&>(root).Folders().All())
+        found += normalId + " is " + folder.Name + "\n";
+    return found;
+}
+
+TEST(Resolution, AgreesWithThePlainWayAfterEachMountAndUnmount)
+{
+    TRandomIds randomId;
+    for (int round = 0; round < 100; ++round) {
         TResourceManager manager;
-        for (auto i = random() % 8; i > 0; --i)
-            Thrown([&] { manager.MountFileNodeE(randomId(), "/tmp", false); }); // some are there
-        for (int i = 0; i < 100; ++i) {
-            const std::string id = randomId();
-            ASSERT_EQ(manager.GetNode4Id(id, false, true, i % 2 != 0),
-                      PlainVisit(manager, id, i % 2 != 0))
-                << id;
+        TIndexPair pair;
+        for (int step = 0; step < 30; ++step) {
+            std::string changed = randomId();
+            const auto root = randomId.Below(4) == 0 && !manager.MountNodes().empty()
+                                  ? manager.MountNodes().back()
+                                  : nullptr;
+            const std::string before = root ? RootFolders(*root) : "";
+            if (randomId.Below(3) > 0) {
+                Thrown([&] { manager.MountFileNodeE(changed, "/tmp", false); }); // some are there
+                pair.Append(changed);
+            } else if (!pair.Table.empty()) {
+                const std::size_t place = randomId.Below(pair.Table.size());
+                changed = pair.Table[place];
+                Thrown([&] { manager.UnmountNodeE(changed, false); });
+                pair.Remove(place);
+            }
+            pair.ExpectAsDefined();
+            EXPECT_EQ(root ? RootFolders(*root) : "", before) << "one that is held never changes";
+            if (manager.MountNodes().empty())
+                continue;
+            EXPECT_EQ(RootFolders(*manager.MountNodes().back()),
+                      RootFolders(TRootMountNode(manager.MountNodes())));
+            for (int i = 0; i < 20; ++i) {
+                const std::string id = randomId();
+                ASSERT_EQ(manager.GetNode4Id(id, false, true, i % 2 != 0),
+                          PlainVisit(manager, id, i % 2 != 0))
+                    << id;
+            }
+            ASSERT_FALSE(testing::Test::HasFailure()) << "after " << changed;
         }
     }
 }

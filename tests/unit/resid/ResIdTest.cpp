@@ -2,7 +2,9 @@
 
 #include <functional>
 #include <gtest/gtest.h>
+#include <random>
 
+#include "resid/NormalResId.h"
 #include "support/Thrown.h"
 
 namespace
@@ -112,6 +114,27 @@ TEST(ResId, Kinds)
             EXPECT_TRUE(is(id)) << kind << " " << id;
         for (const std::string& id : others)
             EXPECT_FALSE(is(id)) << kind << " " << id;
+    }
+}
+
+TEST(ResId, NormalFormInOnePassIsThePlainOne)
+{
+    std::minstd_rand random;
+    for (int i = 0; i < 20000; ++i) {
+        std::string id = i % 8 == 0 ? "" : "/";
+        // long enough for blocks and words of every filling; mostly of harmless characters
+        for (auto length = random() % (i % 16 == 0 ? 600 : 80); length > 0; --length)
+            id += random() % 64 == 0 ? static_cast<char>(random() % 256)
+                                     : "abyzABYZ059/@[`{.\x80\xE1\xFA\xFF"[random() % 21];
+        for (const bool forbidWildcards : {false, true}) {
+            const TNormalResId normal(id, forbidWildcards);
+            ASSERT_EQ(normal.Text(), QvNormalizeResId(id));
+            ASSERT_EQ(normal.IsValid(), QvIsValidResId(id, forbidWildcards)) << id;
+            for (std::size_t at = 0; at < 64 * normal.Words(); ++at)
+                ASSERT_EQ(normal.Slashes()[at / 64] >> at % 64 & 1,
+                          at < id.size() && id[at] == '/' ? 1u : 0u)
+                    << id << " at " << at;
+        }
     }
 }
 } // namespace

@@ -1,0 +1,142 @@
+#include "resid/NormalResId.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace
+{
+/// Bytes that are worked on together. The compiler makes the instructions of the machine of it, and
+/// single bytes where it has none.
+using TBytes = unsigned char __attribute__((vector_size(16)));
+constexpr std::size_t kBlock = sizeof(TBytes);
+constexpr std::size_t kWord = TNormalResId::kWordBits;
+
+constexpr unsigned char Byte(char c)
+{
+    return static_cast<unsigned char>(c);
+}
+
+/// 0xFF for each byte that is `c`, 0 for the others.
+inline TBytes Is(TBytes bytes, char c)
+{
+    return reinterpret_cast<TBytes>(bytes == Byte(c));
+}
+
+inline TBytes IsBelow(TBytes bytes, unsigned char limit)
+{
+    return reinterpret_cast<TBytes>(bytes < limit);
+}
+
+inline bool IsAny(TBytes bytes)
+{
+    std::uint64_t halves[2];
+    std::memcpy(halves, &bytes, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
+}
+
+/// Bit i for byte i of what Is has answered.
+inline std::uint64_t BitsOf(TBytes bytes)
+{
+    // A sum of eight different powers of two, made in the highest byte by the multiplication.
+    constexpr TBytes kPowers = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    const TBytes powers = bytes & kPowers;
+    std::uint64_t halves[2];
+    std::memcpy(halves, &powers, sizeof halves);
+    return (halves[0] * kOnes) >> 56 | (halves[1] * kOnes) >> 56 << 8;
+}
+
+/// Upper-cases blocks of an id and collects what is in them.
+class TPass
+{
+public:
+    TPass(char* normal, std::uint64_t* slashes) : m_normal(normal), m_slashes(slashes) {}
+
+    /// Some bytes may come a second time.
+    void Take(const char* from, std::size_t position)
+    {
+        TBytes bytes;
+        std::memcpy(&bytes, from, kBlock);
+        m_refused |= IsBelow(bytes, 0x20) | Is(bytes, '\\') | Is(bytes, '"') | Is(bytes, '<') |
+                     Is(bytes, '>') | Is(bytes, '|') | Is(bytes, ':');
+        m_wildcards |= Is(bytes, '*') | Is(bytes, '?');
+        const std::uint64_t slashes = BitsOf(Is(bytes, '/'));
+        const std::size_t shift = position % kWord;
+        m_slashes[position / kWord] |= slashes << shift;
+        if (shift > kWord - kBlock)
+            m_slashes[position / kWord + 1] |= slashes >> (kWord - shift);
+        constexpr unsigned char kLetters = 26;
+        constexpr unsigned char kCase = 'a' - 'A';
+        bytes -= IsBelow(bytes - Byte('a'), kLetters) & kCase;
+        std::memcpy(m_normal + position, &bytes, kBlock);
+    }
+    bool IsRefused(bool forbidWildcards) const
+    {
+        return IsAny(m_refused) || (forbidWildcards && IsAny(m_wildcards));
+    }
+
+private:
+    TBytes m_refused = {};
+    TBytes m_wildcards = {};
+    char* m_normal;
+    std::uint64_t* m_slashes;
+};
+
+bool HasDoubled(const std::uint64_t* slashes, std::size_t words)
+{
+    std::uint64_t before = 0;
+    std::uint64_t doubled = 0;
+    for (std::size_t word = 0; word < words; ++word) {
+        doubled |= slashes[word] & (slashes[word] << 1 | before);
+        before = slashes[word] >> (kWord - 1);
+    }
+    return doubled != 0;
+}
+} // namespace
+
+TNormalResId::TNormalResId(std::string_view id, bool forbidWildcards)
+    : m_length(id.size()), m_text(m_usualText), m_slashes(m_usualSlashes)
+{
+    if (Words() > kUsualWords) {
+        m_longText.resize(Words() * kWordBits);
+        m_longSlashes.resize(Words());
+        m_text = m_longText.data();
+        m_slashes = m_longSlashes.data();
+    }
+    std::fill_n(m_slashes, Words(), 0);
+    TPass pass(m_text, m_slashes);
+    if (m_length >= kBlock) {
+        for (std::size_t i = 0; i + kBlock < m_length; i += kBlock)
+            pass.Take(id.data() + i, i);
+        pass.Take(id.data() + m_length - kBlock, m_length - kBlock);
+    } else if (m_length > 0) {
+        char block[kBlock];
+        std::memset(block, 'A', kBlock); // what follows the id must not be refused
+        std::memcpy(block, id.data(), m_length);
+        pass.Take(block, 0);
+    }
+    m_isValid = id.empty() || (id.front() == '/' && !pass.IsRefused(forbidWildcards) &&
+                               !HasDoubled(m_slashes, Words()));
+}
+
+std::uint64_t QvHashNormalResId(std::string_view text)
+{
+    constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;
+    constexpr std::size_t kStep = sizeof(std::uint64_t);
+    std::uint64_t hash = text.size() * kOdd;
+    const auto mix = [&hash](const char* bytes, std::size_t count) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, bytes, count);
+        hash = (hash ^ word) * kOdd;
+        hash ^= hash >> 32;
+    };
+    if (text.size() < kStep) {
+        mix(text.data(), text.size());
+        return hash;
+    }
+    const char* const last = text.data() + text.size() - kStep;
+    for (const char* bytes = text.data(); bytes < last; bytes += kStep)
+        mix(bytes, kStep);
+    mix(last, kStep); // may take some bytes a second time
+    return hash;
+}

@@ -1,0 +1,43 @@
+// The normal form of an id, as the resolution of ids needs it: made, checked and cut into parts in
+// one pass, without an allocation for ids of usual length.
+//
+// Thread-safety: plain values.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+class TNormalResId
+{
+public:
+    TNormalResId(std::string_view id, bool forbidWildcards);
+    TNormalResId(const TNormalResId&) = delete;
+    TNormalResId& operator=(const TNormalResId&) = delete;
+
+    /// As QvIsValidResId says of the id.
+    bool IsValid() const { return m_isValid; }
+    /// As QvNormalizeResId makes it; also of an id that is not valid.
+    std::string_view Text() const { return {m_text, m_length}; }
+    /// Where the "/" stand: bit i of word w for the one at 64 * w + i.
+    const std::uint64_t* Slashes() const { return m_slashes; }
+    std::size_t Words() const { return (m_length + kWordBits - 1) / kWordBits; }
+
+    static constexpr std::size_t kWordBits = 64;
+
+private:
+    static constexpr std::size_t kUsualWords = 4;
+
+    std::size_t m_length;
+    bool m_isValid;
+    char* m_text; ///< with room for whole words
+    std::uint64_t* m_slashes;
+    char m_usualText[kUsualWords * kWordBits];
+    std::uint64_t m_usualSlashes[kUsualWords];
+    std::vector<char> m_longText;
+    std::vector<std::uint64_t> m_longSlashes;
+};
+
+/// Of a normal form, or of any part of one; the same in one process only.
+std::uint64_t QvHashNormalResId(std::string_view text);
