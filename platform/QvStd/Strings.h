@@ -35,6 +35,10 @@ QVSTD_API std::string QvWCharToChar(std::wstring_view text);
 /// `text` without white space (blank, tab, CR, LF, VT, FF) at both ends; a view into `text`.
 QVSTD_API std::string_view QvTrim(std::string_view text);
 
+/// Whether the whole of `text` matches `mask`: "*" stands for any characters, "?" for one of UTF-8,
+/// everything else for itself, letter case included.
+QVSTD_API bool QvMatchesWildcards(std::string_view text, std::string_view mask);
+
 namespace Korvadel
 {
 /// printf into a string of whatever length is needed.

@@ -24,6 +24,31 @@ var_a<TResourceManager::TMountNode*> TResourceManager::LoadRootMountNode() const
     return make_var<TRootMountNode>(m_mountNodes);
 }
 
+void TResourceManager::AppendNode(var_a<TMountNode*> node)
+{
+    m_mountNodes.push_back(std::move(node));
+    m_mountIndex->Add(m_mountNodes.back()->MountPointId());
+}
+
+void TResourceManager::RemoveNode(std::uint32_t place)
+{
+    const bool isRemoved = m_mountIndex->Remove(place, m_mountNodes[place]->MountPointId());
+    m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(place));
+    if (!isRemoved)
+        RefreshNodeMaps();
+}
+
+/// The root node, always the last one, goes from the table; its folders remain for the next one.
+TMountFolders TResourceManager::TakeRootNode()
+{
+    if (m_mountNodes.empty() || m_mountNodes.back()->Type() != kRootNode)
+        return TMountFolders(m_mountNodes);
+    const auto root = std::static_pointer_cast<TRootMountNode>(m_mountNodes.back());
+    RemoveNode(static_cast<std::uint32_t>(m_mountNodes.size() - 1));
+    // A root node that somebody else holds never changes.
+    return root.use_count() == 1 ? root->TakeFolders() : root->Folders();
+}
+
 /// The root node stays the last one, and knows of the new node.
 void TResourceManager::AddToTable(var_a<TMountNode*> node)
 {

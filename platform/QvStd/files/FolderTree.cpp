@@ -12,6 +12,7 @@
 #include "QvStd/Descriptor.h"
 #include "QvStd/FolderReader.h"
 #include "QvStd/Message.h"
+#include "QvStd/Strings.h"
 #include "QvStd/files/FileNames.h"
 
 namespace
@@ -46,43 +47,6 @@ TQvResult ReadEntries(TQvFolderReader& folder, std::vector<TEntry>* entries,
     return folder.Result();
 }
 
-/// The length of the character that `text` begins with.
-std::size_t CharacterLength(std::string_view text)
-{
-    std::size_t length = 1;
-    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
-        ++length;
-    return length;
-}
-
-bool MatchesMask(std::string_view name, std::string_view mask)
-{
-    std::size_t atName = 0;
-    std::size_t atMask = 0;
-    std::size_t retryName = 0;
-    std::size_t afterStar = std::string_view::npos;
-    while (atName < name.size()) {
-        if (atMask < mask.size() && mask[atMask] == '*') {
-            afterStar = ++atMask;
-            retryName = atName;
-        } else if (atMask < mask.size() && mask[atMask] == '?') {
-            ++atMask;
-            atName += CharacterLength(name.substr(atName));
-        } else if (atMask < mask.size() && mask[atMask] == name[atName]) {
-            ++atMask;
-            ++atName;
-        } else if (afterStar != std::string_view::npos) {
-            // The last star takes one character more; earlier ones never need to.
-            atMask = afterStar;
-            retryName += CharacterLength(name.substr(retryName));
-            atName = retryName;
-        } else {
-            return false;
-        }
-    }
-    return mask.find_first_not_of('*', atMask) == std::string_view::npos;
-}
-
 struct TSearch
 {
     std::string Mask;
@@ -95,7 +59,7 @@ struct TSearch
 
 bool IsListed(const TSearch& search, int folder, const TEntry& entry)
 {
-    if (!search.MatchesAll && !MatchesMask(entry.Name, search.Mask))
+    if (!search.MatchesAll && !QvMatchesWildcards(entry.Name, search.Mask))
         return false;
     if (search.WithFolders)
         return true;

@@ -3,6 +3,18 @@
 #include <cstdarg>
 #include <cstdio>
 
+namespace
+{
+/// The length of the character that `text` begins with.
+std::size_t CharacterLength(std::string_view text)
+{
+    std::size_t length = 1;
+    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+        ++length;
+    return length;
+}
+} // namespace
+
 std::string toupper_locale(std::string_view text)
 {
     std::string result(text);
@@ -68,6 +80,34 @@ std::string_view QvTrim(std::string_view text)
     if (first == std::string_view::npos)
         return text.substr(0, 0);
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+bool QvMatchesWildcards(std::string_view name, std::string_view mask)
+{
+    std::size_t atName = 0;
+    std::size_t atMask = 0;
+    std::size_t retryName = 0;
+    std::size_t afterStar = std::string_view::npos;
+    while (atName < name.size()) {
+        if (atMask < mask.size() && mask[atMask] == '*') {
+            afterStar = ++atMask;
+            retryName = atName;
+        } else if (atMask < mask.size() && mask[atMask] == '?') {
+            ++atMask;
+            atName += CharacterLength(name.substr(atName));
+        } else if (atMask < mask.size() && mask[atMask] == name[atName]) {
+            ++atMask;
+            ++atName;
+        } else if (afterStar != std::string_view::npos) {
+            // The last star takes one character more; earlier ones never need to.
+            atMask = afterStar;
+            retryName += CharacterLength(name.substr(retryName));
+            atName = retryName;
+        } else {
+            return false;
+        }
+    }
+    return mask.find_first_not_of('*', atMask) == std::string_view::npos;
 }
 
 namespace Korvadel

@@ -1,0 +1,31 @@
+// The mask of a listing.
+//
+// Thread-safety: one mask belongs to one thread at a time.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+class QRegularExpression;
+
+/// Wildcards "*", "?" and "[...]" as Qt takes them, without regard to case. A text that is no valid
+/// mask matches nothing.
+class TNameMask
+{
+public:
+    explicit TNameMask(const std::string& mask);
+    ~TNameMask();
+    /// A name of a folder entry in UTF-8; bytes that are none count as one unknown character each.
+    bool Matches(std::string_view name) const;
+
+private:
+    bool IsEasy(std::string_view name) const;
+    bool MatchesExpression(std::string_view name) const;
+
+    std::string m_mask;
+    std::string m_upperMask; ///< empty where Qt has to interpret the mask
+    bool m_hasSingle;        ///< a "?"
+    /// Made when a name needs it: that costs as much as matching hundreds of names.
+    mutable std::unique_ptr<QRegularExpression> m_expression;
+};
