@@ -30,11 +30,7 @@ strace -qq -o /dev/null -e trace=write -e inject=write:signal=INT:when=1 "$work/
 [ $status = 1 ] && grep -q 'not everything was copied' "$work/log" && [ ! -e "$work/copy/second" ]
 echo "examples: fine"
 
-# block HEADING LANGUAGE: the first such block of the README's section.
-block() {
-    awk -v heading="## $1" -v fence="\`\`\`$2" '/^## / { here = $0 == heading } here && $0 == fence { inside = 1; next }
-        $0 == "```" && inside { exit } inside' "$source/README.md" | grep .
-}
+source "$source/tests/support/readme.sh"
 mkdir "$work/home" "$work/home/program"
 {
     # What was built already stands for the README's own build; its configuration is tried, and must leave out the tests.
@@ -56,10 +52,9 @@ END
 block "From a program" cpp >"$work/home/program/main.cpp"
 block "From a program" cmake >"$work/home/program/CMakeLists.txt"
 env -i HOME="$work/home" PATH="$PATH" LANG=C.UTF-8 bash -euo pipefail "$work/page" >"$work/output" || { cat "$work/output"; exit 1; }
-for line in /notes/ "buy bread" ok /Archive/notes/list.txt; do
-    grep -qx -- "$line" "$work/output" || { echo "not printed: $line"; cat "$work/output"; exit 1; }
-done
+check_first_page "$work/output"
 [ "$(tail -n 3 "$work/output" | grep -c '^/notes/backup/todo\..*\.txt$')" = 1 ]
+gzip -t "$work/home/.local/share/man/man1/qvres-ls.1.gz"
 echo "README: fine"
 
 cd "$work/home/program"
