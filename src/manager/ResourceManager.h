@@ -291,6 +291,12 @@ public:
     /// deepest first and cross mount points. Links to folders are listed and not entered. What
     /// could not be read is left out: LastFailure has the first such folder, `failures` (may be
     /// null) receives all of them.
+    ///
+    /// `flags` are the kFind... bits of ResAttrib.h. With kFindMounts the tree is listed as ids
+    /// resolve: a mount point, or a folder on the way to one, that the disk does not show (in any
+    /// letter case) comes behind the folder's own entries if its name matches, as a folder with
+    /// the root's marks; a mount point takes the place of a disk file of its name, which no id
+    /// leads to.
     void Find(const TFindItems& items, const std::string& folder, const std::string& mask,
               unsigned flags, TQvProgressHandler* progress,
               std::vector<TQvFailure>* failures = nullptr) const;
@@ -320,6 +326,11 @@ private:
     void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
                 unsigned flags, TQvProgressHandler* progress,
                 std::vector<TQvFailure>& failures) const;
+    TQvResult ListFolder(const TMountNode& node, const TFindItems& items, const std::string& folder,
+                         const std::string& mask, unsigned flags,
+                         TQvProgressHandler* progress) const;
+    void ShowMounts(const TMountNode& node, std::vector<TQvResFindItem>& items, std::size_t first,
+                    const std::string& folder, const std::string& mask, unsigned flags) const;
     TQvResult DoCreateFolder(const std::string& id) const;
     TQvResult DoClearFolder(const std::string& id, TQvProgressHandler* progress) const;
     TQvResult DoDeleteFolder(const std::string& id, bool clearFirst,

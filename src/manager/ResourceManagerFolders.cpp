@@ -9,6 +9,7 @@
 #include "manager/LastFailure.h"
 #include "manager/ResourceManager.h"
 #include "module/ModuleInitializer.h"
+#include "resid/NameMask.h"
 #include "resid/ResId.h"
 
 namespace
@@ -211,6 +212,55 @@ void TResourceManager::Find(const TFindItems& items, const std::string& folder,
         failures->insert(failures->end(), found.begin(), found.end());
 }
 
+/// One level, in the folder's own order.
+TQvResult TResourceManager::ListFolder(const TMountNode& node, const TFindItems& items,
+                                       const std::string& folder, const std::string& mask,
+                                       unsigned flags, TQvProgressHandler* progress) const
+{
+    const std::size_t first = items ? items->size() : 0;
+    const TQvResult result = node.Find(items, folder, mask, flags, progress);
+    // Above the mount points the node shows them itself.
+    if (items && (flags & kFindMounts) != 0 && !node.IsPureVirtual())
+        ShowMounts(node, *items, first, folder, mask, flags);
+    return result;
+}
+
+/// Adds to the entries of one folder of `node`, which begin at `first`, the mount points below it.
+void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFindItem>& items,
+                                  std::size_t first, const std::string& folder,
+                                  const std::string& mask, unsigned flags) const
+{
+    const auto mounts = make_var<std::vector<TQvResFindItem>>();
+    if (m_mountNodes.back()->Type() == kRootNode)
+        m_mountNodes.back()->Find(mounts, folder, "*", kFindFolders, nullptr);
+    if (mounts->empty())
+        return;
+    std::map<std::string, bool> isShown; // by normal form
+    for (const TQvResFindItem& mount : *mounts)
+        isShown[QvNormalizeResId(mount.Id)] = false;
+    const auto isHiddenByMount = [&](const TQvResFindItem& item) {
+        const auto mount = isShown.find(QvNormalizeResId(item.Id));
+        if (mount == isShown.end())
+            return false;
+        const bool isHidden = item.Attrib.Kind == kResResource && IsMountNode(item.Id);
+        mount->second = mount->second || !isHidden;
+        return isHidden;
+    };
+    items.erase(std::remove_if(items.begin() + static_cast<std::ptrdiff_t>(first), items.end(),
+                               isHiddenByMount),
+                items.end());
+    if ((flags & kFindFolders) == 0)
+        return;
+    const TNameMask nameMask(mask);
+    for (const TQvResFindItem& mount : *mounts) {
+        if (isShown[QvNormalizeResId(mount.Id)] || !nameMask.Matches(QvExtractResName(mount.Id)))
+            continue;
+        // A resource does not become a folder because a mount point lies below its name.
+        if (IsMountNode(mount.Id) || node.ResourceExists(mount.Id) != kResResource)
+            items.push_back(mount);
+    }
+}
+
 void TResourceManager::DoFind(const TFindItems& items, const std::string& folder,
                               const std::string& mask, unsigned flags, TQvProgressHandler* progress,
                               std::vector<TQvFailure>& failures) const
@@ -218,7 +268,7 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
     const TMountNode* node = NodeFor(folder);
     bool isReported = false; // a folder that is read twice fails once
     const auto list = [&](const TFindItems& into, const std::string& ofMask, unsigned ofFlags) {
-        const TQvResult result = node->Find(into, folder, ofMask, ofFlags, progress);
+        const TQvResult result = ListFolder(*node, into, folder, ofMask, ofFlags, progress);
         if (result.HasFailed() && !isReported)
             failures.push_back({result.Error(), result.Name()});
         isReported = isReported || result.HasFailed();
@@ -230,7 +280,7 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
     // Reading the folder once is enough when its own entries hold all its sub-folders.
     const bool onePass = items && mask == "*" && (flags & kFindFolders) != 0;
     const auto entries = make_var<std::vector<TQvResFindItem>>();
-    list(entries, "*", onePass ? flags : kFindFolders);
+    list(entries, "*", onePass ? flags : kFindFolders | (flags & (kFindHidden | kFindMounts)));
     for (const TQvResFindItem& entry : *entries) {
         if (entry.Attrib.Kind != kResFolder)
             continue;

@@ -7,11 +7,9 @@
 #include <strings.h>
 #include <sys/stat.h>
 
-#include <QRegularExpression>
-#include <QString>
-
 #include "QvStd/Files.h"
 #include "QvStd/FolderReader.h"
+#include "resid/NameMask.h"
 #include "resid/ResId.h"
 
 namespace
@@ -76,36 +74,6 @@ bool MayBeSidecar(std::string_view name)
                                                        kSuffix.data(), kSuffix.size()) == 0;
 }
 
-/// A name filter; "*" needs none.
-class TNameMask
-{
-public:
-    explicit TNameMask(const std::string& mask) : m_all(mask == "*")
-    {
-        if (m_all)
-            return;
-        m_expression.setPattern(
-            QRegularExpression::wildcardToRegularExpression(QString::fromStdString(mask)));
-        m_expression.setPatternOptions(QRegularExpression::CaseInsensitiveOption);
-        // Asked once: each match would complain on standard error.
-        m_none = !m_expression.isValid();
-        if (!m_none)
-            m_expression.optimize();
-    }
-    bool Matches(std::string_view name) const
-    {
-        return m_all ||
-               (!m_none &&
-                m_expression.match(QString::fromUtf8(name.data(), static_cast<int>(name.size())))
-                    .hasMatch());
-    }
-
-private:
-    bool m_all;
-    bool m_none = false;
-    QRegularExpression m_expression;
-};
-
 TQvResFindItem MakeItem(const std::string& idPrefix, std::string_view name, TEntryKind kind)
 {
     TQvResFindItem item;
@@ -163,7 +131,7 @@ TQvResult TFolderListing::Read(const std::string& path, TQvProgressHandler* prog
     const std::size_t first = m_items != nullptr ? m_items->size() : 0;
     TQvFolderEntry entry;
     while ((m_items != nullptr || !m_found) && m_folder.Next(&entry)) {
-        if (entry.Name.front() == '.')
+        if (entry.Name.front() == '.' && (m_flags & kFindHidden) == 0)
             continue;
         QvPollProgress(progress);
         m_hasSidecars = m_hasSidecars || MayBeSidecar(entry.Name);

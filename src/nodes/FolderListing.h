@@ -20,9 +20,10 @@
 /// Listed are files (symbolic links to anything but folders too) with kFindResources and folders
 /// (links to folders too) with kFindFolders, whose names match `mask`: wildcards "*", "?" and
 /// "[...]", without regard to case; one that is no valid mask matches nothing. Never listed: hidden
-/// names (a leading "."), sidecars (ending in ".meta"), dangling links, and FIFOs, sockets and
-/// devices. Sizes and times are zero without kFindAttributes. No entry of a folder without sidecars
-/// may have one. `progress` (may be null) is polled once an entry.
+/// names (a leading ".") without kFindHidden, sidecars (ending in ".meta", except that name alone),
+/// dangling links, and FIFOs, sockets and devices. Sizes and times are zero without
+/// kFindAttributes. No entry of a folder without sidecars may have one. `progress` (may be null) is
+/// polled once an entry.
 TQvResult QvListFolder(const std::string& path, const std::string& idPrefix,
                        const std::string& mask, unsigned flags, TQvProgressHandler* progress,
                        std::vector<TQvResFindItem>* items);

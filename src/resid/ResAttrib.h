@@ -22,6 +22,11 @@ inline constexpr unsigned kFindResources = 1;
 inline constexpr unsigned kFindFolders = 2;
 inline constexpr unsigned kFindRecursive = 4;
 inline constexpr unsigned kFindAttributes = 8; ///< fill size and times too
+inline constexpr unsigned kFindHidden = 16;    ///< names with a leading ".", too
+/// The mount points directly below, and the folders on the way to deeper ones, which the disk does
+/// not show; with kFindRecursive in each folder, and what lies in them. See
+/// TResourceManager::Find.
+inline constexpr unsigned kFindMounts = 32;
 
 /// What the name of a metadata sidecar has behind that of its resource.
 inline constexpr char kSidecarSuffix[] = ".meta";

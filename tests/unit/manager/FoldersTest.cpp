@@ -99,6 +99,50 @@ TEST_F(Folders, RecursiveListingIsDeepestFirstAndCrossesMounts)
     EXPECT_EQ(Listed(Manager, "/", "*", 7).size(), all.size() + 4);
 }
 
+TEST_F(Folders, FindShowsHiddenNamesAndMountsWhenAsked)
+{
+    Manager.MountFileNodeE("/A/way/to/N", Temp.MakeFolder("N"), false);
+    Manager.MountFileNodeE("/A/file", Temp / "N", false);
+    Manager.MountFileNodeE("/B/res/P", Temp / "N", false);
+    constexpr unsigned kAll = 3, kDeep = 7, kHidden = kFindHidden, kMounts = kFindMounts;
+    const struct
+    {
+        const char* Folder;
+        const char* Mask;
+        unsigned Flags;
+        TIds Ids;
+    } rows[] = {
+        {"/A", "*", kAll, {"/A/FILE", "/A/IN/"}},
+        {"/A", "*", kAll | kHidden, {"/A/.d/", "/A/.h", "/A/FILE", "/A/IN/"}},
+        {"/A", ".?", kFindResources | kHidden, {"/A/.h"}},
+        // the disk shows IN, though in other letters; no id leads to the disk's FILE
+        {"/A", "*", kAll | kMounts, {"/A/IN/", "/A/file/", "/A/way/"}},
+        {"/A", "*", kFindResources | kMounts, {}},
+        {"/A", "W*", kAll | kMounts, {"/A/way/"}},
+        {"/A/in", "?", kFindFolders | kMounts, {"/A/in/M/"}},
+        {"/V", "*", kAll | kMounts, {"/V/D/"}},
+        {"/B", "*", kAll | kMounts, {"/B/res"}}, // no folder, though a mount point lies below
+        {"/B", "*", kFindFolders | kMounts, {}},
+        {"/A", "*.h", kDeep | kMounts, {"/A/IN/M/1.h"}},
+        {"/A", "[ih]*", kDeep | kHidden, {"/A/.d/in", "/A/IN/"}},
+        {"/A",
+         "*",
+         kDeep | kMounts,
+         {"/A/IN/", "/A/IN/M/", "/A/IN/M/1.h", "/A/file/", "/A/file/n", "/A/way/", "/A/way/to/",
+          "/A/way/to/N/", "/A/way/to/N/n"}},
+    };
+    MakeTree(Temp.Path(), "A/FILE= A/.h= A/.h.meta= A/.d/in= A/IN/ M/1.h= M/.h= N/n= B/res= D/");
+    for (const auto& row : rows) {
+        TIds ids = Listed(Manager, row.Folder, row.Mask, row.Flags);
+        std::sort(ids.begin(), ids.end());
+        EXPECT_EQ(ids, row.Ids) << row.Folder << ' ' << row.Mask << ' ' << row.Flags;
+    }
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    Manager.Find(items, "/A/in", "*", kAll | kMounts, nullptr);
+    ASSERT_EQ(items->size(), 1u);
+    EXPECT_EQ(items->at(0).Attrib.Origin, kOriginRootNode);
+}
+
 TEST_F(Folders, FindWithProgress)
 {
     TTestProgress progress;
