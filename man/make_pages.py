@@ -28,7 +28,7 @@ class Help:
         text = subprocess.run([*command, "--help"], check=True, capture_output=True, text=True).stdout
         head, usage, rest = re.split(r"^Usage: (.*)\n", text, maxsplit=1, flags=re.M)
         self.description = sentence(head)
-        self.usage = usage
+        self.usage = re.sub(r"\(\d.*?\)", "", usage)
         self.entries = {section: [] for section in SECTIONS}  # section: [(name, text)]
         self.notes = []
         self.examples = []
@@ -64,7 +64,7 @@ class Help:
 
 def plain(name):
     """An option or argument without the marks of the command-line parser."""
-    name = re.sub(r" REQUIRED\b| TEXT\b(?!:)|(?<= )TEXT:", "", name)
+    name = re.sub(r" REQUIRED\b| TEXT\b(?!:)|(?<= )TEXT:|:[A-Z]+ in \[.*?\]", "", name)
     return re.sub(r"\s*(Excludes|Needs): .*", "", name).replace(",-", ", -")
 
 
