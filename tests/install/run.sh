@@ -6,7 +6,7 @@ set -euo pipefail
 build=$(realpath "$1") source=$(realpath "$2") compiler=$3 flags=${4:-}
 
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'fusermount3 -uqz "$work/home/tree" || true; rm -rf "$work"' EXIT
 quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
 quietly cmake --install "$build" --prefix "$work/first"
@@ -45,7 +45,7 @@ mkdir "$work/home" "$work/home/program"
     }
 END
     block Install sh
-    block "A first page of use" sh
+    first_page
     echo 'cd ~/program'
     block "From a program" sh
 } >"$work/page"
