@@ -66,6 +66,10 @@ _qvres()
         help,*) COMPREPLY=($(compgen -W "$(qvres --help | _qvres_names Subcommands)" -- "$cur")) ;;
         setup,0 | mount,1 | 'profile add',1 | journal\ *,0 | serve,1) _filedir -d ;;
         put,1) _filedir ;;
+        serve,0) # with or without an ID
+            _qvres_ids
+            _filedir -d
+            ;;
         profile\ *) ;;
         *) _qvres_ids ;;
     esac

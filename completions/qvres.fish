@@ -51,6 +51,9 @@ function __qvres_complete
         case '*'
             set -l plain (string unescape -- $typed | string collect)
             $__qvres_tree ls (string match -r '.*/' -- "$plain"; or echo /) 2>/dev/null
+            if test "$__qvres_command" = serve # with or without an ID
+                __fish_complete_directories $typed
+            end
     end
 end
 
