@@ -28,15 +28,16 @@ endif()
 # qv_install_library(TARGET HEADER_DESTINATION): installs a library, its headers and its CMake package.
 function(qv_install_library target destination)
     install(TARGETS ${target} EXPORT ${target}Targets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        FILE_SET HEADERS DESTINATION ${destination})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development
+        FILE_SET HEADERS DESTINATION ${destination} COMPONENT development)
     set(package ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
-    install(EXPORT ${target}Targets NAMESPACE ${target}:: DESTINATION ${package})
+    install(EXPORT ${target}Targets NAMESPACE ${target}:: DESTINATION ${package} COMPONENT development)
     include(CMakePackageConfigHelpers)
     configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/${target}Config.cmake.in
         ${PROJECT_BINARY_DIR}/packages/${target}Config.cmake INSTALL_DESTINATION ${package})
     write_basic_package_version_file(${PROJECT_BINARY_DIR}/packages/${target}ConfigVersion.cmake
         VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
     install(FILES ${PROJECT_BINARY_DIR}/packages/${target}Config.cmake
-        ${PROJECT_BINARY_DIR}/packages/${target}ConfigVersion.cmake DESTINATION ${package})
+        ${PROJECT_BINARY_DIR}/packages/${target}ConfigVersion.cmake DESTINATION ${package}
+        COMPONENT development)
 endfunction()

@@ -10,6 +10,7 @@
 
 #include "BreakSignal.h"
 #include "Commands.h"
+#include "ServeCommand.h"
 
 namespace
 {
@@ -128,6 +129,7 @@ int main(int argc, char** argv)
     AddLabelCommands(app, host);
     AddServiceCommands(app, host);
     AddXIniCommands(app, host);
+    AddServeCommand(app, host);
     AddIdCommands(app, host);
     AddProfileCommands(app, host);
     AddJournalCommand(app, host);

@@ -1,0 +1,25 @@
+#include "FileNumbers.h"
+
+#include <algorithm>
+
+void TFileNumbers::Show(struct stat* status)
+{
+    status->st_ino = NumberOf(status->st_dev, status->st_ino);
+    // 1 means "not counted": mount points are shown as further sub-folders.
+    if (S_ISDIR(status->st_mode))
+        status->st_nlink = 1;
+    // To the tree everything else is a resource; what is none on the disk does not open.
+    else if (!S_ISREG(status->st_mode) && !S_ISLNK(status->st_mode))
+        status->st_mode = S_IFREG | (status->st_mode & ~static_cast<mode_t>(S_IFMT));
+}
+
+ino_t TFileNumbers::NumberOf(dev_t device, ino_t number)
+{
+    constexpr unsigned kDeviceShift = 54;
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto known = std::find(m_devices.begin(), m_devices.end(), device);
+    const auto index = static_cast<ino_t>(known - m_devices.begin());
+    if (known == m_devices.end())
+        m_devices.push_back(device);
+    return number ^ (index << kDeviceShift);
+}

@@ -1,0 +1,149 @@
+// The tree as a file system: what the kernel asks for, answered by operations of the library.
+//
+// Contents, names, sidecars and share modes go through the library. What the tree does not have
+// (permission bits, owners, exact times, space) is read and set on the disk file that the tree
+// names for an id.
+//
+// Every operation answers 0 or an errno. Thread-safety: callable from any thread; nothing is locked
+// while the disk works but the names that the operation uses.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <sys/statvfs.h>
+
+#include <QvServices/QvServices.h>
+
+#include "../qvres/ServeCommand.h"
+#include "FileHandle.h"
+#include "FileNumbers.h"
+#include "Inodes.h"
+#include "MountPoints.h"
+#include "NameLocks.h"
+
+/// What is found under a name.
+struct TEntry
+{
+    TInode* Inode = nullptr; ///< used once more; null for a name that is no valid id
+    struct stat Status = {};
+};
+
+/// Who asks.
+struct TCaller
+{
+    uid_t User;
+    gid_t Group;
+};
+
+/// What of a file is to be set.
+struct TChange
+{
+    bool HasMode = false;
+    bool HasOwner = false;
+    bool HasSize = false;
+    bool HasTimes = false;
+    mode_t Mode = 0;
+    uid_t User = static_cast<uid_t>(-1); ///< -1: as it is
+    gid_t Group = static_cast<gid_t>(-1);
+    off_t Size = 0;
+    timespec Times[2] = {}; ///< of access and change, as for utimensat
+};
+
+/// An open folder: its entries as they were when it was read from its start.
+class TFolderHandle
+{
+public:
+    struct TName
+    {
+        std::string Name;
+        bool IsFolder;
+    };
+
+    std::mutex Mutex; ///< of all below
+    TQvDescriptor Descriptor;
+    std::string Id;
+    std::vector<TName> Names;
+    int Error = 0; ///< of what could not be listed
+};
+
+class TFileSystem
+{
+public:
+    TFileSystem(const TServeOptions& options, const std::string& rootId);
+
+    TInode& Root() { return m_inodes.Root(); }
+
+    // Names
+    int LookUp(TInode& parent, const std::string& name, TEntry* entry);
+    void Forget(TInode& inode, std::uint64_t count) { m_inodes.Forget(inode, count); }
+    int Create(TInode& parent, const std::string& name, mode_t mode, int flags,
+               const TCaller& caller, TEntry* entry, TFileHandle** handle);
+    int MakeFolder(TInode& parent, const std::string& name, mode_t mode, const TCaller& caller,
+                   TEntry* entry);
+    int Unlink(TInode& parent, const std::string& name);
+    int RemoveFolder(TInode& parent, const std::string& name);
+    int Rename(TInode& from, const std::string& name, TInode& to, const std::string& newName,
+               unsigned flags);
+
+    // Attributes; `handle` may be null
+    int GetStatus(TInode& inode, TFileHandle* handle, struct stat* status);
+    int Change(TInode& inode, TFileHandle* handle, const TChange& change, struct stat* status);
+    int ReadLink(TInode& inode, std::string* target);
+    int GetSpace(TInode& inode, struct statvfs* space);
+    int GetExtended(TInode& inode, const std::string& name, std::string* value);
+
+    // Files
+    int Open(TInode& inode, int flags, TFileHandle** handle);
+    int Close(TInode& inode, TFileHandle* handle);
+    /// Flushes what was opened for writing. The first failure.
+    int FlushAll();
+
+    // Folders
+    int OpenFolder(TInode& inode, std::unique_ptr<TFolderHandle>* folder);
+    int ReadFolder(TInode& inode, TFolderHandle& folder);
+    int LookUpListed(TInode& inode, const TFolderHandle& folder, const std::string& name,
+                     TEntry* entry);
+
+private:
+    /// Where a name of the tree leads.
+    struct TPlace
+    {
+        std::string Id;
+        std::string Path; ///< on the disk; "" above the mount points
+        std::string Name; ///< as it is shown
+        const TMountPoint* MountPoint = nullptr;
+        bool IsMount = false; ///< a link here is the folder that it leads to
+    };
+
+    int FindPlace(const TInode& parent, const std::string& parentId, const std::string& name,
+                  TPlace* place) const;
+    int FindPlace(const TInode& parent, const std::string& name, TPlace* place) const;
+    int FindPlace(const TInode& inode, TPlace* place) const;
+    int NewPlace(const TInode& parent, const std::string& name, TPlace* place) const;
+    int HoldName(TInode& parent, const std::string& name, TNameHold* hold, TPlace* place);
+    int HoldName(TInode& inode, TNameHold* hold, TPlace* place);
+    int LookAt(const TPlace& place, struct stat* status) const;
+    TEntry Enter(TInode& parent, const TPlace& place, const struct stat& status);
+    bool IsSame(const TInode& inode, const struct stat& status) const;
+    struct stat VirtualStatus() const;
+    static ino_t VirtualNumber(const std::string& id);
+
+    int ChangeAt(const TPlace& place, const TChange& change) const;
+    int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
+    static int GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
+                      struct stat* status);
+    int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
+    int RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                   const struct stat& status, unsigned flags);
+    int MoveFile(const TPlace& from, const TPlace& to, unsigned flags);
+
+    TMountPoints m_mounts;
+    TFileNumbers m_numbers;
+    struct stat m_virtualStatus = {};
+    TInodes m_inodes;
+    TNameLocks m_locks;
+    std::mutex m_handlesMutex;
+    std::set<TFileHandle*> m_handles;
+};

@@ -1,0 +1,215 @@
+// Attributes of files and folders, and what the tree knows about them beyond those.
+#include "FileSystem.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace
+{
+/// "../" for each folder from `id` up to the root of the tree.
+std::string WayUp(const std::string& id)
+{
+    std::string way;
+    for (std::size_t slash = id.find('/', 1); slash != std::string::npos;
+         slash = id.find('/', slash + 1))
+        way += "../";
+    return way;
+}
+
+bool IsInside(const std::string& path, const std::string& folder)
+{
+    return path.compare(0, folder.size(), folder) == 0 &&
+           (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+std::string RealPath(const std::string& path)
+{
+    char* const real = realpath(path.c_str(), nullptr);
+    std::string result = real != nullptr ? real : "";
+    std::free(real);
+    return result;
+}
+
+int Result(int result)
+{
+    return result == 0 ? 0 : errno;
+}
+
+/// Owners are not kept: asking for what is already so is no change.
+int RequireOwner(const TChange& change, const struct stat& status)
+{
+    const bool isSame = (change.User == static_cast<uid_t>(-1) || change.User == status.st_uid) &&
+                        (change.Group == static_cast<gid_t>(-1) || change.Group == status.st_gid);
+    return isSame ? 0 : EPERM;
+}
+} // namespace
+
+int TFileSystem::GetStatus(TInode& inode, TFileHandle* handle, struct stat* status)
+{
+    int error = 0;
+    if (handle != nullptr) {
+        error = Result(fstat(handle->Descriptor(), status));
+    } else {
+        TNameHold hold;
+        TPlace place;
+        error = HoldName(inode, &hold, &place);
+        if (error == 0)
+            error = LookAt(place, status);
+        // Under its name is nothing, or another file: it lives on while it is open.
+        const bool isLost =
+            error == ENOENT || error == ESTALE || (error == 0 && !IsSame(inode, *status));
+        if (isLost && !m_inodes.WithHandle(inode, [&](TFileHandle& open) {
+                error = Result(fstat(open.Descriptor(), status));
+            }))
+            error = ESTALE;
+    }
+    if (error == 0 && status->st_dev != 0)
+        m_numbers.Show(status);
+    return error;
+}
+
+/// On an open file, which may have no name any more.
+static int ChangeOpen(TFileHandle& handle, const TChange& change)
+{
+    int error = 0;
+    struct stat status = {};
+    if (change.HasOwner) {
+        error = Result(fstat(handle.Descriptor(), &status));
+        if (error == 0)
+            error = RequireOwner(change, status);
+    }
+    if (error == 0 && change.HasSize)
+        error = handle.Truncate(change.Size);
+    if (error == 0 && change.HasMode)
+        error = Result(fchmod(handle.Descriptor(), change.Mode));
+    if (error == 0 && change.HasTimes)
+        error = Result(futimens(handle.Descriptor(), change.Times));
+    return error;
+}
+
+int TFileSystem::ChangeAt(const TPlace& place, const TChange& change) const
+{
+    if (place.Path.empty())
+        return EROFS;
+    struct stat status = {};
+    int error = LookAt(place, &status);
+    if (error == 0 && change.HasOwner)
+        error = RequireOwner(change, status);
+    // Through the library, which asks the file's other openers.
+    std::unique_ptr<TFileHandle> handle;
+    if (error == 0 && change.HasSize) {
+        error = TFileHandle::Open(place.Id, O_WRONLY, &handle);
+        if (error == 0)
+            error = handle->Truncate(change.Size);
+        if (error == 0)
+            error = handle->Close();
+    }
+    const char* const path = place.Path.c_str();
+    const bool isLink = S_ISLNK(status.st_mode);
+    if (error == 0 && change.HasMode)
+        error = isLink ? ENOTSUP : Result(chmod(path, change.Mode));
+    if (error == 0 && change.HasTimes)
+        error = Result(utimensat(AT_FDCWD, path, change.Times, isLink ? AT_SYMLINK_NOFOLLOW : 0));
+    return error;
+}
+
+int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& change,
+                        struct stat* status)
+{
+    int error = 0;
+    if (handle != nullptr && (handle->IsWritable() || !change.HasSize)) {
+        error = ChangeOpen(*handle, change);
+    } else {
+        TNameHold hold;
+        TPlace place;
+        error = HoldName(inode, &hold, &place);
+        struct stat now = {};
+        if (error == 0)
+            error = LookAt(place, &now);
+        if (error == 0 && !IsSame(inode, now))
+            error = ESTALE;
+        if (error == 0)
+            error = ChangeAt(place, change);
+        else if (error == ENOENT || error == ESTALE)
+            m_inodes.WithHandle(inode,
+                                [&](TFileHandle& open) { error = ChangeOpen(open, change); });
+    }
+    return error != 0 ? error : GetStatus(inode, handle, status);
+}
+
+/// A link into a mounted folder leads to the same place of the served tree; any other one leads
+/// where it leads on the disk, so that the caller follows it with its own rights.
+int TFileSystem::ReadLink(TInode& inode, std::string* target)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(inode, &hold, &place))
+        return error;
+    *target = RealPath(place.Path);
+    if (target->empty())
+        return errno;
+    std::string rootId;
+    m_inodes.FindId(m_inodes.Root(), &rootId);
+    for (const auto& node : ResourceManager.MountNodes()) {
+        const std::string& mount = node->MountPointId();
+        const std::string folder =
+            node->IsPureVirtual() ? std::string() : RealPath(node->GetResourceFile(mount));
+        if (folder.empty() || !IsInside(*target, folder))
+            continue;
+        const std::string id = mount + target->substr(folder.size());
+        if (!IsInside(id, rootId))
+            continue;
+        *target = WayUp(place.Id.substr(rootId.size())) + id.substr(rootId.size() + 1);
+        if (target->empty())
+            *target = ".";
+        break;
+    }
+    return 0;
+}
+
+int TFileSystem::GetSpace(TInode& inode, struct statvfs* space)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(inode, &hold, &place))
+        return error;
+    if (!place.Path.empty())
+        return Result(statvfs(place.Path.c_str(), space));
+    // Nothing can be written above the mount points.
+    *space = {};
+    space->f_bsize = space->f_frsize = 4096;
+    space->f_namemax = 255;
+    return 0;
+}
+
+int TFileSystem::GetExtended(TInode& inode, const std::string& name, std::string* value)
+{
+    constexpr char kPrefix[] = "user.qvres.";
+    constexpr std::size_t kLength = sizeof(kPrefix) - 1;
+    // Others are not kept. The kernel asks for some of them with each write.
+    if (name.compare(0, kLength, kPrefix) != 0)
+        return ENODATA;
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(inode, &hold, &place))
+        return error;
+    const std::string what = name.substr(kLength);
+    const std::string id = place.Id.empty() ? "/" : place.Id;
+    if (what == "server" && &inode == &m_inodes.Root())
+        *value = std::to_string(getpid());
+    else if (what == "id")
+        *value = id;
+    else if (what == "file" && !place.Path.empty())
+        *value = place.Path;
+    TQvResAttrib attrib;
+    TQvResourceLabel label;
+    if (what == "size" && ResourceManager.GetResourceAttr(id, &attrib))
+        *value = std::to_string(attrib.Size);
+    if (what == "time" && ResourceManager.GetResourceAttr(id, &attrib))
+        *value = std::to_string(attrib.UpdateTime.Milliseconds());
+    if (what == "crc" && ReadResResourceLabel(id, &label))
+        *value = std::to_string(label.CRC);
+    return value->empty() ? ENODATA : 0;
+}

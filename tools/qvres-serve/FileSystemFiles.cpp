@@ -1,0 +1,112 @@
+// Opening and closing files, and making new ones.
+#include "FileSystem.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+int TFileSystem::Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle)
+{
+    *handle = opened.get();
+    {
+        const std::lock_guard<std::mutex> lock(m_handlesMutex);
+        m_handles.insert(opened.get());
+    }
+    m_inodes.AddHandle(inode, *opened.release());
+    return 0;
+}
+
+int TFileSystem::Open(TInode& inode, int flags, TFileHandle** handle)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(inode, &hold, &place))
+        return error;
+    std::unique_ptr<TFileHandle> opened;
+    // Cut only when it is known to be the right file.
+    if (const int error = TFileHandle::Open(place.Id, flags & ~O_TRUNC, &opened))
+        return error;
+    struct stat status = {};
+    if (fstat(opened->Descriptor(), &status) != 0)
+        return errno;
+    if (!IsSame(inode, status))
+        return ESTALE;
+    if ((flags & O_TRUNC) != 0) {
+        if (!opened->IsWritable())
+            return EACCES;
+        if (const int error = opened->Truncate(0))
+            return error;
+    }
+    return Keep(inode, std::move(opened), handle);
+}
+
+int TFileSystem::Close(TInode& inode, TFileHandle* handle)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_handlesMutex);
+        m_handles.erase(handle);
+    }
+    m_inodes.RemoveHandle(inode, *handle);
+    const std::unique_ptr<TFileHandle> closing(handle);
+    return closing->Close();
+}
+
+int TFileSystem::FlushAll()
+{
+    const std::lock_guard<std::mutex> lock(m_handlesMutex);
+    int first = 0;
+    for (TFileHandle* const handle : m_handles) {
+        const int error = handle->IsWritable() ? handle->Flush(false) : 0;
+        first = first != 0 ? first : error;
+    }
+    return first;
+}
+
+/// What another user makes through a server of root is that user's. The group is that of a folder
+/// that hands its own down.
+int TFileSystem::GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
+                        struct stat* status)
+{
+    if (geteuid() != 0 || (caller.User == status->st_uid && caller.Group == status->st_gid))
+        return 0;
+    struct stat folder = {};
+    if (stat(QvExtractResPath(place.Path).c_str(), &folder) != 0)
+        return errno;
+    const gid_t group = (folder.st_mode & S_ISGID) != 0 ? status->st_gid : caller.Group;
+    if (fchown(descriptor, caller.User, group) != 0)
+        return errno;
+    status->st_uid = caller.User;
+    status->st_gid = group;
+    return 0;
+}
+
+int TFileSystem::Create(TInode& parent, const std::string& name, mode_t mode, int flags,
+                        const TCaller& caller, TEntry* entry, TFileHandle** handle)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(parent, name, &hold, &place))
+        return error == ENOENT ? EPERM : error;
+    std::unique_ptr<TFileHandle> opened;
+    int error = TFileHandle::Create(place.Id, &opened);
+    const bool isNew = error == 0;
+    // Somebody else has just made it.
+    if (error == EEXIST && (flags & O_EXCL) == 0)
+        error = TFileHandle::Open(place.Id, flags, &opened);
+    if (error != 0)
+        return error;
+    struct stat status = {};
+    if (fstat(opened->Descriptor(), &status) != 0)
+        return errno;
+    // The server's mask lets its owner alone see the file until it is whose it shall be.
+    if (isNew) {
+        error = GiveTo(caller, place, opened->Descriptor(), &status);
+        if (error == 0 && fchmod(opened->Descriptor(), mode & 07777) != 0)
+            error = errno;
+        if (error != 0)
+            return error;
+        status.st_mode = S_IFREG | (mode & 07777);
+    }
+    *entry = Enter(parent, place, status);
+    return Keep(*entry->Inode, std::move(opened), handle);
+}

@@ -1,0 +1,112 @@
+// Folders: making, removing, listing.
+#include "FileSystem.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <QvStd/Files.h>
+
+int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode,
+                            const TCaller& caller, TEntry* entry)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(parent, name, &hold, &place))
+        return error == ENOENT ? EPERM : error;
+    if (place.Path.empty() || parent.IsVirtual)
+        return EROFS;
+    // The library's own operation succeeds when the folder is there; here it must fail then.
+    if (const TQvResult made = QvCreateDirectory(place.Path); !made)
+        return made.Error();
+    const TQvDescriptor folder(
+        open(place.Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    struct stat status = {};
+    if (!folder || fstat(folder.Number(), &status) != 0)
+        return errno;
+    const mode_t inherited = status.st_mode & S_ISGID;
+    if (const int error = GiveTo(caller, place, folder.Number(), &status))
+        return error;
+    if (fchmod(folder.Number(), (mode & 07777) | inherited) != 0)
+        return errno;
+    status.st_mode = S_IFDIR | (mode & 07777) | inherited;
+    *entry = Enter(parent, place, status);
+    return 0;
+}
+
+int TFileSystem::RemoveFolder(TInode& parent, const std::string& name)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(parent, name, &hold, &place))
+        return error;
+    if (place.MountPoint != nullptr)
+        return EBUSY;
+    if (!ResourceManager.DeleteFolder(place.Id, false, nullptr))
+        return TResourceManager::LastFailure().Error;
+    m_inodes.Remove({&parent, place.Name});
+    return 0;
+}
+
+int TFileSystem::OpenFolder(TInode& inode, std::unique_ptr<TFolderHandle>* folder)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(inode, &hold, &place))
+        return error;
+    auto opened = std::make_unique<TFolderHandle>();
+    if (!inode.IsVirtual) {
+        opened->Descriptor =
+            TQvDescriptor(open(place.Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!opened->Descriptor)
+            return errno;
+    }
+    *folder = std::move(opened);
+    return 0;
+}
+
+int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
+{
+    TNameHold hold;
+    TPlace place;
+    if (const int error = HoldName(inode, &hold, &place))
+        return error;
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    constexpr unsigned kAll = kFindResources | kFindFolders | kFindHidden | kFindMounts;
+    ResourceManager.Find(items, place.Id.empty() ? "/" : place.Id, "*", kAll, nullptr);
+    folder.Error = TResourceManager::LastFailure().Error;
+    folder.Names.clear();
+    folder.Names.reserve(items->size());
+    for (const TQvResFindItem& item : *items) {
+        const TMountPoint* const mount = inode.HoldsMounts ? m_mounts.Find(item.Id) : nullptr;
+        folder.Names.push_back({mount != nullptr ? mount->ShownName : QvExtractResName(item.Id),
+                                item.Attrib.Kind == kResFolder});
+    }
+    if (!inode.HoldsMounts)
+        return 0;
+    // Several spellings on the disk are one mount point.
+    const auto isLess = [](const auto& a, const auto& b) { return a.Name < b.Name; };
+    const auto isSame = [](const auto& a, const auto& b) { return a.Name == b.Name; };
+    std::sort(folder.Names.begin(), folder.Names.end(), isLess);
+    folder.Names.erase(std::unique(folder.Names.begin(), folder.Names.end(), isSame),
+                       folder.Names.end());
+    return 0;
+}
+
+/// The kernel holds the folder while it is read, so that its names are not renamed meanwhile.
+int TFileSystem::LookUpListed(TInode& inode, const TFolderHandle& folder, const std::string& name,
+                              TEntry* entry)
+{
+    if (inode.HoldsMounts || !folder.Descriptor)
+        return LookUp(inode, name, entry);
+    struct stat status = {};
+    if (fstatat(folder.Descriptor.Number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+        return errno;
+    if (S_ISLNK(status.st_mode))
+        return LookUp(inode, name, entry);
+    TPlace place;
+    place.Name = name;
+    *entry = Enter(inode, place, status);
+    return 0;
+}

@@ -1,0 +1,109 @@
+// The files and folders that the kernel knows, each under the name by which it was found.
+//
+// One TInode stands for one name with one file of the disk behind it: when another file has taken
+// the name, by a rename inside or outside of the served tree, it gets a TInode of its own, and the
+// old one lives on without a name for those that still have it open.
+//
+// Thread-safety: callable from any thread.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <unordered_map>
+#include <vector>
+
+class TFileHandle;
+
+struct TInode
+{
+    // Does not change after it was entered, except by Rename.
+    bool IsVirtual = false;    ///< above the mount points: no folder of the disk
+    bool IsMountPoint = false; ///< its folder may be a link, which is followed
+    bool HoldsMounts = false;  ///< names in it may be mount points
+    mode_t Kind = 0;           ///< S_IFDIR, S_IFREG, ...
+    dev_t Device = 0;
+    ino_t Number = 0;
+
+private:
+    friend class TInodes;
+    TInode* Parent = nullptr; ///< null for the root, and for what has no name any more
+    std::string Name;
+    std::uint64_t Uses = 0; ///< what the kernel counts, names in it, and open handles
+    std::vector<TFileHandle*> Handles;
+};
+
+struct TInodeName
+{
+    TInode* Parent = nullptr;
+    std::string Name;
+
+    bool operator==(const TInodeName& other) const
+    {
+        return Parent == other.Parent && Name == other.Name;
+    }
+};
+
+class TInodes
+{
+public:
+    /// `rootId` has no trailing "/"; "" is the whole tree.
+    TInodes(std::string rootId, const TInode& root);
+    ~TInodes();
+    TInodes(const TInodes&) = delete;
+    TInodes& operator=(const TInodes&) = delete;
+
+    TInode& Root() { return *m_root; }
+    /// False for what has lost its name, or lies below such a folder.
+    bool FindName(const TInode& inode, TInodeName* name, std::string* parentId) const;
+    bool FindId(const TInode& inode, std::string* id) const;
+
+    /// The inode of a name, which is new when `found` is another file than before; used once more.
+    TInode& Enter(TInode& parent, const std::string& name, const TInode& found);
+    void Forget(TInode& inode, std::uint64_t uses);
+    /// The name is gone.
+    void Remove(const TInodeName& name);
+    void Rename(const TInodeName& from, const TInodeName& to);
+    /// A move between disks makes another file of it.
+    void Identify(const TInodeName& name, const struct stat& status);
+
+    /// While a handle is open, its inode stays.
+    void AddHandle(TInode& inode, TFileHandle& handle);
+    void RemoveHandle(TInode& inode, TFileHandle& handle);
+    bool HasHandles(const TInodeName& name) const;
+    /// Calls `use` with an open handle of the inode, which stays open meanwhile; false without one.
+    bool WithHandle(const TInode& inode, const std::function<void(TFileHandle&)>& use) const;
+
+private:
+    struct TKey
+    {
+        const TInode* Parent;
+        std::string_view Name; ///< of the inode itself
+        bool operator==(const TKey& other) const
+        {
+            return Parent == other.Parent && Name == other.Name;
+        }
+    };
+    struct TKeyHash
+    {
+        std::size_t operator()(const TKey& key) const
+        {
+            return std::hash<std::string_view>()(key.Name) * 31 +
+                   std::hash<const void*>()(key.Parent);
+        }
+    };
+
+    bool AppendId(const TInode& inode, std::string* id) const;
+    TInode* FindNamed(const TInodeName& name) const;
+    void SetName(TInode& inode, TInode& parent, const std::string& name);
+    void DropName(TInode& inode);
+    void DropUses(TInode& inode, std::uint64_t uses);
+
+    mutable std::mutex m_mutex;
+    const std::string m_rootId;
+    TInode* const m_root;
+    std::unordered_map<TKey, TInode*, TKeyHash> m_byName;
+};

@@ -1,0 +1,151 @@
+#include "Server.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <syslog.h>
+
+#include "../qvres/Checks.h"
+#include "../qvres/Failure.h"
+#include "Callbacks.h"
+
+namespace
+{
+std::string g_log; ///< what libfuse has to say until the tree is served
+
+void Remember(fuse_log_level level, const char* format, va_list arguments)
+{
+    if (level > FUSE_LOG_WARNING)
+        return;
+    std::array<char, 512> line{};
+    std::vsnprintf(line.data(), line.size(), format, arguments);
+    g_log = line.data();
+    while (!g_log.empty() && g_log.back() == '\n')
+        g_log.pop_back();
+}
+
+struct TEndSession
+{
+    void operator()(fuse_session* session) const { fuse_session_destroy(session); }
+};
+using TSessionPointer = std::unique_ptr<fuse_session, TEndSession>;
+
+[[noreturn]] void ThrowNotServed(const TServeOptions& options)
+{
+    throw TFailure("the tree cannot be served at " + Quoted(options.Folder) +
+                   (g_log.empty() ? std::string() : ": " + g_log));
+}
+
+/// A server that asked itself for its own files would wait for itself.
+void RequireOutside(const TServeOptions& options)
+{
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::canonical(options.Folder);
+    for (const auto& node : ResourceManager.MountNodes()) {
+        if (node->IsPureVirtual())
+            continue;
+        std::error_code missing;
+        const fs::path mounted =
+            fs::canonical(node->GetResourceFile(node->MountPointId()), missing);
+        const fs::path way = folder.lexically_relative(mounted);
+        if (!missing && !way.empty() && *way.begin() != "..")
+            throw TFailure("the folder " + Quoted(options.Folder) + " lies in " +
+                           Quoted(mounted.string()) + ", which is part of the tree");
+    }
+}
+
+void RequireFolderToServeAt(const TServeOptions& options)
+{
+    struct stat status = {};
+    if (stat(options.Folder.c_str(), &status) != 0 && errno == ENOTCONN)
+        throw TFailure("a server that was killed has left " + Quoted(options.Folder) +
+                       "; run \"qvres serve --stop " + options.Folder + "\" first");
+    if (stat(options.Folder.c_str(), &status) != 0)
+        ThrowFailed("the folder " + Quoted(options.Folder) + " cannot be accessed", errno);
+    if (!S_ISDIR(status.st_mode))
+        throw TFailure(Quoted(options.Folder) + " is not a folder");
+    RequireOutside(options);
+}
+
+std::string RootId(const TServeOptions& options)
+{
+    RequireFolder(ResourceManager, options.Id);
+    return options.Id == "/" ? std::string() : QvExcludeTrailingSlash(options.Id);
+}
+
+TSessionPointer MakeSession(const TServeOptions& options, TServed& served)
+{
+    const std::string mountOptions = std::string("default_permissions,fsname=qvres,subtype=qvres") +
+                                     (options.AllowOther ? ",allow_other" : "") +
+                                     (options.ReadOnly ? ",ro" : "");
+    fuse_args arguments = FUSE_ARGS_INIT(0, nullptr);
+    fuse_opt_add_arg(&arguments, "qvres");
+    fuse_opt_add_arg(&arguments, "-o");
+    fuse_opt_add_arg(&arguments, mountOptions.c_str());
+    TSessionPointer session(
+        fuse_session_new(&arguments, &ServeCallbacks(), sizeof(fuse_lowlevel_ops), &served));
+    fuse_opt_free_args(&arguments);
+    return session;
+}
+
+/// Each open file of a client is one here.
+void AllowManyFiles()
+{
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+int Loop(fuse_session* session)
+{
+    const std::unique_ptr<fuse_loop_config, decltype(&fuse_loop_cfg_destroy)> config(
+        fuse_loop_cfg_create(), &fuse_loop_cfg_destroy);
+    // A channel for each thread: they do not wait for each other at one.
+    fuse_loop_cfg_set_clone_fd(config.get(), 1);
+    return fuse_session_loop_mt(session, config.get());
+}
+
+void FlushAtTheEnd(const TServeOptions& options, TFileSystem& files)
+{
+    const int error = files.FlushAll();
+    if (error == 0)
+        return;
+    const std::string text = "what was written below " + Quoted(options.Folder) +
+                             " could not be brought to the disk: " + QvErrorText(error);
+    // The terminal is gone.
+    if (!options.Foreground)
+        syslog(LOG_ERR, "qvres: %s", text.c_str());
+    throw TFailure(text);
+}
+} // namespace
+
+void Serve(const TServeOptions& options)
+{
+    fuse_set_log_func(&Remember);
+    RequireFolderToServeAt(options);
+    const std::string rootId = RootId(options);
+    TServed served{TFileSystem(options, rootId), options.AttrTimeout};
+    const TSessionPointer session = MakeSession(options, served);
+    if (!session || fuse_set_signal_handlers(session.get()) != 0 ||
+        fuse_session_mount(session.get(), options.Folder.c_str()) != 0)
+        ThrowNotServed(options);
+    AllowManyFiles();
+    // New files are their owner's alone until they have the bits that were asked for.
+    umask(077);
+    if (fuse_daemonize(options.Foreground ? 1 : 0) != 0) {
+        fuse_session_unmount(session.get());
+        ThrowNotServed(options);
+    }
+    const int result = Loop(session.get());
+    fuse_remove_signal_handlers(session.get());
+    fuse_session_unmount(session.get());
+    FlushAtTheEnd(options, served.Files);
+    if (result < 0)
+        throw TFailure("serving " + Quoted(options.Folder) + " has ended: " + QvErrorText(-result));
+}

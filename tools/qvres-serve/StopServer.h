@@ -1,0 +1,9 @@
+// Ends a server from outside.
+#pragma once
+
+#include <string>
+
+/// Stops the server of `folder` and waits until it has flushed and closed its files. The mount
+/// point that a killed server has left is freed. Throws TFailure when nothing is served there, or
+/// it cannot be stopped.
+void StopServer(const std::string& folder);

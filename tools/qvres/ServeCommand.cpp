@@ -1,0 +1,44 @@
+#include "ServeCommand.h"
+
+#include <memory>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "Commands.h"
+
+void AddServeCommand(CLI::App& app, THost& host)
+{
+    CLI::App* const serve =
+        AddCommand(app, "serve", "Show the tree, or the part below ID, as a file system at FOLDER",
+                   "  qvres --mount /Src=. serve /tmp/tree\n"
+                   "  qvres serve --read-only /Data $HOME/data-view\n"
+                   "  qvres serve --stop /tmp/tree\n\n"
+                   "The call returns when the tree can be used. \"--stop\", \"fusermount3 -u "
+                   "FOLDER\" and SIGTERM end it;\nopen files are flushed and closed then.");
+    const auto options = std::make_shared<TServeOptions>();
+    const auto places = std::make_shared<std::vector<std::string>>();
+    serve->add_flag("--read-only", options->ReadOnly, "Nothing can be changed");
+    serve->add_flag("--foreground", options->Foreground, "Do not return; Ctrl-C ends it");
+    serve->add_flag("--allow-other", options->AllowOther,
+                    "Show the tree to other users, too: root may, others where /etc/fuse.conf has "
+                    "user_allow_other");
+    serve
+        ->add_option("--attr-timeout", options->AttrTimeout,
+                     "Changes from outside are seen after this time at the latest (1)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 86400.0));
+    serve->add_flag("--stop", options->Stop, "End the server of FOLDER");
+    serve
+        ->add_option("[ID] FOLDER", *places, "What to show, and a folder of the disk to show it at")
+        ->required()
+        ->expected(1, 2);
+    serve->callback([&host, options, places] {
+        if (options->Stop && places->size() > 1)
+            throw CLI::ValidationError("--stop", "goes with FOLDER alone");
+        options->Folder = TSession::Absolute(places->back());
+        if (places->size() > 1)
+            options->Id = places->front();
+        RunServe(host, *options);
+    });
+}
