@@ -13,7 +13,8 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
              "old\nnew\nnew\n"},
             {"q copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
             {"q copy /A/d /B/alone; q ls /B/alone", "/B/alone/1\n/B/alone/e/\n"},
-            {"mkdir b/f/x; q copy /A/d /A/x /B/f", R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
+            {"mkdir b/f/x; q copy /A/d /A/x /B/f",
+             R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
 : "/A/d/e/2" could not be copied: "/B/f/d/e": File exists
 : "/A/x" could not be copied: "/B/f/x": Is a directory)"},
             {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
@@ -67,7 +68,8 @@ TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
              "1: the VAR folder \"$T/home/.config/velmor/KORVADELAirlane7.VAR\" is not set up; "
              "run \"qvres setup FOLDER\" first"},
             {"qvres setup; qvres profile create P; q open 'qvres:/A/x y'", "content\n"},
-            {"q open qvres:/A/x%20y", R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
+            {"q open qvres:/A/x%20y",
+             R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
             {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x".)"}});
 }
 

@@ -36,7 +36,13 @@ CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vecto
 
 void PrintValue(THost& host, const std::string& value)
 {
-    host.Out.Line(host.Json ? ToJsonText(value) : value);
+    if (!host.Json)
+        return host.Out.Line(value);
+    if (IsUtf8(value))
+        return host.Out.Line(ToJsonText(value));
+    nlohmann::ordered_json record;
+    PutText(record, "value", value);
+    host.Out.Line(ToJsonText(record));
 }
 
 void WriteContent(THost& host, TQvStream& stream, const std::string& name)
@@ -52,7 +58,7 @@ void WriteContent(THost& host, TQvStream& stream, const std::string& name)
         BreakSignal::ThrowIfWanted();
         const std::size_t count = stream.Read(block.data(), block.size());
         if (count == TQvStream::invalid_value)
-            ThrowFailed(Quoted(name) + " cannot be read", -stream.getError());
+            ThrowFailed(Quoted(name) + " cannot be read", -stream.getError(), name);
         if (count == 0)
             return;
         host.Out.Write({block.data(), count});

@@ -30,6 +30,9 @@ struct THost
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples);
 
+/// That there is no command or option `word` at this level, and which command may be meant.
+std::string UnknownCommand(const CLI::App& level, const std::string& word);
+
 /// An argument that is an id (or several): "." and ".." are resolved before a command sees it, so
 /// that what is checked is what is used.
 CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string& id,
@@ -37,7 +40,8 @@ CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string
 CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vector<std::string>& ids,
                           const std::string& description);
 
-/// One value on a line of its own, as JSON when that is wanted.
+/// One value on a line of its own; as JSON a string, or an object with its bytes (Json.h) when it
+/// is no UTF-8.
 void PrintValue(THost& host, const std::string& value);
 
 /// Everything from the stream's position to its end goes to standard output; `name` is what the
@@ -58,3 +62,4 @@ void AddSetupCommand(CLI::App& app, THost& host);
 void AddProfileCommands(CLI::App& app, THost& host);
 void AddIdCommands(CLI::App& app, THost& host);
 void AddJournalCommand(CLI::App& app, THost& host);
+void AddHelpCommand(CLI::App& app, THost& host);

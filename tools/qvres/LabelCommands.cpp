@@ -55,7 +55,7 @@ private:
 
 [[noreturn]] void ThrowUnreadable(const std::string& id, int error)
 {
-    ThrowFailed(Quoted(id) + " cannot be read", error);
+    ThrowFailed(Quoted(id) + " cannot be read", error, id);
 }
 
 TQvResourceLabel StoredLabel(const std::string& id)
@@ -66,7 +66,7 @@ TQvResourceLabel StoredLabel(const std::string& id)
     if (!isRead && error != 0 && error != ENOENT)
         ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
     if (!isRead)
-        throw TFailure(Quoted(id) + " has no stored label; \"qvres label\" stores one");
+        throw TFailure(Quoted(id) + " has no stored label; \"qvres label\" stores one", id, ENOENT);
     return label;
 }
 
@@ -98,7 +98,7 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
     }
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed(Quoted(id) + " cannot be read");
-    throw TFailure(Quoted(id) + " is being changed all the time");
+    throw TFailure(Quoted(id) + " is being changed all the time", id, EBUSY);
 }
 
 /// What a parser says about the metadata; "" when it is well formed.
@@ -117,7 +117,9 @@ void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvRe
         if (!WriteResResourceLabel(id, label))
             PrintError(WithCause(message, TResourceManager::LastFailure()));
     } catch (const TQvMessage&) {
-        PrintError(message + ", because its metadata is damaged: " + MetadataDamage(tree, id));
+        PrintError(
+            TFailure(message + ", because its metadata is damaged: " + MetadataDamage(tree, id), id,
+                     EBADMSG));
     }
 }
 

@@ -1,5 +1,6 @@
 // Services around resources: backup, done, open.
 #include <cerrno>
+#include <charconv>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -13,6 +14,17 @@
 namespace
 {
 constexpr std::size_t kBackupsKept = 3;
+constexpr std::size_t kMostBackups = 1000000;
+
+/// What is wrong with the number of backups to keep; "" when nothing is.
+std::string CheckCount(const std::string& text)
+{
+    std::size_t count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    return error == std::errc() && end == text.data() + text.size() && count <= kMostBackups
+               ? std::string()
+               : Quoted(text) + " is not a whole number from 0 to " + std::to_string(kMostBackups);
+}
 
 void Backup(THost& host, const std::string& id, std::size_t keep)
 {
@@ -70,7 +82,7 @@ void OpenURL(THost& host, const std::string& url)
     try {
         stream = QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0);
     } catch (const TQvMessage& message) {
-        throw TFailure(WithMissingCause(message));
+        throw WithMissingCause(message);
     }
     WriteContent(host, *stream, url);
 }
@@ -90,7 +102,7 @@ void AddServiceCommands(CLI::App& app, THost& host)
                      "How many backups there are at most afterwards, 3 when left out; with 0 the\n"
                      "resource is deleted and no backup made")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber, "", "");
+        ->check(&CheckCount, "", "");
     AddIdOption(*backup, "ID", *id, "A resource")->required();
     backup->callback([&host, id, keep] { Backup(host, *id, *keep); });
 

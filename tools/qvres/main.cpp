@@ -1,8 +1,11 @@
 // qvres: the resource tree on the command line.
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <string_view>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -33,7 +36,7 @@ constexpr char kFooter[] =
     "  qvres mount /Work /srv/work\n"
     "  echo hello | qvres put /Data/hello.txt\n"
     "\n"
-    "\"qvres COMMAND --help\" explains a command.";
+    "\"qvres help COMMAND\" explains a command.";
 
 /// A file that is opened later must not take the place of a closed standard stream. What takes it
 /// cannot be used, so that reading or writing what the caller has closed still fails.
@@ -53,7 +56,7 @@ void AddOptions(CLI::App& app, THost& host)
         ->type_name("ID=DIR")
         ->allow_extra_args(false)
         ->check(&TSession::CheckMountOption, "", "");
-    app.add_flag("--json", host.Json, "Listings, records and values as JSON");
+    app.add_flag("--json", host.Json, "Listings, records, values and errors as JSON");
     app.add_flag("--quiet", host.Quiet, "No progress bar");
     app.set_version_flag("--version", "qvres " QVRES_VERSION);
     // The common options are understood behind the command, too.
@@ -69,14 +72,14 @@ void AddOptions(CLI::App& app, THost& host)
 int WrongUsage(const CLI::App& app, const CLI::ParseError& error)
 {
     std::string command = "qvres";
-    for (const CLI::App* level = &app; !level->get_subcommands().empty();) {
+    const CLI::App* level = &app;
+    while (!level->get_subcommands().empty()) {
         level = level->get_subcommands().front();
         command += " " + level->get_name();
     }
-    const std::vector<std::string> unknown = app.remaining();
-    const bool isUnknownCommand = app.get_subcommands().empty() && !unknown.empty();
-    PrintError((isUnknownCommand ? "\"" + unknown.front() + "\" is neither a command nor an option"
-                                 : std::string(error.what())) +
+    const std::vector<std::string> unknown = app.remaining(true);
+    const bool isUnknownCommand = !unknown.empty() && !level->get_subcommands({}).empty();
+    PrintError((isUnknownCommand ? UnknownCommand(*level, unknown.front()) : error.what()) +
                " (\"" + command + " --help\" explains the usage)");
     return kWrongUsage;
 }
@@ -115,6 +118,9 @@ int main(int argc, char** argv)
     // "qvres cat ID | head" ends quietly, whatever the caller has set.
     std::signal(SIGPIPE, SIG_DFL);
 
+    // Known before the arguments are parsed, which may fail, too.
+    if (std::find(argv, argv + argc, std::string_view("--json")) != argv + argc)
+        ErrorsAsJson();
     THost host;
     CLI::App app(kDescription, "qvres");
     AddOptions(app, host);
@@ -131,11 +137,16 @@ int main(int argc, char** argv)
     AddIdCommands(app, host);
     AddProfileCommands(app, host);
     AddJournalCommand(app, host);
+    AddHelpCommand(app, host);
     try {
         return Run(app, host, argc, argv);
     } catch (const TQvUserBreak& cancelled) {
-        PrintError(cancelled.what());
+        PrintError(TFailure(cancelled.what(), "", ECANCELED));
         return kCancelled;
+    } catch (const TFailure& failure) {
+        FlushAfterFailure(host.Out);
+        PrintError(failure);
+        return kFailed;
     } catch (const std::exception& failure) {
         FlushAfterFailure(host.Out);
         PrintError(failure.what());
