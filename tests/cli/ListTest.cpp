@@ -89,7 +89,7 @@ TEST_F(TListTest, ListsForPeopleAndForScripts)
     Expect({{"cd a; touch .h a:b 'n\n'; echo m=1 >big.meta; truncate -s 1536 big; touch -d @1 a:b",
              ""},
             {"q --mount /A/m/n=b ls -a /A", names},
-            {"q ls -lh --mask 'b*' /A | cut -c1-20", "resource    1.5 KiB\n"},
+            {"q ls -lh --mask 'b*' /A | cut -c1-19", "resource    1.5 KiB\n"},
             {"q ls --sort size --kind resource /A | head -1; q ls --sort time /A | tail -1",
              "/A/big\n/A/a:b\t(not a valid id)\n"},
             {"q ls -l -1 /B /A/big /A/big; q --mount /A/m/n=b ls -R / | grep m",

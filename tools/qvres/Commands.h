@@ -56,6 +56,7 @@ void AddPutCommand(CLI::App& app, THost& host);
 void AddFolderCommands(CLI::App& app, THost& host);
 void AddCopyCommand(CLI::App& app, THost& host);
 void AddLabelCommands(CLI::App& app, THost& host);
+void AddBackupCommands(CLI::App& app, THost& host);
 void AddServiceCommands(CLI::App& app, THost& host);
 void AddXIniCommands(CLI::App& app, THost& host);
 void AddSetupCommand(CLI::App& app, THost& host);

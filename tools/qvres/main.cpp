@@ -132,6 +132,7 @@ int main(int argc, char** argv)
     AddFolderCommands(app, host);
     AddCopyCommand(app, host);
     AddLabelCommands(app, host);
+    AddBackupCommands(app, host);
     AddServiceCommands(app, host);
     AddXIniCommands(app, host);
     AddIdCommands(app, host);
