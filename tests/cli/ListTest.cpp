@@ -34,8 +34,9 @@ TEST_F(TListTest, EveryCommandExplainsItself)
 {
     // One line for each command in the overview, then its own page.
     Expect({{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
-             "clear rename meta id copy label check backup done open xini setup profile journal "
-             "help; do "
+             "clear rename meta id copy label check backup restore done open xini setup profile "
+             "journal "
+             "which doctor help; do "
              "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
              "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
              "grep -q -e --mount help || cat help; qvres help $name | cmp - help; done",

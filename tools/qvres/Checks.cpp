@@ -56,6 +56,11 @@ unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
         return exists;
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed(what + Quoted(id) + " cannot be accessed");
+    if (tree.IsMountNode(id))
+        throw TFailure("the folder " +
+                           Quoted(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id)) +
+                           " of the mount point " + Quoted(id) + " does not exist",
+                       id, ENOENT);
     throw TFailure(what + Quoted(id) + " does not exist", id, ENOENT);
 }
 

@@ -17,8 +17,8 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
 {
     CLI::App* command = app.add_subcommand(name, description);
     command->footer((examples.empty() ? std::string() : "Examples:\n" + examples + "\n") +
-                    "The options --var, --mount, --json and --quiet are explained by \"qvres "
-                    "--help\".");
+                    "The options --var, --mount, --json, --progress and --quiet are explained by "
+                    "\"qvres --help\".");
     return command;
 }
 
@@ -52,7 +52,9 @@ void WriteContent(THost& host, TQvStream& stream, const std::string& name)
     // The bar and the content would mix on one terminal.
     if (!host.Out.IsTerminal())
         progress.Start();
-    const auto size = static_cast<double>(stream.getSize());
+    const std::uint64_t bytes = stream.getSize();
+    const auto size = static_cast<double>(bytes);
+    host.Progress.CountBytesOf(bytes);
     std::vector<char> block(kBlockSize);
     for (double done = 0;;) {
         BreakSignal::ThrowIfWanted();
@@ -60,7 +62,7 @@ void WriteContent(THost& host, TQvStream& stream, const std::string& name)
         if (count == TQvStream::invalid_value)
             ThrowFailed(Quoted(name) + " cannot be read", -stream.getError(), name);
         if (count == 0)
-            return;
+            break;
         host.Out.Write({block.data(), count});
         done += static_cast<double>(count);
         progress.Report(done / size);

@@ -19,6 +19,7 @@ struct THost
 {
     bool Json = false;
     bool Quiet = false;
+    std::string ProgressKind = "bar";
     /// The exit status when nothing is thrown: a command that has told what is wrong sets 1.
     int Status = 0;
     TOutput Out;
@@ -56,6 +57,8 @@ void AddPutCommand(CLI::App& app, THost& host);
 void AddFolderCommands(CLI::App& app, THost& host);
 void AddCopyCommand(CLI::App& app, THost& host);
 void AddLabelCommands(CLI::App& app, THost& host);
+void AddWhichCommand(CLI::App& app, THost& host);
+void AddDoctorCommand(CLI::App& app, THost& host);
 void AddBackupCommands(CLI::App& app, THost& host);
 void AddServiceCommands(CLI::App& app, THost& host);
 void AddXIniCommands(CLI::App& app, THost& host);

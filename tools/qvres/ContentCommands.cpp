@@ -54,6 +54,9 @@ void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, source, transfer.FolderAdvice);
     RequireTarget(tree, target);
+    TQvResAttrib attrib;
+    tree.GetResourceAttr(source, &attrib);
+    host.Progress.CountBytesOf(attrib.Size);
     TQvProgress progress(&host.Progress);
     progress.SetMessage(transfer.Doing + source);
     progress.Start();

@@ -36,6 +36,18 @@ void PutText(nlohmann::ordered_json& record, const std::string& name, const std:
         record[name + "Hex"] = Hex(text);
 }
 
+std::string TextOf(const nlohmann::ordered_json& record, const std::string& name)
+{
+    const auto hex = record.find(name + "Hex");
+    if (hex == record.end())
+        return record[name].is_null() ? "-" : record[name].get<std::string>();
+    const std::string digits = hex->get<std::string>();
+    std::string text;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    return text;
+}
+
 nlohmann::ordered_json RecordOf(const std::string& id)
 {
     nlohmann::ordered_json record;

@@ -19,5 +19,8 @@ bool IsUtf8(const std::string& text);
 /// Adds the member `name`, and the one with "Hex" where the text needs it.
 void PutText(nlohmann::ordered_json& record, const std::string& name, const std::string& text);
 
+/// The text of such a member; "-" for null.
+std::string TextOf(const nlohmann::ordered_json& record, const std::string& name);
+
 /// A record that begins with the id.
 nlohmann::ordered_json RecordOf(const std::string& id);

@@ -57,14 +57,21 @@ void AddOptions(CLI::App& app, THost& host)
         ->allow_extra_args(false)
         ->check(&TSession::CheckMountOption, "", "");
     app.add_flag("--json", host.Json, "Listings, records, values and errors as JSON");
-    app.add_flag("--quiet", host.Quiet, "No progress bar");
+    app.add_option("--progress", host.ProgressKind,
+                   "How long work shows its progress on standard error: as a bar when that is a\n"
+                   "terminal (bar, as when left out), as an object a line (json), or not (none)")
+        ->check(CLI::IsMember({"bar", "json", "none"}))
+        ->type_name("KIND");
+    app.add_flag("--quiet", host.Quiet, "No progress bar, and no summary of a copy");
     app.set_version_flag("--version", "qvres " QVRES_VERSION);
     // The common options are understood behind the command, too.
     app.fallthrough();
     app.require_subcommand(1);
     app.footer(kFooter);
     app.parse_complete_callback([&host] {
-        if (!host.Quiet)
+        if (host.ProgressKind == "json")
+            host.Progress.ShowAsJson();
+        else if (!host.Quiet && host.ProgressKind == "bar")
             host.Progress.ShowOnTerminal();
     });
 }
@@ -127,6 +134,7 @@ int main(int argc, char** argv)
     AddSetupCommand(app, host);
     AddMountCommands(app, host);
     AddListCommands(app, host);
+    AddWhichCommand(app, host);
     AddContentCommands(app, host);
     AddPutCommand(app, host);
     AddFolderCommands(app, host);
@@ -134,6 +142,7 @@ int main(int argc, char** argv)
     AddLabelCommands(app, host);
     AddBackupCommands(app, host);
     AddServiceCommands(app, host);
+    AddDoctorCommand(app, host);
     AddXIniCommands(app, host);
     AddIdCommands(app, host);
     AddProfileCommands(app, host);
