@@ -144,6 +144,16 @@ public:
 
     using TFindItems = var_a<std::vector<TQvResFindItem>*>;
 
+    /// What an extended copy has done, or would do.
+    struct TCopyCounts
+    {
+        std::uint64_t TotalBytes = 0; ///< of all sources; known before the first is copied
+        std::uint64_t Folders = 0;    ///< created
+        std::uint64_t Resources = 0;
+        std::uint64_t Bytes = 0;   ///< of the resources copied
+        std::uint64_t Skipped = 0; ///< resources whose destination is there and stays
+    };
+
     struct TCopyResourceExParams
     {
         std::set<std::string> Sources; ///< folders with a trailing "/"
@@ -157,6 +167,12 @@ public:
         TQvProgressHandler* Progress = nullptr;
         /// Receives why, for each of `Failed`; may be null.
         std::map<std::string, TQvFailure>* Failures = nullptr;
+        TCopyCounts* Counts = nullptr; ///< may be null
+        /// Nothing is changed. What would be copied counts, and fails where that shows beforehand.
+        bool DryRun = false;
+        /// Told of each folder and resource that was copied, or would be; a folder's destination
+        /// ends with a "/". May be null.
+        void (*CopiedCallback)(const std::string& destinationId, void* context) = nullptr;
     };
 
     TResourceManager();

@@ -81,6 +81,8 @@ private:
     bool MayOverwrite(const std::string& destination);
     TQvResult MakeParent(const std::string& destination);
     void Fail(const std::string& id, const TQvResult& reason);
+    void CountFolder(const std::string& destination);
+    void CountResource(const std::string& destination, double size);
 
     const TResourceManager& m_manager;
     const TResourceManager::TCopyResourceExParams& m_params;
@@ -99,6 +101,7 @@ private:
     bool m_mayHaveAddedSidecars = false;
     std::string m_parentFolder; ///< the destination folder that was there, or made, last
     TQvResult m_failure;        ///< the first
+    TResourceManager::TCopyCounts m_counts;
     bool m_result = true;
 };
 
@@ -114,6 +117,8 @@ bool TExtendedCopy::Run()
             m_failure = TQvResult::Failed(ECANCELED, m_params.DestFolder);
     }
     m_progress.Stop();
+    if (m_params.Counts != nullptr)
+        *m_params.Counts = m_counts;
     QvReport(m_failure);
     return m_result;
 }
@@ -130,11 +135,29 @@ void TExtendedCopy::Fail(const std::string& id, const TQvResult& reason)
         m_params.Failures->emplace(id, TQvFailure{reason.Error(), reason.Name()});
 }
 
+void TExtendedCopy::CountFolder(const std::string& destination)
+{
+    ++m_counts.Folders;
+    if (m_params.CopiedCallback != nullptr)
+        m_params.CopiedCallback(QvIncludeTrailingSlash(destination), m_params.CallbackContext);
+}
+
+void TExtendedCopy::CountResource(const std::string& destination, double size)
+{
+    ++m_counts.Resources;
+    m_counts.Bytes += static_cast<std::uint64_t>(size);
+    if (m_params.CopiedCallback != nullptr)
+        m_params.CopiedCallback(destination, m_params.CallbackContext);
+}
+
 void TExtendedCopy::Collect()
 {
     for (const std::string& source : m_params.Sources)
         AddSource(source);
     m_scale = m_total > 0 ? 1 / m_total : 1;
+    m_counts.TotalBytes = static_cast<std::uint64_t>(m_total);
+    if (m_params.Counts != nullptr)
+        *m_params.Counts = m_counts; // for who shows the progress
 }
 
 void TExtendedCopy::AddSource(const std::string& source)
@@ -185,6 +208,7 @@ void TExtendedCopy::CopyAll()
         }
         m_done += item.Size;
     }
+    m_progress.Report(m_scale * m_done);
 }
 
 TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
@@ -220,14 +244,18 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
         return TQvResult::Failed(EEXIST, destination);
     if (target.Result.HasFailed())
         return target.Result.Named(destination);
-    if (TQvResult parent = MakeParent(QvExcludeTrailingSlash(destination)); !parent)
-        return parent;
     const std::string folder = QvExcludeTrailingSlash(destination);
-    TQvResult created =
-        m_manager.NodeFor(folder)->CreateFolderLike(folder, node, QvExcludeTrailingSlash(source));
-    if (created)
+    if (!m_params.DryRun) {
+        if (TQvResult parent = MakeParent(folder); !parent)
+            return parent;
+        TQvResult created = m_manager.NodeFor(folder)->CreateFolderLike(
+            folder, node, QvExcludeTrailingSlash(source));
+        if (!created)
+            return created;
         m_newFolders.insert(folder);
-    return created;
+    }
+    CountFolder(folder);
+    return TQvResult::Done();
 }
 
 TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
@@ -248,8 +276,10 @@ TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& sourc
         return target.Result.Named(destination);
     if (target == kResFolder)
         return TQvResult::Failed(EISDIR, destination);
-    if (target == kResResource && !MayOverwrite(destination))
+    if (target == kResResource && !MayOverwrite(destination)) {
+        ++m_counts.Skipped;
         return TQvResult::Done();
+    }
     m_mayHaveAddedSidecars = true;
     return CopyOver(node, source, destination, item.Size, {});
 }
@@ -258,15 +288,22 @@ TQvResult TExtendedCopy::CopyOver(TMountNode& node, const std::string& source,
                                   const std::string& destination, double size,
                                   const TMountNode::TCopyHints& hints)
 {
-    if (size <= kBytesWithoutProgress)
-        return Transfer(node, source, destination, hints, nullptr);
+    if (m_params.DryRun || size <= kBytesWithoutProgress) {
+        TQvResult copied = m_params.DryRun ? TQvResult::Done()
+                                           : Transfer(node, source, destination, hints, nullptr);
+        if (copied)
+            CountResource(destination, size);
+        return copied;
+    }
     // Larger resources show how far they are.
     TQvProgressVar part =
         m_progress.SubProgress(m_scale * m_done, m_scale * (m_done + size), kLogLevel, kLogLevel);
     part.SetMessage(source);
     part.Start();
-    const TQvResult copied = Transfer(node, source, destination, hints, part.Handler());
+    TQvResult copied = Transfer(node, source, destination, hints, part.Handler());
     part.Stop();
+    if (copied)
+        CountResource(destination, size);
     return copied;
 }
 

@@ -1,6 +1,8 @@
 #include "services/Backup.h"
 
+#include <algorithm>
 #include <map>
+#include <utility>
 
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
@@ -61,21 +63,28 @@ std::string TBackupName::IdFor(TQvDateTime modified) const
                               time.second(), Extension.c_str());
 }
 
-/// Leaves fewer than `keep` backups. A backup that cannot be deleted stays: answers the first such
-/// failure.
-TQvFailure Prune(const TBackupName& name, std::size_t keep)
+std::vector<TQvResFindItem> FindBackups(const TBackupName& name)
 {
     const auto items = make_var<std::vector<TQvResFindItem>>();
     ResourceManager.Find(items, name.Folder, name.Mask(), kFindResources | kFindAttributes,
                          nullptr);
+    const auto isOther = [&name](const TQvResFindItem& item) { return !name.IsExactly(item.Id); };
+    items->erase(std::remove_if(items->begin(), items->end(), isOther), items->end());
+    return std::move(*items);
+}
+
+/// Leaves fewer than `keep` backups. A backup that cannot be deleted stays: answers the first such
+/// failure.
+TQvFailure Prune(const TBackupName& name, std::size_t keep)
+{
+    const std::vector<TQvResFindItem> items = FindBackups(name);
     TQvFailure first = TResourceManager::LastFailure();
     // A backup without a time would pass for the oldest.
     if (first.Error != 0)
         return first;
     std::map<TQvDateTime, std::string> backups; // oldest first; two of one time count once
-    for (const TQvResFindItem& item : *items)
-        if (name.IsExactly(item.Id))
-            backups.emplace(item.Attrib.UpdateTime, item.Id);
+    for (const TQvResFindItem& item : items)
+        backups.emplace(item.Attrib.UpdateTime, item.Id);
     while (backups.size() >= keep) {
         if (!ResourceManager.DeleteResource(backups.begin()->second) && first.Error == 0)
             first = TResourceManager::LastFailure();
@@ -87,11 +96,16 @@ TQvFailure Prune(const TBackupName& name, std::size_t keep)
 
 void BackupResource(const std::string& resId, std::size_t keep)
 {
+    MakeResourceBackup(resId, keep);
+}
+
+std::string MakeResourceBackup(const std::string& resId, std::size_t keep)
+{
     if (ResourceManager.ResourceExists(resId) == kResNothing)
         throw TQvMessage(std::string(kBackupResource) + "Invalid resource ID");
     if (keep == 0) {
         ResourceManager.DeleteResource(resId); // keeping none means that none is made
-        return;
+        return {};
     }
     const TBackupName name(resId);
     if (!ResourceManager.CreateFolder(name.Folder))
@@ -100,8 +114,23 @@ void BackupResource(const std::string& resId, std::size_t keep)
     // The stamp says when the content was written, not when it was put aside. Without it, and when
     // the move fails, the resource stays: the caller sees whether the id is free, and why not.
     TQvResAttrib attrib;
-    if (ResourceManager.GetResourceAttr(resId, &attrib) &&
-        ResourceManager.RenMovResource(resId, name.IdFor(attrib.UpdateTime), nullptr) &&
-        unpruned.Error != 0)
+    if (!ResourceManager.GetResourceAttr(resId, &attrib))
+        return {};
+    std::string backupId = name.IdFor(attrib.UpdateTime);
+    if (!ResourceManager.RenMovResource(resId, backupId, nullptr))
+        return {};
+    if (unpruned.Error != 0)
         TResourceManager::SetLastFailure(unpruned.Error, unpruned.Id);
+    return backupId;
+}
+
+std::vector<TQvResFindItem> FindResourceBackups(const std::string& resId)
+{
+    std::vector<TQvResFindItem> items = FindBackups(TBackupName(resId));
+    std::sort(items.begin(), items.end(), [](const TQvResFindItem& a, const TQvResFindItem& b) {
+        return a.Attrib.UpdateTime != b.Attrib.UpdateTime
+                   ? a.Attrib.UpdateTime < b.Attrib.UpdateTime
+                   : a.Id < b.Id;
+    });
+    return items;
 }

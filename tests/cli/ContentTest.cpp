@@ -59,7 +59,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q put /A/d", R"(1: "/A/d")" + isFolder},
             {"q put /A/x/y", R"(1: "/A/x" is not a folder)"},
             {"q put /x", R"(1: "/x" lies outside of the mounted folders)"},
-            {"q put '/A/*'", R"(1: "/A/*" is not a valid resource id)"},
+            {"q put '/A/*'", R"(1: "/A/*" is not a valid resource id: it holds "*")"},
             {"q put /A/x <&-", "1: standard input cannot be read: Bad file descriptor"},
             {"q put /A/x no", R"(1: "no" cannot be read: No such file or directory)"},
             {"q put /A/x a", R"(1: "a" is a folder)"},
@@ -77,7 +77,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
              R"(1: The folder "/A" cannot be renamed: it is a mount point or holds one.)"},
             {"q rename /A/x y", R"(1: "/A/x" is a resource; "qvres mv" renames resources)"},
             {"q rename /A/d x", R"(1: "/A/x" exists already)"},
-            {"q rename /A/d ..", R"(1: ".." is not a valid name)"},
+            {"q rename /A/d ..", R"(1: ".." is not a valid name: it stands for a folder)"},
             {"q backup /A", R"(1: "/A" is a folder)"},
             {"q done /C/x ok", R"(1: the folder "/C" does not exist)"},
             {"q ls -R; cat a/x", "/A/\n/A/d/\n/A/d/y\n/A/x\n/B/\ncontent"}});

@@ -9,14 +9,17 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
 {
     const std::pair<const char*, std::string> calls[] = {
         {"qvres", "subcommand is required"},
-        {"q nonsense", R"("nonsense" is neither a command nor an option)"},
+        {"q nonsense", R"("nonsense" is neither a command nor an option \()"},
+        {"q lss", R"("lss" is neither .*; did you mean "ls"\? \()"},
+        {"q profile lsit", R"("lsit" is neither .*; did you mean "list"\? \("qvres profile )"},
+        {"q help profile lsit", R"(did you mean "list"\?)"},
         {"qvres --mount /X ls", R"("/X" is not of the form ID=DIR)"},
         {"qvres --mount /=. ls", "a mount point needs a name"},
         {"qvres --mount /X= ls", R"("/X=" names no folder)"},
-        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id)"},
+        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id: it holds "//")"},
         {"q exists /A /B", "qvres exists --help"},
         {"q ls --kind device", "device not in"},
-        {"q backup --keep -1 /A/y", "--keep"},
+        {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
         {"q done /A/step perhaps", "perhaps not in"},
         {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
         {"qvres --var $T/var setup --common", "does not go with --var"}};
@@ -30,13 +33,14 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
 TEST_F(TListTest, EveryCommandExplainsItself)
 {
     // One line for each command in the overview, then its own page.
-    Expect(
-        {{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
-          "clear rename meta id copy label check backup done open xini setup profile journal; do "
-          "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
-          "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
-          "grep -q -e --mount help || cat help; done",
-          ""}});
+    Expect({{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
+             "clear rename meta id copy label check backup restore done open xini setup profile "
+             "journal "
+             "which doctor help; do "
+             "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
+             "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
+             "grep -q -e --mount help || cat help; qvres help $name | cmp - help; done",
+             ""}});
 }
 
 TEST_F(TListTest, ListsSortedWithMaskAndKind)
@@ -52,9 +56,9 @@ TEST_F(TListTest, ListsSortedWithMaskAndKind)
             {"q file /A/b.txt", "$T/a/b.txt\n"},
             {"q ls /A/no", R"(1: "/A/no" does not exist)"},
             {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
-            {"q ls /a//b", R"(1: "/a//b" is not a valid resource id)"},
-            {"q stat A", R"(1: "A" is not a valid resource id)"},
-            {"q stat '/A/no\nline'", R"(1: "/A/no line" is not a valid resource id)"},
+            {"q stat A", R"(1: "A" is not a valid resource id: it does not begin with "/")"},
+            {"q stat '/A/no\nline'",
+             R"(1: "/A/no line" is not a valid resource id: it holds the control character 0x0a)"},
             {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
 }
 
@@ -62,7 +66,8 @@ TEST_F(TListTest, LongListingAndRecords)
 {
     const std::string name = "x \xC3\xA4\xFF", time = "2023-11-15T00:13:20+02:00";
     const std::string folder = R"({"id":"/A/sub","kind":"folder","size":SIZE,"updated":")" + time;
-    const std::string resource = "{\"id\":\"/A/x \xC3\xA4\xEF\xBF\xBD\",\"kind\":\"resource\"" +
+    const std::string resource = "{\"id\":\"/A/x \xC3\xA4\xEF\xBF\xBD\","
+                                 R"("idHex":"2f412f7820c3a4ff","kind":"resource")" +
                                  (R"(,"size":5,"updated":")" + time) + "\",\"created\":TIME}\n";
     Expect(
         {{"cd a; mkdir sub; printf 12345 >'" + name + "'; touch -d @1700000000 *", ""},
@@ -76,6 +81,29 @@ TEST_F(TListTest, LongListingAndRecords)
          {"q ls --json /B", "[\n]\n"},
          {"q --json stat / | cut -d, -f3-", "\"size\":0,\"updated\":null,\"created\":null}\n"},
          {"q stat /", "id:      /\nkind:    folder\nsize:    0\nupdated: -\ncreated: -\n"}});
+}
+
+TEST_F(TListTest, ListsForPeopleAndForScripts)
+{
+    const std::string names =
+        "/A/.h\n/A/a:b\t(not a valid id)\n/A/big\n/A/m/\n/A/n?\t(not a valid id)\n";
+    Expect({{"cd a; touch .h a:b 'n\n'; echo m=1 >big.meta; truncate -s 1536 big; touch -d @1 a:b",
+             ""},
+            {"q --mount /A/m/n=b ls -a /A", names},
+            {"q ls -lh --mask 'b*' /A | cut -c1-19", "resource    1.5 KiB\n"},
+            {"q ls --sort size --kind resource /A | head -1; q ls --sort time /A | tail -1",
+             "/A/big\n/A/a:b\t(not a valid id)\n"},
+            {"q ls -l -1 /B /A/big /A/big; q --mount /A/m/n=b ls -R / | grep m",
+             "/A/big\n/A/big\n/A/m/\n/A/m/n/\n"},
+            {"q ls -0 --mask n* /A | od -An -c | tr -s ' '", " / A / n \\n \\0\n"},
+            {"q ls --json --mask 'a*' /A | cut -d, -f1,6",
+             "[\n{\"id\":\"/A/a:b\",\"valid\":false}\n]\n"},
+            {"q ls /A/no /A/big", "/A/big\n1: \"/A/no\" does not exist"},
+            {"q --json ls /A/no",
+             "[\n]\n1{\"error\":\"\\\"/A/no\\\" does not exist\",\"id\":\"/A/no\",\"errno\":2}"},
+            {"q --json ls --kind",
+             "2{\"error\":\"--kind: 1 required TEXT:{resource,folder} missing (\\\"qvres ls "
+             "--help\\\" explains the usage)\",\"id\":null,\"errno\":0}"}});
 }
 
 TEST_F(TListTest, IdsAsTextNeedNoTree)

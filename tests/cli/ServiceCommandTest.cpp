@@ -9,14 +9,35 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
         m_temp.Write(name, "new\n");
     m_temp.Write("b/n/d/1", "old\n");
     m_temp.Write("b/f/d/e", "in the way\n");
-    Expect({{"echo m=1 >a/d/1.meta; q copy /A/d /A/x /B/n/; cat b/n/d/1 b/n/d/e/2 b/n/x",
-             "old\nnew\nnew\n"},
-            {"q copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
-            {"q copy /A/d /B/alone; q ls /B/alone", "/B/alone/1\n/B/alone/e/\n"},
-            {"mkdir b/f/x; q copy /A/d /A/x /B/f", R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
+    const std::string summary = "copied 1 resource (4 bytes) and 0 folders, 3 failed\n";
+    const std::string record = R"({"resources":1,"folders":1,"bytes":4,"skipped":0,"hidden":0,)"
+                               R"("invalid":0,"failed":0,"wouldCopy":[{"id":"/B/new/d/"},)"
+                               R"({"id":"/B/new/d/1"}]})";
+    Expect(
+        {{"echo m=1 >a/d/1.meta; q copy /A/d /A/x /B/n/; cat b/n/d/1 b/n/d/e/2 b/n/x",
+          "copied 2 resources (8 bytes) and 1 folder, skipped 1 that exist\nold\nnew\nnew\n"},
+         {"q --quiet copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
+         {"q copy /A/d/ /B/alone; q --quiet copy /A/d /B/alone; q ls -R /B/alone | tr '\n' ' '",
+          "copied 2 resources (8 bytes) and 2 folders\n/B/alone/1 /B/alone/d/ /B/alone/d/1 "
+          "/B/alone/d/e/ /B/alone/d/e/2 /B/alone/e/ /B/alone/e/2 "},
+         {"mkdir b/f/x; q copy /A/d /A/x /B/f >out2; cat out2",
+          R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
 : "/A/d/e/2" could not be copied: "/B/f/d/e": File exists
-: "/A/x" could not be copied: "/B/f/x": Is a directory)"},
-            {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
+: "/A/x" could not be copied: "/B/f/x": Is a directory)" +
+              summary},
+         {"q copy --dry-run /A/x /B/n",
+          "would copy 0 resources (0 bytes) and 0 folders, skipped 1 that exist\n"},
+         {"$QVRES --mount /A=a --mount /B=b copy --progress=json /A/d/1 /B/p 2>&1 | sed "
+          "'s/s\":.*,\"l/s\":S,\"l/'",
+          R"({"progress":1.0,"message":"Copying to /B/p","seconds":S,"left":0.0,"bytes":4,"total":4})"
+          "\ncopied 1 resource (4 bytes) and 0 folders\n"},
+         {"rm -r a/d/e; q --json copy --dry-run /A/d /B/new; ls b", record + "\nalone\nf\nn\np\n"},
+         {"cd a; mkdir -p d/.h/.i 'd/a:b'; touch d/.j 'd/a:b/k'; q copy /A/d /B/odd >../o; cat "
+          "../o",
+          R"(1: "/A/d/a:b" was left out, because it is not a valid id: it holds ":")"
+          "copied 1 resource (4 bytes) and 1 folder, left out 2 hidden names, left out 1 name not "
+          "valid as id\n"},
+         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
 }
 
 TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
@@ -26,31 +47,80 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
     const std::string record = "{\"id\":\"/A/x\",\"size\":9,\"time\":\"2023-11-15T00:13:21+02:00\","
                                "\"checksum\":\"015f0201\"}\n";
     const std::string none = R"(1: "/A/x" has no stored label; "qvres label" stores one)";
-    Expect(
-        {{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
-         {"q label --stored /A/x", none},
-         {"q check /A/x", none},
-         {"q label /A/x; q check /A/x", label + "ok\n"},
-         // Size and time stay: only the check reads the content.
-         {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
-         {"q check /A/x", "changed\n1"},
-         {"touch -d @1700000001 a/x; q label --stored /A/x", label},
-         {"q --json label /A/x; q check /A/x", record + "ok\n"},
-         // It cannot be stored in what is no X-Ini document, and is good all the same.
-         {"echo text >a/x.meta; q --json label /A/x; cat a/x.meta",
-          record + R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )" +
-              R"(line 1: it is no key (there is no "="), no section and no comment.text)" + "\n"}});
+    Expect({{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
+            {"q label --stored /A/x", none},
+            {"q check /A/x", none},
+            {"q label /A/x; q check /A/x", label + "ok\n"},
+            // Size and time stay: only the check reads the content.
+            {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
+            {"q check /A/x", "changed\n1"},
+            {"touch -d @1700000001 a/x; q label --stored /A/x", label},
+            {"q --json label /A/x; q check /A/x", record + "ok\n"},
+            // It cannot be stored in what is no X-Ini document, and is good all the same.
+            {"echo text >a/x.meta; q label /A/x >dead; cat a/x.meta",
+             R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )"
+             R"(line 1: it is no key (there is no "="), no section and no comment.text)"
+             "\n"}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
 {
     Expect(
-        {{"for day in 11 12 13 14; do touch -d 2023-01-$day a/x.txt; q backup /A/x.txt; done", ""},
-         {"ls a a/backup", "a:\nbackup\n\na/backup:\nx.2023-01-12.00-00-00.txt\n"
-                           "x.2023-01-13.00-00-00.txt\nx.2023-01-14.00-00-00.txt\n"},
+        {{"for day in 11 12 13 14; do echo $day >a/x.txt; touch -d 2023-01-$day a/x.txt; "
+          "q backup /A/x.txt; done | tail -1; ls a",
+          "/A/backup/x.2023-01-14.00-00-00.txt\nbackup\n"},
+         {"q backup --list /A/x.txt",
+          "/A/backup/x.2023-01-12.00-00-00.txt\n/A/backup/x.2023-01-13.00-00-00.txt\n"
+          "/A/backup/x.2023-01-14.00-00-00.txt\n"},
+         {"q restore /A/x.txt; cat a/x.txt", "/A/backup/x.2023-01-14.00-00-00.txt\n14\n"},
+         {"q restore /A/x.txt", R"(1: "/A/x.txt" is there; "qvres backup" puts it aside first, )"
+                                "and --overwrite replaces it"},
+         {"q restore --overwrite /A/x.txt x.2023-01-12.00-00-00.txt >dead; cat a/x.txt", "12\n"},
+         {"q restore /A/no", R"(1: "/A/no" has no backups)"},
          {"touch -d 2023-01-11 a/y; mkdir a/backup/y.2023-01-11.00-00-00; q backup /A/y",
           R"(1: "/A/y" could not be put aside: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},
          {"touch b/backup b/y; q backup /B/y", R"(1: "/B/backup" is a resource)"}});
+}
+
+TEST_F(TServiceCommandTest, WhichShowsWhoAnswersAndWhatBelongsToIt)
+{
+    const std::string mount = R"({"id":"/A","folder":"$T/a","file":"$T/a/x","kind":"resource"})";
+    Expect({{"mkdir a/d; touch a/d/x a/x; echo m=1 >a/x.meta; q --mount /A/D=b which /A/d/x",
+             "id:      /A/d/x\nkind:    nothing\nmount:   /A/D\t$T/b\nfile:    $T/b/x\n"
+             "shadows: /A\t$T/a/d/x\t(resource)\n"},
+            {"q --json which /A/x", R"({"id":"/A/x","kind":"resource","mount":)" + mount +
+                                        R"(,"shadows":[],"sidecar":"$T/a/x.meta",)"
+                                        "\"label\":\"none\",\"backups\":[]}\n"},
+            {"q label /A/x >dead; touch -d @1 a/x; q which /A/x | tail -1; q which /",
+             "label:   differs\nid:      /\nkind:    folder\nmount:   -\n"}});
+}
+
+TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
+{
+    const std::string damage = "/A/z.meta: metadata that is not well formed: line 1: it is no key "
+                               "(there is no \"=\"), no section and no comment.";
+    const std::string gone =
+        "/c: its folder \"$T/c\" is gone; \"qvres unmount /c\" takes it out of the tree";
+    Expect(
+        {{"cd a; mkdir d .h; touch x y z x.done d.done .x.0123456789abcdef.tmp d/t.done; "
+          "echo x=1 | tee x.meta d.meta >.h/no.meta; printf ok | tee s.done >d.done; "
+          "q label /A/y >../dead; touch -d @1 y .z.0123456789abcdef.tmp; echo bad >z.meta",
+          ""},
+         {"q doctor /A/z", "/A/.z.0123456789abcdef.tmp: temporary file, left over since "
+                           "1970-01-01T02:00:01+02:00\n" +
+                               damage + "\n1"},
+         {"q doctor --mend / | grep -v z",
+          "/A/d.meta: metadata without its resource; removed\n"
+          "/A/s.done: marker without its resource or folder; removed\n"
+          "/A/y: its label is of an earlier content; computed anew\n"
+          "/A/.h/no.meta: metadata without its resource; removed\n"},
+         {"q doctor /; cd a; ls -A . .h d; q check /A/y",
+          ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nx\nx.done\nx.meta\ny\ny.meta\nz\n"
+          "z.meta.damaged\n\n.h:\n\nd:\nt.done\nok\n"},
+         {"mkdir c; qvres setup c; rmdir c; qvres doctor --mend /", "/c\n" + gone + "\n1"},
+         {"qvres --json doctor / >x; cut -d, -f1,3- x", R"(1{"id":"/c","repaired":false,"errno":0})"
+                                                        "\n"},
+         {"qvres ls /c", R"(1: the folder "$T/c" of the mount point "/c" does not exist)"}});
 }
 
 TEST_F(TServiceCommandTest, DoneMarkersAreWrittenAndRead)
@@ -67,7 +137,8 @@ TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
              "1: the VAR folder \"$T/home/.config/velmor/KORVADELAirlane7.VAR\" is not set up; "
              "run \"qvres setup FOLDER\" first"},
             {"qvres setup; qvres profile create P; q open 'qvres:/A/x y'", "content\n"},
-            {"q open qvres:/A/x%20y", R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
+            {"q open qvres:/A/x%20y",
+             R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
             {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x".)"}});
 }
 

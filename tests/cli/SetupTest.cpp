@@ -84,7 +84,7 @@ TEST_F(TSetupTest, PublishedProfilesArePickedUpAndMarked)
 
 TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
 {
-    const std::string invalid = " is not a valid name of a profile";
+    const std::string invalid = " is not a valid name of a profile: ";
     const std::string empty = "* local       0         0 B LocalProfile\n";
     const std::string record = R"({"name":"Work","current":true,"remote":false,"mounts":)";
     const std::string free = R"(,"free":FREE,"freeIsComplete":true})";
@@ -96,8 +96,9 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
          {"qvres profile create First; qvres profile create Work; qvres ls", ""},
          {"qvres profile add work b", "/b\n"},
          {"qvres profile create work", R"(1: there is a profile "Work" already)"},
-         {"qvres profile create ..", R"(1: "..")" + invalid},
-         {"qvres profile create profiles.x-ini", R"(1: "profiles.x-ini")" + invalid},
+         {"qvres profile create ..", R"(1: "..")" + invalid + "it stands for a folder"},
+         {"qvres profile create profiles.x-ini",
+          R"(1: "profiles.x-ini")" + invalid + "the list of the profiles has it"},
          {"mkdir c c/B; qvres profile add Work c/B",
           R"(1: "/b" is already a mount point of the profile "Work")"},
          {"qvres profile add No b", R"(1: there is no profile "No")"},

@@ -60,7 +60,7 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
     // Too large to be read before the bar shows; without holes, which would not be read at all.
     Expect({{"fallocate -l 2G a/big; echo old >b/big", ""}});
     const std::pair<const char*, const char*> calls[] = {{"cp /A/big /B/big", "% Copying /A/big"},
-                                                         {"copy --overwrite /A /B", "% /A/big"},
+                                                         {"copy --overwrite /A/ /B", "% /A/big"},
                                                          {"label /A/big", "% Reading /A/big"}};
     for (const auto& [call, bar] : calls) {
         SCOPED_TRACE(call);
@@ -78,15 +78,16 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
 TEST_F(TTerminalTest, CopyAsksAndTheEndOfInputMeansNo)
 {
     Expect({{"for name in 1 2 3; do echo new >a/$name; echo old >b/$name; done", ""}});
-    TOnTerminal broken("copy --ask /A /B");
-    ASSERT_TRUE(broken.WaitFor("[y/N] "));
+    TOnTerminal broken("copy --ask /A/ /B");
+    ASSERT_TRUE(broken.WaitFor("none/quit] "));
     broken.Type("\x03");
     EXPECT_EQ(broken.Wait(), 130);
     Expect({{"cat b/*", "old\nold\nold\n"}});
 
-    TOnTerminal terminal("copy --ask /A /B");
+    TOnTerminal terminal("copy --ask /A/ /B");
     for (const auto& [id, answer] : {std::pair("/B/1", "y\n"), {"/B/2", "n\n"}, {"/B/3", "\x04"}}) {
-        ASSERT_TRUE(terminal.WaitFor(std::string("overwrite \"") + id + "\"? [y/N] "));
+        ASSERT_TRUE(
+            terminal.WaitFor(std::string("overwrite \"") + id + "\"? [yes/No/all/none/quit] "));
         terminal.Type(answer);
     }
     EXPECT_EQ(terminal.Wait(), 0);

@@ -1,7 +1,51 @@
 #include "Checks.h"
 
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
 #include "BreakSignal.h"
-#include "Failure.h"
+
+namespace
+{
+/// The first byte of a text that ids must not hold, as a person reads it; "" when there is none.
+std::string ForbiddenByte(const std::string& text)
+{
+    for (const char c : text) {
+        if (c >= 0 && c < 0x20) {
+            std::array<char, 40> name{};
+            std::snprintf(name.data(), name.size(), "the control character 0x%02x", c);
+            return name.data();
+        }
+        if (std::string_view("\\\"<>|:*?").find(c) != std::string_view::npos)
+            return c == '"' ? "a double quote" : Quoted({c});
+    }
+    return {};
+}
+
+std::string Holds(const std::string& what)
+{
+    return what.empty() ? what : "it holds " + what;
+}
+} // namespace
+
+std::string IdProblem(const std::string& id)
+{
+    if (id.empty())
+        return "it is empty";
+    if (id.front() != '/')
+        return "it does not begin with \"/\"";
+    return Holds(id.find("//") != std::string::npos ? Quoted("//") : ForbiddenByte(id));
+}
+
+std::string NameProblem(const std::string& name)
+{
+    if (name.empty())
+        return "it is empty";
+    if (name == "." || name == "..")
+        return "it stands for a folder";
+    return Holds(name.find('/') != std::string::npos ? Quoted("/") : ForbiddenByte(name));
+}
 
 unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
                          const std::string& what)
@@ -12,8 +56,14 @@ unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
         return exists;
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed(what + Quoted(id) + " cannot be accessed");
-    throw TFailure(what + Quoted(id) + " does not exist");
+    if (tree.IsMountNode(id))
+        throw TFailure("the folder " +
+                           Quoted(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id)) +
+                           " of the mount point " + Quoted(id) + " does not exist",
+                       id, ENOENT);
+    throw TFailure(what + Quoted(id) + " does not exist", id, ENOENT);
 }
+
 std::string Quoted(const std::string& text)
 {
     return "\"" + text + "\"";
@@ -30,15 +80,16 @@ std::string CompactedId(const std::string& id)
 
 void CheckId(const std::string& id)
 {
-    if (id.empty() || !TResourceManager::IsValidResId(id, true))
-        throw TFailure(Quoted(id) + " is not a valid resource id");
+    const std::string problem = IdProblem(id);
+    if (!problem.empty())
+        throw TFailure(Quoted(id) + " is not a valid resource id: " + problem, id, EINVAL);
     CheckClimb(id);
 }
 
 void CheckClimb(const std::string& id)
 {
     if ((id + "/").find("/../") != std::string::npos)
-        throw TFailure(Quoted(id) + " leads above the root of the tree");
+        throw TFailure(Quoted(id) + " leads above the root of the tree", id, EINVAL);
 }
 
 void RequireResource(const TResourceManager& tree, const std::string& id,
@@ -46,35 +97,37 @@ void RequireResource(const TResourceManager& tree, const std::string& id,
 {
     if (RequireExisting(tree, id) == kResFolder)
         throw TFailure(Quoted(id) + " is a folder" +
-                       (folderAdvice.empty() ? folderAdvice : "; " + folderAdvice));
+                           (folderAdvice.empty() ? folderAdvice : "; " + folderAdvice),
+                       id, EISDIR);
     if (id.back() == '/')
-        throw TFailure(Quoted(id) + " is not a folder");
+        throw TFailure(Quoted(id) + " is not a folder", id, ENOTDIR);
 }
 
 void RequireFolder(const TResourceManager& tree, const std::string& id)
 {
     // The root is a folder even while nothing is mounted.
     if (id != "/" && RequireExisting(tree, id) != kResFolder)
-        throw TFailure(Quoted(id) + " is not a folder");
+        throw TFailure(Quoted(id) + " is not a folder", id, ENOTDIR);
 }
 
 void RequireRealFolder(const TResourceManager& tree, const std::string& id)
 {
     RequireFolder(tree, id);
     if (tree.GetNode4Id(id, true, true, false)->IsPureVirtual())
-        throw TFailure(Quoted(id) + " only leads to mount points");
+        throw TFailure(Quoted(id) + " only leads to mount points", id, EROFS);
 }
 
 void RequireTarget(const TResourceManager& tree, const std::string& id)
 {
     CheckId(id);
     if (id.back() == '/' || tree.ResourceExists(id) == kResFolder)
-        throw TFailure(Quoted(id) + " is a folder; give the id of the resource to be written");
+        throw TFailure(Quoted(id) + " is a folder; give the id of the resource to be written", id,
+                       EISDIR);
     const std::string parent = QvExcludeTrailingSlash(QvExtractResPath(id));
     if (parent != "/" && RequireExisting(tree, parent, "the folder ") != kResFolder)
-        throw TFailure(Quoted(parent) + " is not a folder");
+        throw TFailure(Quoted(parent) + " is not a folder", parent, ENOTDIR);
     if (!tree.IsInsideMountedNodes(id))
-        throw TFailure(Quoted(id) + " lies outside of the mounted folders");
+        throw TFailure(Quoted(id) + " lies outside of the mounted folders", id, EROFS);
 }
 
 var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id)
@@ -88,36 +141,40 @@ var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string
 void ThrowNaming(const std::string& id, const TQvMessage& message)
 {
     const std::string text = message.what();
-    throw TFailure(text.find(id) == std::string::npos ? Quoted(id) + ": " + text : text);
+    throw TFailure(text.find(id) == std::string::npos ? Quoted(id) + ": " + text : text, id,
+                   TResourceManager::LastFailure().Error);
 }
 
-std::string WithCause(const std::string& message, const TQvFailure& cause)
+TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id)
 {
+    const std::string& about = id.empty() ? cause.Id : id;
     if (cause.Error == 0)
-        return message;
+        return TFailure(message, about);
     const bool isNamed = cause.Id.empty() || message.find(cause.Id) != std::string::npos;
-    return message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") + QvErrorText(cause.Error);
+    return TFailure(message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") +
+                        QvErrorText(cause.Error),
+                    about, cause.Error);
 }
 
-std::string WithMissingCause(const TQvMessage& message)
+TFailure WithMissingCause(const TQvMessage& message)
 {
     std::string text = message.what();
     const TQvFailure& cause = TResourceManager::LastFailure();
     if (cause.Error == 0 || text.find(QvErrorText(cause.Error)) != std::string::npos)
-        return text;
+        return TFailure(text, cause.Id, cause.Error);
     if (!text.empty() && text.back() == '.')
         text.pop_back();
-    return WithCause(text, {cause.Error, ""});
+    return WithCause(text, {cause.Error, ""}, cause.Id);
 }
 
-void ThrowFailed(const std::string& message, int error)
+void ThrowFailed(const std::string& message, int error, const std::string& id)
 {
     BreakSignal::ThrowIfWanted();
-    throw TFailure(WithCause(message, {error, ""}));
+    throw WithCause(message, {error, ""}, id);
 }
 
 void ThrowFailed(const std::string& message)
 {
     BreakSignal::ThrowIfWanted();
-    throw TFailure(WithCause(message, TResourceManager::LastFailure()));
+    throw WithCause(message, TResourceManager::LastFailure());
 }

@@ -6,10 +6,17 @@
 #include <QvServices/QvServices.h>
 #include <QvStd/Message.h>
 
+#include "Failure.h"
+
 std::string Quoted(const std::string& text);
 
 /// Without "." and "..", also at the end. What leads above the root keeps its "..".
 std::string CompactedId(const std::string& id);
+
+/// What is wrong with the text of an id ("it holds "*""), or of a name, as which "/" is not allowed
+/// either; "" when nothing is.
+std::string IdProblem(const std::string& id);
+std::string NameProblem(const std::string& name);
 
 /// Throws TFailure unless `id` is a valid absolute id that does not lead above the root.
 void CheckId(const std::string& id);
@@ -38,15 +45,16 @@ var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string
 /// Ends a command with a message of the library; `id` stands before it unless it names that itself.
 [[noreturn]] void ThrowNaming(const std::string& id, const TQvMessage& message);
 
-/// The message followed by the cause, which names its id when the message does not.
-std::string WithCause(const std::string& message, const TQvFailure& cause);
+/// The message followed by the cause, which names its id when the message does not. `id` is what
+/// the failure is about, where that is not the cause's.
+TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id = {});
 
 /// The text of a message of the library, with the cause of its last operation behind it where the
 /// text does not have it.
-std::string WithMissingCause(const TQvMessage& message);
+TFailure WithMissingCause(const TQvMessage& message);
 
 /// Ends a command whose operation failed: with TQvUserBreak when the user cancelled it, else with a
 /// TFailure. The cause is `error` (an errno; 0 for none), or else that of the library's last
 /// operation.
-[[noreturn]] void ThrowFailed(const std::string& message, int error);
+[[noreturn]] void ThrowFailed(const std::string& message, int error, const std::string& id = {});
 [[noreturn]] void ThrowFailed(const std::string& message);

@@ -17,8 +17,8 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
 {
     CLI::App* command = app.add_subcommand(name, description);
     command->footer((examples.empty() ? std::string() : "Examples:\n" + examples + "\n") +
-                    "The options --var, --mount, --json and --quiet are explained by \"qvres "
-                    "--help\".");
+                    "The options --var, --mount, --json, --progress and --quiet are explained by "
+                    "\"qvres --help\".");
     return command;
 }
 
@@ -36,7 +36,13 @@ CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vecto
 
 void PrintValue(THost& host, const std::string& value)
 {
-    host.Out.Line(host.Json ? ToJsonText(value) : value);
+    if (!host.Json)
+        return host.Out.Line(value);
+    if (IsUtf8(value))
+        return host.Out.Line(ToJsonText(value));
+    nlohmann::ordered_json record;
+    PutText(record, "value", value);
+    host.Out.Line(ToJsonText(record));
 }
 
 void WriteContent(THost& host, TQvStream& stream, const std::string& name)
@@ -46,15 +52,17 @@ void WriteContent(THost& host, TQvStream& stream, const std::string& name)
     // The bar and the content would mix on one terminal.
     if (!host.Out.IsTerminal())
         progress.Start();
-    const auto size = static_cast<double>(stream.getSize());
+    const std::uint64_t bytes = stream.getSize();
+    const auto size = static_cast<double>(bytes);
+    host.Progress.CountBytesOf(bytes);
     std::vector<char> block(kBlockSize);
     for (double done = 0;;) {
         BreakSignal::ThrowIfWanted();
         const std::size_t count = stream.Read(block.data(), block.size());
         if (count == TQvStream::invalid_value)
-            ThrowFailed(Quoted(name) + " cannot be read", -stream.getError());
+            ThrowFailed(Quoted(name) + " cannot be read", -stream.getError(), name);
         if (count == 0)
-            return;
+            break;
         host.Out.Write({block.data(), count});
         done += static_cast<double>(count);
         progress.Report(done / size);

@@ -19,6 +19,7 @@ struct THost
 {
     bool Json = false;
     bool Quiet = false;
+    std::string ProgressKind = "bar";
     /// The exit status when nothing is thrown: a command that has told what is wrong sets 1.
     int Status = 0;
     TOutput Out;
@@ -30,6 +31,9 @@ struct THost
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples);
 
+/// That there is no command or option `word` at this level, and which command may be meant.
+std::string UnknownCommand(const CLI::App& level, const std::string& word);
+
 /// An argument that is an id (or several): "." and ".." are resolved before a command sees it, so
 /// that what is checked is what is used.
 CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string& id,
@@ -37,7 +41,8 @@ CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string
 CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vector<std::string>& ids,
                           const std::string& description);
 
-/// One value on a line of its own, as JSON when that is wanted.
+/// One value on a line of its own; as JSON a string, or an object with its bytes (Json.h) when it
+/// is no UTF-8.
 void PrintValue(THost& host, const std::string& value);
 
 /// Everything from the stream's position to its end goes to standard output; `name` is what the
@@ -52,9 +57,13 @@ void AddPutCommand(CLI::App& app, THost& host);
 void AddFolderCommands(CLI::App& app, THost& host);
 void AddCopyCommand(CLI::App& app, THost& host);
 void AddLabelCommands(CLI::App& app, THost& host);
+void AddWhichCommand(CLI::App& app, THost& host);
+void AddDoctorCommand(CLI::App& app, THost& host);
+void AddBackupCommands(CLI::App& app, THost& host);
 void AddServiceCommands(CLI::App& app, THost& host);
 void AddXIniCommands(CLI::App& app, THost& host);
 void AddSetupCommand(CLI::App& app, THost& host);
 void AddProfileCommands(CLI::App& app, THost& host);
 void AddIdCommands(CLI::App& app, THost& host);
 void AddJournalCommand(CLI::App& app, THost& host);
+void AddHelpCommand(CLI::App& app, THost& host);

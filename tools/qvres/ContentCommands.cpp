@@ -27,7 +27,7 @@ void Meta(THost& host, const std::string& id)
     const var_a<TQvStream*> stream = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
     if (!stream) {
         if (TResourceManager::LastFailure().Error == ENOENT)
-            throw TFailure(Quoted(id) + " has no metadata");
+            throw TFailure(Quoted(id) + " has no metadata", id, ENOENT);
         ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
     }
     WriteContent(host, *stream, id);
@@ -54,18 +54,22 @@ void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, source, transfer.FolderAdvice);
     RequireTarget(tree, target);
+    TQvResAttrib attrib;
+    tree.GetResourceAttr(source, &attrib);
+    host.Progress.CountBytesOf(attrib.Size);
     TQvProgress progress(&host.Progress);
     progress.SetMessage(transfer.Doing + source);
     progress.Start();
     const bool isDone = (tree.*transfer.Operation)(source, target, &host.Progress);
     const TQvFailure& failure = TResourceManager::LastFailure();
     if (failure.OfMetadata)
-        throw TFailure(WithCause("the content of " + Quoted(source) + " was " + transfer.Done +
-                                     " to " + Quoted(target) + ", but not its metadata",
-                                 failure));
+        throw WithCause("the content of " + Quoted(source) + " was " + transfer.Done + " to " +
+                            Quoted(target) + ", but not its metadata",
+                        failure, source);
     if (!isDone && failure.Error == EINVAL && failure.Id == target)
         throw TFailure(Quoted(source) + " and " + Quoted(target) +
-                       " are one file, or one is the metadata of the other");
+                           " are one file, or one is the metadata of the other",
+                       source, EINVAL);
     if (!isDone)
         ThrowFailed(Quoted(source) + " cannot be " + transfer.Done + " to " + Quoted(target));
 }

@@ -1,5 +1,7 @@
 // copy: the extended copy.
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <map>
 #include <memory>
@@ -8,10 +10,12 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/Message.h>
+#include <QvStd/Strings.h>
 
 #include "Checks.h"
 #include "Commands.h"
-#include "Failure.h"
+#include "Json.h"
 
 namespace
 {
@@ -19,7 +23,25 @@ struct TCopyOptions
 {
     bool Overwrite = false;
     bool Ask = false;
+    bool DryRun = false;
     std::vector<std::string> Ids; ///< the sources, then the destination
+};
+
+/// What the user has answered for all that follows.
+enum class TAnswer
+{
+    Each,
+    All,
+    None,
+    Quit
+};
+
+/// What the callbacks of the copy work with.
+struct TCopyCall
+{
+    THost& Host;
+    TAnswer Answer = TAnswer::Each;
+    std::vector<std::string> WouldCopy; ///< for JSON
 };
 
 /// One option takes all ids, because one that may be repeated would leave none for another.
@@ -49,20 +71,41 @@ std::string ReadAnswer()
 
 bool AskToOverwrite(const std::string& destinationId, void* context)
 {
-    static_cast<THost*>(context)->Progress.Hide();
-    std::fprintf(stderr, "overwrite \"%s\"? [y/N] ", destinationId.c_str());
-    const std::string answer = ReadAnswer();
+    TCopyCall& call = *static_cast<TCopyCall*>(context);
+    if (call.Answer != TAnswer::Each)
+        return call.Answer == TAnswer::All;
+    call.Host.Progress.Hide();
+    std::fprintf(stderr, "overwrite \"%s\"? [yes/No/all/none/quit] ", destinationId.c_str());
+    std::string answer = ReadAnswer();
     if (isatty(STDIN_FILENO) == 0)
         std::fputc('\n', stderr);
-    return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
+    answer = tolower_locale(answer);
+    if (answer == "none")
+        call.Answer = TAnswer::None;
+    else if (answer == "a" || answer == "all")
+        call.Answer = TAnswer::All;
+    else if (answer == "q" || answer == "quit")
+        call.Answer = TAnswer::Quit;
+    if (call.Answer == TAnswer::Quit)
+        throw TQvUserBreak();
+    return call.Answer == TAnswer::All || answer == "y" || answer == "yes";
 }
 
+void ShowDestination(const std::string& destinationId, void* context)
+{
+    TCopyCall& call = *static_cast<TCopyCall*>(context);
+    if (call.Host.Json)
+        call.WouldCopy.push_back(destinationId);
+    else
+        call.Host.Out.Line(destinationId);
+}
+
+/// As it is given: the "/" at a folder's end says that only what it holds is copied.
 std::string Source(const TResourceManager& tree, const std::string& id)
 {
     CheckId(id);
-    if (RequireExisting(tree, QvExcludeTrailingSlash(id)) == kResFolder)
-        return QvIncludeTrailingSlash(id);
-    RequireResource(tree, id);
+    if (RequireExisting(tree, QvExcludeTrailingSlash(id)) != kResFolder)
+        RequireResource(tree, id);
     return id;
 }
 
@@ -77,34 +120,131 @@ std::string Destination(const TResourceManager& tree, const std::string& givenId
     return id;
 }
 
+/// Of the names that begin with a "." below the folder those whose own folder is copied.
+std::size_t HiddenNames(const TResourceManager& tree, const std::string& source)
+{
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    tree.Find(items, source, "*", kFindResources | kFindFolders | kFindRecursive | kFindHidden,
+              nullptr);
+    const std::size_t skipped = QvExcludeTrailingSlash(source).size();
+    return static_cast<std::size_t>(
+        std::count_if(items->begin(), items->end(), [skipped](const TQvResFindItem& item) {
+            const std::size_t hidden = item.Id.find("/.", skipped);
+            return hidden != std::string::npos &&
+                   item.Id.find('/', hidden + 1) == std::string::npos;
+        }));
+}
+
+struct TLeftOut
+{
+    std::size_t Hidden = 0;
+    std::size_t Invalid = 0;
+    std::size_t Failed = 0;
+};
+
+/// What lies in a folder whose name is no valid id is left out with it.
+bool IsBelowInvalid(const std::string& id)
+{
+    const std::string folder = QvExcludeTrailingSlash(QvExtractResPath(id));
+    return !IdProblem(folder).empty();
+}
+
+/// One line for each that was not copied.
+void PrintFailures(const std::map<std::string, TQvFailure>& failures, TLeftOut& leftOut)
+{
+    for (const auto& [id, cause] : failures) {
+        const std::string problem = IdProblem(id);
+        if (problem.empty()) {
+            ++leftOut.Failed;
+            PrintError(WithCause(Quoted(id) + " could not be copied", cause, id));
+        } else if (!IsBelowInvalid(id)) {
+            ++leftOut.Invalid;
+            PrintError(
+                TFailure(Quoted(id) + " was left out, because it is not a valid id: " + problem, id,
+                         EINVAL));
+        }
+    }
+}
+
+std::string Count(std::uint64_t number, const std::string& noun)
+{
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+void PrintSummary(THost& host, const TCopyCall& call, const TResourceManager::TCopyCounts& counts,
+                  const TLeftOut& leftOut, bool dryRun)
+{
+    if (host.Json) {
+        nlohmann::ordered_json record = {
+            {"resources", counts.Resources}, {"folders", counts.Folders},
+            {"bytes", counts.Bytes},         {"skipped", counts.Skipped},
+            {"hidden", leftOut.Hidden},      {"invalid", leftOut.Invalid},
+            {"failed", leftOut.Failed}};
+        for (const std::string& id : call.WouldCopy)
+            record["wouldCopy"].push_back(RecordOf(id));
+        return host.Out.Line(ToJsonText(record));
+    }
+    std::string line = dryRun ? "would copy " : "copied ";
+    line += Count(counts.Resources, "resource") + " (" + Count(counts.Bytes, "byte") + ") and " +
+            Count(counts.Folders, "folder");
+    if (counts.Skipped > 0)
+        line += ", skipped " + std::to_string(counts.Skipped) + " that exist";
+    if (leftOut.Hidden > 0)
+        line += ", left out " + Count(leftOut.Hidden, "hidden name");
+    if (leftOut.Invalid > 0)
+        line += ", left out " + Count(leftOut.Invalid, "name") + " not valid as id";
+    if (leftOut.Failed > 0)
+        line += ", " + std::to_string(leftOut.Failed) + " failed";
+    if (!host.Quiet)
+        host.Out.Line(line);
+}
+
+TLeftOut CopyAll(THost& host, TCopyCall& call, TResourceManager::TCopyResourceExParams& params)
+{
+    std::set<std::string> failed;
+    std::map<std::string, TQvFailure> failures;
+    params.Failed = &failed;
+    params.Failures = &failures;
+    const TResourceManager& tree = host.Session.Tree();
+    const bool isDone = tree.CopyResourceEx(params);
+    const TQvFailure failure = TResourceManager::LastFailure();
+    BreakSignal::ThrowIfWanted();
+    if (call.Answer == TAnswer::Quit)
+        throw TQvUserBreak();
+    if (!isDone && failed.empty())
+        ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder));
+    if (!isDone || failure.Error != 0)
+        host.Status = 1;
+    if (isDone && failure.Error != 0)
+        PrintError(WithCause("the metadata of a resource could not be copied", failure));
+    TLeftOut leftOut;
+    PrintFailures(failures, leftOut);
+    return leftOut;
+}
+
 void Copy(THost& host, const TCopyOptions& options)
 {
     const TResourceManager& tree = host.Session.Tree();
-    std::set<std::string> failed;
-    std::map<std::string, TQvFailure> failures;
+    TCopyCall call{host, TAnswer::Each, {}};
+    TResourceManager::TCopyCounts counts;
     TResourceManager::TCopyResourceExParams params;
     for (std::size_t i = 0; i + 1 < options.Ids.size(); ++i)
         params.Sources.insert(Source(tree, options.Ids[i]));
     params.DestFolder = Destination(tree, options.Ids.back());
     params.OverwriteDefault = options.Overwrite;
     params.OverwriteCallback = options.Ask ? &AskToOverwrite : nullptr;
-    params.CallbackContext = &host;
-    params.Failed = &failed;
-    params.Failures = &failures;
+    params.CallbackContext = &call;
     params.Progress = &host.Progress;
+    params.Counts = &counts;
+    params.DryRun = options.DryRun;
+    params.CopiedCallback = options.DryRun ? &ShowDestination : nullptr;
     host.Progress.SetMessage("Copying to " + params.DestFolder);
-    const bool isDone = tree.CopyResourceEx(params);
-    const TQvFailure failure = TResourceManager::LastFailure();
-    if (isDone && failure.Error == 0)
-        return;
-    if (!isDone && failed.empty())
-        ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder));
-    BreakSignal::ThrowIfWanted();
-    host.Status = 1;
-    if (isDone)
-        PrintError(WithCause("the metadata of a resource could not be copied", failure));
-    for (const auto& [id, cause] : failures)
-        PrintError(WithCause(Quoted(id) + " could not be copied", cause));
+    host.Progress.CountBytesOf(counts.TotalBytes);
+    TLeftOut leftOut = CopyAll(host, call, params);
+    for (const std::string& source : params.Sources)
+        if (tree.IsFolder(QvExcludeTrailingSlash(source), false))
+            leftOut.Hidden += HiddenNames(tree, source);
+    PrintSummary(host, call, counts, leftOut, options.DryRun);
 }
 } // namespace
 
@@ -114,20 +254,27 @@ void AddCopyCommand(CLI::App& app, THost& host)
     CLI::App* command = AddCommand(
         app, "copy",
         "Copy resources and folders with their metadata into a folder, which is created when it\n"
-        "is missing. They keep their layout below the folder that holds all of them; of one "
-        "single\n"
-        "folder the contents are copied. What exists is skipped. Each one that could not be\n"
-        "copied is named on standard error, and the exit status is 1 then",
+        "is missing. A single folder is copied as a whole; with a \"/\" at its end what it holds "
+        "is.\n"
+        "Several sources keep their layout below the folder that holds all of them. What exists "
+        "is\n"
+        "skipped, hidden names are left out. Each one that could not be copied is named on "
+        "standard\n"
+        "error, and the exit status is 1 then. The last line has the counts",
         "  qvres copy /Data/a /Data/b /Backup     (/Backup/a, /Backup/b)\n"
-        "  qvres copy /Data/2024 /Backup/2024     (what /Data/2024 holds)\n"
+        "  qvres copy /Data/2024 /Backup          (/Backup/2024)\n"
+        "  qvres copy /Data/2024/ /Backup/2024    (what /Data/2024 holds)\n"
         "  qvres copy --ask /Data /Backup");
     command->formatter(std::make_shared<TCopyFormatter>());
     CLI::Option* overwrite =
         command->add_flag("--overwrite", options->Overwrite, "Replace resources that exist");
     command
         ->add_flag("--ask", options->Ask,
-                   "Ask for each resource that exists; the end of the input means no")
+                   "Ask for each resource that exists (yes, no, all, none, quit); the end of the "
+                   "input means no")
         ->excludes(overwrite);
+    command->add_flag("--dry-run", options->DryRun,
+                      "Change nothing; print the ids that would be written");
     AddIdsOption(*command, "SRC", options->Ids,
                  "Resources and folders, then the folder to copy into")
         ->required()

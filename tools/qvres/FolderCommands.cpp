@@ -25,9 +25,9 @@ void MakeFolder(THost& host, const std::string& givenId)
     CheckId(id);
     const std::string resource = ResourceOnTheWay(tree, id);
     if (!resource.empty())
-        throw TFailure(Quoted(resource) + " is a resource");
+        throw TFailure(Quoted(resource) + " is a resource", resource, ENOTDIR);
     if (!tree.IsInsideMountedNodes(id) && !tree.IsFolder(id, false))
-        throw TFailure(Quoted(id) + " lies outside of the mounted folders");
+        throw TFailure(Quoted(id) + " lies outside of the mounted folders", id, EROFS);
     if (!tree.CreateFolder(id))
         ThrowFailed("the folder " + Quoted(id) + " cannot be created");
 }
@@ -39,15 +39,18 @@ void MakeFolder(THost& host, const std::string& givenId)
     const TQvFailure failure = TResourceManager::LastFailure();
     BreakSignal::ThrowIfWanted();
     if (failure.Error == EBUSY && tree.IsMountNode(failure.Id))
-        throw TFailure(Quoted(failure.Id) + " is a mount point and stays");
+        throw TFailure(Quoted(failure.Id) + " is a mount point and stays", failure.Id, EBUSY);
     if (failure.Error == ENOTDIR && failure.Id == id)
-        throw TFailure(Quoted(id) + " is a link to a folder; what it leads to is not cleared");
+        throw TFailure(Quoted(id) + " is a link to a folder; what it leads to is not cleared", id,
+                       ENOTDIR);
     if (failure.Error == ENOTEMPTY && failure.Id == id)
         throw TFailure("the folder " + Quoted(id) +
-                       (tree.IsFolderEmpty(id) ? " is not empty: it holds what is not listed, such "
-                                                 "as hidden files"
-                                               : " is not empty"));
-    throw TFailure(WithCause("the folder " + Quoted(id) + notDone, failure));
+                           (tree.IsFolderEmpty(id)
+                                ? " is not empty: it holds what is not listed, such "
+                                  "as hidden files"
+                                : " is not empty"),
+                       id, ENOTEMPTY);
+    throw WithCause("the folder " + Quoted(id) + notDone, failure);
 }
 
 void ClearFolder(THost& host, const std::string& id)
@@ -69,7 +72,8 @@ void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
     // Refused before anything in it is deleted.
     if (tree.IsMountNode(id))
         throw TFailure(Quoted(id) + " is a mount point; \"qvres clear\" empties it, \"qvres "
-                                    "unmount\" takes it out of the tree");
+                                    "unmount\" takes it out of the tree",
+                       id, EBUSY);
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Removing " + id);
     progress.Start();
@@ -81,15 +85,16 @@ void RenameFolder(THost& host, const std::string& givenId, const std::string& ne
 {
     const TResourceManager& tree = host.Session.Tree();
     const std::string id = QvExcludeTrailingSlash(givenId);
-    if (!TResourceManager::IsValidResNamePart(newName, true) || newName == "." || newName == "..")
-        throw TFailure(Quoted(newName) + " is not a valid name");
+    const std::string problem = NameProblem(newName);
+    if (!problem.empty())
+        throw TFailure(Quoted(newName) + " is not a valid name: " + problem, id, EINVAL);
     CheckId(id);
     if (tree.IsResource(id))
-        throw TFailure(Quoted(id) + " is a resource; \"qvres mv\" renames resources");
+        throw TFailure(Quoted(id) + " is a resource; \"qvres mv\" renames resources", id, ENOTDIR);
     RequireFolder(tree, id);
     const std::string newId = QvExtractResPath(id) + newName;
     if (tree.ResourceExists(newId) != kResNothing)
-        throw TFailure(Quoted(newId) + " exists already");
+        throw TFailure(Quoted(newId) + " exists already", newId, EEXIST);
     try {
         tree.RenameFolderE(id, newName);
     } catch (const TQvMessage& message) {

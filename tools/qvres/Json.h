@@ -1,13 +1,26 @@
 // JSON for output.
+//
+// A text that is no UTF-8, which names of files may be, has replacement characters in JSON. Beside
+// it stands a member of the same name with "Hex" behind it: all its bytes, two digits each.
 #pragma once
 
 #include <string>
 
 #include <nlohmann/json.hpp>
 
-/// One line. File names that are no UTF-8 are shown with replacement characters: JSON has no other
-/// way.
+/// One line.
 inline std::string ToJsonText(const nlohmann::ordered_json& value)
 {
     return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
+
+bool IsUtf8(const std::string& text);
+
+/// Adds the member `name`, and the one with "Hex" where the text needs it.
+void PutText(nlohmann::ordered_json& record, const std::string& name, const std::string& text);
+
+/// The text of such a member; "-" for null.
+std::string TextOf(const nlohmann::ordered_json& record, const std::string& name);
+
+/// A record that begins with the id.
+nlohmann::ordered_json RecordOf(const std::string& id);

@@ -9,55 +9,11 @@
 
 #include "Checks.h"
 #include "Commands.h"
-#include "Failure.h"
 #include "IsoTime.h"
+#include "Labels.h"
 
 namespace
 {
-/// A resource that is read with a progress bar, and until the user cancels it.
-class TWatchedStream : public TQvStream
-{
-public:
-    TWatchedStream(THost& host, const std::string& id)
-        : m_stream(OpenForReading(host.Session.Tree(), id)), m_progress(&host.Progress),
-          m_size(static_cast<double>(m_stream->getSize()))
-    {
-        m_progress.SetMessage("Reading " + id);
-        m_progress.Start();
-    }
-
-    explicit operator bool() const override { return static_cast<bool>(*m_stream); }
-    std::size_t Read(void* buffer, std::size_t count) override
-    {
-        BreakSignal::ThrowIfWanted();
-        const std::size_t done = m_stream->Read(buffer, count);
-        if (done > 0 && done != invalid_value)
-            m_progress.Report(static_cast<double>(m_stream->getPosition()) / m_size);
-        return done;
-    }
-    std::size_t Write(const void* buffer, std::size_t count) override
-    {
-        return m_stream->Write(buffer, count);
-    }
-    std::uint64_t getSize() const override { return m_stream->getSize(); }
-    bool setSize(std::uint64_t size) override { return m_stream->setSize(size); }
-    std::uint64_t getPosition() const override { return m_stream->getPosition(); }
-    bool setPosition(std::uint64_t position) override { return m_stream->setPosition(position); }
-    bool Flush() override { return m_stream->Flush(); }
-    bool Close() override { return m_stream->Close(); }
-    int getError() const override { return m_stream->getError(); }
-
-private:
-    var_a<TQvStream*> m_stream;
-    TQvProgress m_progress;
-    double m_size;
-};
-
-[[noreturn]] void ThrowUnreadable(const std::string& id, int error)
-{
-    ThrowFailed(Quoted(id) + " cannot be read", error);
-}
-
 TQvResourceLabel StoredLabel(const std::string& id)
 {
     TQvResourceLabel label;
@@ -66,7 +22,7 @@ TQvResourceLabel StoredLabel(const std::string& id)
     if (!isRead && error != 0 && error != ENOENT)
         ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
     if (!isRead)
-        throw TFailure(Quoted(id) + " has no stored label; \"qvres label\" stores one");
+        throw TFailure(Quoted(id) + " has no stored label; \"qvres label\" stores one", id, ENOENT);
     return label;
 }
 
@@ -77,58 +33,6 @@ TQvResourceLabel WeakLabel(const std::string& id)
     if (!TResourceManager::GetResourceLabelWeak(id, &label) ||
         TResourceManager::LastFailure().Error != 0)
         ThrowFailed(Quoted(id) + " cannot be accessed");
-    return label;
-}
-
-TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
-{
-    constexpr int kMaxAttempts = 3;
-    for (int i = 0; i < kMaxAttempts; ++i) {
-        // The time first: it waits until later changes have another one.
-        TQvResourceLabel label;
-        if (!ComputeResResourceLabelSC2(id, &label))
-            break;
-        const TQvDateTime time = label.Time;
-        TWatchedStream stream(host, id);
-        if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
-            ThrowUnreadable(id, -stream.getError());
-        label.Time = time;
-        if (WeakCheckResResourceLabel(label, id))
-            return label;
-    }
-    if (TResourceManager::LastFailure().Error != 0)
-        ThrowFailed(Quoted(id) + " cannot be read");
-    throw TFailure(Quoted(id) + " is being changed all the time");
-}
-
-/// What a parser says about the metadata; "" when it is well formed.
-std::string MetadataDamage(const TResourceManager& tree, const std::string& id)
-{
-    const auto metadata = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
-    return metadata ? TQvXIniStreamReader(metadata).ParseErrorText() : std::string();
-}
-
-/// The label is good without it: storing only spares the next caller the checksum. But "check"
-/// needs a stored one.
-void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvResourceLabel& label)
-{
-    const std::string message = "the label of " + Quoted(id) + " was not stored";
-    try {
-        if (!WriteResResourceLabel(id, label))
-            PrintError(WithCause(message, TResourceManager::LastFailure()));
-    } catch (const TQvMessage&) {
-        PrintError(message + ", because its metadata is damaged: " + MetadataDamage(tree, id));
-    }
-}
-
-/// What GetResResourceLabel answers, which shows no progress and cannot be cancelled.
-TQvResourceLabel CurrentLabel(THost& host, const std::string& id)
-{
-    TQvResourceLabel label;
-    if (ReadResResourceLabel(id, &label) && WeakCheckResResourceLabel(label, id))
-        return label;
-    label = ComputedLabel(host, id);
-    StoreLabel(host.Session.Tree(), id, label);
     return label;
 }
 
@@ -164,10 +68,7 @@ void Check(THost& host, const std::string& id)
 {
     RequireResource(host.Session.Tree(), id);
     const TQvResourceLabel label = StoredLabel(id);
-    TWatchedStream stream(host, id);
-    const bool same = StrongCheckResResourceLabel(label, id, &stream);
-    if (!same && stream.getError() != 0)
-        ThrowUnreadable(id, -stream.getError());
+    const bool same = HasSameContent(host, id, label);
     PrintValue(host, same ? "ok" : "changed");
     host.Status = same ? 0 : 1;
 }

@@ -1,14 +1,18 @@
 // What is there: ls, stat, exists, file.
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
+#include "HumanText.h"
 #include "IsoTime.h"
 #include "Json.h"
 
@@ -17,10 +21,15 @@ namespace
 struct TListOptions
 {
     bool Long = false;
+    bool OnlyIds = false;
+    bool HumanSizes = false;
+    bool All = false;
     bool Recursive = false;
+    bool EndWithNull = false;
+    std::string Sort = "name";
     std::string Mask = "*";
     std::string Kind;
-    std::string Id = "/";
+    std::vector<std::string> Ids;
 };
 
 const char* KindName(const TQvResAttrib& attrib)
@@ -28,49 +37,79 @@ const char* KindName(const TQvResAttrib& attrib)
     return attrib.Kind == kResFolder ? "folder" : "resource";
 }
 
-nlohmann::ordered_json Record(const TQvResFindItem& item)
+/// A name on the disk may be one that no id can have.
+bool IsReachable(const TQvResFindItem& item)
 {
-    return {{"id", item.Id},
-            {"kind", KindName(item.Attrib)},
-            {"size", item.Attrib.Size},
-            {"updated", IsoTimeValue(item.Attrib.UpdateTime)},
-            {"created", IsoTimeValue(item.Attrib.CreationTime)}};
+    return TResourceManager::IsValidResId(item.Id, true);
 }
 
-std::string LongLine(const TQvResFindItem& item)
+nlohmann::ordered_json Record(const TQvResFindItem& item)
 {
-    const std::string size =
-        item.Attrib.Kind == kResFolder ? "-" : std::to_string(item.Attrib.Size);
+    nlohmann::ordered_json record = RecordOf(item.Id);
+    record["kind"] = KindName(item.Attrib);
+    record["size"] = item.Attrib.Size;
+    record["updated"] = IsoTimeValue(item.Attrib.UpdateTime);
+    record["created"] = IsoTimeValue(item.Attrib.CreationTime);
+    if (!IsReachable(item))
+        record["valid"] = false;
+    return record;
+}
+
+std::string Columns(const TQvResFindItem& item, bool humanSizes)
+{
+    std::string size = "-";
+    if (item.Attrib.Kind != kResFolder)
+        size = humanSizes ? HumanSize(static_cast<double>(item.Attrib.Size))
+                          : std::to_string(item.Attrib.Size);
     std::array<char, 64> columns{};
-    std::snprintf(columns.data(), columns.size(), "%-8s %14s %-25s ", KindName(item.Attrib),
-                  size.c_str(), IsoTimeOrDash(item.Attrib.UpdateTime).c_str());
+    std::snprintf(columns.data(), columns.size(), "%-8s %*s %-25s ", KindName(item.Attrib),
+                  humanSizes ? 10 : 14, size.c_str(),
+                  IsoTimeOrDash(item.Attrib.UpdateTime).c_str());
     return columns.data();
 }
 
-void PrintLines(TOutput& out, const std::vector<TQvResFindItem>& items, bool withColumns)
+/// One line, also for a name that holds the end of one.
+std::string Marked(std::string line)
+{
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return c >= 0 && c < 0x20; }, '?');
+    return line + "\t(not a valid id)";
+}
+
+void PrintLines(TOutput& out, const std::vector<TQvResFindItem>& items, const TListOptions& options)
 {
     std::string line;
     for (const TQvResFindItem& item : items) {
-        line = withColumns ? LongLine(item) : std::string();
+        line = options.Long ? Columns(item, options.HumanSizes) : std::string();
         line += item.Id;
         if (item.Attrib.Kind == kResFolder)
             line += '/';
-        out.Line(line);
+        if (options.EndWithNull)
+            out.Write(line += '\0');
+        else
+            out.Line(IsReachable(item) ? line : Marked(line));
     }
 }
 
 /// Record by record: a document of a large listing as a whole would take a multiple of its memory.
-void PrintRecords(TOutput& out, const std::vector<TQvResFindItem>& items)
+class TRecordPrinter
 {
-    out.Write("[");
-    const char* separator = "\n";
-    for (const TQvResFindItem& item : items) {
-        out.Write(separator);
-        out.Write(ToJsonText(Record(item)));
-        separator = ",\n";
+public:
+    explicit TRecordPrinter(TOutput& out) : m_out(out) { m_out.Write("["); }
+    void Print(const std::vector<TQvResFindItem>& items)
+    {
+        for (const TQvResFindItem& item : items) {
+            m_out.Write(m_separator);
+            m_out.Write(ToJsonText(Record(item)));
+            m_separator = ",\n";
+        }
     }
-    out.Write("\n]\n");
-}
+    void Finish() { m_out.Write("\n]\n"); }
+
+private:
+    TOutput& m_out;
+    const char* m_separator = "\n";
+};
 
 TQvResFindItem ItemOf(const TResourceManager& tree, const std::string& id)
 {
@@ -79,7 +118,7 @@ TQvResFindItem ItemOf(const TResourceManager& tree, const std::string& id)
         return item;
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed(Quoted(id) + " cannot be accessed");
-    throw TFailure(Quoted(id) + " does not exist");
+    throw TFailure(Quoted(id) + " does not exist", id, ENOENT);
 }
 
 unsigned FindFlags(const TListOptions& options, bool withAttributes)
@@ -87,41 +126,73 @@ unsigned FindFlags(const TListOptions& options, bool withAttributes)
     unsigned flags = kFindResources | kFindFolders;
     if (!options.Kind.empty())
         flags = options.Kind == "folder" ? kFindFolders : kFindResources;
-    return flags | (options.Recursive ? kFindRecursive : 0) |
-           (withAttributes ? kFindAttributes : 0);
+    return flags | kFindMounts | (options.Recursive ? kFindRecursive : 0) |
+           (options.All ? kFindHidden : 0) | (withAttributes ? kFindAttributes : 0);
 }
 
-TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options)
+/// By name; the largest or the latest first.
+void Sort(std::vector<TQvResFindItem>& items, const std::string& by)
+{
+    using TItem = TQvResFindItem;
+    std::sort(items.begin(), items.end(),
+              [](const TItem& a, const TItem& b) { return a.Id < b.Id; });
+    if (by == "size")
+        std::stable_sort(items.begin(), items.end(), [](const TItem& a, const TItem& b) {
+            return a.Attrib.Size > b.Attrib.Size;
+        });
+    if (by == "time")
+        std::stable_sort(items.begin(), items.end(), [](const TItem& a, const TItem& b) {
+            return b.Attrib.UpdateTime < a.Attrib.UpdateTime;
+        });
+}
+
+TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options,
+                                       const std::string& givenId)
 {
     const TResourceManager& tree = host.Session.Tree();
-    const std::string id = QvExcludeTrailingSlash(options.Id);
+    const std::string id = QvExcludeTrailingSlash(givenId);
     const auto items = make_var<std::vector<TQvResFindItem>>();
     CheckId(id);
-    if (options.Id.back() != '/' && tree.IsResource(id)) {
+    if (givenId.back() != '/' && tree.IsResource(id)) {
         items->push_back(ItemOf(tree, id));
         return items;
     }
     RequireFolder(tree, id);
     host.Progress.SetMessage("Listing " + id);
     std::vector<TQvFailure> failures;
-    tree.Find(items, id, options.Mask, FindFlags(options, options.Long || host.Json),
+    tree.Find(items, id, options.Mask,
+              FindFlags(options, options.Long || host.Json || options.Sort != "name"),
               &host.Progress, &failures);
     // What could be read is listed all the same.
     for (const TQvFailure& failure : failures)
         PrintError(WithCause(Quoted(failure.Id) + " cannot be read", failure));
-    host.Status = failures.empty() ? 0 : 1;
-    std::sort(items->begin(), items->end(),
-              [](const TQvResFindItem& a, const TQvResFindItem& b) { return a.Id < b.Id; });
+    host.Status = failures.empty() ? host.Status : 1;
+    Sort(*items, options.Sort);
     return items;
 }
 
-void List(THost& host, const TListOptions& options)
+/// One id that cannot be listed does not keep the others from it.
+void List(THost& host, TListOptions options)
 {
-    const auto items = FindItems(host, options);
+    options.Long = (options.Long || options.HumanSizes) && !options.OnlyIds;
+    host.Session.Tree(); // without a tree there is one reason for all ids
+    std::optional<TRecordPrinter> records;
     if (host.Json)
-        PrintRecords(host.Out, *items);
-    else
-        PrintLines(host.Out, *items, options.Long);
+        records.emplace(host.Out);
+    for (const std::string& id : options.Ids) {
+        try {
+            const auto items = FindItems(host, options, id);
+            if (records)
+                records->Print(*items);
+            else
+                PrintLines(host.Out, *items, options);
+        } catch (const TFailure& failure) {
+            PrintError(failure);
+            host.Status = 1;
+        }
+    }
+    if (records)
+        records->Finish();
 }
 
 void Stat(THost& host, const std::string& givenId)
@@ -160,19 +231,34 @@ void PrintFile(THost& host, const std::string& id)
 void AddList(CLI::App& app, THost& host)
 {
     const auto options = std::make_shared<TListOptions>();
-    CLI::App* command =
-        AddCommand(app, "ls", "List a folder, one id a line; a folder's id ends with a \"/\"",
-                   "  qvres ls -l /Data\n"
-                   "  qvres ls -R --mask '*.txt' --kind resource /Data\n"
-                   "  qvres --json ls /Data");
+    options->Ids = {"/"};
+    CLI::App* command = AddCommand(
+        app, "ls",
+        "List folders, one id a line; a folder's id ends with a \"/\". A name on the disk "
+        "that is\nno valid id is marked, and nothing can be done with it here",
+        "  qvres ls -lh --sort time /Data /Backup\n"
+        "  qvres ls -R --mask '*.txt' --kind resource /Data\n"
+        "  qvres --json ls /Data\n"
+        "  qvres ls -0 --mask '*.tmp' --kind resource /Data | xargs -0 qvres rm");
+    command->set_help_flag("--help", "Print this help message and exit"); // -h is taken
     command->add_flag("-l,--long", options->Long, "Kind, size in bytes, time and id");
+    command->add_flag("-h,--human-readable", options->HumanSizes,
+                      "As -l, with sizes such as 1.5 MiB");
+    command->add_flag("-a,--all", options->All, "Names that begin with a \".\", too");
     command->add_flag("-R,--recursive", options->Recursive,
                       "With everything below; links to folders are listed, not entered");
+    command->add_flag("-1", options->OnlyIds, "Only the ids, as without options");
+    command->add_flag("-0,--null", options->EndWithNull,
+                      "A byte 0 at the end of each, and every name as it is on the disk");
+    command
+        ->add_option("--sort", options->Sort,
+                     "By name, by size with the largest first, or by time with the latest first")
+        ->check(CLI::IsMember({"name", "size", "time"}));
     command->add_option("--mask", options->Mask, "Only names that match, \"*\" and \"?\" allowed")
         ->type_name("MASK");
     command->add_option("--kind", options->Kind, "Only entries of one kind")
         ->check(CLI::IsMember({"resource", "folder"}));
-    AddIdOption(*command, "ID", options->Id, "The folder, or one resource; \"/\" when left out");
+    AddIdsOption(*command, "ID", options->Ids, "Folders or resources; \"/\" when left out");
     command->callback([&host, options] { List(host, *options); });
 }
 } // namespace

@@ -1,4 +1,5 @@
 // The mount table: mounts, mount, unmount.
+#include <cerrno>
 #include <memory>
 
 #include <CLI/CLI.hpp>
@@ -24,11 +25,14 @@ void PrintMounts(THost& host)
             continue;
         const std::string& id = node->MountPointId();
         const std::string folder = node->GetResourceFile(id);
-        if (host.Json)
-            records.push_back(
-                {{"id", id}, {"folder", folder}, {"persistent", IsInProfile(tree, id)}});
-        else
+        if (!host.Json) {
             host.Out.Line(id + "\t" + folder);
+            continue;
+        }
+        nlohmann::ordered_json record = RecordOf(id);
+        PutText(record, "folder", folder);
+        record["persistent"] = IsInProfile(tree, id);
+        records.push_back(std::move(record));
     }
     if (host.Json)
         host.Out.Line(ToJsonText(records));
@@ -39,7 +43,7 @@ std::string MountPoint(const std::string& givenId)
     const std::string id = QvExcludeTrailingSlash(givenId);
     const std::string problem = TSession::CheckMountPoint(id);
     if (!problem.empty())
-        throw TFailure(problem);
+        throw TFailure(problem, id, EINVAL);
     return id;
 }
 
@@ -55,9 +59,9 @@ void Unmount(THost& host, const std::string& givenId)
     const std::string id = MountPoint(givenId);
     TResourceManager& tree = host.Session.PersistentTree();
     if (!tree.IsMountNode(id))
-        throw TFailure("nothing is mounted at " + Quoted(id));
+        throw TFailure("nothing is mounted at " + Quoted(id), id, ENOENT);
     if (!IsInProfile(tree, id))
-        throw TFailure(Quoted(id) + " is mounted for this call only");
+        throw TFailure(Quoted(id) + " is mounted for this call only", id, EINVAL);
     // A loaded profile knows its nodes by their upper-cased ids.
     tree.UnmountNodeE(QvNormalizeResId(id), true);
 }

@@ -8,15 +8,17 @@
 #include <QvStd/Result.h>
 
 #include "BreakSignal.h"
-#include "Failure.h"
+#include "Json.h"
 
 namespace
 {
 constexpr std::size_t kBufferSize = 256 * 1024;
 
+bool g_errorsAsJson = false;
+
 [[noreturn]] void ThrowWriteError(int error)
 {
-    throw TFailure("standard output cannot be written: " + QvErrorText(error));
+    throw TFailure("standard output cannot be written: " + QvErrorText(error), "", error);
 }
 } // namespace
 
@@ -76,9 +78,30 @@ void TOutput::WriteStraight(std::string_view bytes)
     }
 }
 
-void PrintError(std::string message)
+void PrintError(const TFailure& failure)
 {
+    if (!g_errorsAsJson)
+        return PrintError(std::string(failure.what()));
+    nlohmann::ordered_json record = {{"error", failure.what()}};
+    if (failure.Id.empty())
+        record["id"] = nullptr;
+    else
+        PutText(record, "id", failure.Id);
+    record["errno"] = failure.Error;
+    std::fprintf(stderr, "%s\n", ToJsonText(record).c_str());
+}
+
+void PrintError(const std::string& message)
+{
+    if (g_errorsAsJson)
+        return PrintError(TFailure(message));
+    std::string line = message;
     std::replace_if(
-        message.begin(), message.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
-    std::fprintf(stderr, "qvres: %s\n", message.c_str());
+        line.begin(), line.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
+    std::fprintf(stderr, "qvres: %s\n", line.c_str());
+}
+
+void ErrorsAsJson()
+{
+    g_errorsAsJson = true;
 }

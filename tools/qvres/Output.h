@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "Failure.h"
+
 class TOutput
 {
 public:
@@ -32,5 +34,9 @@ private:
     bool m_isTerminal;
 };
 
-/// "qvres: " and the message on standard error, always one line, whatever ids and file names hold.
-void PrintError(std::string message);
+/// "qvres: " and the message on standard error, always one line, whatever ids and file names hold;
+/// with ErrorsAsJson an object with the members "error", "id" (null for none) and "errno" (0 for
+/// none).
+void PrintError(const TFailure& failure);
+void PrintError(const std::string& message);
+void ErrorsAsJson();

@@ -9,6 +9,7 @@
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
+#include "HumanText.h"
 #include "Json.h"
 #include "ProfileState.h"
 
@@ -19,15 +20,8 @@ using TCPState = TQvCPUtils::TCPState;
 /// "12.3 GiB", with a ">" before it when some volume could not be counted.
 std::string FreeSpaceText(const TQvResourceProfile& profile)
 {
-    constexpr std::array<const char*, 7> kUnits = {"B", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-    auto amount = static_cast<double>(profile.TotalFreeSpace);
-    std::size_t unit = 0;
-    for (; amount >= 1024; ++unit)
-        amount /= 1024;
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%s%.*f %s", profile.FreeSpaceIncomplete ? ">" : "",
-                  unit == 0 ? 0 : 1, amount, kUnits[unit]);
-    return text.data();
+    return (profile.FreeSpaceIncomplete ? ">" : "") +
+           HumanSize(static_cast<double>(profile.TotalFreeSpace));
 }
 
 bool IsCurrent(const TCPState& state, const TQvResourceProfile& profile)
@@ -37,9 +31,14 @@ bool IsCurrent(const TCPState& state, const TQvResourceProfile& profile)
 
 nlohmann::ordered_json Record(const TCPState& state, const TQvResourceProfile& profile)
 {
-    return {{"name", profile.Name},           {"current", IsCurrent(state, profile)},
-            {"remote", profile.Remote},       {"mounts", profile.Nodes.size()},
-            {"free", profile.TotalFreeSpace}, {"freeIsComplete", !profile.FreeSpaceIncomplete}};
+    nlohmann::ordered_json record;
+    PutText(record, "name", profile.Name);
+    record["current"] = IsCurrent(state, profile);
+    record["remote"] = profile.Remote;
+    record["mounts"] = profile.Nodes.size();
+    record["free"] = profile.TotalFreeSpace;
+    record["freeIsComplete"] = !profile.FreeSpaceIncomplete;
+    return record;
 }
 
 std::string ListLine(const TCPState& state, const TQvResourceProfile& profile)
@@ -87,8 +86,9 @@ void Show(THost& host, const std::string& name)
     if (host.Json) {
         nlohmann::ordered_json record = Record(state, profile);
         record["mounts"] = nlohmann::ordered_json::array();
-        for (const auto& [key, node] : profile.Nodes)
-            record["mounts"].push_back({{"id", node.Name}, {"folder", NodeTarget(node)}});
+        for (const auto& [key, node] : profile.Nodes) {
+            PutText(record["mounts"].emplace_back(RecordOf(node.Name)), "folder", NodeTarget(node));
+        }
         host.Out.Line(ToJsonText(record));
         return;
     }
@@ -103,9 +103,13 @@ void Show(THost& host, const std::string& name)
 /// A profile is a folder of its name beside the list of profiles.
 void CheckName(const std::string& name)
 {
-    if (!TResourceManager::IsValidResNamePart(name, true) || name == "." || name == ".." ||
-        name == "profiles.x-ini" || !TQvPath(name).isPathValid())
-        throw TFailure(Quoted(name) + " is not a valid name of a profile");
+    std::string problem = NameProblem(name);
+    if (name == "profiles.x-ini")
+        problem = "the list of the profiles has it";
+    else if (problem.empty() && !TQvPath(name).isPathValid())
+        problem = "it is longer than 255 bytes";
+    if (!problem.empty())
+        throw TFailure(Quoted(name) + " is not a valid name of a profile: " + problem);
 }
 
 TQvResourceProfile& RequireOwn(const TCPState& state, const std::string& name)

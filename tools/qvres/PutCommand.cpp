@@ -1,5 +1,6 @@
 // put: new content for a resource, whole or not at all.
 #include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
@@ -30,7 +31,7 @@ public:
             ThrowError();
         if (S_ISDIR(status.st_mode))
             throw TFailure(m_name + " is a folder");
-        m_size = S_ISREG(status.st_mode) ? static_cast<double>(status.st_size) : 0;
+        m_size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
     }
     ~TSource()
     {
@@ -42,7 +43,7 @@ public:
 
     bool IsTerminal() const { return isatty(m_descriptor) != 0; }
     /// Bytes; 0 when that is not known.
-    double Size() const { return m_size; }
+    const std::uint64_t& Size() const { return m_size; }
 
     /// 0 at the end.
     std::size_t Read(std::vector<char>& block)
@@ -67,7 +68,7 @@ private:
 
     std::string m_name;
     int m_descriptor;
-    double m_size = 0;
+    std::uint64_t m_size = 0;
 };
 
 void Put(THost& host, const std::string& id, const std::string& file)
@@ -79,6 +80,7 @@ void Put(THost& host, const std::string& id, const std::string& file)
 
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Writing " + id);
+    host.Progress.CountBytesOf(source.Size());
     // The bar would run into what is being typed.
     if (!source.IsTerminal())
         progress.Start();
@@ -88,7 +90,7 @@ void Put(THost& host, const std::string& id, const std::string& file)
         Write(content, {block.data(), count}, id);
         done += static_cast<double>(count);
         if (source.Size() > 0)
-            progress.Report(done / source.Size());
+            progress.Report(done / static_cast<double>(source.Size()));
         else
             host.Progress.Update();
     }

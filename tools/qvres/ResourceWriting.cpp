@@ -7,7 +7,7 @@ namespace
 void RequireDone(const TQvResult& result, const std::string& id)
 {
     if (!result)
-        ThrowFailed(Quoted(id) + " cannot be written", result.Error());
+        ThrowFailed(Quoted(id) + " cannot be written", result.Error(), id);
 }
 } // namespace
 

@@ -1,4 +1,4 @@
-// Services around resources: backup, done, open.
+// Services around resources: done, open.
 #include <cerrno>
 #include <memory>
 
@@ -12,30 +12,6 @@
 
 namespace
 {
-constexpr std::size_t kBackupsKept = 3;
-
-void Backup(THost& host, const std::string& id, std::size_t keep)
-{
-    const TResourceManager& tree = host.Session.Tree();
-    RequireResource(tree, id);
-    const std::string folder = QvExtractResPath(id) + "backup";
-    if (tree.IsResource(folder))
-        throw TFailure(Quoted(folder) + " is a resource");
-    try {
-        BackupResource(id, keep);
-    } catch (const TQvMessage& message) {
-        throw TFailure(
-            WithCause(Quoted(id) + " could not be put aside", TResourceManager::LastFailure()));
-    }
-    // The backup itself reports no failure that comes later.
-    const TQvFailure failure = TResourceManager::LastFailure();
-    if (tree.ResourceExists(id) != kResNothing)
-        throw TFailure(WithCause(Quoted(id) + " could not be put aside", failure));
-    if (failure.Error != 0)
-        throw TFailure(
-            WithCause("an old backup of " + Quoted(id) + " could not be deleted", failure));
-}
-
 void PrintDone(THost& host, const std::string& marker)
 {
     CheckId(marker);
@@ -70,7 +46,7 @@ void OpenURL(THost& host, const std::string& url)
     try {
         stream = QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0);
     } catch (const TQvMessage& message) {
-        throw TFailure(WithMissingCause(message));
+        throw WithMissingCause(message);
     }
     WriteContent(host, *stream, url);
 }
@@ -79,20 +55,6 @@ void OpenURL(THost& host, const std::string& url)
 void AddServiceCommands(CLI::App& app, THost& host)
 {
     const auto id = std::make_shared<std::string>();
-    const auto keep = std::make_shared<std::size_t>(kBackupsKept);
-    CLI::App* backup = AddCommand(
-        app, "backup",
-        "Move a resource into the folder \"backup\" beside it, named with the time of its last\n"
-        "modification, and delete the oldest of its backups",
-        "  qvres backup --keep 5 /Data/a.txt     (/Data/backup/a.2024-05-01.12-30-00.txt)");
-    backup
-        ->add_option("--keep", *keep,
-                     "How many backups there are at most afterwards, 3 when left out; with 0 the\n"
-                     "resource is deleted and no backup made")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber, "", "");
-    AddIdOption(*backup, "ID", *id, "A resource")->required();
-    backup->callback([&host, id, keep] { Backup(host, *id, *keep); });
 
     const auto result = std::make_shared<std::string>();
     CLI::App* done = AddCommand(app, "done",

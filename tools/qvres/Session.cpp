@@ -147,8 +147,8 @@ std::string TSession::CheckMountPoint(const std::string& id)
 {
     if (id.empty() || id == "/")
         return "a mount point needs a name: the root of the tree is not one";
-    return TResourceManager::IsValidResId(id, true) ? std::string()
-                                                    : Quoted(id) + " is not a valid resource id";
+    const std::string problem = IdProblem(id);
+    return problem.empty() ? problem : Quoted(id) + " is not a valid resource id: " + problem;
 }
 
 std::string TSession::Absolute(const std::string& folder)
@@ -162,15 +162,15 @@ void TSession::Mount(const std::string& id, const std::string& folder, bool pers
     bool isFolder = false;
     const TQvResult exists = QvFileDirExists(fullPath, &isFolder);
     if (exists.HasFailed())
-        ThrowFailed("the folder " + Quoted(folder) + " cannot be accessed", exists.Error());
+        ThrowFailed("the folder " + Quoted(folder) + " cannot be accessed", exists.Error(), id);
     if (!isFolder)
-        throw TFailure("the folder " + Quoted(folder) + " does not exist");
+        throw TFailure("the folder " + Quoted(folder) + " does not exist", id, ENOENT);
     if (ResourceManager.IsMountNode(id))
-        throw TFailure(Quoted(id) + " is already a mount point");
+        throw TFailure(Quoted(id) + " is already a mount point", id, EEXIST);
     try {
         ResourceManager.MountFileNodeE(id, fullPath, persistent);
     } catch (const TQvMessage& message) {
-        throw TFailure(WithMissingCause(message));
+        throw WithMissingCause(message);
     }
 }
 

@@ -6,10 +6,15 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "HumanText.h"
+#include "Json.h"
+
 namespace
 {
 constexpr auto kInterval = std::chrono::milliseconds(100);
-constexpr std::size_t kBarWidth = 30;
+constexpr auto kJsonInterval = std::chrono::milliseconds(500);
+constexpr double kSecondsBeforeRate = 0.5; ///< sooner it would only jump about
+constexpr std::size_t kBarWidth = 20;
 
 /// Standard error only carries the bar here: a bar that cannot be drawn harms nothing.
 void Show(std::string_view text)
@@ -41,20 +46,24 @@ std::string Clip(const std::string& text, std::size_t columns)
 void TTerminalProgress::ShowOnTerminal()
 {
     const char* terminal = std::getenv("TERM");
-    m_visible =
-        isatty(STDERR_FILENO) != 0 && (terminal == nullptr || std::string_view(terminal) != "dumb");
+    if (isatty(STDERR_FILENO) != 0 && (terminal == nullptr || std::string_view(terminal) != "dumb"))
+        m_kind = TKind::Bar;
 }
 
 void TTerminalProgress::Start()
 {
     m_started = true;
     m_position = -1;
-    m_nextDraw = TClock::now() + kInterval;
+    m_begin = TClock::now();
+    m_nextDraw = m_begin + kInterval;
 }
 
 void TTerminalProgress::Stop()
 {
+    if (m_started && m_kind == TKind::Json)
+        PrintRecord();
     m_started = false;
+    m_total = nullptr;
     Hide();
 }
 
@@ -68,16 +77,60 @@ void TTerminalProgress::Hide()
 void TTerminalProgress::Update()
 {
     BreakSignal::ThrowIfWanted();
-    if (m_visible && m_started && TClock::now() >= m_nextDraw)
+    if (m_kind != TKind::None && m_started && TClock::now() >= m_nextDraw)
         Draw();
 }
 
 void TTerminalProgress::Draw()
 {
+    if (m_kind == TKind::Json) {
+        PrintRecord();
+        m_nextDraw = TClock::now() + kJsonInterval;
+        return;
+    }
     // One column stays free: a full line would wrap on some terminals.
     Show("\r" + Line(TerminalColumns() - 1) + "\x1b[K");
     m_drawn = true;
     m_nextDraw = TClock::now() + kInterval;
+}
+
+double TTerminalProgress::Seconds() const
+{
+    return std::chrono::duration<double>(TClock::now() - m_begin).count();
+}
+
+double TTerminalProgress::SecondsLeft() const
+{
+    return Seconds() * (1 - m_position) / m_position;
+}
+
+void TTerminalProgress::PrintRecord() const
+{
+    nlohmann::ordered_json record = {{"progress", nullptr}};
+    if (m_position >= 0)
+        record["progress"] = std::min(m_position, 1.0);
+    PutText(record, "message", m_message);
+    record["seconds"] = Seconds();
+    record["left"] = nullptr;
+    if (m_position > 0)
+        record["left"] = std::max(SecondsLeft(), 0.0);
+    if (m_total != nullptr && m_position >= 0) {
+        const auto total = static_cast<double>(*m_total);
+        record["bytes"] = static_cast<std::uint64_t>(std::min(m_position, 1.0) * total);
+        record["total"] = *m_total;
+    }
+    Show(ToJsonText(record) + "\n");
+}
+
+std::string TTerminalProgress::RateAndTimeLeft() const
+{
+    const double seconds = Seconds();
+    if (seconds < kSecondsBeforeRate || m_position <= 0)
+        return {};
+    std::string text;
+    if (m_total != nullptr && *m_total > 0)
+        text = HumanSize(m_position * static_cast<double>(*m_total) / seconds) + "/s ";
+    return text + HumanDuration(SecondsLeft()) + " left ";
 }
 
 std::string TTerminalProgress::Line(std::size_t columns) const
@@ -89,6 +142,6 @@ std::string TTerminalProgress::Line(std::size_t columns) const
     std::string percent = std::to_string(static_cast<int>(position * 100));
     percent.insert(0, 4 - percent.size(), ' ');
     return Clip("[" + std::string(done, '#') + std::string(kBarWidth - done, '-') + "]" + percent +
-                    "% " + m_message,
+                    "% " + RateAndTimeLeft() + m_message,
                 columns);
 }

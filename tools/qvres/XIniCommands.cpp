@@ -73,7 +73,7 @@ void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string
     if (lock.getError() == -EAGAIN)
         ThrowNaming(id, QvLockMessage(file, lock.getError()));
     if (!lock)
-        ThrowFailed(Quoted(id) + " cannot be written", -lock.getError());
+        ThrowFailed(Quoted(id) + " cannot be written", -lock.getError(), id);
 }
 
 void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const std::string& value)
@@ -111,9 +111,9 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
         return TextWith(place, old.value_or(""), value);
     });
     if (!done.Reading)
-        ThrowFailed(Quoted(place.Id) + " cannot be read", done.Reading.Error());
+        ThrowFailed(Quoted(place.Id) + " cannot be read", done.Reading.Error(), place.Id);
     if (!done.Writing)
-        ThrowFailed(Quoted(place.Id) + " cannot be written", done.Writing.Error());
+        ThrowFailed(Quoted(place.Id) + " cannot be written", done.Writing.Error(), place.Id);
 }
 
 void AddPlace(CLI::App& command, TXIniPlace& place)

@@ -1,8 +1,11 @@
 // qvres: the resource tree on the command line.
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
+#include <string_view>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -34,7 +37,7 @@ constexpr char kFooter[] =
     "  qvres mount /Work /srv/work\n"
     "  echo hello | qvres put /Data/hello.txt\n"
     "\n"
-    "\"qvres COMMAND --help\" explains a command.";
+    "\"qvres help COMMAND\" explains a command.";
 
 /// A file that is opened later must not take the place of a closed standard stream. What takes it
 /// cannot be used, so that reading or writing what the caller has closed still fails.
@@ -54,15 +57,22 @@ void AddOptions(CLI::App& app, THost& host)
         ->type_name("ID=DIR")
         ->allow_extra_args(false)
         ->check(&TSession::CheckMountOption, "", "");
-    app.add_flag("--json", host.Json, "Listings, records and values as JSON");
-    app.add_flag("--quiet", host.Quiet, "No progress bar");
+    app.add_flag("--json", host.Json, "Listings, records, values and errors as JSON");
+    app.add_option("--progress", host.ProgressKind,
+                   "How long work shows its progress on standard error: as a bar when that is a\n"
+                   "terminal (bar, as when left out), as an object a line (json), or not (none)")
+        ->check(CLI::IsMember({"bar", "json", "none"}))
+        ->type_name("KIND");
+    app.add_flag("--quiet", host.Quiet, "No progress bar, and no summary of a copy");
     app.set_version_flag("--version", "qvres " QVRES_VERSION);
     // The common options are understood behind the command, too.
     app.fallthrough();
     app.require_subcommand(1);
     app.footer(kFooter);
     app.parse_complete_callback([&host] {
-        if (!host.Quiet)
+        if (host.ProgressKind == "json")
+            host.Progress.ShowAsJson();
+        else if (!host.Quiet && host.ProgressKind == "bar")
             host.Progress.ShowOnTerminal();
     });
 }
@@ -70,14 +80,14 @@ void AddOptions(CLI::App& app, THost& host)
 int WrongUsage(const CLI::App& app, const CLI::ParseError& error)
 {
     std::string command = "qvres";
-    for (const CLI::App* level = &app; !level->get_subcommands().empty();) {
+    const CLI::App* level = &app;
+    while (!level->get_subcommands().empty()) {
         level = level->get_subcommands().front();
         command += " " + level->get_name();
     }
-    const std::vector<std::string> unknown = app.remaining();
-    const bool isUnknownCommand = app.get_subcommands().empty() && !unknown.empty();
-    PrintError((isUnknownCommand ? "\"" + unknown.front() + "\" is neither a command nor an option"
-                                 : std::string(error.what())) +
+    const std::vector<std::string> unknown = app.remaining(true);
+    const bool isUnknownCommand = !unknown.empty() && !level->get_subcommands({}).empty();
+    PrintError((isUnknownCommand ? UnknownCommand(*level, unknown.front()) : error.what()) +
                " (\"" + command + " --help\" explains the usage)");
     return kWrongUsage;
 }
@@ -116,28 +126,39 @@ int main(int argc, char** argv)
     // "qvres cat ID | head" ends quietly, whatever the caller has set.
     std::signal(SIGPIPE, SIG_DFL);
 
+    // Known before the arguments are parsed, which may fail, too.
+    if (std::find(argv, argv + argc, std::string_view("--json")) != argv + argc)
+        ErrorsAsJson();
     THost host;
     CLI::App app(kDescription, "qvres");
     AddOptions(app, host);
     AddSetupCommand(app, host);
     AddMountCommands(app, host);
     AddListCommands(app, host);
+    AddWhichCommand(app, host);
     AddContentCommands(app, host);
     AddPutCommand(app, host);
     AddFolderCommands(app, host);
     AddCopyCommand(app, host);
     AddLabelCommands(app, host);
+    AddBackupCommands(app, host);
     AddServiceCommands(app, host);
+    AddDoctorCommand(app, host);
     AddXIniCommands(app, host);
     AddServeCommand(app, host);
     AddIdCommands(app, host);
     AddProfileCommands(app, host);
     AddJournalCommand(app, host);
+    AddHelpCommand(app, host);
     try {
         return Run(app, host, argc, argv);
     } catch (const TQvUserBreak& cancelled) {
-        PrintError(cancelled.what());
+        PrintError(TFailure(cancelled.what(), "", ECANCELED));
         return kCancelled;
+    } catch (const TFailure& failure) {
+        FlushAfterFailure(host.Out);
+        PrintError(failure);
+        return kFailed;
     } catch (const std::exception& failure) {
         FlushAfterFailure(host.Out);
         PrintError(failure.what());

@@ -1,0 +1,314 @@
+// doctor: what earlier work has left behind or damaged in a part of the tree.
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <memory>
+#include <unistd.h>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <QvStd/FileLock.h>
+#include <QvStd/FileStream.h>
+#include <QvStd/Files.h>
+#include <QvStd/XIniTree.h>
+
+#include "Checks.h"
+#include "Commands.h"
+#include "IsoTime.h"
+#include "Labels.h"
+
+namespace
+{
+constexpr char kMarkerSuffix[] = ".done";
+constexpr char kDamagedSuffix[] = ".damaged";
+constexpr unsigned long kLockTimeoutMs = 10000;
+constexpr int kNotTried = -1;
+
+bool EndsWith(const std::string& text, const std::string& end)
+{
+    return text.size() > end.size() &&
+           text.compare(text.size() - end.size(), std::string::npos, end) == 0;
+}
+
+/// As a new file is called until it is complete: ".<name>.<16 hexadecimal digits>.tmp".
+bool IsTemporaryName(const std::string& name)
+{
+    constexpr std::size_t kEnd = 1 + 16 + 4;
+    if (name.size() < 2 + kEnd || name.front() != '.' || !EndsWith(name, ".tmp"))
+        return false;
+    const std::string digits = name.substr(name.size() - kEnd + 1, 16);
+    return name[name.size() - kEnd] == '.' &&
+           digits.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+bool IsOlderThanADay(TQvDateTime time)
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto day = std::chrono::hours(24);
+    return time.Milliseconds() <
+           std::chrono::duration_cast<std::chrono::milliseconds>(now - day).count();
+}
+
+class TDoctor
+{
+public:
+    TDoctor(THost& host, bool mends) : m_host(host), m_tree(host.Session.Tree()), m_mends(mends) {}
+
+    void Examine(const std::string& id);
+
+private:
+    void ExamineMounts(const std::string& id);
+    std::vector<std::string> FoldersBelow(const std::string& id);
+    void ExamineFolder(const std::string& id, const std::string& onlyName);
+    void ExamineFile(const std::string& id, const std::string& path);
+    void ExamineTemporary(const std::string& id, const std::string& path);
+    void ExamineSidecar(const std::string& id, const std::string& path);
+    void ExamineDocument(const std::string& id, const std::string& path);
+    void ExamineLabel(const std::string& id);
+    void ExamineMarker(const std::string& id, const std::string& path);
+    void CannotRead(const std::string& id, int error);
+    /// `mend` answers 0, an errno or kNotTried.
+    template <class TMend>
+    void Found(const std::string& id, const std::string& problem, const char* mended,
+               const TMend& mend);
+
+    THost& m_host;
+    const TResourceManager& m_tree;
+    bool m_mends;
+    bool m_foundAny = false;
+};
+
+void TDoctor::CannotRead(const std::string& id, int error)
+{
+    PrintError(WithCause(Quoted(id) + " cannot be read", {error, id}));
+    m_host.Status = 1;
+}
+
+template <class TMend>
+void TDoctor::Found(const std::string& id, const std::string& problem, const char* mended,
+                    const TMend& mend)
+{
+    m_foundAny = true;
+    const int error = m_mends ? mend() : kNotTried;
+    if (error != 0)
+        m_host.Status = 1;
+    if (m_host.Json) {
+        nlohmann::ordered_json record = RecordOf(id);
+        PutText(record, "problem", problem);
+        record["repaired"] = error == 0;
+        record["errno"] = std::max(error, 0);
+        m_host.Out.Line(ToJsonText(record));
+        return;
+    }
+    std::string line = id + ": " + problem;
+    if (error != kNotTried)
+        line += error == 0 ? std::string("; ") + mended : "; not repaired: " + QvErrorText(error);
+    m_host.Out.Line(line);
+}
+
+void TDoctor::Examine(const std::string& givenId)
+{
+    const std::string id = QvExcludeTrailingSlash(givenId);
+    CheckId(id);
+    ExamineMounts(id);
+    const unsigned kind = m_tree.ResourceExists(id);
+    if (kind == kResResource)
+        return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
+    // What the missing folder of a mount hides has been said.
+    if (!m_foundAny)
+        RequireFolder(m_tree, id);
+    TQvProgress progress(&m_host.Progress);
+    progress.SetMessage("Examining " + id);
+    progress.Start();
+    const std::vector<std::string> folders = FoldersBelow(id);
+    for (std::size_t i = 0; i < folders.size(); ++i) {
+        progress.Report(static_cast<double>(i) / static_cast<double>(folders.size()));
+        ExamineFolder(folders[i], {});
+    }
+}
+
+void TDoctor::ExamineMounts(const std::string& id)
+{
+    const std::string prefix = QvNormalizeResId(QvIncludeTrailingSlash(id));
+    for (const auto& node : m_tree.MountNodes()) {
+        const std::string& point = node->MountPointId();
+        if (node->IsPureVirtual() ||
+            QvNormalizeResId(point + "/").compare(0, prefix.size(), prefix) != 0)
+            continue;
+        const std::string folder = node->GetResourceFile(point);
+        bool isFolder = false;
+        const TQvResult exists = QvFileDirExists(folder, &isFolder);
+        if (exists.HasFailed())
+            CannotRead(point, exists.Error());
+        else if (!isFolder)
+            Found(point,
+                  "its folder " + Quoted(folder) + " is gone; \"qvres unmount " + point +
+                      "\" takes it out of the tree",
+                  "", [] { return kNotTried; });
+    }
+}
+
+std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
+{
+    const auto items = make_var<std::vector<TQvResFindItem>>();
+    std::vector<TQvFailure> failures;
+    m_tree.Find(items, id, "*", kFindFolders | kFindRecursive | kFindHidden | kFindMounts,
+                &m_host.Progress, &failures);
+    for (const TQvFailure& failure : failures)
+        CannotRead(failure.Id, failure.Error);
+    std::vector<std::string> folders = {id};
+    for (TQvResFindItem& item : *items)
+        folders.push_back(std::move(item.Id));
+    std::sort(folders.begin(), folders.end());
+    return folders;
+}
+
+/// Only what belongs to one resource when it is named.
+void TDoctor::ExamineFolder(const std::string& id, const std::string& onlyName)
+{
+    // A disk name that is no valid id is reached by nobody.
+    if (!TResourceManager::IsValidResId(id, true))
+        return CannotRead(id, EINVAL);
+    const TResourceManager::TMountNode* const node = m_tree.GetNode4Id(id, true, true, false);
+    if (node->IsPureVirtual() || node->IsLink(id))
+        return;
+    try {
+        for (const std::string& path : QvFindFiles(node->GetResourceFile(id), "*", false, false)) {
+            BreakSignal::ThrowIfWanted();
+            const std::string name = path.substr(path.rfind('/') + 1);
+            const bool belongs = name == onlyName + kSidecarSuffix ||
+                                 name == onlyName + kMarkerSuffix ||
+                                 name.compare(0, onlyName.size() + 2, "." + onlyName + ".") == 0;
+            if (onlyName.empty() || belongs)
+                ExamineFile(QvIncludeTrailingSlash(id) + name, path);
+        }
+    } catch (const TQvUserBreak&) {
+        throw;
+    } catch (const TQvMessage& message) {
+        PrintError(TFailure(message.what(), id, errno));
+        m_host.Status = 1;
+    }
+}
+
+void TDoctor::ExamineFile(const std::string& id, const std::string& path)
+{
+    const std::string name = QvExtractResName(id);
+    if (IsTemporaryName(name))
+        ExamineTemporary(id, path);
+    else if (EndsWith(name, kSidecarSuffix))
+        ExamineSidecar(id, path);
+    else if (EndsWith(name, kMarkerSuffix))
+        ExamineMarker(id, path);
+}
+
+void TDoctor::ExamineTemporary(const std::string& id, const std::string& path)
+{
+    TQvFileInfo info;
+    const TQvResult looked = QvGetFileInfo(path, &info);
+    if (looked.HasFailed())
+        CannotRead(id, looked.Error());
+    // A younger one may be in use.
+    if (looked && info.IsRegular && IsOlderThanADay(info.UpdateTime))
+        Found(id, "temporary file, left over since " + IsoTime(info.UpdateTime), "removed",
+              [&path] { return QvDeleteFile(path).Error(); });
+}
+
+void TDoctor::ExamineSidecar(const std::string& id, const std::string& path)
+{
+    const std::string ownerId = id.substr(0, id.size() - std::string(kSidecarSuffix).size());
+    bool isFolder = false;
+    const TQvResult owner = QvFileDirExists(
+        path.substr(0, path.size() - std::string(kSidecarSuffix).size()), &isFolder);
+    if (owner.HasFailed())
+        return CannotRead(ownerId, owner.Error());
+    if (owner && !isFolder)
+        return ExamineDocument(ownerId, path);
+    Found(id, "metadata without its resource", "removed", [&] {
+        // The library knows whether the resource is just being moved, and leaves the metadata then.
+        if (TResourceManager::IsValidResId(ownerId, true))
+            m_tree.OpenResource(ownerId, kQvOpenRead, kQvShareAll, 0);
+        if (!QvFileExists(path))
+            return 0;
+        const std::string folder = path.substr(0, path.rfind('/'));
+        return access(folder.c_str(), W_OK) != 0 ? errno : EBUSY;
+    });
+}
+
+void TDoctor::ExamineDocument(const std::string& id, const std::string& path)
+{
+    const auto damage = [&path](std::string* why) {
+        std::string text;
+        const TQvResult read = QvReadWholeFile(path, &text);
+        if (read)
+            QvParseXIniTree(text, why);
+        return read;
+    };
+    std::string why;
+    const TQvResult read = damage(&why);
+    if (read.HasFailed())
+        CannotRead(id + kSidecarSuffix, read.Error());
+    else if (why.empty())
+        ExamineLabel(id);
+    else
+        Found(id + kSidecarSuffix, "metadata that is not well formed: " + why,
+              "renamed to \".meta.damaged\"", [&] {
+                  const TQvFileLock lock(path, kLockTimeoutMs);
+                  std::string now;
+                  if (!lock || !damage(&now) || now.empty())
+                      return -lock.getError(); // another process was faster
+                  return QvMoveFileEx(path, path + kDamagedSuffix, true, false).Error();
+              });
+}
+
+void TDoctor::ExamineLabel(const std::string& id)
+{
+    const auto matches = [&id] {
+        TQvResourceLabel label;
+        return !ReadResResourceLabel(id, &label) || WeakCheckResResourceLabel(label, id);
+    };
+    if (!TResourceManager::IsValidResId(id, true) || matches())
+        return;
+    Found(id, "its label is of an earlier content", "computed anew", [&] {
+        try {
+            CurrentLabel(m_host, id);
+        } catch (const TFailure& failure) {
+            return failure.Error;
+        }
+        return matches() ? 0 : EIO;
+    });
+}
+
+/// A file of such a name that says neither is no marker.
+void TDoctor::ExamineMarker(const std::string& id, const std::string& path)
+{
+    const TQvResult owner =
+        QvFileDirExists(path.substr(0, path.size() - std::string(kMarkerSuffix).size()), nullptr);
+    std::string text;
+    if (owner.HasFailed())
+        CannotRead(id, owner.Error());
+    else if (owner.IsNothing() && QvGetFileSize(path) <= 4 && QvReadWholeFile(path, &text) &&
+             (text == "ok" || text == "fail"))
+        Found(id, "marker without its resource or folder", "removed",
+              [&path] { return QvDeleteFile(path).Error(); });
+}
+} // namespace
+
+void AddDoctorCommand(CLI::App& app, THost& host)
+{
+    const auto id = std::make_shared<std::string>();
+    const auto mends = std::make_shared<bool>(false);
+    CLI::App* doctor = AddCommand(
+        app, "doctor",
+        "Look for what was left behind or damaged below a folder, or with one resource; one line "
+        "each:\nmetadata without its resource, metadata that is not well formed, temporary files "
+        "older than\na day, markers (\"qvres done\") without a resource or folder, labels of an "
+        "earlier content,\nmount points whose folder is gone. The exit status is 1 when something "
+        "was found and not\nrepaired. Contents are not read: \"qvres check\" does that",
+        "  qvres doctor /Data\n"
+        "  qvres doctor --mend /Data");
+    doctor->add_flag("--mend", *mends,
+                     "Remove metadata, markers and temporary files that belong to nothing, rename "
+                     "damaged\nmetadata to \".meta.damaged\", and compute labels anew");
+    AddIdOption(*doctor, "ID", *id, "A folder or resource; \"/\" for the whole tree")->required();
+    doctor->callback([&host, id, mends] { TDoctor(host, *mends).Examine(*id); });
+}

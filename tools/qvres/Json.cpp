@@ -1,0 +1,56 @@
+#include "Json.h"
+
+#include <algorithm>
+
+namespace
+{
+std::string Hex(const std::string& bytes)
+{
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += {kDigits[byte >> 4], kDigits[byte & 0xf]};
+    }
+    return text;
+}
+} // namespace
+
+bool IsUtf8(const std::string& text)
+{
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (std::all_of(text.begin(), text.end(), isAscii))
+        return true;
+    try {
+        nlohmann::json(text).dump();
+        return true;
+    } catch (const nlohmann::json::type_error&) {
+        return false;
+    }
+}
+
+void PutText(nlohmann::ordered_json& record, const std::string& name, const std::string& text)
+{
+    record[name] = text;
+    if (!IsUtf8(text))
+        record[name + "Hex"] = Hex(text);
+}
+
+std::string TextOf(const nlohmann::ordered_json& record, const std::string& name)
+{
+    const auto hex = record.find(name + "Hex");
+    if (hex == record.end())
+        return record[name].is_null() ? "-" : record[name].get<std::string>();
+    const std::string digits = hex->get<std::string>();
+    std::string text;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    return text;
+}
+
+nlohmann::ordered_json RecordOf(const std::string& id)
+{
+    nlohmann::ordered_json record;
+    PutText(record, "id", id);
+    return record;
+}

@@ -1,0 +1,131 @@
+// which: who answers for an id, and what belongs to it.
+#include <cerrno>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+#include <QvStd/Files.h>
+
+#include "Checks.h"
+#include "Commands.h"
+#include "Json.h"
+#include "Labels.h"
+
+namespace
+{
+using TMountNode = TResourceManager::TMountNode;
+using TRecord = nlohmann::ordered_json;
+
+const char* KindName(unsigned kind)
+{
+    constexpr const char* kNames[] = {"nothing", "resource", "folder"};
+    return kNames[kind];
+}
+
+bool IsAbove(const TMountNode& node, const std::string& id)
+{
+    const std::string point = QvNormalizeResId(node.MountPointId()) + "/";
+    return QvNormalizeResId(id + "/").compare(0, point.size(), point) == 0;
+}
+
+std::string LabelState(const TResourceManager& tree, const std::string& id)
+{
+    TQvResourceLabel label;
+    if (!MetadataDamage(tree, id).empty())
+        return "damaged";
+    if (!ReadResResourceLabel(id, &label))
+        return "none";
+    return WeakCheckResResourceLabel(label, id) ? "matches" : "differs";
+}
+
+TRecord MountRecord(const TMountNode& node, const std::string& id)
+{
+    TRecord record = RecordOf(node.MountPointId());
+    PutText(record, "folder", node.GetResourceFile(node.MountPointId()));
+    PutText(record, "file", node.GetResourceFile(id));
+    record["kind"] = KindName(node.ResourceExists(id));
+    return record;
+}
+
+/// What belongs to a resource.
+void AddBelongings(const TResourceManager& tree, TRecord& record, const TMountNode& node,
+                   const std::string& id)
+{
+    const std::string sidecar = node.GetResourceFile(id) + kSidecarSuffix;
+    if (tree.ResourceMetaExists(id))
+        PutText(record, "sidecar", sidecar);
+    else
+        record["sidecar"] = nullptr;
+    record["label"] = LabelState(tree, id);
+}
+
+TRecord Answer(const TResourceManager& tree, const std::string& id)
+{
+    const unsigned kind = tree.ResourceExists(id);
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
+    TRecord record = RecordOf(id);
+    record["kind"] = KindName(kind);
+    const TMountNode* const node = tree.GetNode4Id(id, true, true, false);
+    record["mount"] = nullptr;
+    if (!node->IsPureVirtual())
+        record["mount"] = MountRecord(*node, id);
+    record["shadows"] = TRecord::array();
+    for (const auto& other : tree.MountNodes())
+        if (other.get() != node && !other->IsPureVirtual() && IsAbove(*other, id))
+            record["shadows"].push_back(MountRecord(*other, id));
+    if (kind == kResResource)
+        AddBelongings(tree, record, *node, id);
+    record["backups"] = TRecord::array();
+    if (!node->IsPureVirtual())
+        for (const TQvResFindItem& backup : FindResourceBackups(id))
+            record["backups"].push_back(RecordOf(backup.Id));
+    return record;
+}
+
+void PrintLines(TOutput& out, const TRecord& record)
+{
+    out.Line("id:      " + TextOf(record, "id"));
+    out.Line("kind:    " + TextOf(record, "kind"));
+    const TRecord& mount = record["mount"];
+    if (mount.is_null()) {
+        out.Line("mount:   -");
+    } else {
+        out.Line("mount:   " + TextOf(mount, "id") + "\t" + TextOf(mount, "folder"));
+        out.Line("file:    " + TextOf(mount, "file"));
+    }
+    for (const TRecord& other : record["shadows"])
+        out.Line("shadows: " + TextOf(other, "id") + "\t" + TextOf(other, "file") + "\t(" +
+                 TextOf(other, "kind") + ")");
+    if (record.contains("label")) {
+        out.Line("sidecar: " + TextOf(record, "sidecar"));
+        out.Line("label:   " + TextOf(record, "label"));
+    }
+    for (const TRecord& backup : record["backups"])
+        out.Line("backup:  " + TextOf(backup, "id"));
+}
+
+void Which(THost& host, const std::string& givenId)
+{
+    const TResourceManager& tree = host.Session.Tree();
+    const std::string id = QvExcludeTrailingSlash(givenId);
+    CheckId(id);
+    const TRecord record = Answer(tree, id);
+    if (host.Json)
+        host.Out.Line(ToJsonText(record));
+    else
+        PrintLines(host.Out, record);
+}
+} // namespace
+
+void AddWhichCommand(CLI::App& app, THost& host)
+{
+    const auto id = std::make_shared<std::string>();
+    CLI::App* which = AddCommand(
+        app, "which",
+        "Show which mount answers for an id, with the file on the disk, which other mounts it\n"
+        "hides there, and what belongs to a resource: its metadata file, its label (none,\n"
+        "matches, differs, damaged) and its backups",
+        "  qvres which /Data/a.txt");
+    AddIdOption(*which, "ID", *id, "Any id; nothing need be there")->required();
+    which->callback([&host, id] { Which(host, *id); });
+}
