@@ -276,12 +276,17 @@ void Create(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode
 
 void Read(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* info)
 {
-    // The kernel takes the bytes out of the file without a copy here, where it can.
-    fuse_bufvec bytes = FUSE_BUFVEC_INIT(size);
-    bytes.buf[0].flags = static_cast<fuse_buf_flags>(FUSE_BUF_IS_FD | FUSE_BUF_FD_SEEK);
-    bytes.buf[0].fd = HandleOf(info)->Descriptor();
-    bytes.buf[0].pos = offset;
-    fuse_reply_data(request, &bytes, FUSE_BUF_SPLICE_MOVE);
+    // One copy more than a splice, and faster than its pipes nevertheless.
+    thread_local std::vector<char> buffer;
+    Answer(request, [&] {
+        if (buffer.size() < size)
+            buffer.resize(size);
+        std::size_t got = 0;
+        const int error = HandleOf(info)->Read(buffer.data(), size, offset, &got);
+        if (error == 0)
+            fuse_reply_buf(request, buffer.data(), got);
+        return error;
+    });
 }
 
 void Write(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size, off_t offset,
@@ -370,17 +375,16 @@ public:
     {
     }
 
-    int Reply(std::size_t start)
+    int Fill(std::size_t start)
     {
         for (std::size_t i = start; i < m_folder.Names.size() + kOwn; ++i)
             if (!(i < kOwn ? AddOwn(i) : AddName(m_folder.Names[i - kOwn].Name, i + 1)))
                 break;
         // What could be listed comes first, then why the rest could not be.
-        if (m_used == 0 && m_folder.Error != 0)
-            return m_folder.Error;
-        fuse_reply_buf(m_request, m_buffer.data(), m_used);
-        return 0;
+        return m_used == 0 ? m_folder.Error : 0;
     }
+
+    void Reply() { fuse_reply_buf(m_request, m_buffer.data(), m_used); }
 
 private:
     static constexpr std::size_t kOwn = 2; ///< "." and ".."
@@ -434,12 +438,20 @@ void ReadFolder(fuse_req_t request, fuse_ino_t number, std::size_t size, off_t o
 {
     Answer(request, [&] {
         TFolderHandle& folder = FolderOf(info);
-        const std::lock_guard<std::mutex> lock(folder.Mutex);
         TInode& inode = InodeOf(request, number);
-        if (offset == 0)
-            if (const int error = Files(request).ReadFolder(inode, folder))
-                return error;
-        return TListing(request, inode, folder, size).Reply(static_cast<std::size_t>(offset));
+        TListing listing(request, inode, folder, size);
+        int error = 0;
+        {
+            const std::lock_guard<std::mutex> lock(folder.Mutex);
+            if (offset == 0)
+                error = Files(request).ReadFolder(inode, folder);
+            if (error == 0)
+                error = listing.Fill(static_cast<std::size_t>(offset));
+        }
+        // Behind the lock: once the reply is out, another thread may close the folder.
+        if (error == 0)
+            listing.Reply();
+        return error;
     });
 }
 
