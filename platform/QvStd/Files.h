@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 #include "QvStd/DateTime.h"
@@ -42,10 +43,14 @@ enum class TQvSameness
     /// One entry of a folder seen by two paths, or a symbolic link and what it leads to: a move
     /// from one to the other would lose the file.
     OneEntry,
+    /// One entry by two spellings that differ only in letter case, which is one name to the file
+    /// system: a rename changes the spelling, a copy and a deletion would lose the file.
+    OtherCase,
     /// Two names of one file in their own right.
     HardLinks
 };
-/// Different, too, when one of both cannot be looked at.
+/// Different, too, when one of both cannot be looked at; OneEntry when it cannot be found out which
+/// of the last three it is.
 QVSTD_API TQvSameness QvCompareFiles(const std::string& a, const std::string& b);
 
 /// A file of any kind that is not a folder; links are followed.
@@ -101,15 +106,20 @@ QVSTD_API TQvResult QvCopyFileEx(const std::string& from, const std::string& to,
 QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
                                     TQvProgressHandler* progress, TQvCopyFolders* folders);
 /// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
-/// extended attributes, too, and the copy and its name are on the disk when this answers.
+/// extended attributes, too, and the copy and its name are on the disk when this answers. `copied`
+/// receives the state of the source before its first byte was read, for QvRequireUnchanged.
 QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
-                                     TQvProgressHandler* progress);
+                                     TQvProgressHandler* progress, struct stat* copied);
+/// Done while `path` still leads to the file in the state `copied`; EBUSY when another process has
+/// written to it or replaced it since, so that the copy does not hold its content.
+QVSTD_API TQvResult QvRequireUnchanged(const std::string& path, const struct stat& copied);
 /// Renames. Without `overwrite` an existing target is refused (EEXIST), with no window in which
 /// another process could slip one in. With `overwrite` a target that is another hard link of the
 /// file stays, and the source's name goes; one that is the same entry is refused (EINVAL), unless
 /// only the letter case of its name changes. With
 /// `acrossDevices` a target on another device is copied (as QvCopyFileToMove, files only) and the
-/// source deleted then; `progress` (may be null) is for that.
+/// source deleted then, unless it was changed meanwhile (EBUSY: both stay); `progress` (may be
+/// null) is for that.
 QVSTD_API TQvResult QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite,
                                  bool acrossDevices, TQvProgressHandler* progress = nullptr);
 

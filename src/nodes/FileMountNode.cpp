@@ -5,10 +5,10 @@
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "QvStd/Strings.h"
 #include "module/ModuleInitializer.h"
 #include "nodes/FolderListing.h"
 #include "resid/ResId.h"
@@ -90,12 +90,6 @@ TQvResult LookForSidecar(const TTransferEnds& ends)
     struct stat status = {};
     const bool fits = lstat(SidecarOf(ends.To).c_str(), &status) == 0 || errno == ENOENT;
     return fits ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
-}
-
-/// A file system without letter case takes both for one name.
-bool IsChangeOfCase(const TTransferEnds& ends)
-{
-    return ends.From != ends.To && toupper_locale(ends.From) == toupper_locale(ends.To);
 }
 
 /// Done where a resource can lie: not above the mount points, nor in the place of a mount's folder.
@@ -189,12 +183,43 @@ TQvResult DeleteWithSidecar(const std::string& path, const std::string& id)
     return gone.Named(id);
 }
 
+/// A file that was copied, in the state that the copy has.
+struct TCopied
+{
+    std::string Path;
+    struct stat Status = {};
+};
+
+/// Fails with EBUSY when others have changed the resource or its sidecar since they were copied, or
+/// have stored a sidecar.
+TQvResult RequireUnchanged(const std::vector<TCopied>& copied, const TTransferEnds& ends)
+{
+    for (const TCopied& file : copied)
+        if (const TQvResult same = QvRequireUnchanged(file.Path, file.Status); !same)
+            return same.Named(ends.Src);
+    if (copied.size() > 1)
+        return TQvResult::Done();
+    const TQvResult sidecar = SidecarExists(SidecarOf(ends.From), ends.Src);
+    if (sidecar.HasFailed())
+        return sidecar;
+    return sidecar ? TQvResult::Failed(EBUSY, ends.Src) : TQvResult::Done();
+}
+
 /// Across file systems. The source goes only when all of it is at the target and on the disk.
 TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progress)
 {
-    if (QvCompareFiles(ends.From, ends.ToContent) == TQvSameness::OneEntry)
+    const TQvSameness sameness = QvCompareFiles(ends.From, ends.ToContent);
+    if (sameness == TQvSameness::OneEntry || sameness == TQvSameness::OtherCase)
         return {TQvResult::Failed(EINVAL, ends.Dst), {}};
-    TQvTransfer done = CopyWithSidecar(ends, &QvCopyFileToMove, progress);
+    std::vector<TCopied> copied;
+    const auto copy = [&copied](const std::string& from, const std::string& to,
+                                TQvProgressHandler* ofCopy) {
+        copied.push_back({from});
+        return QvCopyFileToMove(from, to, ofCopy, &copied.back().Status);
+    };
+    TQvTransfer done = CopyWithSidecar(ends, copy, progress);
+    if (done.Content && done.Sidecar)
+        done.Content = RequireUnchanged(copied, ends);
     if (done.Content && done.Sidecar)
         done.Content = DeleteWithSidecar(ends.From, ends.Src);
     return done;
@@ -376,12 +401,14 @@ TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountN
     if (&target != this)
         return CopyAndDelete(ends, progress);
     TQvFileStream hold;
-    if (there && !IsChangeOfCase(ends)) {
-        if (QvCompareFiles(ends.From, ends.ToContent) == TQvSameness::OneEntry)
-            return {TQvResult::Failed(EINVAL, dst), {}};
+    const TQvSameness sameness =
+        there ? QvCompareFiles(ends.From, ends.ToContent) : TQvSameness::Different;
+    if (sameness == TQvSameness::OneEntry)
+        return {TQvResult::Failed(EINVAL, dst), {}};
+    // Another name of the source is not replaced: its content stays.
+    if (there && sameness == TQvSameness::Different)
         if (TQvResult held = HoldTarget(ends, hold); !held)
             return {held, {}};
-    }
     return RenameWithSidecar(ends, progress);
 }
 

@@ -13,7 +13,6 @@
 #include "QvStd/Descriptor.h"
 #include "QvStd/Message.h"
 #include "QvStd/NewFile.h"
-#include "QvStd/Strings.h"
 #include "QvStd/files/ContentCopy.h"
 #include "QvStd/files/FileNames.h"
 
@@ -54,14 +53,17 @@ int OpenSource(const std::string& path, TQvCopyFolders* folders, TQvDescriptor* 
     return QvOpenRegular(path, O_RDONLY, file, status);
 }
 
+/// `opened` (may be null) receives the state of the source before it is read.
 TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfExists,
                    TPurpose purpose, TQvProgressHandler* progress,
-                   TQvCopyFolders* folders = nullptr)
+                   TQvCopyFolders* folders = nullptr, struct stat* opened = nullptr)
 {
     struct stat source = {};
     TQvDescriptor input;
     if (const int error = OpenSource(from, folders, &input, &source))
         return AnswerError(error, from);
+    if (opened != nullptr)
+        *opened = source;
     TQvNewFile::TOptions options;
     options.FailIfExists = failIfExists;
     options.ExpectsNone = purpose == TPurpose::CopyToNew;
@@ -73,8 +75,8 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
     options.NotOnto = input.Number();
     options.Folder = folders != nullptr ? &folders->Target : nullptr;
     TQvNewFile output;
-    if (TQvResult opened = output.Open(to, options); !opened)
-        return Answer(opened);
+    if (TQvResult ready = output.Open(to, options); !ready)
+        return Answer(ready);
     TQvCopyReport report(progress, static_cast<std::uint64_t>(source.st_size));
     if (!output.IsSameFile()) {
         const TQvCopyError error =
@@ -90,10 +92,10 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
 
 TQvResult CopyUnlessBroken(const std::string& from, const std::string& to, bool failIfExists,
                            TPurpose purpose, TQvProgressHandler* progress,
-                           TQvCopyFolders* folders = nullptr)
+                           TQvCopyFolders* folders = nullptr, struct stat* opened = nullptr)
 {
     try {
-        return CopyFile(from, to, failIfExists, purpose, progress, folders);
+        return CopyFile(from, to, failIfExists, purpose, progress, folders, opened);
     } catch (const TQvUserBreak&) {
         return AnswerError(ECANCELED, from);
     }
@@ -120,25 +122,20 @@ bool ReadToEnd(int file, std::uint64_t size, std::string* content)
     return true;
 }
 
-/// A file system without letter case takes both for one name, and renames all the same.
-bool IsChangeOfCase(const std::string& from, const std::string& to)
-{
-    return QvFolderPart(from) == QvFolderPart(to) && toupper_locale(from) == toupper_locale(to);
-}
-
 /// After a rename that answered success: two names of one file are both still there then.
 TQvResult FinishRename(const std::string& from, const std::string& to)
 {
     struct stat status = {};
-    if (lstat(from.c_str(), &status) != 0 || (from != to && IsChangeOfCase(from, to)))
+    if (lstat(from.c_str(), &status) != 0)
         return TQvResult::Done();
     switch (QvCompareFiles(from, to)) {
     case TQvSameness::OneEntry:
         return AnswerError(EINVAL, to);
     case TQvSameness::HardLinks:
         return unlink(from.c_str()) == 0 ? TQvResult::Done() : TQvResult::FromErrno(from);
+    case TQvSameness::OtherCase:
     case TQvSameness::Different:
-        break; // another process has written a new one
+        break; // renamed; another process has written a new one
     }
     return TQvResult::Done();
 }
@@ -147,10 +144,15 @@ TQvResult MoveAcrossDevices(const std::string& from, const std::string& to, bool
                             TQvProgressHandler* progress)
 {
     // Two mounts of one file system are two devices to a rename.
-    if (QvCompareFiles(from, to) == TQvSameness::OneEntry)
+    const TQvSameness sameness = QvCompareFiles(from, to);
+    if (sameness == TQvSameness::OneEntry || sameness == TQvSameness::OtherCase)
         return AnswerError(overwrite ? EINVAL : EEXIST, to);
-    TQvResult copied = CopyUnlessBroken(from, to, !overwrite, TPurpose::Move, progress);
-    return copied && unlink(from.c_str()) != 0 ? TQvResult::FromErrno(from) : copied;
+    struct stat copied = {};
+    TQvResult done =
+        CopyUnlessBroken(from, to, !overwrite, TPurpose::Move, progress, nullptr, &copied);
+    if (done)
+        done = QvRequireUnchanged(from, copied);
+    return done && unlink(from.c_str()) != 0 ? TQvResult::FromErrno(from) : done;
 }
 } // namespace
 
@@ -172,9 +174,24 @@ TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
 }
 
 TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
-                           TQvProgressHandler* progress)
+                           TQvProgressHandler* progress, struct stat* copied)
 {
-    return CopyUnlessBroken(from, to, false, TPurpose::Move, progress);
+    return CopyUnlessBroken(from, to, false, TPurpose::Move, progress, nullptr, copied);
+}
+
+TQvResult QvRequireUnchanged(const std::string& path, const struct stat& copied)
+{
+    struct stat now = {};
+    if (stat(path.c_str(), &now) != 0)
+        return TQvResult::FromErrno(path);
+    const auto isSame = [](const timespec& a, const timespec& b) {
+        return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    // Writers can set the modification time back, but not the time of the status change.
+    return QvIsSameInode(now, copied) && now.st_size == copied.st_size &&
+                   isSame(now.st_mtim, copied.st_mtim) && isSame(now.st_ctim, copied.st_ctim)
+               ? TQvResult::Done()
+               : AnswerError(EBUSY, path);
 }
 
 TQvResult QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite,

@@ -9,6 +9,8 @@
 
 #include "QvStd/Descriptor.h"
 #include "QvStd/Files.h"
+#include "QvStd/FolderReader.h"
+#include "QvStd/Strings.h"
 
 bool QvFollowLinks(std::string* path)
 {
@@ -51,6 +53,26 @@ bool QvRenameToFreeName(const std::string& from, const std::string& to)
     return false;
 }
 
+namespace
+{
+/// Of two names of one file in one folder that differ in letter case only: a folder lists each of
+/// its entries in one spelling.
+TQvSameness CompareSpellings(const std::string& folder, const std::string& a, const std::string& b)
+{
+    TQvFolderReader reader;
+    TQvFolderEntry entry;
+    bool hasA = false;
+    bool hasB = false;
+    for (reader.Open(folder); reader && reader.Next(&entry);) {
+        hasA = hasA || entry.Name == a;
+        hasB = hasB || entry.Name == b;
+    }
+    if (!reader || !reader.Result())
+        return TQvSameness::OneEntry;
+    return hasA && hasB ? TQvSameness::HardLinks : TQvSameness::OtherCase;
+}
+} // namespace
+
 TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
 {
     struct stat fileA = {};
@@ -66,6 +88,8 @@ TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
     const std::string nameA = a.substr(QvFolderPart(a).size());
     const std::string nameB = b.substr(QvFolderPart(b).size());
     const bool isLink = QvIsSymLink(a) || QvIsSymLink(b);
+    if (!isLink && oneFolder && nameA != nameB && toupper_locale(nameA) == toupper_locale(nameB))
+        return CompareSpellings(QvFolderPart(a) + ".", nameA, nameB);
     return isLink || fileA.st_nlink == 1 || (oneFolder && nameA == nameB) ? TQvSameness::OneEntry
                                                                           : TQvSameness::HardLinks;
 }

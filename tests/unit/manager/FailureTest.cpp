@@ -67,6 +67,18 @@ TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
     EXPECT_TRUE(Manager.CopyResource("/A/h", "/A/i", nullptr)) << "nothing to do";
     EXPECT_TRUE(Manager.RenMovResource("/A/h", "/A/i", nullptr));
     EXPECT_EQ(TreeOf(Temp.Path()), "A/i=linked A/i.meta=m B/");
+    // Names that differ in letter case only are two entries here, and no change of the spelling.
+    ASSERT_EQ(link((Temp / "A/i").c_str(), (Temp / "A/I").c_str()), 0);
+    EXPECT_TRUE(Manager.RenMovResource("/A/i", "/A/I", nullptr));
+    EXPECT_EQ(TreeOf(Temp.Path()), "A/I=linked A/I.meta=m B/");
+    MakeTree(Temp.Path(), "A/q=1 A/Q=2 A/p/q=3 A/P/q=4 A/k>K A/K=5");
+    const std::string before = TreeOf(Temp.Path());
+    for (const auto& [source, target] : {std::pair("/A/q", "/A/Q"), {"/A/p/q", "/A/P/q"}}) {
+        const TQvFileStream alone(TQvPath(Temp / target), kQvOpenWrite, 0);
+        EXPECT_FALSE(Manager.RenMovResource(source, target, nullptr)) << target;
+    }
+    EXPECT_FALSE(Manager.RenMovResource("/A/k", "/A/K", nullptr)) << "it would lead to itself";
+    EXPECT_EQ(TreeOf(Temp.Path()), before);
 
     const std::string longName = "/B/" + std::string(252, 'n');
     Temp.Write(longName, "old");

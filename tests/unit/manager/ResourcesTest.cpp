@@ -1,3 +1,4 @@
+#include <fstream>
 #include <unistd.h>
 
 #include "ManagerFixtures.h"
@@ -62,6 +63,27 @@ TEST_F(Resources, CopiedAndMovedBetweenNodes)
     ASSERT_EQ(link((Temp / "A/h").c_str(), (Temp / "B/h").c_str()), 0);
     EXPECT_TRUE(Manager.RenMovResource("/A/h", "/B/h", nullptr));
     EXPECT_EQ(TreeOf(Temp.Path()), "A/ B/h=linked");
+}
+
+TEST_F(Resources, AMoveDeletesNothingThatWasWrittenMeanwhile)
+{
+    struct TWriter : TTestProgress
+    {
+        bool Poll() override
+        {
+            std::ofstream(File, std::ios::app) << "later";
+            return false;
+        }
+        std::string File;
+    } writer;
+    for (const char* changed : {"A/x", "A/x.meta"}) {
+        MakeTree(Temp.Path(), "A/x=1 B/");
+        writer.File = Temp / changed;
+        EXPECT_FALSE(Manager.RenMovResource("/A/x", "/B/x", &writer)) << changed;
+        EXPECT_EQ(TResourceManager::LastFailure().text(), "/A/x: Device or resource busy");
+        EXPECT_NE(Content(changed).find("later"), std::string::npos) << TreeOf(Temp.Path());
+        EXPECT_EQ(Content("A/x").front(), '1');
+    }
 }
 
 TEST_F(Resources, FailedMoveLeavesNoHalfTarget)
