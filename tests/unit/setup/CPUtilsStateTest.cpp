@@ -232,7 +232,8 @@ TEST_F(State, SaveRefusesBeforeItWrites)
 
     WritePolicy("");
     Temp.Write("var/Profiles/Other", "");
-    EXPECT_EQ(SaveError(), "The folder \"" + Profiles("/Other") + "\" cannot be created.");
+    EXPECT_EQ(SaveError(),
+              "The folder \"" + Profiles("/Other") + "\" cannot be created: File exists.");
     state.Profiles[1].Name = "Dir";
     Temp.MakeFolder("var/Profiles/Dir/profile.x-ini");
     state.BuildIndex();
