@@ -70,7 +70,7 @@ struct TQvPlace
 };
 
 /// Keeps the folder of the last path open, so that the next path in it is not looked up again.
-class TQvFolderKeeper
+class QVSTD_API TQvFolderKeeper
 {
 public:
     /// By the path alone when its folder cannot be opened. The folder stays open until the next

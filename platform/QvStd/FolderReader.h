@@ -23,6 +23,9 @@ class QVSTD_API TQvFolderReader
 {
 public:
     TQvFolderReader() = default;
+    /// Reads through memory of the caller, aligned for a dirent64, which outlives the reader:
+    /// 32 KiB on the stack cost less than on the heap.
+    TQvFolderReader(char* buffer, std::size_t size) : m_buffer(buffer), m_bufferSize(size) {}
     ~TQvFolderReader();
     TQvFolderReader(TQvFolderReader&& other) noexcept;
     TQvFolderReader& operator=(TQvFolderReader&& other) noexcept;
@@ -43,7 +46,9 @@ private:
     bool Fill();
 
     int m_descriptor = -1;
-    std::unique_ptr<char[]> m_buffer;
+    std::unique_ptr<char[]> m_ownBuffer;
+    char* m_buffer = nullptr;
+    std::size_t m_bufferSize = 0;
     std::size_t m_length = 0;
     std::size_t m_next = 0;
     TQvResult m_result;

@@ -35,6 +35,7 @@
 struct TQvCopyFolders;
 class TMountFolders;
 class TMountIndex;
+class TQvFolderKeeper;
 
 class QVSERVICES_API TResourceManager
 {
@@ -126,6 +127,11 @@ public:
         virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst,
                                            TQvProgressHandler* progress) = 0;
+        /// As DeleteResource for one that a listing has shown just before: what it is, is not asked
+        /// again, and where the listing showed no sidecar none is deleted. `folders` keeps its
+        /// folder open for the next one.
+        virtual TQvResult DeleteListed(const TQvResFindItem& resource,
+                                       TQvFolderKeeper& folders) = 0;
         /// The sidecar alone; both resources must be there.
         virtual TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,
                                              const std::string& dst) = 0;
@@ -345,6 +351,9 @@ private:
     void DoFind(const TFindItems& items, const std::string& folder, const std::string& mask,
                 unsigned flags, TQvProgressHandler* progress,
                 std::vector<TQvFailure>& failures) const;
+    void DoFindBelow(const TFindItems& items, const TFindItems& open, const std::string& folder,
+                     const std::string& mask, unsigned flags, TQvProgressHandler* progress,
+                     std::vector<TQvFailure>& failures) const;
     TQvResult ListFolder(const TMountNode& node, const TFindItems& items, const std::string& folder,
                          const std::string& mask, unsigned flags,
                          TQvProgressHandler* progress) const;
@@ -356,7 +365,7 @@ private:
                              TQvProgressHandler* progress) const;
     TQvResult ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
                                  TQvProgress& progress) const;
-    TQvResult DeleteEntry(const TQvResFindItem& entry) const;
+    TQvResult DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders) const;
     TQvResult RequireFolder(const std::string& id) const;
     bool HoldsMountFolder(const std::string& id) const;
     TQvExistence LookUp(const std::string& id) const;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "QvStd/Descriptor.h"
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
@@ -16,6 +17,21 @@ namespace
 {
 constexpr int kLogLevel = 5;
 constexpr unsigned kEverythingBelow = kFindResources | kFindFolders | kFindRecursive;
+/// What a search for sub-folders alone keeps of the flags.
+constexpr unsigned kPassedOn = kFindHidden | kFindMounts | kFindNoLink;
+std::ptrdiff_t Offset(std::size_t index)
+{
+    return static_cast<std::ptrdiff_t>(index);
+}
+
+/// Appends the entries from `first` on to those of another listing.
+void MoveEntries(std::vector<TQvResFindItem>& from, std::size_t first,
+                 std::vector<TQvResFindItem>& to)
+{
+    const auto moved = from.begin() + Offset(first);
+    to.insert(to.end(), std::make_move_iterator(moved), std::make_move_iterator(from.end()));
+    from.erase(moved, from.end());
+}
 } // namespace
 
 bool TResourceManager::IsFolder(const std::string& id, bool realOnly) const
@@ -163,16 +179,17 @@ TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>
 {
     const double step = 1.0 / static_cast<double>(std::max<std::size_t>(entries.size(), 1));
     TQvResult result;
+    TQvFolderKeeper folders;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         progress.Report(static_cast<double>(i) * step);
-        const TQvResult deleted = DeleteEntry(entries[i]);
+        const TQvResult deleted = DeleteEntry(entries[i], folders);
         if (result)
             result = deleted;
     }
     return result;
 }
 
-TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry) const
+TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders) const
 {
     // A disk name may be no valid part of an id; then it stays, and the others go nevertheless.
     bool isValid = false;
@@ -180,7 +197,7 @@ TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry) const
     if (!isValid || node == nullptr)
         return TQvResult::Failed(EINVAL, entry.Id);
     if (entry.Attrib.Kind == kResResource)
-        return node->DeleteResource(entry.Id);
+        return node->DeleteListed(entry, folders);
     return IsMountNode(entry.Id) || HoldsMountFolder(entry.Id) ? TQvResult::Failed(EBUSY, entry.Id)
                                                                : node->DeleteFolder(entry.Id);
 }
@@ -245,8 +262,7 @@ void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFind
         mount->second = mount->second || !isHidden;
         return isHidden;
     };
-    items.erase(std::remove_if(items.begin() + static_cast<std::ptrdiff_t>(first), items.end(),
-                               isHiddenByMount),
+    items.erase(std::remove_if(items.begin() + Offset(first), items.end(), isHiddenByMount),
                 items.end());
     if ((flags & kFindFolders) == 0)
         return;
@@ -264,6 +280,23 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
                               const std::string& mask, unsigned flags, TQvProgressHandler* progress,
                               std::vector<TQvFailure>& failures) const
 {
+    if ((flags & kFindRecursive) != 0) {
+        DoFindBelow(items, make_var<std::vector<TQvResFindItem>>(), folder, mask, flags, progress,
+                    failures);
+        return;
+    }
+    const TQvResult result = ListFolder(*NodeFor(folder), items, folder, mask, flags, progress);
+    if (result.HasFailed())
+        failures.push_back({result.Error(), result.Name()});
+}
+
+/// `open` holds the entries of the folders on the way here, of which the sub-folders are still to
+/// be entered, and is left as it was: one list for all levels costs no memory of its own a folder.
+void TResourceManager::DoFindBelow(const TFindItems& items, const TFindItems& open,
+                                   const std::string& folder, const std::string& mask,
+                                   unsigned flags, TQvProgressHandler* progress,
+                                   std::vector<TQvFailure>& failures) const
+{
     const TMountNode* node = NodeFor(folder);
     bool isReported = false; // a folder that is read twice fails once
     const auto list = [&](const TFindItems& into, const std::string& ofMask, unsigned ofFlags) {
@@ -272,29 +305,35 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
             failures.push_back({result.Error(), result.Name()});
         isReported = isReported || result.HasFailed();
     };
-    if ((flags & kFindRecursive) == 0) {
-        list(items, mask, flags);
-        return;
-    }
+    const auto isFolder = [](const TQvResFindItem& item) { return item.Attrib.Kind == kResFolder; };
+    const std::size_t first = open->size();
     // Reading the folder once is enough when its own entries hold all its sub-folders.
     const bool onePass = items && mask == "*" && (flags & kFindFolders) != 0;
-    const auto entries = make_var<std::vector<TQvResFindItem>>();
-    list(entries, "*", onePass ? flags : kFindFolders | (flags & (kFindHidden | kFindMounts)));
-    for (const TQvResFindItem& entry : *entries) {
-        if (entry.Attrib.Kind != kResFolder)
+    if (onePass) {
+        const std::size_t own = items->size();
+        list(items, mask, flags);
+        // What lies in a sub-folder comes first; most folders have none.
+        if (std::any_of(items->begin() + Offset(own), items->end(), isFolder))
+            MoveEntries(*items, own, *open);
+    } else {
+        list(open, "*", kFindFolders | (flags & kPassedOn));
+    }
+    for (std::size_t i = first; i < open->size(); ++i) {
+        if (!isFolder((*open)[i]))
             continue;
         QvPollProgress(progress);
         // A disk name may be no valid part of an id: it is shown and not entered. Neither is a
-        // link: loops end, and clearing a folder never reaches out of it. A mount point of that id
-        // is entered all the same.
+        // link, also one that has just taken the folder's place: loops end, and clearing a folder
+        // never reaches out of it. A mount point of that id is entered all the same.
+        const std::string below = (*open)[i].Id; // the list moves as it grows
         bool isValid = false;
-        const TMountNode* below = ResolveNode(entry.Id, true, false, &isValid);
-        if (isValid && !(below == node && node->IsLink(entry.Id)))
-            DoFind(items, entry.Id, mask, flags, progress, failures);
+        ResolveNode(below, true, false, &isValid);
+        if (isValid)
+            DoFindBelow(items, open, below, mask, flags | kFindNoLink, progress, failures);
     }
     if (onePass)
-        items->insert(items->end(), std::make_move_iterator(entries->begin()),
-                      std::make_move_iterator(entries->end()));
-    else
+        MoveEntries(*open, first, *items);
+    open->resize(first);
+    if (!onePass)
         list(items, mask, flags);
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "QvStd/Descriptor.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "module/ModuleInitializer.h"
@@ -172,13 +173,21 @@ TQvTransfer CopyWithSidecar(const TTransferEnds& ends, const TCopy& copy,
     return {content, ends.ByIds(copy(SidecarOf(ends.From), SidecarOf(ends.To), nullptr))};
 }
 
-TQvResult DeleteWithSidecar(const std::string& path, const std::string& id)
+TQvResult DeleteFileAt(const TQvPlace& place)
 {
-    if (const TQvResult deleted = QvDeleteFile(path); !deleted)
+    return unlinkat(place.Folder, place.Name.c_str(), 0) == 0 ? TQvResult::Done()
+                                                              : TQvResult::FromErrno();
+}
+
+/// `place` is that of `path`.
+TQvResult DeleteWithSidecar(TQvPlace place, const std::string& path, const std::string& id,
+                            bool mayHaveSidecar)
+{
+    if (const TQvResult deleted = DeleteFileAt(place); !deleted || !mayHaveSidecar)
         return deleted.Named(id);
-    const std::string sidecar = SidecarOf(path);
-    const TQvResult gone = QvDeleteFile(sidecar);
-    if (gone || gone.IsNothing() || SidecarExists(sidecar, id).IsNothing())
+    place.Name += kSidecarSuffix;
+    const TQvResult gone = DeleteFileAt(place);
+    if (gone || gone.IsNothing() || SidecarExists(SidecarOf(path), id).IsNothing())
         return TQvResult::Done();
     return gone.Named(id);
 }
@@ -221,7 +230,7 @@ TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progres
     if (done.Content && done.Sidecar)
         done.Content = RequireUnchanged(copied, ends);
     if (done.Content && done.Sidecar)
-        done.Content = DeleteWithSidecar(ends.From, ends.Src);
+        done.Content = DeleteWithSidecar({AT_FDCWD, ends.From}, ends.From, ends.Src, true);
     return done;
 }
 
@@ -368,7 +377,16 @@ TQvResult TFileMountNode::DeleteResource(const std::string& id)
 {
     const std::string path = PathFromId(id);
     const TQvResult resource = RequireResource(path, id);
-    return resource ? DeleteWithSidecar(path, id) : resource;
+    return resource ? DeleteWithSidecar({AT_FDCWD, path}, path, id, true) : resource;
+}
+
+TQvResult TFileMountNode::DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper& folders)
+{
+    // The disk file was listed by the node above: no id leads to it.
+    if (resource.Id.size() <= MountPointId().size())
+        return DeleteResource(resource.Id);
+    const std::string path = PathFromId(resource.Id);
+    return DeleteWithSidecar(folders.Locate(path), path, resource.Id, resource.MayHaveSidecar);
 }
 
 TQvResult TFileMountNode::RenMovResource(const std::string& src, const std::string& dst,
@@ -520,8 +538,12 @@ TQvResult TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
                                const std::string& folder, const std::string& mask, unsigned flags,
                                TQvProgressHandler* progress) const
 {
-    return QvListFolder(PathFromId(folder), QvIncludeTrailingSlash(folder), mask, flags, progress,
-                        items.get());
+    std::string path = PathFromId(folder);
+    if ((flags & kFindNoLink) != 0 && IsOwnFolder(path))
+        flags &= ~kFindNoLink; // a mount's own folder is followed
+    else if ((flags & kFindNoLink) != 0)
+        path.resize(path.find_last_not_of('/') + 1); // behind a "/" a link is followed
+    return QvListFolder(path, QvIncludeTrailingSlash(folder), mask, flags, progress, items.get());
 }
 
 bool TFileMountNode::IsLink(const std::string& id) const

@@ -63,6 +63,7 @@ public:
                                TQvProgressHandler* progress) override;
     TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                const std::string& dst, TQvProgressHandler* progress) override;
+    TQvResult DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper& folders) override;
     TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,
                                  const std::string& dst) override;
 

@@ -70,18 +70,18 @@ bool IsSidecar(std::string_view name)
 bool MayBeSidecar(std::string_view name)
 {
     constexpr std::string_view kSuffix = kSidecarSuffix;
-    return name.size() > kSuffix.size() && strncasecmp(name.data() + name.size() - kSuffix.size(),
-                                                       kSuffix.data(), kSuffix.size()) == 0;
+    return name.size() > kSuffix.size() && name[name.size() - kSuffix.size()] == kSuffix.front() &&
+           strncasecmp(name.data() + name.size() - kSuffix.size(), kSuffix.data(),
+                       kSuffix.size()) == 0;
 }
 
-TQvResFindItem MakeItem(const std::string& idPrefix, std::string_view name, TEntryKind kind)
+void FillItem(TQvResFindItem& item, const std::string& idPrefix, std::string_view name,
+              TEntryKind kind)
 {
-    TQvResFindItem item;
     item.Id.reserve(idPrefix.size() + name.size());
     item.Id.append(idPrefix).append(name);
     item.Attrib.Kind = kind == TEntryKind::Folder ? kResFolder : kResResource;
     item.Attrib.Origin = kOriginFileNode;
-    return item;
 }
 
 TQvResult FillAttributes(int folder, const char* name, TQvResAttrib& attrib)
@@ -116,7 +116,8 @@ private:
     TNameMask m_mask;
     unsigned m_flags;
     std::vector<TQvResFindItem>* m_items;
-    TQvFolderReader m_folder;
+    alignas(dirent64) char m_buffer[std::size_t{32} << 10];
+    TQvFolderReader m_folder{m_buffer, sizeof m_buffer};
     bool m_found = false;
     bool m_hasSidecars = false;
     TQvResult m_failure;
@@ -125,8 +126,9 @@ private:
 TQvResult TFolderListing::Read(const std::string& path, TQvProgressHandler* progress)
 {
     const std::string id = QvExcludeTrailingSlash(m_idPrefix);
-    if (const TQvResult opened = m_folder.Open(path); !opened)
-        // What is no folder holds nothing, and that is known.
+    const bool followsLink = (m_flags & kFindNoLink) == 0;
+    if (const TQvResult opened = m_folder.OpenAt(AT_FDCWD, path.c_str(), followsLink); !opened)
+        // What is no folder, or a link that is not followed, holds nothing, and that is known.
         return opened.Error() == ENOTDIR ? TQvResult::Nothing(id) : opened.Named(id);
     const std::size_t first = m_items != nullptr ? m_items->size() : 0;
     TQvFolderEntry entry;
@@ -163,7 +165,8 @@ void TFolderListing::Add(std::string_view name, TEntryKind kind)
         m_found = true;
     if (m_items == nullptr)
         return;
-    TQvResFindItem& item = m_items->emplace_back(MakeItem(m_idPrefix, name, kind));
+    TQvResFindItem& item = m_items->emplace_back();
+    FillItem(item, m_idPrefix, name, kind);
     if ((m_flags & kFindAttributes) == 0)
         return;
     const TQvResult filled = FillAttributes(m_folder.Descriptor(), name.data(), item.Attrib);

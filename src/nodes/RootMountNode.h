@@ -113,6 +113,10 @@ public:
     {
         return {NoResource(src), {}};
     }
+    TQvResult DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper&) override
+    {
+        return NoResource(resource.Id);
+    }
     TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode&,
                                  const std::string&) override
     {

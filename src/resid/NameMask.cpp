@@ -21,7 +21,7 @@ bool Contains(std::string_view text, std::string_view part)
 } // namespace
 
 TNameMask::TNameMask(const std::string& mask)
-    : m_mask(mask), m_hasSingle(mask.find('?') != std::string::npos)
+    : m_mask(mask), m_matchesAll(mask == "*"), m_hasSingle(mask.find('?') != std::string::npos)
 {
     if (IsAscii(mask) && mask.find('[') == std::string::npos)
         m_upperMask = toupper_locale(mask);
@@ -31,7 +31,7 @@ TNameMask::~TNameMask() = default;
 
 bool TNameMask::Matches(std::string_view name) const
 {
-    if (m_upperMask == "*")
+    if (m_matchesAll)
         return true;
     char upper[NAME_MAX];
     if (m_upperMask.empty() || name.size() > sizeof upper || !IsEasy(name))

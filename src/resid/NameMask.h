@@ -25,7 +25,8 @@ private:
 
     std::string m_mask;
     std::string m_upperMask; ///< empty where Qt has to interpret the mask
-    bool m_hasSingle;        ///< a "?"
+    bool m_matchesAll;
+    bool m_hasSingle; ///< a "?"
     /// Made when a name needs it: that costs as much as matching hundreds of names.
     mutable std::unique_ptr<QRegularExpression> m_expression;
 };

@@ -27,6 +27,7 @@ inline constexpr unsigned kFindHidden = 16;    ///< names with a leading ".", to
 /// not show; with kFindRecursive in each folder, and what lies in them. See
 /// TResourceManager::Find.
 inline constexpr unsigned kFindMounts = 32;
+inline constexpr unsigned kFindNoLink = 64; ///< a folder that is a symbolic link holds nothing
 
 /// What the name of a metadata sidecar has behind that of its resource.
 inline constexpr char kSidecarSuffix[] = ".meta";

@@ -18,6 +18,10 @@ EXPECTED = {
     "copy-between": "stat stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
     # the second of two resources into a new folder: no look for a sidecar, which the listing has not shown, nor for a target; then both folders are closed
     "copy-extended": "openat fstat openat fchmod copy_file_range utimensat linkat close close close close",
+    # each folder is opened once; a link is refused by the open itself
+    "walk": "openat getdents64 getdents64 close openat getdents64 getdents64 close",
+    # that it is a folder and no link, the listing, which shows no sidecar, and one call a file in the open folder
+    "clear": "stat stat openat getdents64 getdents64 close openat unlinkat unlinkat unlinkat close",
     "list-attributes": "openat getdents64" + 10 * " statx" + " getdents64 close",
 }
 
@@ -28,6 +32,11 @@ def trace(probe, folder):
     (folder / "pair").mkdir()
     for name in "12":
         (folder / "pair" / name).write_bytes(b"x" * 4096)
+        (folder / ("clear" + name)).mkdir()
+        for file in "abc":
+            (folder / ("clear" + name) / file).touch()
+    (folder / "walk" / "sub").mkdir(parents=True)
+    (folder / "walk" / "sub" / "file").touch()
     (folder / "other").mkdir()
     for i in range(10):
         (folder / "list" / f"file{i}").touch()

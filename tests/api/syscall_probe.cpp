@@ -10,12 +10,12 @@ static ssize_t Mark(const std::string& name)
     return write(-1, name.data(), name.size());
 }
 
-static bool List(unsigned flags)
+static std::size_t List(const std::string& id, unsigned flags)
 {
     const auto items = make_var<std::vector<TQvResFindItem>>();
     items->reserve(1000);
-    ResourceManager.Find(items, "/D/list", "*", flags, nullptr);
-    return items->size() == 10;
+    ResourceManager.Find(items, id, "*", flags, nullptr);
+    return items->size();
 }
 
 int main(int, char** arguments)
@@ -23,6 +23,7 @@ int main(int, char** arguments)
     ResourceManager.MountFileNodeE("/D", arguments[1], false);
     ResourceManager.MountFileNodeE("/O", arguments[1] + std::string("/other"), false);
     int copies = 0;
+    int cleared = 0;
     const auto copyTo = [&copies](const std::string& folder) {
         return ResourceManager.CopyResource("/D/file", folder + std::to_string(++copies), nullptr);
     };
@@ -46,8 +47,13 @@ int main(int, char** arguments)
              params.DestFolder = "/D/copies" + std::to_string(++copies);
              return ResourceManager.CopyResourceEx(params);
          }},
-        {"list", [] { return List(kFindResources); }},
-        {"list-attributes", [] { return List(kFindResources | kFindAttributes); }},
+        {"list", [] { return List("/D/list", kFindResources) == 10; }},
+        {"list-attributes", [] { return List("/D/list", kFindResources | kFindAttributes) == 10; }},
+        {"walk", [] { return List("/D/walk", kFindFolders | kFindRecursive) == 1; }},
+        {"clear",
+         [&] {
+             return ResourceManager.ClearFolder("/D/clear" + std::to_string(++cleared), nullptr);
+         }},
     };
     for (const auto& [name, operation] : operations) {
         const bool done = operation(); // once unseen: what is made on first use is made

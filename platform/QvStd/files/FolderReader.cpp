@@ -24,7 +24,9 @@ TQvFolderReader::TQvFolderReader(TQvFolderReader&& other) noexcept
 TQvFolderReader& TQvFolderReader::operator=(TQvFolderReader&& other) noexcept
 {
     std::swap(m_descriptor, other.m_descriptor);
+    std::swap(m_ownBuffer, other.m_ownBuffer);
     std::swap(m_buffer, other.m_buffer);
+    std::swap(m_bufferSize, other.m_bufferSize);
     std::swap(m_length, other.m_length);
     std::swap(m_next, other.m_next);
     std::swap(m_result, other.m_result);
@@ -50,16 +52,22 @@ void TQvFolderReader::Close()
     const int error = errno;
     if (m_descriptor >= 0)
         close(std::exchange(m_descriptor, -1));
-    m_buffer.reset();
+    if (m_ownBuffer) {
+        m_ownBuffer.reset();
+        m_buffer = nullptr;
+    }
     m_length = m_next = 0;
     errno = error;
 }
 
 bool TQvFolderReader::Fill()
 {
-    if (!m_buffer)
-        m_buffer.reset(new char[kBufferSize]); // make_unique would clear it
-    const ssize_t length = getdents64(m_descriptor, m_buffer.get(), kBufferSize);
+    if (m_buffer == nullptr) {
+        m_ownBuffer.reset(new char[kBufferSize]); // make_unique would clear it
+        m_buffer = m_ownBuffer.get();
+        m_bufferSize = kBufferSize;
+    }
+    const ssize_t length = getdents64(m_descriptor, m_buffer, m_bufferSize);
     if (length < 0)
         m_result = TQvResult::Failed(errno);
     m_next = 0;
@@ -70,7 +78,7 @@ bool TQvFolderReader::Fill()
 bool TQvFolderReader::Next(TQvFolderEntry* entry)
 {
     while (m_next < m_length || Fill()) {
-        const auto* record = reinterpret_cast<const dirent64*>(m_buffer.get() + m_next);
+        const auto* record = reinterpret_cast<const dirent64*>(m_buffer + m_next);
         m_next += record->d_reclen;
         entry->Name = record->d_name;
         entry->Type = record->d_type;
