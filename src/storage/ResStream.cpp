@@ -10,9 +10,16 @@ TQvURL ResourceURL(const std::string& id)
 }
 } // namespace
 
-TQvResStream::TQvResStream(const std::string& id) : TQvURLStream(ResourceURL(id)), m_id(id) {}
+TQvResStream::TQvResStream(const std::string& id) : TQvURLStream(ResourceURL(id)) {}
 
 TQvResStream::~TQvResStream() = default;
+
+const std::string& TQvResStream::ResId() const
+{
+    if (m_id.empty())
+        m_id = URL().Path();
+    return m_id;
+}
 
 TResFileStream::TResFileStream(const std::string& id)
     : TQvURLStream(ResourceURL(id)), TQvResStream(id)

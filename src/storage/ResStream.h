@@ -23,8 +23,8 @@ public:
     virtual unsigned Type() const = 0;
     ~TQvResStream() override;
 
-    const std::string& ResId() const { return m_id; }
+    const std::string& ResId() const;
 
 private:
-    std::string m_id;
+    mutable std::string m_id; ///< made of the URL when it is first asked for
 };
