@@ -38,6 +38,8 @@ public:
 private:
     void Discard()
     {
+        if (m_number < 0)
+            return;
         const int error = errno;
         Close();
         errno = error;
@@ -59,6 +61,9 @@ auto QvRetryInterrupted(const TCall& call)
 /// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for what else
 /// is no regular file. Never waits for the other end of a FIFO. `status` receives what fstat says.
 /// A relative path is one in `folder`, a descriptor.
+QVSTD_API int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat* status,
+                            int folder = AT_FDCWD);
+/// EINVAL for a path with a byte 0, which the system would cut there.
 QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
                             struct stat* status, int folder = AT_FDCWD);
 

@@ -38,6 +38,7 @@ public:
     /// Opens `path` (a raw system path); what was open before is closed first, silently. False with
     /// getError; a file that a creating mode made before it was refused the lock stays.
     bool Open(const std::string& path, qvOpenMode mode, qvShareMode share);
+    bool Open(const char* path, qvOpenMode mode, qvShareMode share);
 
     /// Of the open file; -1 when none is open.
     int Descriptor() const { return m_descriptor; }

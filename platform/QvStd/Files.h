@@ -57,7 +57,11 @@ QVSTD_API TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
 QVSTD_API bool QvFileExists(const std::string& path);
 QVSTD_API bool QvDirExists(const std::string& path);
 /// Either of both; `isFolder` (may be null) receives which. "Nothing" and "failed" are two answers.
-QVSTD_API TQvResult QvFileDirExists(const std::string& path, bool* isFolder);
+QVSTD_API TQvResult QvFileDirExists(const char* path, bool* isFolder);
+inline TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
+{
+    return QvFileDirExists(path.c_str(), isFolder);
+}
 QVSTD_API bool QvIsSymLink(const std::string& path);
 /// Replaces a path by where its chain of symbolic links ends, whether or not anything is there.
 /// Only the last component is looked at. False with errno (ELOOP for a chain without an end).

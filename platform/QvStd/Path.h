@@ -74,6 +74,22 @@ private:
     std::string m_text;
 };
 
+/// `folder / right` for one call of the system, without an allocation where it is not long.
+class QVSTD_API TQvJoinedPath
+{
+public:
+    TQvJoinedPath(const TQvPath& folder, std::string_view right);
+    TQvJoinedPath(const TQvJoinedPath&) = delete;
+    TQvJoinedPath& operator=(const TQvJoinedPath&) = delete;
+
+    const char* c_str() const { return m_text; }
+
+private:
+    const char* m_text;
+    char m_short[256];
+    std::string m_long;
+};
+
 /// The last component without its extension, and the extension with its leading "." ("" when there
 /// is none). The extension starts at the last "." of the component unless that is its first
 /// character:

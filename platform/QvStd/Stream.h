@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "QvStd/Export.h"
@@ -61,11 +62,15 @@ public:
     virtual int getError() const = 0;
 
     /// The name that messages about this stream show.
-    const std::string& InfoName() const { return m_infoName; }
+    const std::string& InfoName() const { return m_infoName ? *m_infoName : DefaultInfoName(); }
     void SetInfoName(std::string name) { m_infoName = std::move(name); }
 
+protected:
+    /// Until a name is set; none.
+    virtual const std::string& DefaultInfoName() const;
+
 private:
-    std::string m_infoName;
+    std::optional<std::string> m_infoName;
 };
 
 /// Copies everything from the position of `from` to its end to the position of `to`. False on a

@@ -11,6 +11,17 @@ TQvFailure& Record()
     thread_local TQvFailure failure;
     return failure;
 }
+
+void Set(int error, const std::string& id)
+{
+    TQvFailure& record = Record();
+    record.Error = error;
+    record.OfMetadata = false;
+    if (error == 0)
+        record.Id.clear();
+    else
+        record.Id = id;
+}
 } // namespace
 
 const TQvFailure& TResourceManager::LastFailure()
@@ -20,18 +31,12 @@ const TQvFailure& TResourceManager::LastFailure()
 
 void TResourceManager::SetLastFailure(int error, const std::string& id)
 {
-    TQvFailure& record = Record();
-    record.Error = error;
-    record.Id = error == 0 ? std::string() : id;
-    record.OfMetadata = false;
+    Set(error, id);
 }
 
 bool QvReport(const TQvResult& result)
 {
-    TQvFailure& record = Record();
-    record.Error = result.Error();
-    record.Id = result ? std::string() : result.Name();
-    record.OfMetadata = false;
+    Set(result.Error(), result.Name());
     return result;
 }
 

@@ -50,8 +50,6 @@ var_a<TQvStream*> TResourceManager::OpenResource(const std::string& id, qvOpenMo
         QvReport(WhyNotOpened(*node, id, mode));
     else if (!*stream)
         SetLastFailure(-stream->getError(), id);
-    else
-        QvReport(TQvResult::Done());
     return stream;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -293,12 +294,21 @@ TFileMountNode::TFileMountNode(const std::string& mountPointId, const TQvPath& f
 {
 }
 
-std::string TFileMountNode::PathFromId(const std::string& id) const
+std::string_view TFileMountNode::RelativePart(const std::string& id) const
 {
     const std::size_t mountLength = MountPointId().size();
-    if (id.size() <= mountLength)
-        return m_folder.toSysStr();
-    return (m_folder / std::string_view(id).substr(mountLength + 1)).toSysStr();
+    return id.size() > mountLength ? std::string_view(id).substr(mountLength + 1)
+                                   : std::string_view();
+}
+
+std::string TFileMountNode::PathFromId(const std::string& id) const
+{
+    return (m_folder / RelativePart(id)).toSysStr();
+}
+
+TQvJoinedPath TFileMountNode::PathOf(const std::string& id) const
+{
+    return TQvJoinedPath(m_folder, RelativePart(id));
 }
 
 bool TFileMountNode::IsOwnFolder(const std::string& path) const
@@ -315,18 +325,20 @@ std::string TFileMountNode::MetaPath(const std::string& path) const
 var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint)
 {
-    std::string path = PathFromId(id);
+    auto stream = make_var<TResFileStream>(id);
     // In a creating mode the sidecar goes before the file appears; in the others a look at the disk
     // is only needed when the file did not open.
-    // A mount's folder that has vanished does not become a file.
-    if (Creates(mode) && IsOwnFolder(path))
-        path += '/';
-    if (Creates(mode))
+    if (Creates(mode)) {
+        std::string path = PathFromId(id);
+        // A mount's folder that has vanished does not become a file.
+        if (IsOwnFolder(path))
+            path += '/';
         DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
-    auto stream = make_var<TResFileStream>(id);
-    if (!stream->Open(path, mode, share) && !Creates(mode))
+        stream->Open(path, mode, share);
+    } else if (!stream->Open(PathOf(id).c_str(), mode, share)) {
+        const std::string path = PathFromId(id);
         DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
-    stream->SetInfoName(stream->URL().std_str());
+    }
     if (mode == kQvOpenCreate && sizeHint != 0 && *stream) {
         stream->setSize(sizeHint);
         stream->setPosition(0);
@@ -504,7 +516,7 @@ TQvExistence TFileMountNode::ResourceExists(const std::string& id) const
 {
     bool isFolder = false;
     TQvExistence existence;
-    existence.Result = QvFileDirExists(PathFromId(id), &isFolder);
+    existence.Result = QvFileDirExists(PathOf(id).c_str(), &isFolder);
     if (existence.Result)
         existence.Kind = isFolder ? kResFolder : kResResource;
     return existence;
@@ -524,7 +536,7 @@ TQvResult TFileMountNode::GetResourceAttr(const std::string& id, TQvResAttrib* a
     if (attrib == nullptr)
         return TQvResult::Failed(EINVAL, id);
     TQvFileInfo info;
-    if (const TQvResult result = QvGetFileInfo(PathFromId(id), &info); !result)
+    if (const TQvResult result = QvGetFileInfoAt(AT_FDCWD, PathOf(id).c_str(), &info); !result)
         return result.Named(id);
     attrib->Kind = info.IsFolder ? kResFolder : kResResource;
     attrib->Origin = kOriginFileNode;

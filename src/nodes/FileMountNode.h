@@ -14,6 +14,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "QvStd/Path.h"
 #include "manager/ResourceManager.h"
@@ -71,6 +72,9 @@ public:
     std::string PathFromId(const std::string& id) const;
 
 private:
+    /// The same for one call of the system.
+    TQvJoinedPath PathOf(const std::string& id) const;
+    std::string_view RelativePart(const std::string& id) const;
     std::string MetaPath(const std::string& path) const;
     bool IsOwnFolder(const std::string& path) const;
 

@@ -3,48 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "QvStd/ByteBlock.h"
+
 namespace
 {
-/// Bytes that are worked on together. The compiler makes the instructions of the machine of it, and
-/// single bytes where it has none.
-using TBytes = unsigned char __attribute__((vector_size(16)));
-constexpr std::size_t kBlock = sizeof(TBytes);
+constexpr std::size_t kBlock = kQvByteBlockSize;
 constexpr std::size_t kWord = TNormalResId::kWordBits;
-
-constexpr unsigned char Byte(char c)
-{
-    return static_cast<unsigned char>(c);
-}
-
-/// 0xFF for each byte that is `c`, 0 for the others.
-inline TBytes Is(TBytes bytes, char c)
-{
-    return reinterpret_cast<TBytes>(bytes == Byte(c));
-}
-
-inline TBytes IsBelow(TBytes bytes, unsigned char limit)
-{
-    return reinterpret_cast<TBytes>(bytes < limit);
-}
-
-inline bool IsAny(TBytes bytes)
-{
-    std::uint64_t halves[2];
-    std::memcpy(halves, &bytes, sizeof halves);
-    return (halves[0] | halves[1]) != 0;
-}
-
-/// Bit i for byte i of what Is has answered.
-inline std::uint64_t BitsOf(TBytes bytes)
-{
-    // A sum of eight different powers of two, made in the highest byte by the multiplication.
-    constexpr TBytes kPowers = {1, 2, 4, 8, 16, 32, 64, 128, 1, 2, 4, 8, 16, 32, 64, 128};
-    constexpr std::uint64_t kOnes = 0x0101010101010101;
-    const TBytes powers = bytes & kPowers;
-    std::uint64_t halves[2];
-    std::memcpy(halves, &powers, sizeof halves);
-    return (halves[0] * kOnes) >> 56 | (halves[1] * kOnes) >> 56 << 8;
-}
 
 /// Upper-cases blocks of an id and collects what is in them.
 class TPass
@@ -55,29 +19,31 @@ public:
     /// Some bytes may come a second time.
     void Take(const char* from, std::size_t position)
     {
-        TBytes bytes;
-        std::memcpy(&bytes, from, kBlock);
-        m_refused |= IsBelow(bytes, 0x20) | Is(bytes, '\\') | Is(bytes, '"') | Is(bytes, '<') |
-                     Is(bytes, '>') | Is(bytes, '|') | Is(bytes, ':');
-        m_wildcards |= Is(bytes, '*') | Is(bytes, '?');
-        const std::uint64_t slashes = BitsOf(Is(bytes, '/'));
+        TQvByteBlock bytes = QvLoadBytes(from);
+        m_refused |= QvBytesBelow(bytes, 0x20) | QvBytesThatAre(bytes, '\\') |
+                     QvBytesThatAre(bytes, '"') | QvBytesThatAre(bytes, '<') |
+                     QvBytesThatAre(bytes, '>') | QvBytesThatAre(bytes, '|') |
+                     QvBytesThatAre(bytes, ':');
+        m_wildcards |= QvBytesThatAre(bytes, '*') | QvBytesThatAre(bytes, '?');
+        const std::uint64_t slashes = QvBitsOfBytes(QvBytesThatAre(bytes, '/'));
         const std::size_t shift = position % kWord;
         m_slashes[position / kWord] |= slashes << shift;
         if (shift > kWord - kBlock)
             m_slashes[position / kWord + 1] |= slashes >> (kWord - shift);
+        constexpr unsigned char kFirst = 'a';
         constexpr unsigned char kLetters = 26;
         constexpr unsigned char kCase = 'a' - 'A';
-        bytes -= IsBelow(bytes - Byte('a'), kLetters) & kCase;
+        bytes -= QvBytesBelow(bytes - kFirst, kLetters) & kCase;
         std::memcpy(m_normal + position, &bytes, kBlock);
     }
     bool IsRefused(bool forbidWildcards) const
     {
-        return IsAny(m_refused) || (forbidWildcards && IsAny(m_wildcards));
+        return QvIsAnyByteSet(m_refused) || (forbidWildcards && QvIsAnyByteSet(m_wildcards));
     }
 
 private:
-    TBytes m_refused = {};
-    TBytes m_wildcards = {};
+    TQvByteBlock m_refused = {};
+    TQvByteBlock m_wildcards = {};
     char* m_normal;
     std::uint64_t* m_slashes;
 };

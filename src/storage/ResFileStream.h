@@ -15,6 +15,9 @@ class TResFileStream : public virtual TQvResStream, public virtual TQvFileStream
 public:
     explicit TResFileStream(const std::string& id);
     unsigned Type() const override { return kStreamPlainFile; }
+
+protected:
+    const std::string& DefaultInfoName() const override { return URL().std_str(); }
 };
 
 /// A resource kept inside a storage.

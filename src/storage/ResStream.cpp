@@ -1,6 +1,6 @@
 #include "storage/ResStream.h"
 
-TQvResStream::TQvResStream(const std::string& id) : TQvURLStream(ResourceURL(id)), m_id(id) {}
+TQvResStream::TQvResStream(const std::string& id) : TQvURLStream(ResourceURL(id)) {}
 
 TQvURL TQvResStream::ResourceURL(const std::string& id)
 {
@@ -8,3 +8,10 @@ TQvURL TQvResStream::ResourceURL(const std::string& id)
 }
 
 TQvResStream::~TQvResStream() = default;
+
+const std::string& TQvResStream::ResId() const
+{
+    if (m_id.empty())
+        m_id = URL().Path();
+    return m_id;
+}

@@ -23,12 +23,12 @@ public:
     virtual unsigned Type() const = 0;
     ~TQvResStream() override;
 
-    const std::string& ResId() const { return m_id; }
+    const std::string& ResId() const;
 
 protected:
     /// For the most derived class, which initializes the virtual base.
     static TQvURL ResourceURL(const std::string& id);
 
 private:
-    std::string m_id;
+    mutable std::string m_id; ///< made of the URL when it is first asked for
 };

@@ -7,20 +7,24 @@
 int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file, struct stat* status,
                   int folder)
 {
-    if (path.find('\0') != std::string::npos)
-        return EINVAL;
+    return path.find('\0') != std::string::npos
+               ? EINVAL
+               : QvOpenRegular(path.c_str(), flags, file, status, folder);
+}
+
+int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat* status, int folder)
+{
     // O_NONBLOCK keeps a FIFO from waiting for its other end. Reads and writes of regular files
     // ignore it, so it is not taken back.
     constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     constexpr mode_t kNewFile = 0666;
     int number =
-        QvRetryInterrupted([&] { return openat(folder, path.c_str(), flags | kAlways, kNewFile); });
+        QvRetryInterrupted([&] { return openat(folder, path, flags | kAlways, kNewFile); });
     // A lease on a regular file is about to be given back: that is worth waiting for.
-    if (number < 0 && errno == EWOULDBLOCK && fstatat(folder, path.c_str(), status, 0) == 0 &&
+    if (number < 0 && errno == EWOULDBLOCK && fstatat(folder, path, status, 0) == 0 &&
         S_ISREG(status->st_mode))
-        number = QvRetryInterrupted([&] {
-            return openat(folder, path.c_str(), flags | (kAlways & ~O_NONBLOCK), kNewFile);
-        });
+        number = QvRetryInterrupted(
+            [&] { return openat(folder, path, flags | (kAlways & ~O_NONBLOCK), kNewFile); });
     // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.
     if (number < 0)
         return errno == ENXIO ? EINVAL : errno;

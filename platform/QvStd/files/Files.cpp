@@ -102,11 +102,11 @@ bool QvDirExists(const std::string& path)
     return Look(path, &status) && S_ISDIR(status.st_mode);
 }
 
-TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
+TQvResult QvFileDirExists(const char* path, bool* isFolder)
 {
-    struct stat status = {};
-    if (!Look(path, &status))
-        return AnswerLook(path.c_str());
+    struct stat status;
+    if (stat(path, &status) != 0)
+        return AnswerLook(path);
     if (isFolder != nullptr)
         *isFolder = S_ISDIR(status.st_mode);
     return TQvResult::Done();

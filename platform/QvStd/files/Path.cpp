@@ -4,8 +4,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <pwd.h>
 #include <unistd.h>
+
+#include "QvStd/ByteBlock.h"
 
 namespace
 {
@@ -37,6 +40,32 @@ bool IsPlainRelative(std::string_view text)
         atStart = c == '/';
     }
     return true;
+}
+
+/// The same, found out in blocks. False may mean that it must be looked at more closely.
+bool IsSurelyPlainRelative(std::string_view text)
+{
+    if (text.size() < kQvByteBlockSize)
+        return false;
+    std::uint64_t odd = 0;
+    TQvByteBlock oddBytes = {};
+    const auto take = [&](std::size_t start) {
+        const TQvByteBlock bytes = QvLoadBytes(text.data() + start);
+        const TQvByteBlock slashes = QvBytesThatAre(bytes, '/');
+        const std::uint64_t afterSlash = QvBitsOfBytes(slashes) << 1 | (start == 0 ? 1 : 0);
+        odd |= afterSlash & QvBitsOfBytes(slashes | QvBytesThatAre(bytes, '.'));
+        oddBytes |= QvBytesThatAre(bytes, '\\') | QvBytesThatAre(bytes, '\0');
+    };
+    // The last byte of a block is the first of the next one: it may be a "/".
+    for (std::size_t i = 0; i + kQvByteBlockSize < text.size(); i += kQvByteBlockSize - 1)
+        take(i);
+    take(text.size() - kQvByteBlockSize);
+    return odd == 0 && !QvIsAnyByteSet(oddBytes);
+}
+
+bool IsPlain(std::string_view right)
+{
+    return IsSurelyPlainRelative(right) || IsPlainRelative(right);
 }
 
 /// Appends `text` segment by segment; nothing before `floor` is ever taken away.
@@ -134,7 +163,7 @@ TQvPath TQvPath::operator/(std::string_view right) const
     if (!text.empty() && text.back() != '/')
         text.push_back('/');
     const std::size_t start = text.size();
-    if (IsPlainRelative(right))
+    if (IsPlain(right))
         text += right;
     else
         // What follows a zero byte never reaches the system: it must not hide a "..".
@@ -142,6 +171,23 @@ TQvPath TQvPath::operator/(std::string_view right) const
     if (text.size() == start)
         text.resize(m_text.size());
     return result;
+}
+
+TQvJoinedPath::TQvJoinedPath(const TQvPath& folder, std::string_view right)
+{
+    const std::string& left = folder.toSysStr();
+    const std::size_t slash = left.empty() || left.back() == '/' ? 0 : 1;
+    if (left.size() + slash + right.size() >= sizeof m_short || right.empty() || !IsPlain(right)) {
+        m_long = (folder / right).toSysStr();
+        m_text = m_long.c_str();
+        return;
+    }
+    std::memcpy(m_short, left.data(), left.size());
+    m_short[left.size()] = '/';
+    char* const end = m_short + left.size() + slash;
+    std::memcpy(end, right.data(), right.size());
+    end[right.size()] = '\0';
+    m_text = m_short;
 }
 
 std::string TQvPath::fileName() const

@@ -76,12 +76,21 @@ var_a<TQvFileStream*> TQvFileStream::VCreate(const std::string& path, qvOpenMode
 
 bool TQvFileStream::Open(const std::string& path, qvOpenMode mode, qvShareMode share)
 {
+    if (path.find('\0') == std::string::npos)
+        return Open(path.c_str(), mode, share);
+    if (m_descriptor >= 0)
+        Close();
+    return Fail(EINVAL); // the system would cut the path there
+}
+
+bool TQvFileStream::Open(const char* path, qvOpenMode mode, qvShareMode share)
+{
     if (m_descriptor >= 0)
         Close();
     m_error = 0;
     const int flags = FlagsOf(mode);
     TQvDescriptor file;
-    struct stat status = {};
+    struct stat status;
     int error = flags < 0 ? EINVAL : QvOpenRegular(path, flags, &file, &status);
     m_descriptor = file.Release();
     if (error == 0)

@@ -52,6 +52,12 @@ bool CopyBlocks(TQvStream& from, TQvStream& to, TQvProgressHandler* handler)
 
 TQvStream::~TQvStream() = default;
 
+const std::string& TQvStream::DefaultInfoName() const
+{
+    static const std::string none;
+    return none;
+}
+
 bool QvCopyStream(TQvStream* from, TQvStream* to, TQvProgressHandler* progress)
 {
     if (from == nullptr || to == nullptr || !*from || !*to)

@@ -18,7 +18,9 @@ TQvURL MakeQvURL(const std::string& scheme, const std::string& path)
 {
     std::string text;
     text.reserve(scheme.size() + 1 + path.size());
-    text.append(scheme).append(1, ':').append(path);
+    text.append(scheme);
+    text.push_back(':');
+    text.append(path);
     return TQvURL(std::move(text));
 }
 
