@@ -7,6 +7,7 @@
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <syslog.h>
 
 #include "../qvres/Checks.h"
@@ -62,7 +63,9 @@ void RequireOutside(const TServeOptions& options)
 void RequireFolderToServeAt(const TServeOptions& options)
 {
     struct stat status = {};
-    if (stat(options.Folder.c_str(), &status) != 0 && errno == ENOTCONN)
+    // The kernel may still have the attributes, but not the space.
+    struct statvfs space = {};
+    if (statvfs(options.Folder.c_str(), &space) != 0 && errno == ENOTCONN)
         throw TFailure("a server that was killed has left " + Quoted(options.Folder) +
                        "; run \"qvres serve --stop " + options.Folder + "\" first");
     if (stat(options.Folder.c_str(), &status) != 0)
