@@ -133,6 +133,7 @@ def tar_and_rsync(served):
     (source / ".hidden file").write_text("x")
     (source / "read-only").write_text("x")
     (source / "read-only").chmod(0o440)
+    os.utime(source / "empty", ns=(123456789, 123456789))  # rsync takes times of one second for the same
     wanted = snapshot(source)
     run("tar", "-C", source, "--format=posix", "-cf", served.room / "1.tar", ".")
     (served.a / "tar").mkdir()
@@ -153,7 +154,8 @@ def tar_and_rsync(served):
 
 def dbench(served):
     report = run("dbench", "-t", "20", "-D", served.a, "-c", "/usr/share/dbench/client.txt", "4")
-    assert "Throughput" in report and "failed" not in report, report
+    faults = [line for line in report.splitlines() if "failed" in line and "barrier semaphore" not in line]
+    assert "Throughput" in report and not faults, faults
 
 
 def cmake(served):
