@@ -46,6 +46,22 @@ int TFileHandle::AddReading()
     return m_both ? 0 : errno;
 }
 
+int TFileHandle::Read(char* bytes, std::size_t count, off_t offset, std::size_t* got)
+{
+    for (*got = 0; *got < count;) {
+        const ssize_t part = QvRetryInterrupted([&] {
+            return pread(Descriptor(), bytes + *got, count - *got,
+                         offset + static_cast<off_t>(*got));
+        });
+        if (part < 0)
+            return *got > 0 ? 0 : errno;
+        if (part == 0)
+            break;
+        *got += static_cast<std::size_t>(part);
+    }
+    return 0;
+}
+
 int TFileHandle::Write(const char* bytes, std::size_t count, off_t offset, bool atEnd,
                        std::size_t* written)
 {

@@ -25,6 +25,7 @@ public:
 
     // 0 or an errno each.
     /// All of it, unless an error or (when reading) the end of the file comes first.
+    int Read(char* bytes, std::size_t count, off_t offset, std::size_t* got);
     int Write(const char* bytes, std::size_t count, off_t offset, bool atEnd, std::size_t* written);
     int Truncate(off_t size);
     /// Brings the content to the disk, with the name of a file that may be new; unless `dataOnly`

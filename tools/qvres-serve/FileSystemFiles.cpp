@@ -67,7 +67,8 @@ int TFileSystem::FlushAll()
 int TFileSystem::GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
                         struct stat* status)
 {
-    if (geteuid() != 0 || (caller.User == status->st_uid && caller.Group == status->st_gid))
+    static const bool isRoot = geteuid() == 0;
+    if (!isRoot || (caller.User == status->st_uid && caller.Group == status->st_gid))
         return 0;
     struct stat folder = {};
     if (stat(QvExtractResPath(place.Path).c_str(), &folder) != 0)

@@ -7,11 +7,13 @@
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <syslog.h>
 
 #include "../qvres/Checks.h"
 #include "../qvres/Failure.h"
 #include "Callbacks.h"
+#include "Workers.h"
 
 namespace
 {
@@ -61,7 +63,9 @@ void RequireOutside(const TServeOptions& options)
 void RequireFolderToServeAt(const TServeOptions& options)
 {
     struct stat status = {};
-    if (stat(options.Folder.c_str(), &status) != 0 && errno == ENOTCONN)
+    // The kernel may still have the attributes, but not the space.
+    struct statvfs space = {};
+    if (statvfs(options.Folder.c_str(), &space) != 0 && errno == ENOTCONN)
         throw TFailure("a server that was killed has left " + Quoted(options.Folder) +
                        "; run \"qvres serve --stop " + options.Folder + "\" first");
     if (stat(options.Folder.c_str(), &status) != 0)
@@ -102,15 +106,6 @@ void AllowManyFiles()
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-int Loop(fuse_session* session)
-{
-    const std::unique_ptr<fuse_loop_config, decltype(&fuse_loop_cfg_destroy)> config(
-        fuse_loop_cfg_create(), &fuse_loop_cfg_destroy);
-    // A channel for each thread: they do not wait for each other at one.
-    fuse_loop_cfg_set_clone_fd(config.get(), 1);
-    return fuse_session_loop_mt(session, config.get());
-}
-
 void FlushAtTheEnd(const TServeOptions& options, TFileSystem& files)
 {
     const int error = files.FlushAll();
@@ -132,8 +127,10 @@ void Serve(const TServeOptions& options)
     const std::string rootId = RootId(options);
     TServed served{TFileSystem(options, rootId), options.AttrTimeout};
     const TSessionPointer session = MakeSession(options, served);
-    if (!session || fuse_set_signal_handlers(session.get()) != 0 ||
-        fuse_session_mount(session.get(), options.Folder.c_str()) != 0)
+    if (!session)
+        ThrowNotServed(options);
+    TWorkers workers(session.get());
+    if (fuse_session_mount(session.get(), options.Folder.c_str()) != 0)
         ThrowNotServed(options);
     AllowManyFiles();
     // New files are their owner's alone until they have the bits that were asked for.
@@ -142,10 +139,9 @@ void Serve(const TServeOptions& options)
         fuse_session_unmount(session.get());
         ThrowNotServed(options);
     }
-    const int result = Loop(session.get());
-    fuse_remove_signal_handlers(session.get());
+    const int error = workers.Run();
     fuse_session_unmount(session.get());
     FlushAtTheEnd(options, served.Files);
-    if (result < 0)
-        throw TFailure("serving " + Quoted(options.Folder) + " has ended: " + QvErrorText(-result));
+    if (error != 0)
+        throw TFailure("serving " + Quoted(options.Folder) + " has ended: " + QvErrorText(error));
 }

@@ -1,0 +1,185 @@
+#include "Workers.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <poll.h>
+
+namespace
+{
+constexpr std::size_t kMaxThreads = 16;
+constexpr long kTick = 1000000; ///< ns
+constexpr int kTicksUntilSleep = 50;
+constexpr int kWake = SIGUSR1;
+
+extern "C" void Ignore(int) {}
+
+/// Interrupts a system call, and does nothing else.
+void SetWakeHandler()
+{
+    struct sigaction action = {};
+    action.sa_handler = &Ignore;
+    sigaction(kWake, &action, nullptr);
+}
+} // namespace
+
+TWorkers::TWorkers(fuse_session* session) : m_session(session), m_watcher(pthread_self())
+{
+    sigemptyset(&m_signals);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, kWake})
+        sigaddset(&m_signals, signal);
+    pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
+}
+
+int TWorkers::Run()
+{
+    SetWakeHandler();
+    std::signal(SIGPIPE, SIG_IGN);
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        PassOn(lock);
+    }
+    Watch();
+    End();
+    return m_error;
+}
+
+/// Whether one more request can be read at once.
+bool TWorkers::IsWaiting() const
+{
+    pollfd device{fuse_session_fd(m_session), POLLIN, 0};
+    return poll(&device, 1, 0) == 1;
+}
+
+/// Waits until there is no reader. False at the end.
+bool TWorkers::TakeTurn(const void* self)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    ++m_idle;
+    m_turn.wait(lock, [this] { return m_reader == nullptr || m_isEnded; });
+    --m_idle;
+    m_reader = self;
+    m_steps = (m_steps | 1) + 1;
+    return !m_isEnded;
+}
+
+/// After a request: whether this thread goes on reading.
+bool TWorkers::KeepTurn(const void* self)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_reader != self && m_reader != nullptr)
+        return false;
+    m_reader = self;
+    m_steps = (m_steps | 1) + 1;
+    return true;
+}
+
+/// Lets another thread read, if there is or may be one.
+void TWorkers::PassOn(std::unique_lock<std::mutex>&)
+{
+    m_reader = nullptr;
+    if (m_idle > 0)
+        m_turn.notify_one();
+    else if (m_threads.size() < kMaxThreads && !m_isEnded) {
+        m_threads.emplace_back([this] { Work(); });
+        ++m_living;
+    }
+}
+
+int TWorkers::ReadRequest(fuse_buf* buffer)
+{
+    for (;;) {
+        const int size = fuse_session_receive_buf(m_session, buffer);
+        if (size > 0 && !m_isEnded)
+            return size;
+        if (size != -EINTR || m_isEnded)
+            return size > 0 ? 0 : size;
+    }
+}
+
+void TWorkers::Work()
+{
+    sigset_t wake;
+    sigemptyset(&wake);
+    sigaddset(&wake, kWake);
+    pthread_sigmask(SIG_UNBLOCK, &wake, nullptr);
+    fuse_buf buffer = {};
+    while (TakeTurn(&buffer)) {
+        do {
+            const int size = ReadRequest(&buffer);
+            if (size <= 0) {
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                m_error = -size;
+                m_isEnded = true;
+                m_turn.notify_all();
+                break;
+            }
+            // Before the turn can be passed on: requests are taken in their order.
+            const TRequestOrder::TTurn turn = m_order.Take(buffer.mem);
+            ++m_steps;
+            if (m_isWatcherAsleep.exchange(false))
+                pthread_kill(m_watcher, kWake);
+            if (IsWaiting()) {
+                std::unique_lock<std::mutex> lock(m_mutex);
+                if (m_reader == &buffer)
+                    PassOn(lock);
+            }
+            m_order.Wait(turn);
+            fuse_session_process_buf(m_session, &buffer);
+            m_order.Finish(turn);
+        } while (KeepTurn(&buffer));
+    }
+    std::free(buffer.mem);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    --m_living;
+    pthread_kill(m_watcher, kWake);
+}
+
+/// False when a signal ends the session.
+bool TWorkers::WaitForSignal(bool isIdle)
+{
+    const timespec tick{0, kTick};
+    const int signal =
+        isIdle ? sigwaitinfo(&m_signals, nullptr) : sigtimedwait(&m_signals, nullptr, &tick);
+    return signal < 0 || signal == kWake;
+}
+
+void TWorkers::Watch()
+{
+    std::uint64_t seen = 0;
+    int quietTicks = 0;
+    while (!m_isEnded) {
+        m_isWatcherAsleep = quietTicks >= kTicksUntilSleep;
+        // A request that came just before would not wake anybody.
+        const bool isIdle = m_isWatcherAsleep && m_steps == seen;
+        if (!WaitForSignal(isIdle))
+            return;
+        m_isWatcherAsleep = false;
+        const std::uint64_t now = m_steps;
+        const bool isBusy = now % 2 == 1;
+        quietTicks = now == seen && !isBusy && !isIdle ? quietTicks + 1 : 0;
+        if (now == seen && isBusy) {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (m_steps == now && m_reader != nullptr)
+                PassOn(lock);
+        }
+        seen = now;
+    }
+}
+
+/// A thread that is about to read misses the signal: it is sent until all have ended.
+void TWorkers::End()
+{
+    m_isEnded = true;
+    fuse_session_exit(m_session);
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (m_living > 0) {
+        for (std::thread& thread : m_threads)
+            pthread_kill(thread.native_handle(), kWake);
+        m_turn.notify_all();
+        m_turn.wait_for(lock, std::chrono::nanoseconds(kTick));
+    }
+    lock.unlock();
+    for (std::thread& thread : m_threads)
+        thread.join();
+}
