@@ -19,6 +19,8 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"q backup --keep -1 /A/y", "--keep"},
         {"q done /A/step perhaps", "perhaps not in"},
         {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
+        {"q serve --stop /A $T/a", "--stop: goes with FOLDER alone"},
+        {"q serve --attr-timeout -1 $T/home", "--attr-timeout"},
         {"qvres --var $T/var setup --common", "does not go with --var"}};
     for (const auto& [call, reason] : calls) {
         const std::string answer = Answer(call);
@@ -30,13 +32,13 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
 TEST_F(TListTest, EveryCommandExplainsItself)
 {
     // One line for each command in the overview, then its own page.
-    Expect(
-        {{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
-          "clear rename meta id copy label check backup done open xini setup profile journal; do "
-          "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
-          "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
-          "grep -q -e --mount help || cat help; done",
-          ""}});
+    Expect({{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
+             "clear rename meta id copy label check backup done open xini setup profile journal "
+             "serve; do "
+             "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
+             "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
+             "grep -q -e --mount help || cat help; done",
+             ""}});
 }
 
 TEST_F(TListTest, ListsSortedWithMaskAndKind)

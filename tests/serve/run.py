@@ -388,8 +388,9 @@ def killed_and_restarted(served):
     fails_with(errno.ENOTCONN, os.close, file)
     served.start()
     assert (served.a / "open").read_bytes().endswith(b"xxy")
-    assert "part of the tree" in subprocess.run([QVRES, f"--mount=/R={served.room}", "serve", served.room / "b"], check=False,
-                                                capture_output=True, text=True).stderr
+    for mount, folder in ((served.room, "b"), (served.room / "b", "")):
+        refused = subprocess.run([QVRES, f"--mount=/R={mount}", "serve", served.room / folder], check=False, capture_output=True, text=True)
+        assert refused.returncode == 1 and "which is part of the tree" in refused.stderr, refused
 
 
 SCENARIOS = [(names, None), (git, "git"), (sqlite, None), (tar_and_rsync, "tar"), (cmake, "cmake"), (random_operations, None),
