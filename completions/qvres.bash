@@ -14,13 +14,13 @@ _qvres_names()
     sed -n "/^$1:/,/^\$/s/^  \\([^ ]\\)/\\1/p" | sed -e 's/  .*//' -e 's/,/\n/g' | sed 's/ .*//'
 }
 
-# Ids that begin like the word; `tree` is the call of qvres with the options that say which tree is meant.
+# Ids that begin like the word, without names that are no valid ids (a tab follows them); `tree` is the call of qvres with the options that say which tree is meant.
 _qvres_ids()
 {
     local plain folder
     plain=$(_qvres_plain "$cur")
     folder=${plain%"${plain##*/}"}
-    mapfile -t COMPREPLY < <("${tree[@]}" ls "${folder:-/}" 2>/dev/null | awk -v typed="$plain" 'index($0, typed) == 1')
+    mapfile -t COMPREPLY < <("${tree[@]}" ls "${folder:-/}" 2>/dev/null | awk -v typed="$plain" 'index($0, typed) == 1 && !/\t/')
     compopt -o filenames # readline quotes the ids
     [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == */ ]] && compopt -o nospace
 }

@@ -50,7 +50,7 @@ function __qvres_complete
         case 'profile *'
         case '*'
             set -l plain (string unescape -- $typed | string collect)
-            $__qvres_tree ls (string match -r '.*/' -- "$plain"; or echo /) 2>/dev/null
+            $__qvres_tree ls (string match -r '.*/' -- "$plain"; or echo /) 2>/dev/null | string match -v "*"\t"*" # not a valid id
             if test "$__qvres_command" = serve # with or without an ID
                 __fish_complete_directories $typed
             end

@@ -14,7 +14,7 @@ import sys
 
 TEXT_COLUMN = 30  # where the help's texts begin
 SECTIONS = ("Positionals:", "Options:", "Subcommands:")
-OPTIONS_OF_QVRES = "The options --var, --mount, --json and --quiet"
+OPTIONS_OF_QVRES = re.compile(r'(The options .*) are explained by "qvres --help"\.')
 EXIT_STATUS = {"0": "The work is done.",
                "1": "It failed, or the answer is \"no\" where the description says so; one line on standard error says why.",
                "2": "Wrong usage.",
@@ -59,7 +59,7 @@ class Help:
             self.entries[section].append((name, f"{text} {line.strip()}".strip()))
 
     def options(self):
-        return [entry for entry in self.entries["Options:"] if not entry[0].startswith("-h,")]
+        return [entry for entry in self.entries["Options:"] if entry[1] != "Print this help message and exit"]
 
 
 def plain(name):
@@ -121,15 +121,15 @@ def nested(qvres, command, rows):
 
 
 def page(name, version, date, help_, subcommands, extra, related):
-    notes = [line for line in help_.notes if not line.startswith((OPTIONS_OF_QVRES, '"'))]
+    notes = [line for line in help_.notes if not OPTIONS_OF_QVRES.fullmatch(line) and not line.startswith('"')]
     lines = [f'.TH {name.upper()} 1 "{date}" "QvServices {version}" "The resource tree"',
              ".SH NAME", f"{name} \\- {roff(summary(help_.description))}",
              ".SH SYNOPSIS", bold(help_.usage),
              ".SH DESCRIPTION", roff(help_.description)]
     if notes:
         lines += [".PP", roff(sentence(" ".join(notes)))]
-    if name != "qvres":
-        lines += [".PP", roff(OPTIONS_OF_QVRES) + " are described in", ".BR qvres (1)."]
+    for options in filter(None, map(OPTIONS_OF_QVRES.fullmatch, help_.notes)):
+        lines += [".PP", roff(options[1]) + " are described in", ".BR qvres (1)."]
     lines += section("ARGUMENTS", entries(help_.entries["Positionals:"]))
     lines += section("OPTIONS", entries(help_.options()))
     lines += section("COMMANDS", subcommands)

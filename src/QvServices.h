@@ -1,13 +1,14 @@
-// Every public declaration of the library.
-//
-//     #include <QvServices/QvServices.h>
-//
-//     Init_QvServices();
-//     ResourceManager.Init();
-//     var_a<TQvStream*> stream = ResourceManager.OpenResourceE("/Data/a.txt", kQvOpenRead,
-//     kQvShareAll, 0);
-//     ...
-//     Deinit_QvServices();
+/// @file
+/// Every public declaration of the library.
+///
+///     #include <QvServices/QvServices.h>
+///
+///     Init_QvServices();
+///     ResourceManager.Init();
+///     var_a<TQvStream*> stream = ResourceManager.OpenResourceE("/Data/a.txt", kQvOpenRead,
+///     kQvShareAll, 0);
+///     ...
+///     Deinit_QvServices();
 #pragma once
 
 #include "manager/ResourceManager.h"

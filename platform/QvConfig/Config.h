@@ -1,7 +1,8 @@
-// The suite's configuration: VAR folder, current profile, computer name, numbered strings.
-//
-// Thread-safety: Init and Deinit belong to one thread while nobody else uses the library; the
-// queries are callable from any thread in between.
+/// @file
+/// The suite's configuration: VAR folder, current profile, computer name, numbered strings.
+///
+/// Thread-safety: Init and Deinit belong to one thread while nobody else uses the library; the
+/// queries are callable from any thread in between.
 #pragma once
 
 #include <string>
@@ -11,6 +12,7 @@
 
 QVSTD_API std::string QvGetConfigString(int number, bool mustExist);
 
+/// What the configuration says, as of the last Load.
 class QVSTD_API TQvConfigData
 {
 public:
@@ -49,8 +51,9 @@ QVSTD_API void Init_QvConfig();
 QVSTD_API void Deinit_QvConfig();
 
 /// Configuration strings, computed from the loaded configuration: 9 is VAR/Config/ (with the
-/// trailing slash), 12 is VAR/Profiles/<current profile>/profile.x-ini. "" for any other number or
-/// when nothing is loaded; with `mustExist` the former throws a TQvMessage that names the number.
+/// trailing slash), 12 is `VAR/Profiles/<current profile>/profile.x-ini`. "" for any other number
+/// or when nothing is loaded; with `mustExist` the former throws a TQvMessage that names the
+/// number.
 QVSTD_API std::string QvGetConfigString(int number, bool mustExist);
 
 /// Strings fixed at build time: 11 is the registry key path "Software\Velmor\KORVADEL\6 Airlane";

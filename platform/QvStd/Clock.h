@@ -1,6 +1,7 @@
-// The tick counter and sleeping.
-//
-// Thread-safety: callable from any thread.
+/// @file
+/// The tick counter and sleeping.
+///
+/// Thread-safety: callable from any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,7 @@
-// A point in time with the resolution that listings and attributes carry.
-//
-// Thread-safety: a plain value.
+/// @file
+/// A point in time with the resolution that listings and attributes carry.
+///
+/// Thread-safety: a plain value.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +13,7 @@ class TQvDateTime
 {
 public:
     constexpr TQvDateTime() = default;
+    /// Milliseconds since 1970-01-01 UTC.
     explicit constexpr TQvDateTime(std::int64_t milliseconds) : m_milliseconds(milliseconds) {}
 
     /// An invalid QDateTime gives "no time".
@@ -29,16 +31,20 @@ public:
     /// In local time, so that its date and time parts are the calendar of the user.
     QDateTime ToQDateTime() const { return QDateTime::fromMSecsSinceEpoch(m_milliseconds); }
 
+    /// Since 1970-01-01 UTC; 0 means "no time".
     constexpr std::int64_t Milliseconds() const { return m_milliseconds; }
 
+    /// Equal to the millisecond.
     friend constexpr bool operator==(TQvDateTime a, TQvDateTime b)
     {
         return a.m_milliseconds == b.m_milliseconds;
     }
+    /// The opposite.
     friend constexpr bool operator!=(TQvDateTime a, TQvDateTime b)
     {
         return a.m_milliseconds != b.m_milliseconds;
     }
+    /// Earlier; "no time" counts as 1970.
     friend constexpr bool operator<(TQvDateTime a, TQvDateTime b)
     {
         return a.m_milliseconds < b.m_milliseconds;

@@ -1,6 +1,7 @@
-// Owning file descriptors, and the one way in which this library opens files and folders.
-//
-// Thread-safety: one descriptor belongs to one thread at a time.
+/// @file
+/// Owning file descriptors, and the one way in which this library opens files and folders.
+///
+/// Thread-safety: one descriptor belongs to one thread at a time.
 #pragma once
 
 #include <cerrno>
@@ -18,9 +19,12 @@ class TQvDescriptor
 {
 public:
     TQvDescriptor() = default;
+    /// Owns `number` from now on; -1 for none.
     explicit TQvDescriptor(int number) : m_number(number) {}
     ~TQvDescriptor() { Discard(); }
+    /// The other one owns nothing then.
     TQvDescriptor(TQvDescriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
+    /// Closes its own first; the other one owns nothing then.
     TQvDescriptor& operator=(TQvDescriptor&& other) noexcept
     {
         Discard();
@@ -28,8 +32,11 @@ public:
         return *this;
     }
 
+    /// Whether it owns a descriptor.
     explicit operator bool() const { return m_number >= 0; }
+    /// The descriptor, which stays its own; -1 for none.
     int Number() const { return m_number; }
+    /// The descriptor, which the caller owns from now on; -1 for none.
     int Release() { return std::exchange(m_number, -1); }
     /// False with errno when closing reported an error. Never repeated: the descriptor is gone even
     /// then, and its number may belong to another thread.
@@ -48,6 +55,7 @@ private:
     int m_number = -1;
 };
 
+/// What the system call `call` answers, repeated while a signal interrupts it (EINTR).
 template <class TCall>
 auto QvRetryInterrupted(const TCall& call)
 {
@@ -70,8 +78,8 @@ QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* f
 /// A file by its name in an open folder, or by its path.
 struct TQvPlace
 {
-    int Folder = AT_FDCWD;
-    std::string Name;
+    int Folder = AT_FDCWD; ///< a descriptor, or AT_FDCWD: then `Name` is a whole path
+    std::string Name;      ///< as the `...at` system calls take it
 };
 
 /// Keeps the folder of the last path open, so that the next path in it is not looked up again.
@@ -90,8 +98,8 @@ private:
 /// For copies that follow each other in few folders.
 struct TQvCopyFolders
 {
-    TQvFolderKeeper Source;
-    TQvFolderKeeper Target;
+    TQvFolderKeeper Source; ///< of what is read
+    TQvFolderKeeper Target; ///< of what is written
 };
 
 /// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an

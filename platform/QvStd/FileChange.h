@@ -1,6 +1,7 @@
-// Changing the content of a file that others change, too.
-//
-// Thread-safety: callable from any thread.
+/// @file
+/// Changing the content of a file that others change, too.
+///
+/// Thread-safety: callable from any thread.
 #pragma once
 
 #include <functional>
@@ -15,11 +16,13 @@
 /// again when what it was given was not the file's content any more.
 using TQvContentChange = std::function<std::string(const std::optional<std::string>& old)>;
 
+/// How a change ended.
 struct TQvFileChange
 {
     TQvResult Reading; ///< done, too, when there was no file
-    TQvResult Writing;
+    TQvResult Writing; ///< done, too, when the content stayed the same
 
+    /// Whether the file holds what was wanted.
     explicit operator bool() const { return Reading && Writing; }
 };
 

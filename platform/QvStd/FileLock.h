@@ -1,8 +1,9 @@
-// The lock on a file whose content is about to be replaced, and the sentence about a lock that was
-// not gained.
-//
-// Thread-safety: one lock object belongs to one thread at a time; the function is callable from
-// any.
+/// @file
+/// The lock on a file whose content is about to be replaced, and the sentence about a lock that was
+/// not gained.
+///
+/// Thread-safety: one lock object belongs to one thread at a time; the function is callable from
+/// any.
 #pragma once
 
 #include <string>
@@ -27,6 +28,7 @@ public:
     TQvFileLock(const TQvFileLock&) = delete;
     TQvFileLock& operator=(const TQvFileLock&) = delete;
 
+    /// Whether the lock is held.
     explicit operator bool() const { return m_descriptor >= 0; }
     /// 0, or a negative errno (-11: another process holds it).
     int getError() const { return m_error; }

@@ -1,6 +1,7 @@
-// The stream over a regular file.
-//
-// Thread-safety: one stream belongs to one thread at a time.
+/// @file
+/// The stream over a regular file.
+///
+/// Thread-safety: one stream belongs to one thread at a time.
 #pragma once
 
 #include <memory>
@@ -21,6 +22,7 @@ class QVSTD_API TQvFileStream : public virtual TQvStream
 {
 public:
     TQvFileStream() = default;
+    /// As Open; operator bool tells the outcome.
     TQvFileStream(const TQvPath& path, qvOpenMode mode, qvShareMode share)
     {
         Open(path.toSysStr(), mode, share);
@@ -30,6 +32,7 @@ public:
     /// A new stream, opened or not: its operator bool tells.
     static var_a<TQvFileStream*> VCreate(const std::string& path, qvOpenMode mode,
                                          qvShareMode share);
+    /// The same for a path.
     static var_a<TQvFileStream*> VCreate(const TQvPath& path, qvOpenMode mode, qvShareMode share)
     {
         return VCreate(path.toSysStr(), mode, share);

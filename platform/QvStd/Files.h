@@ -1,10 +1,11 @@
-// Files and folders over POSIX calls.
-//
-// Every function takes the raw system path as a std::string, or a TQvPath. Those that can fail
-// answer a TQvResult, which converts to bool and names the path that failed where there are two;
-// `errno` holds its error then, too. The plain questions answer false or 0 with `errno`.
-//
-// Thread-safety: callable from any thread.
+/// @file
+/// Files and folders over POSIX calls.
+///
+/// Every function takes the raw system path as a std::string, or a TQvPath. Those that can fail
+/// answer a TQvResult, which converts to bool and names the path that failed where there are two;
+/// `errno` holds its error then, too. The plain questions answer false or 0 with `errno`.
+///
+/// Thread-safety: callable from any thread.
 #pragma once
 
 #include <cstdint>
@@ -21,10 +22,10 @@
 /// What one look at a file tells; symbolic links are followed.
 struct TQvFileInfo
 {
-    bool IsFolder = false;
-    bool IsRegular = false;
-    std::uint64_t Size = 0;
-    TQvDateTime UpdateTime;
+    bool IsFolder = false;    ///< a folder
+    bool IsRegular = false;   ///< a regular file; false for devices, FIFOs and sockets, too
+    std::uint64_t Size = 0;   ///< bytes
+    TQvDateTime UpdateTime;   ///< last modification
     TQvDateTime CreationTime; ///< birth time, else the status change time
 };
 
@@ -39,7 +40,7 @@ struct TQvCopyFolders;
 /// What two paths have in common.
 enum class TQvSameness
 {
-    Different,
+    Different, ///< two files, or one of both is not there
     /// One entry of a folder seen by two paths, or a symbolic link and what it leads to: a move
     /// from one to the other would lose the file.
     OneEntry,
@@ -55,6 +56,7 @@ QVSTD_API TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
 
 /// A file of any kind that is not a folder; links are followed.
 QVSTD_API bool QvFileExists(const std::string& path);
+/// A folder; links are followed.
 QVSTD_API bool QvDirExists(const std::string& path);
 /// Either of both; `isFolder` (may be null) receives which. "Nothing" and "failed" are two answers.
 QVSTD_API TQvResult QvFileDirExists(const char* path, bool* isFolder);
@@ -62,6 +64,7 @@ inline TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
 {
     return QvFileDirExists(path.c_str(), isFolder);
 }
+/// A symbolic link, whatever it leads to.
 QVSTD_API bool QvIsSymLink(const std::string& path);
 /// Replaces a path by where its chain of symbolic links ends, whether or not anything is there.
 /// Only the last component is looked at. False with errno (ELOOP for a chain without an end).
@@ -153,6 +156,10 @@ QVSTD_API TQvResult QvWriteFileAtomically(const std::string& path, const std::st
 /// The whole content. Fails with EISDIR or EINVAL for what is no regular file.
 QVSTD_API TQvResult QvReadWholeFile(const std::string& path, std::string* content);
 
+/// @name The same for a TQvPath
+/// @{
+
+/// As the function of that name that takes the system path.
 inline bool QvFileExists(const TQvPath& path)
 {
     return QvFileExists(path.toSysStr());
@@ -204,3 +211,4 @@ inline std::vector<std::string> QvFindFiles(const TQvPath& folder, const std::st
 {
     return QvFindFiles(folder.toSysStr(), mask, withFolders, recursive, progress);
 }
+/// @}

@@ -1,6 +1,7 @@
-// Reading the entries of one folder.
-//
-// Thread-safety: one reader belongs to one thread at a time.
+/// @file
+/// Reading the entries of one folder.
+///
+/// Thread-safety: one reader belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
 
+/// One entry of a folder.
 struct TQvFolderEntry
 {
     std::string_view Name;  ///< ends with a byte 0; valid until the next entry is read
@@ -27,17 +29,23 @@ public:
     /// 32 KiB on the stack cost less than on the heap.
     TQvFolderReader(char* buffer, std::size_t size) : m_buffer(buffer), m_bufferSize(size) {}
     ~TQvFolderReader();
+    /// The other reader is closed then.
     TQvFolderReader(TQvFolderReader&& other) noexcept;
+    /// Closes its own folder first; the other reader is closed then.
     TQvFolderReader& operator=(TQvFolderReader&& other) noexcept;
 
+    /// `path` is a raw system path; a symbolic link is followed.
     TQvResult Open(const std::string& path);
     /// A name in an open folder; a symbolic link fails (ELOOP or ENOTDIR) unless it is followed.
     TQvResult OpenAt(int folderDescriptor, const char* name, bool followsLink);
+    /// Whether a folder is open.
     explicit operator bool() const { return m_descriptor >= 0; }
+    /// Of the open folder, for `...at` calls; -1 when none is open.
     int Descriptor() const { return m_descriptor; }
     /// Frees the descriptor; the reader can open another folder.
     void Close();
 
+    /// The next entry; false at the end and after a failure.
     bool Next(TQvFolderEntry* entry);
     /// Done unless reading has failed.
     const TQvResult& Result() const { return m_result; }

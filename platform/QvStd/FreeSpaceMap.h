@@ -1,6 +1,7 @@
-// Free disk space, counted once a volume.
-//
-// Thread-safety: one map belongs to one thread at a time.
+/// @file
+/// Free disk space, counted once a volume.
+///
+/// Thread-safety: one map belongs to one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -12,12 +13,14 @@
 #include "QvStd/Path.h"
 #include "QvStd/Var.h"
 
+/// The free bytes of volumes, each noted when a path on it was last asked about.
 class QVSTD_API TQvFreeSpaceMap
 {
 public:
     /// The serial of "no known volume".
     static const std::string InvalidVolSerial;
 
+    /// An empty map.
     static var_a<TQvFreeSpaceMap*> VCreate();
 
     /// The identity of the volume that holds `path`, whose free space is noted then;
@@ -25,6 +28,7 @@ public:
     std::string GetVolumeSerial(const TQvPath& path);
     /// Bytes free to the user on those volumes together, as noted; unknown serials add nothing.
     std::uint64_t GetTotalFreeSpace(const std::unordered_set<std::string>& serials) const;
+    /// Forgets all volumes.
     void Clear();
 
 private:

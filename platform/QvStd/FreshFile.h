@@ -1,14 +1,15 @@
-// Opening a file as its server has it now, for those who change it under a lock.
-//
-// Kernels empty the caches of their own network clients when a file is opened or locked. A client
-// in user space (FUSE) may keep names, sizes and small contents for a second or longer, and neither
-// a lock nor AT_STATX_FORCE_SYNC empties its caches: what another machine has written under the
-// lock before would be missed, and lost by the next rewrite. Listing the folder makes such a client
-// ask which file has the name and how long it is, and drop small contents that have changed;
-// O_DIRECT makes it read from the server. Both are done on FUSE only; elsewhere the one added
-// system call is the one that finds out.
-//
-// Thread-safety: one object belongs to one thread at a time; the function is callable from any.
+/// @file
+/// Opening a file as its server has it now, for those who change it under a lock.
+///
+/// Kernels empty the caches of their own network clients when a file is opened or locked. A client
+/// in user space (FUSE) may keep names, sizes and small contents for a second or longer, and
+/// neither a lock nor AT_STATX_FORCE_SYNC empties its caches: what another machine has written
+/// under the lock before would be missed, and lost by the next rewrite. Listing the folder makes
+/// such a client ask which file has the name and how long it is, and drop small contents that have
+/// changed; O_DIRECT makes it read from the server. Both are done on FUSE only; elsewhere the one
+/// added system call is the one that finds out.
+///
+/// Thread-safety: one object belongs to one thread at a time; the function is callable from any.
 #pragma once
 
 #include <cstddef>
@@ -32,7 +33,9 @@ public:
     /// As QvOpenRegular; `flags` must allow reading. ESTALE, too, when the file was replaced
     /// meanwhile: another try may succeed.
     int Open(const std::string& path, int flags, struct stat* status);
+    /// Whether a file is open.
     explicit operator bool() const { return static_cast<bool>(m_file); }
+    /// The descriptor of the open file; -1 for none.
     int Number() const { return m_file.Number(); }
     /// As TQvDescriptor::Close.
     bool Close();

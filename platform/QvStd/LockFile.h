@@ -1,6 +1,7 @@
-// Locks between processes (and within one) on a file that stays where it is.
-//
-// Thread-safety: one lock object belongs to one thread at a time.
+/// @file
+/// Locks between processes (and within one) on a file that stays where it is.
+///
+/// Thread-safety: one lock object belongs to one thread at a time.
 #pragma once
 
 #include <string>
@@ -42,11 +43,13 @@ public:
     TQvLockFile(const TQvLockFile&) = delete;
     TQvLockFile& operator=(const TQvLockFile&) = delete;
 
+    /// As the constructor, shared.
     static var_a<TQvLockFile*> VCreate(const std::string& path, bool forWriting,
                                        const std::string& owner, unsigned long timeoutMs);
 
     /// Whether the lock is held.
     explicit operator bool() const { return m_held; }
+    /// Whether an exclusive lock is held.
     bool IsExclusive() const { return m_held && m_exclusive; }
     /// Done while the lock is held and its file is the one at the path, as the file system's server
     /// sees it. Failed with ESTALE when it is not, else with why that cannot be found out.

@@ -1,7 +1,8 @@
-// The log: a sink that the host can set.
-//
-// Thread-safety: writing is callable from any thread; lines are never mixed. A sink must not set
-// sinks. It is called under the log's lock; what it logs itself is dropped.
+/// @file
+/// The log: a sink that the host can set.
+///
+/// Thread-safety: writing is callable from any thread; lines are never mixed. A sink must not set
+/// sinks. It is called under the log's lock; what it logs itself is dropped.
 #pragma once
 
 #include <functional>
@@ -10,12 +11,14 @@
 #include "QvStd/Export.h"
 #include "QvStd/Message.h"
 
+/// What an entry is.
 enum class TQvLogKind
 {
-    Info,
-    Warning
+    Info,   ///< what happened
+    Warning ///< what went wrong, though the work went on
 };
 
+/// Receives each entry; `level` is higher the more it matters.
 using TQvLogSink = std::function<void(TQvLogKind kind, const TQvMessage& message, int level)>;
 
 /// Replaces the sink and returns the one before. An empty sink stands for the default: standard
@@ -24,4 +27,5 @@ QVSTD_API TQvLogSink QvSetLogSink(TQvLogSink sink);
 
 /// Writes one entry. The last argument is reserved and always 0. Never throws.
 QVSTD_API void QvLogWriteInfo(const TQvMessage& message, int level, int reserved) noexcept;
+/// As QvLogWriteInfo.
 QVSTD_API void QvLogWriteWarning(const TQvMessage& message, int level, int reserved) noexcept;

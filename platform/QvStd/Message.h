@@ -1,6 +1,7 @@
-// The message object that failures are thrown as.
-//
-// Thread-safety: a plain value.
+/// @file
+/// The message object that failures are thrown as.
+///
+/// Thread-safety: a plain value.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,8 @@
 class QVSTD_API TQvMessage : public std::exception
 {
 public:
+    /// A text that begins with "@" is literal; any other one is looked up as a key when it is
+    /// shown.
     explicit TQvMessage(std::string textOrKey);
     TQvMessage(const TQvMessage&) = default;
     TQvMessage(TQvMessage&&) noexcept = default;
@@ -25,12 +28,14 @@ public:
 
     /// Appends the argument for the next free place.
     TQvMessage& operator<<(const std::string& argument);
+    /// @overload
     TQvMessage& operator<<(const char* argument) { return *this << std::string(argument); }
     /// A nested message stands as it would be shown.
     TQvMessage& operator<<(const TQvMessage& argument)
     {
         return *this << std::string(argument.what());
     }
+    /// A whole number, in decimal.
     template <class T, class = std::enable_if_t<std::is_integral_v<T>>>
     TQvMessage& operator<<(T argument)
     {
@@ -39,6 +44,7 @@ public:
 
     /// The text or key exactly as thrown, places unfilled, a leading "@" included.
     const std::string& text() const noexcept { return m_text; }
+    /// The arguments in the order of their places.
     const std::vector<std::string>& arguments() const noexcept { return m_arguments; }
 
     /// What a person reads: keys looked up, places filled, without the leading "@". A place without

@@ -1,6 +1,7 @@
-// New content for a file: the file holds the old content or the new one, whole, whatever happens.
-//
-// Thread-safety: one object belongs to one thread at a time.
+/// @file
+/// New content for a file: the file holds the old content or the new one, whole, whatever happens.
+///
+/// Thread-safety: one object belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -32,6 +33,7 @@ class TQvFolderKeeper;
 class QVSTD_API TQvNewFile
 {
 public:
+    /// How the new content comes into being.
     struct TOptions
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
@@ -63,7 +65,9 @@ public:
     TQvNewFile();
     /// Discards what was not published. errno stays.
     ~TQvNewFile();
+    /// The other object has nothing to publish then.
     TQvNewFile(TQvNewFile&&) noexcept;
+    /// Discards its own content first; the other object has nothing to publish then.
     TQvNewFile& operator=(TQvNewFile&&) noexcept;
 
     /// `path` is a raw system path. Done, too, when the target is the file of `NotOnto`: then there
@@ -71,6 +75,7 @@ public:
     TQvResult Open(const std::string& path, const TOptions& options);
     /// Whether the target is the file of `NotOnto`, under this or another name.
     bool IsSameFile() const;
+    /// Appends all of `count` bytes, or fails.
     TQvResult Write(const void* bytes, std::size_t count);
     /// Of the open file, for what Write cannot do; -1 before Open.
     int Descriptor() const;

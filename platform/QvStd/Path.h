@@ -1,10 +1,11 @@
-// Paths: a value type over UTF-8 text.
-//
-// Both "\" and "/" are separators on the way in; "/" is the only one stored. A Linux file name that
-// holds a backslash can therefore not be written as a TQvPath: the file functions take the raw
-// system path as a std::string too (QvStd/Files.h).
-//
-// Thread-safety: a plain value; the queries of the disk are single system calls.
+/// @file
+/// Paths: a value type over UTF-8 text.
+///
+/// Both "\" and "/" are separators on the way in; "/" is the only one stored. A Linux file name
+/// that holds a backslash can therefore not be written as a TQvPath: the file functions take the
+/// raw system path as a std::string too (QvStd/Files.h).
+///
+/// Thread-safety: a plain value; the queries of the disk are single system calls.
 #pragma once
 
 #include <cstdint>
@@ -15,16 +16,21 @@
 #include "QvStd/DateTime.h"
 #include "QvStd/Export.h"
 
+/// A path, compared and stored with "/" as its only separator.
 class QVSTD_API TQvPath
 {
 public:
     TQvPath() = default;
+    /// Every "\\" of `text` becomes a "/"; nothing else changes.
     explicit TQvPath(std::string text);
+    /// @overload
     explicit TQvPath(const char* text) : TQvPath(std::string(text)) {}
 
+    /// Whether there is no text at all.
     bool isPathEmpty() const { return m_text.empty(); }
     /// Not empty, no byte below 0x20, no component over 255 bytes, at most 4095 bytes in all.
     bool isPathValid() const;
+    /// Whether it begins with a separator.
     bool isAbsolute() const { return !m_text.empty() && m_text.front() == '/'; }
     /// Without the separators it begins with.
     TQvPath stripAbs() const;
@@ -37,21 +43,26 @@ public:
     /// a chroot. Doubled separators of `right` count as one, leading ones as none; a trailing one
     /// is kept. An empty left side gives `right` resolved in the same way, as a relative path.
     TQvPath operator/(const TQvPath& right) const;
+    /// @overload
     TQvPath operator/(std::string_view right) const;
 
     /// The path in the system's own spelling.
     const std::string& toSysStr() const& { return m_text; }
+    /// Of a path that is not needed any more: without a copy.
     std::string toSysStr() && { return std::move(m_text); }
 
     /// The last component, without the separators before it ("" for a path that ends in one).
     std::string fileName() const;
 
+    /// Whether anything is there; false, too, when that cannot be found out (errno).
     bool exists() const;
+    /// A folder; links are followed.
     bool isFolder() const;
     /// A file of any kind that is not a folder.
     bool isFile() const;
     /// Bytes; 0 when nothing is there.
     std::uint64_t fileSize() const;
+    /// Last modification; "no time" when nothing is there.
     TQvDateTime updateTime() const;
     /// Birth time, or the status change time where the file system has none; as Qt answers it.
     TQvDateTime creationTime() const;
@@ -67,7 +78,9 @@ public:
     /// current folder: ask first.
     static TQvPath homeDir();
 
+    /// The same text, separators of both kinds counting as one.
     friend bool operator==(const TQvPath& a, const TQvPath& b) { return a.m_text == b.m_text; }
+    /// The opposite.
     friend bool operator!=(const TQvPath& a, const TQvPath& b) { return !(a == b); }
 
 private:
@@ -95,7 +108,10 @@ private:
 /// character:
 /// ".hidden" and ".." have none, "a." has ".". Name and extension joined are always the component.
 QVSTD_API std::string QvExtractFileNameOnly(const TQvPath& path);
+/// See QvExtractFileNameOnly.
 QVSTD_API std::string QvExtractFileExt(const TQvPath& path);
 
+/// As TQvPath::addSlash.
 QVSTD_API TQvPath QvIncludeTrailingBackslash(const TQvPath& path);
+/// As TQvPath::excludeSlash.
 QVSTD_API TQvPath QvExcludeTrailingBackslash(const TQvPath& path);

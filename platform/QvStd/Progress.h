@@ -1,6 +1,7 @@
-// Progress: the caller's sink and the scoped object that long operations wrap it in.
-//
-// Thread-safety: a handler belongs to the thread that runs the operation.
+/// @file
+/// Progress: the caller's sink and the scoped object that long operations wrap it in.
+///
+/// Thread-safety: a handler belongs to the thread that runs the operation.
 #pragma once
 
 #include <memory>
@@ -14,13 +15,17 @@ class QVSTD_API TQvProgressHandler
 public:
     virtual ~TQvProgressHandler();
 
+    /// The work begins: shows the display.
     virtual void Start() = 0;
+    /// The work is over: hides the display. Must not throw.
     virtual void Stop() = 0;
     /// Between Start and Stop.
     virtual bool Started() const = 0;
     /// Whether positions and messages are wanted now.
     virtual bool Active() const = 0;
+    /// Notes how far the work is, from 0 to 1; Update shows it.
     virtual void SetPosition(double position) = 0;
+    /// Notes what is being worked on; Update shows it.
     virtual void SetMessage(const std::string& message) = 0;
     /// Whether the display wants servicing (a cheap question, asked once an entry or a block).
     virtual bool Poll() = 0;
@@ -42,6 +47,7 @@ inline void QvPollProgress(TQvProgressHandler* handler)
 class QVSTD_API TQvBreakOnly : public TQvProgressHandler
 {
 public:
+    /// `handler` (may be null) is asked whether the user wants to cancel, and nothing else.
     explicit TQvBreakOnly(const TQvProgressHandler* handler) : m_handler(handler) {}
     void Start() override {}
     void Stop() override {}
@@ -64,6 +70,7 @@ class TQvProgressVar;
 class QVSTD_API TQvProgress
 {
 public:
+    /// `handler` (may be null) must outlive it.
     explicit TQvProgress(TQvProgressHandler* handler) : m_handler(handler) {}
     ~TQvProgress() { Stop(); }
     TQvProgress(const TQvProgress&) = delete;
@@ -73,11 +80,15 @@ public:
     void Start();
     /// Stops the handler if this object started it. Never throws.
     void Stop() noexcept;
+    /// Whether positions and messages are wanted now.
     bool Active() const { return m_handler != nullptr && m_handler->Active(); }
     /// When active: sets the position and services the display. Throws TQvUserBreak.
     void Report(double position);
+    /// Shows what is being worked on.
     void SetMessage(const std::string& message);
+    /// Whether the user asked to cancel.
     bool UserBreak() const { return m_handler != nullptr && m_handler->UserBreak(); }
+    /// The handler, for calls that take one; may be null.
     TQvProgressHandler* Handler() const { return m_handler; }
 
     /// A progress of its own whose 0 to 1 is `from` to `to` of this one. Its messages are also
@@ -96,15 +107,21 @@ class QVSTD_API TQvProgressVar
 {
 public:
     TQvProgressVar() = default;
+    /// As TQvProgress::SubProgress; `outer` may be null.
     TQvProgressVar(TQvProgressHandler* outer, double from, double to, int messageLevel,
                    int startLevel);
 
+    /// @name As those of TQvProgress
+    /// @{
+
+    /// As in TQvProgress, for the sub-range.
     void Start();
     void Stop() noexcept;
     void Report(double position);
     void SetMessage(const std::string& message);
     TQvProgressHandler* Handler() const { return m_handler.get(); }
     TQvProgressVar SubProgress(double from, double to, int messageLevel, int startLevel);
+    /// @}
 
 private:
     std::unique_ptr<TQvProgressHandler> m_handler;

@@ -1,6 +1,7 @@
-// Regular expressions in "/pattern/" form.
-//
-// Thread-safety: one expression belongs to one thread at a time.
+/// @file
+/// Regular expressions in "/pattern/" form.
+///
+/// Thread-safety: one expression belongs to one thread at a time.
 #pragma once
 
 #include <string>
@@ -14,9 +15,11 @@
 /// Start and length, in bytes, of the whole match and of its groups.
 struct SMatches
 {
-    std::vector<std::pair<int, int>> Ranges;
+    std::vector<std::pair<int, int>>
+        Ranges; ///< the whole match first; start -1 for a group without a match
 };
 
+/// A compiled expression.
 class QVSTD_API CRegExp
 {
 public:

@@ -1,12 +1,13 @@
-// Registry emulation: one X-Ini file for each root.
-//
-// 1 = common (/etc/velmor/registry.x-ini), 2 = user (~/.config/velmor/registry.x-ini).
-// QV_REGISTRY_DIR moves both into that folder, as common.x-ini and user.x-ini. A registry key is a
-// section named by the whole key ("Software\Velmor\..."); its values are the keys in it. Names of
-// both are compared without regard to case, and the first of several of one name counts.
-//
-// Thread-safety: callable from any thread and process; writers take a lock file beside the registry
-// file, which is replaced as a whole.
+/// @file
+/// Registry emulation: one X-Ini file for each root.
+///
+/// 1 = common (/etc/velmor/registry.x-ini), 2 = user (~/.config/velmor/registry.x-ini).
+/// QV_REGISTRY_DIR moves both into that folder, as common.x-ini and user.x-ini. A registry key is a
+/// section named by the whole key ("Software\Velmor\..."); its values are the keys in it. Names of
+/// both are compared without regard to case, and the first of several of one name counts.
+///
+/// Thread-safety: callable from any thread and process; writers take a lock file beside the
+/// registry file, which is replaced as a whole.
 #pragma once
 
 #include <string>
@@ -14,12 +15,14 @@
 #include "QvStd/Export.h"
 #include "QvStd/Path.h"
 
+/// The roots.
 enum class TQvRegKey : int
 {
-    Common = 1,
-    User = 2
+    Common = 1, ///< of all users
+    User = 2    ///< of the user, who may not have one
 };
 
+/// Access to the values of both roots.
 class QVSTD_API TQvRegMan
 {
 public:

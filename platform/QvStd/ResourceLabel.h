@@ -1,6 +1,7 @@
-// Labels: size, time and checksum of one state of a content.
-//
-// Thread-safety: a plain value.
+/// @file
+/// Labels: size, time and checksum of one state of a content.
+///
+/// Thread-safety: a plain value.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniWriter.h"
 
+/// What tells one state of a content from another.
 struct QVSTD_API TQvResourceLabel
 {
     std::uint64_t Size = 0; ///< bytes

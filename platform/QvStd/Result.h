@@ -1,6 +1,7 @@
-// How an operation on files ended.
-//
-// Thread-safety: plain values.
+/// @file
+/// How an operation on files ended.
+///
+/// Thread-safety: plain values.
 #pragma once
 
 #include <string>
@@ -16,6 +17,7 @@ class QVSTD_API TQvResult
 {
 public:
     TQvResult() = default;
+    /// The work is done, or the answer is yes.
     static TQvResult Done() { return {}; }
     /// Error() is ENOENT then.
     static TQvResult Nothing(std::string name = {});
@@ -27,10 +29,13 @@ public:
 
     /// Implicit, so that operations that answered a bool can answer a result.
     operator bool() const { return m_error == 0; } // NOLINT(google-explicit-constructor)
+    /// There is nothing: an answer, no failure.
     bool IsNothing() const { return m_isNothing; }
+    /// It could not be done or found out.
     bool HasFailed() const { return m_error != 0 && !m_isNothing; }
     /// 0 when done, else an errno.
     int Error() const { return m_error; }
+    /// The path or id that it is about; may be empty.
     const std::string& Name() const { return m_name; }
     /// The same result about another name.
     TQvResult Named(std::string name) const;

@@ -1,6 +1,7 @@
-// Streams: the abstract stream, open and share modes, copying between streams.
-//
-// Thread-safety: one stream belongs to one thread at a time.
+/// @file
+/// Streams: the abstract stream, open and share modes, copying between streams.
+///
+/// Thread-safety: one stream belongs to one thread at a time.
 #pragma once
 
 #include <cstddef>
@@ -25,12 +26,16 @@ inline constexpr qvOpenMode kQvOpenReadWrite =
 /// What others may do meanwhile. All bits set shares with everybody who shares too; anything less
 /// asks for the file alone. Between openers of this library, in one process or in several.
 using qvShareMode = std::uint32_t;
+/// Shares with everybody who shares too.
 inline constexpr qvShareMode kQvShareAll = 0xFFFFFFFFu;
 
+/// Bytes with a position, from which reads and writes go on.
 class QVSTD_API TQvStream
 {
 public:
+    /// What Read and Write answer on failure.
     static constexpr std::size_t invalid_value = static_cast<std::size_t>(-1);
+    /// What getSize answers on failure.
     static constexpr std::uint64_t invalid_value64 = static_cast<std::uint64_t>(-1);
 
     TQvStream() = default;
@@ -51,6 +56,7 @@ public:
     virtual std::uint64_t getSize() const = 0;
     /// Cuts or extends (with zero bytes); the position stays where it is.
     virtual bool setSize(std::uint64_t size) = 0;
+    /// Bytes from the start, where the next read or write happens.
     virtual std::uint64_t getPosition() const = 0;
     /// Any position, beyond the end too; false on a closed stream.
     virtual bool setPosition(std::uint64_t position) = 0;
@@ -63,6 +69,7 @@ public:
 
     /// The name that messages about this stream show.
     const std::string& InfoName() const { return m_infoName ? *m_infoName : DefaultInfoName(); }
+    /// For who opens the stream; a resource's URL, for example.
     void SetInfoName(std::string name) { m_infoName = std::move(name); }
 
 protected:

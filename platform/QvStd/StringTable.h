@@ -1,7 +1,8 @@
-// String tables: the texts of a module by key, in English from the module itself, in other
-// languages from a translation file.
-//
-// Thread-safety: look-ups may run on any thread; registration happens while a module is loaded.
+/// @file
+/// String tables: the texts of a module by key, in English from the module itself, in other
+/// languages from a translation file.
+///
+/// Thread-safety: look-ups may run on any thread; registration happens while a module is loaded.
 #pragma once
 
 #include <cstddef>
@@ -9,10 +10,11 @@
 
 #include "QvStd/Export.h"
 
+/// One text of a table; both must live as long as the process.
 struct TQvStringTableEntry
 {
-    const char* Key;
-    const char* Text;
+    const char* Key;  ///< unique in its module
+    const char* Text; ///< English, with places %1% to %9%
 };
 
 /// Registers the English table of `module`; later tables of the same module add to it. `entries`

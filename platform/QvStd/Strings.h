@@ -1,6 +1,7 @@
-// Byte strings: upper-casing for comparisons, splitting, formatting.
-//
-// Thread-safety: pure functions, callable from any thread.
+/// @file
+/// Byte strings: upper-casing for comparisons, splitting, formatting.
+///
+/// Thread-safety: pure functions, callable from any thread.
 #pragma once
 
 #include <string>

@@ -1,6 +1,7 @@
-// URLs and streams that know theirs.
-//
-// Thread-safety: plain values.
+/// @file
+/// URLs and streams that know theirs.
+///
+/// Thread-safety: plain values.
 #pragma once
 
 #include <string>
@@ -14,16 +15,21 @@ class QVSTD_API TQvURL
 {
 public:
     TQvURL() = default;
+    /// Keeps `text` as it is.
     explicit TQvURL(std::string text) : m_text(std::move(text)) {}
 
+    /// Replaces the text.
     void Init(std::string text) { m_text = std::move(text); }
+    /// The text.
     const std::string& std_str() const { return m_text; }
     /// What stands before the first ":"; "" when there is none.
     std::string Scheme() const;
     /// What stands after the first ":"; the whole text when there is none.
     std::string Path() const;
 
+    /// Equal to the byte.
     friend bool operator==(const TQvURL& a, const TQvURL& b) { return a.m_text == b.m_text; }
+    /// The opposite.
     friend bool operator!=(const TQvURL& a, const TQvURL& b) { return !(a == b); }
 
 private:
@@ -37,9 +43,11 @@ QVSTD_API TQvURL MakeQvURL(const std::string& scheme, const std::string& path);
 class QVSTD_API TQvURLStream : public virtual TQvStream
 {
 public:
+    /// For who opens the stream.
     explicit TQvURLStream(TQvURL url) : m_url(std::move(url)) {}
     ~TQvURLStream() override;
 
+    /// What the stream was opened for.
     const TQvURL& URL() const { return m_url; }
 
 private:

@@ -1,7 +1,8 @@
-// Dispatch of URLs to the handlers of their schemes.
-//
-// Thread-safety: operations are callable from any thread; what a handler allows is its own
-// business.
+/// @file
+/// Dispatch of URLs to the handlers of their schemes.
+///
+/// Thread-safety: operations are callable from any thread; what a handler allows is its own
+/// business.
 #pragma once
 
 #include <cstdint>
@@ -17,41 +18,62 @@
 #include "QvStd/URL.h"
 #include "QvStd/Var.h"
 
+/// What a scheme knows of what a URL leads to.
 struct TQvURLAttrib
 {
-    std::uint64_t Size = 0;
-    TQvDateTime UpdateTime;
-    TQvDateTime CreationTime;
+    std::uint64_t Size = 0;   ///< bytes
+    TQvDateTime UpdateTime;   ///< last modification
+    TQvDateTime CreationTime; ///< as the scheme knows it; may be "no time"
 };
 
 /// What a scheme offers. Operations without E answer failure with false, "" or an empty reference.
 class QVSTD_API TQvURLHandler
 {
 public:
+    /// Called once, when the handler is registered.
     virtual void Init() = 0;
+    /// The URL of `rest` as seen from `prefix`; what both are is the scheme's.
     virtual TQvURL CreateURL(const std::string& prefix, const std::string& rest) = 0;
+    /// Empty, or a stream that may not be open: its operator bool tells. `flags` are the scheme's.
     virtual var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                                       unsigned long flags) = 0;
+    /// An open stream, or a TQvMessage that names the URL.
     virtual var_a<TQvStream*> OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                                        unsigned long flags) = 0;
+    /// The metadata of what the URL leads to; empty when there is none.
     virtual var_a<TQvStream*> OpenResourceMeta(const TQvURL& url, qvOpenMode mode,
                                                qvShareMode share) = 0;
+    /// Copies the metadata alone.
     virtual bool CopyResourceMeta(const TQvURL& from, const TQvURL& to) = 0;
+    /// Deletes a resource with its metadata.
     virtual bool DeleteResource(const TQvURL& url) = 0;
+    /// Moves a resource with its metadata; `progress` may be null.
     virtual bool RenMovResource(const TQvURL& from, const TQvURL& to,
                                 TQvProgressHandler* progress) = 0;
+    /// Copies a resource with its metadata; `progress` may be null.
     virtual bool CopyResource(const TQvURL& from, const TQvURL& to,
                               TQvProgressHandler* progress) = 0;
+    /// True when the folder is there afterwards.
     virtual bool CreateFolder(const TQvURL& url) = 0;
+    /// Deletes a folder, with `clearFirst` with what it holds; `progress` may be null.
     virtual bool DeleteFolder(const TQvURL& url, bool clearFirst, TQvProgressHandler* progress) = 0;
+    /// A resource or a folder.
     virtual bool ResourceExists(const TQvURL& url) = 0;
+    /// A resource, no folder.
     virtual bool IsResource(const TQvURL& url) = 0;
+    /// A folder.
     virtual bool IsFolder(const TQvURL& url) = 0;
+    /// Whether the resource has metadata.
     virtual bool ResourceMetaExists(const TQvURL& url) = 0;
+    /// Size and time, without a checksum.
     virtual bool GetResourceLabelWeak(const TQvURL& url, TQvResourceLabel* label) = 0;
+    /// The disk file behind a resource, with `createIfMissing` made first; "" when there is none.
     virtual std::string GetURLFile(const TQvURL& url, bool createIfMissing) = 0;
+    /// The disk folder of that file.
     virtual std::string GetURLFolder(const TQvURL& url) = 0;
+    /// The URL's text without the scheme, as the scheme reads it.
     virtual std::string URL2Path(const TQvURL& url) = 0;
+    /// Size and times; false when nothing is there.
     virtual bool GetURLAttr(const TQvURL& url, TQvURLAttrib* attributes) = 0;
 
 protected:
@@ -69,6 +91,10 @@ public:
     /// The handler of a scheme; empty when there is none.
     var_a<TQvURLHandler*> SchemeHandler(const std::string& scheme) const;
 
+    /// @name As those of TQvURLHandler
+    /// @{
+
+    /// As in TQvURLHandler, by the handler of the URL's scheme.
     var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                               unsigned long flags) const;
     var_a<TQvStream*> OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
@@ -82,10 +108,12 @@ public:
     bool IsFolder(const TQvURL& url) const;
     std::string GetURLFile(const TQvURL& url, bool createIfMissing) const;
     bool GetURLAttr(const TQvURL& url, TQvURLAttrib* attributes) const;
+    /// @}
 
 private:
     mutable std::mutex m_mutex;
     std::map<std::string, var_a<TQvURLHandler*>> m_handlers;
 };
 
+/// The one manager of the process.
 QVSTD_API extern TQvURLManager QvURLManager;

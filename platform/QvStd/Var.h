@@ -1,6 +1,7 @@
-// Reference-counted ownership: the one owning pointer that crosses library borders.
-//
-// Thread-safety: the reference count is atomic; the object itself is not guarded.
+/// @file
+/// Reference-counted ownership: the one owning pointer that crosses library borders.
+///
+/// Thread-safety: the reference count is atomic; the object itself is not guarded.
 #pragma once
 
 #include <memory>

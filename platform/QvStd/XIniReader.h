@@ -1,9 +1,10 @@
-// Reading X-Ini documents (the format stands in QvStd/XIniTree.h).
-//
-// A reader stands in one section at a time, at first the top level. The elements of a section are
-// numbered from 0, keys and sections together, in file order; that number is a "position".
-//
-// Thread-safety: one reader belongs to one thread at a time.
+/// @file
+/// Reading X-Ini documents (the format stands in QvStd/XIniTree.h).
+///
+/// A reader stands in one section at a time, at first the top level. The elements of a section are
+/// numbered from 0, keys and sections together, in file order; that number is a "position".
+///
+/// Thread-safety: one reader belongs to one thread at a time.
 #pragma once
 
 #include <string>
@@ -20,6 +21,7 @@
 /// The section that was entered; null when there was none. Given back to ExitSection.
 using TQvXIniSection = const TQvXIniEntry*;
 
+/// Reads a document section by section.
 class QVSTD_API TQvXIniReader
 {
 public:
@@ -38,8 +40,11 @@ public:
     bool FindFP(const std::string& name, int* position) const;
     /// How many elements have that name; without a name, how many there are.
     int Count(const std::string& name) const;
+    /// @overload
     int Count() const;
+    /// Whether there is an element at that position.
     bool Exists(int position) const { return position >= 0 && position < Count(); }
+    /// Whether it is a section; false for a key and for no element.
     bool IsSection(int position) const;
     /// The element's name; "" when there is no such element.
     std::string Name(int position) const;

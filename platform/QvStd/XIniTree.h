@@ -1,22 +1,23 @@
-// X-Ini documents as trees that keep comments, order and every entry that nobody asked to change.
-//
-// The format: UTF-8 (other bytes are carried as they are), one entry a line, LF written, CR LF
-// accepted, an optional byte order mark skipped.
-//
-//     ; a comment
-//     remote=0
-//     [mount]
-//       node=/Data
-//       path="/srv/with trailing space "
-//     [/mount]
-//
-// A section nests, may repeat, and is closed by its own name or by "[/]". A value runs to the end
-// of the line without the blanks around it; in double quotes it takes \\ \" \n \r \t \xHH. Anything
-// else (a line without "=", an empty name, a section left open or closed twice, a byte 0, a bad
-// escape, more than 64 levels) is a parse error that names the line. Names are compared byte for
-// byte.
-//
-// Thread-safety: one tree belongs to one thread at a time.
+/// @file
+/// X-Ini documents as trees that keep comments, order and every entry that nobody asked to change.
+///
+/// The format: UTF-8 (other bytes are carried as they are), one entry a line, LF written, CR LF
+/// accepted, an optional byte order mark skipped.
+///
+///     ; a comment
+///     remote=0
+///     [mount]
+///       node=/Data
+///       path="/srv/with trailing space "
+///     [/mount]
+///
+/// A section nests, may repeat, and is closed by its own name or by "[/]". A value runs to the end
+/// of the line without the blanks around it; in double quotes a backslash stands before another
+/// one, a double quote, n, r, t or xHH. Anything else (a line without "=", an empty name, a section
+/// left open or closed twice, a byte 0, a bad escape, more than 64 levels) is a parse error that
+/// names the line. Names are compared byte for byte.
+///
+/// Thread-safety: one tree belongs to one thread at a time.
 #pragma once
 
 #include <memory>
@@ -31,26 +32,28 @@
 /// One entry of a section: a key, a section, or a line that is neither (a comment or a blank line).
 struct TQvXIniEntry
 {
+    /// What an entry is.
     enum class Kind
     {
-        Key,
-        Section,
-        Other
+        Key,     ///< `name=value`
+        Section, ///< `[name]` to `[/name]`
+        Other    ///< a comment or a blank line
     };
 
-    Kind Type = Kind::Other;
-    std::string Name;  ///< of a key or section
-    std::string Value; ///< of a key, unquoted
-    std::string Raw;   ///< the line as it was read, with its line end; empty: written anew from the
-                       ///< other fields. Of a section: its opening line
+    Kind Type = Kind::Other; ///< says which of the other fields count
+    std::string Name;        ///< of a key or section
+    std::string Value;       ///< of a key, unquoted
+    std::string Raw; ///< the line as it was read, with its line end; empty: written anew from the
+                     ///< other fields. Of a section: its opening line
     std::string RawEnd;                                  ///< of a section: its closing line
     std::vector<std::unique_ptr<TQvXIniEntry>> Children; ///< of a section
 };
 
+/// A whole document.
 struct TQvXIniTree
 {
-    TQvXIniEntry Root; ///< its Children are the top level
-    bool HasByteOrderMark = false;
+    TQvXIniEntry Root;             ///< its Children are the top level
+    bool HasByteOrderMark = false; ///< the document begins with one, and is written so
 };
 
 /// Parses a whole document. On a parse error returns an empty reference; `error` (may be null)

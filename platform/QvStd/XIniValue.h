@@ -1,6 +1,7 @@
-// How values of X-Ini keys become C++ values and back.
-//
-// Thread-safety: pure functions.
+/// @file
+/// How values of X-Ini keys become C++ values and back.
+///
+/// Thread-safety: pure functions.
 #pragma once
 
 #include <cstdint>
@@ -12,32 +13,43 @@
 /// False when `text` is no such value (numbers: decimal, the whole text, in range); `value` is left
 /// alone then.
 QVSTD_API bool QvXIniParseValue(const std::string& text, std::string& value);
+/// @overload
 QVSTD_API bool QvXIniParseValue(const std::string& text, TQvPath& value);
+/// @overload
 QVSTD_API bool QvXIniParseValue(const std::string& text, std::int32_t& value);
+/// @overload
 QVSTD_API bool QvXIniParseValue(const std::string& text, std::uint32_t& value);
+/// @overload
 QVSTD_API bool QvXIniParseValue(const std::string& text, std::int64_t& value);
+/// @overload
 QVSTD_API bool QvXIniParseValue(const std::string& text, std::uint64_t& value);
 
+/// The text of a value, which the parsing of the same type reads back; quoting is the writer's.
 inline std::string QvXIniFormatValue(const std::string& value)
 {
     return value;
 }
+/// @overload
 inline std::string QvXIniFormatValue(const TQvPath& value)
 {
     return value.toSysStr();
 }
+/// @overload
 inline std::string QvXIniFormatValue(std::int32_t value)
 {
     return std::to_string(value);
 }
+/// @overload
 inline std::string QvXIniFormatValue(std::uint32_t value)
 {
     return std::to_string(value);
 }
+/// @overload
 inline std::string QvXIniFormatValue(std::int64_t value)
 {
     return std::to_string(value);
 }
+/// @overload
 inline std::string QvXIniFormatValue(std::uint64_t value)
 {
     return std::to_string(value);

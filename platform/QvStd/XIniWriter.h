@@ -1,9 +1,10 @@
-// Writing X-Ini documents (the format stands in QvStd/XIniTree.h).
-//
-// A writer that is made for a file or a stream begins an empty document and appends to it; a tree
-// writer changes an existing one.
-//
-// Thread-safety: one writer belongs to one thread at a time.
+/// @file
+/// Writing X-Ini documents (the format stands in QvStd/XIniTree.h).
+///
+/// A writer that is made for a file or a stream begins an empty document and appends to it; a tree
+/// writer changes an existing one.
+///
+/// Thread-safety: one writer belongs to one thread at a time.
 #pragma once
 
 #include <functional>
@@ -20,6 +21,7 @@
 /// The section that was begun; given back to EndSection.
 using TQvXIniWriteSection = TQvXIniEntry*;
 
+/// Writes a document section by section.
 class QVSTD_API TQvXIniWriter
 {
 public:
@@ -52,11 +54,13 @@ public:
 protected:
     /// Over a tree, or a new one; `name` is what messages show.
     explicit TQvXIniWriter(std::string name, var_a<TQvXIniTree*> tree = nullptr);
+    /// What WriteS does with the formatted value.
     virtual bool WriteText(const std::string& name, const std::string& value);
     /// False, always; the reason is a sentence.
     bool Refuse(std::string reason);
     /// Whether a key or section of that name can be added here; refuses it otherwise.
     bool CheckKey(const std::string& name);
+    /// @copydoc CheckKey
     bool CheckSection(const std::string& name);
     /// Takes the formatted document where it belongs; returns why that failed, or "".
     using TStore = std::function<std::string(const std::string& text)>;
@@ -64,13 +68,14 @@ protected:
     void Commit(const TStore& store);
     /// For the destructors of those that commit.
     void CommitSilently() noexcept;
+    /// The section that is written into.
     TQvXIniEntry* Current() const { return m_levels.back(); }
 
-    var_a<TQvXIniTree*> m_tree;
-    std::string m_name;
-    std::string m_error;
-    std::vector<TQvXIniEntry*> m_levels;
-    bool m_committed = false;
+    var_a<TQvXIniTree*> m_tree;          ///< the document so far
+    std::string m_name;                  ///< what messages show
+    std::string m_error;                 ///< the first refusal, a sentence; "" without one
+    std::vector<TQvXIniEntry*> m_levels; ///< the sections from the top level to the current one
+    bool m_committed = false;            ///< nothing can be written any more
 
 private:
     int m_exceptions; ///< passing when the writer was made
@@ -82,6 +87,7 @@ private:
 class QVSTD_API TQvXIniStreamWriter : public TQvXIniWriter
 {
 public:
+    /// The stream must be open for writing.
     explicit TQvXIniStreamWriter(var_a<TQvStream*> stream);
     ~TQvXIniStreamWriter() override;
     void CommitE() override;
@@ -107,6 +113,7 @@ public:
     explicit TQvXIniTreeWriter(var_a<TQvXIniTree*> tree);
     ~TQvXIniTreeWriter() override;
 
+    /// Whether a key or a section is meant.
     using Kind = TQvXIniEntry::Kind;
 
     /// The position of the first element of that name and kind; -1 when there is none.

@@ -1,15 +1,16 @@
-// The virtual resource tree: mount table, resolution of ids, and every operation on resources and
-// folders.
-//
-// Operations whose names end in E throw a TQvMessage; their plain twins and the queries answer
-// false, 0 or an empty reference, and LastFailure has the cause. Every operation throws a
-// TQvMessage for an id that is not valid ("...: Invalid resource id ..."), and for one that no
-// mount node answers for, except where it says otherwise. A user break ends an operation: false
-// (ECANCELED) where it has a result, the passing TQvUserBreak where it has none.
-//
-// Thread-safety: nothing is locked. Init, MountFileNodeE and UnmountNodeE need the library for
-// themselves; everything else may run on any thread at once, except that a masked listing of a
-// folder above the mount points must not run twice at once.
+/// @file
+/// The virtual resource tree: mount table, resolution of ids, and every operation on resources and
+/// folders.
+///
+/// Operations whose names end in E throw a TQvMessage; their plain twins and the queries answer
+/// false, 0 or an empty reference, and LastFailure has the cause. Every operation throws a
+/// TQvMessage for an id that is not valid ("...: Invalid resource id ..."), and for one that no
+/// mount node answers for, except where it says otherwise. A user break ends an operation: false
+/// (ECANCELED) where it has a result, the passing TQvUserBreak where it has none.
+///
+/// Thread-safety: nothing is locked. Init, MountFileNodeE and UnmountNodeE need the library for
+/// themselves; everything else may run on any thread at once, except that a masked listing of a
+/// folder above the mount points must not run twice at once.
 #pragma once
 
 #include <cstddef>
@@ -37,16 +38,17 @@ class TMountFolders;
 class TMountIndex;
 class TQvFolderKeeper;
 
+/// The mount table, and every operation on the tree.
 class QVSERVICES_API TResourceManager
 {
 public:
     /// Settings of "ResourceManager.x-ini".
     struct QVSERVICES_API SConfig
     {
-        static const std::uint32_t StDirLockTimeout_Default;
-        static const std::uint32_t StDirSyncMinInterval_Default;
-        static const std::uint32_t StDirChangeCount2Merge_Default;
-        static const bool MountMyComputer_Default;
+        static const std::uint32_t StDirLockTimeout_Default;       ///< ms
+        static const std::uint32_t StDirSyncMinInterval_Default;   ///< ms
+        static const std::uint32_t StDirChangeCount2Merge_Default; ///< changes
+        static const bool MountMyComputer_Default;                 ///< of a host
 
         std::uint32_t StDirLockTimeout; ///< ms that storage code waits for a lock or a busy file
         std::uint32_t
@@ -62,6 +64,7 @@ public:
     class QVSERVICES_API TMountNode
     {
     public:
+        /// Without a trailing "/"; "" for the root.
         explicit TMountNode(std::string mountPointId) : m_mountPointId(std::move(mountPointId)) {}
         TMountNode(const TMountNode&) = delete;
         TMountNode& operator=(const TMountNode&) = delete;
@@ -69,28 +72,40 @@ public:
         /// The id at which the node is mounted, without a trailing "/"; "" for the root.
         const std::string& MountPointId() const { return m_mountPointId; }
 
+        /// kFileNode or kRootNode.
         virtual unsigned Type() const = 0;
         /// Whether the node has no storage of its own.
         virtual bool IsPureVirtual() const = 0;
+        /// A stream that may not be open (operator bool, getError); empty where there cannot be a
+        /// resource.
         virtual var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint) = 0;
         /// `result` (may be null) receives why the reference is empty.
         virtual var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
                                                    qvShareMode share,
                                                    TQvResult* result = nullptr) = 0;
+        /// Inside the node: the sidecar alone.
         virtual TQvResult CopyResourceMeta(const std::string& src, const std::string& dst) = 0;
+        /// A resource and its sidecar.
         virtual TQvResult DeleteResource(const std::string& id) = 0;
+        /// Inside the node, with the sidecar.
         virtual TQvResult RenMovResource(const std::string& src, const std::string& dst,
                                          TQvProgressHandler* progress) = 0;
+        /// Inside the node, with the sidecar.
         virtual TQvResult CopyResource(const std::string& src, const std::string& dst,
                                        TQvProgressHandler* progress) = 0;
+        /// One folder or several; done, too, when it was there.
         virtual TQvResult CreateFolder(const std::string& id) = 0;
         /// `result` (may be null) receives the cause before the message is thrown.
         virtual void RenameFolderE(const std::string& src, const std::string& newName,
                                    TQvResult* result = nullptr) = 0;
+        /// An empty folder, or a link to a folder.
         virtual TQvResult DeleteFolder(const std::string& id) = 0;
+        /// What is there, and whether that could be found out.
         virtual TQvExistence ResourceExists(const std::string& id) const = 0;
+        /// Done when the resource has a sidecar, "nothing" when it has none.
         virtual TQvResult ResourceMetaExists(const std::string& id) const = 0;
+        /// Fills `attrib`; "nothing" when nothing is there.
         virtual TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
         /// Appends to `items`; without a list it is a probe that ends at the first match. Done when
         /// something was found, "nothing" when nothing was; failed when the folder could not be
@@ -98,7 +113,9 @@ public:
         virtual TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items,
                                const std::string& folder, const std::string& mask, unsigned flags,
                                TQvProgressHandler* progress) const = 0;
+        /// The disk file, whether or not it is there; "" where there cannot be one.
         virtual std::string GetResourceFile(const std::string& id) const = 0;
+        /// A lock on the resource's file. The root, which has no files, throws a TQvMessage.
         virtual var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                    bool forWriting, const std::string& owner) = 0;
 
@@ -124,6 +141,7 @@ public:
         virtual TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst, const TCopyHints& hints,
                                            TQvProgressHandler* progress) = 0;
+        /// As CopyResourceTo; the source is deleted when all of it has arrived.
         virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
                                            const std::string& dst,
                                            TQvProgressHandler* progress) = 0;
@@ -142,12 +160,15 @@ public:
     private:
         std::string m_mountPointId;
     };
+    /// A node of the table, which owns it.
     using PTMountNode = TMountNode*;
 
     /// Kinds of mount nodes.
     static constexpr unsigned kFileNode = 1;
+    /// The folders above the mount points.
     static constexpr unsigned kRootNode = 3;
 
+    /// What listings append to.
     using TFindItems = var_a<std::vector<TQvResFindItem>*>;
 
     /// What an extended copy has done, or would do.
@@ -160,17 +181,18 @@ public:
         std::uint64_t Skipped = 0; ///< resources whose destination is there and stays
     };
 
+    /// What CopyResourceEx is asked to do.
     struct TCopyResourceExParams
     {
         std::set<std::string> Sources; ///< folders with a trailing "/"
-        std::string DestFolder;
+        std::string DestFolder;        ///< created when it is missing
         bool OverwriteDefault = false; ///< the answer when no callback is set
         /// Asked when a destination resource exists; true means overwrite. May be null.
         bool (*OverwriteCallback)(const std::string& destinationId, void* context) = nullptr;
-        void* CallbackContext = nullptr;
+        void* CallbackContext = nullptr; ///< handed to the callback
         std::set<std::string>* Failed =
             nullptr; ///< receives the ids that could not be copied; may be null
-        TQvProgressHandler* Progress = nullptr;
+        TQvProgressHandler* Progress = nullptr; ///< may be null
         /// Receives why, for each of `Failed`; may be null.
         std::map<std::string, TQvFailure>* Failures = nullptr;
         TCopyCounts* Counts = nullptr; ///< may be null
@@ -216,21 +238,29 @@ public:
     /// Whether an operation on `id` would throw for it: true for a valid id (without wildcards)
     /// that some node answers for. LastFailure has EINVAL or ENOENT otherwise.
     bool IsReachable(const std::string& id) const;
+    /// @copydoc QvIsValidResId
     static bool IsValidResId(const std::string& id, bool forbidWildcards);
+    /// @copydoc QvIsValidResNamePart
     static bool IsValidResNamePart(const std::string& name, bool forbidWildcards);
     /// Whether `id` is, letter case aside, exactly a mount point.
     bool IsMountNode(const std::string& id) const;
     /// Whether mounting can be made persistent: not with a remote profile.
     bool CanMountPersistent() const;
+    /// Whether a mounted folder answers for `id`, and not the folders above the mount points.
     bool IsInsideMountedNodes(const std::string& id) const;
+    /// Whether `id` begins with the id of this computer's own folder, letter case aside; nothing
+    /// need be there.
     bool IsInsideMyComputer(const std::string& id) const;
     /// The kind of the node that answers for `id`.
     unsigned GetResourceType(const std::string& id) const;
 
+    /// A node for a mount of a profile; it is not put into the table.
     var_a<TMountNode*> LoadFileMountNode(const TQvResourceProfile::TNode& node) const;
+    /// A node that shows the folder `path` at `id`; it is not put into the table.
     var_a<TMountNode*> LoadFileMountNode(const std::string& id, const TQvPath& path) const;
     /// A root node for the mount points that are in the table now.
     var_a<TMountNode*> LoadRootMountNode() const;
+    /// Makes the indexes over the table anew; mounting and unmounting do it themselves.
     void RefreshNodeMaps();
 
     /// Mounts the folder `path` at `mountPoint`, with `persistent` in the profile file too. Throws
@@ -245,7 +275,9 @@ public:
 
     /// The mount table in its order, the root node last.
     const std::vector<var_a<TMountNode*>>& MountNodes() const { return m_mountNodes; }
+    /// The settings, as Init read them.
     const SConfig& Config() const { return m_config; }
+    /// The current profile, as Init read it and persistent mounts changed it.
     const TQvResourceProfile& Profile() const { return m_profile; }
 
     // Resources
@@ -260,6 +292,7 @@ public:
     /// The metadata sidecar; empty when the resource does not exist or the sidecar does not open.
     var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
                                        qvShareMode share) const;
+    /// Copies the sidecar alone; both resources must be there.
     bool CopyResourceMeta(const std::string& src, const std::string& dst) const;
     /// Deletes a resource and its sidecar; false when either fails.
     bool DeleteResource(const std::string& id) const;
@@ -277,7 +310,10 @@ public:
     /// 0 nothing, 1 resource, 2 folder; 0 for an id that is not valid, and where it could not be
     /// found out: then LastFailure has the cause.
     unsigned ResourceExists(const std::string& id) const;
+    /// Whether ResourceExists answers 1.
     bool IsResource(const std::string& id) const;
+    /// Whether the resource has a sidecar; false, too, when that could not be found out
+    /// (LastFailure).
     bool ResourceMetaExists(const std::string& id) const;
     /// False when nothing is there, when that could not be found out (LastFailure), or when
     /// `attrib` is null.
@@ -289,6 +325,8 @@ public:
     std::string GetResourceFile(const std::string& id, bool createIfMissing) const;
     /// The folder part of GetResourceFile; "" when `id` is no resource.
     std::string GetResourceFileFolder(const std::string& id) const;
+    /// A lock on the resource's file, as TQvLockFile takes it: created when it is missing, waited
+    /// for up to `timeoutMs` milliseconds. Its operator bool tells whether the lock is held.
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) const;
 

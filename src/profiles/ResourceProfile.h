@@ -1,6 +1,7 @@
-// The resource profile: which disk folders are mounted, and where.
-//
-// Thread-safety: a plain value; one object belongs to one thread at a time.
+/// @file
+/// The resource profile: which disk folders are mounted, and where.
+///
+/// Thread-safety: a plain value; one object belongs to one thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -17,22 +18,28 @@
 
 /// Kinds of profile nodes.
 inline constexpr std::int32_t kProfileNodeNone = 0;
+/// A folder of the disk.
 inline constexpr std::int32_t kProfileNodePath = 1;
+/// A storage group, which cannot be mounted here.
 inline constexpr std::int32_t kProfileNodeStorageGroup = 2;
 
+/// A profile, as its file holds it.
 class QVSERVICES_API TQvResourceProfile
 {
 public:
+    /// One mount of the profile.
     struct TNode
     {
-        std::int32_t Kind = kProfileNodeNone;
-        std::string Name; ///< the mount point, with its case as written
-        TQvPath Path;     ///< the folder of a path node
-        std::string VolumeSerial = TQvFreeSpaceMap::InvalidVolSerial;
+        std::int32_t Kind = kProfileNodeNone; ///< one of the kinds above
+        std::string Name;                     ///< the mount point, with its case as written
+        TQvPath Path;                         ///< the folder of a path node
+        std::string VolumeSerial =
+            TQvFreeSpaceMap::InvalidVolSerial; ///< of the volume that holds `Path`, where a
+                                               ///< free-space map was attached
     };
 
-    std::string Name; ///< set by the owner; neither read from nor written to the file
-    bool Remote = false;
+    std::string Name;    ///< set by the owner; neither read from nor written to the file
+    bool Remote = false; ///< taken over from a repository: mounting may not change it
     bool FreeSpaceIncomplete = false; ///< the free space of some node could not be counted
     std::uint64_t TotalFreeSpace =
         0; ///< bytes over the distinct volumes of the path nodes; 0 without a map

@@ -1,7 +1,8 @@
-// The lock of a VAR folder: whoever reads, changes and writes its profiles, their list or its
-// policy file holds it from the reading to the writing.
-//
-// Thread-safety: one lock object belongs to the thread that made it.
+/// @file
+/// The lock of a VAR folder: whoever reads, changes and writes its profiles, their list or its
+/// policy file holds it from the reading to the writing.
+///
+/// Thread-safety: one lock object belongs to the thread that made it.
 #pragma once
 
 #include "QvServicesExport.h"
@@ -15,6 +16,7 @@
 class QVSERVICES_API TQvVarFolderLock
 {
 public:
+    /// How long a lock is waited for when nothing else is said.
     static constexpr unsigned long kTimeoutMs = 10000;
 
     /// Waits up to `timeoutMs` milliseconds. A missing folder is created. Throws a TQvMessage when

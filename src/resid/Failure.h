@@ -1,6 +1,7 @@
-// Why an operation on resources did not do what it was asked.
-//
-// Thread-safety: plain values.
+/// @file
+/// Why an operation on resources did not do what it was asked.
+///
+/// Thread-safety: plain values.
 #pragma once
 
 #include <string>
@@ -8,6 +9,7 @@
 #include "QvServicesExport.h"
 #include "QvStd/Result.h"
 
+/// The cause of a failure, and what it is about.
 struct QVSERVICES_API TQvFailure
 {
     int Error = 0;  ///< an errno; 0 for no failure
@@ -26,12 +28,13 @@ struct TQvExistence
     unsigned Kind = 0; ///< kResNothing, kResResource or kResFolder
     TQvResult Result;  ///< done, nothing or failed
 
+    /// So that it can stand where an existence code is wanted.
     operator unsigned() const { return Kind; } // NOLINT(google-explicit-constructor)
 };
 
 /// How a resource and its sidecar were copied or moved.
 struct TQvTransfer
 {
-    TQvResult Content;
+    TQvResult Content; ///< of the resource itself
     TQvResult Sidecar; ///< done, too, when the source has none
 };

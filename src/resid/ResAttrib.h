@@ -1,6 +1,7 @@
-// Attributes of resources and entries of listings.
-//
-// Thread-safety: plain values.
+/// @file
+/// Attributes of resources and entries of listings.
+///
+/// Thread-safety: plain values.
 #pragma once
 
 #include <cstdint>
@@ -10,17 +11,17 @@
 
 /// Existence codes, and the kinds in attributes.
 inline constexpr unsigned kResNothing = 0;
-inline constexpr unsigned kResResource = 1;
-inline constexpr unsigned kResFolder = 2;
+inline constexpr unsigned kResResource = 1; ///< a resource
+inline constexpr unsigned kResFolder = 2;   ///< a folder
 
 /// Origin marks of attributes.
 inline constexpr std::uint32_t kOriginFileNode = 1;
-inline constexpr std::uint32_t kOriginRootNode = 3;
+inline constexpr std::uint32_t kOriginRootNode = 3; ///< above the mount points
 
 /// Bits of the flags of a listing.
 inline constexpr unsigned kFindResources = 1;
-inline constexpr unsigned kFindFolders = 2;
-inline constexpr unsigned kFindRecursive = 4;
+inline constexpr unsigned kFindFolders = 2;    ///< list folders
+inline constexpr unsigned kFindRecursive = 4;  ///< list what is in sub-folders, too
 inline constexpr unsigned kFindAttributes = 8; ///< fill size and times too
 inline constexpr unsigned kFindHidden = 16;    ///< names with a leading ".", too
 /// The mount points directly below, and the folders on the way to deeper ones, which the disk does
@@ -32,19 +33,21 @@ inline constexpr unsigned kFindNoLink = 64; ///< a folder that is a symbolic lin
 /// What the name of a metadata sidecar has behind that of its resource.
 inline constexpr char kSidecarSuffix[] = ".meta";
 
+/// What is known of a resource or folder.
 struct TQvResAttrib
 {
     std::uint32_t Kind = 0;   ///< kResResource or kResFolder
     std::uint32_t Origin = 0; ///< kOriginFileNode or kOriginRootNode
     std::uint64_t Size = 0;   ///< bytes
     TQvDateTime UpdateTime;   ///< last modification
-    TQvDateTime CreationTime;
+    TQvDateTime CreationTime; ///< birth time, else the time of the last status change
 };
 
+/// An entry of a listing.
 struct TQvResFindItem
 {
-    std::string Id; ///< a folder's id has no trailing "/": the kind tells
-    TQvResAttrib Attrib;
+    std::string Id;      ///< a folder's id has no trailing "/": the kind tells
+    TQvResAttrib Attrib; ///< kind and origin; with kFindAttributes size and times, too
     /// False when the listing showed that a resource has no sidecar.
     bool MayHaveSidecar = true;
 };

@@ -1,11 +1,12 @@
-// Resource ids: splitting, joining, comparing and checking.
-//
-// An id is a byte string whose only separator is "/". Absolute ids begin with "/", folder ids end
-// with "/", everything after the last "/" is the name. Ids are compared through their normal form
-// (upper case); the case as written is kept.
-//
-// Thread-safety: pure functions, callable from any thread. None throws except BreakIdIntoParts; a
-// malformed id gives a malformed result.
+/// @file
+/// Resource ids: splitting, joining, comparing and checking.
+///
+/// An id is a byte string whose only separator is "/". Absolute ids begin with "/", folder ids end
+/// with "/", everything after the last "/" is the name. Ids are compared through their normal form
+/// (upper case); the case as written is kept.
+///
+/// Thread-safety: pure functions, callable from any thread. None throws except BreakIdIntoParts; a
+/// malformed id gives a malformed result.
 #pragma once
 
 #include <string>
@@ -21,20 +22,25 @@ QVSERVICES_API std::string QvExcludeTrailingSlash(const std::string& id);
 
 /// The form in which ids are compared: 'a' to 'z' upper-cased.
 QVSERVICES_API std::string QvNormalizeResId(const std::string& id);
+/// The same of the id's UTF-8 form.
 QVSERVICES_API std::string QvNormalizeResId(const std::wstring& id);
 
 /// Up to and including the last "/"; "" when there is none.
 QVSERVICES_API std::string QvExtractResPath(const std::string& id);
 /// After the last "/"; the whole id when there is none.
 QVSERVICES_API std::string QvExtractResName(const std::string& id);
+/// As QvExtractResName: the name, extension included.
 QVSERVICES_API std::string QvExtractResNameExt(const std::string& id);
 /// The name without its extension, and the extension with its leading "." ("" when there is none).
 QVSERVICES_API std::string QvExtractResNameOnly(const std::string& id);
+/// See QvExtractResNameOnly.
 QVSERVICES_API std::string QvExtractResExt(const std::string& id);
 /// Path and name without the extension: "/A/b.txt" gives "/A/b".
 QVSERVICES_API std::string QvExtractResPathNameOnly(const std::string& id);
 
+/// Begins with a "/".
 QVSERVICES_API bool QvIsAbsoluteResId(const std::string& id);
+/// Does not begin with a "/"; the empty id is relative.
 QVSERVICES_API bool QvIsRelativeResId(const std::string& id);
 /// Relative, not empty, and not beginning with "../".
 QVSERVICES_API bool QvIsDeeperRelativeResId(const std::string& id);

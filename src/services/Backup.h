@@ -1,6 +1,7 @@
-// Backups stamped with the time of the content, a bounded number of them.
-//
-// Thread-safety: as the manager's operations on the resource.
+/// @file
+/// Backups stamped with the time of the content, a bounded number of them.
+///
+/// Thread-safety: as the manager's operations on the resource.
 #pragma once
 
 #include <cstddef>

@@ -1,10 +1,11 @@
-// Done markers: beside a resource or URL a marker named like it plus ".done" says whether a step on
-// it ended well.
-//
-// A marker holds exactly "ok" or "fail". The functions that read and write take the marker's own id
-// or URL. None throws on a missing or unreadable marker.
-//
-// Thread-safety: as the manager's operations on the marker.
+/// @file
+/// Done markers: beside a resource or URL a marker named like it plus ".done" says whether a step
+/// on it ended well.
+///
+/// A marker holds exactly "ok" or "fail". The functions that read and write take the marker's own
+/// id or URL. None throws on a missing or unreadable marker.
+///
+/// Thread-safety: as the manager's operations on the marker.
 #pragma once
 
 #include <string>
@@ -12,14 +13,18 @@
 #include "QvServicesExport.h"
 #include "QvStd/URL.h"
 
+/// The id of the marker of a resource: `resId` and ".done".
 QVSERVICES_API std::string GetDoneResId(const std::string& resId);
+/// The URL of the marker of what `url` leads to.
 QVSERVICES_API TQvURL GetDoneURL(const TQvURL& url);
 
 /// True when the marker was read; `*ok` tells what it says and is false otherwise. Its first 15
 /// bytes count.
 QVSERVICES_API bool GetResDoneResult(const std::string& doneResId, bool* ok);
+/// The same for a URL of any scheme.
 QVSERVICES_API bool GetDoneResult(const TQvURL& doneUrl, bool* ok);
 
 /// True when the marker is written and on the disk.
 QVSERVICES_API bool SetResDoneResult(const std::string& doneResId, bool ok);
+/// The same for a URL of any scheme.
 QVSERVICES_API bool SetDoneResult(const TQvURL& doneUrl, bool ok);

@@ -1,16 +1,18 @@
-// Resource labels: size, time and checksum of one state of a resource, kept in its metadata
-// sidecar.
-//
-// All functions work on the global ResourceManager and answer failure with false, except that a
-// null label, and metadata that is no X-Ini document where it must be rewritten, throw a TQvMessage
-// ("@Internal logic error in ...").
-//
-// A label is computed only when the resource was last modified 20 ms ago or earlier, so that it
-// never stands for a later change, too: computing waits for that, up to 1 s for a resource that is
-// changed all the time, and not at all for a time in the future.
-//
-// Thread-safety: as the manager's operations on the resource; writers of labels exclude each other,
-// in one process or in several.
+/// @file
+/// Resource labels: size, time and checksum of one state of a resource, kept in its metadata
+/// sidecar.
+///
+/// All functions work on the global ResourceManager and answer failure with false, except that a
+/// null label, and metadata that is no X-Ini document where it must be rewritten, throw a
+/// TQvMessage
+/// ("@Internal logic error in ...").
+///
+/// A label is computed only when the resource was last modified 20 ms ago or earlier, so that it
+/// never stands for a later change, too: computing waits for that, up to 1 s for a resource that is
+/// changed all the time, and not at all for a time in the future.
+///
+/// Thread-safety: as the manager's operations on the resource; writers of labels exclude each
+/// other, in one process or in several.
 #pragma once
 
 #include <string>

@@ -1,6 +1,7 @@
-// X-Ini readers and writers over resources. Each keeps its resource open as long as it lives.
-//
-// Thread-safety: one reader or writer belongs to one thread at a time.
+/// @file
+/// X-Ini readers and writers over resources. Each keeps its resource open as long as it lives.
+///
+/// Thread-safety: one reader or writer belongs to one thread at a time.
 #pragma once
 
 #include <string>
@@ -21,4 +22,5 @@ QVSERVICES_API var_a<TQvXIniStreamReader*> GetResXIniReaderE(const std::string& 
 /// Creates or truncates the resource at once; the document is written when the writer is committed
 /// or goes. Empty when it does not open.
 QVSERVICES_API var_a<TQvXIniStreamWriter*> GetResXIniWriter(const std::string& resId);
+/// As GetResXIniWriter; throws the manager's TQvMessage when the resource does not open.
 QVSERVICES_API var_a<TQvXIniStreamWriter*> GetResXIniWriterE(const std::string& resId);

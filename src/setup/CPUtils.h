@@ -1,9 +1,10 @@
-// The back end of the configuration dialog: VAR folder, repository, the state of all profiles,
-// applying settings.
-//
-// Thread-safety: a state belongs to one thread. Processes and threads exclude each other by the
-// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes for
-// itself; whoever holds it from ReloadState to SaveState sees no change of others in between.
+/// @file
+/// The back end of the configuration dialog: VAR folder, repository, the state of all profiles,
+/// applying settings.
+///
+/// Thread-safety: a state belongs to one thread. Processes and threads exclude each other by the
+/// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes for
+/// itself; whoever holds it from ReloadState to SaveState sees no change of others in between.
 #pragma once
 
 #include <cstdint>
@@ -19,22 +20,23 @@
 #include "QvStd/Var.h"
 #include "profiles/ResourceProfile.h"
 
+/// All of it is static: the state is the caller's.
 class QVSERVICES_API TQvCPUtils
 {
 public:
     /// The editable picture of all profiles of one VAR folder (or, with Remote, of a repository).
     struct QVSERVICES_API TCPState
     {
-        TQvPath VarFolder;
+        TQvPath VarFolder; ///< set by the caller before ReloadState, or empty for the one in use
         bool Remote =
             false; ///< edits a repository: no copy from one, no policy file, every profile remote
-        std::string CurrentProfile;
-        std::string SelectedProfile;
-        std::vector<TQvResourceProfile> Profiles;
+        std::string CurrentProfile;               ///< its name; empty for none
+        std::string SelectedProfile;              ///< what the dialog shows; not saved
+        std::vector<TQvResourceProfile> Profiles; ///< sorted as they were read
         /// By upper-cased name. The pointers die when Profiles changes: call BuildIndex after each
         /// change.
         std::map<std::string, TQvResourceProfile*> ProfileIndex;
-        var_a<TQvFreeSpaceMap*> FreeSpaceMap;
+        var_a<TQvFreeSpaceMap*> FreeSpaceMap; ///< shared by all profiles; made by ReloadState
         std::map<std::int64_t, TQvResourceProfile*> ProfilesById; ///< for the dialog's list
         std::map<TQvResourceProfile*, std::int64_t> ProfileIds;   ///< the reverse
         /// True after a loading that listed all profiles. Without one, or after one that failed or
@@ -44,7 +46,7 @@ public:
         /// from it.
         struct TLoaded
         {
-            TQvPath VarFolder;
+            TQvPath VarFolder; ///< where it was loaded from
             /// The folders of the profiles, by their exact names; without a value one that holds no
             /// profile that could be read.
             std::map<std::string, std::optional<TQvResourceProfile>> Folders;
@@ -54,12 +56,13 @@ public:
             std::string Failure;
             bool IsPolicyUnread = false;
         };
-        TLoaded Loaded;
+        TLoaded Loaded; ///< kept by ReloadState and SaveState
 
         TCPState();
         ~TCPState();
         TCPState(const TCPState&) = delete;
         TCPState& operator=(const TCPState&) = delete;
+        /// Makes ProfileIndex, ProfilesById and ProfileIds anew from Profiles.
         void BuildIndex();
     };
 
@@ -99,6 +102,7 @@ public:
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);
+    /// BuildIndex of `state`, for callers that changed its Profiles.
     static void RefreshProfilesState(TCPState& state);
     /// Adds (or replaces) the node "/<base name of the folder>" of an existing profile; does
     /// nothing when there is no such profile.

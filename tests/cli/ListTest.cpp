@@ -22,6 +22,8 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
         {"q done /A/step perhaps", "perhaps not in"},
         {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
+        {"q serve --stop /A $T/a", "--stop: goes with FOLDER alone"},
+        {"q serve --attr-timeout -1 $T/home", "--attr-timeout"},
         {"qvres --var $T/var setup --common", "does not go with --var"}};
     for (const auto& [call, reason] : calls) {
         const std::string answer = Answer(call);
@@ -36,7 +38,7 @@ TEST_F(TListTest, EveryCommandExplainsItself)
     Expect({{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
              "clear rename meta id copy label check backup restore done open xini setup profile "
              "journal "
-             "which doctor help; do "
+             "which doctor serve help; do "
              "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
              "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
              "grep -q -e --mount help || cat help; qvres help $name | cmp - help; done",

@@ -16,11 +16,11 @@ root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 chmod 755 "$root"
 quietly() { "$@" >"$root/tmp/log" 2>&1 || { cat "$root/tmp/log"; exit 1; }; }
-# A command of the user in the root folder. What it mounts and starts is gone with it.
-inside() {
-    unshare --mount --pid --fork bash -c 'mount -t proc proc "$0/proc" && mount --rbind /dev "$0/dev" &&
-        exec chroot --userspec=1000:1000 "$0" env -i HOME=/home/user PATH=/usr/bin:/bin LANG=C.UTF-8 "$@"' "$root" "$@"
-}
+# A command of the user in the root folder, with devices that every user may open. What it mounts and starts is gone with it.
+enter='mount -t proc proc "$0/proc" && mount -t tmpfs dev "$0/dev" && cp -a /dev/{null,zero,urandom,fuse} "$0/dev" 2>/dev/null
+    chmod 666 "$0"/dev/* && ln -s /proc/self/fd "$0/dev/fd" && exec chroot --userspec=1000:1000 "$0" env -i HOME=/home/user \
+        PATH=/usr/bin:/bin LANG=C.UTF-8 "$@"'
+inside() { unshare --mount --pid --fork bash -c "$enter" "$root" "$@"; }
 page() { inside bash -euc "cd; $(cat)"; }
 
 "$source/tests/packages/fresh_root.py" "$root" "${libraries_and_tools[@]}" man-db

@@ -378,7 +378,7 @@ public:
     int Fill(std::size_t start)
     {
         for (std::size_t i = start; i < m_folder.Names.size() + kOwn; ++i)
-            if (!(i < kOwn ? AddOwn(i) : AddName(m_folder.Names[i - kOwn].Name, i + 1)))
+            if (!(i < kOwn ? AddOwn(i) : AddName(m_folder.Names[i - kOwn], i + 1)))
                 break;
         // What could be listed comes first, then why the rest could not be.
         return m_used == 0 ? m_folder.Error : 0;
@@ -397,15 +397,19 @@ private:
         return Add(index == 0 ? "." : "..", param, index + 1);
     }
 
-    bool AddName(const std::string& name, std::size_t next)
+    bool AddName(const TFolderHandle::TName& listed, std::size_t next)
     {
+        const std::string& name = listed.Name;
         TEntry entry;
-        const int error = Files(m_request).LookUpListed(m_inode, m_folder, name, &entry);
+        int error = -1;
+        if (m_folder.HasAttributes)
+            error = Files(m_request).LookUpListed(m_inode, m_folder, name, &entry);
         if (error == ENOENT)
             return true; // vanished since it was listed
         // A name that leads nowhere here is still a name of the folder.
         fuse_entry_param param = {};
-        param.attr.st_ino = next;
+        param.attr.st_ino = listed.Number != 0 ? listed.Number : next;
+        param.attr.st_mode = listed.Kind;
         if (error == 0)
             param = EntryParam(m_request, entry);
         if (Add(name.c_str(), param, next))
@@ -520,7 +524,7 @@ void Start(void*, fuse_conn_info* connection)
     // The kernel itself takes set-user-id bits off a file that is written: a server of root would
     // leave them.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_HANDLE_KILLPRIV);
-    // Listings are always given with attributes, which show what is a link.
+    // When attributes are worth their price is decided here (TInodes::WantsAttributes).
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_READDIRPLUS_AUTO);
     // Written content lies in memory already when it comes.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ);

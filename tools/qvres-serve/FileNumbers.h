@@ -15,9 +15,9 @@ public:
     /// `status` as it is shown: its number, its kind and its link count.
     void Show(struct stat* status);
 
-private:
     ino_t NumberOf(dev_t device, ino_t number);
 
+private:
     std::mutex m_mutex;
     std::vector<dev_t> m_devices;
 };

@@ -58,14 +58,16 @@ public:
     struct TName
     {
         std::string Name;
-        bool IsFolder;
+        mode_t Kind;
+        ino_t Number; ///< as it is shown; 0 for an unknown one
     };
 
     std::mutex Mutex; ///< of all below
     TQvDescriptor Descriptor;
     std::string Id;
     std::vector<TName> Names;
-    int Error = 0; ///< of what could not be listed
+    bool HasAttributes = false; ///< to be given with the names
+    int Error = 0;              ///< of what could not be listed
 };
 
 class TFileSystem
@@ -134,6 +136,7 @@ private:
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
     static int GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
                       struct stat* status);
+    void AddNumbers(TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
     int RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                    const struct stat& status, unsigned flags);

@@ -24,19 +24,18 @@ int TFileSystem::Open(TInode& inode, int flags, TFileHandle** handle)
         return error;
     std::unique_ptr<TFileHandle> opened;
     // Cut only when it is known to be the right file.
-    if (const int error = TFileHandle::Open(place.Id, flags & ~O_TRUNC, &opened))
+    const bool cuts = (flags & O_TRUNC) != 0;
+    const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
+    const int access = cuts && isForReading ? O_RDWR : flags & O_ACCMODE;
+    if (const int error = TFileHandle::Open(place.Id, access, &opened))
         return error;
     struct stat status = {};
     if (fstat(opened->Descriptor(), &status) != 0)
         return errno;
     if (!IsSame(inode, status))
         return ESTALE;
-    if ((flags & O_TRUNC) != 0) {
-        if (!opened->IsWritable())
-            return EACCES;
-        if (const int error = opened->Truncate(0))
-            return error;
-    }
+    if (const int error = cuts ? opened->Truncate(0) : 0)
+        return error;
     return Keep(inode, std::move(opened), handle);
 }
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -80,11 +81,16 @@ int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
     folder.Names.reserve(items->size());
     for (const TQvResFindItem& item : *items) {
         const TMountPoint* const mount = inode.HoldsMounts ? m_mounts.Find(item.Id) : nullptr;
-        folder.Names.push_back({mount != nullptr ? mount->ShownName : QvExtractResName(item.Id),
-                                item.Attrib.Kind == kResFolder});
+        folder.Names.push_back(
+            {mount != nullptr ? mount->ShownName : QvExtractResName(item.Id),
+             static_cast<mode_t>(item.Attrib.Kind == kResFolder ? S_IFDIR : S_IFREG), 0});
     }
-    if (!inode.HoldsMounts)
+    folder.HasAttributes = inode.HoldsMounts || m_inodes.WantsAttributes(inode);
+    if (!inode.HoldsMounts) {
+        if (!folder.HasAttributes)
+            AddNumbers(folder);
         return 0;
+    }
     // Several spellings on the disk are one mount point.
     const auto isLess = [](const auto& a, const auto& b) { return a.Name < b.Name; };
     const auto isSame = [](const auto& a, const auto& b) { return a.Name == b.Name; };
@@ -92,6 +98,31 @@ int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
     folder.Names.erase(std::unique(folder.Names.begin(), folder.Names.end(), isSame),
                        folder.Names.end());
     return 0;
+}
+
+/// The disk's own entries have the numbers, and which of them are links. They come in the order in
+/// which the library has just listed them; one that was made or removed in between ends that.
+void TFileSystem::AddNumbers(TFolderHandle& folder)
+{
+    struct stat own = {};
+    const int copy = dup(folder.Descriptor.Number());
+    DIR* const entries = copy >= 0 ? fdopendir(copy) : nullptr;
+    if (entries == nullptr || fstat(copy, &own) != 0) {
+        if (copy >= 0 && entries == nullptr)
+            close(copy);
+        return;
+    }
+    rewinddir(entries);
+    std::size_t next = 0;
+    while (const dirent* const entry = readdir(entries)) {
+        if (next == folder.Names.size() || folder.Names[next].Name != entry->d_name)
+            continue;
+        TFolderHandle::TName& name = folder.Names[next++];
+        name.Number = m_numbers.NumberOf(own.st_dev, entry->d_ino);
+        if (entry->d_type == DT_LNK)
+            name.Kind = S_IFLNK;
+    }
+    closedir(entries);
 }
 
 /// The kernel holds the folder while it is read, so that its names are not renamed meanwhile.

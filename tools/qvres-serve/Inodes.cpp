@@ -67,7 +67,29 @@ TInode& TInodes::Enter(TInode& parent, const std::string& name, const TInode& fo
         SetName(*known, parent, name);
     }
     ++known->Uses;
+    NoteLookUp(parent, *known);
     return *known;
+}
+
+void TInodes::NoteLookUp(TInode& folder, const TInode& found)
+{
+    // Tools that only want the names look up the folders below nevertheless.
+    if (!folder.IsListedByName || found.Kind == S_IFDIR)
+        return;
+    constexpr unsigned kEnough = 8;
+    constexpr unsigned kListings = 32;
+    if (++folder.LookUpsSince == kEnough)
+        m_listingsWithAttributes = kListings;
+}
+
+bool TInodes::WantsAttributes(TInode& folder)
+{
+    const TLock lock(m_mutex);
+    const bool wants = m_listingsWithAttributes > 0;
+    m_listingsWithAttributes -= wants ? 1 : 0;
+    folder.IsListedByName = !wants;
+    folder.LookUpsSince = 0;
+    return wants;
 }
 
 void TInodes::SetName(TInode& inode, TInode& parent, const std::string& name)

@@ -34,6 +34,8 @@ private:
     std::string Name;
     std::uint64_t Uses = 0; ///< what the kernel counts, names in it, and open handles
     std::vector<TFileHandle*> Handles;
+    bool IsListedByName = false; ///< without attributes, the last time
+    unsigned LookUpsSince = 0;   ///< of files in it
 };
 
 struct TInodeName
@@ -64,6 +66,9 @@ public:
     /// The inode of a name, which is new when `found` is another file than before; used once more.
     TInode& Enter(TInode& parent, const std::string& name, const TInode& found);
     void Forget(TInode& inode, std::uint64_t uses);
+    /// Whether a listing of the folder is to come with attributes. They cost more than the names,
+    /// and are given for some listings after names that were listed without them were looked up.
+    bool WantsAttributes(TInode& folder);
     /// The name is gone.
     void Remove(const TInodeName& name);
     void Rename(const TInodeName& from, const TInodeName& to);
@@ -100,10 +105,12 @@ private:
     TInode* FindNamed(const TInodeName& name) const;
     void SetName(TInode& inode, TInode& parent, const std::string& name);
     void DropName(TInode& inode);
+    void NoteLookUp(TInode& folder, const TInode& found);
     void DropUses(TInode& inode, std::uint64_t uses);
 
     mutable std::mutex m_mutex;
     const std::string m_rootId;
     TInode* const m_root;
     std::unordered_map<TKey, TInode*, TKeyHash> m_byName;
+    unsigned m_listingsWithAttributes = 0; ///< the next ones
 };

@@ -7,6 +7,7 @@
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <syslog.h>
 
 #include "../qvres/Checks.h"
@@ -41,6 +42,19 @@ using TSessionPointer = std::unique_ptr<fuse_session, TEndSession>;
                    (g_log.empty() ? std::string() : ": " + g_log));
 }
 
+/// Once the tree is served there is no terminal to tell.
+void Report(fuse_log_level level, const char* format, va_list arguments)
+{
+    if (level <= FUSE_LOG_WARNING)
+        vsyslog(LOG_WARNING, format, arguments);
+}
+
+bool IsInside(const std::filesystem::path& path, const std::filesystem::path& folder)
+{
+    const std::filesystem::path way = path.lexically_relative(folder);
+    return !way.empty() && *way.begin() != "..";
+}
+
 /// A server that asked itself for its own files would wait for itself.
 void RequireOutside(const TServeOptions& options)
 {
@@ -52,9 +66,13 @@ void RequireOutside(const TServeOptions& options)
         std::error_code missing;
         const fs::path mounted =
             fs::canonical(node->GetResourceFile(node->MountPointId()), missing);
-        const fs::path way = folder.lexically_relative(mounted);
-        if (!missing && !way.empty() && *way.begin() != "..")
+        if (missing)
+            continue;
+        if (IsInside(folder, mounted))
             throw TFailure("the folder " + Quoted(options.Folder) + " lies in " +
+                           Quoted(mounted.string()) + ", which is part of the tree");
+        if (IsInside(mounted, folder))
+            throw TFailure("the folder " + Quoted(options.Folder) + " would hide " +
                            Quoted(mounted.string()) + ", which is part of the tree");
     }
 }
@@ -62,7 +80,9 @@ void RequireOutside(const TServeOptions& options)
 void RequireFolderToServeAt(const TServeOptions& options)
 {
     struct stat status = {};
-    if (stat(options.Folder.c_str(), &status) != 0 && errno == ENOTCONN)
+    // The kernel may still have the attributes, but not the space.
+    struct statvfs space = {};
+    if (statvfs(options.Folder.c_str(), &space) != 0 && errno == ENOTCONN)
         throw TFailure("a server that was killed has left " + Quoted(options.Folder) +
                        "; run \"qvres serve --stop " + options.Folder + "\" first");
     if (stat(options.Folder.c_str(), &status) != 0)
@@ -129,6 +149,7 @@ void Serve(const TServeOptions& options)
     TWorkers workers(session.get());
     if (fuse_session_mount(session.get(), options.Folder.c_str()) != 0)
         ThrowNotServed(options);
+    fuse_set_log_func(&Report);
     AllowManyFiles();
     // New files are their owner's alone until they have the bits that were asked for.
     umask(077);

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <spawn.h>
@@ -100,8 +101,12 @@ void RequireUser(pid_t server, uid_t user, const std::string& folder)
 }
 } // namespace
 
-void StopServer(const std::string& folder)
+void StopServer(const std::string& givenFolder)
 {
+    // As the system knows it; this asks a dead server nothing.
+    std::error_code missing;
+    const std::string real = std::filesystem::canonical(givenFolder, missing).string();
+    const std::string& folder = missing ? givenFolder : real;
     const uid_t user = UserOfServer(folder);
     const pid_t server = ServerOf(folder);
     if (server == 0) {

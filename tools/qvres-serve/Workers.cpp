@@ -114,6 +114,8 @@ void TWorkers::Work()
                 m_turn.notify_all();
                 break;
             }
+            // Before the turn can be passed on: requests are taken in their order.
+            const TRequestOrder::TTurn turn = m_order.Take(buffer.mem);
             ++m_steps;
             if (m_isWatcherAsleep.exchange(false))
                 pthread_kill(m_watcher, kWake);
@@ -122,7 +124,9 @@ void TWorkers::Work()
                 if (m_reader == &buffer)
                     PassOn(lock);
             }
+            m_order.Wait(turn);
             fuse_session_process_buf(m_session, &buffer);
+            m_order.Finish(turn);
         } while (KeepTurn(&buffer));
     }
     std::free(buffer.mem);

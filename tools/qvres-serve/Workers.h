@@ -20,6 +20,8 @@
 #define FUSE_USE_VERSION 312
 #include <fuse_lowlevel.h>
 
+#include "RequestOrder.h"
+
 class TWorkers
 {
 public:
@@ -44,6 +46,7 @@ private:
 
     fuse_session* const m_session;
     const pthread_t m_watcher;
+    TRequestOrder m_order;
     sigset_t m_signals = {};
 
     std::mutex m_mutex;

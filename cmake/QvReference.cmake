@@ -1,0 +1,35 @@
+# The API reference, made of the installed headers: cmake --build --preset package --target reference
+find_package(Doxygen)
+if(NOT DOXYGEN_FOUND)
+    return()
+endif()
+set(headers)
+foreach(library QvServices QvConfig QvStd)
+    if(NOT QV_PLATFORM STREQUAL "bundled" AND NOT library STREQUAL "QvServices")
+        continue()
+    endif()
+    get_target_property(set ${library} HEADER_SET)
+    list(APPEND headers ${set})
+endforeach()
+
+set(DOXYGEN_PROJECT_NAME QvServices)
+set(DOXYGEN_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/reference)
+set(DOXYGEN_STRIP_FROM_PATH ${PROJECT_SOURCE_DIR}/src ${PROJECT_SOURCE_DIR}/platform)
+set(DOXYGEN_STRIP_FROM_INC_PATH ${DOXYGEN_STRIP_FROM_PATH})
+set(DOXYGEN_EXAMPLE_PATH ${PROJECT_SOURCE_DIR}/examples)
+set(DOXYGEN_USE_MDFILE_AS_MAINPAGE ${PROJECT_SOURCE_DIR}/docs/reference.md)
+set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
+set(DOXYGEN_MACRO_EXPANSION YES)
+set(DOXYGEN_EXPAND_ONLY_PREDEF YES)
+set(DOXYGEN_PREDEFINED "QVSTD_API=" "QVSERVICES_API=" "__attribute__(x)=")
+set(DOXYGEN_QUIET YES)
+set(DOXYGEN_DISTRIBUTE_GROUP_DOC YES)
+# What the compiler makes by itself needs no words.
+set(DOXYGEN_INPUT_FILTER "sed 's/.*) *\\(noexcept *\\)*= default;$//'")
+# A public name without a comment is an error. What is private does not count.
+set(DOXYGEN_EXTRACT_ALL NO)
+set(DOXYGEN_WARN_IF_UNDOCUMENTED YES)
+set(DOXYGEN_WARN_IF_INCOMPLETE_DOC NO) # parameters are described in sentences
+set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
+doxygen_add_docs(reference ${headers} ${PROJECT_SOURCE_DIR}/docs/reference.md WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/src
+    COMMENT "Making the API reference")
