@@ -44,8 +44,13 @@ bool TResourceManager::Init()
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
 
-    QvURLManager.RegisterSchemeHandler("qvres", make_var<TQvURLResourceHandler>());
+    RegisterURLScheme();
     return true;
+}
+
+void TResourceManager::RegisterURLScheme()
+{
+    QvURLManager.RegisterSchemeHandler("qvres", make_var<TQvURLResourceHandler>());
 }
 
 void TResourceManager::ReadSettings()

@@ -81,6 +81,8 @@ void TSession::Start()
         m_hasProfile = true;
     } else if (Mounts.empty() || !VarFolder.empty()) {
         throw TFailure(SetUpHint());
+    } else {
+        TResourceManager::RegisterURLScheme(); // which Init does otherwise
     }
     for (const std::string& option : Mounts) {
         const auto [id, folder] = SplitMountOption(option);
