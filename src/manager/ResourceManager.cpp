@@ -6,11 +6,9 @@
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "QvStd/URLManager.h"
 #include "QvStd/XIniReader.h"
-#include "manager/Configuration.h"
+#include "module/Configuration.h"
 #include "resid/ResId.h"
-#include "url/URLResourceHandler.h"
 
 const std::uint32_t TResourceManager::SConfig::StDirLockTimeout_Default = 10000;
 const std::uint32_t TResourceManager::SConfig::StDirSyncMinInterval_Default = 1000;
@@ -46,11 +44,6 @@ bool TResourceManager::Init()
 
     RegisterURLScheme();
     return true;
-}
-
-void TResourceManager::RegisterURLScheme()
-{
-    QvURLManager.RegisterSchemeHandler("qvres", make_var<TQvURLResourceHandler>());
 }
 
 void TResourceManager::ReadSettings()

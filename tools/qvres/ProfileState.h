@@ -43,11 +43,3 @@ std::string MountPointOf(const TQvPath& folder);
 /// another one is.
 void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
                const TQvPath& folder);
-
-/// Whether the folder is there and has no list of published profiles yet.
-bool PublishesNothingYet(const TQvPath& repository);
-/// Gives such a folder an empty list. Throws TFailure when that cannot be written.
-void StartPublishing(const TQvPath& repository);
-
-/// Why the folder cannot serve as a repository; "" when it can.
-std::string RepositoryProblem(const TQvPath& repository);

@@ -7,10 +7,11 @@
 #include <QvStd/Files.h>
 #include <QvStd/Message.h>
 #include <QvStd/Path.h>
+#include <QvStd/XIniReader.h>
 
 #include "Checks.h"
 #include "Failure.h"
-#include "ProfileState.h"
+#include "Repository.h"
 
 namespace
 {

@@ -9,6 +9,7 @@
 #include "Commands.h"
 #include "Failure.h"
 #include "ProfileState.h"
+#include "Repository.h"
 
 namespace
 {
