@@ -216,6 +216,9 @@ public:
     /// node.
     bool Init();
 
+    /// Registers the scheme "qvres" with the URL manager, as Init does: for hosts without a profile.
+    static void RegisterURLScheme();
+
     /// Why the last public operation of the calling thread did not do what it was asked; Error is 0
     /// when it did, and when a query had an answer, even "nothing there". Of several failures the
     /// first. An operation that is done except for a part that its result does not show (the
@@ -371,7 +374,6 @@ public:
 
 private:
     void ReadSettings();
-    static void RegisterURLScheme();
     void LoadProfileNodes();
     void RefreshStaleMaps();
     void AppendNode(var_a<TMountNode*> node);

@@ -51,35 +51,40 @@ TEST_F(TSetupTest, MountsLastForACallOrForGood)
 
 TEST_F(TSetupTest, PublishedProfilesArePickedUpAndMarked)
 {
-    const std::string publishesNone =
-        R"(1: the repository "$T/repo" publishes no profiles: )"
-        R"("$T/repo/Profiles/profiles.x-ini" cannot be opened for reading)";
+    const std::string missing = R"(1: the repository "$T/repo" does not exist)";
     const std::string refusal =
         R"(1: the profile "Alpha" comes from the repository and cannot be changed here)";
-    Expect({// Nothing is set up by halves.
-            {"qvres setup --repository repo; ls -A home", publishesNone},
-            {"qvres --var repo setup; qvres --var repo profile create Alpha", ""},
-            {"qvres --var repo profile add Alpha a; qvres setup --repository repo b", "/a\n/b\n"},
-            {"qvres profile list | mask", "- remote      1 FREE Alpha\n"
-                                          "- remote      0         0 B LocalProfile\n"
-                                          "* local       1 FREE LocalProfile2\n"},
-            {"qvres profile remove LocalProfile2",
-             R"(1: the profile "LocalProfile2" is the current one; select another one first)"},
-            {"qvres --var repo profile select Alpha; qvres --var repo profile remove LocalProfile; "
-             "rm -r home; qvres setup b; qvres setup --repository repo",
-             "/b\n"},
-            {"qvres profile list | mask",
-             "- remote      1 FREE Alpha\n* local       1 FREE LocalProfile\n"},
-            {"qvres profile remove Alpha", refusal},
-            {"qvres profile select ALPHA; qvres ls", "/a/\n"},
-            {"qvres profile add Alpha b", refusal},
-            {"qvres mount /C b", refusal},
-            {"qvres unmount /a", refusal},
-            {"mv repo gone; qvres ls",
-             publishesNone + R"(; "qvres setup --repository DIR" names another one, "" none)"},
-            {"qvres setup --repository ''; qvres ls", "/a/\n"},
-            {"qvres profile list | mask",
-             "* local       1 FREE Alpha\n- local       1 FREE LocalProfile\n"}});
+    Expect(
+        {// Nothing is set up by halves.
+         {"qvres setup --repository repo; ls -A home", missing},
+         {"mkdir repo; qvres --var var setup --repository repo; cat repo/*/*",
+          "[profiles]\n[/profiles]\n"},
+         {"rm -r repo/*; qvres --var var ls",
+          R"(1: the repository "$T/repo" publishes no profiles: "$T/repo/Profiles/profiles.x-ini" )"
+          "cannot be opened for reading; \"qvres --var var setup --repository DIR\" names another "
+          "one, \"\" none"},
+         {"qvres --var repo setup; qvres --var repo profile create Alpha", ""},
+         {"qvres --var repo profile add Alpha a; qvres setup --repository repo b", "/a\n/b\n"},
+         {"qvres profile list | mask", "- remote      1 FREE Alpha\n"
+                                       "- remote      0         0 B LocalProfile\n"
+                                       "* local       1 FREE LocalProfile2\n"},
+         {"qvres profile remove LocalProfile2",
+          R"(1: the profile "LocalProfile2" is the current one; select another one first)"},
+         {"qvres --var repo profile select Alpha; qvres --var repo profile remove LocalProfile; "
+          "rm -r home; qvres setup b; qvres setup --repository repo",
+          "/b\n"},
+         {"qvres profile list | mask",
+          "- remote      1 FREE Alpha\n* local       1 FREE LocalProfile\n"},
+         {"qvres profile remove Alpha", refusal},
+         {"qvres profile select ALPHA; qvres ls", "/a/\n"},
+         {"qvres profile add Alpha b", refusal},
+         {"qvres mount /C b", refusal},
+         {"qvres unmount /a", refusal},
+         {"mv repo gone; qvres ls",
+          missing + R"(; "qvres setup --repository DIR" names another one, "" none)"},
+         {"qvres setup --repository ''; qvres ls", "/a/\n"},
+         {"qvres profile list | mask",
+          "* local       1 FREE Alpha\n- local       1 FREE LocalProfile\n"}});
 }
 
 TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)

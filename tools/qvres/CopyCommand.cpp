@@ -188,7 +188,7 @@ void PrintSummary(THost& host, const TCopyCall& call, const TResourceManager::TC
     line += Count(counts.Resources, "resource") + " (" + Count(counts.Bytes, "byte") + ") and " +
             Count(counts.Folders, "folder");
     if (counts.Skipped > 0)
-        line += ", skipped " + std::to_string(counts.Skipped) + " that exist";
+        line += ", skipped " + std::to_string(counts.Skipped) + " existing";
     if (leftOut.Hidden > 0)
         line += ", left out " + Count(leftOut.Hidden, "hidden name");
     if (leftOut.Invalid > 0)

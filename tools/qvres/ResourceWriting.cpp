@@ -1,5 +1,7 @@
 #include "ResourceWriting.h"
 
+#include <cerrno>
+
 #include "Checks.h"
 
 namespace
@@ -11,13 +13,15 @@ void RequireDone(const TQvResult& result, const std::string& id)
 }
 } // namespace
 
-TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id)
+TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id, bool onlyNew)
 {
     // A look for a resource that is not there removes metadata that an earlier one has left.
     if (!tree.IsResource(id))
         tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
     TQvNewFile::TOptions options;
     options.Synced = true;
+    options.FailIfExists = onlyNew;
+    options.ExpectsNone = onlyNew; // the publishing finds out
     TQvNewFile file;
     RequireDone(file.Open(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id), options),
                 id);
@@ -29,7 +33,11 @@ void Write(TQvNewFile& file, std::string_view bytes, const std::string& id)
     RequireDone(file.Write(bytes.data(), bytes.size()), id);
 }
 
-void FinishWriting(TQvNewFile& file, const std::string& id)
+bool FinishWriting(TQvNewFile& file, const std::string& id)
 {
-    RequireDone(file.Publish(), id);
+    const TQvResult published = file.Publish();
+    if (published.Error() == EEXIST)
+        return false;
+    RequireDone(published, id);
+    return true;
 }

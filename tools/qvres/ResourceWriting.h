@@ -9,7 +9,8 @@
 #include <QvStd/NewFile.h>
 
 /// Nothing of the resource changes before FinishWriting.
-TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id);
+/// With `onlyNew` a resource that is there, or appears meanwhile, is left alone.
+TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id, bool onlyNew = false);
 void Write(TQvNewFile& file, std::string_view bytes, const std::string& id);
-/// Brings the content to the disk and puts it in its place.
-void FinishWriting(TQvNewFile& file, const std::string& id);
+/// Brings the content to the disk and puts it in its place. False when `onlyNew` kept it from that.
+bool FinishWriting(TQvNewFile& file, const std::string& id);

@@ -40,8 +40,7 @@ void Done(THost& host, const std::string& id, const std::string& result)
 
 void OpenURL(THost& host, const std::string& url)
 {
-    // The scheme is registered together with the profile.
-    host.Session.ProfileTree();
+    host.Session.Tree();
     var_a<TQvStream*> stream;
     try {
         stream = QvURLManager.OpenURLE(TQvURL(url), kQvOpenRead, kQvShareAll, 0);
@@ -68,10 +67,9 @@ void AddServiceCommands(CLI::App& app, THost& host)
     done->callback([&host, id, result] { Done(host, *id, *result); });
 
     const auto url = std::make_shared<std::string>();
-    CLI::App* open = AddCommand(app, "open",
-                                "Write what a \"qvres:\" URL leads to to standard output. It needs "
-                                "a VAR folder that is set up,\nwith --mount, too",
-                                "  qvres open qvres:/Data/a.txt");
+    CLI::App* open =
+        AddCommand(app, "open", "Write what a \"qvres:\" URL leads to to standard output",
+                   "  qvres open qvres:/Data/a.txt");
     open->add_option("URL", *url, "\"qvres:\" and the id of a resource")->required();
     open->callback([&host, url] { OpenURL(host, *url); });
 }

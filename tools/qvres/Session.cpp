@@ -11,6 +11,7 @@
 
 #include "Checks.h"
 #include "Failure.h"
+#include "Repository.h"
 
 namespace
 {
@@ -81,6 +82,8 @@ void TSession::Start()
         m_hasProfile = true;
     } else if (Mounts.empty() || !VarFolder.empty()) {
         throw TFailure(SetUpHint());
+    } else {
+        TResourceManager::RegisterURLScheme(); // which Init does otherwise
     }
     for (const std::string& option : Mounts) {
         const auto [id, folder] = SplitMountOption(option);
@@ -171,19 +174,5 @@ void TSession::Mount(const std::string& id, const std::string& folder, bool pers
         ResourceManager.MountFileNodeE(id, fullPath, persistent);
     } catch (const TQvMessage& message) {
         throw WithMissingCause(message);
-    }
-}
-
-std::string RepositoryProblem(const TQvPath& repository)
-{
-    try {
-        GetXIniReader(repository / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
-        return {};
-    } catch (const TQvMessage& message) {
-        std::string reason = message.what();
-        if (reason.back() == '.')
-            reason.pop_back();
-        return "the repository " + Quoted(repository.excludeSlash().toSysStr()) +
-               " publishes no profiles: " + reason;
     }
 }

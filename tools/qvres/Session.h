@@ -54,6 +54,3 @@ private:
     bool m_started = false;
     bool m_hasProfile = false;
 };
-
-/// Why the folder cannot serve as a repository; "" when it can.
-std::string RepositoryProblem(const TQvPath& repository);

@@ -9,6 +9,7 @@
 #include "Commands.h"
 #include "Failure.h"
 #include "ProfileState.h"
+#include "Repository.h"
 
 namespace
 {
@@ -26,6 +27,7 @@ struct TSettings
     TQvPath VarFolder;
     bool Common = false;
     bool UseRepository = false;
+    bool StartsRepository = false; ///< it publishes nothing yet
     TQvPath Repository;
 };
 
@@ -55,8 +57,12 @@ void ChooseRepository(const TSetupOptions& options, TSettings& settings)
     settings.UseRepository = !switchOff && !settings.Repository.isPathEmpty();
     if (settings.Repository.isPathEmpty())
         settings.Repository = TQvCPUtils::GetRepositoryFolder(settings.VarFolder, true);
-    const std::string problem =
-        settings.UseRepository ? RepositoryProblem(settings.Repository) : std::string();
+    // Only one that is named: a remembered one that looks empty may not be connected now.
+    settings.StartsRepository =
+        settings.UseRepository && options.Repository && PublishesNothingYet(settings.Repository);
+    const std::string problem = settings.UseRepository && !settings.StartsRepository
+                                    ? RepositoryProblem(settings.Repository)
+                                    : std::string();
     if (!problem.empty())
         throw TFailure(problem);
 }
@@ -133,6 +139,8 @@ void Setup(THost& host, const TSetupOptions& options)
     ChooseRepository(options, settings); // a refusal leaves no folder behind
     const TQvVarFolderLock lock(settings.VarFolder);
     ChooseRepository(options, settings); // another process may have changed it
+    if (settings.StartsRepository)
+        StartPublishing(settings.Repository);
     ApplySettings(settings);
     const std::string refusal = SetUpProfiles(host.Progress, folder);
     if (!refusal.empty())
@@ -162,7 +170,8 @@ void AddSetupCommand(CLI::App& app, THost& host)
     command
         ->add_option("--repository", options->Repository,
                      "Take over the profiles that are published in this folder, now and whenever "
-                     "profiles\nare listed or changed; \"\" switches that off")
+                     "profiles\nare listed or changed; one that publishes nothing yet gets an "
+                     "empty list; \"\" switches\nthat off")
         ->type_name("DIR");
     command->add_option("FOLDER", options->Folder, "The folder of the first profile");
     command->callback([&host, options] { Setup(host, *options); });

@@ -1,5 +1,6 @@
-// Values of X-Ini resources: xini get, xini set.
+// Values of X-Ini resources: xini get, list, set, unset.
 #include <cerrno>
+#include <functional>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -11,7 +12,8 @@
 
 #include "Checks.h"
 #include "Commands.h"
-#include "Failure.h"
+#include "Json.h"
+#include "ResourceWriting.h"
 
 namespace
 {
@@ -51,21 +53,86 @@ int FindKey(const TQvXIniReader& reader, const std::string& name)
     return -1;
 }
 
+var_a<TQvXIniStreamReader*> OpenDocument(THost& host, const std::string& id)
+{
+    RequireResource(host.Session.Tree(), id);
+    auto reader = GetResXIniReaderE(id, &host.Progress);
+    if (reader->ParseError())
+        throw TFailure(Quoted(id) + " is not well formed: " + reader->ParseErrorText(), id,
+                       EBADMSG);
+    return reader;
+}
+
+[[noreturn]] void ThrowNoValue(const TXIniPlace& place)
+{
+    throw TFailure(Quoted(place.Id) + " has no value at " + Quoted(place.Path), place.Id, ENOENT);
+}
+
+void EnterSections(TQvXIniReader& reader, const TXIniPlace& place,
+                   const std::vector<std::string>& sections)
+{
+    for (const std::string& section : sections)
+        if (reader.EnterSectionS(section) == nullptr)
+            throw TFailure(Quoted(place.Id) + " has no section " + Quoted(section) + " of " +
+                               Quoted(place.Path),
+                           place.Id, ENOENT);
+}
+
 void Get(THost& host, const TXIniPlace& place)
 {
-    RequireResource(host.Session.Tree(), place.Id);
-    const auto reader = GetResXIniReaderE(place.Id, &host.Progress);
-    if (reader->ParseError())
-        throw TFailure(Quoted(place.Id) + " is not well formed: " + reader->ParseErrorText());
+    const auto reader = OpenDocument(host, place.Id);
     const auto [sections, key] = SplitPath(place.Path);
-    for (const std::string& section : sections)
-        if (reader->EnterSectionS(section) == nullptr)
-            throw TFailure(Quoted(place.Id) + " has no section " + Quoted(section) + " of " +
-                           Quoted(place.Path));
+    EnterSections(*reader, place, sections);
     const int position = FindKey(*reader, key);
     if (position < 0)
-        throw TFailure(Quoted(place.Id) + " has no value at " + Quoted(place.Path));
+        ThrowNoValue(place);
     PrintValue(host, reader->Read(position, std::string()));
+}
+
+/// One line, whatever the value holds: written as in a document, without the key.
+std::string ValueText(const std::string& value)
+{
+    const auto document = make_var<TQvXIniTree>();
+    TQvXIniTreeWriter(document).WriteS("k", value);
+    std::string line = QvFormatXIniTree(*document).substr(2);
+    line.resize(line.size() - 1);
+    return line;
+}
+
+void ListSection(THost& host, TQvXIniReader& reader, const std::string& prefix,
+                 nlohmann::ordered_json& records)
+{
+    for (int i = 0; reader.Exists(i); ++i) {
+        const std::string path = prefix + reader.Name(i);
+        if (reader.IsSection(i)) {
+            const TQvXIniSection section = reader.EnterSection(i);
+            ListSection(host, reader, path + "/", records);
+            reader.ExitSection(section);
+            continue;
+        }
+        const std::string value = reader.Read(i, std::string());
+        if (!host.Json) {
+            host.Out.Line(path + "=" + ValueText(value));
+            continue;
+        }
+        nlohmann::ordered_json& record = records.emplace_back();
+        PutText(record, "path", path);
+        PutText(record, "value", value);
+    }
+}
+
+void List(THost& host, const TXIniPlace& place)
+{
+    const auto reader = OpenDocument(host, place.Id);
+    if (!place.Path.empty()) {
+        auto [sections, last] = SplitPath(place.Path);
+        sections.push_back(last);
+        EnterSections(*reader, place, sections);
+    }
+    auto records = nlohmann::ordered_json::array();
+    ListSection(host, *reader, place.Path.empty() ? "" : place.Path + "/", records);
+    if (host.Json)
+        host.Out.Line(ToJsonText(records));
 }
 
 void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string& file)
@@ -86,21 +153,33 @@ void PutValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path, const 
         writer.RaiseErrorE();
 }
 
-std::string TextWith(const TXIniPlace& place, const std::string& text, const std::string& value)
+/// False when there is none.
+bool RemoveValue(const var_a<TQvXIniTree*>& document, const TXIniPath& path)
+{
+    TQvXIniTreeWriter writer(document);
+    for (const std::string& section : path.first)
+        if (!writer.OpenSection(writer.FindF(section, TQvXIniEntry::Kind::Section)))
+            return false;
+    return writer.Delete(writer.FindF(path.second));
+}
+
+using TChange = std::function<void(const var_a<TQvXIniTree*>&)>;
+
+std::string TextWith(const TXIniPlace& place, const std::string& text, const TChange& change)
 {
     std::string error;
     const var_a<TQvXIniTree*> document = QvParseXIniTree(text, &error);
     if (!document)
-        throw TFailure(Quoted(place.Id) + " is not well formed: " + error);
+        throw TFailure(Quoted(place.Id) + " is not well formed: " + error, place.Id, EBADMSG);
     try {
-        PutValue(document, SplitPath(place.Path), value);
+        change(document);
     } catch (const TQvMessage& message) {
         ThrowNaming(place.Id, message);
     }
     return QvFormatXIniTree(*document);
 }
 
-void Set(THost& host, const TXIniPlace& place, const std::string& value)
+void Change(THost& host, const TXIniPlace& place, const TChange& change)
 {
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, place.Id);
@@ -108,12 +187,41 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     const TQvFileLock lock(file, kLockTimeoutMs);
     CheckLock(lock, place.Id, file);
     const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {
-        return TextWith(place, old.value_or(""), value);
+        return TextWith(place, old.value_or(""), change);
     });
     if (!done.Reading)
         ThrowFailed(Quoted(place.Id) + " cannot be read", done.Reading.Error(), place.Id);
     if (!done.Writing)
         ThrowFailed(Quoted(place.Id) + " cannot be written", done.Writing.Error(), place.Id);
+}
+
+/// A new resource, unless another process has just made it.
+bool Create(const TResourceManager& tree, const TXIniPlace& place, const TChange& change)
+{
+    RequireTarget(tree, place.Id);
+    if (tree.IsResource(place.Id))
+        return false;
+    const std::string text = TextWith(place, "", change);
+    TQvNewFile file = StartWriting(tree, place.Id, true);
+    Write(file, text, place.Id);
+    return FinishWriting(file, place.Id);
+}
+
+void Set(THost& host, const TXIniPlace& place, const std::string& value)
+{
+    const TChange change = [&](const var_a<TQvXIniTree*>& document) {
+        PutValue(document, SplitPath(place.Path), value);
+    };
+    if (!Create(host.Session.Tree(), place, change))
+        Change(host, place, change);
+}
+
+void Unset(THost& host, const TXIniPlace& place)
+{
+    Change(host, place, [&](const var_a<TQvXIniTree*>& document) {
+        if (!RemoveValue(document, SplitPath(place.Path)))
+            ThrowNoValue(place);
+    });
 }
 
 void AddPlace(CLI::App& command, TXIniPlace& place)
@@ -136,13 +244,30 @@ void AddXIniCommands(CLI::App& app, THost& host)
     AddPlace(*get, *place);
     get->callback([&host, place] { Get(host, *place); });
 
+    CLI::App* list = AddCommand(*xini, "list",
+                                "Print all values, one section/section/key=value a line, in the "
+                                "order of the document;\na value in double quotes is written as in "
+                                "the document",
+                                "  qvres xini list /Data/settings.x-ini window");
+    AddIdOption(*list, "ID", place->Id, "An X-Ini resource")->required();
+    list->add_option("PATH", place->Path, "Only what is in this section (section/section)")
+        ->check(&CheckPath, "", "");
+    list->callback([&host, place] { List(host, *place); });
+
     const auto value = std::make_shared<std::string>();
     CLI::App* set = AddCommand(
         *xini, "set",
-        "Change one value; missing sections and keys are created. All else stays as it is,\n"
-        "comments included, and until the new document is on the disk the old one stays",
+        "Change one value; a missing resource, missing sections and keys are created. All else\n"
+        "stays as it is, comments included, and until the new document is on the disk the old one\n"
+        "stays",
         "  qvres xini set /Data/settings.x-ini window/main/width 640");
     AddPlace(*set, *place);
     set->add_option("VALUE", *value, "The value; may be empty")->required();
     set->callback([&host, place, value] { Set(host, *place, *value); });
+
+    CLI::App* unset =
+        AddCommand(*xini, "unset", "Remove one value, and nothing else; fails when it is not there",
+                   "  qvres xini unset /Data/settings.x-ini window/main/width");
+    AddPlace(*unset, *place);
+    unset->callback([&host, place] { Unset(host, *place); });
 }
