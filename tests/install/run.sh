@@ -29,3 +29,9 @@ echo "pkg-config: fine"
 
 "$prefix/bin/qvres" --mount "/D=$work/data" ls /D | grep -qx /D/hello.txt
 echo "qvres: fine"
+
+# Found in the moved installation, and finds its libraries there.
+if [ -x "$prefix/libexec/QvServices/qvres-serve" ]; then
+    { "$prefix/bin/qvres" serve --stop "$work/data" 2>&1 || true; } | grep -qx "qvres: nothing is served at \"$work/data\""
+    echo "qvres serve: fine"
+fi
