@@ -34,6 +34,7 @@
 #include "resid/ResAttrib.h"
 
 struct TQvCopyFolders;
+class TMountFolders;
 
 class QVSERVICES_API TResourceManager
 {
@@ -326,9 +327,9 @@ private:
                              TQvProgressHandler* progress) const;
     TQvResult ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
                                  TQvProgress& progress) const;
-    TQvResult DeleteEntry(const TQvResFindItem& entry) const;
+    TQvResult DeleteEntry(const TQvResFindItem& entry, TMountFolders& mountFolders) const;
     TQvResult RequireFolder(const std::string& id) const;
-    bool HoldsMountFolder(const std::string& id) const;
+    bool HoldsMountFolder(const std::string& id, TMountFolders& mountFolders) const;
     TQvExistence LookUp(const std::string& id) const;
     friend class TExtendedCopy;
 

@@ -32,9 +32,10 @@ protected:
 
 TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
 {
-    MakeTree(Temp.Path(), "A/f/x= A/x= A/link>../out A/gone>none out/kept= D/ B/ M/");
+    MakeTree(Temp.Path(), "A/f/x= A/x= A/link>../out A/gone>none out/kept= out/own/ D/ B/ M/");
     const std::string before = TreeOf(Temp.Path());
     Manager.MountFileNodeE("/L", Temp / "A/link", false);
+    Manager.MountFileNodeE("/Own", Temp / "out/own", false);
     Expect({{"clear /A/link", false, ENOTDIR, "/A/link"},
             {"delete /A/link", false, EISDIR, "/A/link"},
             {"delete /A/gone", false, ENOENT, "/A/gone"}, // leads to nothing
@@ -43,7 +44,9 @@ TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
             {"move /A/f /A/g", false, EISDIR, "/A/f"},
             {"move /L /A/y", false, EISDIR, "/L"},
             {"move /A/x /L", false, EISDIR, "/L"},
-            {"remove /A/link", false, EBUSY, "/A/link"}}); // the folder of another mount
+            {"remove /A/link", false, EBUSY, "/A/link"}, // the folder of another mount
+            {"remove /L/own", false, EBUSY, "/L/own"}}); // by another way
+    EXPECT_THROW(Manager.RenameFolderE("/L/own", "y"), TQvMessage);
     EXPECT_EQ(TreeOf(Temp.Path()), before);
     EXPECT_THROW(Manager.RenameFolderE("/A/f/..", "y"), TQvMessage);
     Manager.UnmountNodeE("/L", false);
