@@ -93,12 +93,14 @@ TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
 
 TEST_F(Failures, ASidecarThatFailsIsReportedAndTheSourceKept)
 {
-    MakeTree(Temp.Path(), "A/x=1 A/x.meta=m A/y.meta/ B/y.meta/");
-    Expect({{"copy /A/x /A/y", false, EISDIR, "/A/y"},
-            {"copy /A/x /B/y", true, EISDIR, "/B/y"},
-            {"move /A/x /B/y", false, EISDIR, "/B/y"}});
+    MakeTree(Temp.Path(), "A/x=1 A/x.meta=m A/y.meta= B/y.meta=");
+    const TQvFileStream near(TQvPath(Temp / "A/y.meta"), kQvOpenWrite, 0);
+    const TQvFileStream far(TQvPath(Temp / "B/y.meta"), kQvOpenWrite, 0);
+    Expect({{"copy /A/x /A/y", false, EACCES, "/A/y"},
+            {"copy /A/x /B/y", true, EACCES, "/B/y"},
+            {"move /A/x /B/y", false, EACCES, "/B/y"}});
     EXPECT_TRUE(TResourceManager::LastFailure().OfMetadata);
-    EXPECT_EQ(TreeOf(Temp.Path()), "A/x=1 A/x.meta=m A/y=1 A/y.meta/ B/y=1 B/y.meta/");
+    EXPECT_EQ(TreeOf(Temp.Path()), "A/x=1 A/x.meta=m A/y=1 A/y.meta= B/y=1 B/y.meta=");
     EXPECT_TRUE(Manager.DeleteResource("/B/y"));
     EXPECT_EQ(TResourceManager::LastFailure().text(), "") << "a success clears it";
 }
