@@ -169,7 +169,7 @@ public:
     /// std::runtime_error without a configuration object, TQvMessage for a configuration that is
     /// not loaded, an unreadable settings or profile file, or a node that cannot be mounted. After
     /// a failure the settings read and the nodes loaded so far stay, and no index knows of any
-    /// node.
+    /// node; LastFailure has the cause (EBADMSG for a malformed file) with the id "/".
     bool Init();
 
     /// Why the last public operation of the calling thread did not do what it was asked; Error is 0
@@ -242,8 +242,9 @@ public:
     /// Deletes a resource and its sidecar; false when either fails.
     bool DeleteResource(const std::string& id) const;
     /// Renames or moves a resource with its sidecar, replacing the target. Between two nodes it is
-    /// a copy that is brought to the disk, and a delete; a failure leaves the source. Refused
-    /// (EINVAL) when both ids are one entry of a folder or one is the other's sidecar.
+    /// a copy that is brought to the disk, and a delete; a failure leaves the source, and so does
+    /// another process that changes it meanwhile (EBUSY). Refused (EINVAL) when both ids are one
+    /// entry of a folder or one is the other's sidecar.
     bool RenMovResource(const std::string& src, const std::string& dst,
                         TQvProgressHandler* progress) const;
     /// Copies a resource with its sidecar, replacing the target; a target's sidecar stays when the
@@ -304,7 +305,8 @@ public:
     bool CopyResourceEx(const TCopyResourceExParams& params) const;
 
 private:
-    void ReadSettings();
+    void Load(int* error);
+    void ReadSettings(int* error);
     static void RegisterURLScheme();
     void LoadProfileNodes();
     void RefreshStaleMaps();

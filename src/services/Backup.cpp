@@ -1,5 +1,6 @@
 #include "services/Backup.h"
 
+#include <cerrno>
 #include <map>
 
 #include "QvStd/Message.h"
@@ -87,8 +88,11 @@ TQvFailure Prune(const TBackupName& name, std::size_t keep)
 
 void BackupResource(const std::string& resId, std::size_t keep)
 {
-    if (ResourceManager.ResourceExists(resId) == kResNothing)
+    if (ResourceManager.ResourceExists(resId) == kResNothing) {
+        if (TResourceManager::LastFailure().Error == 0)
+            TResourceManager::SetLastFailure(ENOENT, resId);
         throw TQvMessage(std::string(kBackupResource) + "Invalid resource ID");
+    }
     if (keep == 0) {
         ResourceManager.DeleteResource(resId); // keeping none means that none is made
         return;

@@ -91,6 +91,10 @@ TEST_F(Init, FailureLeavesNoIndexIntoNothing)
         << "it is in the list";
     Var.Write("Profiles/Test/profile.x-ini", "broken\n");
     EXPECT_NE(ThrownText(init), "");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG);
     EXPECT_TRUE(Manager.MountNodes().empty());
+    std::filesystem::remove(Var.ProfileFile());
+    EXPECT_NE(ThrownText(init), "");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, ENOENT);
 }
 } // namespace
