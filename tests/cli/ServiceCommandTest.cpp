@@ -13,7 +13,8 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
              "old\nnew\nnew\n"},
             {"q copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
             {"q copy /A/d /B/alone; q ls /B/alone", "/B/alone/1\n/B/alone/e/\n"},
-            {"mkdir b/f/x; q copy /A/d /A/x /B/f", R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
+            {"mkdir b/f/x; q copy /A/d /A/x /B/f",
+             R"(1: "/A/d/e" could not be copied: "/B/f/d/e": File exists
 : "/A/d/e/2" could not be copied: "/B/f/d/e": File exists
 : "/A/x" could not be copied: "/B/f/x": Is a directory)"},
             {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
@@ -39,7 +40,9 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
          // It cannot be stored in what is no X-Ini document, and is good all the same.
          {"echo text >a/x.meta; q --json label /A/x; cat a/x.meta",
           record + R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )" +
-              R"(line 1: it is no key (there is no "="), no section and no comment.text)" + "\n"}});
+              R"(line 1: it is no key (there is no "="), no section and no comment.text)" + "\n"},
+         {"q check /A/x", R"(1: the metadata of "/A/x" is damaged: line 1: it is no key )"
+                          R"((there is no "="), no section and no comment.)"}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
@@ -67,7 +70,8 @@ TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
              "1: the VAR folder \"$T/home/.config/velmor/KORVADELAirlane7.VAR\" is not set up; "
              "run \"qvres setup FOLDER\" first"},
             {"qvres setup; qvres profile create P; q open 'qvres:/A/x y'", "content\n"},
-            {"q open qvres:/A/x%20y", R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
+            {"q open qvres:/A/x%20y",
+             R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
             {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x".)"}});
 }
 
@@ -89,5 +93,7 @@ TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
                                      R"("a=" cannot be the name of a key.)"},
             {"echo a >a/bad; q xini get /A/bad a", malformed},
             {"q xini set /A/bad a 1", malformed},
+            {"(flock -x 9; q xini set /A/x a/k 2) 9<a/x",
+             R"(1: "/A/x" cannot be written: Permission denied)"},
             {"cat a/bad; stat -c %a a/x; ls -A a", "a\n640\nbad\nx\n"}});
 }

@@ -21,7 +21,7 @@ CASES = [
     ("clear /A", 1, [], [DENIED], ["A/secret/b", "!A/readable/a", "!A/z"]),
     ("rmdir --clear /A/secret", 1, [], ["/A/secret", DENIED], ["A/secret/b"]),
     ("rmdir /A/secret", 1, [], ["/A/secret"], ["A/secret/b"]),
-    ("cat /A/locked", 1, [], ["/A/locked", DENIED], []),
+    *((command, 1, [], ["/A/locked", DENIED], []) for command in ("cat /A/locked", "xini get /A/locked k")),
     *((command + " /A/closed/x", 1, [], ["/A/closed/x", DENIED], [])
       for command in ("cat", "stat", "exists", "meta", "label", "check", "rm", "backup", "done", "file")),
     *((command, 1, [], [DENIED], ["A/z", "A/closed/x"])

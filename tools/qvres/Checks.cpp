@@ -1,5 +1,7 @@
 #include "Checks.h"
 
+#include <cerrno>
+
 #include "BreakSignal.h"
 #include "Failure.h"
 
@@ -103,7 +105,9 @@ std::string WithMissingCause(const TQvMessage& message)
 {
     std::string text = message.what();
     const TQvFailure& cause = TResourceManager::LastFailure();
-    if (cause.Error == 0 || text.find(QvErrorText(cause.Error)) != std::string::npos)
+    // The message about a lock that another process holds says more than its errno.
+    if (cause.Error == 0 || cause.Error == EAGAIN ||
+        text.find(QvErrorText(cause.Error)) != std::string::npos)
         return text;
     if (!text.empty() && text.back() == '.')
         text.pop_back();

@@ -58,11 +58,21 @@ private:
     ThrowFailed(Quoted(id) + " cannot be read", error);
 }
 
-TQvResourceLabel StoredLabel(const std::string& id)
+/// What a parser says about the metadata; "" when it is well formed.
+std::string MetadataDamage(const TResourceManager& tree, const std::string& id)
+{
+    const auto metadata = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
+    return metadata ? TQvXIniStreamReader(metadata).ParseErrorText() : std::string();
+}
+
+TQvResourceLabel StoredLabel(const TResourceManager& tree, const std::string& id)
 {
     TQvResourceLabel label;
     const bool isRead = ReadResResourceLabel(id, &label);
     const int error = TResourceManager::LastFailure().Error;
+    if (!isRead && error == EBADMSG)
+        throw TFailure("the metadata of " + Quoted(id) +
+                       " is damaged: " + MetadataDamage(tree, id));
     if (!isRead && error != 0 && error != ENOENT)
         ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
     if (!isRead)
@@ -99,13 +109,6 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed(Quoted(id) + " cannot be read");
     throw TFailure(Quoted(id) + " is being changed all the time");
-}
-
-/// What a parser says about the metadata; "" when it is well formed.
-std::string MetadataDamage(const TResourceManager& tree, const std::string& id)
-{
-    const auto metadata = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
-    return metadata ? TQvXIniStreamReader(metadata).ParseErrorText() : std::string();
 }
 
 /// The label is good without it: storing only spares the next caller the checksum. But "check"
@@ -157,13 +160,14 @@ void Label(THost& host, const std::string& id, bool stored, bool weak)
     if (weak)
         PrintLabel(host, id, WeakLabel(id), false);
     else
-        PrintLabel(host, id, stored ? StoredLabel(id) : CurrentLabel(host, id), true);
+        PrintLabel(host, id, stored ? StoredLabel(host.Session.Tree(), id) : CurrentLabel(host, id),
+                   true);
 }
 
 void Check(THost& host, const std::string& id)
 {
     RequireResource(host.Session.Tree(), id);
-    const TQvResourceLabel label = StoredLabel(id);
+    const TQvResourceLabel label = StoredLabel(host.Session.Tree(), id);
     TWatchedStream stream(host, id);
     const bool same = StrongCheckResResourceLabel(label, id, &stream);
     if (!same && stream.getError() != 0)

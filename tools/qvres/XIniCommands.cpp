@@ -54,18 +54,21 @@ int FindKey(const TQvXIniReader& reader, const std::string& name)
 void Get(THost& host, const TXIniPlace& place)
 {
     RequireResource(host.Session.Tree(), place.Id);
-    const auto reader = GetResXIniReaderE(place.Id, &host.Progress);
-    if (reader->ParseError())
-        throw TFailure(Quoted(place.Id) + " is not well formed: " + reader->ParseErrorText());
+    const var_a<TQvStream*> stream = OpenForReading(host.Session.Tree(), place.Id);
+    TQvXIniStreamReader reader(stream, true, &host.Progress);
+    if (stream->getError() != 0)
+        ThrowFailed(Quoted(place.Id) + " cannot be read", -stream->getError());
+    if (reader.ParseError())
+        throw TFailure(Quoted(place.Id) + " is not well formed: " + reader.ParseErrorText());
     const auto [sections, key] = SplitPath(place.Path);
     for (const std::string& section : sections)
-        if (reader->EnterSectionS(section) == nullptr)
+        if (reader.EnterSectionS(section) == nullptr)
             throw TFailure(Quoted(place.Id) + " has no section " + Quoted(section) + " of " +
                            Quoted(place.Path));
-    const int position = FindKey(*reader, key);
+    const int position = FindKey(reader, key);
     if (position < 0)
         throw TFailure(Quoted(place.Id) + " has no value at " + Quoted(place.Path));
-    PrintValue(host, reader->Read(position, std::string()));
+    PrintValue(host, reader.Read(position, std::string()));
 }
 
 void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string& file)
@@ -105,6 +108,10 @@ void Set(THost& host, const TXIniPlace& place, const std::string& value)
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, place.Id);
     const std::string file = tree.GetResourceFile(place.Id, false);
+    // Opening finds out whether another opener holds the resource exclusively. It is closed again:
+    // a network file system takes the share lock and the one below for the same kind of lock.
+    if (file.empty() || !*tree.OpenResource(place.Id, kQvOpenWrite, kQvShareAll, 0))
+        ThrowFailed(Quoted(place.Id) + " cannot be written");
     const TQvFileLock lock(file, kLockTimeoutMs);
     CheckLock(lock, place.Id, file);
     const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {
