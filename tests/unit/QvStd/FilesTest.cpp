@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
@@ -23,7 +22,6 @@
 namespace
 {
 using TNames = std::vector<std::string>;
-constexpr std::size_t kMiB = 1024 * 1024;
 
 struct stat Status(const std::string& path)
 {
@@ -110,6 +108,14 @@ TEST_F(Files, RefusalsTellTheErrorAndChangeNothing)
     EXPECT_EQ(ReadFile(m_to), read);
 }
 
+TEST_F(Files, ACopyKeepsHoles)
+{
+    ASSERT_EQ(truncate(m_from.c_str(), off_t{1} << 30), 0);
+    EXPECT_TRUE(QvCopyFile(m_from, m_to, false));
+    EXPECT_EQ(Status(m_to).st_size, off_t{1} << 30);
+    EXPECT_LT(Status(m_to).st_blocks, 1000);
+}
+
 TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
 {
     TQvCopyFolders folders;
@@ -131,22 +137,6 @@ TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
     }
 }
 
-TEST_F(Files, ABreakLeavesTheOldTarget)
-{
-    TTestProgress progress;
-    progress.BreakAfter = 2;
-    m_temp.Write("from", Pattern(20 * kMiB));
-    EXPECT_EQ(Failure(QvCopyFileEx(m_from, m_to, false, &progress)), ECANCELED);
-    EXPECT_EQ(Names(), (TNames{"from", "to"})) << "no temporary file stays";
-    EXPECT_EQ(ReadFile(m_to), "old");
-    progress = TTestProgress();
-    progress.Start();
-    EXPECT_TRUE(QvCopyFileEx(m_from, m_to, false, &progress));
-    EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
-    EXPECT_GE(progress.Positions.size(), 3u);
-    EXPECT_EQ(progress.Positions.back(), 1.0);
-}
-
 TEST_F(Files, MoveReplacesOnlyWhenTold)
 {
     const std::string folder = m_temp / "folder";
@@ -165,20 +155,6 @@ TEST_F(Files, MoveReplacesOnlyWhenTold)
             EXPECT_EQ(TreeOf(m_temp.Path()), "empty/ free=new to=old");
         })) << isForbidden;
     }
-}
-
-TEST_F(Files, AnAtomicWriteFollowsLinksAndKeepsPermissions)
-{
-    m_temp.MakeFolder("folder");
-    Link("../to", "folder/link");
-    Link("folder/link", "chain");
-    Link("folder/fresh", "dangling");
-    ASSERT_EQ(chmod(m_to.c_str(), 0604), 0);
-    EXPECT_TRUE(QvWriteFileAtomically(m_temp / "chain", "new"));
-    EXPECT_EQ(Status(m_to).st_mode & 07777, 0604u);
-    EXPECT_TRUE(QvWriteFileAtomically(m_temp / "dangling", "fresh"));
-    EXPECT_EQ(TreeOf(m_temp.Path()), "chain>folder/link dangling>folder/fresh folder/fresh=fresh "
-                                     "folder/link>../to from=new to=new");
 }
 
 TEST_F(Files, RemovalIsNeverLedOutByLinks)
