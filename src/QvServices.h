@@ -10,9 +10,8 @@
 //     Deinit_QvServices();
 #pragma once
 
-#include "manager/QvServicesModule.h"
 #include "manager/ResourceManager.h"
-#include "profiles/CPUtils.h"
+#include "module/QvServicesModule.h"
 #include "profiles/ResourceProfile.h"
 #include "profiles/VarFolderLock.h"
 #include "resid/ResAttrib.h"
@@ -21,4 +20,5 @@
 #include "services/DoneMarkers.h"
 #include "services/ResourceLabels.h"
 #include "services/XIniAccess.h"
+#include "setup/CPUtils.h"
 #include "storage/ResStream.h"

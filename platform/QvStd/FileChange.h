@@ -8,6 +8,7 @@
 #include <string>
 
 #include "QvStd/Export.h"
+#include "QvStd/Path.h"
 #include "QvStd/Result.h"
 
 /// Makes the new content of the old one, which has no value where there is no file yet. Called
@@ -34,3 +35,8 @@ QVSTD_API bool QvIsStale(const std::string& path, int error);
 /// before anything is written, and read again, for up to 5 s. `path` is a raw system path. What
 /// `change` throws passes.
 QVSTD_API TQvFileChange QvChangeFile(const std::string& path, const TQvContentChange& change);
+
+/// As QvChangeFile; throws a TQvMessage that names the file when it could not be read or written.
+QVSTD_API void QvChangeFileE(const TQvPath& file, const TQvContentChange& change);
+/// Throws that message for a change that has failed.
+QVSTD_API void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done);

@@ -29,17 +29,13 @@
 #include "journal/JournalReader.h"
 #include "journal/StorageLocker.h"
 
-class TResStorage
+class TResStorage : public TStorageHome
 {
 public:
     using TLocker = var_a<TStorageLocker*>;
 
     TResStorage() = default;
-    explicit TResStorage(TStorageSettings settings) : Settings(std::move(settings)) {}
-
-    std::string Name;   ///< shown in messages
-    std::string Folder; ///< on disk; all users of a storage must spell it alike (see the locker)
-    TStorageSettings Settings;
+    explicit TResStorage(TStorageSettings settings) { Settings = std::move(settings); }
 
     TQvPath DirFile() const;
     TQvPath XIniFile() const;

@@ -3,11 +3,10 @@
 #include <stdexcept>
 
 #include "journal/JournalFormat.h"
-#include "journal/ResStorage.h"
 
 namespace
 {
-const std::string& OwnerOf(const TResStorage& storage)
+const std::string& OwnerOf(const TStorageHome& storage)
 {
     if (!storage.Settings.Owner)
         throw std::runtime_error("@QvConfigData is not initialized");
@@ -15,13 +14,13 @@ const std::string& OwnerOf(const TResStorage& storage)
 }
 } // namespace
 
-TStorageLocker::TStorageLocker(const TResStorage& storage, bool forWriting)
+TStorageLocker::TStorageLocker(const TStorageHome& storage, bool forWriting)
     : TQvLockFile(storage.Folder + kStorageLockSuffix, forWriting, OwnerOf(storage),
                   storage.Settings.LockTimeout)
 {
 }
 
-var_a<TStorageLocker*> TStorageLocker::VCreate(const TResStorage& storage, bool forWriting)
+var_a<TStorageLocker*> TStorageLocker::VCreate(const TStorageHome& storage, bool forWriting)
 {
     return make_var<TStorageLocker>(storage, forWriting);
 }

@@ -10,8 +10,6 @@
 #include "QvStd/LockFile.h"
 #include "QvStd/Var.h"
 
-class TResStorage;
-
 /// What the owner of a storage hands to it; the numbers are the defaults of the manager's settings.
 struct TStorageSettings
 {
@@ -21,6 +19,14 @@ struct TStorageSettings
     std::uint32_t ChangeCount2Merge = 256;
     /// The computer's name for the lock's note; without one no lock is taken.
     std::optional<std::string> Owner = {};
+};
+
+/// Which storage it is.
+struct TStorageHome
+{
+    std::string Name;   ///< shown in messages
+    std::string Folder; ///< on disk; all users of a storage must spell it alike (see the locker)
+    TStorageSettings Settings;
 };
 
 /// Held through a var_a, which every operation of a storage takes as its last argument, so that one
@@ -33,7 +39,7 @@ public:
     /// shared. operator bool is the outcome. Throws std::runtime_error
     /// "@QvConfigData is not initialized" when the settings name no owner: the name comes from the
     /// configuration, and a host that has none yet hands in none.
-    TStorageLocker(const TResStorage& storage, bool forWriting);
+    TStorageLocker(const TStorageHome& storage, bool forWriting);
 
-    static var_a<TStorageLocker*> VCreate(const TResStorage& storage, bool forWriting);
+    static var_a<TStorageLocker*> VCreate(const TStorageHome& storage, bool forWriting);
 };

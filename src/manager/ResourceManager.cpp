@@ -6,11 +6,9 @@
 #include "QvConfig/Config.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "QvStd/URLManager.h"
 #include "QvStd/XIniReader.h"
-#include "manager/Configuration.h"
+#include "module/Configuration.h"
 #include "resid/ResId.h"
-#include "url/URLResourceHandler.h"
 
 const std::uint32_t TResourceManager::SConfig::StDirLockTimeout_Default = 10000;
 const std::uint32_t TResourceManager::SConfig::StDirSyncMinInterval_Default = 1000;
@@ -44,7 +42,7 @@ bool TResourceManager::Init()
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
 
-    QvURLManager.RegisterSchemeHandler("qvres", make_var<TQvURLResourceHandler>());
+    RegisterURLScheme();
     return true;
 }
 

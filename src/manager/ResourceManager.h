@@ -304,6 +304,7 @@ public:
 
 private:
     void ReadSettings();
+    static void RegisterURLScheme();
     void LoadProfileNodes();
     void RefreshStaleMaps();
     void RemoveRootNode();

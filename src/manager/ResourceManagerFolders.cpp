@@ -7,8 +7,8 @@
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "manager/LastFailure.h"
-#include "manager/ModuleInitializer.h"
 #include "manager/ResourceManager.h"
+#include "module/ModuleInitializer.h"
 #include "resid/ResId.h"
 
 namespace

@@ -4,15 +4,13 @@
 #include <memory>
 
 #include "QvConfig/Config.h"
+#include "QvStd/FileChange.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
-#include "manager/Configuration.h"
 #include "manager/ResourceManager.h"
-#include "nodes/FileMountNode.h"
-#include "nodes/RootMountNode.h"
+#include "module/Configuration.h"
 #include "profiles/ProfileFile.h"
-#include "profiles/VarFolderLayout.h"
 #include "profiles/VarFolderLock.h"
 #include "resid/ResId.h"
 
@@ -180,23 +178,6 @@ bool TResourceManager::IsInsideMyComputer(const std::string& id) const
 unsigned TResourceManager::GetResourceType(const std::string& id) const
 {
     return NodeFor(id)->Type();
-}
-
-var_a<TResourceManager::TMountNode*>
-TResourceManager::LoadFileMountNode(const TQvResourceProfile::TNode& node) const
-{
-    return LoadFileMountNode(node.Name, node.Path);
-}
-
-var_a<TResourceManager::TMountNode*> TResourceManager::LoadFileMountNode(const std::string& id,
-                                                                         const TQvPath& path) const
-{
-    return make_var<TFileMountNode>(id, path);
-}
-
-var_a<TResourceManager::TMountNode*> TResourceManager::LoadRootMountNode() const
-{
-    return make_var<TRootMountNode>(m_mountNodes);
 }
 
 void TResourceManager::RemoveRootNode()

@@ -3,8 +3,8 @@
 
 #include "QvStd/Message.h"
 #include "manager/LastFailure.h"
-#include "manager/ModuleInitializer.h"
 #include "manager/ResourceManager.h"
+#include "module/ModuleInitializer.h"
 #include "resid/ResId.h"
 
 namespace

@@ -9,7 +9,7 @@
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
-#include "manager/ModuleInitializer.h"
+#include "module/ModuleInitializer.h"
 #include "nodes/FolderListing.h"
 #include "resid/ResId.h"
 #include "storage/ResFileStream.h"

@@ -4,7 +4,7 @@
 
 #include "QvStd/Message.h"
 #include "QvStd/RegExp.h"
-#include "manager/ModuleInitializer.h"
+#include "module/ModuleInitializer.h"
 #include "resid/ResId.h"
 
 namespace

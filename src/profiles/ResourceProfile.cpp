@@ -3,7 +3,7 @@
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
-#include "manager/ModuleInitializer.h"
+#include "module/ModuleInitializer.h"
 
 namespace
 {

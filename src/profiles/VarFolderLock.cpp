@@ -10,8 +10,7 @@
 #include "QvStd/FileLock.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "manager/ModuleInitializer.h"
-#include "profiles/VarFolderLayout.h"
+#include "module/ModuleInitializer.h"
 
 namespace
 {

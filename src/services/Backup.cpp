@@ -4,8 +4,8 @@
 
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
-#include "manager/ModuleInitializer.h"
 #include "manager/ResourceManager.h"
+#include "module/ModuleInitializer.h"
 #include "resid/ResId.h"
 
 namespace

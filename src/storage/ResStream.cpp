@@ -1,25 +1,10 @@
 #include "storage/ResStream.h"
 
-#include "storage/ResFileStream.h"
+TQvResStream::TQvResStream(const std::string& id) : TQvURLStream(ResourceURL(id)), m_id(id) {}
 
-namespace
-{
-TQvURL ResourceURL(const std::string& id)
+TQvURL TQvResStream::ResourceURL(const std::string& id)
 {
     return MakeQvURL("qvres", id);
 }
-} // namespace
-
-TQvResStream::TQvResStream(const std::string& id) : TQvURLStream(ResourceURL(id)), m_id(id) {}
 
 TQvResStream::~TQvResStream() = default;
-
-TResFileStream::TResFileStream(const std::string& id)
-    : TQvURLStream(ResourceURL(id)), TQvResStream(id)
-{
-}
-
-TResStorageStream::TResStorageStream(const std::string& id)
-    : TQvURLStream(ResourceURL(id)), TQvResStream(id)
-{
-}

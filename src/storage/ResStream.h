@@ -25,6 +25,10 @@ public:
 
     const std::string& ResId() const { return m_id; }
 
+protected:
+    /// For the most derived class, which initializes the virtual base.
+    static TQvURL ResourceURL(const std::string& id);
+
 private:
     std::string m_id;
 };

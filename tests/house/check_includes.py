@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Holds every #include of this project against the table of who may include whom.
 
-Usage: check_includes.py ROOT. Prints each include that is not allowed, and include cycles between headers; exit status 1 then.
+Usage: check_includes.py ROOT. Prints each include that is not allowed, and cycles between files (a header and its source count as one); exit status 1 then.
 """
 import graphlib
 import pathlib
@@ -9,54 +9,76 @@ import re
 import sys
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+[<"]([^>"]+)[>"]', re.M)
-RESID = ["QvServicesExport.h", "resid/"]
 PLATFORM = ["QvStd/", "QvConfig/"]
-STRING_TABLE = ["manager/ModuleInitializer.h"]
+BASE = PLATFORM + ["QvServicesExport.h", "resid/"]
+STRING_TABLE = ["module/ModuleInitializer.h"]
 MANAGER = ["manager/ResourceManager.h"]
+FACTORIES = ["nodes/", "url/"]
+INTERFACE = ["QvServices/QvServices.h"] + PLATFORM
 
-# (files, prefixes that their headers may include, prefixes that their sources may include besides); the first row that matches
-# a file counts.
+# (folder, prefixes that its headers may include, prefixes that its sources may include besides, prefixes of these that only
+# one file of the folder may include); the first row that matches a file counts.
 RULES = [
-    (r"platform/QvStd/", ["QvStd/"], []),
-    (r"platform/QvConfig/", ["QvStd/", "QvConfig/"], []),
-    (r"src/resid/", PLATFORM + RESID, []),
-    (r"src/profiles/ResourceProfile", PLATFORM + RESID + ["profiles/ResourceProfile.h"], STRING_TABLE),
-    (r"src/profiles/", PLATFORM + RESID + ["profiles/"], STRING_TABLE),
-    (r"src/storage/", PLATFORM + RESID + ["storage/"], []),
-    (r"src/journal/", PLATFORM + RESID + ["journal/"], []),
-    (r"src/manager/ResourceManager\.", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/", "url/"]),
-    (r"src/manager/", PLATFORM + RESID + ["manager/", "profiles/ResourceProfile.h"], ["nodes/", "profiles/"]),
-    (r"src/nodes/", PLATFORM + RESID + MANAGER + ["nodes/"], ["storage/ResFileStream.h"] + STRING_TABLE),
-    (r"src/(url|services)/", PLATFORM + RESID + ["url/", "services/"], MANAGER + STRING_TABLE),
-    (r"src/QvServices(Export)?\.h", [""], []),
-    (r"tools/qvres/JournalCommand", ["QvServices/QvServices.h", "QvStd/", "QvConfig/", "journal/"], []),
-    (r"tools/", ["QvServices/QvServices.h", "QvStd/", "QvConfig/"], []),
-    (r"bench/", ["QvServices/QvServices.h", "QvStd/", "QvConfig/", "journal/"], []),
+    ("platform/QvStd/", ["QvStd/"], [], []),
+    ("platform/QvConfig/", PLATFORM, [], []),
+    ("src/resid/", BASE, [], []),
+    ("src/storage/", BASE + ["storage/"], [], []),
+    ("src/journal/", BASE + ["journal/"], [], []),
+    ("src/module/", PLATFORM + ["QvServicesExport.h", "module/"], [], []),
+    ("src/profiles/", BASE + ["profiles/"], STRING_TABLE, []),
+    ("src/setup/", BASE + ["profiles/", "setup/"], STRING_TABLE, []),
+    ("src/manager/", BASE + ["profiles/", "manager/"], ["module/"] + FACTORIES, FACTORIES),
+    ("src/nodes/", BASE + MANAGER + ["nodes/"], ["storage/"] + STRING_TABLE, []),
+    ("src/url/", BASE + ["url/"], MANAGER + STRING_TABLE, []),
+    ("src/services/", BASE + ["services/"], MANAGER + STRING_TABLE, []),
+    ("src/", [""], [], []),  # the umbrella header
+    ("tools/qvres/journal/", INTERFACE + ["journal/"], [], []),
+    ("tools/", INTERFACE, [], []),
+    ("bench/", INTERFACE + ["journal/"], [], []),
+    ("examples/", INTERFACE, [], []),
 ]
 
 
-def main(root):
-    wrong = []
-    edges = {}
-    for path in sorted(p for top in ("platform", "src", "tools", "bench") for p in (root / top).rglob("*")):
-        if path.suffix not in (".h", ".cpp"):
-            continue
-        relative = path.relative_to(root).as_posix()
-        rule = next((r for r in RULES if re.match(r[0], relative)), None)
-        if rule is None:
-            wrong.append(f"{relative}: no rule says what it may include")
-            continue
-        allowed = rule[1] + (rule[2] if path.suffix == ".cpp" else [])
-        for name in INCLUDE.findall(path.read_text()):
-            targets = [root / top / name for top in ("platform", "src") if (root / top / name).is_file()]
-            if (targets or name.startswith("QvServices/")) and not name.startswith(tuple(allowed)):
-                wrong.append(f"{relative} may not include {name}")
-            if path.suffix == ".h":
-                edges.setdefault(path, []).extend(targets)
+def forbidden(root, path, rule, users):
+    """The project's includes in the file that the rule does not allow, and the headers it includes."""
+    relative = path.relative_to(root).as_posix()
+    _, header_may, source_may, one_file = rule
+    allowed = tuple(header_may + (source_may if path.suffix == ".cpp" else []))
+    wrong, targets = [], []
+    for name in INCLUDE.findall(path.read_text()):
+        found = [root / top / name for top in ("platform", "src") if (root / top / name).is_file()]
+        targets += found + [path.parent / name] * (path.parent / name).is_file()
+        if (found or name.startswith("QvServices/")) and not name.startswith(allowed):
+            wrong.append(f"{relative} may not include {name}")
+        if name.startswith(tuple(one_file)):
+            users.setdefault(rule[0], set()).add(relative)
+    return wrong, targets
+
+
+def cycle(edges):
+    """A circle of files, each a header with its source, that need each other; empty when there is none."""
     try:
         graphlib.TopologicalSorter(edges).prepare()
     except graphlib.CycleError as error:
-        wrong.append("cycle: " + " -> ".join(header.name for header in error.args[1]))
+        return error.args[1]
+    return []
+
+
+def main(root):
+    wrong, edges, users = [], {}, {}
+    files = [p for top in ("platform", "src", "tools", "bench", "examples") for p in (root / top).rglob("*")]
+    for path in sorted(p for p in files if p.suffix in (".h", ".cpp")):
+        relative = path.relative_to(root).as_posix()
+        rule = next((r for r in RULES if relative.startswith(r[0])), None)
+        if rule is None:
+            wrong.append(f"{relative}: no rule says what it may include")
+            continue
+        faults, targets = forbidden(root, path, rule, users)
+        wrong += faults
+        edges.setdefault(path.stem, set()).update(t.stem for t in targets if t.stem != path.stem)
+    wrong += [f"only one file of {folder} may: {', '.join(sorted(names))}" for folder, names in users.items() if len(names) > 1]
+    if circle := cycle(edges):
+        wrong.append("cycle: " + " -> ".join(circle))
     print("\n".join(wrong) if wrong else "all includes are allowed")
     return 1 if wrong else 0
 

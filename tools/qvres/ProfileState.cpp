@@ -5,7 +5,6 @@
 #include <QvStd/Files.h>
 #include <QvStd/Message.h>
 #include <QvStd/Strings.h>
-#include <QvStd/XIniReader.h>
 
 #include "Checks.h"
 #include "Failure.h"
@@ -99,18 +98,4 @@ void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
     else if (node->second.Path.excludeSlash() != folder)
         throw TFailure(Quoted(node->second.Name) + " is already a mount point of the profile " +
                        Quoted(profile.Name));
-}
-
-std::string RepositoryProblem(const TQvPath& repository)
-{
-    try {
-        GetXIniReader(repository / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
-        return {};
-    } catch (const TQvMessage& message) {
-        std::string reason = message.what();
-        if (reason.back() == '.')
-            reason.pop_back();
-        return "the repository " + Quoted(repository.excludeSlash().toSysStr()) +
-               " publishes no profiles: " + reason;
-    }
 }

@@ -43,6 +43,3 @@ std::string MountPointOf(const TQvPath& folder);
 /// another one is.
 void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
                const TQvPath& folder);
-
-/// Why the folder cannot serve as a repository; "" when it can.
-std::string RepositoryProblem(const TQvPath& repository);

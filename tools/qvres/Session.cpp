@@ -7,10 +7,10 @@
 #include <QvStd/Files.h>
 #include <QvStd/Message.h>
 #include <QvStd/Path.h>
+#include <QvStd/XIniReader.h>
 
 #include "Checks.h"
 #include "Failure.h"
-#include "ProfileState.h"
 
 namespace
 {
@@ -171,5 +171,19 @@ void TSession::Mount(const std::string& id, const std::string& folder, bool pers
         ResourceManager.MountFileNodeE(id, fullPath, persistent);
     } catch (const TQvMessage& message) {
         throw TFailure(WithMissingCause(message));
+    }
+}
+
+std::string RepositoryProblem(const TQvPath& repository)
+{
+    try {
+        GetXIniReader(repository / "Profiles/profiles.x-ini")->EnterSectionSE("profiles");
+        return {};
+    } catch (const TQvMessage& message) {
+        std::string reason = message.what();
+        if (reason.back() == '.')
+            reason.pop_back();
+        return "the repository " + Quoted(repository.excludeSlash().toSysStr()) +
+               " publishes no profiles: " + reason;
     }
 }

@@ -54,3 +54,6 @@ private:
     bool m_started = false;
     bool m_hasProfile = false;
 };
+
+/// Why the folder cannot serve as a repository; "" when it can.
+std::string RepositoryProblem(const TQvPath& repository);

@@ -1,6 +1,6 @@
 #include "ManagerFixtures.h"
 #include "QvStd/URLManager.h"
-#include "manager/ModuleInitializer.h"
+#include "module/ModuleInitializer.h"
 #include "support/Thrown.h"
 
 namespace

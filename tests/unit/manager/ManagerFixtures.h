@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include "manager/QvServicesModule.h"
 #include "manager/ResourceManager.h"
+#include "module/QvServicesModule.h"
 #include "support/FolderTree.h"
 #include "support/VarFolder.h"
 

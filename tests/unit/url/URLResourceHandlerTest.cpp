@@ -1,5 +1,5 @@
 #include "url/URLResourceHandler.h"
-#include "manager/QvServicesModule.h"
+#include "module/QvServicesModule.h"
 #include "support/FolderTree.h"
 #include "support/MountedFolder.h"
 #include "support/Thrown.h"

@@ -9,7 +9,7 @@
 #include "QvStd/FileStream.h"
 #include "QvStd/Message.h"
 #include "QvStd/Result.h"
-#include "QvStd/XIniFormat.h"
+#include "QvStd/xini/XIniFormat.h"
 
 using TKind = TQvXIniEntry::Kind;
 

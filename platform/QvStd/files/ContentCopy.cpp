@@ -1,4 +1,4 @@
-#include "QvStd/ContentCopy.h"
+#include "QvStd/files/ContentCopy.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -7,8 +7,6 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "QvStd/Files.h"
-
 namespace
 {
 constexpr std::size_t kMaxComponent = 255;
@@ -71,13 +69,6 @@ std::size_t ExtensionStart(const std::string& component)
     const std::size_t dot = component.rfind('.');
     const bool hasNone = dot == std::string::npos || dot == 0 || component == "..";
     return hasNone ? component.size() : dot;
-}
-
-TQvFileInfo LookAt(const std::string& path)
-{
-    TQvFileInfo info;
-    QvGetFileInfo(path, &info);
-    return info;
 }
 } // namespace
 
@@ -156,48 +147,6 @@ TQvPath TQvPath::operator/(std::string_view right) const
 std::string TQvPath::fileName() const
 {
     return m_text.substr(m_text.rfind('/') + 1);
-}
-
-bool TQvPath::exists() const
-{
-    return QvFileDirExists(m_text, nullptr);
-}
-
-bool TQvPath::isFolder() const
-{
-    return QvDirExists(m_text);
-}
-
-bool TQvPath::isFile() const
-{
-    return QvFileExists(m_text);
-}
-
-std::uint64_t TQvPath::fileSize() const
-{
-    return QvGetFileSize(m_text);
-}
-
-TQvDateTime TQvPath::updateTime() const
-{
-    return LookAt(m_text).UpdateTime;
-}
-
-TQvDateTime TQvPath::creationTime() const
-{
-    return LookAt(m_text).CreationTime;
-}
-
-bool TQvPath::makePath(bool withParents) const
-{
-    if (withParents)
-        return QvForceDirectories(m_text);
-    return QvCreateDirectory(m_text) || (errno == EEXIST && QvDirExists(m_text));
-}
-
-bool TQvPath::rmFile() const
-{
-    return QvDeleteFile(m_text) || errno == ENOENT;
 }
 
 TQvPath TQvPath::homeDir()

@@ -1,16 +1,17 @@
 #include <algorithm>
 #include <unordered_set>
 
+#include "QvStd/FileChange.h"
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniWriter.h"
-#include "manager/ModuleInitializer.h"
-#include "profiles/CPUtils.h"
-#include "profiles/VarFolderLayout.h"
+#include "module/ModuleInitializer.h"
 #include "profiles/VarFolderLock.h"
+#include "setup/CPUtils.h"
+#include "setup/VarFolderLayout.h"
 
 namespace
 {

@@ -14,11 +14,11 @@
 #include <utility>
 #include <vector>
 
-#include "QvStd/ContentCopy.h"
 #include "QvStd/Descriptor.h"
-#include "QvStd/FileNames.h"
 #include "QvStd/Files.h"
 #include "QvStd/Strings.h"
+#include "QvStd/files/ContentCopy.h"
+#include "QvStd/files/FileNames.h"
 
 namespace
 {

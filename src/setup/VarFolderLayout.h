@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include "QvStd/FileChange.h"
 #include "QvStd/Path.h"
 #include "QvStd/Var.h"
 #include "QvStd/XIniTree.h"
@@ -32,11 +31,6 @@ TQvPath QvVarFolderSettingE(bool wantCommon = true, bool* isCommon = nullptr);
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file);
 /// The same of its content.
 var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std::string>& content);
-
-/// As QvChangeFile, under the lock of the VAR folder; throws a TQvMessage that names the file.
-void QvChangeFileE(const TQvPath& file, const TQvContentChange& change);
-/// Throws that message for a change that has failed.
-void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done);
 
 /// The name of the current profile in a policy file; "" when there is none.
 std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "QvStd/FreshFile.h"
+#include "QvStd/Message.h"
 #include "QvStd/NewFile.h"
 
 namespace
@@ -100,4 +101,19 @@ TQvFileChange QvChangeFile(const std::string& path, const TQvContentChange& chan
             return done;
         std::this_thread::sleep_for(kPause);
     }
+}
+
+void QvChangeFileE(const TQvPath& file, const TQvContentChange& change)
+{
+    QvRequireChangedE(file, QvChangeFile(file.toSysStr(), change));
+}
+
+void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done)
+{
+    if (!done.Reading)
+        throw QvMsg_helper("Err_ReadFile_name")
+            << file.toSysStr() << QvErrorText(done.Reading.Error());
+    if (!done.Writing)
+        throw QvMsg_helper("Err_XIniWrite_name")
+            << file.toSysStr() << QvErrorText(done.Writing.Error()) + ".";
 }

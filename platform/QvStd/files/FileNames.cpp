@@ -1,4 +1,4 @@
-#include "QvStd/FileNames.h"
+#include "QvStd/files/FileNames.h"
 
 #include <cerrno>
 #include <climits>

@@ -2,6 +2,7 @@
 #include <system_error>
 
 #include "QvConfig/Config.h"
+#include "QvStd/FileChange.h"
 #include "QvStd/FileStream.h"
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
@@ -9,10 +10,10 @@
 #include "QvStd/Registry.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniWriter.h"
-#include "manager/ModuleInitializer.h"
-#include "profiles/CPUtils.h"
-#include "profiles/VarFolderLayout.h"
+#include "module/ModuleInitializer.h"
 #include "profiles/VarFolderLock.h"
+#include "setup/CPUtils.h"
+#include "setup/VarFolderLayout.h"
 
 namespace
 {

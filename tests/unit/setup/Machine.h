@@ -5,7 +5,7 @@
 
 #include "QvConfig/Config.h"
 #include "QvStd/Registry.h"
-#include "profiles/CPUtils.h"
+#include "setup/CPUtils.h"
 #include "support/EnvironmentVariable.h"
 #include "support/FolderTree.h"
 #include "support/LogCapture.h"

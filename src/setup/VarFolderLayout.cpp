@@ -1,4 +1,4 @@
-#include "profiles/VarFolderLayout.h"
+#include "setup/VarFolderLayout.h"
 
 #include <cerrno>
 #include <stdexcept>
@@ -8,7 +8,7 @@
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniReader.h"
-#include "manager/ModuleInitializer.h"
+#include "module/ModuleInitializer.h"
 
 TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
 {
@@ -35,21 +35,6 @@ var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std:
     if (!tree)
         throw QvMsg_helper("Err_XIniParse_name") << file.toSysStr() << error;
     return tree;
-}
-
-void QvChangeFileE(const TQvPath& file, const TQvContentChange& change)
-{
-    QvRequireChangedE(file, QvChangeFile(file.toSysStr(), change));
-}
-
-void QvRequireChangedE(const TQvPath& file, const TQvFileChange& done)
-{
-    if (!done.Reading)
-        throw QvMsg_helper("Err_ReadFile_name")
-            << file.toSysStr() << QvErrorText(done.Reading.Error());
-    if (!done.Writing)
-        throw QvMsg_helper("Err_XIniWrite_name")
-            << file.toSysStr() << QvErrorText(done.Writing.Error()) + ".";
 }
 
 std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy)

@@ -10,12 +10,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "QvStd/ContentCopy.h"
 #include "QvStd/Descriptor.h"
-#include "QvStd/FileNames.h"
 #include "QvStd/Message.h"
 #include "QvStd/NewFile.h"
 #include "QvStd/Strings.h"
+#include "QvStd/files/ContentCopy.h"
+#include "QvStd/files/FileNames.h"
 
 namespace
 {

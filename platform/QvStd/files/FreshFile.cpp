@@ -9,8 +9,8 @@
 #include <linux/magic.h>
 #include <sys/vfs.h>
 
-#include "FileNames.h"
 #include "QvStd/Files.h"
+#include "QvStd/files/FileNames.h"
 
 namespace
 {

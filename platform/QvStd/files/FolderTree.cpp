@@ -10,9 +10,9 @@
 #include <unistd.h>
 
 #include "QvStd/Descriptor.h"
-#include "QvStd/FileNames.h"
 #include "QvStd/FolderReader.h"
 #include "QvStd/Message.h"
+#include "QvStd/files/FileNames.h"
 
 namespace
 {

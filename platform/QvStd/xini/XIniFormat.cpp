@@ -1,4 +1,4 @@
-#include "QvStd/XIniFormat.h"
+#include "QvStd/xini/XIniFormat.h"
 
 #include <algorithm>
 #include <cstdlib>

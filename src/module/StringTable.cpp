@@ -1,6 +1,6 @@
 // The English texts of this module. %1% to %9% are places for arguments; texts that are used as
 // formats have one %s.
-#include "manager/StringTable.h"
+#include "module/StringTable.h"
 
 #include "QvStd/StringTable.h"
 

@@ -6,7 +6,7 @@
 
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
-#include "QvStd/XIniFormat.h"
+#include "QvStd/xini/XIniFormat.h"
 
 namespace
 {

@@ -2,8 +2,8 @@
 #include "QvStd/Message.h"
 #include "QvStd/Registry.h"
 #include "QvStd/XIniReader.h"
-#include "profiles/CPUtils.h"
-#include "profiles/VarFolderLayout.h"
+#include "setup/CPUtils.h"
+#include "setup/VarFolderLayout.h"
 
 namespace
 {

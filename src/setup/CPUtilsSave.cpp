@@ -3,17 +3,18 @@
 #include <iterator>
 #include <memory>
 
+#include "QvStd/FileChange.h"
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniWriter.h"
-#include "manager/ModuleInitializer.h"
-#include "profiles/CPUtils.h"
+#include "module/ModuleInitializer.h"
 #include "profiles/ProfileFile.h"
-#include "profiles/VarFolderLayout.h"
 #include "profiles/VarFolderLock.h"
+#include "setup/CPUtils.h"
+#include "setup/VarFolderLayout.h"
 
 namespace
 {

@@ -1,11 +1,11 @@
-#include "manager/ModuleInitializer.h"
+#include "module/ModuleInitializer.h"
 
 #include <dlfcn.h>
 
 #include "QvConfig/Config.h"
 #include "QvStd/StringTable.h"
-#include "manager/QvServicesModule.h"
-#include "manager/StringTable.h"
+#include "module/QvServicesModule.h"
+#include "module/StringTable.h"
 
 QvModule_Initializer::QvModule_Initializer()
 {

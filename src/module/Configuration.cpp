@@ -1,4 +1,4 @@
-#include "manager/Configuration.h"
+#include "module/Configuration.h"
 
 #include <stdexcept>
 
