@@ -74,8 +74,8 @@ QVSTD_API TQvResult QvCreateDirectory(const std::string& path);
 /// its owner can always work in it. Done, too, when it is there already.
 QVSTD_API TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model);
 /// The folder with all missing parents; true when it is there afterwards. Safe against others that
-/// create the same folders meanwhile.
-QVSTD_API TQvResult QvForceDirectories(const std::string& path);
+/// create the same folders meanwhile. With `synced` what was made is on the disk.
+QVSTD_API TQvResult QvForceDirectories(const std::string& path, bool synced = false);
 /// A file or a link; never a folder.
 QVSTD_API TQvResult QvDeleteFile(const std::string& path);
 /// An empty folder; on a symbolic link to a folder removes the link. A trailing "/" does not
@@ -131,6 +131,12 @@ QVSTD_API TQvResult QvMoveFileEx(const std::string& from, const std::string& to,
 QVSTD_API std::vector<std::string> QvFindFiles(const std::string& folder, const std::string& mask,
                                                bool withFolders, bool recursive,
                                                TQvProgressHandler* progress = nullptr);
+
+/// The same without an exception: a failure names the folder that could not be read, and `found`
+/// holds what was found before.
+QVSTD_API TQvResult QvSearchFiles(const std::string& folder, const std::string& mask,
+                                  bool withFolders, bool recursive, std::vector<std::string>* found,
+                                  TQvProgressHandler* progress = nullptr);
 
 /// Replaces a file's content and brings it to the disk, through a TQvNewFile: the file holds the
 /// old or the new content, whatever happens. Owner (where allowed) and permission bits of an

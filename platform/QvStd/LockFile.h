@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include "QvStd/Export.h"
+#include "QvStd/Result.h"
 #include "QvStd/Var.h"
 
 /// A shared or exclusive open-file-description lock. The lock of a killed holder is gone with it.
@@ -47,9 +48,9 @@ public:
     /// Whether the lock is held.
     explicit operator bool() const { return m_held; }
     bool IsExclusive() const { return m_held && m_exclusive; }
-    /// Whether the lock is held and its file is still the one at the path, as the file system's
-    /// server sees it. False as well when that cannot be found out.
-    bool IsAtPath() const;
+    /// Done while the lock is held and its file is the one at the path, as the file system's server
+    /// sees it. Failed with ESTALE when it is not, else with why that cannot be found out.
+    TQvResult IsAtPath() const;
 
     /// Changes the kind of the lock, waiting up to the time-out of construction. A shared hold
     /// becomes an exclusive one without ever being let go, so that no writer slips in between; a

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,7 +10,6 @@
 #include <unistd.h>
 
 #include "QvStd/Files.h"
-#include "QvStd/Message.h"
 #include "journal/JournalFormat.h"
 
 namespace
@@ -122,12 +122,12 @@ TQvResult TJournalFile::ExplainMissing() const
 {
     if (QvIsSymLink(m_path))
         return Answer(ENOENT);
-    try {
-        const auto listed = QvFindFiles(QvFolderPart(m_path), kJournalFileName, false, false);
-        return listed.empty() ? TQvResult::Nothing(m_path) : Answer(EBUSY);
-    } catch (const TQvMessage&) {
-        return Answer(EACCES);
-    }
+    std::vector<std::string> listed;
+    const TQvResult searched =
+        QvSearchFiles(QvFolderPart(m_path), kJournalFileName, false, false, &listed);
+    if (!searched)
+        return Answer(searched.Error());
+    return listed.empty() ? TQvResult::Nothing(m_path) : Answer(EBUSY);
 }
 
 std::size_t TJournalFile::Read(char* buffer, std::size_t count)
@@ -280,6 +280,7 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
     int error = keepsOld && m_replaces ? KeepOld() : 0;
     if (error == 0)
         error = Rename();
+    m_hasReplaced = error == 0;
     if (error != 0)
         unlink(m_temporary.c_str());
     if (error == 0 && !QvSyncFolderOf(m_target, m_old))
@@ -287,14 +288,15 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
     return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
 }
 
-/// By another name of the same file, which needs no room; else by a copy.
+/// By another name of the same file, which needs no room; else by a copy, which is synced.
 int TJournalRewrite::KeepOld() const
 {
     const std::string kept = m_path + kDamagedJournalSuffix;
     if (unlink(kept.c_str()) != 0 && errno != ENOENT)
         return errno;
-    return link(m_target.c_str(), kept.c_str()) == 0 || QvCopyFile(m_target, kept, true) ? 0
-                                                                                         : errno;
+    return link(m_target.c_str(), kept.c_str()) == 0 || QvCopyFileToMove(m_target, kept, nullptr)
+               ? 0
+               : errno;
 }
 
 int TJournalRewrite::Rename() const

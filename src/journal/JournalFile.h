@@ -90,6 +90,9 @@ public:
     /// Gives the content its name and brings the name to the disk. With `keepsOld` the old journal
     /// is kept with ".damaged" behind its name. A failure before the rename leaves the old journal.
     TQvResult Publish(bool keepsOld);
+    /// Whether Publish came as far as the rename: when it failed then, a power cut may bring the
+    /// old journal back.
+    bool HasReplaced() const { return m_hasReplaced; }
 
 private:
     int Rename() const;
@@ -99,6 +102,7 @@ private:
     std::string m_target;    ///< behind all links
     std::string m_temporary; ///< beside the target
     bool m_replaces = false;
+    bool m_hasReplaced = false;
     int m_old = -1; ///< a descriptor of the file that is replaced
     std::uint64_t m_size = 0;
     std::uint64_t m_started = 0; ///< bytes on their way to the disk

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -169,7 +169,7 @@ bool TResStorage::LoadDir(const TLocker& given)
     TJournalFile read;
     if (LoadOrRepair(locker, &read, true) != TLoaded::Failed)
         return true;
-    if (given || (locker->getError() != -EDEADLK && locker->getError() != -ESTALE))
+    if (given || (m_failure.Error() != EDEADLK && m_failure.Error() != ESTALE))
         return false;
     // When two processes find the journal broken at once, one of them is refused the exclusive
     // lock and blocks the other one: it releases its lock and loads what the other has rebuilt.
@@ -196,7 +196,7 @@ bool TResStorage::Load(const TLocker& locker, TJournalFile* read, bool shortens)
     if (m_reading.State != TJournalState::Whole)
         return false;
     if (shortens && m_reading.Checkpoints > Settings.ChangeCount2Merge)
-        Shorten(locker, *read);
+        return Shorten(locker, *read);
     return true;
 }
 
@@ -206,26 +206,25 @@ TResStorage::TLoaded TResStorage::LoadOrRepair(const TLocker& locker, TJournalFi
     if (Load(locker, read, shortens))
         return TLoaded::AsItIs;
     const TJournalReading broken = m_reading;
-    if (broken.State == TJournalState::Unreadable)
-        return TLoaded::Failed;
+    if (broken.State == TJournalState::Unreadable || broken.State == TJournalState::Whole)
+        return TLoaded::Failed; // nothing is broken
     const bool repaired = Repair(locker, *read);
     const bool loaded = Load(locker, read, shortens);
     m_reading = broken;
-    if (!loaded)
-        return TLoaded::Failed;
-    return repaired ? TLoaded::Rewritten : TLoaded::AsItIs;
+    return repaired && loaded ? TLoaded::Rewritten : TLoaded::Failed;
 }
 
 /// Rewrites what was just read: the upgrade never releases the lock, so no writer can get in
 /// between. It does not wait for others that share the lock, since the next load can do the same.
-/// There is no result, because the map is loaded either way.
-void TResStorage::Shorten(const TLocker& locker, const TJournalFile& read)
+/// False only when the new journal may not survive a power cut, with what is appended to it next.
+bool TResStorage::Shorten(const TLocker& locker, const TJournalFile& read)
 {
     if (!locker->Relock(true, false))
         Log(TMessages::SaveDir.NotLocked, kLevelWrite);
-    else
-        Save(locker, &read, false);
+    else if (!Save(locker, &read, false) && m_hasReplaced)
+        return false;
     m_failure = {};
+    return true;
 }
 
 TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
@@ -291,47 +290,55 @@ bool TResStorage::ListContent()
 {
     const std::string content =
         QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
-    int error = QvCreateDirectory(content) ? 0 : errno;
-    if (QvDirExists(content))
-        error = 0;
-    else if (error == EEXIST) // a link to a volume that is not there is no empty folder
-        error = access(content.c_str(), F_OK) == 0 ? ENOTDIR : errno;
     m_dir.clear();
-    try {
-        if (error != 0)
-            throw QvMsg_helper("Err_ReadFolder_name") << content << std::strerror(error);
-        errno = 0;
-        for (const std::string& path : QvFindFiles(content, "*.*", true, true))
-            ListFound(path, content.size());
+    m_failure = TakeContent(content);
+    if (m_failure)
         return true;
-    } catch (const TQvMessage& unreadable) {
-        if (error == 0)
-            error = errno != 0 ? errno : EIO;
-        m_failure = TQvResult::Failed(error, content);
-        // Half a listing must not become the journal.
-        QvLogWriteInfo(unreadable, kLevelWrite, 0);
-        m_dir.clear();
-        return false;
-    }
+    QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
+                       << m_failure.Name() << QvErrorText(m_failure.Error()),
+                   kLevelWrite, 0);
+    m_dir.clear(); // half a listing must not become the journal
+    return false;
 }
 
-void TResStorage::ListFound(const std::string& path, std::size_t contentLength)
+TQvResult TResStorage::TakeContent(const std::string& content)
+{
+    const TQvResult made = QvCreateDirectory(content);
+    bool isFolder = false;
+    const TQvResult there = QvFileDirExists(content, &isFolder);
+    if (there.HasFailed() || (there && !isFolder))
+        return TQvResult::Failed(there ? ENOTDIR : there.Error(), content);
+    if (!there) // a link to a volume that is not there is no empty folder
+        return TQvResult::Failed(made.Error() == EEXIST ? ENOENT : made.Error(), content);
+    std::vector<std::string> found;
+    TQvResult result = QvSearchFiles(content, "*", true, true, &found);
+    for (std::size_t i = 0; result && i < found.size(); ++i)
+        result = TakeFound(found[i], content.size());
+    return result;
+}
+
+TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLength)
 {
     std::string id = path.substr(contentLength);
     if (HasMetaExtension(id))
-        return;
+        return TQvResult::Done();
     // Backslashes part the folders of a storage's names. Where paths have none, the name is the
     // whole relative part with its leading "/": readers of rebuilt journals know it so.
     std::string name = id.substr(id.rfind('\\') + 1);
     if (!IsStorable(id)) {
         QvLogWriteWarning(TQvMessage(TMessages::RecreateDir.Refused) << Name << id, kLevelWarning,
                           0);
-        return;
+        return TQvResult::Done();
     }
-    if (QvDirExists(path))
+    bool isFolder = false;
+    const TQvResult there = QvFileDirExists(path, &isFolder);
+    if (there.HasFailed() && !QvIsSymLink(path)) // a link may lead nowhere, and is recorded
+        return there.Named(path);
+    if (isFolder)
         id += '/';
     std::replace(id.begin(), id.end(), '\\', '/');
     m_dir[QvNormalizeResId(id)] = std::move(name);
+    return TQvResult::Done();
 }
 
 bool TResStorage::SaveDir(const TLocker& given)
@@ -344,6 +351,7 @@ bool TResStorage::SaveDir(const TLocker& given)
 /// With `read` only that file is replaced, and only as it was read.
 bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool keepsOld)
 {
+    m_hasReplaced = false;
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);
     // Others may have appended under a lock of another path: replacing the journal would lose that.
@@ -356,11 +364,13 @@ bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool kee
         result = WriteDir(&rewrite);
     if (result)
         result = rewrite.Sync();
-    if (result && (!isAsRead || !locker->IsAtPath()))
-        return Fail(TMessages::SaveDir.NotLocked, kLevelWrite,
-                    TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
+    const TQvResult held =
+        isAsRead ? locker->IsAtPath() : TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix);
+    if (result && !held)
+        return Fail(TMessages::SaveDir.NotLocked, kLevelWrite, held);
     if (result)
         result = rewrite.Publish(keepsOld);
+    m_hasReplaced = rewrite.HasReplaced();
     if (!result)
         return Fail(TMessages::SaveDir.NotOpened, kLevelWrite, result.Named(DirFile().toSysStr()));
     TJournalFile written;

@@ -56,7 +56,8 @@ public:
     bool LoadDir(const TLocker& given = {});
     /// One load. False when the journal is missing, does not open or is not whole; Dir() then holds
     /// what was read until the fault. A journal of more than ChangeCount2Merge blocks is rewritten,
-    /// unless others share the lock just then.
+    /// unless others share the lock just then. A rewrite that failed leaves the load done, except
+    /// when only the folder could not be synced.
     bool DoLoadDir(const TLocker& given = {});
     /// Makes the map anew from what lies in the content folder (which is created when missing) and
     /// writes it. A content folder that cannot be read whole fails and leaves the journal alone.
@@ -100,10 +101,11 @@ private:
     bool Load(const TLocker& locker, TJournalFile* read, bool shortens);
     TLoaded LoadOrRepair(const TLocker& locker, TJournalFile* read, bool shortens);
     TJournalReading ReadDirFile(TJournalFile* read);
-    void Shorten(const TLocker& locker, const TJournalFile& read);
+    bool Shorten(const TLocker& locker, const TJournalFile& read);
     bool Repair(const TLocker& locker, const TJournalFile& read);
     bool ListContent();
-    void ListFound(const std::string& path, std::size_t contentLength);
+    TQvResult TakeContent(const std::string& content);
+    TQvResult TakeFound(const std::string& path, std::size_t contentLength);
     bool Save(const TLocker& locker, const TJournalFile* read, bool keepsOld);
     TQvResult WriteDir(TJournalRewrite* rewrite) const;
     bool Append(const std::string& id, std::string line, const TLocker& given,
@@ -116,7 +118,8 @@ private:
     TQvResult m_failure;
     std::uint64_t m_dirSize = 0;
     std::uint32_t m_dirTime = 0;
-    bool m_isStale = false; ///< others have changed what m_dirSize and m_dirTime do not show
+    bool m_hasReplaced = false; ///< whether the last rewrite came as far as the rename
+    bool m_isStale = false;     ///< others have changed what m_dirSize and m_dirTime do not show
 };
 
 /// "whole", "missing", "bad signature", "torn tail" or "damage at byte N".

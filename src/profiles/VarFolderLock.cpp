@@ -54,7 +54,7 @@ TQvVarFolderLock::TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeo
         *error = EINVAL;
     if (!varFolder.isPathValid())
         throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
-    if (const TQvResult made = QvForceDirectories(varFolder); !made)
+    if (const TQvResult made = QvForceDirectories(varFolder.toSysStr(), true); !made)
         Throw(varFolder, made.Error(), error);
     std::weak_ptr<TQvLockFile>& held = HeldLocks()[KeyOfE(varFolder, error)];
     m_lock = held.lock();

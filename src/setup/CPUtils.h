@@ -50,6 +50,9 @@ public:
             std::map<std::string, std::optional<TQvResourceProfile>> Folders;
             std::string PolicyProfile;  ///< as the policy file names it
             std::string CurrentProfile; ///< of the state
+            /// The first thing that could not be read, as a sentence; "" when all was.
+            std::string Failure;
+            bool IsPolicyUnread = false;
         };
         TLoaded Loaded;
 
@@ -91,8 +94,8 @@ public:
     /// changed meanwhile stays: their profiles, their mounts in a profile that changed here, too,
     /// and their choice of the current profile unless it changed here. Throws a TQvMessage on the
     /// first failure; nothing is rolled back. A VAR folder or a name that is not valid, a state
-    /// that is not Listed and a policy file that cannot be read are refused before anything is
-    /// touched.
+    /// that is not Listed and a policy file that cannot be read, or could not be when the state
+    /// was loaded, are refused before anything is touched.
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);

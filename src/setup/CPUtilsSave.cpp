@@ -32,6 +32,9 @@ void CheckSavableE(const TCPState& state)
     if (!state.Listed)
         throw TQvMessage(
             QvFolderMessage("global.ErrProfilesUnread", state.VarFolder / kProfilesFolder));
+    // The choice of a current profile that was not seen must not be overwritten.
+    if (!state.Remote && state.Loaded.IsPolicyUnread)
+        throw TQvMessage("@%1%") << state.Loaded.Failure;
     for (const TQvResourceProfile& profile : state.Profiles) {
         if (!QvIsProfileName(profile.Name))
             throw TQvMessage(kBadNameText + profile.Name);
@@ -138,7 +141,8 @@ private:
         for (const auto& [name, loaded] : m_state.Loaded.Folders) {
             const TQvPath folder = m_state.VarFolder / kProfilesFolder / name;
             std::string error;
-            if (!IsInState(name) && (loaded || !HasBecomeProfile(name)) && QvDirExists(folder) &&
+            if (!IsInState(name) && (loaded || !HasBecomeProfile(name)) &&
+                !QvFileDirExists(folder, nullptr).IsNothing() &&
                 !QvRemoveDirectoryEx(folder, true, true, &error))
                 QvLogWriteWarning(TQvMessage("@%1%") << error, kRemoveLogLevel, 0);
         }
@@ -175,12 +179,12 @@ private:
         QvChangeFileE(file, [this](const std::optional<std::string>& text) {
             std::vector<std::string> names;
             for (const TQvResourceProfile& profile : m_state.Profiles) {
-                if (QvHoldsProfile(m_state.VarFolder, profile.Name))
+                if (QvHoldsProfileE(m_state.VarFolder, profile.Name))
                     names.push_back(profile.Name);
             }
             for (const std::string& name : NamesOf(text.value_or(""))) {
                 if (QvIsProfileName(name) && !IsInState(name) &&
-                    QvHoldsProfile(m_state.VarFolder, name))
+                    QvHoldsProfileE(m_state.VarFolder, name))
                     names.push_back(name);
             }
             return ListOf(names);

@@ -32,7 +32,7 @@ std::vector<std::string> FindFoldersE(const TQvPath& folder)
     if (!folder.isPathValid())
         return names;
     for (const std::string& entry : QvFindFiles(folder / kProfilesFolder, "*.*", true, false)) {
-        if (QvDirExists(entry))
+        if (QvIsThereE(entry, true))
             names.push_back(entry.substr(entry.rfind('/') + 1));
     }
     return names;
@@ -42,7 +42,7 @@ bool HasNoProfileE(const TQvPath& folder)
 {
     const std::vector<std::string> names = FindFoldersE(folder);
     return std::none_of(names.begin(), names.end(), [&folder](const std::string& name) {
-        return QvHoldsProfile(folder, name);
+        return QvHoldsProfileE(folder, name);
     });
 }
 
@@ -107,14 +107,23 @@ TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
     return copied;
 }
 
-/// "" when there is none, or no readable policy file.
-std::string ReadCurrentProfile(const TQvPath& varFolder)
+/// Loading goes on without what cannot be read; that it was there must not be forgotten.
+void NoteFailure(TCPState& state, const std::exception& failure)
 {
-    if (!varFolder.isPathValid())
+    if (state.Loaded.Failure.empty())
+        state.Loaded.Failure = failure.what();
+}
+
+/// "" when there is none, or no readable policy file.
+std::string ReadCurrentProfile(TCPState& state)
+{
+    if (!state.VarFolder.isPathValid())
         return std::string();
     try {
-        return QvPolicyProfile(QvReadPolicyE(varFolder / kPolicyFile));
-    } catch (...) {
+        return QvPolicyProfile(QvReadPolicyE(state.VarFolder / kPolicyFile));
+    } catch (const std::exception& unread) {
+        NoteFailure(state, unread);
+        state.Loaded.IsPolicyUnread = true;
         return std::string();
     }
 }
@@ -128,11 +137,12 @@ std::vector<std::string> FindProfiles(TCPState& state)
             if (!QvIsProfileName(name))
                 continue;
             state.Loaded.Folders[name];
-            if (QvHoldsProfile(state.VarFolder, name))
+            if (QvHoldsProfileE(state.VarFolder, name))
                 names.push_back(name);
         }
         state.Listed = true;
-    } catch (...) {
+    } catch (const std::exception& unread) {
+        NoteFailure(state, unread);
     }
     return names;
 }
@@ -179,9 +189,10 @@ void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgr
         state.Profiles.push_back(std::move(profile));
     } catch (const TQvUserBreak&) {
         throw;
-    } catch (...) {
+    } catch (const std::exception& unread) {
         if (progress.UserBreak())
             throw;
+        NoteFailure(state, unread);
     }
 }
 
@@ -234,7 +245,7 @@ void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
     state.FreeSpaceMap->Clear();
     state.Loaded.VarFolder = state.VarFolder;
     if (!state.Remote)
-        state.CurrentProfile = ReadCurrentProfile(state.VarFolder);
+        state.CurrentProfile = ReadCurrentProfile(state);
     state.Loaded.PolicyProfile = state.CurrentProfile;
     LoadProfilesE(state, copied, progress);
     state.BuildIndex();

@@ -54,16 +54,27 @@ TQvPath QvProfileFile(const TQvPath& folder, const std::string& name)
     return folder / kProfilesFolder / name / kProfileFile;
 }
 
-bool QvHoldsProfile(const TQvPath& folder, const std::string& name)
+bool QvIsThereE(const std::string& path, bool asFolder)
+{
+    bool isFolder = false;
+    const TQvResult there = QvFileDirExists(path, &isFolder);
+    if (there.HasFailed())
+        throw QvMsg_helper("Err_ReadFile_name") << path << QvErrorText(there.Error());
+    return there && isFolder == asFolder;
+}
+
+bool QvHoldsProfileE(const TQvPath& folder, const std::string& name)
 {
     // The name is no path: it may hold a backslash.
-    return QvFileExists((folder / kProfilesFolder).toSysStr() + '/' + name + '/' + kProfileFile);
+    return QvIsThereE((folder / kProfilesFolder).toSysStr() + '/' + name + '/' + kProfileFile,
+                      false);
 }
 
 void QvForceDirectoriesE(const TQvPath& folder)
 {
-    if (!QvForceDirectories(folder))
-        throw TQvMessage(QvFolderMessage("global.ErrCreateFolder", folder));
+    if (const TQvResult made = QvForceDirectories(folder.toSysStr(), true); !made)
+        throw QvMsg_helper("Err_CreateFolder_name")
+            << folder.toSysStr() << QvErrorText(made.Error());
 }
 
 std::string QvFolderMessage(const std::string& key, const TQvPath& folder)

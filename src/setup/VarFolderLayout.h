@@ -40,11 +40,15 @@ std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);
 bool QvIsProfileName(const std::string& name);
 /// Where the profile lies in a VAR folder or a repository.
 TQvPath QvProfileFile(const TQvPath& folder, const std::string& name);
-/// Whether the folder of that name holds a profile file; the name may be no profile name.
-bool QvHoldsProfile(const TQvPath& folder, const std::string& name);
+/// Whether a folder, or a file of another kind, is there. Throws a TQvMessage that names it when
+/// that cannot be found out.
+bool QvIsThereE(const std::string& path, bool asFolder);
+/// Whether the folder of that name holds a profile file; the name may be no profile name. Throws as
+/// QvIsThereE.
+bool QvHoldsProfileE(const TQvPath& folder, const std::string& name);
 
-/// The folder with its missing parents. Throws a TQvMessage that names it when it is not there
-/// then.
+/// The folder with its missing parents, on the disk. Throws a TQvMessage that names it when that
+/// failed.
 void QvForceDirectoriesE(const TQvPath& folder);
 
 /// A text of this module with the folder in its place.

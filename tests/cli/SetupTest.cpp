@@ -113,8 +113,11 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
 
 TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
 {
-    const std::string refusal = R"(1: "$T/var/Profiles/Bad/profile.x-ini" cannot be read, and )"
-                                "saving would remove it; repair it or put it elsewhere first";
+    const std::string refusal =
+        R"(1: "$T/var/Profiles/Bad/profile.x-ini" cannot be read, and )"
+        "saving would remove it; repair it or put it elsewhere first: "
+        R"("$T/var/Profiles/Bad/profile.x-ini" is not well formed: )"
+        R"(line 1: it is no key (there is no "="), no section and no comment.)";
     Expect({{"qvres --var var setup a", "/a\n"}});
     m_temp.Write("var/Profiles/Bad/profile.x-ini", "half a line");
     Expect({{"qvres --var var setup", refusal},

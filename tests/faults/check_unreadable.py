@@ -30,6 +30,9 @@ CASES = [
     # The folder of the target cannot be opened to be synced: its whole file system is.
     *(("mv /A/z " + target, 0, [], [], ["!A/z", target[1:]]) for target in ("/A/blind/z", "/B/blind/z")),
     ("rename /A/secret new", 0, [], [], ["A/new/b", "!A/secret"]),
+    # What climbs to a mount point, or out of it, is refused as the mount point is.
+    ("rmdir --clear /A/readable/..", 1, [], ["/A"], ["A/z"]),
+    ("clear /A/readable/../..", 1, [], ["/"], ["A/z"]),
     ("PROBE empty /A/secret", 1, [], [DENIED], []),
 ]
 

@@ -85,7 +85,7 @@ class Disk:
         self.names = {path: Inode(file) for path, file in files.items()}
         self.names_on_disk = dict(self.names)
         self.pending = []  # changes of names that are not on the disk, each a map from paths to inodes (None: removed)
-        self.open = {}  # descriptor: [inode, position, path]
+        self.open = {}  # descriptor: [inode or path of a folder, position, whether it appends]
 
     def files(self):
         return {path: inode.now() for path, inode in self.names.items() if inode}
@@ -121,7 +121,8 @@ class Disk:
 
     def moved_on(self, descriptor, count):
         """The position before a call that moves it."""
-        self.open[descriptor][1] += count
+        inode, position, appends = self.open[descriptor]
+        self.open[descriptor][1] = (len(inode.now().data) if appends else position) + count
         return self.open[descriptor][1] - count
 
     def do(self, call):
@@ -192,7 +193,7 @@ class Disk:
                 self.change_names({self.path(path): inode})
         elif "O_TRUNC" in call.line and inode.now().data:
             inode.cut_off(0)
-        self.open[descriptor] = [inode if inode and inode.now() != FOLDER else self.path(path), 0]
+        self.open[descriptor] = [inode if inode and inode.now() != FOLDER else self.path(path), 0, "O_APPEND" in call.line]
 
 
 def folders_of(change):

@@ -22,13 +22,18 @@ bool MayHoldProfile(const std::string& file)
 
 void RequireAllRead(const TQvCPUtils::TCPState& state)
 {
+    const std::string& failure = state.Loaded.Failure;
     for (const std::string& folder : QvFindFiles(state.VarFolder / "Profiles", "*", true, false)) {
         const std::string file = folder + "/profile.x-ini";
         if (FindProfile(state, folder.substr(folder.rfind('/') + 1)) == nullptr &&
             QvDirExists(folder) && MayHoldProfile(file))
-            throw TFailure(Quoted(file) + " cannot be read, and saving would remove it; "
-                                          "repair it or put it elsewhere first");
+            throw TFailure(Quoted(file) +
+                           " cannot be read, and saving would remove it; "
+                           "repair it or put it elsewhere first" +
+                           (failure.empty() ? "" : ": " + failure));
     }
+    if (!failure.empty())
+        throw TFailure(failure);
 }
 } // namespace
 

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "QvStd/Descriptor.h"
+
 namespace
 {
 bool Look(const std::string& path, struct stat* status)
@@ -26,11 +28,19 @@ TQvResult AnswerLook(const char* path)
     return isNothing ? TQvResult::Nothing() : TQvResult::FromErrno();
 }
 
+/// Brings the name of a folder to the disk. False with errno.
+bool SyncName(const std::string& path)
+{
+    const std::string plain = path.substr(0, path.find_last_not_of('/') + 1);
+    const TQvDescriptor folder(open(plain.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return folder && QvSyncFolderOf(plain, folder.Number());
+}
+
 /// Creates a folder or finds it there; on failure errno is that of the creation.
-bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777)
+bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777, bool synced = false)
 {
     if (mkdir(path.c_str(), mode) == 0)
-        return true;
+        return !synced || SyncName(path);
     const int error = errno;
     bool isFolder = false;
     const TQvResult exists = QvFileDirExists(path, &isFolder);
@@ -136,9 +146,10 @@ TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& mode
     return isMade ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
-TQvResult QvForceDirectories(const std::string& path)
+TQvResult QvForceDirectories(const std::string& path, bool synced)
 {
-    if (MakeOrFindFolder(path))
+    constexpr mode_t kMode = 0777;
+    if (MakeOrFindFolder(path, kMode, synced))
         return TQvResult::Done();
     // Back to the first parent that can be made or is there, then forward again.
     std::size_t end = path.size();
@@ -150,10 +161,10 @@ TQvResult QvForceDirectories(const std::string& path)
             errno = ENOENT;
             return TQvResult::FromErrno();
         }
-    } while (!MakeOrFindFolder(path.substr(0, end)));
+    } while (!MakeOrFindFolder(path.substr(0, end), kMode, synced));
     while (end < path.size()) {
         end = NextEnd(path, end);
-        if (!MakeOrFindFolder(path.substr(0, end)))
+        if (!MakeOrFindFolder(path.substr(0, end), kMode, synced))
             return TQvResult::FromErrno();
     }
     return TQvResult::Done();

@@ -90,7 +90,7 @@ struct TSearch
     bool WithFolders;
     bool Recursive;
     TQvProgressHandler* Progress;
-    std::vector<std::string> Found;
+    std::vector<std::string>* Found;
 };
 
 bool IsListed(const TSearch& search, int folder, const TEntry& entry)
@@ -104,22 +104,17 @@ bool IsListed(const TSearch& search, int folder, const TEntry& entry)
     return type != DT_DIR;
 }
 
-[[noreturn]] void ThrowUnreadable(const std::string& path, int error)
-{
-    throw QvMsg_helper("Err_ReadFolder_name") << path << QvErrorText(error);
-}
-
-void SearchFolder(TSearch& search, const std::string& path, bool isTop)
+TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
 {
     TQvFolderReader folder;
     TQvResult result = folder.OpenAt(AT_FDCWD, path.c_str(), isTop);
     if (result.IsNothing())
-        return;
+        return TQvResult::Done();
     std::vector<TEntry> entries;
     if (result)
         result = ReadEntries(folder, &entries, search.Progress);
     if (!result)
-        ThrowUnreadable(path, result.Error());
+        return TQvResult::Failed(result.Error(), path);
     std::sort(entries.begin(), entries.end(),
               [](const TEntry& a, const TEntry& b) { return a.Name < b.Name; });
     std::vector<bool> listed;
@@ -128,16 +123,14 @@ void SearchFolder(TSearch& search, const std::string& path, bool isTop)
     folder.Close(); // the depth of a tree must not be bounded by the open files of a process
 
     const std::string start = path.back() == '/' ? path : path + '/';
-    for (std::size_t i = 0; i < entries.size(); ++i) {
+    for (std::size_t i = 0; result && i < entries.size(); ++i) {
         std::string full = start + entries[i].Name;
-        if (search.Recursive && entries[i].Type == DT_DIR) {
-            if (listed[i])
-                search.Found.push_back(full);
-            SearchFolder(search, full, false);
-        } else if (listed[i]) {
-            search.Found.push_back(std::move(full));
-        }
+        if (listed[i])
+            search.Found->push_back(full);
+        if (search.Recursive && entries[i].Type == DT_DIR)
+            result = SearchFolder(search, full, false);
     }
+    return result;
 }
 
 /// Lets the owner list, enter and change a folder. Where that is refused, the call that needed it
@@ -349,7 +342,19 @@ TQvResult QvRemoveDirectoryEx(const std::string& path, bool recursive, bool forc
 std::vector<std::string> QvFindFiles(const std::string& folder, const std::string& mask,
                                      bool withFolders, bool recursive, TQvProgressHandler* progress)
 {
-    TSearch search{mask, mask == "*" || mask == "*.*", withFolders, recursive, progress, {}};
-    SearchFolder(search, folder, true);
-    return std::move(search.Found);
+    std::vector<std::string> found;
+    const TQvResult searched =
+        QvSearchFiles(folder, mask, withFolders, recursive, &found, progress);
+    if (!searched)
+        throw QvMsg_helper("Err_ReadFolder_name")
+            << searched.Name() << QvErrorText(searched.Error());
+    return found;
+}
+
+TQvResult QvSearchFiles(const std::string& folder, const std::string& mask, bool withFolders,
+                        bool recursive, std::vector<std::string>* found,
+                        TQvProgressHandler* progress)
+{
+    TSearch search{mask, mask == "*" || mask == "*.*", withFolders, recursive, progress, found};
+    return SearchFolder(search, folder, true);
 }

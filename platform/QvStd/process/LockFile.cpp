@@ -259,9 +259,10 @@ int TQvLockFile::CompareWithPath() const
     return isSame ? 0 : -ESTALE;
 }
 
-bool TQvLockFile::IsAtPath() const
+TQvResult TQvLockFile::IsAtPath() const
 {
-    return m_held && CompareWithPath() == 0;
+    const int error = m_held ? CompareWithPath() : -ESTALE;
+    return error == 0 ? TQvResult::Done() : TQvResult::Failed(-error, m_path);
 }
 
 int TQvLockFile::Upgrade(bool waits)

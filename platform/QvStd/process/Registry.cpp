@@ -123,10 +123,17 @@ bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::s
         QvLogWriteWarning(TQvMessage("Err_NoHomeFolder"), kWarningLevel, 0);
         return false;
     }
-    if (create)
-        QvForceDirectories(path.substr(0, path.rfind('/')));
-    else if (!QvFileExists(path))
+    const std::string folder = path.substr(0, path.rfind('/'));
+    if (create) {
+        if (const TQvResult made = QvForceDirectories(folder, true); !made) {
+            QvLogWriteWarning(QvMsg_helper("Err_CreateFolder_name")
+                                  << folder << QvErrorText(made.Error()),
+                              kWarningLevel, 0);
+            return false;
+        }
+    } else if (!QvFileExists(path)) {
         return false;
+    }
 
     const TQvLockFile lock(LockPath(path), true, "registry", kLockTimeoutMs);
     const var_a<TQvXIniTree*> tree = ReadForWriting(path, lock);

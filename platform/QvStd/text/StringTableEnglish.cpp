@@ -11,6 +11,7 @@ constexpr TQvStringTableEntry kEnglish[] = {
     {"Err_CreateFile_name", "\"%1%\" cannot be created."},
     {"Err_ReadFile_name", "\"%1%\" cannot be read: %2%."},
     {"Err_WriteFile_name", "\"%1%\" cannot be written: %2%."},
+    {"Err_CreateFolder_name", "The folder \"%1%\" cannot be created: %2%."},
     {"Err_ReadFolder_name", "The folder \"%1%\" cannot be read: %2%."},
     {"Err_Lock_name", "\"%1%\" cannot be locked: %2%."},
     {"Err_Locked_name", "\"%1%\" is locked by another process%2%."},

@@ -32,7 +32,11 @@ std::string StorageFolder(const std::string& given)
         throw TFailure("\"/\" cannot be a storage folder");
     if (folder.find('\\') != std::string::npos)
         throw TFailure("a storage folder's path cannot hold a backslash: " + folder);
-    if (given.empty() || !QvDirExists(folder))
+    bool isFolder = false;
+    const TQvResult there = QvFileDirExists(folder, &isFolder);
+    if (there.HasFailed())
+        throw TFailure(folder + ": " + QvErrorText(there.Error()));
+    if (given.empty() || !isFolder)
         throw TFailure("no such folder: " + (given.empty() ? "\"\"" : folder));
     return folder;
 }
