@@ -131,4 +131,5 @@ private:
 };
 
 /// A reader over the file; throws a TQvMessage that names the file when it is missing or malformed.
-QVSTD_API var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path);
+/// `error` (may be null) receives the errno then, EBADMSG for a malformed one.
+QVSTD_API var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error = nullptr);

@@ -1,6 +1,7 @@
 // Life of the manager: construction and Init.
 #include "manager/ResourceManager.h"
 
+#include <cerrno>
 #include <stdexcept>
 
 #include "QvConfig/Config.h"
@@ -31,24 +32,40 @@ TResourceManager::~TResourceManager() = default;
 
 bool TResourceManager::Init()
 {
+    int error = EINVAL;
+    try {
+        Load(&error);
+    } catch (...) {
+        SetLastFailure(error, "/");
+        throw;
+    }
+    SetLastFailure(0, "/");
+    return true;
+}
+
+/// `error` receives the errno of what is thrown; it stays as it is where there is none.
+void TResourceManager::Load(int* error)
+{
     if (!QvConfiguration().getLoaded())
         throw TQvMessage("@bool TResourceManager::Init(): QvConfigData not loaded");
-    ReadSettings();
+    ReadSettings(error);
 
     // The maps go with the list, so that a failure below leaves no index into nothing.
     m_mountNodes.clear();
     RefreshNodeMaps();
-    m_profile.LoadE(GetXIniReader(TQvPath(QvGetConfigString(12, true))).get(), nullptr);
+    const auto profile = GetXIniReader(TQvPath(QvGetConfigString(12, true)), error);
+    *error = EBADMSG;
+    m_profile.LoadE(profile.get(), nullptr);
+    *error = EINVAL;
     m_profile.Name = QvConfiguration().getCurProfileName();
     LoadProfileNodes();
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
 
     RegisterURLScheme();
-    return true;
 }
 
-void TResourceManager::ReadSettings()
+void TResourceManager::ReadSettings(int* error)
 {
     // MountMyComputer is not reset: it keeps the value of the previous Init.
     m_config.StDirLockTimeout = SConfig::StDirLockTimeout_Default;
@@ -58,7 +75,7 @@ void TResourceManager::ReadSettings()
     const std::string path = QvGetConfigString(9, true) + "ResourceManager.x-ini";
     if (!QvFileExists(path))
         return;
-    const auto reader = GetXIniReader(TQvPath(path));
+    const auto reader = GetXIniReader(TQvPath(path), error);
     const auto read = [&reader](const char* key, std::uint32_t& value) {
         const int position = reader->FindF(key);
         value = static_cast<std::uint32_t>(

@@ -36,6 +36,7 @@
 struct TQvCopyFolders;
 class TMountFolders;
 class TMountIndex;
+class TMountedPaths;
 class TQvFolderKeeper;
 
 /// The mount table, and every operation on the tree.
@@ -213,10 +214,11 @@ public:
     /// std::runtime_error without a configuration object, TQvMessage for a configuration that is
     /// not loaded, an unreadable settings or profile file, or a node that cannot be mounted. After
     /// a failure the settings read and the nodes loaded so far stay, and no index knows of any
-    /// node.
+    /// node; LastFailure has the cause (EBADMSG for a malformed file) with the id "/".
     bool Init();
 
-    /// Registers the scheme "qvres" with the URL manager, as Init does: for hosts without a profile.
+    /// Registers the scheme "qvres" with the URL manager, as Init does: for hosts without a
+    /// profile.
     static void RegisterURLScheme();
 
     /// Why the last public operation of the calling thread did not do what it was asked; Error is 0
@@ -300,8 +302,9 @@ public:
     /// Deletes a resource and its sidecar; false when either fails.
     bool DeleteResource(const std::string& id) const;
     /// Renames or moves a resource with its sidecar, replacing the target. Between two nodes it is
-    /// a copy that is brought to the disk, and a delete; a failure leaves the source. Refused
-    /// (EINVAL) when both ids are one entry of a folder or one is the other's sidecar.
+    /// a copy that is brought to the disk, and a delete; a failure leaves the source, and so does
+    /// another process that changes it meanwhile (EBUSY). Refused (EINVAL) when both ids are one
+    /// entry of a folder or one is the other's sidecar.
     bool RenMovResource(const std::string& src, const std::string& dst,
                         TQvProgressHandler* progress) const;
     /// Copies a resource with its sidecar, replacing the target; a target's sidecar stays when the
@@ -373,7 +376,8 @@ public:
     bool CopyResourceEx(const TCopyResourceExParams& params) const;
 
 private:
-    void ReadSettings();
+    void Load(int* error);
+    void ReadSettings(int* error);
     void LoadProfileNodes();
     void RefreshStaleMaps();
     void AppendNode(var_a<TMountNode*> node);
@@ -405,9 +409,10 @@ private:
                              TQvProgressHandler* progress) const;
     TQvResult ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
                                  TQvProgress& progress) const;
-    TQvResult DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders) const;
+    TQvResult DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders,
+                          TMountedPaths& mounted) const;
     TQvResult RequireFolder(const std::string& id) const;
-    bool HoldsMountFolder(const std::string& id) const;
+    bool HoldsMountFolder(const std::string& id, TMountedPaths& mounted) const;
     TQvExistence LookUp(const std::string& id) const;
     friend class TExtendedCopy;
 

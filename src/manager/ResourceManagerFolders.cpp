@@ -8,6 +8,7 @@
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "manager/LastFailure.h"
+#include "manager/MountedPaths.h"
 #include "manager/ResourceManager.h"
 #include "module/ModuleInitializer.h"
 #include "resid/NameMask.h"
@@ -85,13 +86,9 @@ TQvResult TResourceManager::RequireFolder(const std::string& id) const
 }
 
 /// Whether the disk folder of an id is that of some mount, or has one in it.
-bool TResourceManager::HoldsMountFolder(const std::string& id) const
+bool TResourceManager::HoldsMountFolder(const std::string& id, TMountedPaths& mounted) const
 {
-    const std::string folder = QvIncludeTrailingSlash(NodeFor(id)->GetResourceFile(id));
-    return std::any_of(m_mountNodes.begin(), m_mountNodes.end(), [&folder](const auto& node) {
-        const std::string own = QvIncludeTrailingSlash(node->GetResourceFile(node->MountPointId()));
-        return own.compare(0, folder.size(), folder) == 0;
-    });
+    return mounted.Has(NodeFor(id)->GetResourceFile(id));
 }
 
 void TResourceManager::RenameFolderE(const std::string& src, const std::string& newName) const
@@ -110,7 +107,7 @@ void TResourceManager::RenameFolderE(const std::string& src, const std::string& 
             throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
         }
     }
-    if (HoldsMountFolder(stripped)) {
+    if (TMountedPaths mounted(m_mountNodes); HoldsMountFolder(stripped, mounted)) {
         SetLastFailure(EBUSY, src);
         throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
     }
@@ -144,8 +141,9 @@ TQvResult TResourceManager::DoDeleteFolder(const std::string& id, bool clearFirs
         result = DoClearFolder(id, progress);
     if (!result)
         return result;
-    return isMountPoint || HoldsMountFolder(id) ? TQvResult::Failed(EBUSY, id)
-                                                : NodeFor(id)->DeleteFolder(id);
+    TMountedPaths mounted(m_mountNodes);
+    return isMountPoint || HoldsMountFolder(id, mounted) ? TQvResult::Failed(EBUSY, id)
+                                                         : NodeFor(id)->DeleteFolder(id);
 }
 
 bool TResourceManager::ClearFolder(const std::string& id, TQvProgressHandler* progress) const
@@ -180,16 +178,18 @@ TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>
     const double step = 1.0 / static_cast<double>(std::max<std::size_t>(entries.size(), 1));
     TQvResult result;
     TQvFolderKeeper folders;
+    TMountedPaths mounted(m_mountNodes);
     for (std::size_t i = 0; i < entries.size(); ++i) {
         progress.Report(static_cast<double>(i) * step);
-        const TQvResult deleted = DeleteEntry(entries[i], folders);
+        const TQvResult deleted = DeleteEntry(entries[i], folders, mounted);
         if (result)
             result = deleted;
     }
     return result;
 }
 
-TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders) const
+TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders,
+                                        TMountedPaths& mounted) const
 {
     // A disk name may be no valid part of an id; then it stays, and the others go nevertheless.
     bool isValid = false;
@@ -198,8 +198,9 @@ TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry, TQvFolderKe
         return TQvResult::Failed(EINVAL, entry.Id);
     if (entry.Attrib.Kind == kResResource)
         return node->DeleteListed(entry, folders);
-    return IsMountNode(entry.Id) || HoldsMountFolder(entry.Id) ? TQvResult::Failed(EBUSY, entry.Id)
-                                                               : node->DeleteFolder(entry.Id);
+    return IsMountNode(entry.Id) || HoldsMountFolder(entry.Id, mounted)
+               ? TQvResult::Failed(EBUSY, entry.Id)
+               : node->DeleteFolder(entry.Id);
 }
 
 void TResourceManager::Find(const TFindItems& items, const std::string& folder,

@@ -206,6 +206,8 @@ void TResourceManager::CheckProfileCanBeSaved(const char* operation,
 void TResourceManager::ChangeProfile(const char* operation, const std::string& mountPoint,
                                      const std::function<void(TQvProfileNodes&)>& change)
 {
+    // For what is thrown below without a cause of its own: there is no configuration.
+    SetLastFailure(EINVAL, mountPoint);
     CheckProfileCanBeSaved(operation, mountPoint);
     int error = 0;
     const auto lock = [&] {
@@ -220,7 +222,9 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
     const TQvPath file(QvGetConfigString(12, true));
     TQvResourceProfile profile;
     const auto changeText = [&](const std::optional<std::string>& text) {
+        SetLastFailure(EBADMSG, mountPoint);
         TQvProfileText old(file, text);
+        SetLastFailure(EINVAL, mountPoint);
         profile = m_profile;
         if (old.Exists()) {
             profile.Remote = old.Content().Remote;
@@ -235,5 +239,6 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
     if (!done)
         SetLastFailure(done.Reading ? done.Writing.Error() : done.Reading.Error(), mountPoint);
     QvRequireChangedE(file, done);
+    SetLastFailure(0, mountPoint);
     m_profile = std::move(profile);
 }

@@ -82,16 +82,17 @@ TQvResult SidecarExists(const std::string& sidecar, const std::string& id)
     return exists;
 }
 
-/// Whether there is a sidecar to follow the resource, and room for its name at the target: found
-/// out before the content is touched.
+/// Whether there is a sidecar to follow the resource, and at the target room for its name and no
+/// folder of that name: found out before the content is touched.
 TQvResult LookForSidecar(const TTransferEnds& ends)
 {
     TQvResult found = SidecarExists(SidecarOf(ends.From), ends.Src);
     if (!found)
         return found;
     struct stat status = {};
-    const bool fits = lstat(SidecarOf(ends.To).c_str(), &status) == 0 || errno == ENOENT;
-    return fits ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
+    if (stat(SidecarOf(ends.To).c_str(), &status) == 0)
+        return S_ISDIR(status.st_mode) ? TQvResult::Failed(EISDIR, ends.Dst) : TQvResult::Done();
+    return errno == ENOENT ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
 }
 
 /// Done where a resource can lie: not above the mount points, nor in the place of a mount's folder.
@@ -235,8 +236,8 @@ TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progres
     return done;
 }
 
-/// Shares the sidecar for the time of a move. ENOENT when there is none; EACCES when somebody else
-/// holds it for themselves, which one who removes a stale sidecar does for a moment only.
+/// Shares the sidecar for the time of a move. ENOENT when there is none; EACCES when another opener
+/// holds it exclusively, which the removal of a stale sidecar does for a moment only.
 int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
 {
     constexpr int kTries = 50;
@@ -246,11 +247,14 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
             std::this_thread::sleep_for(kPause);
         if (hold.Open(sidecar, kQvOpenRead, kQvShareAll) && IsAt(sidecar, hold))
             return 0;
-        if (hold.getError() == -ENOENT)
-            return ENOENT;
+        const int error = -hold.getError();
+        if (error == ENOENT || error == EISDIR || error == EINVAL)
+            return ENOENT; // a folder is no sidecar, nor is what is no file
         // One that may not be read cannot be held, by those who would remove it either.
         if (access(sidecar.c_str(), R_OK) != 0)
             return 0;
+        if (error != 0 && error != EACCES)
+            return error;
     }
     return EACCES;
 }
@@ -462,7 +466,11 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountN
     if (hints.IsTargetNew) {
         const auto copyToNew = [&](const std::string& from, const std::string& to,
                                    TQvProgressHandler* ofCopy) {
-            return QvCopyFileToNew(from, to, ofCopy, hints.Folders);
+            const TQvResult copied = QvCopyFileToNew(from, to, ofCopy, hints.Folders);
+            // The content has just arrived: a sidecar that another process has left there is
+            // replaced as anywhere else.
+            const bool isSidecar = to != ends.ToContent;
+            return isSidecar && copied.Error() == EEXIST ? CopyOnly(from, to, ofCopy) : copied;
         };
         return CopyWithSidecar(ends, copyToNew, progress, hints.MayHaveSidecar);
     }

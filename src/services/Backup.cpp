@@ -1,6 +1,7 @@
 #include "services/Backup.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <utility>
 
@@ -101,8 +102,11 @@ void BackupResource(const std::string& resId, std::size_t keep)
 
 std::string MakeResourceBackup(const std::string& resId, std::size_t keep)
 {
-    if (ResourceManager.ResourceExists(resId) == kResNothing)
+    if (ResourceManager.ResourceExists(resId) == kResNothing) {
+        if (TResourceManager::LastFailure().Error == 0)
+            TResourceManager::SetLastFailure(ENOENT, resId);
         throw TQvMessage(std::string(kBackupResource) + "Invalid resource ID");
+    }
     if (keep == 0) {
         ResourceManager.DeleteResource(resId); // keeping none means that none is made
         return {};

@@ -135,10 +135,15 @@ bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label)
                         __LINE__, "rlabel");
     label->Reset();
     label->Size = stream->getSize();
-    if (!stream->setPosition(0))
-        return false;
-    label->ComputeCRC(stream);
-    return label->Size != TQvStream::invalid_value64;
+    const bool isAtStart = stream->setPosition(0);
+    if (isAtStart)
+        label->ComputeCRC(stream);
+    // The checksum of a part is none.
+    const int error = -stream->getError();
+    if (!isAtStart || error != 0 || label->Size == TQvStream::invalid_value64)
+        return Fail(error != 0 ? error : EIO, stream->InfoName());
+    TResourceManager::SetLastFailure(0, {});
+    return true;
 }
 
 bool ComputeResResourceLabelSC2(const std::string& resId, TQvResourceLabel* label)
@@ -169,6 +174,8 @@ bool StrongCheckResResourceLabel(const TQvResourceLabel& label, const std::strin
         label.Time != attrib.UpdateTime || !stream->setPosition(0))
         return false;
     const std::uint64_t crc = ComputePartialCRC(stream);
+    if (stream->getError() != 0)
+        return Fail(-stream->getError(), resId);
     stream->setPosition(0);
     return label.CRC == crc;
 }
@@ -215,13 +222,13 @@ bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label)
     TQvXIniStreamReader reader(stream);
     if (stream->getError() != 0)
         return Fail(-stream->getError(), resId);
+    if (reader.ParseError())
+        return Fail(EBADMSG, resId);
     const TQvXIniSection section = reader.EnterSectionS(kSection);
     TQvResourceLabel stored;
     if (section == nullptr || !stored.Load(&reader))
         return false;
     reader.ExitSection(section);
-    if (reader.ParseError())
-        return false;
     *label = stored;
     return true;
 }

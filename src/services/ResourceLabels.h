@@ -26,7 +26,7 @@
 QVSERVICES_API bool ComputeResResourceLabel(const std::string& resId, TQvResourceLabel* label,
                                             bool computeCRC);
 /// Size and checksum from an open stream, which ends up behind its content; the time is 0. When the
-/// stream cannot go to its start, false with the size set.
+/// stream cannot go to its start or cannot be read to its end, false; LastFailure has the cause.
 QVSERVICES_API bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label);
 /// The time only; size and checksum are left as they are. With SC1 a full label for who holds an
 /// open stream.
@@ -36,7 +36,7 @@ QVSERVICES_API bool ComputeResResourceLabelSC2(const std::string& resId, TQvReso
 QVSERVICES_API bool WeakCheckResResourceLabel(const TQvResourceLabel& label,
                                               const std::string& resId);
 /// Whether size, time and checksum still match; the stream is at its start afterwards when it got
-/// as far as the checksum.
+/// as far as the checksum. False with the cause in LastFailure, too, when it cannot be read.
 QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
                                                 const std::string& resId, TQvStream* stream);
 
@@ -48,7 +48,8 @@ QVSERVICES_API const char* MetadataResourceLabelSectionName();
 /// LastFailure has the cause. False when there is no such resource or it cannot be read.
 QVSERVICES_API bool GetResResourceLabel(const std::string& resId, TQvResourceLabel* label,
                                         bool trustGiven);
-/// The stored label; false, `label` unchanged, when there is none.
+/// The stored label; false, `label` unchanged, when there is none; LastFailure has the cause when
+/// that could not be found out (EBADMSG for metadata that is no X-Ini document).
 QVSERVICES_API bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label);
 /// Stores the label; other sections and comments of the sidecar stay as they are. The sidecar is
 /// replaced as a whole, under its lock (QvStd/FileLock.h), for which this waits up to 10 s. On

@@ -60,7 +60,9 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
             {"echo text >a/x.meta; q label /A/x >dead; cat a/x.meta",
              R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )"
              R"(line 1: it is no key (there is no "="), no section and no comment.text)"
-             "\n"}});
+             "\n"},
+            {"q check /A/x", R"(1: the metadata of "/A/x" is damaged: line 1: it is no key )"
+                             R"((there is no "="), no section and no comment.)"}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
@@ -166,5 +168,7 @@ TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
                                   R"("a=" cannot be the name of a key.)"},
          {"echo a >a/bad; q xini get /A/bad a", malformed},
          {"q xini set /A/bad a 1", malformed},
+         {"(flock -x 9; q xini set /A/x a/k 2) 9<a/x",
+          R"(1: "/A/x" cannot be written: Permission denied)"},
          {"cat a/bad; stat -c %a a/x; ls -A a", "a\n640\nbad\nx\n"}});
 }

@@ -21,7 +21,7 @@ CASES = [
     ("clear /A", 1, [], [DENIED], ["A/secret/b", "!A/readable/a", "!A/z"]),
     ("rmdir --clear /A/secret", 1, [], ["/A/secret", DENIED], ["A/secret/b"]),
     ("rmdir /A/secret", 1, [], ["/A/secret"], ["A/secret/b"]),
-    ("cat /A/locked", 1, [], ["/A/locked", DENIED], []),
+    *((command, 1, [], ["/A/locked", DENIED], []) for command in ("cat /A/locked", "xini get /A/locked k")),
     *((command + " /A/closed/x", 1, [], ["/A/closed/x", DENIED], [])
       for command in ("cat", "stat", "exists", "meta", "label", "check", "rm", "backup", "done", "file")),
     *((command, 1, [], [DENIED], ["A/z", "A/closed/x"])
@@ -30,6 +30,9 @@ CASES = [
     # The folder of the target cannot be opened to be synced: its whole file system is.
     *(("mv /A/z " + target, 0, [], [], ["!A/z", target[1:]]) for target in ("/A/blind/z", "/B/blind/z")),
     ("rename /A/secret new", 0, [], [], ["A/new/b", "!A/secret"]),
+    # What climbs to a mount point, or out of it, is refused as the mount point is.
+    ("rmdir --clear /A/readable/..", 1, [], ["/A"], ["A/z"]),
+    ("clear /A/readable/../..", 1, [], ["/"], ["A/z"]),
     ("PROBE empty /A/secret", 1, [], [DENIED], []),
 ]
 

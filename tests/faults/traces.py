@@ -14,7 +14,7 @@ CHANGES = """openat open creat write writev pwrite64 pwritev copy_file_range sen
     chmod fchmod fchmodat chown fchown lchown fchownat utimensat setxattr fsetxattr link linkat symlink symlinkat rename
     renameat renameat2 unlink unlinkat rmdir mkdir mkdirat fsync fdatasync syncfs close ioctl""".split()
 LOOKS = """newfstatat stat lstat fstat statx access faccessat faccessat2 readlink readlinkat read pread64 lseek getdents64
-    getxattr fgetxattr listxattr flistxattr statfs fstatfs""".split()
+    getxattr fgetxattr listxattr flistxattr statfs fstatfs flock fcntl""".split()
 LINE = re.compile(r"^(\w+)\((.*)\) += (-?\d+|\?)")
 ARGUMENT = re.compile(r'\s*((?:"[^"]*"|\{[^}]*\}|\[[^\]]*\]|<[^>]*>|/\*.*?\*/|[^,"{\[<])+)')
 

@@ -3,6 +3,7 @@
 #include "Fuzz.h"
 
 #include "QvStd/RegExp.h"
+#include "resid/NormalResId.h"
 #include "resid/ResId.h"
 
 namespace
@@ -17,11 +18,9 @@ void CheckParts(const std::string& id)
     const std::string compact = QvCompactResId(id);
     Require(QvCompactResId(compact) == compact, "compacting is stable");
     Require(compact.size() <= id.size(), "compacting adds nothing");
-    std::string normal(id.size(), '?');
-    const bool isValid = QvCheckAndNormalizeResId(id, true, normal.data());
-    Require(isValid == QvIsValidResId(id, true), "both checks agree");
-    if (isValid)
-        Require(normal == QvNormalizeResId(id), "both normal forms agree");
+    const TNormalResId normal(id, true);
+    Require(normal.IsValid() == QvIsValidResId(id, true), "both checks agree");
+    Require(normal.Text() == QvNormalizeResId(id), "both normal forms agree");
 }
 
 void CheckRelative(const std::string& id, const std::string& base)

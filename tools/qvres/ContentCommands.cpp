@@ -61,11 +61,15 @@ void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
     progress.SetMessage(transfer.Doing + source);
     progress.Start();
     const bool isDone = (tree.*transfer.Operation)(source, target, &host.Progress);
-    const TQvFailure& failure = TResourceManager::LastFailure();
-    if (failure.OfMetadata)
-        throw WithCause("the content of " + Quoted(source) + " was " + transfer.Done + " to " +
-                            Quoted(target) + ", but not its metadata",
+    const TQvFailure failure = TResourceManager::LastFailure();
+    if (failure.OfMetadata) {
+        // Between two file systems a move is a copy, and deletes nothing before all is copied.
+        const bool isKept = &transfer == &kMove && tree.IsResource(source);
+        throw WithCause("the content of " + Quoted(source) + " was " +
+                            (isKept ? kCopy.Done : transfer.Done) + " to " + Quoted(target) +
+                            ", but not its metadata" + (isKept ? ", and the source was kept" : ""),
                         failure, source);
+    }
     if (!isDone && failure.Error == EINVAL && failure.Id == target)
         throw TFailure(Quoted(source) + " and " + Quoted(target) +
                            " are one file, or one is the metadata of the other",

@@ -14,11 +14,14 @@
 
 namespace
 {
-TQvResourceLabel StoredLabel(const std::string& id)
+TQvResourceLabel StoredLabel(const TResourceManager& tree, const std::string& id)
 {
     TQvResourceLabel label;
     const bool isRead = ReadResResourceLabel(id, &label);
     const int error = TResourceManager::LastFailure().Error;
+    if (!isRead && error == EBADMSG)
+        throw TFailure("the metadata of " + Quoted(id) + " is damaged: " + MetadataDamage(tree, id),
+                       id, EBADMSG);
     if (!isRead && error != 0 && error != ENOENT)
         ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
     if (!isRead)
@@ -61,13 +64,14 @@ void Label(THost& host, const std::string& id, bool stored, bool weak)
     if (weak)
         PrintLabel(host, id, WeakLabel(id), false);
     else
-        PrintLabel(host, id, stored ? StoredLabel(id) : CurrentLabel(host, id), true);
+        PrintLabel(host, id, stored ? StoredLabel(host.Session.Tree(), id) : CurrentLabel(host, id),
+                   true);
 }
 
 void Check(THost& host, const std::string& id)
 {
     RequireResource(host.Session.Tree(), id);
-    const TQvResourceLabel label = StoredLabel(id);
+    const TQvResourceLabel label = StoredLabel(host.Session.Tree(), id);
     const bool same = HasSameContent(host, id, label);
     PrintValue(host, same ? "ok" : "changed");
     host.Status = same ? 0 : 1;

@@ -56,7 +56,10 @@ int FindKey(const TQvXIniReader& reader, const std::string& name)
 var_a<TQvXIniStreamReader*> OpenDocument(THost& host, const std::string& id)
 {
     RequireResource(host.Session.Tree(), id);
-    auto reader = GetResXIniReaderE(id, &host.Progress);
+    const var_a<TQvStream*> stream = OpenForReading(host.Session.Tree(), id);
+    auto reader = make_var<TQvXIniStreamReader>(stream, true, &host.Progress);
+    if (stream->getError() != 0)
+        ThrowFailed(Quoted(id) + " cannot be read", -stream->getError(), id);
     if (reader->ParseError())
         throw TFailure(Quoted(id) + " is not well formed: " + reader->ParseErrorText(), id,
                        EBADMSG);
@@ -184,6 +187,10 @@ void Change(THost& host, const TXIniPlace& place, const TChange& change)
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, place.Id);
     const std::string file = tree.GetResourceFile(place.Id, false);
+    // Opening finds out whether another opener holds the resource exclusively. It is closed again:
+    // a network file system takes the share lock and the one below for the same kind of lock.
+    if (file.empty() || !*tree.OpenResource(place.Id, kQvOpenWrite, kQvShareAll, 0))
+        ThrowFailed(Quoted(place.Id) + " cannot be written");
     const TQvFileLock lock(file, kLockTimeoutMs);
     CheckLock(lock, place.Id, file);
     const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {

@@ -265,8 +265,6 @@ int TQvNewFile::TState::CreateContent()
             Temporary.clear();
     }
     if (file < 0 && Existing && KeepsItsFiles(errno)) {
-        if (const int error = HideContent())
-            return error;
         IsInPlace = true;
         file = OpenUnnamed(P_tmpdir, S_IRUSR | S_IWUSR);
     }
@@ -404,8 +402,11 @@ int TQvNewFile::TState::WriteInPlace()
         return errno;
     if (const int error = HideContent())
         return error;
-    if (ftruncate(Existing.Number(), 0) != 0)
-        return errno;
+    if (ftruncate(Existing.Number(), 0) != 0) {
+        const int uncut = errno;
+        fchmod(Existing.Number(), Old.st_mode & kPermissionBits); // the old content stays
+        return uncut;
+    }
     TQvCopyReport silent(nullptr, 0);
     const TQvCopyError error = QvCopyContent(File.Number(), status, Existing.Number(), silent);
     if (error)

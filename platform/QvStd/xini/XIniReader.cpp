@@ -197,7 +197,7 @@ bool TQvXIniStreamReader::ReadDocument(TQvProgressHandler* progress)
     return !ParseError();
 }
 
-var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path)
+var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
 {
     const auto end = std::chrono::steady_clock::now() + kCachesLast;
     for (;;) {
@@ -211,6 +211,8 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path)
             return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
         if (!QvIsStale(path.toSysStr(), -stream.getError()) ||
             std::chrono::steady_clock::now() > end) {
+            if (error != nullptr)
+                *error = stream.getError() != 0 ? -stream.getError() : EBADMSG;
             if (stream.getError() == -ENOENT)
                 throw QvMsg_helper("Err_OpenReadFile_name") << path.toSysStr();
             if (!isOpen)

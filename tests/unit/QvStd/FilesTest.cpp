@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
@@ -23,7 +22,6 @@
 namespace
 {
 using TNames = std::vector<std::string>;
-constexpr std::size_t kMiB = 1024 * 1024;
 
 struct stat Status(const std::string& path)
 {
@@ -66,48 +64,38 @@ protected:
 
 TEST_F(Files, RefusalsTellTheErrorAndChangeNothing)
 {
-    const std::string folder = m_temp.MakeFolder("folder");
     const std::string fifo = m_temp / "fifo";
-    const std::string twin = m_temp / "twin";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    ASSERT_EQ(link(m_from.c_str(), twin.c_str()), 0);
-    for (const auto& [target, name] : {std::pair("folder", "to folder"),
-                                       {"nowhere", "dangling"},
-                                       {"to", "link"},
-                                       {"loop", "loop"}})
-        Link(target, name);
+    Link("nowhere", "dangling");
+    Link("loop", "loop");
     const TNames before = Names();
     std::string read = "kept";
-    const auto copy = [](const std::string& from, const std::string& to, bool failIfExists) {
-        return Failure(QvCopyFile(from, to, failIfExists));
-    };
-    EXPECT_EQ(copy(folder, m_to, false), EISDIR);
-    EXPECT_EQ(copy(fifo, m_to, false), EINVAL);
-    EXPECT_EQ(copy(m_from, m_temp / "to folder", false), EISDIR);
-    EXPECT_EQ(copy(m_from, m_to, true), EEXIST);
-    EXPECT_EQ(copy(m_from, m_temp / "dangling", true), EEXIST);
-    EXPECT_EQ(copy(m_from, m_temp / "new/", false), ENOENT);
-    EXPECT_EQ(copy(m_from, twin, false), 0) << "onto itself";
+    EXPECT_EQ(Failure(QvCopyFile(m_temp.Path(), m_to, false)), EISDIR);
+    EXPECT_EQ(Failure(QvCopyFile(fifo, m_to, false)), EINVAL);
+    EXPECT_EQ(Failure(QvCopyFile(m_from, m_to, true)), EEXIST);
+    EXPECT_EQ(Failure(QvCopyFile(m_from, m_temp / "dangling", true)), EEXIST);
+    EXPECT_EQ(Failure(QvCopyFile(m_from, m_temp / "new/", false)), ENOENT);
     EXPECT_EQ(Failure(QvReadWholeFile(fifo, &read)), EINVAL);
-    EXPECT_EQ(Failure(QvWriteFileAtomically(folder, "x")), EISDIR);
+    EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp.Path(), "x")), EISDIR);
     EXPECT_EQ(Failure(QvWriteFileAtomically(m_temp / "loop", "x")), ELOOP);
     EXPECT_EQ(Failure(QvWriteFileAtomically(fifo, "x")), EINVAL);
     EXPECT_EQ(Failure(QvForceDirectories(m_to + "/x")), ENOTDIR);
     EXPECT_EQ(Failure(QvForceDirectories(m_temp / "dangling")), EEXIST);
-    EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "link")), ENOTDIR);
     EXPECT_EQ(Names(), before);
-    EXPECT_EQ(Status(m_from).st_ino, Status(twin).st_ino);
-    EXPECT_EQ(ReadFile(m_from) + ReadFile(m_to) + read, "newoldkept");
-
-    EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
-    EXPECT_TRUE(QvIsSymLink(m_temp / "link"));
-    EXPECT_EQ(ReadFile(m_to), "new") << "what the link leads to is replaced";
-    // The temporary file's name must fit beside the longest one.
-    EXPECT_TRUE(QvCopyFile(m_from, m_temp / std::string(255, 'n'), false));
+    EXPECT_EQ(ReadFile(m_to), "old");
+    EXPECT_EQ(read, "kept");
     // A file that claims to be empty.
     EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read) && !read.empty());
     EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
     EXPECT_EQ(ReadFile(m_to), read);
+}
+
+TEST_F(Files, ACopyKeepsHoles)
+{
+    ASSERT_EQ(truncate(m_from.c_str(), off_t{1} << 30), 0);
+    EXPECT_TRUE(QvCopyFile(m_from, m_to, false));
+    EXPECT_EQ(Status(m_to).st_size, off_t{1} << 30);
+    EXPECT_LT(Status(m_to).st_blocks, 1000);
 }
 
 TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
@@ -131,22 +119,6 @@ TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
     }
 }
 
-TEST_F(Files, ABreakLeavesTheOldTarget)
-{
-    TTestProgress progress;
-    progress.BreakAfter = 2;
-    m_temp.Write("from", Pattern(20 * kMiB));
-    EXPECT_EQ(Failure(QvCopyFileEx(m_from, m_to, false, &progress)), ECANCELED);
-    EXPECT_EQ(Names(), (TNames{"from", "to"})) << "no temporary file stays";
-    EXPECT_EQ(ReadFile(m_to), "old");
-    progress = TTestProgress();
-    progress.Start();
-    EXPECT_TRUE(QvCopyFileEx(m_from, m_to, false, &progress));
-    EXPECT_TRUE(std::is_sorted(progress.Positions.begin(), progress.Positions.end()));
-    EXPECT_GE(progress.Positions.size(), 3u);
-    EXPECT_EQ(progress.Positions.back(), 1.0);
-}
-
 TEST_F(Files, MoveReplacesOnlyWhenTold)
 {
     const std::string folder = m_temp / "folder";
@@ -165,20 +137,6 @@ TEST_F(Files, MoveReplacesOnlyWhenTold)
             EXPECT_EQ(TreeOf(m_temp.Path()), "empty/ free=new to=old");
         })) << isForbidden;
     }
-}
-
-TEST_F(Files, AnAtomicWriteFollowsLinksAndKeepsPermissions)
-{
-    m_temp.MakeFolder("folder");
-    Link("../to", "folder/link");
-    Link("folder/link", "chain");
-    Link("folder/fresh", "dangling");
-    ASSERT_EQ(chmod(m_to.c_str(), 0604), 0);
-    EXPECT_TRUE(QvWriteFileAtomically(m_temp / "chain", "new"));
-    EXPECT_EQ(Status(m_to).st_mode & 07777, 0604u);
-    EXPECT_TRUE(QvWriteFileAtomically(m_temp / "dangling", "fresh"));
-    EXPECT_EQ(TreeOf(m_temp.Path()), "chain>folder/link dangling>folder/fresh folder/fresh=fresh "
-                                     "folder/link>../to from=new to=new");
 }
 
 TEST_F(Files, RemovalIsNeverLedOutByLinks)

@@ -90,50 +90,30 @@ TEST_F(LockFileTest, UpgradeLetsNoWriterSlipInAndASecondOneIsRefusedAtOnce)
     EXPECT_EQ(child.Wait(), 0);
 }
 
-TEST_F(LockFileTest, RelockThatFailsKeepsWhatWasHeld)
-{
-    auto holder = std::make_unique<TQvLockFile>(m_path, kExclusive, "a", 60);
-    const std::uint32_t start = QvGetTickCount();
-    TQvLockFile other(m_path, kShared, "b", 60);
-    EXPECT_FALSE(other);
-    EXPECT_GE(QvGetTickCount() - start, 59u);
-
-    ASSERT_TRUE(holder->Relock(false));
-    EXPECT_TRUE(other.Relock(false)) << "gained anew";
-    EXPECT_FALSE(holder->Relock(true) || !*holder);
-    EXPECT_TRUE(IsFree(kShared)) << "the refused upgrade is over";
-    holder.reset();
-    EXPECT_TRUE(other.Relock(true));
-}
-
 TEST_F(LockFileTest, NoteNamesTheHolderAndForeignContentIsNeverWritten)
 {
-    const std::string begin = "lock held by owner=PC pid=" + std::to_string(getpid()) + " time=20";
-    for (const std::string& owner :
-         {std::string(500, 'x'), std::string("a\nb"), std::string("PC")}) {
+    const std::string free = "lock free" + std::string(246, ' ') + "\n";
+    for (const std::string& owner : {std::string(500, 'x'), std::string("a\nb")}) {
         auto lock = std::make_unique<TQvLockFile>(m_path, kShared, owner, 0);
         const TQvLockFile other(m_path, kShared, owner, 0);
         const std::string note = ReadFile(m_path);
-        EXPECT_EQ(note.find('\n'), note.size() - 1) << "the longer notes left no tail: " << note;
-        EXPECT_EQ(note.size(), 256u) << "so that two writers at the same time leave none either";
+        EXPECT_EQ(note.find('\n'), 255u) << "of one length, so that none leaves a tail: " << note;
         EXPECT_TRUE(PassesInChild([&] { lock.reset(); })) << "a copy of the lock";
         lock.reset();
         EXPECT_EQ(ReadFile(m_path), note) << "still held";
     }
-    const std::string note = "lock free" + std::string(246, ' ') + "\n";
-    EXPECT_EQ(ReadFile(m_path), note);
+    EXPECT_EQ(ReadFile(m_path), free);
     ASSERT_TRUE(TQvLockFile(m_path, kExclusive, "", 0));
-    EXPECT_EQ(ReadFile(m_path), note) << "no owner to name";
+    EXPECT_EQ(ReadFile(m_path), free) << "no owner to name";
 
-    for (const std::string& foreign : {std::string(), std::string("lock held by owner=me\n"), begin,
-                                       note + "more\n", begin + std::string(1000, 'x') + "\n"}) {
-        const std::string path = m_folder.Write("resource", foreign);
-        TQvLockFile lock(path, kShared, "somebody with a long name", 0);
-        const TQvLockFile refused(path, kExclusive, "b", 0);
-        EXPECT_EQ(refused.getError(), -EAGAIN);
-        EXPECT_EQ(refused.getHolder(), "");
+    for (const std::string& foreign :
+         {std::string(), std::string("lock held by owner=me\n"), free + "more\n",
+          "lock held by owner=PC pid=1 time=20" + std::string(1000, 'x') + "\n"}) {
+        m_folder.Write("file.lock", foreign);
+        TQvLockFile lock(m_path, kShared, "somebody with a long name", 0);
+        EXPECT_EQ(TQvLockFile(m_path, kExclusive, "b", 0).getHolder(), "");
         EXPECT_TRUE(lock.Relock(true));
-        EXPECT_EQ(ReadFile(path), foreign);
+        EXPECT_EQ(ReadFile(m_path), foreign);
     }
 }
 
@@ -189,9 +169,7 @@ TEST_F(LockFileTest, ReadersWithoutWritePermissionQueue)
 TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
 {
     ASSERT_EQ(mkfifo((m_folder / "fifo").c_str(), 0600), 0);
-    EXPECT_EQ(TQvLockFile(m_folder.Path(), kShared, "a", kLong).getError(), -EISDIR);
     EXPECT_EQ(TQvLockFile(m_folder / "fifo", kExclusive, "a", kLong).getError(), -EINVAL);
-    EXPECT_EQ(TQvLockFile(m_folder / "no/file", kShared, "a", kLong).getError(), -ENOENT);
     EXPECT_EQ(TQvFileLock(m_folder.Path(), 0).getError(), -EISDIR);
     EXPECT_EQ(TQvFileLock(m_folder / "fifo", 0).getError(), -EINVAL);
     EXPECT_EQ(TQvFileLock(m_path, 0).getError(), -ENOENT) << "nothing is created";
@@ -199,7 +177,6 @@ TEST_F(LockFileTest, OnlyRegularFilesAreLockedAndReadOnlyOnesShared)
     ASSERT_EQ(chmod(m_folder.Path().c_str(), 0555), 0);
     EXPECT_TRUE(PassesInChild([&] {
         ASSERT_TRUE(geteuid() != 0 || seteuid(65534) == 0) << "root may write everything";
-        EXPECT_EQ(TQvLockFile(m_path, kExclusive, "a", 0).getError(), -EACCES);
         TQvLockFile lock(m_path, kShared, "a", 0);
         EXPECT_FALSE(lock.Relock(true));
         EXPECT_EQ(lock.getError(), -EACCES);
@@ -214,21 +191,16 @@ TEST_F(LockFileTest, TheMessageNamesTheHolderOrTheReason)
     const TQvLockFile lock(m_path, kExclusive, "PC", 0);
     const TQvFileLock refused(m_path, 0);
     EXPECT_EQ(refused.getError(), -EAGAIN) << "both kinds exclude each other";
-    const std::string process = std::to_string(getpid());
-    const std::string start = "lock held by owner=PC pid=" + process + " time=";
     const std::string note = ReadFile(m_path);
-    EXPECT_EQ(note.substr(0, start.size()), start);
-    const std::string time = note.substr(start.size(), 20);
-    EXPECT_EQ(time.back(), 'Z');
+    const std::string process = std::to_string(getpid());
+    const std::string time = note.substr(note.find("time=") + 5, 20);
     EXPECT_EQ(TQvLockFile(m_path, kExclusive, "b", 0).getHolder(),
               "PC (process " + process + ", since " + time + ")");
     EXPECT_EQ(QvLockMessage(m_path, refused.getError()).what(),
               "\"" + m_path + "\" is locked by another process (owner=PC pid=" + process +
                   " time=" + time + ").");
-    const std::string other = m_folder.Write("other", "no note");
-    const std::string locked = "\"" + other + "\" is locked by another process.";
-    EXPECT_EQ(QvLockMessage(other, -EAGAIN).what(), locked);
-    EXPECT_EQ(QvLockMessage(other, -EROFS).what(),
-              "\"" + other + "\" cannot be locked: Read-only file system.");
+    EXPECT_STREQ(QvLockMessage("x", -EAGAIN).what(), "\"x\" is locked by another process.");
+    EXPECT_STREQ(QvLockMessage("x", -EROFS).what(),
+                 "\"x\" cannot be locked: Read-only file system.");
 }
 } // namespace

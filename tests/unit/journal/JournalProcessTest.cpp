@@ -1,12 +1,10 @@
 // What processes that share a storage do to each other.
 #include "JournalFixture.h"
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <random>
 
 #include <unistd.h>
 
@@ -92,54 +90,6 @@ TEST_F(TStorageTest, WritersLoseNothingWhateverHappensToTheirLock)
     EXPECT_FALSE(Exists(Damaged()));
 }
 
-TEST_F(TStorageTest, AKilledWriterBreaksAndLosesNothing)
-{
-    ASSERT_TRUE(Storage.LoadDir());
-    std::mt19937 random(5);
-    std::vector<std::string> acknowledged;
-    // More rounds on a machine that is so busy that the kills come too soon to hit anything.
-    for (int round = 0; round < 200 || (round < 4000 && acknowledged.empty()); ++round) {
-        int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
-        TChildProcess appender([&] {
-            for (int i = 0;; ++i)
-                if ((i % 2 == 1 && !Storage.MergeDir()) ||
-                    !Storage.AddResourceRecord(Id(round, i), false) ||
-                    write(ends[1], &i, sizeof i) != sizeof i)
-                    return 1;
-        });
-        close(ends[1]);
-        usleep(static_cast<useconds_t>(random() % 6000));
-        appender.Kill();
-        EXPECT_EQ(appender.Wait(), -SIGKILL);
-        for (int i; read(ends[0], &i, sizeof i) == sizeof i;)
-            acknowledged.push_back(Id(round, i));
-        close(ends[0]);
-        ASSERT_TRUE(Storage.DoLoadDir());
-        for (const std::string& id : acknowledged)
-            ASSERT_EQ(Storage.Dir().count(id), 1u) << id;
-    }
-    EXPECT_GT(acknowledged.size(), 0u) << "no kill came after a change";
-}
-
-TEST_F(TStorageTest, ANewJournalIsSyncedWithItsFolder)
-{
-    if (Storage.Folder = Temp / "traced"; std::getenv("QV_TRACED") != nullptr) {
-        Storage.Folder = std::getenv("QV_TRACED");
-        ASSERT_TRUE(Storage.AddResourceRecord("/a", false));
-        return;
-    }
-    Temp.MakeFolder("traced");
-    const std::string trace = Temp / "trace";
-    const std::string call =
-        "ASAN_OPTIONS=detect_leaks=0 QV_TRACED=" + Storage.Folder + " strace -yo " + trace +
-        " -e trace=write,fdatasync,fsync /proc/" + std::to_string(getpid()) +
-        "/exe --gtest_filter=*ANewJournalIsSynced* >/dev/null && grep -F traced " + trace +
-        " | sed 's/(.*//' >" + trace + ".calls";
-    ASSERT_EQ(std::system(call.c_str()), 0);
-    EXPECT_EQ(ReadFile(trace + ".calls"), "write\nfdatasync\nfsync\n");
-}
-
 TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
 {
     for (int i = 0; i < 300; ++i)
@@ -152,32 +102,6 @@ TEST_F(TStorageTest, SeveralRepairABrokenJournalAtOnce)
         WriteJournal(broken);
         ExpectDone(
             Start(4, [this](int) { return Storage.LoadDir() && Storage.Dir().size() == 300; }));
-    }
-}
-
-TEST_F(TStorageTest, AFullDiskLeavesTheJournalAsItWas)
-{
-    ASSERT_TRUE(Storage.LoadDir() && Storage.AddResourceRecord("/a", false));
-    const std::string whole = Journal();
-    const auto add = [this] { return Storage.AddResourceRecord("/b", false); };
-    const auto merge = [this] { return Storage.MergeDir(); };
-    const auto load = [this] { return Storage.LoadDir(); };
-    const std::tuple<const char*, std::function<bool()>, std::size_t, std::string> kRows[] = {
-        {"AddResourceRecord", add, whole.size() + 3, ""},
-        {"SaveDir", merge, 20, ""},
-        {"SaveDir", load, 3, "/B?b\r\n"}};
-    for (const auto& [name, operation, room, tail] : kRows) {
-        WriteJournal(whole + tail);
-        EXPECT_TRUE(PassesInChild([&, name = name, &operation = operation, room = room] {
-            TLogCapture log;
-            LimitFileSize(room);
-            EXPECT_FALSE(operation());
-            EXPECT_EQ(log.Entries.at(0).Shown,
-                      "TResStorage::" + std::string(name) + "(): error writing storage (S)");
-            EXPECT_EQ(Storage.Failure().Error(), EFBIG);
-        })) << name;
-        EXPECT_EQ(Journal(), whole + tail);
-        EXPECT_EQ(NamesIn(Temp / "s").size(), 2u);
     }
 }
 } // namespace

@@ -32,9 +32,10 @@ protected:
 
 TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
 {
-    MakeTree(Temp.Path(), "A/f/x= A/x= A/link>../out A/gone>none out/kept= D/ B/ M/");
+    MakeTree(Temp.Path(), "A/f/x= A/x= A/link>../out A/gone>none out/kept= out/own/ D/ B/ M/");
     const std::string before = TreeOf(Temp.Path());
     Manager.MountFileNodeE("/L", Temp / "A/link", false);
+    Manager.MountFileNodeE("/Own", Temp / "out/own", false);
     Expect({{"clear /A/link", false, ENOTDIR, "/A/link"},
             {"delete /A/link", false, EISDIR, "/A/link"},
             {"delete /A/gone", false, ENOENT, "/A/gone"}, // leads to nothing
@@ -43,7 +44,9 @@ TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
             {"move /A/f /A/g", false, EISDIR, "/A/f"},
             {"move /L /A/y", false, EISDIR, "/L"},
             {"move /A/x /L", false, EISDIR, "/L"},
-            {"remove /A/link", false, EBUSY, "/A/link"}}); // the folder of another mount
+            {"remove /A/link", false, EBUSY, "/A/link"}, // the folder of another mount
+            {"remove /L/own", false, EBUSY, "/L/own"}}); // by another way
+    EXPECT_THROW(Manager.RenameFolderE("/L/own", "y"), TQvMessage);
     EXPECT_EQ(TreeOf(Temp.Path()), before);
     EXPECT_THROW(Manager.RenameFolderE("/A/f/..", "y"), TQvMessage);
     Manager.UnmountNodeE("/L", false);
@@ -90,12 +93,14 @@ TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
 
 TEST_F(Failures, ASidecarThatFailsIsReportedAndTheSourceKept)
 {
-    MakeTree(Temp.Path(), "A/x=1 A/x.meta=m A/y.meta/ B/y.meta/");
-    Expect({{"copy /A/x /A/y", false, EISDIR, "/A/y"},
-            {"copy /A/x /B/y", true, EISDIR, "/B/y"},
-            {"move /A/x /B/y", false, EISDIR, "/B/y"}});
+    MakeTree(Temp.Path(), "A/x=1 A/x.meta=m A/y.meta= B/y.meta=");
+    const TQvFileStream near(TQvPath(Temp / "A/y.meta"), kQvOpenWrite, 0);
+    const TQvFileStream far(TQvPath(Temp / "B/y.meta"), kQvOpenWrite, 0);
+    Expect({{"copy /A/x /A/y", false, EACCES, "/A/y"},
+            {"copy /A/x /B/y", true, EACCES, "/B/y"},
+            {"move /A/x /B/y", false, EACCES, "/B/y"}});
     EXPECT_TRUE(TResourceManager::LastFailure().OfMetadata);
-    EXPECT_EQ(TreeOf(Temp.Path()), "A/x=1 A/x.meta=m A/y=1 A/y.meta/ B/y=1 B/y.meta/");
+    EXPECT_EQ(TreeOf(Temp.Path()), "A/x=1 A/x.meta=m A/y=1 A/y.meta= B/y=1 B/y.meta=");
     EXPECT_TRUE(Manager.DeleteResource("/B/y"));
     EXPECT_EQ(TResourceManager::LastFailure().text(), "") << "a success clears it";
 }

@@ -29,9 +29,7 @@ TEST_F(Init, KnowsItsModulesFile)
     const std::string file = module.ModuleFile();
     constexpr const char* kRows[][4] = {
         {"/a/libQv.so", "/a/", "libQv.so", "so"},
-        {"C:\\x\\q.dll", "C:\\x\\", "q.dll", "dll"},
         {"/a.b/end.", "/a.b/", "end.", ""},
-        {"plain", "", "plain", ""},
     };
     for (const auto& [path, folder, name, extension] : kRows) {
         module.SetModuleFile(path);
@@ -91,6 +89,10 @@ TEST_F(Init, FailureLeavesNoIndexIntoNothing)
         << "it is in the list";
     Var.Write("Profiles/Test/profile.x-ini", "broken\n");
     EXPECT_NE(ThrownText(init), "");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG);
     EXPECT_TRUE(Manager.MountNodes().empty());
+    std::filesystem::remove(Var.ProfileFile());
+    EXPECT_NE(ThrownText(init), "");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, ENOENT);
 }
 } // namespace

@@ -87,6 +87,7 @@ TEST_F(Mount, PersistentChangesKeepWhatOthersWrote)
 
     Var.Write("Profiles/Test/profile.x-ini", "broken");
     EXPECT_EQ(Mounted("/x", Data.Path(), true), "Err_XIniParse_name");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG);
     EXPECT_EQ(ReadFile(Var.ProfileFile()), "broken");
 }
 
@@ -104,6 +105,7 @@ TEST_F(Mount, TableStaysChangedWhenTheProfileCannotBe)
 
     Deinit_QvServices();
     EXPECT_EQ(Mounted("/fourth", Data.Path(), true), "@QvConfigData is not initialized");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EINVAL);
     EXPECT_EQ(Manager.ResourceExists("/fourth"), kResFolder);
     Init_QvServices();
 }

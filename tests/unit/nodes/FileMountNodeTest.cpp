@@ -97,9 +97,17 @@ TEST_F(FileMountNode, CopiedMovedAndDeletedWithTheSidecar)
                  {"move /D/a /D/a.meta", false, "a=1 a.meta=m"},
                  {"move /D/a.meta /D/a", false, "a=1 a.meta=m"},
                  {"move /D/a /D/b", false, "a>b b=2"}, // the link would lead to itself
-                 {"move /D/a /D/b", false, "a=1 a.meta=m b.meta/", "a.meta=m b=1 b.meta/"},
+                 {"move /D/a /D/b", false, "a=1 a.meta=m b.meta/"},
+                 {"copy /D/a /D/b", false, "a=1 a.meta=m b=2 b.meta/"},
+                 {"move /D/a /D/b", true, "a=1 a.meta/", "a.meta/ b=1"},
                  {"delete /D/a", false, "a.meta=m"},
                  {"delete /D/a", true, "a=1 a.meta/", "a.meta/"}}); // a folder is no sidecar
+
+    MakeTree(Folder, "a=1 a.meta=m b.meta=of_another_process");
+    TResourceManager::TMountNode::TCopyHints hints;
+    hints.IsTargetNew = true;
+    EXPECT_TRUE(Node.CopyResourceTo("/D/a", Node, "/D/b", hints, nullptr).Sidecar);
+    EXPECT_EQ(TreeOf(Folder), "a=1 a.meta=m b=1 b.meta=m");
 
     const std::string longName(252, 'n');
     Temp.Write("data/" + longName, "");

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <ctime>
 
 #include "services/Backup.h"
@@ -68,6 +69,7 @@ TEST_F(Backups, Failures)
 {
     const std::string signature = "@void BackupResource(const std::__cxx11::string &, size_t): ";
     Expect("none", 3, "a=5", "a=5", signature + "Invalid resource ID");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, ENOENT);
     Expect("a", 3, "a=5 backup=1", "a=5 backup=1",
            signature + "The folder for the backups cannot be created.");
     // A failed move is not reported, nor is a failed delete; keeping none makes no folder.

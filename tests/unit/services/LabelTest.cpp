@@ -75,6 +75,13 @@ TEST_F(Labels, NothingToLabel)
     ASSERT_EQ(symlink("/proc/self/mem", (Temp / "unreadable").c_str()), 0);
     EXPECT_FALSE(GetResResourceLabel("/T/unreadable", &label, false));
     EXPECT_EQ(Text(label), Text(Label(9, 9, 9)));
+    const auto stream = ResourceManager.OpenResource("/T/unreadable", kQvOpenRead, kQvShareAll, 0);
+    ASSERT_TRUE(TResourceManager::GetResourceLabelWeak("/T/unreadable", &label));
+    label.CRC = 0; // that of the part which was read
+    EXPECT_FALSE(StrongCheckResResourceLabel(label, "/T/unreadable", stream.get()));
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EIO);
+    EXPECT_FALSE(ComputeResResourceLabelSC1(stream.get(), &label));
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EIO);
     EXPECT_EQ(NamesIn(Temp.Path()), (std::vector<std::string>{"folder", "r", "unreadable"}));
 }
 
@@ -115,6 +122,8 @@ TEST_F(Labels, RewriteKeepsWhatOthersWrote)
 
     const std::string broken = "[open\n" + std::string(300, 'x');
     Temp.Write("r.meta", broken);
+    EXPECT_EQ(Stored(), "none");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG);
     const TQvMessage error = Thrown([this] { WriteResResourceLabel("/T/r", label); });
     EXPECT_EQ(error.text(), "@Internal logic error in %1% (%2%): (%3%)==false.");
     EXPECT_EQ(error.arguments().at(2), "tree");

@@ -97,16 +97,5 @@ TEST_F(Settings, UnreadablePolicyFileIsPutAside)
               "policy.x-ini.damaged.3/unreadable=third");
     ASSERT_EQ(log.Entries.size(), 3u);
     EXPECT_NE(log.Entries[0].Shown.find(Var("/policy.x-ini")), std::string::npos);
-
-    std::string deep = "d"; // the longer name is too long
-    while (Temp.Path().size() + deep.size() < 3800)
-        deep += '/' + std::string(200, 'x');
-    deep += '/' + std::string(4075 - Temp.Path().size() - deep.size(), 'x');
-    const std::string file = Temp.Write(deep + "/policy.x-ini", "broken\n");
-    const TQvMessage error = Thrown([&] { Apply(Temp / deep); });
-    EXPECT_EQ(error.text(), "Err_WriteFile_name");
-    EXPECT_EQ(error.arguments().at(0), file);
-    EXPECT_EQ(ReadFile(file), "broken\n");
 }
-
 } // namespace
