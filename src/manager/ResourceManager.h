@@ -110,7 +110,8 @@ public:
         virtual TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
         /// Appends to `items`; without a list it is a probe that ends at the first match. Done when
         /// something was found, "nothing" when nothing was; failed when the folder could not be
-        /// read completely, and then `items` has what could be read.
+        /// read completely, and then `items` has what could be read. With kFindNoLink, which
+        /// recursion sets, a link to a folder holds nothing, the node's own folder excepted.
         virtual TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items,
                                const std::string& folder, const std::string& mask, unsigned flags,
                                TQvProgressHandler* progress) const = 0;
