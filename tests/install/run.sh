@@ -20,6 +20,10 @@ quietly cmake --build "$work/examples"
 "$work/examples/mount_and_list" "$work/data" "$work/copy" >"$work/list"
 grep -q ' /Projects/Right/backup/settings\..*\.x-ini$' "$work/list"
 grep -qx '/left is mounted: 1' "$work/list"
+# qvres finds its program in the moved installation, and that finds its libraries.
+if [ -x "$work/moved/libexec/QvServices/qvres-serve" ]; then
+    { "$work/moved/bin/qvres" serve --stop "$work/data" 2>&1 || true; } | grep -qx "qvres: nothing is served at \"$work/data\""
+fi
 [ -z "$flags" ] || exit 0
 
 # Ctrl-C while the second of two files waits: strace sends it when the first percent is shown.
