@@ -20,7 +20,7 @@ quietly cmake --build "$work/examples"
 "$work/examples/mount_and_list" "$work/data" "$work/copy" >"$work/list"
 grep -q ' /Projects/Right/backup/settings\..*\.x-ini$' "$work/list"
 grep -qx '/left is mounted: 1' "$work/list"
-# Found in the moved installation, and finds its libraries there.
+# qvres finds its program in the moved installation, and that finds its libraries.
 if [ -x "$work/moved/libexec/QvServices/qvres-serve" ]; then
     { "$work/moved/bin/qvres" serve --stop "$work/data" 2>&1 || true; } | grep -qx "qvres: nothing is served at \"$work/data\""
 fi
