@@ -107,9 +107,10 @@ QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& 
                                     TQvProgressHandler* progress, TQvCopyFolders* folders);
 /// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
 /// extended attributes, too, and the copy and its name are on the disk when this answers. `copied`
-/// receives the state of the source before its first byte was read, for QvRequireUnchanged.
+/// (may be null) receives the state of the source before its first byte was read, for
+/// QvRequireUnchanged.
 QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
-                                     TQvProgressHandler* progress, struct stat* copied);
+                                     TQvProgressHandler* progress, struct stat* copied = nullptr);
 /// Done while `path` still leads to the file in the state `copied`; EBUSY when another process has
 /// written to it or replaced it since, so that the copy does not hold its content.
 QVSTD_API TQvResult QvRequireUnchanged(const std::string& path, const struct stat& copied);

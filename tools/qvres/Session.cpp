@@ -91,11 +91,17 @@ void TSession::Start()
 void TSession::StartConfiguration(bool withDefaultFolder)
 {
     std::string folder;
+    TQvResult unread;
     if (!VarFolder.empty())
         folder = Absolute(VarFolder);
-    else if (withDefaultFolder && TQvConfigData().getVarFolderSetting(true, nullptr).empty() &&
+    else if (withDefaultFolder &&
+             TQvConfigData().getVarFolderSetting(true, nullptr, &unread).empty() &&
              !TQvPath::homeDir().isPathEmpty())
         folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
+    // The setting may name another folder.
+    if (!unread)
+        throw TFailure("the registry " + Quoted(unread.Name()) +
+                       " cannot be read: " + QvErrorText(unread.Error()));
     // Through the environment, so that every part of the configuration agrees on the folder.
     if (!folder.empty())
         setenv(kVarFolderVariable, folder.c_str(), 1);
