@@ -4,6 +4,7 @@
 //   fault_probe A B C sidecar SRC DST | label ID | empty ID
 //   fault_probe journal FOLDER load | cut | merge | add ID | shorten ID | behind ID
 //   fault_probe registry FOLDER VALUE
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -33,8 +34,14 @@ static bool RunJournal(char** arguments)
     TResStorage storage({10000, operation == "shorten" ? 1u : 256u, "probe"});
     storage.Name = storage.Folder = arguments[0];
     TResStorage::TLocker lock;
-    if (operation == "behind")
-        std::rename((storage.Folder + "/next").c_str(), storage.DirFile().toSysStr().c_str());
+    // In a second run it has been done.
+    if (operation == "behind" &&
+        std::rename((storage.Folder + "/next").c_str(), storage.DirFile().toSysStr().c_str()) !=
+            0 &&
+        errno != ENOENT) {
+        std::perror("rename");
+        return false;
+    }
     if (operation == "shorten")
         lock = TStorageLocker::VCreate(storage, true);
     bool done = operation == "merge" ? storage.MergeDir()

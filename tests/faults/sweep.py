@@ -314,6 +314,7 @@ def append_behind_rename():
     row = journal("append behind an unsynced rename", ["behind", "/c"], sealed(*HEAD), holds(THREE), between=[holds(TWO)],
                   torn=[keeps(TWO, THREE)], files={NEXT: File(TWO_BLOCKS, 0o640, OLD_TIME)}.items())
     row.after[NEXT] = None
+    row.between[NEXT] = [File(always)]  # without the rename, what was appended is in there
     return row
 
 
