@@ -63,7 +63,8 @@ std::string TQvConfigData::getComputerName() const
     return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
-std::string TQvConfigData::getVarFolderSetting(bool wantCommon, bool* isCommon) const
+std::string TQvConfigData::getVarFolderSetting(bool wantCommon, bool* isCommon,
+                                               TQvResult* unread) const
 {
     const auto answer = [isCommon](std::string folder, bool common) {
         if (isCommon != nullptr)
@@ -74,15 +75,21 @@ std::string TQvConfigData::getVarFolderSetting(bool wantCommon, bool* isCommon) 
     if (setting != nullptr && *setting != '\0')
         return answer(setting, false);
 
+    TQvResult failure;
     const std::string key = QvGetStaticConfigString(kProductKey);
     for (const TQvRegKey root : {TQvRegKey::Common, TQvRegKey::User}) {
         const bool common = root == TQvRegKey::Common;
         if (common && !wantCommon)
             continue;
-        std::string folder = TQvRegMan::readString(root, key, "VarPath");
+        std::string folder;
+        const TQvResult read = TQvRegMan::readString(root, key, "VarPath", &folder);
         if (!folder.empty())
             return answer(std::move(folder), common);
+        if (failure && read.HasFailed())
+            failure = read;
     }
+    if (unread != nullptr)
+        *unread = failure;
     return std::string();
 }
 

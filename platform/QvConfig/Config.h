@@ -9,6 +9,7 @@
 
 #include "QvStd/Export.h"
 #include "QvStd/Path.h"
+#include "QvStd/Result.h"
 
 QVSTD_API std::string QvGetConfigString(int number, bool mustExist);
 
@@ -30,8 +31,10 @@ public:
     /// the user's own), else "VarPath" of the registry under static string 11, the common root
     /// first when `wantCommon`, else the user's only. "" when there is none. `isCommon` (may be
     /// null) receives whether the answer is common to all users; it is left alone when there is no
-    /// answer.
-    std::string getVarFolderSetting(bool wantCommon, bool* isCommon) const;
+    /// answer. `unread` (may be null) receives, when there is no answer, whether a registry file
+    /// could not be read that may hold one.
+    std::string getVarFolderSetting(bool wantCommon, bool* isCommon,
+                                    TQvResult* unread = nullptr) const;
 
 private:
     friend std::string QvGetConfigString(int number, bool mustExist);

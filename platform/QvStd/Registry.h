@@ -14,6 +14,7 @@
 
 #include "QvStd/Export.h"
 #include "QvStd/Path.h"
+#include "QvStd/Result.h"
 
 /// The roots.
 enum class TQvRegKey : int
@@ -32,6 +33,10 @@ public:
     /// "" when the value is missing or the file cannot be read; a malformed file is logged.
     static std::string readString(TQvRegKey root, const std::string& key,
                                   const std::string& valueName);
+    /// "Nothing" when the value is missing; failed when that could not be found out (EBADMSG for a
+    /// malformed file), which is logged. The result names the file.
+    static TQvResult readString(TQvRegKey root, const std::string& key,
+                                const std::string& valueName, std::string* value);
     /// True when the value is stored safely (synced). With `create` a missing file, folder or key
     /// is made; without, it is a failure. A malformed file is never overwritten. Waits up to 10 s
     /// for the lock; a failure is logged with its reason, or with the holder of the lock.

@@ -97,9 +97,10 @@ bool TJournalFile::IsUnchanged(const TJournalFile& other) const
 int TJournalFile::AskServer()
 {
     struct statx now = {};
-    if (statx(m_file.Number(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC, STATX_SIZE | STATX_MTIME,
-              &now) != 0)
+    if (statx(m_file.Number(), "", AT_EMPTY_PATH | AT_STATX_FORCE_SYNC,
+              STATX_SIZE | STATX_MTIME | STATX_BTIME, &now) != 0)
         return Passing(errno);
+    m_identity = {m_status.st_dev, m_status.st_ino, now.stx_btime.tv_sec, now.stx_btime.tv_nsec};
     m_size = now.stx_size;
     m_time = static_cast<std::uint32_t>(now.stx_mtime.tv_sec);
     return Passing(m_file.CorrectSize(&m_size));
@@ -185,7 +186,7 @@ TQvResult TJournalFile::CutUnsealed()
     return Answer(AskServer());
 }
 
-TQvResult TJournalFile::AppendAndClose(std::string_view block)
+TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity* synced)
 {
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
@@ -193,9 +194,12 @@ TQvResult TJournalFile::AppendAndClose(std::string_view block)
     int error = Write(block);
     if (error == 0 && fdatasync(m_file.Number()) != 0)
         error = errno;
-    // An empty file may be new, and its name not on the disk.
-    if (error == 0 && before == 0)
+    // The file may be new, or a process that was killed may have put it there by a rewrite: its
+    // name may not be on the disk.
+    if (error == 0 && !(*synced == m_identity))
         error = SyncName();
+    if (error == 0)
+        *synced = m_identity;
     if (error == 0)
         error = AskServer();
     if (error == 0 && !m_file.Close())

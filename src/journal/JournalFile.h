@@ -25,6 +25,21 @@ enum class TJournalAccess
     Append, ///< is created when missing
 };
 
+/// Which file it is, also after its inode number was used again.
+struct TJournalIdentity
+{
+    dev_t Device = 0;
+    ino_t Inode = 0;
+    std::int64_t BornSeconds = 0;
+    std::uint32_t BornNanoseconds = 0; ///< 0, as the seconds, where the file system does not know
+
+    bool operator==(const TJournalIdentity& other) const
+    {
+        return Device == other.Device && Inode == other.Inode && BornSeconds == other.BornSeconds &&
+               BornNanoseconds == other.BornNanoseconds;
+    }
+};
+
 class TJournalFile
 {
 public:
@@ -53,8 +68,9 @@ public:
     /// line feed ends.
     TQvResult CutUnsealed();
     /// Cuts as above, appends the block with one write, and closes. Done when it is on the disk;
-    /// else it was cut off again as far as that was possible.
-    TQvResult AppendAndClose(std::string_view block);
+    /// else it was cut off again as far as that was possible. The name is brought to the disk, too,
+    /// unless the file is `synced`, which receives the file whose name is there.
+    TQvResult AppendAndClose(std::string_view block, TJournalIdentity* synced);
 
 private:
     int LockContent(short kind) const;
@@ -70,6 +86,7 @@ private:
     std::string m_path;
     TQvFreshFile m_file;
     struct stat m_status = {};
+    TJournalIdentity m_identity;
     std::uint64_t m_size = 0;
     std::uint32_t m_time = 0;
     std::uint64_t m_position = 0;

@@ -445,7 +445,7 @@ bool TResStorage::AppendBlock(const std::string& block, const TMessages& message
     TQvResult result = Open(&file, TJournalAccess::Append, messages);
     const bool wasKnown = file.Size() == m_dirSize;
     if (result)
-        result = file.AppendAndClose(block);
+        result = file.AppendAndClose(block, &m_syncedFile);
     if (!result)
         return Fail(messages.NotOpened, kLevelWrite, result);
     const bool isStale = m_isStale || !wasKnown;

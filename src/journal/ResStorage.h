@@ -118,8 +118,9 @@ private:
     TQvResult m_failure;
     std::uint64_t m_dirSize = 0;
     std::uint32_t m_dirTime = 0;
-    bool m_hasReplaced = false; ///< whether the last rewrite came as far as the rename
-    bool m_isStale = false;     ///< others have changed what m_dirSize and m_dirTime do not show
+    TJournalIdentity m_syncedFile; ///< the journal whose name is known to be on the disk
+    bool m_hasReplaced = false;    ///< whether the last rewrite came as far as the rename
+    bool m_isStale = false;        ///< others have changed what m_dirSize and m_dirTime do not show
 };
 
 /// "whole", "missing", "bad signature", "torn tail" or "damage at byte N".

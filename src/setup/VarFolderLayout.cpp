@@ -14,7 +14,11 @@ TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
 {
     if (pQvConfigData == nullptr)
         throw std::runtime_error("@QvConfigData is not initialized");
-    return TQvPath(pQvConfigData->getVarFolderSetting(wantCommon, isCommon));
+    TQvResult unread;
+    const TQvPath folder(pQvConfigData->getVarFolderSetting(wantCommon, isCommon, &unread));
+    if (!unread)
+        throw QvMsg_helper("Err_ReadFile_name") << unread.Name() << QvErrorText(unread.Error());
+    return folder;
 }
 
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file)

@@ -23,7 +23,8 @@ inline constexpr char kProfileFile[] = "profile.x-ini";
 
 /// The VAR folder setting of the configuration, which may be no valid path; the arguments are those
 /// of TQvConfigData::getVarFolderSetting. Throws std::runtime_error "@QvConfigData is not
-/// initialized" when there is no configuration object.
+/// initialized" when there is no configuration object, and a TQvMessage when a registry file that
+/// may hold the setting cannot be read.
 TQvPath QvVarFolderSettingE(bool wantCommon = true, bool* isCommon = nullptr);
 
 /// The policy file; an empty tree when the file is missing. Throws a TQvMessage that names the

@@ -15,7 +15,9 @@ TEST_F(TSetupTest, AFreshHomeGoesFromNothingToWrittenWithThreeCommands)
             {"qvres setup a; cd registry; ls *.x-ini; grep -ho 'VarPath.*' *",
              "/a\nuser.x-ini\nVarPath=" + var + "\n"},
             {"qvres setup b", R"(1: there are profiles already; "qvres profile add NAME FOLDER" )"
-                              "adds a folder to one of them"}});
+                              "adds a folder to one of them"},
+            {"cd registry; rm user.x-ini; mkdir user.x-ini; $QVRES ls 2>&1 | tail -1",
+             "qvres: the registry \"$T/registry/user.x-ini\" cannot be read: Is a directory\n"}});
 }
 
 TEST_F(TSetupTest, WithVarTheRegistryStaysAsItIs)

@@ -1,8 +1,11 @@
 // What the command line does together with other things. The folders are mounted at /A, /B and /C;
-// a journal's records are printed; "shorten" loads above the threshold and appends.
+// a journal's records are printed; "shorten" loads above the threshold and appends, "behind"
+// appends to the file "next", to which a rename without a sync has just given the journal's name.
 //   fault_probe A B C sidecar SRC DST | label ID | empty ID
-//   fault_probe journal FOLDER load | cut | merge | add ID | shorten ID
+//   fault_probe journal FOLDER load | cut | merge | add ID | shorten ID | behind ID
 //   fault_probe registry FOLDER VALUE
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
@@ -31,11 +34,20 @@ static bool RunJournal(char** arguments)
     TResStorage storage({10000, operation == "shorten" ? 1u : 256u, "probe"});
     storage.Name = storage.Folder = arguments[0];
     TResStorage::TLocker lock;
+    // In a second run it has been done.
+    if (operation == "behind" &&
+        std::rename((storage.Folder + "/next").c_str(), storage.DirFile().toSysStr().c_str()) !=
+            0 &&
+        errno != ENOENT) {
+        std::perror("rename");
+        return false;
+    }
     if (operation == "shorten")
         lock = TStorageLocker::VCreate(storage, true);
     bool done = operation == "merge" ? storage.MergeDir()
-                : operation == "cut" ? storage.CutTornTail()
-                                     : operation == "add" || storage.LoadDir(lock);
+                : operation == "cut"
+                    ? storage.CutTornTail()
+                    : operation == "add" || operation == "behind" || storage.LoadDir(lock);
     if (arguments[2] != nullptr)
         done = done && storage.AddResourceRecord(arguments[2], false, lock);
     for (const auto& [id, name] : storage.Dir())

@@ -309,11 +309,20 @@ def journal(name, operation, old, after, damaged=False, is_kept=always, between=
                torn={JOURNAL: list(torn)}, refused=r"close\(.*\.list>" if operation[0] == "add" else None, undone=operation[0] == "add")
 
 
+def append_behind_rename():
+    """A rewrite was killed after its rename: the name is not on the disk yet."""
+    row = journal("append behind an unsynced rename", ["behind", "/c"], sealed(*HEAD), holds(THREE), between=[holds(TWO)],
+                  torn=[keeps(TWO, THREE)], files={NEXT: File(TWO_BLOCKS, 0o640, OLD_TIME)}.items())
+    row.after[NEXT] = None
+    row.between[NEXT] = [File(always)]  # without the rename, what was appended is in there
+    return row
+
+
 def is_in(data):
     return lambda found: any(found.get(path, File(b"")).data == data for path in (JOURNAL, JOURNAL + ".damaged"))
 
 
-JOURNAL, LOCK = "A/s/$QvStorage.list", "A/s\\$QvStorage.lock"
+JOURNAL, LOCK, NEXT = "A/s/$QvStorage.list", "A/s\\$QvStorage.lock", "A/s/next"
 HEAD = b":0123ABCD", b";QV5Dir"
 TWO_BLOCKS = sealed(*HEAD, b"/A?a") + sealed(b"/B?b")
 TWO, THREE, REBUILT = {b"/A": b"a", b"/B": b"b"}, {b"/A": b"a", b"/B": b"b", b"/C": b"c"}, {b"/A": b"/a", b"/B/": b"/b", b"/B/INNER": b"/b/inner"}
@@ -321,6 +330,7 @@ TORN = TWO_BLOCKS + b"/C?c\r\n*0"
 BAD = sealed(b"/A?a")
 JOURNALS = [
     journal("append", ["add", "/c"], TWO_BLOCKS, holds(THREE), torn=[keeps(TWO, THREE)]),
+    append_behind_rename(),
     journal("append to a torn one", ["add", "/c"], TORN, holds(THREE), torn=[keeps(TWO, THREE)]),
     journal("append to a new one", ["add", "/c"], None, File(lambda data: set(data.split(sealed(b"/C?c"))) == {b""}),
             torn=[File(lambda data: sealed(b"/C?c") != data)]),

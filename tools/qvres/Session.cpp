@@ -94,11 +94,20 @@ void TSession::Start()
 void TSession::StartConfiguration(bool withDefaultFolder)
 {
     std::string folder;
+    TQvResult unread;
     if (!VarFolder.empty())
         folder = Absolute(VarFolder);
-    else if (withDefaultFolder && TQvConfigData().getVarFolderSetting(true, nullptr).empty() &&
+    else if (withDefaultFolder &&
+             TQvConfigData().getVarFolderSetting(true, nullptr, &unread).empty() &&
              !TQvPath::homeDir().isPathEmpty())
         folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
+    // The setting may name another folder than the default one. What --mount names is there all the
+    // same.
+    if (!unread && Mounts.empty())
+        throw TFailure("the registry " + Quoted(unread.Name()) +
+                       " cannot be read: " + QvErrorText(unread.Error()));
+    if (!unread)
+        folder.clear();
     // Through the environment, so that every part of the configuration agrees on the folder.
     if (!folder.empty())
         setenv(kVarFolderVariable, folder.c_str(), 1);

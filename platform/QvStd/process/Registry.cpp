@@ -38,8 +38,8 @@ const TQvXIniEntry* FindValue(const TQvXIniTree& tree, const std::string& key,
 }
 
 /// A missing file reads as an empty tree. An unusable one is logged and gives no tree, so that
-/// nobody writes over what he could not read.
-var_a<TQvXIniTree*> ReadFile(const std::string& path)
+/// nobody writes over what he could not read; `failure` (may be null) receives the errno then.
+var_a<TQvXIniTree*> ReadFile(const std::string& path, int* failure = nullptr)
 {
     std::string content;
     std::string error;
@@ -48,13 +48,19 @@ var_a<TQvXIniTree*> ReadFile(const std::string& path)
     if (!QvReadWholeFile(path, &content)) {
         if (errno == ENOENT || errno == ENOTDIR)
             return make_var<TQvXIniTree>();
-        QvLogWriteWarning(TQvMessage("Err_ReadFile_name") << path << std::strerror(errno),
+        const int unread = errno;
+        if (failure != nullptr)
+            *failure = unread;
+        QvLogWriteWarning(TQvMessage("Err_ReadFile_name") << path << QvErrorText(unread),
                           kWarningLevel, 0);
         return nullptr;
     }
     var_a<TQvXIniTree*> tree = QvParseXIniTree(content, &error);
-    if (!tree)
+    if (!tree) {
+        if (failure != nullptr)
+            *failure = EBADMSG;
         QvLogWriteWarning(TQvMessage("Err_XIniParse_name") << path << error, kWarningLevel, 0);
+    }
     return tree;
 }
 
@@ -109,10 +115,25 @@ TQvPath TQvRegMan::filePath(TQvRegKey root)
 std::string TQvRegMan::readString(TQvRegKey root, const std::string& key,
                                   const std::string& valueName)
 {
+    std::string value;
+    readString(root, key, valueName, &value);
+    return value;
+}
+
+TQvResult TQvRegMan::readString(TQvRegKey root, const std::string& key,
+                                const std::string& valueName, std::string* value)
+{
     // Without a lock: the file is only ever replaced as a whole.
-    const var_a<TQvXIniTree*> tree = ReadFile(filePath(root).toSysStr());
-    const TQvXIniEntry* value = tree ? FindValue(*tree, key, valueName) : nullptr;
-    return value != nullptr ? value->Value : std::string();
+    int error = 0;
+    const std::string path = filePath(root).toSysStr();
+    const var_a<TQvXIniTree*> tree = ReadFile(path, &error);
+    if (!tree)
+        return TQvResult::Failed(error, path);
+    const TQvXIniEntry* found = FindValue(*tree, key, valueName);
+    if (found == nullptr)
+        return TQvResult::Nothing(path);
+    *value = found->Value;
+    return TQvResult::Done();
 }
 
 bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::string& valueName,

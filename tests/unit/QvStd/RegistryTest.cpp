@@ -56,7 +56,9 @@ TEST_F(RegistryTest, WhatNobodyAskedToChangeStays)
     const std::string malformed = "[Software\\Velmor\\X]\nV=1\n";
     m_folder.Write("reg/user.x-ini", malformed);
     TLogCapture log;
-    EXPECT_EQ(TQvRegMan::readString(kUser, kKey, "V"), "");
+    std::string value = "kept";
+    EXPECT_EQ(TQvRegMan::readString(kUser, kKey, "V", &value).Error(), EBADMSG);
+    EXPECT_EQ(value, "kept");
     EXPECT_NE(log.Entries.at(0).Shown.find(m_file), std::string::npos);
     EXPECT_FALSE(TQvRegMan::writeString(kUser, kKey, "V", "2", true));
     EXPECT_FALSE(TQvRegMan::removeEntry(kUser, kKey, "V"));
