@@ -160,7 +160,9 @@ TFailure WithMissingCause(const TQvMessage& message)
 {
     std::string text = message.what();
     const TQvFailure& cause = TResourceManager::LastFailure();
-    if (cause.Error == 0 || text.find(QvErrorText(cause.Error)) != std::string::npos)
+    // A lock that another process has names that one.
+    if (cause.Error == 0 || cause.Error == EAGAIN ||
+        text.find(QvErrorText(cause.Error)) != std::string::npos)
         return TFailure(text, cause.Id, cause.Error);
     if (!text.empty() && text.back() == '.')
         text.pop_back();

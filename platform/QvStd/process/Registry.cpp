@@ -123,10 +123,13 @@ bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::s
         QvLogWriteWarning(TQvMessage("Err_NoHomeFolder"), kWarningLevel, 0);
         return false;
     }
-    if (create)
-        QvForceDirectories(path.substr(0, path.rfind('/')));
-    else if (!QvFileExists(path))
+    if (!create && !QvFileExists(path))
         return false;
+    if (const TQvResult made = QvForceDirectories(path.substr(0, path.rfind('/'))); !made) {
+        QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << QvErrorText(made.Error()),
+                          kWarningLevel, 0);
+        return false;
+    }
 
     const TQvLockFile lock(LockPath(path), true, "registry", kLockTimeoutMs);
     const var_a<TQvXIniTree*> tree = ReadForWriting(path, lock);
