@@ -119,6 +119,34 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
           record + R"([{"id":"/b","folder":"$T/b"}])" + free + "\n"}});
 }
 
+TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
+{
+    const std::string var = "$T/home/.config/velmor/KORVADELAirlane7.VAR/";
+    const std::string damage = " is not well formed: line 2: it is no key (there is no \"=\"), no "
+                               "section and no comment";
+    const std::string registry =
+        "The setting of the VAR folder cannot be written to the registry: ";
+    const auto breaks = [&](const std::string& file, const std::string& call,
+                            const std::string& answer) {
+        Expect({{"cp " + file + " kept; printf 'k=1\\nbad\\n' >" + file + "; " + call, answer},
+                {"cp kept " + file, ""}});
+    };
+    Expect({{"qvres setup a", "/a\n"}});
+    for (const std::string file :
+         {"policy.x-ini", "Profiles/profiles.x-ini", "Profiles/LocalProfile/profile.x-ini"})
+        breaks(var + file, "qvres ls", "1: \"" + var + file + "\"" + damage + ".");
+    const std::string user = R"("$T/registry/user.x-ini")";
+    breaks("registry/user.x-ini", "qvres ls", "/a/\n0: warning: " + user + damage);
+    breaks("registry/user.x-ini", "qvres setup", "1: " + registry + user + damage);
+    for (const std::string file : {"policy.x-ini", "Profiles/profiles.x-ini"})
+        Expect({{"mv " + var + file + " kept; qvres ls; mv kept " + var + file,
+                 "1: \"" + var + file + "\" is missing; \"qvres setup\" makes it anew"}});
+    Expect(
+        {{"touch f; export QV_REGISTRY_DIR=$T/f/no; qvres --json setup",
+          "1{\"error\":\"" + registry +
+              R"(\"$T/f/no/user.x-ini\" cannot be written: Not a directory","id":null,"errno":0})"}});
+}
+
 TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
 {
     const std::string refusal =

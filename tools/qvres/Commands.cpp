@@ -47,12 +47,12 @@ void PrintValue(THost& host, const std::string& value)
 
 void WriteContent(THost& host, TQvStream& stream, const std::string& name)
 {
+    const std::uint64_t bytes = stream.getSize();
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Reading " + name);
     // The bar and the content would mix on one terminal.
     if (!host.Out.IsTerminal())
         progress.Start();
-    const std::uint64_t bytes = stream.getSize();
     const auto size = static_cast<double>(bytes);
     host.Progress.CountBytesOf(bytes);
     std::vector<char> block(kBlockSize);

@@ -11,8 +11,8 @@ class TWatchedStream : public TQvStream
 {
 public:
     TWatchedStream(THost& host, const std::string& id)
-        : m_stream(OpenForReading(host.Session.Tree(), id)), m_progress(&host.Progress),
-          m_size(m_stream->getSize())
+        : m_stream(OpenForReading(host.Session.Tree(), id)), m_size(m_stream->getSize()),
+          m_progress(&host.Progress)
     {
         host.Progress.CountBytesOf(m_size);
         m_progress.SetMessage("Reading " + id);
@@ -43,8 +43,8 @@ public:
 
 private:
     var_a<TQvStream*> m_stream;
+    std::uint64_t m_size; ///< before the progress, which counts it
     TQvProgress m_progress;
-    std::uint64_t m_size;
 };
 
 [[noreturn]] void ThrowUnreadable(const std::string& id, int error)

@@ -15,6 +15,7 @@ namespace
 constexpr std::size_t kBufferSize = 256 * 1024;
 
 bool g_errorsAsJson = false;
+std::string g_printed; ///< the errors, a line each
 
 [[noreturn]] void ThrowWriteError(int error)
 {
@@ -82,6 +83,7 @@ void PrintError(const TFailure& failure)
 {
     if (!g_errorsAsJson)
         return PrintError(std::string(failure.what()));
+    g_printed += failure.what() + std::string("\n");
     nlohmann::ordered_json record = {{"error", failure.what()}};
     if (failure.Id.empty())
         record["id"] = nullptr;
@@ -95,10 +97,16 @@ void PrintError(const std::string& message)
 {
     if (g_errorsAsJson)
         return PrintError(TFailure(message));
+    g_printed += message + "\n";
     std::string line = message;
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
     std::fprintf(stderr, "qvres: %s\n", line.c_str());
+}
+
+bool WasPrinted(const std::string& text)
+{
+    return g_printed.find(text) != std::string::npos;
 }
 
 void ErrorsAsJson()

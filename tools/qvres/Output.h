@@ -40,3 +40,5 @@ private:
 void PrintError(const TFailure& failure);
 void PrintError(const std::string& message);
 void ErrorsAsJson();
+/// Whether an error with this text was printed.
+bool WasPrinted(const std::string& text);

@@ -28,6 +28,16 @@ bool IsSetUp()
     }
 }
 
+/// What a VAR folder lacks that was set up once; "" when nothing of it is there.
+std::string MissingPart(const TQvPath& varFolder)
+{
+    const std::string policy = (varFolder / "policy.x-ini").toSysStr();
+    const std::string list = (varFolder / "Profiles/profiles.x-ini").toSysStr();
+    if (QvFileExists(policy))
+        return QvFileExists(list) ? std::string() : list;
+    return QvFileExists(list) ? policy : std::string();
+}
+
 struct TMountOption
 {
     std::string Id;
@@ -143,6 +153,9 @@ std::string TSession::SetUpHint() const
         repository.isPathEmpty() ? std::string() : RepositoryProblem(repository);
     if (!problem.empty())
         return problem + "; \"" + command + " --repository DIR\" names another one, \"\" none";
+    const std::string missing = MissingPart(folder);
+    if (!missing.empty())
+        return Quoted(missing) + " is missing; \"" + command + "\" makes it anew";
     return "the VAR folder " + Quoted(folder.toSysStr()) + " is not set up; run \"" + command +
            " FOLDER\" first";
 }

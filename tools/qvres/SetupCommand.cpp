@@ -8,6 +8,7 @@
 #include "Checks.h"
 #include "Commands.h"
 #include "Failure.h"
+#include "LogWarnings.h"
 #include "ProfileState.h"
 #include "Repository.h"
 
@@ -71,8 +72,12 @@ void ApplySettings(const TSettings& settings)
 {
     std::string error;
     if (!TQvCPUtils::PerformOK(settings.VarFolder, settings.Common, settings.UseRepository,
-                               settings.Repository, error))
-        throw TFailure(error);
+                               settings.Repository, error)) {
+        const std::string cause = LogWarnings::Last();
+        if (!cause.empty() && error.back() == '.')
+            error.pop_back();
+        throw TFailure(error + (cause.empty() ? cause : ": " + cause));
+    }
 }
 
 /// A repository may publish one of the first profile's name.

@@ -13,6 +13,7 @@
 
 #include "BreakSignal.h"
 #include "Commands.h"
+#include "LogWarnings.h"
 #include "ServeCommand.h"
 
 namespace
@@ -117,6 +118,24 @@ void FlushAfterFailure(TOutput& out)
         // The first failure is the one to tell.
     }
 }
+
+int RunAndReport(CLI::App& app, THost& host, int argc, char** argv)
+{
+    try {
+        return Run(app, host, argc, argv);
+    } catch (const TQvUserBreak& cancelled) {
+        PrintError(TFailure(cancelled.what(), "", ECANCELED));
+        return kCancelled;
+    } catch (const TFailure& failure) {
+        FlushAfterFailure(host.Out);
+        PrintError(failure);
+        return kFailed;
+    } catch (const std::exception& failure) {
+        FlushAfterFailure(host.Out);
+        PrintError(failure.what());
+        return kFailed;
+    }
+}
 } // namespace
 
 int main(int argc, char** argv)
@@ -129,6 +148,7 @@ int main(int argc, char** argv)
     // Known before the arguments are parsed, which may fail, too.
     if (std::find(argv, argv + argc, std::string_view("--json")) != argv + argc)
         ErrorsAsJson();
+    LogWarnings::Collect();
     THost host;
     CLI::App app(kDescription, "qvres");
     AddOptions(app, host);
@@ -150,18 +170,7 @@ int main(int argc, char** argv)
     AddProfileCommands(app, host);
     AddJournalCommand(app, host);
     AddHelpCommand(app, host);
-    try {
-        return Run(app, host, argc, argv);
-    } catch (const TQvUserBreak& cancelled) {
-        PrintError(TFailure(cancelled.what(), "", ECANCELED));
-        return kCancelled;
-    } catch (const TFailure& failure) {
-        FlushAfterFailure(host.Out);
-        PrintError(failure);
-        return kFailed;
-    } catch (const std::exception& failure) {
-        FlushAfterFailure(host.Out);
-        PrintError(failure.what());
-        return kFailed;
-    }
+    const int status = RunAndReport(app, host, argc, argv);
+    LogWarnings::PrintUnsaid();
+    return status;
 }

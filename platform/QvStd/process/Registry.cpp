@@ -144,15 +144,11 @@ bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::s
         QvLogWriteWarning(TQvMessage("Err_NoHomeFolder"), kWarningLevel, 0);
         return false;
     }
-    const std::string folder = path.substr(0, path.rfind('/'));
-    if (create) {
-        if (const TQvResult made = QvForceDirectories(folder, true); !made) {
-            QvLogWriteWarning(QvMsg_helper("Err_CreateFolder_name")
-                                  << folder << QvErrorText(made.Error()),
-                              kWarningLevel, 0);
-            return false;
-        }
-    } else if (!QvFileExists(path)) {
+    if (!create && !QvFileExists(path))
+        return false;
+    if (const TQvResult made = QvForceDirectories(path.substr(0, path.rfind('/')), true); !made) {
+        QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << QvErrorText(made.Error()),
+                          kWarningLevel, 0);
         return false;
     }
 

@@ -1,0 +1,51 @@
+#include "LogWarnings.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <vector>
+
+#include <QvStd/Log.h>
+
+#include "Output.h"
+
+namespace
+{
+constexpr int kLeastLevel = 6; ///< below, it is for developers
+
+std::mutex g_mutex;
+std::vector<std::string> g_warnings;
+
+void Keep(TQvLogKind kind, const TQvMessage& message, int level)
+{
+    std::string text = message.what();
+    if (kind != TQvLogKind::Warning || level < kLeastLevel || text.empty())
+        return;
+    if (text.back() == '.')
+        text.pop_back();
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    if (std::find(g_warnings.begin(), g_warnings.end(), text) == g_warnings.end())
+        g_warnings.push_back(text);
+}
+} // namespace
+
+void LogWarnings::Collect()
+{
+    if (std::getenv("QV_LOG_LEVEL") == nullptr)
+        QvSetLogSink(&Keep);
+}
+
+std::string LogWarnings::Last()
+{
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    return g_warnings.empty() ? std::string() : g_warnings.back();
+}
+
+void LogWarnings::PrintUnsaid()
+{
+    const std::lock_guard<std::mutex> guard(g_mutex);
+    for (const std::string& text : g_warnings)
+        if (!WasPrinted(text))
+            PrintError("warning: " + text);
+    g_warnings.clear();
+}
