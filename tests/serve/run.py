@@ -8,6 +8,7 @@ Scenarios without their program are skipped by name. Exit status 77 where nothin
 import contextlib
 import ctypes
 import errno
+import fcntl
 import filecmp
 import mmap
 import os
@@ -326,8 +327,11 @@ def names(served):
     shutil.rmtree(a / "d1")
     os.unlink(a / "inside")
     assert (b / "kept").exists() and not (disk / "inside").is_symlink()
-    # What the library's other openers hold is theirs.
+    # What another opener of the library has for itself does not open.
     (disk / "seen").write_text("made on the disk")
+    with open(disk / "seen") as held:
+        fcntl.flock(held, fcntl.LOCK_EX)
+        fails_with(errno.EACCES, os.open, a / "seen", os.O_RDONLY)
     os.utime(a / "seen", ns=(5, 123456789))
     assert (disk / "seen").stat().st_mtime_ns == 123456789
     # A folder of many names, some of them with attributes.

@@ -36,7 +36,7 @@ TInode RootInode(const TMountPoints& mounts, const std::string& id)
 }
 } // namespace
 
-TFileSystem::TFileSystem(const TServeOptions&, const std::string& rootId)
+TFileSystem::TFileSystem(const std::string& rootId)
     : m_mounts(ResourceManager), m_inodes(rootId, RootInode(m_mounts, rootId))
 {
     m_virtualStatus.st_mode = S_IFDIR | 0555;

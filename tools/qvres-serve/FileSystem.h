@@ -16,7 +16,6 @@
 
 #include <QvServices/QvServices.h>
 
-#include "../qvres/ServeCommand.h"
 #include "FileHandle.h"
 #include "FileNumbers.h"
 #include "Inodes.h"
@@ -73,7 +72,8 @@ public:
 class TFileSystem
 {
 public:
-    TFileSystem(const TServeOptions& options, const std::string& rootId);
+    /// Shows what lies below `rootId`, an id without a trailing "/"; "" is the whole tree.
+    explicit TFileSystem(const std::string& rootId);
 
     TInode& Root() { return m_inodes.Root(); }
 
@@ -99,8 +99,8 @@ public:
     // Files
     int Open(TInode& inode, int flags, TFileHandle** handle);
     int Close(TInode& inode, TFileHandle* handle);
-    /// Flushes what was opened for writing. The first failure.
-    int FlushAll();
+    /// At the end: flushes what was opened for writing and closes everything. The first failure.
+    int CloseAll();
 
     // Folders
     int OpenFolder(TInode& inode, std::unique_ptr<TFolderHandle>* folder);

@@ -50,14 +50,17 @@ int TFileSystem::Close(TInode& inode, TFileHandle* handle)
     return closing->Close();
 }
 
-int TFileSystem::FlushAll()
+int TFileSystem::CloseAll()
 {
     const std::lock_guard<std::mutex> lock(m_handlesMutex);
     int first = 0;
+    const auto note = [&first](int error) { first = first != 0 ? first : error; };
     for (TFileHandle* const handle : m_handles) {
-        const int error = handle->IsWritable() ? handle->Flush(false) : 0;
-        first = first != 0 ? first : error;
+        const std::unique_ptr<TFileHandle> closing(handle);
+        note(closing->IsWritable() ? closing->Flush(false) : 0);
+        note(closing->Close());
     }
+    m_handles.clear();
     return first;
 }
 

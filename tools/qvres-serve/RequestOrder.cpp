@@ -9,7 +9,9 @@ TRequestOrder::TTurn TRequestOrder::Take(const void* request)
     if (header.opcode != FUSE_READ && header.opcode != FUSE_WRITE)
         return {};
     const std::lock_guard<std::mutex> lock(m_mutex);
-    const TTurn turn{++m_last, header.nodeid, header.opcode == FUSE_WRITE};
+    TTurn turn{++m_last, header.nodeid, header.opcode == FUSE_WRITE};
+    if (turn.IsRead())
+        turn.Bytes = reinterpret_cast<const fuse_read_in*>(&header + 1)->size;
     if (turn.IsWrite)
         m_writes[turn.File].push_back(turn.Number);
     return turn;
@@ -17,7 +19,7 @@ TRequestOrder::TTurn TRequestOrder::Take(const void* request)
 
 void TRequestOrder::Wait(const TTurn& turn)
 {
-    if (turn.Number == 0 || turn.IsWrite)
+    if (!turn.IsRead())
         return;
     std::unique_lock<std::mutex> lock(m_mutex);
     m_written.wait(lock, [&] {

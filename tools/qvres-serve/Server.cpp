@@ -123,9 +123,9 @@ void AllowManyFiles()
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void FlushAtTheEnd(const TServeOptions& options, TFileSystem& files)
+void CloseAtTheEnd(const TServeOptions& options, TFileSystem& files)
 {
-    const int error = files.FlushAll();
+    const int error = files.CloseAll();
     if (error == 0)
         return;
     const std::string text = "what was written below " + Quoted(options.Folder) +
@@ -141,8 +141,7 @@ void Serve(const TServeOptions& options)
 {
     fuse_set_log_func(&Remember);
     RequireFolderToServeAt(options);
-    const std::string rootId = RootId(options);
-    TServed served{TFileSystem(options, rootId), options.AttrTimeout};
+    TServed served{TFileSystem(RootId(options)), options.AttrTimeout};
     const TSessionPointer session = MakeSession(options, served);
     if (!session)
         ThrowNotServed(options);
@@ -159,7 +158,7 @@ void Serve(const TServeOptions& options)
     }
     const int error = workers.Run();
     fuse_session_unmount(session.get());
-    FlushAtTheEnd(options, served.Files);
+    CloseAtTheEnd(options, served.Files);
     if (error != 0)
         throw TFailure("serving " + Quoted(options.Folder) + " has ended: " + QvErrorText(error));
 }

@@ -1,5 +1,6 @@
 #include "Workers.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -10,6 +11,7 @@ namespace
 constexpr std::size_t kMaxThreads = 16;
 constexpr long kTick = 1000000; ///< ns
 constexpr int kTicksUntilSleep = 50;
+constexpr int kManySlowReads = 16;
 constexpr int kWake = SIGUSR1;
 
 extern "C" void Ignore(int) {}
@@ -49,6 +51,25 @@ bool TWorkers::IsWaiting() const
 {
     pollfd device{fuse_session_fd(m_session), POLLIN, 0};
     return poll(&device, 1, 0) == 1;
+}
+
+/// What the kernel reads ahead comes in numbers. As long as it is in memory one thread is the
+/// fastest; several are when reads wait for a disk.
+bool TWorkers::IsHelpWorthwhile(const TRequestOrder::TTurn& turn) const
+{
+    return !turn.IsRead() || m_slowReads > kManySlowReads / 2;
+}
+
+void TWorkers::NoteRead(const TRequestOrder::TTurn& turn, std::chrono::nanoseconds time)
+{
+    if (!turn.IsRead())
+        return;
+    constexpr std::int64_t kBytesInNanosecond = 4; // slower than memory, faster than disks
+    constexpr std::int64_t kOverhead = 40000;
+    const bool isSlow = time.count() > kOverhead + turn.Bytes / kBytesInNanosecond;
+    const int now = m_slowReads;
+    // Threads that count at once may lose a step, which does not matter.
+    m_slowReads = std::clamp(now + (isSlow ? 1 : -1), 0, kManySlowReads);
 }
 
 /// Waits until there is no reader. False at the end.
@@ -119,13 +140,15 @@ void TWorkers::Work()
             ++m_steps;
             if (m_isWatcherAsleep.exchange(false))
                 pthread_kill(m_watcher, kWake);
-            if (IsWaiting()) {
+            if (IsHelpWorthwhile(turn) && IsWaiting()) {
                 std::unique_lock<std::mutex> lock(m_mutex);
                 if (m_reader == &buffer)
                     PassOn(lock);
             }
             m_order.Wait(turn);
+            const auto start = std::chrono::steady_clock::now();
             fuse_session_process_buf(m_session, &buffer);
+            NoteRead(turn, std::chrono::steady_clock::now() - start);
             m_order.Finish(turn);
         } while (KeepTurn(&buffer));
     }

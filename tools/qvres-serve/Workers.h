@@ -3,13 +3,15 @@
 // One thread at a time, the reader, waits for requests and answers them itself for as long as it
 // keeps up: a thread that is woken for each request would cost more than most requests. More
 // threads join as soon as there is more to do: when a request is taken while another one is waiting
-// already, and when the reader has been at one request for a millisecond.
+// already, and when the reader has been at one request for a millisecond. Reads bring in others
+// only while they are slower than memory.
 //
 // Thread-safety: belongs to the thread that calls Run.
 #pragma once
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
@@ -37,6 +39,8 @@ private:
     void Work();
     int ReadRequest(fuse_buf* buffer);
     bool IsWaiting() const;
+    bool IsHelpWorthwhile(const TRequestOrder::TTurn& turn) const;
+    void NoteRead(const TRequestOrder::TTurn& turn, std::chrono::nanoseconds time);
     bool TakeTurn(const void* self);
     bool KeepTurn(const void* self);
     void PassOn(std::unique_lock<std::mutex>& lock);
@@ -60,4 +64,5 @@ private:
     std::atomic<std::uint64_t> m_steps{0};      ///< of the reader; odd while it is at a request
     std::atomic<bool> m_isWatcherAsleep{false}; ///< nothing happens
     std::atomic<bool> m_isEnded{false};
+    std::atomic<int> m_slowReads{0}; ///< rises with each slow one, falls with each fast one
 };
