@@ -11,8 +11,10 @@ QVRES, PROBE = (os.path.abspath(program) for program in sys.argv[1:3])
 DENIED = "Permission denied"
 
 # Below A: readable/a, z, locked (a file without any bit), secret/b (a folder without any bit), closed/x (a folder that may be
-# listed, not entered), blind/x (one that may be entered and written, not listed). Below B, on another file system: blind/x.
-# Command, exit status, what standard output and standard error hold, and paths that are there afterwards ("!": that are not).
+# listed, not entered), blind/x (one that may be entered and written, not listed), shut/x (one that may not be changed), mem (a
+# link to a file that opens and cannot be read). Below B, on another file system: blind/x.
+# Command, exit status, what standard output and standard error hold, and paths that are there afterwards ("!": that are not, "=":
+# with these permission bits).
 CASES = [
     ("ls -R /A", 1, ["/A/readable/a", "/A/z"], ["/A/secret", "/A/blind", DENIED], []),
     ("ls -l /A/closed", 1, [], ["/A/closed", DENIED], []),
@@ -29,6 +31,8 @@ CASES = [
                       "cp /A/z /A/locked", "put /A/closed/y", "copy /A/z /A/closed")),
     # The folder of the target cannot be opened to be synced: its whole file system is.
     *(("mv /A/z " + target, 0, [], [], ["!A/z", target[1:]]) for target in ("/A/blind/z", "/B/blind/z")),
+    # Only in place could it be written; what cannot be read changes nothing.
+    ("cp /A/mem /A/shut/x", 1, [], ["Input/output error"], ["A/shut/x=644"]),
     ("rename /A/secret new", 0, [], [], ["A/new/b", "!A/secret"]),
     # What climbs to a mount point, or out of it, is refused as the mount point is.
     ("rmdir --clear /A/readable/..", 1, [], ["/A"], ["A/z"]),
@@ -39,7 +43,7 @@ CASES = [
 
 def make_box(roots):
     for root, name in zip(roots, "AB"):
-        for path, mode in (("readable/a", 0o755), ("secret/b", 0), ("closed/x", 0o644), ("blind/x", 0o333)):
+        for path, mode in (("readable/a", 0o755), ("secret/b", 0), ("closed/x", 0o644), ("blind/x", 0o333), ("shut/x", 0o555)):
             file = pathlib.Path(root, name, path)
             if name == "B" and path != "blind/x":
                 continue
@@ -50,6 +54,7 @@ def make_box(roots):
             file.parent.chmod(mode)
         os.chown(os.path.join(root, name), NOBODY, NOBODY)
         os.chmod(root, 0o755)
+    os.symlink("/proc/self/mem", os.path.join(roots[0], "A/mem"))
     for file, mode in (("locked", 0), ("z", 0o644)):
         path = pathlib.Path(roots[0], "A", file)
         path.write_text("content")
@@ -70,9 +75,12 @@ def problems(case, roots):
     yield from ("no %s in the output %r" % (word, done.stdout) for word in output if word not in done.stdout)
     yield from ("no %s in the message %r" % (word, done.stderr) for word in errors if word not in done.stderr)
     for path in paths:
-        plain = path.lstrip("!")
-        if os.path.lexists(os.path.join(roots["AB".index(plain[0])], plain)) == path.startswith("!"):
+        plain, _, bits = path.lstrip("!").partition("=")
+        file = os.path.join(roots["AB".index(plain[0])], plain)
+        if os.path.lexists(file) == path.startswith("!"):
             yield "%s is %s" % (plain, "there" if path.startswith("!") else "missing")
+        elif bits and os.stat(file).st_mode & 0o777 != int(bits, 8):
+            yield "%s has the bits %o" % (plain, os.stat(file).st_mode & 0o777)
 
 
 def main():
