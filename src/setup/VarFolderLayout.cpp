@@ -16,6 +16,8 @@ TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
         throw std::runtime_error("@QvConfigData is not initialized");
     TQvResult unread;
     const TQvPath folder(pQvConfigData->getVarFolderSetting(wantCommon, isCommon, &unread));
+    if (unread.Error() == EBADMSG)
+        GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
     if (!unread)
         throw QvMsg_helper("Err_ReadFile_name") << unread.Name() << QvErrorText(unread.Error());
     return folder;

@@ -136,8 +136,9 @@ TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
          {"policy.x-ini", "Profiles/profiles.x-ini", "Profiles/LocalProfile/profile.x-ini"})
         breaks(var + file, "qvres ls", "1: \"" + var + file + "\"" + damage + ".");
     const std::string user = R"("$T/registry/user.x-ini")";
-    breaks("registry/user.x-ini", "qvres ls", "/a/\n0: warning: " + user + damage);
-    breaks("registry/user.x-ini", "qvres setup", "1: " + registry + user + damage);
+    // It could name another VAR folder than the default one.
+    for (const std::string call : {"qvres ls", "qvres setup"})
+        breaks("registry/user.x-ini", call, "1: " + user + damage + ".");
     for (const std::string file : {"policy.x-ini", "Profiles/profiles.x-ini"})
         Expect({{"mv " + var + file + " kept; qvres ls; mv kept " + var + file,
                  "1: \"" + var + file + "\" is missing; \"qvres setup\" makes it anew"}});

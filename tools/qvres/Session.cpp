@@ -113,6 +113,8 @@ void TSession::StartConfiguration(bool withDefaultFolder)
         folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
     // The setting may name another folder than the default one. What --mount names is there all the
     // same.
+    if (unread.Error() == EBADMSG && Mounts.empty())
+        GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
     if (!unread && Mounts.empty())
         throw TFailure("the registry " + Quoted(unread.Name()) +
                        " cannot be read: " + QvErrorText(unread.Error()));
