@@ -11,7 +11,9 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 
 find_program(QV_CCACHE ccache)
 if(QV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${QV_CCACHE}")
+    # What was compiled in one folder counts in another one, too.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR} CCACHE_NOHASHDIR=1
+        "${QV_CCACHE}")
 endif()
 
 # The flags of everything that is built here; nothing of it reaches a user of the installation.
