@@ -10,8 +10,8 @@ TRequestOrder::TTurn TRequestOrder::Take(const void* request)
         return {};
     const std::lock_guard<std::mutex> lock(m_mutex);
     TTurn turn{++m_last, header.nodeid, header.opcode == FUSE_WRITE};
-    if (turn.IsRead())
-        turn.Bytes = reinterpret_cast<const fuse_read_in*>(&header + 1)->size;
+    // A write begins with the same fields.
+    turn.Bytes = reinterpret_cast<const fuse_read_in*>(&header + 1)->size;
     if (turn.IsWrite)
         m_writes[turn.File].push_back(turn.Number);
     return turn;

@@ -22,7 +22,7 @@ public:
         std::uint64_t Number = 0; ///< 0 for what is neither a read nor a write
         std::uint64_t File = 0;
         bool IsWrite = false;
-        std::uint32_t Bytes = 0; ///< to be read
+        std::uint32_t Bytes = 0; ///< to be read or written
 
         bool IsRead() const { return Number != 0 && !IsWrite; }
     };

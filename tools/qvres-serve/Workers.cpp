@@ -11,7 +11,7 @@ namespace
 constexpr std::size_t kMaxThreads = 16;
 constexpr long kTick = 1000000; ///< ns
 constexpr int kTicksUntilSleep = 50;
-constexpr int kManySlowReads = 16;
+constexpr int kManySlowRequests = 16;
 constexpr int kWake = SIGUSR1;
 
 extern "C" void Ignore(int) {}
@@ -53,23 +53,21 @@ bool TWorkers::IsWaiting() const
     return poll(&device, 1, 0) == 1;
 }
 
-/// What the kernel reads ahead comes in numbers. As long as it is in memory one thread is the
-/// fastest; several are when reads wait for a disk.
-bool TWorkers::IsHelpWorthwhile(const TRequestOrder::TTurn& turn) const
+/// As long as requests are answered from memory, one thread is the fastest; several are when they
+/// wait for a disk.
+bool TWorkers::IsHelpWorthwhile() const
 {
-    return !turn.IsRead() || m_slowReads > kManySlowReads / 2;
+    return m_slowRequests > kManySlowRequests / 2;
 }
 
-void TWorkers::NoteRead(const TRequestOrder::TTurn& turn, std::chrono::nanoseconds time)
+void TWorkers::NoteTime(const TRequestOrder::TTurn& turn, std::chrono::nanoseconds time)
 {
-    if (!turn.IsRead())
-        return;
     constexpr std::int64_t kBytesInNanosecond = 4; // slower than memory, faster than disks
-    constexpr std::int64_t kOverhead = 40000;
+    constexpr std::int64_t kOverhead = 100000;
     const bool isSlow = time.count() > kOverhead + turn.Bytes / kBytesInNanosecond;
-    const int now = m_slowReads;
+    const int now = m_slowRequests;
     // Threads that count at once may lose a step, which does not matter.
-    m_slowReads = std::clamp(now + (isSlow ? 1 : -1), 0, kManySlowReads);
+    m_slowRequests = std::clamp(now + (isSlow ? 1 : -1), 0, kManySlowRequests);
 }
 
 /// Waits until there is no reader. False at the end.
@@ -140,7 +138,7 @@ void TWorkers::Work()
             ++m_steps;
             if (m_isWatcherAsleep.exchange(false))
                 pthread_kill(m_watcher, kWake);
-            if (IsHelpWorthwhile(turn) && IsWaiting()) {
+            if (IsHelpWorthwhile() && IsWaiting()) {
                 std::unique_lock<std::mutex> lock(m_mutex);
                 if (m_reader == &buffer)
                     PassOn(lock);
@@ -148,7 +146,7 @@ void TWorkers::Work()
             m_order.Wait(turn);
             const auto start = std::chrono::steady_clock::now();
             fuse_session_process_buf(m_session, &buffer);
-            NoteRead(turn, std::chrono::steady_clock::now() - start);
+            NoteTime(turn, std::chrono::steady_clock::now() - start);
             m_order.Finish(turn);
         } while (KeepTurn(&buffer));
     }

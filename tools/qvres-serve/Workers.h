@@ -2,9 +2,8 @@
 //
 // One thread at a time, the reader, waits for requests and answers them itself for as long as it
 // keeps up: a thread that is woken for each request would cost more than most requests. More
-// threads join as soon as there is more to do: when a request is taken while another one is waiting
-// already, and when the reader has been at one request for a millisecond. Reads bring in others
-// only while they are slower than memory.
+// threads join when the reader has been at one request for a millisecond, and, while many requests
+// are slower than memory, as soon as another one is waiting.
 //
 // Thread-safety: belongs to the thread that calls Run.
 #pragma once
@@ -39,8 +38,8 @@ private:
     void Work();
     int ReadRequest(fuse_buf* buffer);
     bool IsWaiting() const;
-    bool IsHelpWorthwhile(const TRequestOrder::TTurn& turn) const;
-    void NoteRead(const TRequestOrder::TTurn& turn, std::chrono::nanoseconds time);
+    bool IsHelpWorthwhile() const;
+    void NoteTime(const TRequestOrder::TTurn& turn, std::chrono::nanoseconds time);
     bool TakeTurn(const void* self);
     bool KeepTurn(const void* self);
     void PassOn(std::unique_lock<std::mutex>& lock);
@@ -64,5 +63,5 @@ private:
     std::atomic<std::uint64_t> m_steps{0};      ///< of the reader; odd while it is at a request
     std::atomic<bool> m_isWatcherAsleep{false}; ///< nothing happens
     std::atomic<bool> m_isEnded{false};
-    std::atomic<int> m_slowReads{0}; ///< rises with each slow one, falls with each fast one
+    std::atomic<int> m_slowRequests{0}; ///< rises with each slow one, falls with each fast one
 };
