@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kPiece = 256 * 1024;
+    static constexpr std::size_t kPiece = std::size_t{256} * 1024;
     static constexpr std::size_t kRoom = 4096; ///< so that a record hardly ever outgrows a piece
 
     void Sum() { m_checksum = JournalChecksum(m_piece, m_checksum); }

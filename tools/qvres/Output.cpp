@@ -12,7 +12,7 @@
 
 namespace
 {
-constexpr std::size_t kBufferSize = 256 * 1024;
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 
 bool g_errorsAsJson = false;
 std::string g_printed; ///< the errors, a line each

@@ -74,7 +74,7 @@ TQvResourceProfile& CreateProfile(TQvCPUtils::TCPState& state, const std::string
 
 TQvPath FolderToMount(const std::string& given)
 {
-    const TQvPath folder =
+    TQvPath folder =
         given.empty() ? TQvPath() : TQvPath(TSession::Absolute(given)).excludeSlash();
     if (!folder.isFolder())
         throw TFailure("the folder " + Quoted(given) + " does not exist");

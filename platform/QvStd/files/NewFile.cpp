@@ -477,7 +477,7 @@ TQvResult TQvNewFile::Sync()
 
 TQvResult TQvNewFile::Publish()
 {
-    const TQvResult result = Answer(m_state ? m_state->Publish() : EBADF);
+    TQvResult result = Answer(m_state ? m_state->Publish() : EBADF);
     m_state.reset();
     return result;
 }

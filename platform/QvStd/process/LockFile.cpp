@@ -294,14 +294,12 @@ bool TQvLockFile::OpenFile(bool forWriting)
     m_process = getpid();
     if (isPath)
         m_descriptor = OpenOrCreate(m_path, !forWriting, &m_created);
-    if (!isPath || (m_descriptor < 0 && errno == ENXIO)) // of a socket
+    if (!isPath)
         m_error = -EINVAL;
     else if (m_descriptor < 0 || fstat(m_descriptor, &m_file) != 0)
-        m_error = -errno;
-    else if (S_ISDIR(m_file.st_mode))
-        m_error = -EISDIR;
+        m_error = errno == ENXIO ? -EINVAL : -errno; // ENXIO: a socket
     else if (!S_ISREG(m_file.st_mode))
-        m_error = -EINVAL;
+        m_error = S_ISDIR(m_file.st_mode) ? -EISDIR : -EINVAL;
     else
         return true;
     CloseFile();

@@ -15,8 +15,8 @@ namespace
 constexpr std::size_t kStraightFrom = 4096;
 constexpr std::size_t kFirstBuffer = std::size_t{16} << 10;
 constexpr std::size_t kLongBuffer = std::size_t{64} << 10;
-constexpr std::size_t kMaxTransfer =
-    1024 * 1024 * 1024; ///< the system takes less than 2 GiB a call
+constexpr std::size_t kMaxTransfer = std::size_t{1}
+                                     << 30; ///< the system takes less than 2 GiB a call
 constexpr std::uint64_t kMaxPosition = INT64_MAX;
 
 /// As memcpy, without a call for the numbers and short names that small reads mostly ask for.

@@ -155,7 +155,7 @@ void Load(THost& host, TResStorage& storage)
         return;
     }
     for (const auto& [id, name] : storage.Dir())
-        host.Out.Write(id + '\t' + name + '\n');
+        host.Out.Line(std::string(id).append(1, '\t').append(name));
 }
 
 void Change(TResStorage& storage, const std::string& id, bool adding)
