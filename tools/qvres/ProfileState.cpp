@@ -74,8 +74,7 @@ TQvResourceProfile& CreateProfile(TQvCPUtils::TCPState& state, const std::string
 
 TQvPath FolderToMount(const std::string& given)
 {
-    TQvPath folder =
-        given.empty() ? TQvPath() : TQvPath(TSession::Absolute(given)).excludeSlash();
+    TQvPath folder = given.empty() ? TQvPath() : TQvPath(TSession::Absolute(given)).excludeSlash();
     if (!folder.isFolder())
         throw TFailure("the folder " + Quoted(given) + " does not exist");
     const std::string problem = TSession::CheckMountPoint(MountPointOf(folder));
