@@ -9,7 +9,7 @@
 
 namespace
 {
-constexpr std::size_t kBlockSize = 256 * 1024;
+constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 }
 
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,

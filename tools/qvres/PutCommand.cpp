@@ -16,7 +16,7 @@
 
 namespace
 {
-constexpr std::size_t kBlockSize = 256 * 1024;
+constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 
 /// The file or standard input that the content comes from.
 class TSource

@@ -82,6 +82,7 @@ TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
     std::sort(entries.begin(), entries.end(),
               [](const TEntry& a, const TEntry& b) { return a.Name < b.Name; });
     std::vector<bool> listed;
+    listed.reserve(entries.size());
     for (const TEntry& entry : entries)
         listed.push_back(IsListed(search, folder.Descriptor(), entry));
     folder.Close(); // the depth of a tree must not be bounded by the open files of a process

@@ -11,7 +11,7 @@ namespace
 {
 bool ReadAll(TQvStream& stream, TQvProgressHandler* progress, std::string* text)
 {
-    constexpr std::uint64_t kBlockSize = 1024 * 1024;
+    constexpr std::uint64_t kBlockSize = std::uint64_t{1} << 20;
     const std::uint64_t size = stream.getSize();
     if (size == TQvStream::invalid_value64 || !stream.setPosition(0))
         return false;
