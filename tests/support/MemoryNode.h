@@ -29,19 +29,12 @@ struct TMemoryEntry
     bool IsFolder = false;
     std::string Bytes;
     TQvDateTime Time;
-    unsigned Version = 0;
-
-    void Clear()
-    {
-        Bytes.clear();
-        Changed();
-    }
-    void Changed()
-    {
-        ++Version;
-        Time = TQvDateTime::FromQDateTime(QDateTime::currentDateTime());
-    }
 };
+
+inline TQvDateTime QvMemoryTime()
+{
+    return TQvDateTime::FromQDateTime(QDateTime::currentDateTime());
+}
 
 /// By path with a leading "/"; the folder of all has the path "/".
 using TMemoryEntries = std::map<std::string, std::shared_ptr<TMemoryEntry>>;
@@ -57,31 +50,24 @@ public:
     explicit operator bool() const override { return m_entry != nullptr; }
     std::size_t Read(void* buffer, std::size_t count) override
     {
-        const std::size_t got = m_entry->Bytes.copy(static_cast<char*>(buffer), count,
-                                                    std::min(m_position, m_entry->Bytes.size()));
+        const std::size_t got = m_entry->Bytes.copy(static_cast<char*>(buffer), count, m_position);
         m_position += got;
         return got;
     }
     std::size_t Write(const void* buffer, std::size_t count) override
     {
-        m_entry->Bytes.resize(std::max(m_entry->Bytes.size(), m_position + count));
-        std::memcpy(m_entry->Bytes.data() + m_position, buffer, count);
+        m_entry->Bytes.replace(m_position, count, static_cast<const char*>(buffer), count);
         m_position += count;
-        m_entry->Changed();
+        m_entry->Time = QvMemoryTime();
         return count;
     }
     std::uint64_t getSize() const override { return m_entry->Bytes.size(); }
-    bool setSize(std::uint64_t size) override
-    {
-        m_entry->Bytes.resize(size);
-        m_entry->Changed();
-        return true;
-    }
+    bool setSize(std::uint64_t size) override { return m_entry->Bytes.resize(size), true; }
     std::uint64_t getPosition() const override { return m_position; }
+    /// Not beyond the end.
     bool setPosition(std::uint64_t position) override
     {
-        m_position = position;
-        return true;
+        return position <= getSize() && (m_position = position, true);
     }
     bool Flush() override { return true; }
     bool Close() override { return std::exchange(m_entry, nullptr) != nullptr; }
@@ -116,18 +102,13 @@ public:
                                        TQvResult* result = nullptr) override
     {
         TQvResult opened = RequireResource(id);
-        var_a<TQvStream*> stream;
-        if (opened) {
-            stream = Open(id, PathOf(id) + kSidecarSuffix, mode);
-            stream->SetInfoName("qvres:" + id + ":meta");
-            if (!*stream) {
-                opened = Reason(-stream->getError(), id);
-                stream.reset();
-            }
-        }
+        const auto stream = Open(id, PathOf(id) + kSidecarSuffix, opened ? mode : 0);
+        stream->SetInfoName("qvres:" + id + ":meta");
+        if (opened && !*stream)
+            opened = Reason(-stream->getError(), id);
         if (result != nullptr)
             *result = opened;
-        return stream;
+        return opened ? stream : var_a<TQvStream*>();
     }
     TQvResult DeleteResource(const std::string& id) override
     {
@@ -145,7 +126,7 @@ public:
             end = std::min(path.find('/', end + 1), path.size());
             auto& entry = (*m_entries)[path.substr(0, end)];
             if (entry == nullptr)
-                entry = std::make_shared<TMemoryEntry>(TMemoryEntry{true, {}, {}, 0});
+                entry = std::make_shared<TMemoryEntry>(TMemoryEntry{true, {}, {}});
             else if (!entry->IsFolder)
                 return TQvResult::Failed(ENOTDIR, id);
         }
@@ -175,8 +156,10 @@ public:
         const TMemoryEntry* folder = At(path);
         if (folder == nullptr || !folder->IsFolder)
             return folder == nullptr ? TQvResult::Nothing(id) : TQvResult::Failed(ENOTDIR, id);
-        const auto next = std::next(m_entries->find(path));
-        if (path == "/" || (next != m_entries->end() && IsIn(path, next->first)))
+        const auto isBelow = [&](const auto& entry) {
+            return entry.first != path && IsIn(path, entry.first);
+        };
+        if (path == "/" || std::any_of(m_entries->begin(), m_entries->end(), isBelow))
             return TQvResult::Failed(path == "/" ? EBUSY : ENOTEMPTY, id);
         m_entries->erase(path);
         return TQvResult::Done();
@@ -207,7 +190,7 @@ public:
                    TQvProgressHandler* progress) const override
     {
         const std::string parent = QvIncludeTrailingSlash(PathOf(folder));
-        const TNameMask nameMask(mask);
+        const TNameMask nameMask(mask), sidecars(std::string("?*") + kSidecarSuffix);
         bool isFound = false;
         for (const auto& [path, entry] : *m_entries) {
             const std::string name = QvExtractResName(path);
@@ -216,16 +199,15 @@ public:
             QvPollProgress(progress);
             const bool isHidden = name[0] == '.' && (flags & kFindHidden) == 0;
             const bool isWanted = (flags & (entry->IsFolder ? kFindFolders : kFindResources)) != 0;
-            if (isHidden || !isWanted || IsSidecarName(name) || !nameMask.Matches(name))
+            if (isHidden || !isWanted || sidecars.Matches(name) || !nameMask.Matches(name))
                 continue;
             isFound = true;
             if (!items)
                 break;
-            TQvResAttrib attrib = AttribOf(*entry);
+            items->push_back({QvIncludeTrailingSlash(folder) + name, AttribOf(*entry),
+                              ResourceAt(path + kSidecarSuffix)});
             if ((flags & kFindAttributes) == 0)
-                attrib = {attrib.Kind, attrib.Origin, 0, {}, {}};
-            items->push_back(
-                {QvIncludeTrailingSlash(folder) + name, attrib, ResourceAt(path + kSidecarSuffix)});
+                items->back().Attrib = {items->back().Attrib.Kind, kOriginFileNode, 0, {}, {}};
         }
         return isFound ? TQvResult::Done() : TQvResult::Nothing(folder);
     }
@@ -253,15 +235,6 @@ public:
         return node != nullptr && node->m_entries == m_entries &&
                PathOf(id) == node->PathOf(otherId);
     }
-    std::string ResourceVersion(const std::string& id) const override
-    {
-        const TMemoryEntry* resource = At(PathOf(id));
-        const TMemoryEntry* sidecar = At(PathOf(id) + kSidecarSuffix);
-        return resource == nullptr
-                   ? std::string()
-                   : std::to_string(resource->Version) + ' ' +
-                         (sidecar != nullptr ? std::to_string(sidecar->Version) : std::string());
-    }
 
 private:
     std::string PathOf(const std::string& id) const
@@ -281,12 +254,6 @@ private:
     static bool IsIn(const std::string& folder, const std::string& path)
     {
         return path == folder || path.compare(0, folder.size() + 1, folder + '/') == 0;
-    }
-    static bool IsSidecarName(const std::string& name)
-    {
-        const std::size_t suffix = std::strlen(kSidecarSuffix);
-        return name.size() > suffix &&
-               name.compare(name.size() - suffix, suffix, kSidecarSuffix) == 0;
     }
     static TQvResAttrib AttribOf(const TMemoryEntry& entry)
     {
@@ -323,15 +290,14 @@ private:
     }
     var_a<TQvStream*> Open(const std::string& id, const std::string& path, qvOpenMode mode)
     {
+        const bool mustExist = mode == kQvOpenWrite || mode == kQvOpenRead;
         int error = mode < kQvOpenAppend || mode > kQvOpenReadWrite ? EINVAL : WhyNoPlace(path);
-        if (error == 0 && At(path) == nullptr && (mode == kQvOpenWrite || mode == kQvOpenRead))
-            error = ENOENT;
-        if (error == 0 && At(path) != nullptr && mode == kQvOpenCreateNew)
-            error = EEXIST;
+        if (error == 0 && (At(path) == nullptr ? mustExist : mode == kQvOpenCreateNew))
+            error = mustExist ? ENOENT : EEXIST;
         if (error != 0)
             return make_var<TMemoryStream>(id, nullptr, -error);
         if (mode == kQvOpenCreate || At(path) == nullptr)
-            Made(path).Clear();
+            Made(path).Bytes.clear();
         return make_var<TMemoryStream>(id, m_entries->at(path), 0);
     }
     TQvResult Receive(const std::string& id, const std::string& path, TQvStream& content,
@@ -352,9 +318,7 @@ private:
         }
         TMemoryEntry& entry = Made(path);
         entry.Bytes = std::move(bytes);
-        entry.Changed();
-        if (time != TQvDateTime())
-            entry.Time = time;
+        entry.Time = time != TQvDateTime() ? time : QvMemoryTime();
         return TQvResult::Done();
     }
 
@@ -366,7 +330,7 @@ inline void LoadEntries(const std::string& from, TMemoryEntries& entries)
 {
     namespace fs = std::filesystem;
     entries.clear();
-    entries["/"] = std::make_shared<TMemoryEntry>(TMemoryEntry{true, {}, {}, 0});
+    entries["/"] = std::make_shared<TMemoryEntry>(TMemoryEntry{true, {}, {}});
     if (!fs::exists(from))
         return;
     for (const fs::directory_entry& item : fs::recursive_directory_iterator(from)) {
