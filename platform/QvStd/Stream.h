@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -80,9 +81,15 @@ private:
     std::optional<std::string> m_infoName;
 };
 
+/// Hands everything from the position of `from` to its end to `take`, in blocks of at most 256 KiB.
+/// False on a read error (getError of `from`), or when `take` answers false. Polls `progress` (may
+/// be null) at least every 8 MiB and reports positions when it is active; the last report is always
+/// the whole. Throws TQvUserBreak.
+QVSTD_API bool QvReadBlocks(TQvStream& from,
+                            const std::function<bool(const char* bytes, std::size_t count)>& take,
+                            TQvProgressHandler* progress);
+
 /// Copies everything from the position of `from` to its end to the position of `to`. False on a
 /// read or write error, a short write, or a user break; what was written until then stays in `to`.
-/// Reflinks or in-kernel copies are not promised; blocks are 256 KiB. Polls `progress` (may be
-/// null) at least every 8 MiB and reports positions when it is active; the last report is always
-/// the whole.
+/// Reflinks or in-kernel copies are not promised; blocks and progress are those of QvReadBlocks.
 QVSTD_API bool QvCopyStream(TQvStream* from, TQvStream* to, TQvProgressHandler* progress);

@@ -25,6 +25,8 @@ std::string TargetOf(const std::string& link)
 
 bool TMountedPaths::Has(const std::string& path)
 {
+    if (path.empty())
+        return false; // the node has no disk files
     if (!std::exchange(m_isFilled, true))
         for (const auto& node : m_nodes) {
             std::error_code ignored; // then the path stays relative

@@ -25,7 +25,8 @@ public:
     }
 
     /// Whether what is at `path`, itself and not what it may link to, is a mount's own folder or
-    /// lies on the way to one. False when nothing is there or it cannot be looked at.
+    /// lies on the way to one. False when nothing is there, it cannot be looked at, or `path` is
+    /// "".
     bool Has(const std::string& path);
 
 private:

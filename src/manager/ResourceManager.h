@@ -8,8 +8,8 @@
 /// mount node answers for, except where it says otherwise. A user break ends an operation: false
 /// (ECANCELED) where it has a result, the passing TQvUserBreak where it has none.
 ///
-/// Thread-safety: nothing is locked. Init, MountFileNodeE and UnmountNodeE need the library for
-/// themselves; everything else may run on any thread at once, except that a masked listing of a
+/// Thread-safety: nothing is locked. Init, mounting and unmounting need the library for themselves;
+/// everything else may run on any thread at once, except that a masked listing of a
 /// folder above the mount points must not run twice at once.
 #pragma once
 
@@ -59,9 +59,45 @@ public:
         bool MountMyComputer;       ///< kept for the hosts; nothing here consults it
     };
 
-    /// A node of the mount table. Ids are absolute and were already matched to the node. Results
-    /// name the id that they are about. It has no virtual destructor on purpose: nodes are only
-    /// owned through var_a, which knows the concrete class.
+    /// A node of the mount table: what one kind of storage owes the manager. A host can mount nodes
+    /// of its own kind (MountNodeE): a zip archive, an object store.
+    ///
+    /// **What to write.** All pure functions. The others have an implementation here that needs
+    /// nothing but the pure ones; a node overrides it for what it can do better (a rename instead
+    /// of a copy, an archive member that is moved as it is).
+    ///
+    /// **Ids** are absolute and were already matched to the node, letter case aside: an id is the
+    /// mount point, or begins with it and a "/". They are valid ids without wildcards, letters as
+    /// the caller wrote them; whether case matters behind the mount point is the node's business.
+    /// "." and ".." may be parts of an id: a node resolves them and never leaves its own storage,
+    /// so an id may lead to the node's own folder without being the mount point. Ids of folders
+    /// come without a trailing "/" except in Find; one that has it is no resource's.
+    ///
+    /// **The node's own folder** is always there. It is never deleted, renamed or replaced (EBUSY,
+    /// or EISDIR for an operation on resources), and has no sidecar.
+    ///
+    /// **Sidecars.** A resource may have one: a stream of bytes that is copied, moved and deleted
+    /// with it, and that no listing shows. Folders have none. Its content belongs to the services.
+    /// An id that ends in kSidecarSuffix is refused, or is the sidecar of the resource named before
+    /// it. A resource that is created never gets the sidecar of an earlier one of its name.
+    ///
+    /// **Answers.** A TQvResult is done; "nothing" where the resource or folder that the operation
+    /// is about is not there; failed with an errno where the work was not done or the question
+    /// could not be answered, never "nothing" then. It names the id that it is about. EISDIR: a
+    /// folder where a resource is wanted; ENOTDIR: a resource on the way; ENOENT: no parent folder,
+    /// none is made; EEXIST, EROFS, EACCES, ENOSPC, ENAMETOOLONG as files have them; ENOTSUP: the
+    /// kind of node cannot do that. What fails has changed nothing, except where a function says
+    /// otherwise. Nothing is thrown except a TQvUserBreak by Find, and by RenameFolderE and
+    /// CreateLockFile what they say.
+    ///
+    /// **Progress handlers** may be null. Long work polls them once an entry of a listing and at
+    /// least every 8 MiB of content.
+    ///
+    /// **Thread-safety.** Any function may run on any thread at once with any other of the same
+    /// node. A stream belongs to one thread at a time and may outlive the node.
+    ///
+    /// It has no virtual destructor on purpose: nodes are only owned through var_a, which knows the
+    /// concrete class.
     class QVSERVICES_API TMountNode
     {
     public:
@@ -73,61 +109,97 @@ public:
         /// The id at which the node is mounted, without a trailing "/"; "" for the root.
         const std::string& MountPointId() const { return m_mountPointId; }
 
-        /// kFileNode or kRootNode.
+        /// The kind: kFileNode, kRootNode, or from kFirstHostNode on a number of the host's own.
         virtual unsigned Type() const = 0;
-        /// Whether the node has no storage of its own.
+        /// Whether the node has no storage of its own: true for the root alone. A pure virtual
+        /// node holds folders only, and nothing is copied into it (EROFS).
         virtual bool IsPureVirtual() const = 0;
-        /// A stream that may not be open (operator bool, getError); empty where there cannot be a
-        /// resource.
+        /// Opens a resource in a mode of Stream.h, which says what must be there and what is made.
+        /// The answer is a stream that may not be open: then operator bool is false and getError is
+        /// the negative errno; -ENOENT: nothing there, or no parent folder; -EISDIR: a folder. An
+        /// empty reference stands for "there are no resources here" and is for pure virtual nodes.
+        ///
+        /// A creating mode deletes a sidecar that is left over from an earlier resource. With mode
+        /// 9 a `sizeHint` above 0 sets the size at once, the position is 0. Share modes are
+        /// enforced (-EACCES) or, where the storage has no locks, granted. The stream should be a
+        /// TQvResStream, by which its users find out the id.
         virtual var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode,
                                                qvShareMode share, unsigned long sizeHint) = 0;
-        /// `result` (may be null) receives why the reference is empty.
+        /// Opens the sidecar of a resource that is there; a creating mode makes one. Always an open
+        /// stream or an empty reference. `result` (may be null) receives done, "nothing" when the
+        /// resource, or in mode 10 its sidecar, is not there, or the failure (EISDIR: a folder).
+        /// The info name is "qvres:ID:meta".
         virtual var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode,
                                                    qvShareMode share,
                                                    TQvResult* result = nullptr) = 0;
-        /// Inside the node: the sidecar alone.
-        virtual TQvResult CopyResourceMeta(const std::string& src, const std::string& dst) = 0;
-        /// A resource and its sidecar.
+        /// As CopyResourceMetaTo, inside the node.
+        virtual TQvResult CopyResourceMeta(const std::string& src, const std::string& dst);
+        /// Deletes a resource, then its sidecar. When only the sidecar fails, the resource is gone
+        /// and the answer is that failure.
         virtual TQvResult DeleteResource(const std::string& id) = 0;
-        /// Inside the node, with the sidecar.
+        /// As MoveResourceTo, inside the node; a failure of the sidecar is one of the whole.
         virtual TQvResult RenMovResource(const std::string& src, const std::string& dst,
-                                         TQvProgressHandler* progress) = 0;
-        /// Inside the node, with the sidecar.
+                                         TQvProgressHandler* progress);
+        /// As CopyResourceTo, inside the node; a failure of the sidecar is one of the whole.
         virtual TQvResult CopyResource(const std::string& src, const std::string& dst,
-                                       TQvProgressHandler* progress) = 0;
-        /// One folder or several; done, too, when it was there.
+                                       TQvProgressHandler* progress);
+        /// A folder with its missing parents. Done, too, when it was there.
         virtual TQvResult CreateFolder(const std::string& id) = 0;
-        /// `result` (may be null) receives the cause before the message is thrown.
+        /// Renames the folder `src` with all it holds to `newName` beside it: the new id is
+        /// QvExtractResPath(src) + newName, resolved as any id. An existing target is refused
+        /// (EEXIST). Throws on failure: TQvMessage(QvResourceString("global.ErrRenameFolder")) with
+        /// the errno and its text, after `result` (may be null) received the cause.
         virtual void RenameFolderE(const std::string& src, const std::string& newName,
                                    TQvResult* result = nullptr) = 0;
-        /// An empty folder, or a link to a folder.
+        /// An empty folder (ENOTEMPTY otherwise), or a link to a folder, of which only the link
+        /// goes.
         virtual TQvResult DeleteFolder(const std::string& id) = 0;
-        /// What is there, and whether that could be found out.
+        /// What is there: kResResource or kResFolder with a result that is done, kResNothing with
+        /// "nothing", or with the failure when it could not be found out. The id of a resource with
+        /// a "/" behind it is nothing's.
         virtual TQvExistence ResourceExists(const std::string& id) const = 0;
-        /// Done when the resource has a sidecar, "nothing" when it has none.
+        /// Done when the resource has a sidecar, "nothing" when it has none, is not there, or is a
+        /// folder.
         virtual TQvResult ResourceMetaExists(const std::string& id) const = 0;
-        /// Fills `attrib`; "nothing" when nothing is there.
+        /// Fills all of `attrib`; "nothing" when nothing is there, and EINVAL when `attrib` is
+        /// null. The origin is kOriginFileNode for every node with a storage. Times are those that
+        /// Find answers, to the millisecond; none (0) where the storage has none.
         virtual TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
-        /// Appends to `items`; without a list it is a probe that ends at the first match. Done when
-        /// something was found, "nothing" when nothing was; failed when the folder could not be
-        /// read completely, and then `items` has what could be read. With kFindNoLink, which
-        /// recursion sets, a link to a folder holds nothing, the node's own folder excepted.
+        /// Appends the entries of one level of `folder` to `items`, in an order of the node's own;
+        /// the id of an entry is `folder`, as it was given, with one "/" and the name. `mask` is
+        /// matched to names as TNameMask does it: wildcards "*", "?", "[...]", no regard to case.
+        /// Of `flags` a node heeds kFindResources and kFindFolders (what is listed), kFindHidden
+        /// (without it names with a leading "." are left out), kFindAttributes (size and times are
+        /// filled, else 0) and kFindNoLink, which recursion sets: a folder that is a link holds
+        /// nothing then, the node's own folder excepted. The manager does the others.
+        ///
+        /// An item has an id without a trailing "/", kind and origin; MayHaveSidecar may be false
+        /// where the node knows that there is none. Sidecars are not listed. Without a list it is a
+        /// probe that ends at the first match. Done when something was found, "nothing" when
+        /// nothing was or there is no such folder; failed when the folder could not be read
+        /// completely, and then `items` has what could be read.
         virtual TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items,
                                const std::string& folder, const std::string& mask, unsigned flags,
                                TQvProgressHandler* progress) const = 0;
-        /// The disk file, whether or not it is there; "" where there cannot be one.
+        /// The path of the disk file or folder of `id`, whether or not it is there; "" where the
+        /// storage has no disk files. One that is not "" may be read, written and replaced by
+        /// others than the node, and what they do to it is done to the resource: the sidecar lies
+        /// beside it, named with kSidecarSuffix behind. A temporary copy is no such file.
         virtual std::string GetResourceFile(const std::string& id) const = 0;
-        /// A lock on the resource's file. The root, which has no files, throws a TQvMessage.
+        /// A lock on the resource's disk file, as TQvLockFile takes it; its operator bool tells
+        /// whether the lock is held. Without disk files it never is, and nothing is waited for. The
+        /// root throws a TQvMessage.
         virtual var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
-                                                   bool forWriting, const std::string& owner) = 0;
+                                                   bool forWriting, const std::string& owner);
 
         /// Whether a folder is a symbolic link to one: it is listed, and recursion must not enter
-        /// it. Never true for the node's own folder.
-        virtual bool IsLink(const std::string& id) const = 0;
+        /// it. Never true for the node's own folder, and here never at all.
+        virtual bool IsLink(const std::string& id) const;
         /// One folder with the permission bits of a folder of `model`, so that a copy shows no more
-        /// than its source; its owner can always work in it.
+        /// than its source; its owner can always work in it. Here, and where one of both has no
+        /// permission bits, as CreateFolder.
         virtual TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
-                                           const std::string& modelId) = 0;
+                                           const std::string& modelId);
         /// What the caller of a copy knows already.
         struct TCopyHints
         {
@@ -138,28 +210,74 @@ public:
             /// With IsTargetNew: keeps the folders open for the next copy; may be null.
             TQvCopyFolders* Folders = nullptr;
         };
-        /// Copies or moves a resource with its sidecar to an id of `target`, which may be this node
-        /// or another one. A move deletes the source when all of it has arrived.
-        virtual TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
+        /// Copies a resource with its sidecar to an id of `target`, which may be this node or
+        /// another one of any kind, replacing what is there. Content and sidecar are answered
+        /// apart; a failure of the content leaves the old target and its sidecar, or none, and a
+        /// user break is one (ECANCELED). A target's sidecar stays when the source has none. A
+        /// resource is copied onto itself by doing nothing, and never onto its own sidecar, or the
+        /// reverse (EINVAL).
+        ///
+        /// Here it is done by streams: OpenResource of the source, ReceiveResource of the target,
+        /// then the same with the sidecar. The update time follows as far as the target can keep
+        /// it. Permission bits do not: where only one of both has disk files, the target has those
+        /// of the file that it replaces, or of any new one.
+        virtual TQvTransfer CopyResourceTo(const std::string& src, TMountNode& target,
                                            const std::string& dst, const TCopyHints& hints,
-                                           TQvProgressHandler* progress) = 0;
-        /// As CopyResourceTo; the source is deleted when all of it has arrived.
-        virtual TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
-                                           const std::string& dst,
-                                           TQvProgressHandler* progress) = 0;
-        /// As DeleteResource for one that a listing has shown just before: what it is, is not asked
-        /// again, and where the listing showed no sidecar none is deleted. `folders` keeps its
-        /// folder open for the next one.
-        virtual TQvResult DeleteListed(const TQvResFindItem& resource,
-                                       TQvFolderKeeper& folders) = 0;
-        /// The sidecar alone; both resources must be there.
-        virtual TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,
-                                             const std::string& dst) = 0;
+                                           TQvProgressHandler* progress);
+        /// As CopyResourceTo; the source is deleted when all of it has arrived and reached the
+        /// disk, and stays when the sidecar failed or when others changed it meanwhile (EBUSY).
+        /// A resource is moved onto itself by doing nothing; one that is the target by another way
+        /// is refused (EINVAL). Here it is a copy and a delete.
+        virtual TQvTransfer MoveResourceTo(const std::string& src, TMountNode& target,
+                                           const std::string& dst, TQvProgressHandler* progress);
+        /// As DeleteResource for one that a listing has shown just before: what it is, need not be
+        /// asked again, and where the listing showed no sidecar none is deleted. `folders` keeps a
+        /// disk folder open for the next one. Here it is DeleteResource.
+        virtual TQvResult DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper& folders);
+        /// Copies the sidecar alone; both resources must be there, or the answer is "nothing" about
+        /// the one that is not. "Nothing", too, when the source has no sidecar.
+        virtual TQvResult CopyResourceMetaTo(const std::string& src, TMountNode& target,
+                                             const std::string& dst);
+
+        /// What a copy by streams hands to its target beside the content.
+        struct TIncoming
+        {
+            TQvDateTime UpdateTime;   ///< of the source; none: the time of the copy
+            bool HasSidecar = false;  ///< a sidecar follows: when it could not, nothing is changed
+            bool IsTargetNew = false; ///< an existing target is refused (EEXIST)
+            bool IsSynced = false;    ///< done means that the content survives a power cut
+        };
+        /// Replaces the resource by what `content` holds from its position on, or creates it: whole
+        /// or not at all where the storage can do that, so that a failed read, a full storage, a
+        /// user break (ECANCELED) and a kill leave the old content or none. A failure to read
+        /// `content` is answered without a name. Where there was no resource, a sidecar left over
+        /// from an earlier one is deleted; otherwise the sidecar stays. Refused: a folder and the
+        /// node's own (EISDIR), a missing parent folder (ENOENT), what may not be written.
+        virtual TQvResult ReceiveResource(const std::string& id, TQvStream& content,
+                                          const TIncoming& incoming,
+                                          TQvProgressHandler* progress) = 0;
+        /// The same for the sidecar of a resource, which must be there ("nothing" otherwise).
+        virtual TQvResult ReceiveResourceMeta(const std::string& id, TQvStream& content,
+                                              bool isSynced) = 0;
+        /// Whether `id` is the resource `otherId` of `other`, by this or another way. Here by the
+        /// text of both ids, and by their disk files where both have them; a node whose storage can
+        /// be mounted twice, or that has two names for one resource, compares what they lead to.
+        virtual bool IsSameResource(const std::string& id, const TMountNode& other,
+                                    const std::string& otherId) const;
+        /// A text that is another one after the resource or its sidecar was written, replaced or
+        /// deleted; "" when nothing is there or that could not be found out. Here made of size,
+        /// update time and whether there is a sidecar, which misses a change of the same length
+        /// within a millisecond; an object store answers its version or checksum.
+        virtual std::string ResourceVersion(const std::string& id) const;
 
     protected:
         ~TMountNode() = default;
 
     private:
+        TQvTransfer CopyByStreams(const std::string& src, TMountNode& target,
+                                  const std::string& dst, const TCopyHints& hints, bool isSynced,
+                                  TQvProgressHandler* progress);
+
         std::string m_mountPointId;
     };
     /// A node of the table, which owns it.
@@ -169,6 +287,8 @@ public:
     static constexpr unsigned kFileNode = 1;
     /// The folders above the mount points.
     static constexpr unsigned kRootNode = 3;
+    /// The first of the numbers that are left to kinds of the hosts.
+    static constexpr unsigned kFirstHostNode = 256;
 
     /// What listings append to.
     using TFindItems = var_a<std::vector<TQvResFindItem>*>;
@@ -275,6 +395,10 @@ public:
     /// folder (up to 10 s): what others changed in it meanwhile is kept, and then also in
     /// Profile().
     void MountFileNodeE(const std::string& mountPoint, const std::string& path, bool persistent);
+    /// Mounts a node of the host's own kind at its mount point, until UnmountNodeE or Init; it is
+    /// never part of the profile. Throws a TQvMessage with the reason, and nothing has changed: no
+    /// node or a root node, a mount point that is not valid (EINVAL) or is taken (EEXIST).
+    void MountNodeE(const var_a<TMountNode*>& node);
     /// The reverse. A node made persistent by an earlier start is known to the profile under its
     /// upper-cased id.
     void UnmountNodeE(const std::string& mountPoint, bool persistent);

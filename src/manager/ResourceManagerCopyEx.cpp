@@ -313,7 +313,7 @@ TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
 {
     if (TQvResult parent = MakeParent(destination); !parent)
         return parent;
-    const TMountNode* target = m_manager.NodeFor(destination);
+    TMountNode* target = m_manager.NodeFor(destination);
     TQvTransfer copied = node.CopyResourceTo(source, *target, destination, hints, progress);
     if (!copied.Content || copied.Sidecar)
         return copied.Content;

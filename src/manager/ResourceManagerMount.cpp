@@ -23,6 +23,7 @@ constexpr char kGetNode4Id[] =
 constexpr char kMountFileNodeE[] =
     "@void TResourceManager::MountFileNodeE(const std::__cxx11::string &, const "
     "std::__cxx11::string &, bool): ";
+constexpr char kMountNodeE[] = "@void TResourceManager::MountNodeE(const var_a<TMountNode*> &): ";
 constexpr char kUnmountNodeE[] =
     "@void TResourceManager::UnmountNodeE(const std::__cxx11::string &, bool): ";
 
@@ -170,6 +171,20 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
         profileNode.Name = mountPoint;
         profileNode.Path = folder;
     });
+}
+
+void TResourceManager::MountNodeE(const var_a<TMountNode*>& node)
+{
+    if (!node || node->Type() == kRootNode)
+        Throw(kMountNodeE, "Invalid node", EINVAL, "");
+    const std::string& mountPoint = node->MountPointId();
+    if (!QvIsValidResId(mountPoint, true))
+        Throw(kMountNodeE, "Invalid MountPoint", EINVAL, mountPoint);
+    RefreshStaleMaps();
+    if (IsMountNode(mountPoint))
+        Throw(kMountNodeE, "Duplicate node", EEXIST, mountPoint);
+    AddToTable(node);
+    SetLastFailure(0, mountPoint);
 }
 
 void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persistent)

@@ -90,11 +90,12 @@ var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsi
                                                      bool forWriting,
                                                      const std::string& owner) const
 {
-    var_a<TQvLockFile*> lock = NodeFor(id)->CreateLockFile(id, timeoutMs, forWriting, owner);
+    TMountNode* node = NodeFor(id);
+    var_a<TQvLockFile*> lock = node->CreateLockFile(id, timeoutMs, forWriting, owner);
     if (*lock)
         QvReport(TQvResult::Done());
     else
-        SetLastFailure(-lock->getError(), id);
+        SetLastFailure(node->GetResourceFile(id).empty() ? ENOTSUP : -lock->getError(), id);
     return lock;
 }
 
@@ -129,7 +130,7 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
                                     TQvProgressHandler* progress) const
 {
     TMountNode* from = NodeFor(src);
-    const TMountNode* to = NodeFor(dst);
+    TMountNode* to = NodeFor(dst);
     const TQvTransfer copied = from->CopyResourceTo(src, *to, dst, {}, progress);
     QvReport(copied.Content);
     if (!copied.Content)

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
@@ -11,6 +12,7 @@
 #include "QvStd/Descriptor.h"
 #include "QvStd/Files.h"
 #include "QvStd/Message.h"
+#include "QvStd/NewFile.h"
 #include "module/ModuleInitializer.h"
 #include "nodes/FolderListing.h"
 #include "resid/ResId.h"
@@ -82,6 +84,15 @@ TQvResult SidecarExists(const std::string& sidecar, const std::string& id)
     return exists;
 }
 
+/// Done when there is room for the name and no folder of that name.
+TQvResult RequireRoomForSidecar(const std::string& sidecar, const std::string& id)
+{
+    struct stat status = {};
+    if (stat(sidecar.c_str(), &status) == 0)
+        return S_ISDIR(status.st_mode) ? TQvResult::Failed(EISDIR, id) : TQvResult::Done();
+    return errno == ENOENT ? TQvResult::Done() : TQvResult::Failed(errno, id);
+}
+
 /// Whether there is a sidecar to follow the resource, and at the target room for its name and no
 /// folder of that name: found out before the content is touched.
 TQvResult LookForSidecar(const TTransferEnds& ends)
@@ -89,17 +100,12 @@ TQvResult LookForSidecar(const TTransferEnds& ends)
     TQvResult found = SidecarExists(SidecarOf(ends.From), ends.Src);
     if (!found)
         return found;
-    struct stat status = {};
-    if (stat(SidecarOf(ends.To).c_str(), &status) == 0)
-        return S_ISDIR(status.st_mode) ? TQvResult::Failed(EISDIR, ends.Dst) : TQvResult::Done();
-    return errno == ENOENT ? TQvResult::Done() : TQvResult::Failed(errno, ends.Dst);
+    return RequireRoomForSidecar(SidecarOf(ends.To), ends.Dst);
 }
 
-/// Done where a resource can lie: not above the mount points, nor in the place of a mount's folder.
+/// Done where a resource can lie: not in the place of a mount's folder.
 TQvResult RequirePlace(const TResourceManager::TMountNode& target, const TTransferEnds& ends)
 {
-    if (ends.To.empty())
-        return TQvResult::Failed(EROFS, ends.Dst);
     return ends.To == target.GetResourceFile(target.MountPointId())
                ? TQvResult::Failed(EISDIR, ends.Dst)
                : TQvResult::Done();
@@ -234,6 +240,33 @@ TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progres
     if (done.Content && done.Sidecar)
         done.Content = DeleteWithSidecar({AT_FDCWD, ends.From}, ends.From, ends.Src, true);
     return done;
+}
+
+/// Never 0: a stream that gives no reason has failed, too.
+int ReadError(const TQvStream& stream)
+{
+    return stream.getError() != 0 ? -stream.getError() : EIO;
+}
+
+/// A failure to read `content` has no name.
+TQvResult WriteContent(TQvStream& content, const std::string& path, const std::string& id,
+                       const TQvNewFile::TOptions& options, TQvProgressHandler* progress)
+{
+    TQvNewFile file;
+    if (const TQvResult opened = file.Open(path, options); !opened)
+        return opened.Named(id);
+    TQvResult written;
+    const auto write = [&](const char* bytes, std::size_t count) -> bool {
+        written = file.Write(bytes, count);
+        return written;
+    };
+    try {
+        if (!QvReadBlocks(content, write, progress))
+            return written ? TQvResult::Failed(ReadError(content)) : written.Named(id);
+    } catch (const TQvUserBreak&) {
+        return TQvResult::Failed(ECANCELED);
+    }
+    return file.Publish().Named(id);
 }
 
 /// Shares the sidecar for the time of a move. ENOENT when there is none; EACCES when another opener
@@ -373,14 +406,11 @@ var_a<TQvStream*> TFileMountNode::OpenResourceMeta(const std::string& id, qvOpen
     return stream;
 }
 
-TQvResult TFileMountNode::CopyResourceMeta(const std::string& src, const std::string& dst)
-{
-    return CopyResourceMetaTo(src, *this, dst);
-}
-
-TQvResult TFileMountNode::CopyResourceMetaTo(const std::string& src, const TMountNode& target,
+TQvResult TFileMountNode::CopyResourceMetaTo(const std::string& src, TMountNode& target,
                                              const std::string& dst)
 {
+    if (target.GetResourceFile(dst).empty())
+        return TMountNode::CopyResourceMetaTo(src, target, dst);
     const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     if (TQvResult source = RequireResource(ends.From, src); !source)
         return source;
@@ -405,16 +435,11 @@ TQvResult TFileMountNode::DeleteListed(const TQvResFindItem& resource, TQvFolder
     return DeleteWithSidecar(folders.Locate(path), path, resource.Id, resource.MayHaveSidecar);
 }
 
-TQvResult TFileMountNode::RenMovResource(const std::string& src, const std::string& dst,
-                                         TQvProgressHandler* progress)
-{
-    const TQvTransfer done = MoveResourceTo(src, *this, dst, progress);
-    return done.Content ? done.Sidecar : done.Content;
-}
-
-TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountNode& target,
+TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, TMountNode& target,
                                            const std::string& dst, TQvProgressHandler* progress)
 {
+    if (target.GetResourceFile(dst).empty())
+        return TMountNode::MoveResourceTo(src, target, dst, progress);
     TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     TQvResult allowed = RequireResource(ends.From, src);
     if (allowed)
@@ -446,17 +471,12 @@ TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, const TMountN
     return RenameWithSidecar(ends, progress);
 }
 
-TQvResult TFileMountNode::CopyResource(const std::string& src, const std::string& dst,
-                                       TQvProgressHandler* progress)
-{
-    const TQvTransfer done = CopyResourceTo(src, *this, dst, {}, progress);
-    return done.Content ? done.Sidecar : done.Content;
-}
-
-TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountNode& target,
+TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, TMountNode& target,
                                            const std::string& dst, const TCopyHints& hints,
                                            TQvProgressHandler* progress)
 {
+    if (target.GetResourceFile(dst).empty())
+        return TMountNode::CopyResourceTo(src, target, dst, hints, progress);
     const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
     TQvResult allowed = RequirePlace(target, ends);
     if (allowed)
@@ -481,6 +501,56 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, const TMountN
     return CopyWithSidecar(ends, &CopyOnly, progress, hints.MayHaveSidecar);
 }
 
+TQvResult TFileMountNode::ReceiveResource(const std::string& id, TQvStream& content,
+                                          const TIncoming& incoming, TQvProgressHandler* progress)
+{
+    const std::string path = PathFromId(id);
+    if (IsOwnFolder(path))
+        return TQvResult::Failed(EISDIR, id);
+    if (incoming.HasSidecar)
+        if (TQvResult room = RequireRoomForSidecar(MetaPath(path), id); !room)
+            return room;
+    DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Kept);
+    TQvNewFile::TOptions options;
+    options.FailIfExists = incoming.IsTargetNew;
+    options.Synced = incoming.IsSynced;
+    if (const std::int64_t time = incoming.UpdateTime.Milliseconds(); time != 0) {
+        const std::int64_t seconds = time / 1000 - (time % 1000 < 0 ? 1 : 0);
+        options.UpdateTime = timespec{seconds, (time - seconds * 1000) * 1000000};
+    }
+    return WriteContent(content, path, id, options, progress);
+}
+
+TQvResult TFileMountNode::ReceiveResourceMeta(const std::string& id, TQvStream& content,
+                                              bool isSynced)
+{
+    const std::string path = PathFromId(id);
+    if (TQvResult resource = RequireResource(path, id); !resource)
+        return resource;
+    TQvNewFile::TOptions options;
+    options.Synced = isSynced;
+    return WriteContent(content, MetaPath(path), id, options, nullptr);
+}
+
+/// The time of the status change cannot be set back by a writer.
+std::string TFileMountNode::ResourceVersion(const std::string& id) const
+{
+    const std::string path = PathFromId(id);
+    struct stat file = {};
+    struct stat sidecar = {};
+    if (stat(path.c_str(), &file) != 0)
+        return {};
+    if (stat(SidecarOf(path).c_str(), &sidecar) != 0 && errno != ENOENT && errno != ENAMETOOLONG)
+        return {};
+    std::string version;
+    for (const struct stat& status : {file, sidecar})
+        for (const auto number :
+             {static_cast<std::int64_t>(status.st_ino), status.st_size, status.st_mtim.tv_sec,
+              status.st_mtim.tv_nsec, status.st_ctim.tv_sec, status.st_ctim.tv_nsec})
+            version += std::to_string(number) + ' ';
+    return version;
+}
+
 TQvResult TFileMountNode::CreateFolder(const std::string& id)
 {
     return QvForceDirectories(PathFromId(id)).Named(id);
@@ -489,10 +559,10 @@ TQvResult TFileMountNode::CreateFolder(const std::string& id)
 TQvResult TFileMountNode::CreateFolderLike(const std::string& id, const TMountNode& model,
                                            const std::string& modelId)
 {
-    // A folder above the mount points has no bits of its own.
-    if (model.IsPureVirtual())
-        return CreateFolder(id);
-    return QvCreateDirectoryLike(PathFromId(id), model.GetResourceFile(modelId)).Named(id);
+    // A folder above the mount points or of another kind of storage has no bits of its own.
+    const std::string folder = model.GetResourceFile(modelId);
+    return folder.empty() ? CreateFolder(id)
+                          : QvCreateDirectoryLike(PathFromId(id), folder).Named(id);
 }
 
 void TFileMountNode::RenameFolderE(const std::string& id, const std::string& newName,

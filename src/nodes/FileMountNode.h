@@ -32,14 +32,7 @@ public:
                                    unsigned long sizeHint) override;
     var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode, qvShareMode share,
                                        TQvResult* result = nullptr) override;
-    TQvResult CopyResourceMeta(const std::string& src, const std::string& dst) override;
     TQvResult DeleteResource(const std::string& id) override;
-    /// A single rename, for which `progress` is not used; across file systems, which a link to a
-    /// folder may bring about, a copy.
-    TQvResult RenMovResource(const std::string& src, const std::string& dst,
-                             TQvProgressHandler* progress) override;
-    TQvResult CopyResource(const std::string& src, const std::string& dst,
-                           TQvProgressHandler* progress) override;
     TQvResult CreateFolder(const std::string& id) override;
     /// Renames to `newName` beside the folder. Throws with errno and its text.
     void RenameFolderE(const std::string& id, const std::string& newName,
@@ -59,14 +52,21 @@ public:
     bool IsLink(const std::string& id) const override;
     TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
                                const std::string& modelId) override;
-    TQvTransfer CopyResourceTo(const std::string& src, const TMountNode& target,
-                               const std::string& dst, const TCopyHints& hints,
+    /// To a target with disk files by the copies of Files.h, without its streams.
+    TQvTransfer CopyResourceTo(const std::string& src, TMountNode& target, const std::string& dst,
+                               const TCopyHints& hints, TQvProgressHandler* progress) override;
+    /// Inside the node a single rename, for which `progress` is not used; across file systems,
+    /// which a link to a folder may bring about, a copy.
+    TQvTransfer MoveResourceTo(const std::string& src, TMountNode& target, const std::string& dst,
                                TQvProgressHandler* progress) override;
-    TQvTransfer MoveResourceTo(const std::string& src, const TMountNode& target,
-                               const std::string& dst, TQvProgressHandler* progress) override;
     TQvResult DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper& folders) override;
-    TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode& target,
+    TQvResult CopyResourceMetaTo(const std::string& src, TMountNode& target,
                                  const std::string& dst) override;
+    TQvResult ReceiveResource(const std::string& id, TQvStream& content, const TIncoming& incoming,
+                              TQvProgressHandler* progress) override;
+    TQvResult ReceiveResourceMeta(const std::string& id, TQvStream& content,
+                                  bool isSynced) override;
+    std::string ResourceVersion(const std::string& id) const override;
 
     /// The disk path of an id at or below the mount point.
     std::string PathFromId(const std::string& id) const;

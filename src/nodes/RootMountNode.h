@@ -67,20 +67,7 @@ public:
             *result = TQvResult::Nothing(id);
         return {};
     }
-    TQvResult CopyResourceMeta(const std::string& src, const std::string&) override
-    {
-        return NoResource(src);
-    }
     TQvResult DeleteResource(const std::string& id) override { return NoResource(id); }
-    TQvResult RenMovResource(const std::string& src, const std::string&,
-                             TQvProgressHandler*) override
-    {
-        return NoResource(src);
-    }
-    TQvResult CopyResource(const std::string& src, const std::string&, TQvProgressHandler*) override
-    {
-        return NoResource(src);
-    }
     TQvResult CreateFolder(const std::string& id) override { return ReadOnly(id); }
     /// Always throws.
     void RenameFolderE(const std::string& src, const std::string& newName,
@@ -97,30 +84,14 @@ public:
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) override;
 
-    bool IsLink(const std::string&) const override { return false; }
-    TQvResult CreateFolderLike(const std::string& id, const TMountNode&,
-                               const std::string&) override
+    TQvResult ReceiveResource(const std::string& id, TQvStream&, const TIncoming&,
+                              TQvProgressHandler*) override
     {
         return ReadOnly(id);
     }
-    TQvTransfer CopyResourceTo(const std::string& src, const TMountNode&, const std::string&,
-                               const TCopyHints&, TQvProgressHandler*) override
+    TQvResult ReceiveResourceMeta(const std::string& id, TQvStream&, bool) override
     {
-        return {NoResource(src), {}};
-    }
-    TQvTransfer MoveResourceTo(const std::string& src, const TMountNode&, const std::string&,
-                               TQvProgressHandler*) override
-    {
-        return {NoResource(src), {}};
-    }
-    TQvResult DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper&) override
-    {
-        return NoResource(resource.Id);
-    }
-    TQvResult CopyResourceMetaTo(const std::string& src, const TMountNode&,
-                                 const std::string&) override
-    {
-        return NoResource(src);
+        return ReadOnly(id);
     }
 
 private:

@@ -241,7 +241,9 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
         return false;
     const std::string file = ResourceManager.GetResourceFile(resId, false);
     if (file.empty())
-        return TResourceManager::LastFailure().Error == 0 ? Fail(ENOENT, resId) : false;
+        return TResourceManager::LastFailure().Error == 0
+                   ? Fail(ResourceManager.IsResource(resId) ? ENOTSUP : ENOENT, resId)
+                   : false;
     const std::string path = file + kSidecarSuffix;
     const TQvFileLock lock(path, kLockTimeoutMs);
     if (!lock)

@@ -76,13 +76,3 @@ struct TTreeCase
     const char* Before;
     const char* After = Before;
 };
-
-template <class TTree>
-void ExpectTrees(const std::string& folder, TTree& tree, const std::vector<TTreeCase>& cases)
-{
-    for (const TTreeCase& row : cases) {
-        MakeTree(folder, row.Before);
-        EXPECT_EQ(DoCommand(tree, row.Command), row.Result) << row.Command;
-        EXPECT_EQ(TreeOf(folder), row.After) << row.Command << " of " << row.Before;
-    }
-}

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -57,7 +57,9 @@ inline std::string ReadFile(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     if (!file)
         return "<missing>";
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
 }
 
 inline bool Exists(const std::string& path)

@@ -18,8 +18,18 @@ std::uint64_t Remaining(const TQvStream& stream)
     return size != TQvStream::invalid_value64 && size > position ? size - position : 0;
 }
 
-/// Throws TQvUserBreak.
-bool CopyBlocks(TQvStream& from, TQvStream& to, TQvProgressHandler* handler)
+} // namespace
+
+TQvStream::~TQvStream() = default;
+
+const std::string& TQvStream::DefaultInfoName() const
+{
+    static const std::string none;
+    return none;
+}
+
+bool QvReadBlocks(TQvStream& from, const std::function<bool(const char*, std::size_t)>& take,
+                  TQvProgressHandler* handler)
 {
     const std::uint64_t total = Remaining(from);
     // Small content gets a small buffer; one that grows meanwhile is copied all the same.
@@ -36,7 +46,7 @@ bool CopyBlocks(TQvStream& from, TQvStream& to, TQvProgressHandler* handler)
             return false;
         if (got == 0)
             break;
-        if (to.Write(block.get(), got) != got)
+        if (!take(block.get(), got))
             return false;
         done += got;
         QvPollProgress(handler);
@@ -48,22 +58,15 @@ bool CopyBlocks(TQvStream& from, TQvStream& to, TQvProgressHandler* handler)
     progress.Report(1.0);
     return true;
 }
-} // namespace
-
-TQvStream::~TQvStream() = default;
-
-const std::string& TQvStream::DefaultInfoName() const
-{
-    static const std::string none;
-    return none;
-}
-
 bool QvCopyStream(TQvStream* from, TQvStream* to, TQvProgressHandler* progress)
 {
     if (from == nullptr || to == nullptr || !*from || !*to)
         return false;
     try {
-        return CopyBlocks(*from, *to, progress);
+        const auto write = [to](const char* bytes, std::size_t count) {
+            return to->Write(bytes, count) == count;
+        };
+        return QvReadBlocks(*from, write, progress);
     } catch (const TQvUserBreak&) {
         return false;
     }

@@ -1,10 +1,13 @@
 // What operations answer, and what LastFailure has, where a link leads elsewhere, and where two ids
 // are one file.
 #include <cerrno>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "ManagerFixtures.h"
 #include "QvStd/FileStream.h"
+#include "QvStd/Files.h"
+#include "support/ChildProcess.h"
 #include "support/Thrown.h"
 
 namespace
@@ -57,8 +60,7 @@ TEST_F(Failures, NothingIsDoneThroughALinkToAFolder)
 TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
 {
     Manager.MountFileNodeE("/Same", Temp / "A", false);
-    ExpectTrees(Temp.Path(), Manager,
-                {{"copy /A/x /B/l", true, "A/x=1 B/l>y B/y=2", "A/x=1 B/l>y B/y=1"},
+    ExpectTrees({{"copy /A/x /B/l", true, "A/x=1 B/l>y B/y=2", "A/x=1 B/l>y B/y=1"},
                  {"copy /A/x /B/l", true, "A/x=1 B/l>y", "A/x=1 B/l>y B/y=1"},
                  {"move /A/x /A/l", true, "A/x=1 A/x.meta=m A/l>../B/y B/y=2 B/y.meta=n",
                   "A/l>../B/y A/l.meta=m B/y=1 B/y.meta=n"},
@@ -116,5 +118,30 @@ TEST_F(Failures, AMoveKeepsTheSidecarFromOneWhoOpens)
     MakeTree(Temp.Path(), "A/f/ A/f.meta=kept");
     EXPECT_FALSE(*Manager.CreateLockFile("/A/f", 0, true, "me"));
     EXPECT_EQ(TreeOf(Temp.Path()), "A/f/ A/f.meta=kept");
+}
+
+TEST_F(Failures, DeeperThanAPathIsCopiedAsFarAsOneReachesAndRemoved)
+{
+    int folder = open((Temp / "A").c_str(), O_RDONLY);
+    const std::string name(200, 'd');
+    for (int i = 0; i < 30; ++i) {
+        ASSERT_EQ(mkdirat(folder, name.c_str(), 0777), 0);
+        folder = openat(folder, name.c_str(), O_RDONLY);
+    }
+    std::set<std::string> failed;
+    TResourceManager::TCopyResourceExParams params;
+    params.Sources = {"/A/"};
+    params.DestFolder = "/B";
+    params.Failed = &failed;
+    EXPECT_FALSE(Manager.CopyResourceEx(params));
+    EXPECT_EQ(TResourceManager::LastFailure().Error, ENAMETOOLONG);
+    ASSERT_EQ(failed.size(), 1u);
+    EXPECT_GT(failed.begin()->size(), 3000u);
+    EXPECT_TRUE(PassesInChild([this] {
+        const rlimit limit = {64, 64};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        EXPECT_TRUE(QvRemoveDirectoryEx(Temp / "A", true, false, nullptr));
+    }));
+    EXPECT_FALSE(Exists(Temp / "A"));
 }
 } // namespace

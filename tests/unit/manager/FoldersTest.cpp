@@ -8,22 +8,22 @@
 
 namespace
 {
-using Folders = TMountedTree;
+using Folders = TAnyMountedTree;
+QV_WITH_ANY_NODES(Folders);
 using TIds = std::vector<std::string>;
 
-TEST_F(Folders, CreatedClearedAndDeleted)
+TEST_P(Folders, CreatedClearedAndDeleted)
 {
-    ExpectTrees(Temp.Path(), Manager,
-                {{"create /A/x/y/z/", true, "A/", "A/x/y/z/"},
+    ExpectTrees({{"create /A/x/y/z/", true, "A/", "A/x/y/z/"},
                  {"create /A/x/y", true, "A/x/y/"},
                  {"create /V", true, "A/"}, // is there, virtual
                  {"create /New/folder", false, "A/"},
                  {"create /A/file/below", false, "A/file="},
-                 // a failure does not end it; a link goes, not what it leads to
-                 {"clear /A", false,
-                  "A/in/x= A/in/x.meta= A/in/.hidden= A/in/bad:name/x= A/z/y= A/link>../other "
-                  "other/kept=",
-                  "A/in/.hidden= A/in/bad:name/x= other/kept="},
+                 // a failure does not end it
+                 {"clear /A", false, "A/in/x= A/in/x.meta= A/in/.hidden= A/in/bad:name/x= A/z/y=",
+                  "A/in/.hidden= A/in/bad:name/x="},
+                 // a link goes, not what it leads to
+                 {"clear /A", true, "A/link>../other other/kept=", "A/ other/kept="},
                  // across a mount point, which stays
                  {"clear /A/in", false, "A/in/M/ M/x=", "A/in/M/ M/"},
                  {"clear /A/none", false, "A/"},
@@ -33,7 +33,7 @@ TEST_F(Folders, CreatedClearedAndDeleted)
                  {"remove /A/f", false, "A/"}});
 
     TLogCapture log;
-    Temp.Write("A/file", "");
+    Write("A/file", "");
     EXPECT_FALSE(Manager.CreateFolder("/A/file"));
     ASSERT_EQ(log.Entries.size(), 1u);
     EXPECT_EQ(log.Entries[0].Text, "%1% failed: \"%2%\" is resource");
@@ -42,21 +42,21 @@ TEST_F(Folders, CreatedClearedAndDeleted)
     EXPECT_EQ(log.Entries[0].Level, 5);
 }
 
-TEST_F(Folders, ClearShowsProgressAndHeedsTheUser)
+TEST_P(Folders, ClearShowsProgressAndHeedsTheUser)
 {
-    MakeTree(Temp.Path(), "D/1= D/2= D/3=");
+    Fill("D/1= D/2= D/3=");
     TTestProgress progress;
     progress.Start();
     progress.BreakAfter = 1;
     EXPECT_FALSE(Manager.ClearFolder("/V/D", &progress));
-    EXPECT_EQ(NamesIn(Temp / "D").size(), 2u);
+    EXPECT_EQ(Listed(Manager, "/V/D", "*", 1).size(), 2u);
     TTestProgress patient;
     patient.Start();
     EXPECT_TRUE(Manager.ClearFolder("/V/D", &patient));
     EXPECT_EQ(patient.Positions, (std::vector<double>{0, 0.5}));
 }
 
-TEST_F(Folders, RealAndEmpty)
+TEST_P(Folders, RealAndEmpty)
 {
     EXPECT_TRUE(Manager.IsFolder("/V/d/", true));
     EXPECT_FALSE(Manager.IsFolder("/V", true));
@@ -65,9 +65,9 @@ TEST_F(Folders, RealAndEmpty)
     EXPECT_FALSE(Manager.IsFolderEmpty("/V"));
 }
 
-TEST_F(Folders, RenameKeepsMountPoints)
+TEST_P(Folders, RenameKeepsMountPoints)
 {
-    MakeTree(Temp.Path(), "A/in/ A/other/sub/ A/i/ M/ D/");
+    Fill("A/in/ A/other/sub/ A/i/ M/ D/");
     const auto rename = [this](const std::string& id, const char* name) {
         return std::string(Thrown([&] { Manager.RenameFolderE(id, name); }).what());
     };
@@ -77,21 +77,23 @@ TEST_F(Folders, RenameKeepsMountPoints)
                   "The folder \"" + id + "\" cannot be renamed: it is a mount point or holds one.");
     EXPECT_EQ(rename("/A/other/", "renamed"), "");
     EXPECT_EQ(rename("/A/i", "j"), "") << "begins like a mount point, and is none";
-    EXPECT_EQ(TreeOf(Temp.Path()), "A/in/ A/j/ A/renamed/sub/ D/ M/");
+    EXPECT_EQ(Tree(), "A/in/ A/j/ A/renamed/sub/ D/ M/");
 }
 
-TEST_F(Folders, RecursiveListingIsDeepestFirstAndCrossesMounts)
+TEST_P(Folders, RecursiveListingIsDeepestFirstAndCrossesMounts)
 {
-    MakeTree(Temp.Path(), "A/in/one/1.txt= A/in/M/ A/in/loop>.. A/in/3.TXT= M/2.txt= B/ D/");
+    Fill("A/in/one/1.txt= A/in/M/ A/in/loop>.. A/in/3.TXT= M/2.txt= B/ D/");
     TIds all = Listed(Manager, "/A", "*", 7);
     for (auto folder = all.begin(); folder != all.end(); ++folder)
         EXPECT_TRUE(std::none_of(folder + 1, all.end(), [&](const std::string& later) {
             return folder->back() == '/' && later.compare(0, folder->size(), *folder) == 0;
         })) << *folder;
     std::sort(all.begin(), all.end());
-    EXPECT_EQ(all, (TIds{"/A/in/", "/A/in/3.TXT", "/A/in/M/", "/A/in/M/2.txt", "/A/in/loop/",
-                         "/A/in/one/", "/A/in/one/1.txt"}))
-        << "each once; the link is shown and not entered";
+    TIds expected = {"/A/in/",        "/A/in/3.TXT", "/A/in/M/",
+                     "/A/in/M/2.txt", "/A/in/one/",  "/A/in/one/1.txt"};
+    if (OnDisk("A"))
+        expected.insert(expected.begin() + 4, "/A/in/loop/");
+    EXPECT_EQ(all, expected) << "each once; the link is shown and not entered";
     // a mask, or folders left out, gives the same entries less what does not match
     TIds masked = Listed(Manager, "/A", "*.txt", 5);
     std::sort(masked.begin(), masked.end());
@@ -99,7 +101,7 @@ TEST_F(Folders, RecursiveListingIsDeepestFirstAndCrossesMounts)
     EXPECT_EQ(Listed(Manager, "/", "*", 7).size(), all.size() + 4);
 }
 
-TEST_F(Folders, FindShowsHiddenNamesAndMountsWhenAsked)
+TEST_P(Folders, FindShowsHiddenNamesAndMountsWhenAsked)
 {
     Manager.MountFileNodeE("/A/way/to/N", Temp.MakeFolder("N"), false);
     Manager.MountFileNodeE("/A/file", Temp / "N", false);
@@ -131,7 +133,7 @@ TEST_F(Folders, FindShowsHiddenNamesAndMountsWhenAsked)
          {"/A/IN/", "/A/IN/M/", "/A/IN/M/1.h", "/A/file/", "/A/file/n", "/A/way/", "/A/way/to/",
           "/A/way/to/N/", "/A/way/to/N/n"}},
     };
-    MakeTree(Temp.Path(), "A/FILE= A/.h= A/.h.meta= A/.d/in= A/IN/ M/1.h= M/.h= N/n= B/res= D/");
+    Fill("A/FILE= A/.h= A/.h.meta= A/.d/in= A/IN/ M/1.h= M/.h= N/n= B/res= D/");
     for (const auto& row : rows) {
         TIds ids = Listed(Manager, row.Folder, row.Mask, row.Flags);
         std::sort(ids.begin(), ids.end());
@@ -143,7 +145,7 @@ TEST_F(Folders, FindShowsHiddenNamesAndMountsWhenAsked)
     EXPECT_EQ(items->at(0).Attrib.Origin, kOriginRootNode);
 }
 
-TEST_F(Folders, FindWithProgress)
+TEST_P(Folders, FindWithProgress)
 {
     TTestProgress progress;
     Listed(Manager, "/V", "*", 2, &progress);

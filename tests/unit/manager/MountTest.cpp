@@ -37,6 +37,23 @@ TEST_F(Mount, RefusesBeforeAnythingChanges)
     EXPECT_EQ(Manager.MountNodes().size(), 2u);
 }
 
+TEST_F(Mount, ANodeOfTheHostsOwn)
+{
+    const auto mounted = [this](const var_a<TResourceManager::TMountNode*>& node) {
+        return ThrownText([&] { Manager.MountNodeE(node); });
+    };
+    const auto entries = std::make_shared<TMemoryEntries>();
+    const std::string mount = "@void TResourceManager::MountNodeE(const var_a<TMountNode*> &): ";
+    EXPECT_EQ(mounted({}), mount + "Invalid node");
+    EXPECT_EQ(mounted(Manager.LoadRootMountNode()), mount + "Invalid node");
+    EXPECT_EQ(mounted(make_var<TMemoryNode>("/a:b", entries)), mount + "Invalid MountPoint");
+    EXPECT_EQ(mounted(make_var<TMemoryNode>("/DATA", entries)), mount + "Duplicate node");
+    EXPECT_EQ(mounted(make_var<TMemoryNode>("/own/M", entries)), "");
+    EXPECT_EQ(Manager.GetResourceType("/OWN/m/x"), TResourceManager::kFirstHostNode);
+    EXPECT_EQ(Unmounted("/own/m"), "");
+    EXPECT_EQ(Manager.ResourceExists("/own"), kResNothing);
+}
+
 TEST_F(Mount, RootIsFreshAndLast)
 {
     EXPECT_EQ(Mounted("/new/Point", Data.Path() + "/"), "");

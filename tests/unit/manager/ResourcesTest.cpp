@@ -1,5 +1,7 @@
-#include <fstream>
+#include <cerrno>
+#include <chrono>
 #include <unistd.h>
+#include <utility>
 
 #include "ManagerFixtures.h"
 #include "QvStd/FileStream.h"
@@ -8,9 +10,10 @@
 
 namespace
 {
-using Resources = TMountedTree;
+using Resources = TAnyMountedTree;
+QV_WITH_ANY_NODES(Resources);
 
-TEST_F(Resources, OpenTellsWhatItCouldNotDo)
+TEST_P(Resources, OpenTellsWhatItCouldNotDo)
 {
     const std::pair<const char*, std::vector<qvOpenMode>> kRows[] = {
         {"The resource \"%1%\" cannot be created.", {7, 11, 12}},
@@ -27,13 +30,13 @@ TEST_F(Resources, OpenTellsWhatItCouldNotDo)
                 EXPECT_EQ(error.arguments(), std::vector<std::string>{id});
             }
     EXPECT_THROW(Manager.OpenResource("A", kQvOpenRead, kQvShareAll, 0), TQvMessage);
-    Temp.Write("A/x", "1");
+    Write("A/x", "1");
     EXPECT_TRUE(*Manager.OpenResourceE("/A/x", kQvOpenRead, kQvShareAll, 0));
 }
 
-TEST_F(Resources, ExistsNeverThrows)
+TEST_P(Resources, ExistsNeverThrows)
 {
-    Temp.Write("A/x", "1");
+    Write("A/x", "1");
     EXPECT_EQ(Manager.ResourceExists("/a/x"), kResResource);
     EXPECT_EQ(Manager.ResourceExists("/A///"), kResFolder);
     EXPECT_EQ(Manager.ResourceExists("/"), kResFolder);
@@ -41,11 +44,10 @@ TEST_F(Resources, ExistsNeverThrows)
         EXPECT_EQ(Manager.ResourceExists(id), kResNothing) << id;
 }
 
-TEST_F(Resources, CopiedAndMovedBetweenNodes)
+TEST_P(Resources, CopiedAndMovedBetweenNodes)
 {
-    Manager.MountFileNodeE("/Same", Temp / "A", false);
-    ExpectTrees(Temp.Path(), Manager,
-                {{"copy /A/x /B/y", true, "A/x=1 B/y.meta=m", "A/x=1 B/y=1"}, // a stale one goes
+    Mount("/Same", "A");
+    ExpectTrees({{"copy /A/x /B/y", true, "A/x=1 B/y.meta=m", "A/x=1 B/y=1"}, // a stale one goes
                  {"copymeta /A/x /B/y", false, "A/x=1 B/y=2 B/y.meta=m"},
                  {"copy /A/x /B/y", false, "A/ B/y=2"},
                  {"copy /A/x /B/y", false, "A/x=1 B/y/"},
@@ -56,8 +58,29 @@ TEST_F(Resources, CopiedAndMovedBetweenNodes)
                  {"copy /A/x /Same/x", true, "A/x=1 A/x.meta=m"},
                  {"copymeta /A/x /Same/x", true, "A/x=1 A/x.meta=m"},
                  {"move /A/x /Same/x", false, "A/x=1 A/x.meta=m"},
-                 {"move /A/x /Same/x.meta", false, "A/x=1"}}); // its own sidecar
-
+                 {"move /A/x /Same/x.meta", false, "A/x=1"}, // its own sidecar
+                 // inside one node; "/B/y" stands for both kinds of target
+                 {"copy /A/x /A/x", true, "A/x=1 A/x.meta=m"},
+                 {"copy /A/x /A/x.meta", false, "A/x=1 A/x.meta=m"},
+                 {"copy /A/x.meta /A/x", false, "A/x=1 A/x.meta=m"},
+                 {"copymeta /A/x /A/y", false, "A/x=1 A/x.meta=m"}, // not to what is missing
+                 {"copymeta /A/x /A/y", false, "A/x=1 A/y=2 A/y.meta=m"},
+                 {"copymeta /A/x /B/y", true, "A/x=1 A/x.meta=m B/y=2",
+                  "A/x=1 A/x.meta=m B/y=2 B/y.meta=m"},
+                 {"move /A/x /A/y", false, "A/y=2"},
+                 {"move /A/x /A/x.meta", false, "A/x=1 A/x.meta=m"},
+                 {"move /A/x.meta /A/x", false, "A/x=1 A/x.meta=m"},
+                 {"move /A/x /A/y", false, "A/x>y A/y=2"}, // the link would lead to itself
+                 {"move /A/x /B/y", true, "A/x=1 A/x.meta=m B/y=2", "A/ B/y=1 B/y.meta=m"},
+                 {"move /A/x /A/y", false, "A/x=1 A/x.meta=m A/y.meta/"},
+                 {"copy /A/x /B/y", false, "A/x=1 A/x.meta=m B/y=2 B/y.meta/"},
+                 {"move /A/x /A/y", true, "A/x=1 A/x.meta/", "A/x.meta/ A/y=1"},
+                 {"copy /A/x /B/y", true, "A/x=1 B/y=2 B/y.meta=m", "A/x=1 B/y=1 B/y.meta=m"},
+                 {"delete /A/x", false, "A/x.meta=m"},
+                 {"delete /A/x", true, "A/x=1 A/x.meta=m", "A/"},
+                 {"delete /A/x", true, "A/x=1 A/x.meta/", "A/x.meta/"}}); // no sidecar
+    if (!IsAllOnDisk())
+        return;
     // a hard link is another entry of one file: the source goes
     MakeTree(Temp.Path(), "A/h=linked B/");
     ASSERT_EQ(link((Temp / "A/h").c_str(), (Temp / "B/h").c_str()), 0);
@@ -65,49 +88,76 @@ TEST_F(Resources, CopiedAndMovedBetweenNodes)
     EXPECT_EQ(TreeOf(Temp.Path()), "A/ B/h=linked");
 }
 
-TEST_F(Resources, AMoveDeletesNothingThatWasWrittenMeanwhile)
+TEST_P(Resources, TheUpdateTimeFollows)
+{
+    const auto yesterday = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24);
+    std::filesystem::last_write_time(Temp.Write("A/x", "1"), yesterday);
+    Load();
+    TQvResAttrib source, copy;
+    EXPECT_TRUE(Manager.CopyResource("/A/x", "/B/x", nullptr));
+    EXPECT_TRUE(Manager.GetResourceAttr("/A/x", &source));
+    EXPECT_TRUE(Manager.GetResourceAttr("/B/x", &copy));
+    EXPECT_EQ(copy.UpdateTime, source.UpdateTime);
+}
+
+TEST_P(Resources, AMoveDeletesNothingThatWasWrittenMeanwhile)
 {
     struct TWriter : TTestProgress
     {
         bool Poll() override
         {
-            std::ofstream(File, std::ios::app) << "later";
+            if (std::exchange(IsDone, true))
+                return false;
+            const auto stream = OfSidecar
+                                    ? Manager->OpenResourceMeta("/A/x", kQvOpenAppend, kQvShareAll)
+                                    : Manager->OpenResource("/A/x", kQvOpenAppend, kQvShareAll, 0);
+            stream->setPosition(stream->getSize());
+            stream->Write("later", 5);
             return false;
         }
-        std::string File;
-    } writer;
-    for (const char* changed : {"A/x", "A/x.meta"}) {
-        MakeTree(Temp.Path(), "A/x=1 B/");
-        writer.File = Temp / changed;
-        EXPECT_FALSE(Manager.RenMovResource("/A/x", "/B/x", &writer)) << changed;
+        TResourceManager* Manager = nullptr;
+        bool OfSidecar = false;
+        bool IsDone = false;
+    };
+    for (const bool ofSidecar : {false, true}) {
+        Fill("A/x=1 B/");
+        TWriter writer;
+        writer.Manager = &Manager;
+        writer.OfSidecar = ofSidecar;
+        EXPECT_FALSE(Manager.RenMovResource("/A/x", "/B/x", &writer)) << ofSidecar;
         EXPECT_EQ(TResourceManager::LastFailure().text(), "/A/x: Device or resource busy");
-        EXPECT_NE(Content(changed).find("later"), std::string::npos) << TreeOf(Temp.Path());
-        EXPECT_EQ(Content("A/x").front(), '1');
+        EXPECT_EQ(Tree("A"), ofSidecar ? "x=1 x.meta=later" : "x=1later");
     }
 }
 
-TEST_F(Resources, FailedMoveLeavesNoHalfTarget)
+TEST_P(Resources, FailedMoveLeavesNoHalfTarget)
 {
-    Temp.Write("A/big", std::string(20 << 20, 'x'));
-    Temp.Write("B/old", "old");
+    Write("A/big", std::string(20 << 20, 'x'));
+    Write("B/old", "old");
     TTestProgress progress;
     progress.BreakAfter = 1;
     EXPECT_FALSE(Manager.RenMovResource("/A/big", "/B/new", &progress));
+    EXPECT_EQ(TResourceManager::LastFailure().text(), "/A/big: Operation canceled");
+    EXPECT_EQ(Tree("B"), "old=old");
+    EXPECT_EQ(NamesIn(Temp / "A"), (std::vector<std::string>{"big"}));
+    if (!OnDisk("B"))
+        return; // memory has no share modes
     const TQvFileStream alone(TQvPath(Temp / "B/old"), kQvOpenWrite, 0);
     EXPECT_FALSE(Manager.CopyResource("/A/big", "/B/old", nullptr)) << "another has it open alone";
-    EXPECT_EQ(TreeOf(Temp / "B"), "old=old");
-    EXPECT_EQ(NamesIn(Temp / "A"), (std::vector<std::string>{"big"}));
+    EXPECT_EQ(Tree("B"), "old=old");
 }
 
-TEST_F(Resources, DiskFileOfAResource)
+TEST_P(Resources, DiskFileOfAResource)
 {
     EXPECT_EQ(Manager.GetResourceFile("/A/x", false), "");
     EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), "");
-    EXPECT_EQ(Manager.GetResourceFile("/A/x", true), Temp / "A/x");
+    const std::string file = OnDisk("A") ? Temp / "A/x" : "";
+    EXPECT_EQ(Manager.GetResourceFile("/A/x", true), file);
     EXPECT_EQ(Content("A/x"), "");
-    EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), Temp / "A/");
+    EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), QvExtractResPath(file));
     EXPECT_EQ(Manager.GetResourceFile("/A", true), "");
     const auto lock = Manager.CreateLockFile("/A/x", 100, true, "me");
-    EXPECT_TRUE(lock && *lock);
+    EXPECT_EQ(static_cast<bool>(*lock), OnDisk("A"));
+    EXPECT_EQ(TResourceManager::LastFailure().Error, OnDisk("A") ? 0 : ENOTSUP);
 }
 } // namespace

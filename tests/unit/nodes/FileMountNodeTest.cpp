@@ -85,24 +85,8 @@ TEST_F(FileMountNode, StreamsAndMetadata)
     }
 }
 
-TEST_F(FileMountNode, CopiedMovedAndDeletedWithTheSidecar)
+TEST_F(FileMountNode, ANewTargetMayHaveASidecarAndALongNameNone)
 {
-    ExpectTrees(Folder, Node,
-                {{"copy /D/a /D/a", true, "a=1 a.meta=m"},
-                 {"copy /D/a /D/a.meta", false, "a=1 a.meta=m"}, // not onto its own sidecar
-                 {"copy /D/a.meta /D/a", false, "a=1 a.meta=m"},
-                 {"copymeta /D/a /D/b", false, "a=1 a.meta=m"}, // not to what is missing
-                 {"copymeta /D/a /D/b", false, "a=1 b=2 b.meta=m"},
-                 {"move /D/a /D/b", false, "b=2"},
-                 {"move /D/a /D/a.meta", false, "a=1 a.meta=m"},
-                 {"move /D/a.meta /D/a", false, "a=1 a.meta=m"},
-                 {"move /D/a /D/b", false, "a>b b=2"}, // the link would lead to itself
-                 {"move /D/a /D/b", false, "a=1 a.meta=m b.meta/"},
-                 {"copy /D/a /D/b", false, "a=1 a.meta=m b=2 b.meta/"},
-                 {"move /D/a /D/b", true, "a=1 a.meta/", "a.meta/ b=1"},
-                 {"delete /D/a", false, "a.meta=m"},
-                 {"delete /D/a", true, "a=1 a.meta/", "a.meta/"}}); // a folder is no sidecar
-
     MakeTree(Folder, "a=1 a.meta=m b.meta=of_another_process");
     TResourceManager::TMountNode::TCopyHints hints;
     hints.IsTargetNew = true;
