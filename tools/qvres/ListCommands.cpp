@@ -81,19 +81,29 @@ std::string Marked(std::string line)
     return line + "\t(not a valid id)";
 }
 
-void PrintLine(TOutput& out, const TQvResFindItem& item, const TListOptions& options)
+class TLinePrinter
 {
-    std::string line;
-    if (options.Long)
-        line = Columns(item, options.HumanSizes);
-    line += item.Id;
-    if (item.Attrib.Kind == kResFolder)
-        line += '/';
-    if (options.EndWithNull)
-        out.Write(line += '\0');
-    else
-        out.Line(IsReachable(item) ? line : Marked(line));
-}
+public:
+    TLinePrinter(TOutput& out, const TListOptions& options) : m_out(out), m_options(options) {}
+    void Print(const TQvResFindItem& item)
+    {
+        m_line.clear();
+        if (m_options.Long)
+            m_line = Columns(item, m_options.HumanSizes);
+        m_line += item.Id;
+        if (item.Attrib.Kind == kResFolder)
+            m_line += '/';
+        if (m_options.EndWithNull)
+            m_out.Write(m_line += '\0');
+        else
+            m_out.Line(IsReachable(item) ? m_line : Marked(m_line));
+    }
+
+private:
+    TOutput& m_out;
+    const TListOptions& m_options;
+    std::string m_line; ///< kept for its memory
+};
 
 /// Record by record: a document of a large listing as a whole would take a multiple of its memory.
 class TRecordPrinter
@@ -182,6 +192,7 @@ void List(THost& host, TListOptions options)
 {
     options.Long = (options.Long || options.HumanSizes) && !options.OnlyIds;
     host.Session.Tree(); // without a tree there is one reason for all ids
+    TLinePrinter lines(host.Out, options);
     std::optional<TRecordPrinter> records;
     if (host.Json)
         records.emplace(host.Out);
@@ -192,7 +203,7 @@ void List(THost& host, TListOptions options)
                 if (records)
                     records->Print(item);
                 else
-                    PrintLine(host.Out, item, options);
+                    lines.Print(item);
             });
         } catch (const TFailure& failure) {
             PrintError(failure);
