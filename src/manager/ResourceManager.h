@@ -147,8 +147,8 @@ public:
         virtual TQvResult CreateFolder(const std::string& id) = 0;
         /// Renames the folder `src` with all it holds to `newName` beside it: the new id is
         /// QvExtractResPath(src) + newName, resolved as any id. An existing target is refused
-        /// (EEXIST). Throws on failure: TQvMessage(QvResourceString("global.ErrRenameFolder")) with
-        /// the errno and its text, after `result` (may be null) received the cause.
+        /// (EEXIST). Throws a TQvMessage with the reason on failure, after `result` (may be null)
+        /// received the cause. (The nodes here throw "The folder cannot be renamed (error ...)".)
         virtual void RenameFolderE(const std::string& src, const std::string& newName,
                                    TQvResult* result = nullptr) = 0;
         /// An empty folder (ENOTEMPTY otherwise), or a link to a folder, of which only the link
@@ -167,7 +167,8 @@ public:
         virtual TQvResult GetResourceAttr(const std::string& id, TQvResAttrib* attrib) const = 0;
         /// Appends the entries of one level of `folder` to `items`, in an order of the node's own;
         /// the id of an entry is `folder`, as it was given, with one "/" and the name. `mask` is
-        /// matched to names as TNameMask does it: wildcards "*", "?", "[...]", no regard to case.
+        /// matched to names as Qt's wildcards "*", "?" and "[...]" are, without regard to case; one
+        /// that is no valid mask matches nothing.
         /// Of `flags` a node heeds kFindResources and kFindFolders (what is listed), kFindHidden
         /// (without it names with a leading "." are left out), kFindAttributes (size and times are
         /// filled, else 0) and kFindNoLink, which recursion sets: a folder that is a link holds
@@ -250,9 +251,10 @@ public:
         /// Replaces the resource by what `content` holds from its position on, or creates it: whole
         /// or not at all where the storage can do that, so that a failed read, a full storage, a
         /// user break (ECANCELED) and a kill leave the old content or none. A failure to read
-        /// `content` is answered without a name. Where there was no resource, a sidecar left over
-        /// from an earlier one is deleted; otherwise the sidecar stays. Refused: a folder and the
-        /// node's own (EISDIR), a missing parent folder (ENOENT), what may not be written.
+        /// `content`, for which QvReadBlocks serves, is answered without a name. Where there was no
+        /// resource, a sidecar left over from an earlier one is deleted; otherwise the sidecar
+        /// stays. Refused: a folder and the node's own (EISDIR), a missing parent folder (ENOENT),
+        /// what may not be written.
         virtual TQvResult ReceiveResource(const std::string& id, TQvStream& content,
                                           const TIncoming& incoming,
                                           TQvProgressHandler* progress) = 0;
@@ -298,9 +300,9 @@ public:
     {
         std::uint64_t TotalBytes = 0; ///< of all sources; known before the first is copied
         std::uint64_t Folders = 0;    ///< created
-        std::uint64_t Resources = 0;
-        std::uint64_t Bytes = 0;   ///< of the resources copied
-        std::uint64_t Skipped = 0; ///< resources whose destination is there and stays
+        std::uint64_t Resources = 0;  ///< copied
+        std::uint64_t Bytes = 0;      ///< of the resources copied
+        std::uint64_t Skipped = 0;    ///< resources whose destination is there and stays
     };
 
     /// What CopyResourceEx is asked to do.
