@@ -50,7 +50,7 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
     m_ids.erase(entry);
     auto [first, last] = m_lengths.equal_range(mountPoint.size());
     const bool isOnlyOne = std::next(first) == last;
-    while (first->second != place)
+    while (first != last && first->second != place)
         ++first;
     m_lengths.erase(first);
     if (isOnlyOne)
@@ -70,7 +70,7 @@ void TMountIndex::InsertSlot(const TIds::value_type& entry)
     m_slots[slot] = {QvHashNormalResId(entry.first), &entry};
 }
 
-/// A search ends at a free slot: those behind that are not at their first choice move up.
+/// A search ends at a free slot: move up the following entries that are not in their first slot.
 void TMountIndex::EraseSlot(std::size_t slot)
 {
     const std::size_t mask = m_slots.size() - 1;
@@ -84,7 +84,7 @@ void TMountIndex::EraseSlot(std::size_t slot)
     m_slots[slot] = {};
 }
 
-/// The slot that holds it, or the free one in which it belongs.
+/// Its slot, or the free slot for it.
 std::size_t TMountIndex::SlotOf(std::string_view normalId) const
 {
     const std::uint64_t hash = QvHashNormalResId(normalId);

@@ -20,7 +20,7 @@ namespace
 {
 bool Creates(qvOpenMode mode)
 {
-    return mode == kQvOpenAppend || mode == kQvOpenCreate || mode == kQvOpenCreateNew ||
+    return mode == kQvOpenWriteOrCreate || mode == kQvOpenCreate || mode == kQvOpenCreateNew ||
            mode == kQvOpenReadWrite;
 }
 

@@ -16,7 +16,7 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"qvres --mount /X ls", R"("/X" is not of the form ID=DIR)"},
         {"qvres --mount /=. ls", "a mount point needs a name"},
         {"qvres --mount /X= ls", R"("/X=" names no folder)"},
-        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id: it holds "//")"},
+        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id: it contains "//")"},
         {"q exists /A /B", "qvres exists --help"},
         {"q ls --kind device", "device not in"},
         {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
@@ -47,21 +47,22 @@ TEST_F(TListTest, EveryCommandExplainsItself)
 
 TEST_F(TListTest, ListsSortedWithMaskAndKind)
 {
-    Expect({{"mkdir a/sub; cd a; touch sub/deep.txt b.txt A.TXT c.dat .hidden c.dat.meta", ""},
-            {"q ls", "/A/\n/B/\n"},
-            {"q ls --mask '*.txt' /a/", "/a/A.TXT\n/a/b.txt\n"},
-            {"q ls --kind folder /A", "/A/sub/\n"},
-            {"q ls -R --kind resource --mask '*.txt' /A", "/A/A.TXT\n/A/b.txt\n/A/sub/deep.txt\n"},
-            {"q ls -R /", "/A/\n/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n/A/sub/deep.txt\n/B/\n"},
-            {"q ls /A/b.txt; q ls /B", "/A/b.txt\n"},
-            {"q exists /A/b.txt; q exists /A; q exists /A/no; q exists /a//b", "1\n2\n0\n0\n"},
-            {"q file /A/b.txt", "$T/a/b.txt\n"},
-            {"q ls /A/no", R"(1: "/A/no" does not exist)"},
-            {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
-            {"q stat A", R"(1: "A" is not a valid resource id: it does not begin with "/")"},
-            {"q stat '/A/no\nline'",
-             R"(1: "/A/no line" is not a valid resource id: it holds the control character 0x0a)"},
-            {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
+    Expect(
+        {{"mkdir a/sub; cd a; touch sub/deep.txt b.txt A.TXT c.dat .hidden c.dat.meta", ""},
+         {"q ls", "/A/\n/B/\n"},
+         {"q ls --mask '*.txt' /a/", "/a/A.TXT\n/a/b.txt\n"},
+         {"q ls --kind folder /A", "/A/sub/\n"},
+         {"q ls -R --kind resource --mask '*.txt' /A", "/A/A.TXT\n/A/b.txt\n/A/sub/deep.txt\n"},
+         {"q ls -R /", "/A/\n/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n/A/sub/deep.txt\n/B/\n"},
+         {"q ls /A/b.txt; q ls /B", "/A/b.txt\n"},
+         {"q exists /A/b.txt; q exists /A; q exists /A/no; q exists /a//b", "1\n2\n0\n0\n"},
+         {"q file /A/b.txt", "$T/a/b.txt\n"},
+         {"q ls /A/no", R"(1: "/A/no" does not exist)"},
+         {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
+         {"q stat A", R"(1: "A" is not a valid resource id: it does not begin with "/")"},
+         {"q stat '/A/no\nline'",
+          R"(1: "/A/no line" is not a valid resource id: it contains the control character 0x0a)"},
+         {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
 }
 
 TEST_F(TListTest, LongListingAndRecords)

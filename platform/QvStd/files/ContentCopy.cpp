@@ -49,7 +49,7 @@ private:
 TQvCopyError TContentCopy::Run(const struct stat& status)
 {
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    // For small files the question costs more than the copy.
+    // For small files the attempt costs more than the copy.
     if (size > kBlock && ioctl(m_to, FICLONE, m_from) == 0)
         return {};
     if (size == 0)
@@ -61,7 +61,7 @@ TQvCopyError TContentCopy::Run(const struct stat& status)
     return m_error;
 }
 
-/// Only what is data; the rest stays a hole.
+/// Copies the data only; holes stay holes.
 bool TContentCopy::CopyExtents(std::uint64_t size)
 {
     std::uint64_t offset = 0;
@@ -88,7 +88,7 @@ bool TContentCopy::CopyExtents(std::uint64_t size)
 bool TContentCopy::Copy(std::uint64_t offset, std::uint64_t end)
 {
     if (m_inKernel && !CopyInKernel(&offset, end))
-        m_inKernel = false; // whatever the reason: the blocks succeed, or find the right one
+        m_inKernel = false; // whatever the reason: the blocks succeed, or report the right one
     return offset == end || CopyBlocks(offset, end);
 }
 

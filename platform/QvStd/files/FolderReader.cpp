@@ -1,6 +1,7 @@
 #include "QvStd/FolderReader.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>

@@ -23,7 +23,7 @@ struct TEntry
     unsigned char Type; ///< DT_...
 };
 
-/// The type of what `folder` holds under `name`; DT_UNKNOWN when it is gone or cannot be asked.
+/// The type of the entry `name` of `folder`; DT_UNKNOWN when it is gone or cannot be examined.
 unsigned char TypeOf(int folder, const char* name, int flags)
 {
     struct stat status = {};
@@ -97,21 +97,21 @@ TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
     return result;
 }
 
-/// Lets the owner list, enter and change a folder. Where that is refused, the call that needed it
-/// fails, and tells.
+/// Lets the owner list, enter and change a folder. When that is refused, the call that needs it
+/// fails and reports the error.
 void MakeUsable(int folder)
 {
     struct stat status = {};
     if (fstat(folder, &status) != 0 || (status.st_mode & S_IRWXU) == S_IRWXU)
         return;
     const mode_t mode = (status.st_mode & 07777) | S_IRWXU;
-    // A descriptor that only names the folder takes the detour.
+    // A descriptor opened with O_PATH needs this detour.
     if (fchmod(folder, mode) != 0 && errno == EBADF)
         chmod(("/proc/self/fd/" + std::to_string(folder)).c_str(), mode);
 }
 
-/// Removes trees by folder descriptors and names, never by paths: whoever exchanges a folder for a
-/// link meanwhile cannot lead it elsewhere. Every `path` is for messages only.
+/// Removes trees by folder descriptors and names, never by paths: a folder that is exchanged for a
+/// link meanwhile is not followed. Every `path` is for messages only.
 class TTreeRemover
 {
 public:
@@ -132,7 +132,7 @@ public:
 
     bool Unlink(int parent, const char* name, int flags, const std::string& path)
     {
-        // What somebody else removed meanwhile is removed.
+        // Another process may have removed it already.
         return unlinkat(parent, name, flags) == 0 || errno == ENOENT || Note(errno, path);
     }
 
@@ -207,8 +207,8 @@ private:
         return true;
     }
 
-    /// Back from the deepest level, which is removed when it is empty. False when there is no way
-    /// back.
+    /// Leaves the deepest level and removes it when it is empty. False when the level above cannot
+    /// be opened again.
     bool Leave(int top)
     {
         const TLevel level = std::move(m_levels.back());

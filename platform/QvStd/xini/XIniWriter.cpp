@@ -34,7 +34,7 @@ public:
     void CommitE() override
     {
         Commit([this](const std::string& text) {
-            return QvWriteFileAtomically(m_path, text) ? "" : XIniErrorText(errno) + ".";
+            return QvWriteFileAtomically(m_path, text) ? "" : QvErrorText(errno) + ".";
         });
     }
 
@@ -76,7 +76,7 @@ void TQvXIniWriter::Commit(const TStore& store)
 {
     if (m_committed)
         return;
-    // A document that lacks what was refused does not replace a whole one.
+    // A document without the refused entries must not replace a complete one.
     if (m_error.empty())
         m_error = store(QvFormatXIniTree(*m_tree));
     if (!m_error.empty())
@@ -91,7 +91,7 @@ void TQvXIniWriter::CommitSilently() noexcept
     try {
         CommitE();
     } catch (...) {
-        // Nobody is left to be told; CommitE is for those who want to know.
+        // A destructor cannot report the failure; call CommitE to get it.
     }
 }
 
@@ -149,7 +149,7 @@ std::string TQvXIniStreamWriter::Store(const std::string& text)
     const bool isStored = m_stream->setPosition(0) &&
                           m_stream->Write(text.data(), text.size()) == text.size() &&
                           m_stream->setSize(text.size()) && m_stream->Flush();
-    return isStored ? "" : XIniErrorText(m_stream->getError()) + ".";
+    return isStored ? "" : QvErrorText(-m_stream->getError()) + ".";
 }
 
 var_a<TQvXIniWriter*> GetXIniWriter(const TQvPath& path)

@@ -59,7 +59,7 @@ TEST_F(CopyEx, RefusedDestinations)
         EXPECT_FALSE(Copy({"/V/D"}, virtualFolder)) << virtualFolder;
     EXPECT_TRUE(Failed.empty()) << "nothing is done, nothing is noted";
     EXPECT_STREQ(Thrown([this] { Copy({"/A/x"}, "/A"); }).what(),
-                 "The destination folder is the folder that the sources are in.");
+                 "The destination folder is the parent folder of the sources.");
     Params.OverwriteDefault = true;
     EXPECT_TRUE(Copy({"/A/x"}, "/A/")) << "is compared as written";
     EXPECT_EQ(Content("A/x"), "content");
