@@ -1,5 +1,6 @@
 // The extended copy.
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <map>
 #include <unordered_set>
@@ -218,6 +219,7 @@ TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
     // A disk name that is no valid part of an id is listed and cannot be reached.
     if (!isValid || node == nullptr)
         return TQvResult::Failed(EINVAL, source);
+    assert(source.size() >= m_skippedLength);
     const std::string destination = m_destination + source.substr(m_skippedLength);
     if (item.Kind == kResFolder)
         return CopyFolder(*node, source, destination);
@@ -312,6 +314,7 @@ TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
                                   const std::string& destination,
                                   const TMountNode::TCopyHints& hints, TQvProgressHandler* progress)
 {
+    assert(!m_params.DryRun);
     if (TQvResult parent = MakeParent(destination); !parent)
         return parent;
     const TMountNode* target = m_manager.NodeFor(destination);

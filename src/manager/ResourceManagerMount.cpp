@@ -1,4 +1,5 @@
 // The mount table: its indexes, resolution of ids, mounting and unmounting.
+#include <cassert>
 #include <cerrno>
 #include <memory>
 
@@ -89,6 +90,7 @@ TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& i
     if (!*isValid)
         return nullptr;
     const std::uint32_t place = m_mountIndex->Resolve(normalId, skipExactMountPoint);
+    assert(place == TMountIndex::kNone || place < m_mountNodes.size());
     return place != TMountIndex::kNone ? m_mountNodes[place].get() : nullptr;
 }
 

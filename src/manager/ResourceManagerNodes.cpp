@@ -7,6 +7,7 @@
 #include "nodes/FileMountNode.h"
 #include "nodes/RootMountNode.h"
 #include "url/URLResourceHandler.h"
+#include <cassert>
 
 var_a<TResourceManager::TMountNode*>
 TResourceManager::LoadFileMountNode(const TQvResourceProfile::TNode& node) const
@@ -29,10 +30,12 @@ void TResourceManager::AppendNode(var_a<TMountNode*> node)
 {
     m_mountNodes.push_back(std::move(node));
     m_mountIndex->Add(m_mountNodes.back()->MountPointId());
+    assert(m_mountIndex->Lengths().size() == m_mountNodes.size());
 }
 
 void TResourceManager::RemoveNode(std::uint32_t place)
 {
+    assert(place < m_mountNodes.size());
     const bool isRemoved = m_mountIndex->Remove(place, m_mountNodes[place]->MountPointId());
     m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(place));
     if (!isRemoved)

@@ -1,6 +1,7 @@
 #include "profiles/ProfileFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <memory>
 #include <vector>
 
@@ -123,6 +124,7 @@ private:
         const bool isPath = FindElement(*mount, "path") != nullptr;
         if (isPath != (FindElement(*old, "path") != nullptr))
             return mount;
+        assert(FindElement(*mount, "node") != nullptr);
         const std::string name = FindElement(*mount, "node")->Value;
         const auto tree = make_var<TQvXIniTree>();
         tree->Root.Children.push_back(std::move(old));
@@ -159,7 +161,9 @@ void PutProfileE(const var_a<TQvXIniTree*>& tree, const TQvResourceProfile& prof
         tree->Root.Children.begin(), tree->Root.Children.end(), [](const TEntry& entry) {
             return entry->Type == Kind::Section && entry->Name == kProfileSection;
         });
+    assert(section != tree->Root.Children.end());
     TProfileParts parts(std::move((*section)->Children));
+    assert(!fresh->Root.Children.empty());
     for (TEntry& entry : fresh->Root.Children.front()->Children)
         if (entry->Type == Kind::Section)
             parts.AddMount(std::move(entry));

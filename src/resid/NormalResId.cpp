@@ -1,6 +1,7 @@
 #include "resid/NormalResId.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 #include "QvStd/ByteBlock.h"
@@ -69,6 +70,7 @@ TNormalResId::TNormalResId(std::string_view id, bool forbidWildcards)
         m_text = m_longText.data();
         m_slashes = m_longSlashes.data();
     }
+    assert(m_length <= Words() * kWordBits); // whole blocks are written
     std::fill_n(m_slashes, Words(), 0);
     TPass pass(m_text, m_slashes);
     if (m_length >= kBlock) {

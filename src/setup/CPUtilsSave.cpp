@@ -1,5 +1,6 @@
 // Saving the state of all profiles.
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <memory>
 
@@ -136,6 +137,7 @@ private:
     /// saved.
     void RemoveDroppedProfiles() const
     {
+        assert(m_state.Listed); // else profiles that were not loaded would be removed
         for (const auto& [name, loaded] : m_state.Loaded.Folders) {
             const TQvPath folder = m_state.VarFolder / kProfilesFolder / name;
             std::string error;

@@ -1,5 +1,6 @@
 #include "QvStd/Descriptor.h"
 
+#include <cassert>
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/file.h>
@@ -49,6 +50,7 @@ TQvPlace TQvFolderKeeper::Locate(const std::string& path)
         m_path.assign(path, 0, length);
         m_folder = TQvDescriptor(open(m_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
+    assert(path.compare(0, length, m_path) == 0); // the open folder is that of the path
     return m_folder ? TQvPlace{m_folder.Number(), path.substr(length)} : TQvPlace{AT_FDCWD, path};
 }
 

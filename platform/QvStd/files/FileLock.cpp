@@ -1,5 +1,6 @@
 #include "QvStd/FileLock.h"
 
+#include <cassert>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -65,6 +66,7 @@ TQvFileLock::~TQvFileLock()
 /// One attempt, on the file that is at the path now. 0 or a negative errno.
 int TQvFileLock::Take(const std::string& path)
 {
+    assert(m_descriptor < 0);
     const int descriptor = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat opened = {};
     struct stat current = {};

@@ -2,6 +2,7 @@
 #include "QvStd/Files.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -140,6 +141,7 @@ public:
     /// that the depth is not bounded by the open files of a process.
     void RemoveFolder(int parent, const char* name, const std::string& path)
     {
+        assert(m_levels.empty());
         m_path = path;
         Enter(parent, name);
         while (!m_levels.empty()) {
@@ -168,6 +170,7 @@ private:
 
     void RemoveEntry(const TEntry& entry)
     {
+        assert(entry.Name.find('/') == std::string::npos); // it would lead out of the folder
         const std::size_t length = m_path.size();
         m_path.append(1, '/').append(entry.Name);
         const int folder = m_levels.back().Number();
@@ -211,6 +214,7 @@ private:
     /// be opened again.
     bool Leave(int top)
     {
+        assert(!m_levels.empty());
         const TLevel level = std::move(m_levels.back());
         m_levels.pop_back();
         if (!m_levels.empty() && m_levels.back().Number() < 0 && !Reopen(level.Number()))
@@ -220,6 +224,7 @@ private:
                                       level.Name.c_str(), AT_REMOVEDIR, m_path);
         if (!m_levels.empty()) {
             m_levels.back().IsEmptied &= removed;
+            assert(m_levels.back().PathLength <= m_path.size());
             m_path.resize(m_levels.back().PathLength);
         }
         return true;

@@ -1,6 +1,7 @@
 #include "QvStd/FreshFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -97,6 +98,7 @@ ssize_t TQvFreshFile::ReadAt(std::uint64_t position, char* buffer, std::size_t c
         return QvRetryInterrupted(
             [&] { return pread(m_file.Number(), buffer, count, static_cast<off_t>(position)); });
     alignas(kBlock) char window[kWindow];
+    assert(position <= static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()));
     const std::size_t skipped = position % kBlock;
     const auto start = static_cast<off_t>(position - skipped);
     const ssize_t got =

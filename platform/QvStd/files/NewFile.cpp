@@ -1,6 +1,7 @@
 #include "QvStd/NewFile.h"
 
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -313,6 +314,7 @@ int TQvNewFile::TState::Sync()
 
 int TQvNewFile::TState::Publish()
 {
+    assert(!IsSame); // else the file would be replaced by an empty one
     if (IsInPlace)
         return WriteInPlace();
     if (const int error = SetTime(File.Number()))
@@ -343,6 +345,7 @@ int TQvNewFile::TState::LinkToTarget()
 
 int TQvNewFile::TState::NameIt()
 {
+    assert(!Options.Synced || IsSynced);
     if (Temporary.empty()) {
         if (LinkToTarget() == 0)
             return File.Close() ? 0 : DiscardUnclosed();
@@ -358,6 +361,7 @@ int TQvNewFile::TState::NameIt()
             return error;
         }
     }
+    assert(!Temporary.empty());
     // Closed first: some file systems report a full disk only then.
     if (!File.Close())
         return errno;
@@ -377,6 +381,7 @@ int TQvNewFile::TState::NameIt()
 int TQvNewFile::TState::DiscardUnclosed()
 {
     const int error = errno;
+    assert(Temporary.empty()); // the target's name is that of the new file
     if (IsSynced)
         return 0; // nothing was left to be written
     unlinkat(Place.Folder, Place.Name.c_str(), 0);
@@ -396,6 +401,7 @@ int TQvNewFile::TState::HideContent() const
 
 int TQvNewFile::TState::WriteInPlace()
 {
+    assert(File && Existing);
     struct stat status = {};
     if (fstat(File.Number(), &status) != 0)
         return errno;

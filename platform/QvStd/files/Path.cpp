@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -88,6 +89,7 @@ void AppendResolved(std::string& result, std::string_view text)
             result += segment;
         }
     }
+    assert(result.size() >= floor); // else the path would lead out of its left side
     if (!text.empty() && IsSeparator(text.back()) && result.size() > floor)
         result += '/';
 }

@@ -1,6 +1,7 @@
 #include "QvStd/LockFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -71,6 +72,7 @@ private:
 /// it is refused, the old lock stays. 0 or a negative errno.
 int SetLock(int descriptor, off_t byte, short kind)
 {
+    assert(descriptor >= 0 && byte >= kLockByte && byte <= kTurnByte);
     struct flock lock = {};
     lock.l_type = kind;
     lock.l_whence = SEEK_SET;
@@ -219,6 +221,7 @@ TQvResult TQvLockFile::IsAtPath() const
 
 int TQvLockFile::Upgrade(bool waits)
 {
+    assert(m_held && !m_exclusive);
     int error = SetLock(m_descriptor, kLockByte, F_WRLCK);
     if (error == -EAGAIN && waits) {
         // Two upgrades would wait for each other's shared lock: the second one is refused here.
@@ -292,6 +295,7 @@ void TQvLockFile::ReadHolder()
 
 void TQvLockFile::WriteNote()
 {
+    assert(m_held); // else the note would replace that of the holder
     if (m_owner.empty())
         return;
     // An empty file that existed before may belong to another program.

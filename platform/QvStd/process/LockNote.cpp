@@ -2,6 +2,7 @@
 
 #include <QDateTime>
 #include <algorithm>
+#include <cassert>
 #include <charconv>
 #include <unistd.h>
 
@@ -20,6 +21,7 @@ constexpr std::size_t kMaxOwner = 180;
 
 std::string Padded(std::string note)
 {
+    assert(note.size() < kLength); // a cut note would not be recognised as one
     note.resize(kLength - 1, ' ');
     return note += '\n';
 }

@@ -1,6 +1,7 @@
 #include "QvStd/FileStream.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -159,6 +160,7 @@ bool TQvFileStream::FillBuffer()
     const std::size_t got = ReadAt(m_buffer.get(), wanted, m_position);
     if (got == invalid_value)
         return false;
+    assert(got <= m_bufferSize);
     m_bufferStart = m_position;
     m_bufferLength = got;
     return true;
@@ -181,6 +183,8 @@ std::size_t TQvFileStream::ReadStraight(char* buffer, std::size_t count)
 
 std::size_t TQvFileStream::ReadAt(char* buffer, std::size_t count, std::uint64_t position) const
 {
+    assert(m_descriptor >= 0);
+    assert(position <= kMaxPosition);
     const std::uint64_t room = kMaxPosition - position;
     const std::size_t wanted =
         static_cast<std::size_t>(std::min<std::uint64_t>({count, kMaxTransfer, room}));
@@ -202,6 +206,7 @@ std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
     const char* const bytes = static_cast<const char*>(buffer);
     std::size_t done = 0;
     while (done < count) {
+        assert(m_position <= kMaxPosition);
         const std::uint64_t room = kMaxPosition - m_position;
         const std::size_t wanted =
             static_cast<std::size_t>(std::min<std::uint64_t>({count - done, kMaxTransfer, room}));

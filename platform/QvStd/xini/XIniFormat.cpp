@@ -1,6 +1,7 @@
 #include "QvStd/xini/XIniFormat.h"
 
 #include <algorithm>
+#include <cassert>
 #include <charconv>
 
 namespace
@@ -154,6 +155,7 @@ void XIniReplaceValue(TQvXIniEntry& key, const std::string& value)
     key.Value = value;
     if (key.Raw.empty())
         return;                                     // it is formatted from the value anyway
+    assert(key.Raw.find('=') != std::string::npos); // else the name would be overwritten
     const std::size_t end = key.Raw.size() - XIniLineEndSize(key.Raw);
     const std::size_t afterName = key.Raw.find('=') + 1;
     const std::size_t start = std::min(key.Raw.find_first_not_of(kBlanks, afterName), end);

@@ -1,6 +1,7 @@
 // The text of an X-Ini document to and from its tree.
 
 #include <algorithm>
+#include <cassert>
 
 #include "QvStd/XIniTree.h"
 #include "QvStd/xini/XIniFormat.h"
@@ -99,6 +100,7 @@ private:
         if (!name.empty() && name != open.Section->Name)
             return Quoted("[/" + std::string(name) + "]") + " does not close the section " +
                    Quoted(open.Section->Name) + " of line " + std::to_string(open.Line) + ".";
+        assert(open.Section != m_open.front().Section); // the top level has no end
         open.Section->RawEnd = raw;
         m_open.pop_back();
         return {};

@@ -1,6 +1,7 @@
 #include "QvStd/XIniWriter.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <exception>
 
@@ -62,6 +63,7 @@ TQvXIniWriteSection TQvXIniWriter::BeginSectionSE(const std::string& name)
 
 void TQvXIniWriter::EndSection(TQvXIniWriteSection section)
 {
+    assert(!m_levels.empty());
     const auto level = std::find(m_levels.begin() + 1, m_levels.end(), section);
     m_levels.erase(level, m_levels.end());
 }
@@ -201,6 +203,7 @@ bool TQvXIniTreeWriter::OpenSection(int position)
 
 bool TQvXIniTreeWriter::ExitSection()
 {
+    assert(!m_levels.empty());
     if (m_levels.size() == 1)
         return false;
     m_levels.pop_back();
