@@ -14,6 +14,7 @@
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "journal/JournalFormat.h"
+#include "resid/ResAttrib.h"
 #include "resid/ResId.h"
 
 namespace
@@ -95,9 +96,9 @@ private:
 
 bool HasMetaExtension(const std::string& name)
 {
-    return name.size() >= kMetaExtension.size() &&
-           toupper_locale(name.substr(name.size() - kMetaExtension.size())) ==
-               toupper_locale(kMetaExtension);
+    constexpr std::string_view kSuffix = kSidecarSuffix;
+    return name.size() >= kSuffix.size() &&
+           toupper_locale(name.substr(name.size() - kSuffix.size())) == toupper_locale(kSuffix);
 }
 } // namespace
 

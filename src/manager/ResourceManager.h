@@ -288,8 +288,8 @@ public:
 
     // Resources
 
-    /// Empty, or a stream that may not be open: its operator bool tells. With mode 9 a `sizeHint`
-    /// above 0 sets the size at once.
+    /// Empty, or a stream that may not be open: its operator bool tells. With kQvOpenCreate a
+    /// `sizeHint` above 0 sets the size at once.
     var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode, qvShareMode share,
                                    unsigned long sizeHint) const;
     /// An open stream, or a TQvMessage that names the id.
