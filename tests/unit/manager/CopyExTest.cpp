@@ -152,7 +152,7 @@ TEST_F(CopyEx, AUserBreakEndsTheCopy)
         bool Active() const override { return Shown && Started(); }
         bool Shown = true;
     };
-    // Shown or not; broken off between two items, or during the large one.
+    // Shown or not; cancelled between two items, or during the large one.
     const std::tuple<std::string, bool, int, TIds> kRows[] = {
         {"B", true, 1, {}}, {"B", true, 3, {"/A/2"}}, {"A/B", false, 1, {"/A/2"}}};
     for (const auto& [folder, shown, breakAfter, failed] : kRows) {
