@@ -1,6 +1,7 @@
 #include "journal/ResStorage.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <vector>
 
@@ -352,6 +353,7 @@ bool TResStorage::SaveDir(const TLocker& given)
 /// With `read` only that file is replaced, and only as it was read.
 bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool keepsOld)
 {
+    assert(locker->IsExclusive()); // else appends of others would be lost
     m_hasReplaced = false;
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);
