@@ -1,4 +1,4 @@
-// What a benchmark needs around its measuring: a folder of its own, and a way to give up.
+// Helpers of the benchmarks: a temporary folder, and a way to abort.
 #pragma once
 
 #include <cstdlib>
@@ -20,7 +20,7 @@ inline void Require(bool condition, const char* what)
         Die(what);
 }
 
-/// A temporary folder; it goes with the object.
+/// A temporary folder; the destructor removes it.
 class TFolder
 {
 public:

@@ -1,8 +1,8 @@
 // A benchmark that measures work against its raw limit in the same run: both sides alternate, and
-// the counter "ratio" is the median of the ratios of neighbours, so that a noisy machine disturbs
-// both sides alike; "total" is the ratio of the sums, in which rare dear calls count; "cpu" is the
-// median of the ratios of processor time, which other work on the machine disturbs least. Compare
-// ratios, never times of two runs.
+// the counter "ratio" is the median of the ratios of adjacent runs, so that a noisy machine
+// disturbs both sides alike; "total" is the ratio of the sums, which includes rare expensive calls;
+// "cpu" is the median of the ratios of processor time, which other work on the machine disturbs
+// least. Compare ratios, never times of two runs.
 #pragma once
 
 #include <algorithm>
@@ -29,7 +29,7 @@ inline double ProcessorSeconds()
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-/// Of the thread that measures: work that waits, or that others do for it, is not in it.
+/// Of the measuring thread: waiting and the work of other threads are not included.
 template <class TWork>
 double ProcessorSecondsOf(TWork&& work)
 {

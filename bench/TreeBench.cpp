@@ -67,7 +67,7 @@ const TFiles& Files()
     return files;
 }
 
-/// A manager with `mounts` mount points; "/Bench/Mount7" leads to the benchmark's files.
+/// A manager with `mounts` mount points; the benchmark's files are at "/Bench/Mount7".
 TResourceManager& Manager(int mounts = 16)
 {
     static std::map<int, TResourceManager> managers;
@@ -79,12 +79,12 @@ TResourceManager& Manager(int mounts = 16)
     return manager;
 }
 
-/// The id of 6 parts and some 60 bytes of each of the benchmark's files, in the letter case of
-/// whoever wrote it: many different ones, so that nothing is answered from what was just asked.
+/// The id of 6 parts and some 60 bytes of each of the benchmark's files, in mixed letter case: many
+/// different ones, so that no answer comes from the query before.
 struct TManyIds
 {
     std::vector<std::string> Ids;
-    std::vector<std::string> Paths; ///< of the files that they lead to
+    std::vector<std::string> Paths; ///< of their files
 };
 
 std::string MountPoint(int number)
@@ -310,7 +310,7 @@ bool TakesName(std::string_view name, std::string_view suffix)
                0;
 }
 
-/// The bare calls: each name is looked at and nothing is kept.
+/// The bare calls: each name is read and nothing is stored.
 void List(benchmark::State& state, const char* mask, double target)
 {
     const int count = static_cast<int>(state.range(0));
@@ -424,7 +424,7 @@ void CopyLarge(benchmark::State& state)
 }
 BENCHMARK(CopyLarge)->ArgName("across")->Arg(0)->Arg(1)->UseManualTime()->Iterations(5);
 
-/// What a small copy costs at the least: no promise about kills, permissions or time.
+/// The minimal cost of a small copy: no guarantee after kills, no permissions or time.
 void RawCopyInKernel(const std::string& from, const std::string& to)
 {
     const int source = open(from.c_str(), O_RDONLY | O_CLOEXEC);
@@ -476,7 +476,7 @@ BENCHMARK_CAPTURE(CopySmall, inside, TRoad::Inside)->UseManualTime()->Iterations
 BENCHMARK_CAPTURE(CopySmall, between, TRoad::Between)->UseManualTime()->Iterations(7);
 BENCHMARK_CAPTURE(CopySmall, extended, TRoad::Extended)->UseManualTime()->Iterations(7);
 
-/// Each name read and unlinked by its path, without a look for a sidecar.
+/// Each name read and unlinked by its path, without a check for a sidecar.
 void Delete(benchmark::State& state)
 {
     TResourceManager& manager = Manager();

@@ -18,7 +18,7 @@ endif()
 
 # The flags of everything that is built here; nothing of it reaches a user of the installation.
 add_library(qv_flags INTERFACE)
-# Nobody replaces single functions of these libraries at load time: calls inside them need no detour.
+# No program replaces single functions of these libraries at load time: calls inside them need no detour.
 target_compile_options(qv_flags INTERFACE -fno-semantic-interposition -Wall -Wextra -Wpedantic -Wshadow -Wconversion
     $<$<BOOL:${QV_WERROR}>:-Werror>)
 if(QV_SANITIZER)

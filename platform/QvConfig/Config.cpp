@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
 #include "QvStd/Registry.h"
+#include "QvStd/Result.h"
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniTree.h"
 
@@ -29,7 +29,7 @@ std::string ReadProfileName(const std::string& policyFile)
     std::string error;
     if (!QvReadWholeFile(policyFile, &content)) {
         if (errno != ENOENT && errno != ENOTDIR)
-            QvLogWriteWarning(TQvMessage("Err_ReadFile_name") << policyFile << std::strerror(errno),
+            QvLogWriteWarning(TQvMessage("Err_ReadFile_name") << policyFile << QvErrorText(errno),
                               kWarningLevel, 0);
         return std::string();
     }

@@ -1,7 +1,7 @@
 /// @file
 /// The suite's configuration: VAR folder, current profile, computer name, numbered strings.
 ///
-/// Thread-safety: Init and Deinit belong to one thread while nobody else uses the library; the
+/// Thread-safety: call Init and Deinit from one thread while no other thread uses the library; the
 /// queries are callable from any thread in between.
 #pragma once
 
@@ -30,9 +30,9 @@ public:
     /// The VAR folder setting: QV_VAR_FOLDER of the process when set and not empty (its scope is
     /// the user's own), else "VarPath" of the registry under static string 11, the common root
     /// first when `wantCommon`, else the user's only. "" when there is none. `isCommon` (may be
-    /// null) receives whether the answer is common to all users; it is left alone when there is no
-    /// answer. `unread` (may be null) receives, when there is no answer, whether a registry file
-    /// could not be read that may hold one.
+    /// null) receives whether the answer is common to all users; it stays unchanged when there is
+    /// no answer. `unread` (may be null) receives, when there is no answer, whether a registry file
+    /// that may contain one could not be read.
     std::string getVarFolderSetting(bool wantCommon, bool* isCommon,
                                     TQvResult* unread = nullptr) const;
 
@@ -48,9 +48,10 @@ private:
 QVSTD_API extern TQvConfigData* pQvConfigData;
 
 /// Creates pQvConfigData, or loads it anew; starts are counted. Does not throw when nothing is
-/// configured: getLoaded tells.
+/// configured: getLoaded is false then.
 QVSTD_API void Init_QvConfig();
-/// The call that matches the first start destroys it; one without a start does nothing.
+/// The call that matches the first Init_QvConfig destroys it; a call without a matching one does
+/// nothing.
 QVSTD_API void Deinit_QvConfig();
 
 /// Configuration strings, computed from the loaded configuration: 9 is VAR/Config/ (with the

@@ -11,5 +11,5 @@
 /// Milliseconds of a monotonic clock, modulo 2^32: subtract two values as uint32_t for a duration.
 QVSTD_API std::uint32_t QvGetTickCount();
 
-/// Sleeps for at least `milliseconds`, signals notwithstanding.
+/// Sleeps for at least `milliseconds`; signals do not shorten it.
 QVSTD_API void QvSleep(std::uint32_t milliseconds);

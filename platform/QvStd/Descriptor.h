@@ -22,9 +22,9 @@ public:
     /// Owns `number` from now on; -1 for none.
     explicit TQvDescriptor(int number) : m_number(number) {}
     ~TQvDescriptor() { Discard(); }
-    /// The other one owns nothing then.
+    /// `other` owns nothing afterwards.
     TQvDescriptor(TQvDescriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-    /// Closes its own first; the other one owns nothing then.
+    /// Closes its own descriptor first; `other` owns nothing afterwards.
     TQvDescriptor& operator=(TQvDescriptor&& other) noexcept
     {
         Discard();
@@ -34,7 +34,7 @@ public:
 
     /// Whether it owns a descriptor.
     explicit operator bool() const { return m_number >= 0; }
-    /// The descriptor, which stays its own; -1 for none.
+    /// The descriptor, which this object still owns; -1 for none.
     int Number() const { return m_number; }
     /// The descriptor, which the caller owns from now on; -1 for none.
     int Release() { return std::exchange(m_number, -1); }
@@ -66,14 +66,20 @@ auto QvRetryInterrupted(const TCall& call)
     }
 }
 
-/// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for what else
-/// is no regular file. Never waits for the other end of a FIFO. `status` receives what fstat says.
-/// A relative path is one in `folder`, a descriptor.
+/// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for anything
+/// else that is no regular file. Never waits for the other end of a FIFO. `status` receives the
+/// result of fstat. A relative path is one in `folder`, a descriptor.
 QVSTD_API int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat* status,
                             int folder = AT_FDCWD);
-/// EINVAL for a path with a byte 0, which the system would cut there.
+/// EINVAL for a path with a byte 0, at which the system would cut it.
 QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
                             struct stat* status, int folder = AT_FDCWD);
+
+/// Whether both are the status of one file, under whatever names.
+inline bool QvIsSameInode(const struct stat& a, const struct stat& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
 
 /// A file by its name in an open folder, or by its path.
 struct TQvPlace
@@ -82,7 +88,7 @@ struct TQvPlace
     std::string Name;      ///< as the `...at` system calls take it
 };
 
-/// Keeps the folder of the last path open, so that the next path in it is not looked up again.
+/// Keeps the folder of the last path open, so that the next path in it needs no new lookup.
 class QVSTD_API TQvFolderKeeper
 {
 public:
@@ -95,22 +101,23 @@ private:
     TQvDescriptor m_folder;
 };
 
-/// For copies that follow each other in few folders.
+/// For successive copies in a few folders.
 struct TQvCopyFolders
 {
-    TQvFolderKeeper Source; ///< of what is read
-    TQvFolderKeeper Target; ///< of what is written
+    TQvFolderKeeper Source; ///< folder that is read
+    TQvFolderKeeper Target; ///< folder that is written
 };
 
 /// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an
 /// errno. A file system without locks counts as granted.
 QVSTD_API int QvTakeShareLock(int descriptor, qvShareMode share);
 
-/// The part of a path that leads to its folder, with its "/"; "" for a name alone.
+/// The parent folder in a path, with its "/"; "" for a name alone.
 QVSTD_API std::string QvFolderPart(const std::string& path);
 
-/// A descriptor with which QvSyncName can bring the name `path` to the disk: of its folder, or of
-/// `file`, an open file in it, where the folder may not be read. Invalid with errno on failure.
+/// A descriptor with which QvSyncName can bring the name `path` to the disk: of its parent folder,
+/// or of `file`, an open file in it, where the folder may not be read. Invalid with errno on
+/// failure.
 TQvDescriptor QvOpenForSync(const std::string& path, int file);
 /// False with errno.
 bool QvSyncName(int folderOrFile);

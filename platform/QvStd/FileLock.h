@@ -1,5 +1,5 @@
 /// @file
-/// The lock on a file whose content is about to be replaced, and the sentence about a lock that was
+/// The lock on a file whose content is about to be replaced, and the message about a lock that was
 /// not gained.
 ///
 /// Thread-safety: one lock object belongs to one thread at a time; the function is callable from
@@ -11,13 +11,13 @@
 #include "QvStd/Export.h"
 #include "QvStd/Message.h"
 
-/// Holds the file at a path exclusively from the reading of its content to the renaming of new
+/// Locks the file at a path exclusively, from the reading of its content to the renaming of new
 /// content over it. A waiter whose file was replaced meanwhile takes the lock of the new one, so
-/// that what it reads under the lock is what the path shows.
+/// that it reads the content of the file that the path names now.
 ///
 /// An open-file-description lock on byte 0 of the file, as TQvLockFile takes it; it excludes only
-/// those who take it, too. The content of the file stays as it is. The lock of a killed process is
-/// released.
+/// programs that take it, too. The content of the file stays as it is. The lock of a killed process
+/// is released.
 class QVSTD_API TQvFileLock
 {
 public:
@@ -40,6 +40,6 @@ private:
     int m_error = 0;
 };
 
-/// Why the lock on `path` was not gained: which process holds it, as far as the file has its note,
-/// or the system's reason. `error` is the negative errno of the lock.
+/// Why the lock on `path` was not gained: the holder, where the file has its note (TQvLockFile), or
+/// the system's reason. `error` is the negative errno of the lock.
 QVSTD_API TQvMessage QvLockMessage(const std::string& path, int error);

@@ -14,7 +14,7 @@
 /// Opens regular files only: a folder, FIFO, socket or device does not open (error -21 for a
 /// folder, -22 for the others) and none of them hangs. Descriptors are close-on-exec. The share
 /// mode is a shared or exclusive flock, never waited for: a refusal is error -13; a file system
-/// without locks counts as granted. Mode 9 truncates only after the lock is held.
+/// without locks counts as granted. kQvOpenCreate truncates only after the lock is held.
 ///
 /// Writes, and reads of 4 KiB and more, go straight to the system; smaller reads use a buffer that
 /// is made on first need and dropped by a write: of 16 KiB, of 64 KiB when the reads go on.
@@ -22,14 +22,14 @@ class QVSTD_API TQvFileStream : public virtual TQvStream
 {
 public:
     TQvFileStream() = default;
-    /// As Open; operator bool tells the outcome.
+    /// As Open; operator bool is the result.
     TQvFileStream(const TQvPath& path, qvOpenMode mode, qvShareMode share)
     {
         Open(path.toSysStr(), mode, share);
     }
     ~TQvFileStream() override;
 
-    /// A new stream, opened or not: its operator bool tells.
+    /// A new stream; its operator bool is false when it did not open.
     static var_a<TQvFileStream*> VCreate(const std::string& path, qvOpenMode mode,
                                          qvShareMode share);
     /// The same for a path.
@@ -38,8 +38,9 @@ public:
         return VCreate(path.toSysStr(), mode, share);
     }
 
-    /// Opens `path` (a raw system path); what was open before is closed first, silently. False with
-    /// getError; a file that a creating mode made before it was refused the lock stays.
+    /// Opens `path` (a raw system path); a file that was open before is closed first, and errors of
+    /// that are not reported. False with getError. A file that a creating mode has made stays, also
+    /// when the lock is refused then.
     bool Open(const std::string& path, qvOpenMode mode, qvShareMode share);
     bool Open(const char* path, qvOpenMode mode, qvShareMode share);
 

@@ -3,7 +3,7 @@
 ///
 /// Every function takes the raw system path as a std::string, or a TQvPath. Those that can fail
 /// answer a TQvResult, which converts to bool and names the path that failed where there are two;
-/// `errno` holds its error then, too. The plain questions answer false or 0 with `errno`.
+/// `errno` holds its error then, too. The queries answer false or 0 with `errno`.
 ///
 /// Thread-safety: callable from any thread.
 #pragma once
@@ -19,7 +19,7 @@
 #include "QvStd/Progress.h"
 #include "QvStd/Result.h"
 
-/// What one look at a file tells; symbolic links are followed.
+/// The status of a file; symbolic links are followed.
 struct TQvFileInfo
 {
     bool IsFolder = false;    ///< a folder
@@ -34,23 +34,23 @@ QVSTD_API TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info);
 /// The same for a name in an open folder.
 QVSTD_API TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info);
 
-/// The folders that copies after each other keep open, see Descriptor.h.
+/// The folders that successive copies keep open, see Descriptor.h.
 struct TQvCopyFolders;
 
 /// What two paths have in common.
 enum class TQvSameness
 {
-    Different, ///< two files, or one of both is not there
-    /// One entry of a folder seen by two paths, or a symbolic link and what it leads to: a move
-    /// from one to the other would lose the file.
+    Different, ///< two files, or one of them is missing
+    /// One entry of a folder seen by two paths, or a symbolic link and its target: a move from one
+    /// to the other would lose the file.
     OneEntry,
     /// One entry by two spellings that differ only in letter case, which is one name to the file
     /// system: a rename changes the spelling, a copy and a deletion would lose the file.
     OtherCase,
-    /// Two names of one file in their own right.
+    /// Two hard links of one file.
     HardLinks
 };
-/// Different, too, when one of both cannot be looked at; OneEntry when it cannot be found out which
+/// Different, too, when one of them cannot be examined; OneEntry when it cannot be found out which
 /// of the last three it is.
 QVSTD_API TQvSameness QvCompareFiles(const std::string& a, const std::string& b);
 
@@ -64,10 +64,10 @@ inline TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
 {
     return QvFileDirExists(path.c_str(), isFolder);
 }
-/// A symbolic link, whatever it leads to.
+/// A symbolic link, whatever its target.
 QVSTD_API bool QvIsSymLink(const std::string& path);
-/// Replaces a path by where its chain of symbolic links ends, whether or not anything is there.
-/// Only the last component is looked at. False with errno (ELOOP for a chain without an end).
+/// Replaces a path by the end of its chain of symbolic links, whether or not anything is there.
+/// Only the last component is resolved. False with errno (ELOOP for a chain without an end).
 QVSTD_API bool QvFollowLinks(std::string* path);
 
 /// Bytes; 0 with errno on failure.
@@ -80,8 +80,8 @@ QVSTD_API TQvResult QvCreateDirectory(const std::string& path);
 /// One folder with the permission bits of another one as far as the umask lets them, except that
 /// its owner can always work in it. Done, too, when it is there already.
 QVSTD_API TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model);
-/// The folder with all missing parents; true when it is there afterwards. Safe against others that
-/// create the same folders meanwhile. With `synced` what was made is on the disk.
+/// The folder with all missing parents; true when it is there afterwards. Safe when other processes
+/// create the same folders meanwhile. With `synced` the new folders are on the disk.
 QVSTD_API TQvResult QvForceDirectories(const std::string& path, bool synced = false);
 /// A file or a link; never a folder.
 QVSTD_API TQvResult QvDeleteFile(const std::string& path);
@@ -98,18 +98,18 @@ QVSTD_API TQvResult QvRemoveDirectoryEx(const std::string& path, bool recursive,
 
 /// Copies content, modification time and permission bits, by a reflink or inside the kernel where
 /// that is possible; holes stay holes. The target appears whole or not at all, as TQvNewFile says;
-/// a symbolic link to a file stays and what it leads to is replaced. With `failIfExists` an
-/// existing target is refused (EEXIST). The source must be a regular file (EINVAL, or EISDIR for a
-/// folder). Two names of one file: nothing is done, and that succeeds. Not synced.
+/// a symbolic link to a file stays and its target is replaced. With `failIfExists` an existing
+/// target is refused (EEXIST). The source must be a regular file (EINVAL, or EISDIR for a folder).
+/// Two names of one file: nothing is done, and that succeeds. Not synced.
 QVSTD_API TQvResult QvCopyFile(const std::string& from, const std::string& to, bool failIfExists);
 /// As QvCopyFile; polls `progress` (may be null) at least every 8 MiB and reports positions when it
-/// is active; the last report is always the whole. A user break fails (ECANCELED) and leaves the
-/// old target.
+/// is active; the last report is always 1. A user break fails (ECANCELED) and leaves the old
+/// target.
 QVSTD_API TQvResult QvCopyFileEx(const std::string& from, const std::string& to, bool failIfExists,
                                  TQvProgressHandler* progress);
-/// As QvCopyFileEx for a target that is hardly there, because its folder was just made: an existing
-/// one is refused (EEXIST), but only after the content was read. `folders` serves one thread at a
-/// time.
+/// As QvCopyFileEx for a target that is probably missing, because its folder was just made: an
+/// existing one is refused (EEXIST), but only after the content was read. `folders` serves one
+/// thread at a time.
 QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& to,
                                     TQvProgressHandler* progress, TQvCopyFolders* folders);
 /// As QvCopyFileEx for a copy whose source is to be deleted: it keeps the owner (where allowed) and
@@ -118,20 +118,20 @@ QVSTD_API TQvResult QvCopyFileToNew(const std::string& from, const std::string& 
 /// QvRequireUnchanged.
 QVSTD_API TQvResult QvCopyFileToMove(const std::string& from, const std::string& to,
                                      TQvProgressHandler* progress, struct stat* copied = nullptr);
-/// Done while `path` still leads to the file in the state `copied`; EBUSY when another process has
-/// written to it or replaced it since, so that the copy does not hold its content.
+/// Done while `path` still names the file in the state `copied`; EBUSY when another process has
+/// written to it or replaced it since: the copy lacks that content.
 QVSTD_API TQvResult QvRequireUnchanged(const std::string& path, const struct stat& copied);
-/// Renames. Without `overwrite` an existing target is refused (EEXIST), with no window in which
-/// another process could slip one in. With `overwrite` a target that is another hard link of the
-/// file stays, and the source's name goes; one that is the same entry is refused (EINVAL), unless
-/// only the letter case of its name changes. With
+/// Renames. Without `overwrite` an existing target is refused (EEXIST), in one step with the
+/// rename: a target that another process makes meanwhile is never replaced. With `overwrite` a
+/// target that is another hard link of the file stays, and the source's name goes; one that is the
+/// same entry is refused (EINVAL), unless only the letter case of its name changes. With
 /// `acrossDevices` a target on another device is copied (as QvCopyFileToMove, files only) and the
 /// source deleted then, unless it was changed meanwhile (EBUSY: both stay); `progress` (may be
 /// null) is for that.
 QVSTD_API TQvResult QvMoveFileEx(const std::string& from, const std::string& to, bool overwrite,
                                  bool acrossDevices, TQvProgressHandler* progress = nullptr);
 
-/// Full paths of what lies in `folder` and matches `mask` (wildcards "*" and "?", case matters),
+/// Full paths of the entries of `folder` that match `mask` (wildcards "*" and "?", case matters),
 /// sorted by name; "*" and "*.*" match every name, hidden ones too. Folders are listed
 /// `withFolders`; with `recursive` sub-folders are searched too (each folder before its contents),
 /// links to folders are listed but not entered. Throws a TQvMessage that names the folder when it
@@ -141,19 +141,18 @@ QVSTD_API std::vector<std::string> QvFindFiles(const std::string& folder, const 
                                                TQvProgressHandler* progress = nullptr);
 
 /// The same without an exception: a failure names the folder that could not be read, and `found`
-/// holds what was found before.
+/// has what was found before.
 QVSTD_API TQvResult QvSearchFiles(const std::string& folder, const std::string& mask,
                                   bool withFolders, bool recursive, std::vector<std::string>* found,
                                   TQvProgressHandler* progress = nullptr);
 
-/// Replaces a file's content and brings it to the disk, through a TQvNewFile: the file holds the
-/// old or the new content, whatever happens. Owner (where allowed) and permission bits of an
-/// existing file are kept, a symbolic link stays. On failure the old file is untouched, except when
-/// only the folder could not be synced: then the new content is in place and may not survive a
-/// power cut.
+/// Replaces a file's content and brings it to the disk, through a TQvNewFile: the file has the old
+/// or the new content, whatever happens. Owner (where allowed) and permission bits of an existing
+/// file are kept, a symbolic link stays. On failure the old file is untouched, except when only the
+/// folder could not be synced: then the new content is in place and may not survive a power cut.
 QVSTD_API TQvResult QvWriteFileAtomically(const std::string& path, const std::string& content);
 
-/// The whole content. Fails with EISDIR or EINVAL for what is no regular file.
+/// The whole content. Fails with EISDIR or EINVAL for anything but a regular file.
 QVSTD_API TQvResult QvReadWholeFile(const std::string& path, std::string* content);
 
 /// @name The same for a TQvPath

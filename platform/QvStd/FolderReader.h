@@ -16,7 +16,7 @@
 struct TQvFolderEntry
 {
     std::string_view Name;  ///< ends with a byte 0; valid until the next entry is read
-    unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not tell
+    unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not report it
 };
 
 /// Reads a folder in its own order, "." and ".." left out. An end and a failure are two answers:
@@ -25,8 +25,8 @@ class QVSTD_API TQvFolderReader
 {
 public:
     TQvFolderReader() = default;
-    /// Reads through memory of the caller, aligned for a dirent64, which outlives the reader:
-    /// 32 KiB on the stack cost less than on the heap.
+    /// Reads into a buffer of the caller, aligned for a dirent64, which must outlive the reader: 32
+    /// KiB on the stack cost less than on the heap.
     TQvFolderReader(char* buffer, std::size_t size) : m_buffer(buffer), m_bufferSize(size) {}
     ~TQvFolderReader();
     /// The other reader is closed then.

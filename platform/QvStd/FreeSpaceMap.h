@@ -13,7 +13,7 @@
 #include "QvStd/Path.h"
 #include "QvStd/Var.h"
 
-/// The free bytes of volumes, each noted when a path on it was last asked about.
+/// The free bytes of volumes, each as of the last query for a path on it.
 class QVSTD_API TQvFreeSpaceMap
 {
 public:
@@ -23,8 +23,8 @@ public:
     /// An empty map.
     static var_a<TQvFreeSpaceMap*> VCreate();
 
-    /// The identity of the volume that holds `path`, whose free space is noted then;
-    /// InvalidVolSerial when nothing is there.
+    /// The identity of the volume of `path`, whose free space is noted then; InvalidVolSerial when
+    /// nothing is there.
     std::string GetVolumeSerial(const TQvPath& path);
     /// Bytes free to the user on those volumes together, as noted; unknown serials add nothing.
     std::uint64_t GetTotalFreeSpace(const std::unordered_set<std::string>& serials) const;

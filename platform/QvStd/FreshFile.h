@@ -1,13 +1,13 @@
 /// @file
-/// Opening a file as its server has it now, for those who change it under a lock.
+/// Opening a file in the state that its server has now, for a change under a lock.
 ///
 /// Kernels empty the caches of their own network clients when a file is opened or locked. A client
 /// in user space (FUSE) may keep names, sizes and small contents for a second or longer, and
 /// neither a lock nor AT_STATX_FORCE_SYNC empties its caches: what another machine has written
 /// under the lock before would be missed, and lost by the next rewrite. Listing the folder makes
-/// such a client ask which file has the name and how long it is, and drop small contents that have
-/// changed; O_DIRECT makes it read from the server. Both are done on FUSE only; elsewhere the one
-/// added system call is the one that finds out.
+/// such a client ask the server which file has the name and how long it is, and drop small contents
+/// that have changed; O_DIRECT makes it read from the server. Both are done on FUSE only; elsewhere
+/// the only added system call is statfs.
 ///
 /// Thread-safety: one object belongs to one thread at a time; the function is callable from any.
 #pragma once
@@ -21,10 +21,15 @@
 #include "QvStd/Descriptor.h"
 #include "QvStd/Export.h"
 
-/// Brings the name `path` up to date, also when nothing has it: 0 or an errno. `isCached` (may be
-/// null) receives whether sizes and contents may come from a cache that a lock does not empty. In a
-/// folder that may not be read the name stays as the client knows it.
+/// Makes the client ask the server again for the name `path`, also when there is no such file: 0 or
+/// an errno. `isCached` (may be null) receives whether sizes and contents may come from a cache
+/// that a lock does not empty. In a folder that may not be read the name stays as the client has
+/// cached it.
 QVSTD_API int QvRefreshName(const std::string& path, bool* isCached = nullptr);
+
+/// 0 when `path` leads to the file of that status, as its server sees it; ESTALE when it leads to
+/// another one or to none, or an errno.
+QVSTD_API int QvCompareWithPath(const std::string& path, const struct stat& file);
 
 /// A regular file whose name, end and content come from the server.
 class QVSTD_API TQvFreshFile
@@ -40,16 +45,17 @@ public:
     /// As TQvDescriptor::Close.
     bool Close();
 
-    /// To be called after a lock on the file was gained: what others wrote between the opening and
-    /// the lock counts, too. 0 or an errno.
+    /// To be called after a lock on the file was gained: includes what other processes wrote
+    /// between the opening and the lock. 0 or an errno.
     int Refresh(const std::string& path) const { return m_direct ? QvRefreshName(path) : 0; }
 
     /// As pread.
     ssize_t ReadAt(std::uint64_t position, char* buffer, std::size_t count) const;
-    /// Corrects the size that the client says, by reading from near that end: 0 or an errno.
+    /// Corrects the size that the client reports, by reading from just before that end: 0 or an
+    /// errno.
     int CorrectSize(std::uint64_t* size) const;
 
 private:
     TQvDescriptor m_file;
-    TQvDescriptor m_direct; ///< open only where caches must be passed
+    TQvDescriptor m_direct; ///< open only where the client's caches must be bypassed
 };

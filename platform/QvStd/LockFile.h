@@ -12,11 +12,11 @@
 #include "QvStd/Result.h"
 #include "QvStd/Var.h"
 
-/// A shared or exclusive open-file-description lock. The lock of a killed holder is gone with it.
-/// The holder writes owner, process id and time into the file, for people to read, and "lock free"
-/// when it releases the lock and no other process shares it. The lock is what counts: the note of a
-/// killed holder stays. A lock without an owner's name writes nothing, and a file that holds
-/// anything else than such a note is locked but never written to.
+/// A shared or exclusive open-file-description lock. The lock of a killed process is released. The
+/// holder writes owner, process id and time into the file, for people to read, and "lock free" when
+/// it releases the lock and no other process shares it. The lock is what counts: the note of a
+/// killed holder stays. A lock without an owner's name writes nothing, and a file with any other
+/// content is locked but never written to.
 ///
 /// The lock excludes others only while its file is the one at the path. That is checked when the
 /// lock was gained, and a replaced or deleted file is locked anew; IsAtPath checks it later.
@@ -35,7 +35,8 @@ class QVSTD_API TQvLockFile
 {
 public:
     /// Locks `path` (a raw system path), creating it when missing, waiting up to `timeoutMs`
-    /// milliseconds. Exclusive when `forWriting`, else shared. operator bool tells the outcome.
+    /// milliseconds. Exclusive when `forWriting`, else shared. operator bool is false when it was
+    /// not gained.
     TQvLockFile(const std::string& path, bool forWriting, const std::string& owner,
                 unsigned long timeoutMs);
     /// Releases the lock; the file stays.
@@ -55,23 +56,23 @@ public:
     /// sees it. Failed with ESTALE when it is not, else with why that cannot be found out.
     TQvResult IsAtPath() const;
 
-    /// Changes the kind of the lock, waiting up to the time-out of construction. A shared hold
-    /// becomes an exclusive one without ever being let go, so that no writer slips in between; a
-    /// second holder that asks for the same meanwhile is refused at once (both would wait for each
-    /// other) and keeps its shared hold. When nothing is held, this tries to gain the lock anew.
-    /// False when it was not gained in time, or when the file is no longer the one at the path;
-    /// what was held stays held. Without `waits` a shared hold beside others is refused at once.
+    /// Changes the kind of the lock, waiting up to the time-out of construction. The upgrade of a
+    /// shared lock never releases it, so no writer can get in between; a second upgrade at the same
+    /// time is refused at once (both would wait for each other) and keeps its shared lock. Without
+    /// a lock, this tries to gain it anew. False when it was not gained in time, or when the file
+    /// is no longer the one at the path; the lock stays as it was. Without `waits` an upgrade is
+    /// refused at once when other processes share the lock.
     bool Relock(bool forWriting, bool waits = true);
     /// Releases the lock and takes one of the same kind on the file that is at the path now. False
-    /// when it was not gained in time; nothing is held then.
+    /// when it was not gained in time; the object has no lock then.
     bool Renew();
 
     /// 0, or the failure of the last attempt as a negative errno (-11: another process or object
-    /// holds it; -35: another one waits for an upgrade; -116: the file was replaced).
+    /// has the lock; -35: another one waits for an upgrade; -116: the file was replaced).
     int getError() const { return m_error; }
-    /// Who refused the last attempt, "NAME (process 12, since 2024-03-05T14:07:09Z)" as the note
-    /// says; "" when it was not refused or there is no such note. Of several that share the lock
-    /// the note names one.
+    /// The holder that refused the last attempt, "NAME (process 12, since 2024-03-05T14:07:09Z)" as
+    /// the note says; "" when it was not refused or there is no such note. Of several that share
+    /// the lock the note names one.
     const std::string& getHolder() const { return m_holder; }
 
 private:
@@ -81,7 +82,6 @@ private:
     int CompareWithPath() const;
     void Release();
     void CloseFile();
-    std::string ReadNote() const;
     void ReadHolder();
     void WriteNote();
 
@@ -92,9 +92,9 @@ private:
     int m_descriptor = -1;
     struct stat m_file = {};
     int m_error = 0;
-    pid_t m_process = 0; ///< that took the lock; a forked child must not release it
+    pid_t m_process = 0; ///< which took the lock; a forked child must not release it
     bool m_held = false;
     bool m_exclusive = false;
-    bool m_created = false; ///< the file is new: nothing of others is in it
-    bool m_noted = false;   ///< the file holds nothing but notes
+    bool m_created = false; ///< the file is new: no other program has written to it
+    bool m_noted = false;   ///< the file has no content but notes
 };

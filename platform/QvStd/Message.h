@@ -47,8 +47,8 @@ public:
     /// The arguments in the order of their places.
     const std::vector<std::string>& arguments() const noexcept { return m_arguments; }
 
-    /// What a person reads: keys looked up, places filled, without the leading "@". A place without
-    /// an argument stays as it is; arguments are never scanned for places themselves.
+    /// The text for the user: the key looked up, the places filled, without the leading "@". A
+    /// place without an argument stays as it is; arguments are never scanned for places themselves.
     const char* what() const noexcept override { return m_shown.c_str(); }
 
 private:
@@ -59,7 +59,7 @@ private:
     std::string m_shown;
 };
 
-/// The user asked to break off: thrown by a progress update.
+/// The user cancelled the operation: thrown by a progress update.
 class QVSTD_API TQvUserBreak : public TQvMessage
 {
 public:

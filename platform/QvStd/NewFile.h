@@ -1,5 +1,5 @@
 /// @file
-/// New content for a file: the file holds the old content or the new one, whole, whatever happens.
+/// New content for a file: the file has the old content or the new one, whole, whatever happens.
 ///
 /// Thread-safety: one object belongs to one thread at a time.
 #pragma once
@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 
 #include "QvStd/Export.h"
@@ -16,16 +17,19 @@
 
 class TQvFolderKeeper;
 
-/// Content on its way to a path. Open checks the target, Write or Descriptor take the content,
-/// Publish gives it the target's name; without Publish nothing of it stays.
+/// Whether the last component of a path is a temporary name, as a killed process may have left it.
+QVSTD_API bool QvIsTemporaryName(std::string_view name);
+
+/// New content for the file at a path. Open checks the target, Write or Descriptor take the
+/// content, Publish gives it the target's name; without Publish the content is discarded.
 ///
-/// - A target that is not there is written into an unnamed file where the file system can, so that
-///   a killed process leaves nothing; else, and to replace a target, into a hidden temporary file
-///   beside it (".<name>.<random>.tmp").
-/// - A target that is a symbolic link to a file: what it leads to is replaced, the link stays.
-/// - A target that may not be written (EACCES, EROFS, ...), that another opener of this library
-///   holds for itself (EACCES), or that is no regular file (EISDIR, EINVAL) is refused by Open.
-/// - Where the folder cannot take another file but the target may be written, the content is
+/// - A target that does not exist is written into an unnamed file where the file system can, so
+///   that a killed process leaves nothing; else, and to replace a target, into a hidden temporary
+///   file beside it (".<name>.<random>.tmp").
+/// - A target that is a symbolic link to a file: the link's target is replaced, the link stays.
+/// - A target that may not be written (EACCES, EROFS, ...), that another opener of this library has
+///   locked (EACCES), or that is no regular file (EISDIR, EINVAL) is refused by Open.
+/// - Where no file can be created in the folder but the target may be written, the content is
 ///   collected in an unnamed file elsewhere and Publish writes it in place: that one is not whole
 ///   after a kill or on a full disk.
 ///
@@ -38,17 +42,17 @@ public:
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
         bool FailIfExists = false;
-        /// With FailIfExists: Open does not look, Publish finds out. For a target that is hardly
-        /// there, because its folder was just made.
+        /// With FailIfExists: Open does not check the target, Publish does. For a target that is
+        /// probably missing, because its folder was just made.
         bool ExpectsNone = false;
         /// The content reaches the disk before it gets its name, and the name before Publish
         /// answers.
         bool Synced = false;
-        /// The caller holds a lock on the target: its share lock is not asked for, which a network
-        /// file system takes for the same kind of lock.
+        /// The caller holds a lock on the target: its share lock is not requested, since a network
+        /// file system may treat both as one kind of lock.
         bool IsLockedByCaller = false;
-        /// The permission bits of the new file, set before there is any content. Without a value
-        /// those, and the owner where allowed, of the file that is replaced, or those of any new
+        /// The permission bits of the new file, set before there is any content. Without a value:
+        /// those, and the owner where allowed, of the replaced file, else the default ones of a new
         /// file.
         std::optional<mode_t> Permissions = {};
         /// The modification time of the new file.
@@ -56,7 +60,8 @@ public:
         /// A descriptor of the file whose owner (where allowed) and extended attributes (where the
         /// file system has them) the new file gets; -1 for none.
         int AttributesOf = -1;
-        /// A descriptor of a file that is not to be replaced by itself: IsSameFile answers then.
+        /// A descriptor of a file that must not be replaced by itself: IsSameFile says whether it
+        /// is the target.
         int NotOnto = -1;
         /// With ExpectsNone: keeps the folder of the target open for the next new file.
         TQvFolderKeeper* Folder = nullptr;
@@ -65,9 +70,9 @@ public:
     TQvNewFile();
     /// Discards what was not published. errno stays.
     ~TQvNewFile();
-    /// The other object has nothing to publish then.
+    /// `other` has nothing to publish afterwards.
     TQvNewFile(TQvNewFile&&) noexcept;
-    /// Discards its own content first; the other object has nothing to publish then.
+    /// Discards its own content first; `other` has nothing to publish afterwards.
     TQvNewFile& operator=(TQvNewFile&&) noexcept;
 
     /// `path` is a raw system path. Done, too, when the target is the file of `NotOnto`: then there
@@ -77,7 +82,7 @@ public:
     bool IsSameFile() const;
     /// Appends all of `count` bytes, or fails.
     TQvResult Write(const void* bytes, std::size_t count);
-    /// Of the open file, for what Write cannot do; -1 before Open.
+    /// Of the open file, for calls other than Write; -1 before Open.
     int Descriptor() const;
     /// Brings the content to the disk now; Publish does not repeat it.
     TQvResult Sync();

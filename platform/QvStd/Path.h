@@ -48,7 +48,7 @@ public:
 
     /// The path in the system's own spelling.
     const std::string& toSysStr() const& { return m_text; }
-    /// Of a path that is not needed any more: without a copy.
+    /// Moves the text out of a temporary path, without a copy.
     std::string toSysStr() && { return std::move(m_text); }
 
     /// The last component, without the separators before it ("" for a path that ends in one).
@@ -74,8 +74,8 @@ public:
     bool rmFile() const;
 
     /// The home folder of the user: HOME when set and absolute, else that of the password file;
-    /// empty when neither names one. A path that is joined to an empty one would lead into the
-    /// current folder: ask first.
+    /// empty when neither names one. Check for that: a path joined to an empty one is relative to
+    /// the current folder.
     static TQvPath homeDir();
 
     /// The same text, separators of both kinds counting as one.

@@ -27,15 +27,15 @@ public:
     virtual void SetPosition(double position) = 0;
     /// Notes what is being worked on; Update shows it.
     virtual void SetMessage(const std::string& message) = 0;
-    /// Whether the display wants servicing (a cheap question, asked once an entry or a block).
+    /// Whether Update is due (a cheap query, called once for each entry or block).
     virtual bool Poll() = 0;
-    /// Services the display. Throws TQvUserBreak when the user asked to break off.
+    /// Refreshes the display. Throws TQvUserBreak when the user asked to cancel.
     virtual void Update() = 0;
-    /// Whether the user asked to break off.
+    /// Whether the user asked to cancel.
     virtual bool UserBreak() const = 0;
 };
 
-/// Polls `handler` (may be null) and services it when it asks for that. Throws TQvUserBreak.
+/// Polls `handler` (may be null) and calls its Update when it is due. Throws TQvUserBreak.
 inline void QvPollProgress(TQvProgressHandler* handler)
 {
     if (handler != nullptr && handler->Poll())
@@ -65,8 +65,8 @@ private:
 
 class TQvProgressVar;
 
-/// Scoped use of a handler. Wrapping starts nothing; what Start started, Stop or the destructor
-/// stops. A null handler costs one branch a call.
+/// Scoped use of a handler. Construction starts nothing; after Start, Stop or the destructor stops
+/// it. A null handler costs one branch a call.
 class QVSTD_API TQvProgress
 {
 public:
@@ -76,13 +76,13 @@ public:
     TQvProgress(const TQvProgress&) = delete;
     TQvProgress& operator=(const TQvProgress&) = delete;
 
-    /// Starts the handler unless it is already started by somebody else.
+    /// Starts the handler unless another object has started it.
     void Start();
     /// Stops the handler if this object started it. Never throws.
     void Stop() noexcept;
     /// Whether positions and messages are wanted now.
     bool Active() const { return m_handler != nullptr && m_handler->Active(); }
-    /// When active: sets the position and services the display. Throws TQvUserBreak.
+    /// When active: sets the position and refreshes the display. Throws TQvUserBreak.
     void Report(double position);
     /// Shows what is being worked on.
     void SetMessage(const std::string& message);

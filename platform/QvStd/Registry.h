@@ -20,15 +20,15 @@
 enum class TQvRegKey : int
 {
     Common = 1, ///< of all users
-    User = 2    ///< of the user, who may not have one
+    User = 2    ///< of the user; missing without a home folder
 };
 
 /// Access to the values of both roots.
 class QVSTD_API TQvRegMan
 {
 public:
-    /// The file behind a root; empty for the user's where there is no home folder: that root has
-    /// no values then and takes none.
+    /// The file behind a root; empty for the user's where there is no home folder: that root then
+    /// has no values, and writing to it fails.
     static TQvPath filePath(TQvRegKey root);
     /// "" when the value is missing or the file cannot be read; a malformed file is logged.
     static std::string readString(TQvRegKey root, const std::string& key,

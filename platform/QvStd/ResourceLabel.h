@@ -12,7 +12,7 @@
 #include "QvStd/XIniReader.h"
 #include "QvStd/XIniWriter.h"
 
-/// What tells one state of a content from another.
+/// Identifies one state of a content.
 struct QVSTD_API TQvResourceLabel
 {
     std::uint64_t Size = 0; ///< bytes
@@ -31,5 +31,5 @@ struct QVSTD_API TQvResourceLabel
 };
 
 /// zlib's CRC-32 over everything from the stream's position to its end, read in blocks; the
-/// position is then the end. A read error ends it: the checksum is that of the bytes until then.
+/// position is then the end. A read error ends it: the checksum covers the bytes before the error.
 QVSTD_API std::uint64_t ComputePartialCRC(TQvStream* stream);

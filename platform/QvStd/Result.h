@@ -23,7 +23,7 @@ public:
     static TQvResult Nothing(std::string name = {});
     /// `error` is an errno, not 0; `name` is the path or id that the failure is about.
     static TQvResult Failed(int error, std::string name = {});
-    /// Of a system call that has just failed: ENOENT is "nothing", everything else "failed". errno
+    /// For a system call that has just failed: ENOENT is "nothing", everything else "failed". errno
     /// stays.
     static TQvResult FromErrno(std::string name = {});
 

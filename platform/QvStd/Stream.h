@@ -15,7 +15,8 @@
 
 /// How a stream opens. Any other number never opens (error -22).
 using qvOpenMode = int;
-inline constexpr qvOpenMode kQvOpenAppend = 7; ///< write, creating when missing, content kept
+/// Writes from position 0, creating when missing, content kept: an append sets the position first.
+inline constexpr qvOpenMode kQvOpenWriteOrCreate = 7;
 inline constexpr qvOpenMode kQvOpenWrite = 8;  ///< write, must exist
 inline constexpr qvOpenMode kQvOpenCreate = 9; ///< read and write, created or truncated
 inline constexpr qvOpenMode kQvOpenRead = 10;  ///< read, must exist
@@ -24,13 +25,14 @@ inline constexpr qvOpenMode kQvOpenCreateNew =
 inline constexpr qvOpenMode kQvOpenReadWrite =
     12; ///< read and write, creating when missing, content kept
 
-/// What others may do meanwhile. All bits set shares with everybody who shares too; anything less
-/// asks for the file alone. Between openers of this library, in one process or in several.
+/// What other openers may do meanwhile. All bits set: they may share the file when they set all
+/// bits, too; anything less locks the file exclusively. Applies between openers of this library, in
+/// one process or in several.
 using qvShareMode = std::uint32_t;
-/// Shares with everybody who shares too.
+/// Shares the file with all openers that share it, too.
 inline constexpr qvShareMode kQvShareAll = 0xFFFFFFFFu;
 
-/// Bytes with a position, from which reads and writes go on.
+/// A sequence of bytes with a current position for reads and writes.
 class QVSTD_API TQvStream
 {
 public:
@@ -50,8 +52,8 @@ public:
     /// error that came after some bytes; `invalid_value` when nothing could be read because of an
     /// error.
     virtual std::size_t Read(void* buffer, std::size_t count) = 0;
-    /// Bytes written at the position, fewer than `count` when an error came after some bytes
-    /// (getError tells); `invalid_value` when none could be written.
+    /// Bytes written at the position, fewer than `count` when an error came after some bytes (see
+    /// getError); `invalid_value` when none could be written.
     virtual std::size_t Write(const void* buffer, std::size_t count) = 0;
     /// Bytes; `invalid_value64` on failure.
     virtual std::uint64_t getSize() const = 0;
@@ -70,11 +72,11 @@ public:
 
     /// The name that messages about this stream show.
     const std::string& InfoName() const { return m_infoName ? *m_infoName : DefaultInfoName(); }
-    /// For who opens the stream; a resource's URL, for example.
+    /// Set by the opener of the stream; a resource's URL, for example.
     void SetInfoName(std::string name) { m_infoName = std::move(name); }
 
 protected:
-    /// Until a name is set; none.
+    /// The default name, until one is set: none.
     virtual const std::string& DefaultInfoName() const;
 
 private:

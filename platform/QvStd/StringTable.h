@@ -26,8 +26,8 @@ QVSTD_API void QvRegisterStringTable(const char* module, const TQvStringTableEnt
 /// QV_STRINGS_DIR, else in the data folder of the installation, else the registered English. The
 /// language is the part before "_", "." or "@" of LC_ALL, LC_MESSAGES or LANG, whichever is set
 /// (and not empty) first; "C", "POSIX" and none at all mean English. A translation file is read
-/// once; a malformed one counts as absent and is logged. Returns false and leaves `text` alone when
-/// no table has the key.
+/// once; a malformed one counts as absent and is logged. Returns false and leaves `text` unchanged
+/// when no table has the key.
 QVSTD_API bool LoadResString(const std::string& module, const std::string& key, std::string* text);
 
 /// Forgets the translation files read so far, so that a changed language or folder takes effect.

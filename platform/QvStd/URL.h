@@ -1,5 +1,5 @@
 /// @file
-/// URLs and streams that know theirs.
+/// URLs, and streams that have one.
 ///
 /// Thread-safety: plain values.
 #pragma once
@@ -43,11 +43,11 @@ QVSTD_API TQvURL MakeQvURL(const std::string& scheme, const std::string& path);
 class QVSTD_API TQvURLStream : public virtual TQvStream
 {
 public:
-    /// For who opens the stream.
+    /// Set by the opener of the stream.
     explicit TQvURLStream(TQvURL url) : m_url(std::move(url)) {}
     ~TQvURLStream() override;
 
-    /// What the stream was opened for.
+    /// The URL that the stream was opened for.
     const TQvURL& URL() const { return m_url; }
 
 private:

@@ -1,8 +1,7 @@
 /// @file
 /// Dispatch of URLs to the handlers of their schemes.
 ///
-/// Thread-safety: operations are callable from any thread; what a handler allows is its own
-/// business.
+/// Thread-safety: operations are callable from any thread, as far as the handler allows that.
 #pragma once
 
 #include <cstdint>
@@ -18,29 +17,30 @@
 #include "QvStd/URL.h"
 #include "QvStd/Var.h"
 
-/// What a scheme knows of what a URL leads to.
+/// Attributes of the resource of a URL.
 struct TQvURLAttrib
 {
     std::uint64_t Size = 0;   ///< bytes
     TQvDateTime UpdateTime;   ///< last modification
-    TQvDateTime CreationTime; ///< as the scheme knows it; may be "no time"
+    TQvDateTime CreationTime; ///< may be "no time"
 };
 
-/// What a scheme offers. Operations without E answer failure with false, "" or an empty reference.
+/// The operations of a scheme. Those without E answer failure with false, "" or an empty reference.
 class QVSTD_API TQvURLHandler
 {
 public:
     /// Called once, when the handler is registered.
     virtual void Init() = 0;
-    /// The URL of `rest` as seen from `prefix`; what both are is the scheme's.
+    /// The URL of `rest` as seen from `prefix`; the scheme defines what both are.
     virtual TQvURL CreateURL(const std::string& prefix, const std::string& rest) = 0;
-    /// Empty, or a stream that may not be open: its operator bool tells. `flags` are the scheme's.
+    /// Empty, or a stream that may not be open (operator bool). The scheme defines `sizeHint`; for
+    /// "qvres" it is the expected size in bytes of a resource that is created, 0 when unknown.
     virtual var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                                      unsigned long flags) = 0;
+                                      unsigned long sizeHint) = 0;
     /// An open stream, or a TQvMessage that names the URL.
     virtual var_a<TQvStream*> OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                                       unsigned long flags) = 0;
-    /// The metadata of what the URL leads to; empty when there is none.
+                                       unsigned long sizeHint) = 0;
+    /// The metadata of the resource; empty when there is none.
     virtual var_a<TQvStream*> OpenResourceMeta(const TQvURL& url, qvOpenMode mode,
                                                qvShareMode share) = 0;
     /// Copies the metadata alone.
@@ -55,7 +55,7 @@ public:
                               TQvProgressHandler* progress) = 0;
     /// True when the folder is there afterwards.
     virtual bool CreateFolder(const TQvURL& url) = 0;
-    /// Deletes a folder, with `clearFirst` with what it holds; `progress` may be null.
+    /// Deletes a folder, with `clearFirst` with its content; `progress` may be null.
     virtual bool DeleteFolder(const TQvURL& url, bool clearFirst, TQvProgressHandler* progress) = 0;
     /// A resource or a folder.
     virtual bool ResourceExists(const TQvURL& url) = 0;
@@ -96,9 +96,9 @@ public:
 
     /// As in TQvURLHandler, by the handler of the URL's scheme.
     var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                              unsigned long flags) const;
+                              unsigned long sizeHint) const;
     var_a<TQvStream*> OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                               unsigned long flags) const;
+                               unsigned long sizeHint) const;
     var_a<TQvStream*> OpenResourceMeta(const TQvURL& url, qvOpenMode mode, qvShareMode share) const;
     bool DeleteResource(const TQvURL& url) const;
     bool CreateFolder(const TQvURL& url) const;

@@ -1,7 +1,7 @@
 /// @file
 /// Reading X-Ini documents (the format stands in QvStd/XIniTree.h).
 ///
-/// A reader stands in one section at a time, at first the top level. The elements of a section are
+/// A reader is in one section at a time, at first the top level. The elements of a section are
 /// numbered from 0, keys and sections together, in file order; that number is a "position".
 ///
 /// Thread-safety: one reader belongs to one thread at a time.
@@ -18,7 +18,7 @@
 #include "QvStd/XIniTree.h"
 #include "QvStd/XIniValue.h"
 
-/// The section that was entered; null when there was none. Given back to ExitSection.
+/// The section that was entered; null when there was none. Pass it to ExitSection.
 using TQvXIniSection = const TQvXIniEntry*;
 
 /// Reads a document section by section.
@@ -54,13 +54,13 @@ public:
     /// As EnterSectionS; throws a TQvMessage that names document and section when there is none, or
     /// the parse error of a malformed document.
     TQvXIniSection EnterSectionSE(const std::string& name);
-    /// The section at a position; null when the position is none or holds a key.
+    /// The section at a position; null when there is no such position or it is a key.
     TQvXIniSection EnterSection(int position);
     /// Leaves `section`, and whatever was entered inside it. Null does nothing.
     void ExitSection(TQvXIniSection section);
 
-    /// The value of the key at a position; `defaultValue` when the position is none, holds a
-    /// section, or a value that is no such T.
+    /// The value of the key at a position; `defaultValue` when there is no such position, or it is
+    /// a section or a value that is no valid T.
     template <class T>
     T Read(int position, const T& defaultValue) const
     {
@@ -117,8 +117,8 @@ class QVSTD_API TQvXIniStreamReader : public TQvXIniReader
 {
 public:
     /// Reads the stream from its start. With `readNow` false nothing is read until ReadDocument. A
-    /// malformed or unreadable document does not throw here: ParseError tells, and the ...E
-    /// operations throw it.
+    /// malformed or unreadable document does not throw here: ParseError is true then, and the ...E
+    /// operations throw.
     explicit TQvXIniStreamReader(var_a<TQvStream*> stream, bool readNow = true,
                                  TQvProgressHandler* progress = nullptr);
     ~TQvXIniStreamReader() override;

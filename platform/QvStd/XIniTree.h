@@ -1,5 +1,5 @@
 /// @file
-/// X-Ini documents as trees that keep comments, order and every entry that nobody asked to change.
+/// X-Ini documents as trees that keep comments, order and every entry that was not changed.
 ///
 /// The format: UTF-8 (other bytes are carried as they are), one entry a line, LF written, CR LF
 /// accepted, an optional byte order mark skipped.
@@ -43,9 +43,9 @@ struct TQvXIniEntry
     Kind Type = Kind::Other; ///< says which of the other fields count
     std::string Name;        ///< of a key or section
     std::string Value;       ///< of a key, unquoted
-    std::string Raw; ///< the line as it was read, with its line end; empty: written anew from the
-                     ///< other fields. Of a section: its opening line
-    std::string RawEnd;                                  ///< of a section: its closing line
+    std::string Raw;    ///< the line as it was read, with its line end; empty: formatted from the
+                        ///< other fields. Of a section: its opening line
+    std::string RawEnd; ///< of a section: its closing line
     std::vector<std::unique_ptr<TQvXIniEntry>> Children; ///< of a section
 };
 
@@ -59,7 +59,7 @@ struct TQvXIniTree
 /// Parses a whole document. On a parse error returns an empty reference; `error` (may be null)
 /// receives a sentence that names the line and what is wrong with it.
 QVSTD_API var_a<TQvXIniTree*> QvParseXIniTree(const std::string& text, std::string* error);
-/// Untouched lines come back byte for byte.
+/// Unchanged lines are written byte for byte as they were read.
 QVSTD_API std::string QvFormatXIniTree(const TQvXIniTree& tree);
 
 /// From the stream's start. An empty reference when the stream is not open, cannot be read or is
@@ -68,7 +68,7 @@ QVSTD_API var_a<TQvXIniTree*> ReadQvXIniTree(TQvStream* stream);
 /// An empty reference when the file is missing, cannot be read or is malformed.
 QVSTD_API var_a<TQvXIniTree*> ReadQvXIniTree(const TQvPath& path);
 
-/// Writes the document at the stream's position, which then is behind it. False on a failed write.
+/// Writes the document at the stream's position, which moves to its end. False on a failed write.
 QVSTD_API bool WriteQvXIniTree(TQvStream* stream, const TQvXIniTree& tree);
 /// Replaces the file as a whole or not at all, synced. Throws a TQvMessage that names the file.
 QVSTD_API void WriteQvXIniTreeE(const TQvPath& path, const TQvXIniTree& tree);

@@ -10,8 +10,8 @@
 #include "QvStd/Export.h"
 #include "QvStd/Path.h"
 
-/// False when `text` is no such value (numbers: decimal, the whole text, in range); `value` is left
-/// alone then.
+/// False when `text` is no such value (numbers: decimal, the whole text, in range); `value` is
+/// unchanged then.
 QVSTD_API bool QvXIniParseValue(const std::string& text, std::string& value);
 /// @overload
 QVSTD_API bool QvXIniParseValue(const std::string& text, TQvPath& value);

@@ -18,7 +18,7 @@
 #include "QvStd/XIniTree.h"
 #include "QvStd/XIniValue.h"
 
-/// The section that was begun; given back to EndSection.
+/// The section that was begun. Pass it to EndSection.
 using TQvXIniWriteSection = TQvXIniEntry*;
 
 /// Writes a document section by section.
@@ -47,8 +47,8 @@ public:
     /// Throws the last error as a TQvMessage that names the document.
     [[noreturn]] void RaiseErrorE() const;
 
-    /// Brings the document to where it belongs. Throws a TQvMessage that names it; the old content
-    /// of a file is left then. Nothing can be written afterwards.
+    /// Writes the document to its file or stream. Throws a TQvMessage that names it; the old
+    /// content of a file is left then. Nothing can be written afterwards.
     virtual void CommitE() = 0;
 
 protected:
@@ -58,15 +58,15 @@ protected:
     virtual bool WriteText(const std::string& name, const std::string& value);
     /// False, always; the reason is a sentence.
     bool Refuse(std::string reason);
-    /// Whether a key or section of that name can be added here; refuses it otherwise.
+    /// Whether a key or section of that name can be added here; notes the refusal otherwise.
     bool CheckKey(const std::string& name);
     /// @copydoc CheckKey
     bool CheckSection(const std::string& name);
-    /// Takes the formatted document where it belongs; returns why that failed, or "".
+    /// Writes the formatted document to its file or stream; returns why that failed, or "".
     using TStore = std::function<std::string(const std::string& text)>;
     /// What CommitE does: once, and only when nothing was refused.
     void Commit(const TStore& store);
-    /// For the destructors of those that commit.
+    /// For the destructors of the writers that commit.
     void CommitSilently() noexcept;
     /// The section that is written into.
     TQvXIniEntry* Current() const { return m_levels.back(); }
@@ -78,12 +78,12 @@ protected:
     bool m_committed = false;            ///< nothing can be written any more
 
 private:
-    int m_exceptions; ///< passing when the writer was made
+    int m_exceptions; ///< number of active exceptions when the writer was made
 };
 
-/// Writes the document over a stream, which it keeps alive: on CommitE or, without an error to
-/// tell, when the writer goes (unless a write was refused or an exception is passing): from the
-/// stream's start, cut behind it, flushed.
+/// Writes the document over a stream, which it keeps alive: on CommitE or, without an error report,
+/// on destruction (unless a write was refused or an exception is active): from the stream's start,
+/// truncated to its length, flushed.
 class QVSTD_API TQvXIniStreamWriter : public TQvXIniWriter
 {
 public:
@@ -98,10 +98,10 @@ private:
     var_a<TQvStream*> m_stream;
 };
 
-/// A writer of a new document that replaces the file as a whole (temporary neighbour, synced,
-/// renamed) on CommitE or, without an error to tell, when the last reference goes. The old file
-/// stays when a write failed or was refused or an exception is passing. The missing file is no
-/// error; its folder must be there.
+/// A writer of a new document that replaces the file as a whole (temporary file, synced, renamed)
+/// on CommitE or, without an error report, when the last reference is destroyed. The old file stays
+/// when a write failed or was refused or an exception is active. A missing file is no error; its
+/// folder must exist.
 QVSTD_API var_a<TQvXIniWriter*> GetXIniWriter(const TQvPath& path);
 
 /// Changes a tree in place and keeps everything else in it. Positions are those of the reader: keys
@@ -113,7 +113,7 @@ public:
     explicit TQvXIniTreeWriter(var_a<TQvXIniTree*> tree);
     ~TQvXIniTreeWriter() override;
 
-    /// Whether a key or a section is meant.
+    /// The kind of an element.
     using Kind = TQvXIniEntry::Kind;
 
     /// The position of the first element of that name and kind; -1 when there is none.
@@ -123,19 +123,19 @@ public:
     int FindCreateF(const std::string& name, Kind kind = Kind::Key);
     /// Makes the section at a position the current one; false when there is no section.
     bool OpenSection(int position);
-    /// Back to the section around; false at the top level.
+    /// Back to the enclosing section; false at the top level.
     bool ExitSection();
-    /// Replaces the value of the key at a position; false when there is no key. A value that is
-    /// already there leaves the line untouched.
+    /// Replaces the value of the key at a position; false when there is no key. When the key has
+    /// that value already, the line stays unchanged.
     template <class T>
     bool Write(int position, const T& value)
     {
         return WriteAt(position, QvXIniFormatValue(value));
     }
-    /// Removes the element at a position with all that is in it; false when there is none.
+    /// Removes the element at a position with its content; false when there is none.
     bool Delete(int position);
 
-    /// Does nothing: a tree is written with WriteQvXIniTree.
+    /// Does nothing: write the tree with WriteQvXIniTree.
     void CommitE() override;
 
 protected:

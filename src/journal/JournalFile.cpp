@@ -1,12 +1,12 @@
 #include "journal/JournalFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "QvStd/Files.h"
@@ -19,7 +19,8 @@ constexpr std::uint64_t kWriteBackEvery = std::uint64_t{4} * 1024 * 1024;
 
 int FlagsOf(TJournalAccess access)
 {
-    // O_APPEND: the end is where the file system's server sees it, not where a cache does.
+    // O_APPEND: the kernel appends at the end that the file system's server reports, not at a
+    // cached one.
     switch (access) {
     case TJournalAccess::Read:
         return O_RDONLY;
@@ -31,7 +32,7 @@ int FlagsOf(TJournalAccess access)
     return O_RDONLY;
 }
 
-/// 0, an errno of a refusal that may pass, as EBUSY, or another errno.
+/// 0, EBUSY for a refusal that may be temporary, or another errno.
 int Passing(int error)
 {
     return error == EAGAIN || error == EACCES || error == ESTALE ? EBUSY : error;
@@ -53,7 +54,7 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
         return ExplainMissing();
     if (error == ESTALE)
         error = EBUSY;
-    // Some file systems refuse an opener where others hold the file for themselves.
+    // Some file systems refuse to open a file that another process has locked exclusively.
     const int wanted = reads ? R_OK : R_OK | W_OK;
     if (error == EACCES && faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) == 0)
         error = EBUSY;
@@ -90,8 +91,7 @@ void TJournalFile::Unlock() const
 
 bool TJournalFile::IsUnchanged(const TJournalFile& other) const
 {
-    return m_status.st_dev == other.m_status.st_dev && m_status.st_ino == other.m_status.st_ino &&
-           m_size == other.m_size;
+    return QvIsSameInode(m_status, other.m_status) && m_size == other.m_size;
 }
 
 int TJournalFile::AskServer()
@@ -109,16 +109,11 @@ int TJournalFile::AskServer()
 /// EBUSY when the journal was replaced before its content was locked.
 int TJournalFile::CompareWithPath() const
 {
-    struct statx there = {};
-    if (statx(AT_FDCWD, m_path.c_str(), AT_STATX_FORCE_SYNC, STATX_INO, &there) != 0)
-        return errno == ENOENT ? EBUSY : Passing(errno);
-    const bool isSame = there.stx_ino == m_status.st_ino &&
-                        makedev(there.stx_dev_major, there.stx_dev_minor) == m_status.st_dev;
-    return isSame ? 0 : EBUSY;
+    return Passing(QvCompareWithPath(m_path, m_status));
 }
 
-/// A journal counts as missing only when the folder does not list it: a link may lead nowhere, and
-/// a network file system may have cached an entry that was replaced meanwhile.
+/// A journal counts as missing only when the folder does not list it: a link may be dangling, and a
+/// network file system may have cached an entry that was replaced meanwhile.
 TQvResult TJournalFile::ExplainMissing() const
 {
     if (QvIsSymLink(m_path))
@@ -142,13 +137,14 @@ std::size_t TJournalFile::Read(char* buffer, std::size_t count)
     return static_cast<std::size_t>(got);
 }
 
-/// Looks for the last checkpoint line from the end, in windows that grow. 0 or an errno.
+/// Searches the last checkpoint line from the end, in windows that grow. 0 or an errno.
 int TJournalFile::FindSealedEnd(std::uint64_t* end) const
 {
     std::string tail;
     for (std::uint64_t window = std::min<std::uint64_t>(kTail, m_size);; window *= 2) {
         window = std::min(window, m_size);
         tail.resize(window);
+        assert(window <= m_size);
         const std::uint64_t start = m_size - window;
         for (std::size_t done = 0; done < window;) {
             const ssize_t got = m_file.ReadAt(start + done, tail.data() + done, window - done);
@@ -179,6 +175,7 @@ TQvResult TJournalFile::CutUnsealed()
     if (m_size != 0)
         if (const int error = FindSealedEnd(&end))
             return Answer(error);
+    assert(end <= m_size);
     if (end == m_size)
         return TQvResult::Done();
     if (ftruncate(m_file.Number(), static_cast<off_t>(end)) != 0 || fdatasync(m_file.Number()) != 0)
@@ -188,14 +185,15 @@ TQvResult TJournalFile::CutUnsealed()
 
 TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity* synced)
 {
+    assert(!block.empty() && block.back() == '\n'); // else the next append would cut it off
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
     const std::uint64_t before = m_size;
     int error = Write(block);
     if (error == 0 && fdatasync(m_file.Number()) != 0)
         error = errno;
-    // The file may be new, or a process that was killed may have put it there by a rewrite: its
-    // name may not be on the disk.
+    // The file may be new, or from a rewrite by a process that was killed: its name may not be on
+    // the disk.
     if (error == 0 && !(*synced == m_identity))
         error = SyncName();
     if (error == 0)
@@ -227,7 +225,8 @@ int TJournalFile::Write(std::string_view block)
     return 0;
 }
 
-/// After a close that failed the file is opened anew: it must hold the block and nothing else then.
+/// After a failed close the file is opened again: it must then have the block and nothing else
+/// after the old end.
 void TJournalFile::CutBack(std::uint64_t size, std::size_t blockSize)
 {
     const bool isHeld = static_cast<bool>(m_file);
@@ -267,8 +266,9 @@ TQvResult TJournalRewrite::Write(std::string_view bytes)
 {
     const TQvResult written = m_file.Write(bytes.data(), bytes.size());
     m_size += bytes.size();
-    // The disk works while the next records are formatted: Sync has less to wait for. Only a hint,
-    // whose failures Sync meets again.
+    assert(m_started <= m_size);
+    // The disk works while the next records are formatted: Sync has less to wait for. Only a hint;
+    // Sync reports the failures.
     if (written && m_size - m_started >= kWriteBackEvery) {
         sync_file_range(m_file.Descriptor(), static_cast<off_t>(m_started),
                         static_cast<off_t>(m_size - m_started), SYNC_FILE_RANGE_WRITE);
@@ -292,7 +292,7 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
     return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
 }
 
-/// By another name of the same file, which needs no room; else by a copy, which is synced.
+/// By a hard link, which needs no space; else by a copy, which is synced.
 int TJournalRewrite::KeepOld() const
 {
     const std::string kept = m_path + kDamagedJournalSuffix;

@@ -1,8 +1,8 @@
-// The journal as a file: opening it beside others, appending to it, replacing it.
+// The journal as a file: opening it while others use it, appending to it, replacing it.
 //
-// The lock file excludes processes that look for it at one path. Processes that do not (in two
-// mount namespaces, or with two spellings of the folder) still meet at the journal itself: a reader
-// holds a shared open-file-description lock on all of it, a writer an exclusive one.
+// The lock file only excludes processes that use the same path. Others (in two mount namespaces, or
+// with two spellings of the folder) are excluded by a lock on the journal itself: a shared
+// open-file-description lock on all of it for a reader, an exclusive one for a writer.
 //
 // Results name the path and carry an errno.
 //
@@ -25,7 +25,7 @@ enum class TJournalAccess
     Append, ///< is created when missing
 };
 
-/// Which file it is, also after its inode number was used again.
+/// Identifies a file, also when its inode number is reused later.
 struct TJournalIdentity
 {
     dev_t Device = 0;
@@ -43,8 +43,8 @@ struct TJournalIdentity
 class TJournalFile
 {
 public:
-    /// Nothing when the journal is missing. Failed with EBUSY when another process holds it, or has
-    /// replaced it just now: another try may succeed. A failure leaves the file as it was.
+    /// Nothing when the journal is missing. Failed with EBUSY when another process has locked it or
+    /// has just replaced it: another try may succeed. A failure leaves the file as it was.
     TQvResult Open(const std::string& path, TJournalAccess access);
     explicit operator bool() const { return static_cast<bool>(m_file); }
 
@@ -52,7 +52,8 @@ public:
     /// after the last change.
     std::uint64_t Size() const { return m_size; }
     std::uint32_t Time() const { return m_time; }
-    /// Releases the locks and keeps the file open: no other file can be taken for it meanwhile.
+    /// Releases the locks and keeps the file open, so that its inode number is not reused
+    /// meanwhile.
     void Unlock() const;
     /// Whether `other` is this file, of the same size.
     bool IsUnchanged(const TJournalFile& other) const;
@@ -63,13 +64,13 @@ public:
     /// file ends before Size().
     std::size_t Read(char* buffer, std::size_t count);
 
-    /// Cuts off what the last checkpoint line does not cover: a writer that ended early has left it
-    /// and never reported it as done. A file without any checkpoint loses only the bytes that no
-    /// line feed ends.
+    /// Truncates the file after the last checkpoint line: a writer that was killed left the rest
+    /// and never reported it as done. A file without any checkpoint loses only the bytes after its
+    /// last line feed.
     TQvResult CutUnsealed();
-    /// Cuts as above, appends the block with one write, and closes. Done when it is on the disk;
-    /// else it was cut off again as far as that was possible. The name is brought to the disk, too,
-    /// unless the file is `synced`, which receives the file whose name is there.
+    /// Truncates as above, appends the block with one write, and closes. Done when the block is on
+    /// the disk; else it was removed again as far as possible. The name is synced, too, unless
+    /// `synced` is this file; `synced` receives the file whose name is on the disk.
     TQvResult AppendAndClose(std::string_view block, TJournalIdentity* synced);
 
 private:
@@ -102,12 +103,12 @@ public:
     TQvResult Write(std::string_view bytes);
     /// Bytes written until now.
     std::uint64_t Size() const { return m_size; }
-    /// Brings the content to the disk.
+    /// Syncs the content.
     TQvResult Sync() { return m_file.Sync(); }
-    /// Gives the content its name and brings the name to the disk. With `keepsOld` the old journal
-    /// is kept with ".damaged" behind its name. A failure before the rename leaves the old journal.
+    /// Gives the content its name and syncs the folder. With `keepsOld` the old journal is kept
+    /// with ".damaged" behind its name. A failure before the rename leaves the old journal.
     TQvResult Publish(bool keepsOld);
-    /// Whether Publish came as far as the rename: when it failed then, a power cut may bring the
+    /// Whether Publish has done the rename: when it failed after that, a power cut may bring the
     /// old journal back.
     bool HasReplaced() const { return m_hasReplaced; }
 
@@ -122,6 +123,6 @@ private:
     bool m_hasReplaced = false;
     int m_old = -1; ///< a descriptor of the file that is replaced
     std::uint64_t m_size = 0;
-    std::uint64_t m_started = 0; ///< bytes on their way to the disk
+    std::uint64_t m_started = 0; ///< bytes whose writing to the disk was started
     TQvNewFile m_file;
 };

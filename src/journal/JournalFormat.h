@@ -13,7 +13,7 @@ inline constexpr char kStorageContentName[] = "content";
 /// What a repair has replaced.
 inline constexpr char kDamagedJournalSuffix[] = ".damaged";
 /// Put behind the folder as it is. The backslash is part of the file's name: the lock lies beside
-/// the folder and is named after it, and every user of a storage has to look for it there.
+/// the folder and is named after it, and every user of a storage uses that path.
 inline constexpr char kStorageLockSuffix[] = "\\$QvStorage.lock";
 
 /// What a line is, told by its first character. Lines that begin otherwise are ignored.
@@ -28,6 +28,3 @@ inline constexpr std::string_view kLineEnd = "\r\n";
 /// The signature line; it stands right behind the stamp line of 1 + 8 + 2 bytes.
 inline constexpr const char* StorageSgn = ";QV5Dir\r\n";
 inline constexpr std::size_t kSignatureOffset = 11;
-
-/// The metadata beside a resource is no resource: a rebuild leaves it out.
-inline constexpr std::string_view kMetaExtension = ".meta";

@@ -1,5 +1,6 @@
 #include "journal/JournalReader.h"
 
+#include <cassert>
 #include <charconv>
 #include <cstring>
 #include <memory>
@@ -114,6 +115,7 @@ private:
 
     bool Seal(std::string_view line, const char* piece)
     {
+        assert(m_block <= line.data()); // the checkpoint covers the lines before it
         const bool matches =
             CheckpointMatches(line, JournalChecksum(Between(m_block, line.data()), m_checksum));
         Reading.State = matches ? TJournalState::Whole : TJournalState::Damaged;
@@ -198,6 +200,7 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
         if (got == 0)
             break;
         const std::size_t taken = parser.Take(piece);
+        assert(taken <= piece.size());
         if (parser.Reading.State == TJournalState::Damaged)
             return parser.Reading;
         held = piece.size() - taken;

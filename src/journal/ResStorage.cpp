@@ -1,6 +1,7 @@
 #include "journal/ResStorage.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
 #include "journal/JournalFormat.h"
+#include "resid/ResAttrib.h"
 #include "resid/ResId.h"
 
 namespace
@@ -95,9 +97,9 @@ private:
 
 bool HasMetaExtension(const std::string& name)
 {
-    return name.size() >= kMetaExtension.size() &&
-           toupper_locale(name.substr(name.size() - kMetaExtension.size())) ==
-               toupper_locale(kMetaExtension);
+    constexpr std::string_view kSuffix = kSidecarSuffix;
+    return name.size() >= kSuffix.size() &&
+           toupper_locale(name.substr(name.size() - kSuffix.size())) == toupper_locale(kSuffix);
 }
 } // namespace
 
@@ -351,6 +353,7 @@ bool TResStorage::SaveDir(const TLocker& given)
 /// With `read` only that file is replaced, and only as it was read.
 bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool keepsOld)
 {
+    assert(locker->IsExclusive()); // else appends of others would be lost
     m_hasReplaced = false;
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);

@@ -10,10 +10,11 @@
 #include "QvStd/LockFile.h"
 #include "QvStd/Var.h"
 
-/// What the owner of a storage hands to it; the numbers are the defaults of the manager's settings.
+/// Settings that the owner of a storage passes in; the numbers are the defaults of the manager's
+/// settings.
 struct TStorageSettings
 {
-    /// Milliseconds to wait for the lock, and again for a journal that another process holds.
+    /// Milliseconds to wait for the lock, and again for a busy journal.
     std::uint32_t LockTimeout = 10000;
     /// A journal of more blocks is rewritten while it is loaded.
     std::uint32_t ChangeCount2Merge = 256;
@@ -21,7 +22,7 @@ struct TStorageSettings
     std::optional<std::string> Owner = {};
 };
 
-/// Which storage it is.
+/// Identifies a storage.
 struct TStorageHome
 {
     std::string Name;   ///< shown in messages
@@ -34,11 +35,11 @@ struct TStorageHome
 class TStorageLocker : public TQvLockFile
 {
 public:
-    /// Locks the file "\$QvStorage.lock" behind the storage's folder (a text put behind a text, no
-    /// path join), waiting up to LockTimeout milliseconds: exclusive when `forWriting`, else
-    /// shared. operator bool is the outcome. Throws std::runtime_error
-    /// "@QvConfigData is not initialized" when the settings name no owner: the name comes from the
-    /// configuration, and a host that has none yet hands in none.
+    /// Locks the file "\$QvStorage.lock" behind the storage's folder (the texts are concatenated,
+    /// without a path join), waiting up to LockTimeout milliseconds: exclusive when `forWriting`,
+    /// else shared. operator bool is the outcome. Throws std::runtime_error "@QvConfigData is not
+    /// initialized" when the settings name no owner: the name comes from the configuration, and is
+    /// empty when the host has not loaded one.
     TStorageLocker(const TStorageHome& storage, bool forWriting);
 
     static var_a<TStorageLocker*> VCreate(const TStorageHome& storage, bool forWriting);

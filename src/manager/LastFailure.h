@@ -1,4 +1,4 @@
-// The record behind TResourceManager::LastFailure, one for each thread.
+// The record of TResourceManager::LastFailure, one for each thread.
 #pragma once
 
 #include "resid/Failure.h"

@@ -1,5 +1,7 @@
 #include "manager/MountIndex.h"
 
+#include <cassert>
+
 #include "resid/ResId.h"
 
 namespace
@@ -46,12 +48,14 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
     if (m_ids.size() != m_lengths.size())
         return false;
     const auto entry = m_ids.find(QvNormalizeResId(mountPoint));
+    assert(entry != m_ids.end() && entry->second == place);
     EraseSlot(SlotOf(entry->first));
     m_ids.erase(entry);
     auto [first, last] = m_lengths.equal_range(mountPoint.size());
     const bool isOnlyOne = std::next(first) == last;
-    while (first->second != place)
+    while (first != last && first->second != place)
         ++first;
+    assert(first != last);
     m_lengths.erase(first);
     if (isOnlyOne)
         m_lengthsInUse[mountPoint.size() / kWordBits] &= ~BitOf(mountPoint.size());
@@ -66,13 +70,16 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
 
 void TMountIndex::InsertSlot(const TIds::value_type& entry)
 {
+    assert(m_ids.size() * 2 <= m_slots.size()); // each search ends at a free slot
     const std::size_t slot = SlotOf(entry.first);
+    assert(m_slots[slot].Entry == nullptr);
     m_slots[slot] = {QvHashNormalResId(entry.first), &entry};
 }
 
-/// A search ends at a free slot: those behind that are not at their first choice move up.
+/// A search ends at a free slot: move up the following entries that are not in their first slot.
 void TMountIndex::EraseSlot(std::size_t slot)
 {
+    assert(m_slots[slot].Entry != nullptr);
     const std::size_t mask = m_slots.size() - 1;
     for (std::size_t other = Next(slot); m_slots[other].Entry != nullptr; other = Next(other)) {
         const std::size_t wayFromChoice = (other - m_slots[other].Hash) & mask;
@@ -84,7 +91,7 @@ void TMountIndex::EraseSlot(std::size_t slot)
     m_slots[slot] = {};
 }
 
-/// The slot that holds it, or the free one in which it belongs.
+/// Its slot, or the free slot for it.
 std::size_t TMountIndex::SlotOf(std::string_view normalId) const
 {
     const std::uint64_t hash = QvHashNormalResId(normalId);

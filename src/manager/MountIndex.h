@@ -3,7 +3,7 @@
 // Adding and removing one mount point gives the same as adding all mount points of the table to an
 // empty index, in the order of the table.
 //
-// Thread-safety: queries may run on any thread at once, changes need the index for themselves.
+// Thread-safety: queries may run on any thread at once; no other call may run during a change.
 #pragma once
 
 #include <cstddef>
@@ -27,9 +27,9 @@ public:
     void Clear();
     /// The mount point that was appended to the table.
     void Add(const std::string& mountPoint);
-    /// The mount point that goes from its place in the table, to which those behind it close up.
-    /// False, and nothing is changed, while two mount points have one normal form: then only
-    /// adding all of them again shows which one answers.
+    /// Removes a mount point; the places of those after it move up by one. False, and nothing is
+    /// changed, while two mount points have one normal form: then all of them must be added again
+    /// to find out which one answers.
     bool Remove(std::uint32_t place, const std::string& mountPoint);
 
     /// The place of the last mount point with this normal form, or kNone.
@@ -44,7 +44,7 @@ public:
     const TIds& Ids() const { return m_ids; }
 
 private:
-    /// Of a hash table with open addressing: most ids are answered by one look at it.
+    /// Of a hash table with open addressing: most ids need one access.
     struct TSlot
     {
         std::uint64_t Hash = 0;
@@ -60,5 +60,6 @@ private:
     TLengths m_lengths;
     TIds m_ids;
     std::vector<TSlot> m_slots; ///< a power of two of them, at most half of them used
-    std::vector<std::uint64_t> m_lengthsInUse; ///< a bit for each length: no other one is looked up
+    std::vector<std::uint64_t>
+        m_lengthsInUse; ///< a bit for each length in use: others need no lookup
 };

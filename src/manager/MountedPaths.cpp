@@ -11,7 +11,7 @@
 
 namespace
 {
-/// The path that a link leads to; "" when it cannot be read.
+/// The target of a link as a path; "" when it cannot be read.
 std::string TargetOf(const std::string& link)
 {
     char target[PATH_MAX];
@@ -41,7 +41,7 @@ bool TMountedPaths::Has(const std::string& path)
            m_entries.count({status.st_dev, status.st_ino}) != 0;
 }
 
-/// Each folder and link that the system passes on the way, also behind links.
+/// Each folder and link in the path, also in the targets of links.
 void TMountedPaths::AddWayTo(const std::string& path)
 {
     for (std::size_t end = 0; end < path.size();) {
@@ -51,7 +51,7 @@ void TMountedPaths::AddWayTo(const std::string& path)
         if (lstat(part.c_str(), &status) != 0)
             return;
         const bool isNew = m_entries.insert({status.st_dev, status.st_ino}).second;
-        // A link that is known has been followed: chains without an end do end here.
+        // A link that is in the set was followed already; this ends endless chains.
         if (isNew && S_ISLNK(status.st_mode))
             AddWayTo(TargetOf(part));
     }

@@ -13,20 +13,20 @@
 
 #include "manager/ResourceManager.h"
 
-/// For the time of one operation: what is at the paths is looked up once, when it is first needed.
-/// Folders and links are known by device and inode, so that another path to one is recognised.
+/// Lives for one operation: the paths are resolved once, when that is first needed. Folders and
+/// links are identified by device and inode, so that another path to one is recognised.
 class TMountedPaths
 {
 public:
-    /// The nodes must stay alive.
+    /// The nodes must outlive it.
     explicit TMountedPaths(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes)
         : m_nodes(nodes)
     {
     }
 
-    /// Whether what is at `path`, itself and not what it may link to, is a mount's own folder or
-    /// lies on the way to one. False when nothing is there, it cannot be looked at, or `path` is
-    /// "".
+    /// Whether the file, folder or link at `path` (a link itself, not its target) is a mount's own
+    /// folder or is part of the path to one. False when nothing is there, it cannot be examined, or
+    /// `path` is "".
     bool Has(const std::string& path);
 
 private:

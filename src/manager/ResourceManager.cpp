@@ -43,14 +43,14 @@ bool TResourceManager::Init()
     return true;
 }
 
-/// `error` receives the errno of what is thrown; it stays as it is where there is none.
+/// `error` receives the errno of what is thrown; it stays unchanged when that has none.
 void TResourceManager::Load(int* error)
 {
     if (!QvConfiguration().getLoaded())
         throw TQvMessage("@bool TResourceManager::Init(): QvConfigData not loaded");
     ReadSettings(error);
 
-    // The maps go with the list, so that a failure below leaves no index into nothing.
+    // Cleared with the list, so that after a failure below no index refers to a missing node.
     m_mountNodes.clear();
     RefreshNodeMaps();
     const auto profile = GetXIniReader(TQvPath(QvGetConfigString(12, true)), error);

@@ -322,7 +322,7 @@ public:
         TCopyCounts* Counts = nullptr; ///< may be null
         /// Nothing is changed. What would be copied counts, and fails where that shows beforehand.
         bool DryRun = false;
-        /// Told of each folder and resource that was copied, or would be; a folder's destination
+        /// Called for each folder and resource that was copied, or would be; a folder's destination
         /// ends with a "/". May be null.
         void (*CopiedCallback)(const std::string& destinationId, void* context) = nullptr;
     };
@@ -336,8 +336,9 @@ public:
     /// the scheme "qvres". May run again: everything is rebuilt. Returns true or throws:
     /// std::runtime_error without a configuration object, TQvMessage for a configuration that is
     /// not loaded, an unreadable settings or profile file, or a node that cannot be mounted. After
-    /// a failure the settings read and the nodes loaded so far stay, and no index knows of any
-    /// node; LastFailure has the cause (EBADMSG for a malformed file) with the id "/".
+    /// a failure the settings read and the nodes loaded so far stay, and no id resolves until the
+    /// next Init or mount; LastFailure has the cause (EBADMSG for a malformed file) with the id
+    /// "/".
     bool Init();
 
     /// Registers the scheme "qvres" with the URL manager, as Init does: for hosts without a
@@ -414,8 +415,8 @@ public:
 
     // Resources
 
-    /// Empty, or a stream that may not be open: its operator bool tells. With mode 9 a `sizeHint`
-    /// above 0 sets the size at once.
+    /// Empty, or a stream that may not be open: its operator bool tells. With kQvOpenCreate a
+    /// `sizeHint` above 0 sets the size at once.
     var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode, qvShareMode share,
                                    unsigned long sizeHint) const;
     /// An open stream, or a TQvMessage that names the id.

@@ -1,5 +1,6 @@
 // The extended copy.
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <map>
 #include <unordered_set>
@@ -18,8 +19,8 @@ constexpr unsigned kEverythingBelow =
 constexpr double kBytesWithoutProgress = 1000000;
 constexpr int kLogLevel = 3;
 
-/// Without its trailing "/". One source written with a trailing "/" is its own parent: what it
-/// holds lands directly in the destination.
+/// Without its trailing "/". A single source with a trailing "/" is its own parent: its content
+/// goes directly into the destination.
 std::string CommonParent(const std::set<std::string>& sources)
 {
     if (sources.empty())
@@ -27,7 +28,7 @@ std::string CommonParent(const std::set<std::string>& sources)
     const std::string& first = *sources.begin();
     std::size_t shared = first.size();
     if (sources.size() > 1) {
-        // What the first and the last of an ordered set share, all of them share.
+        // A prefix of the first and the last id of an ordered set is a prefix of all.
         const std::string& last = *sources.rbegin();
         const auto end = std::mismatch(first.begin(), first.end(), last.begin(), last.end()).first;
         shared = static_cast<std::size_t>(end - first.begin());
@@ -90,16 +91,16 @@ private:
     std::string m_destination;   ///< with a trailing "/"
     TQvProgress m_progress;
     TQvBreakOnly m_break;
-    std::map<std::string, TItem> m_items; ///< by id; a folder comes before what it holds
+    std::map<std::string, TItem> m_items; ///< by id; a folder comes before its content
     double m_total = 0;
     double m_scale = 1;
     double m_done = 0;                            ///< bytes of the items before the current one
     std::unordered_set<std::string> m_newFolders; ///< destination folders that were made here
     TQvCopyFolders m_copyFolders;
-    /// To what was listed: a copy into a folder that was there before, which may be a source, may
-    /// have brought one.
+    /// Since the listing: a copy into an existing folder, which may be a source, may have added
+    /// one.
     bool m_mayHaveAddedSidecars = false;
-    std::string m_parentFolder; ///< the destination folder that was there, or made, last
+    std::string m_parentFolder; ///< the last destination folder that exists
     TQvResult m_failure;        ///< the first
     TResourceManager::TCopyCounts m_counts;
     bool m_result = true;
@@ -157,7 +158,7 @@ void TExtendedCopy::Collect()
     m_scale = m_total > 0 ? 1 / m_total : 1;
     m_counts.TotalBytes = static_cast<std::uint64_t>(m_total);
     if (m_params.Counts != nullptr)
-        *m_params.Counts = m_counts; // for who shows the progress
+        *m_params.Counts = m_counts; // for a progress display
 }
 
 void TExtendedCopy::AddSource(const std::string& source)
@@ -218,11 +219,12 @@ TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
     // A disk name that is no valid part of an id is listed and cannot be reached.
     if (!isValid || node == nullptr)
         return TQvResult::Failed(EINVAL, source);
+    assert(source.size() >= m_skippedLength);
     const std::string destination = m_destination + source.substr(m_skippedLength);
     if (item.Kind == kResFolder)
         return CopyFolder(*node, source, destination);
     const TQvResult copied = CopyResource(*node, source, destination, item);
-    // What has vanished since it was listed is not missing at the destination.
+    // A resource that was deleted after the listing is no failure.
     return copied.IsNothing() && copied.Name() == source ? TQvResult::Done() : copied;
 }
 
@@ -232,8 +234,8 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
     const TQvExistence exists = node.ResourceExists(QvExcludeTrailingSlash(source));
     if (exists == kResNothing)
         return exists.Result.IsNothing() ? TQvResult::Done() : exists.Result.Named(source);
-    // Its contents were not listed. A source is listed even through a link, and so is a mount
-    // point.
+    // The listing has not entered the link. A source and a mount point are listed even when they
+    // are links.
     if (m_params.Sources.count(source) == 0 && !m_manager.IsMountNode(source) &&
         node.IsLink(source))
         return TQvResult::Failed(ENOTSUP, source);
@@ -261,7 +263,8 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
 TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
                                       const std::string& destination, const TItem& item)
 {
-    // Nothing is looked for in a folder that was made here, unless somebody else has written there.
+    // A folder that was made here needs no checks of the target, unless another process has written
+    // there (EEXIST).
     if (m_newFolders.count(ParentOf(destination)) != 0) {
         TMountNode::TCopyHints hints;
         hints.IsTargetNew = true;
@@ -295,7 +298,7 @@ TQvResult TExtendedCopy::CopyOver(TMountNode& node, const std::string& source,
             CountResource(destination, size);
         return copied;
     }
-    // Larger resources show how far they are.
+    // Larger resources report their own progress.
     TQvProgressVar part =
         m_progress.SubProgress(m_scale * m_done, m_scale * (m_done + size), kLogLevel, kLogLevel);
     part.SetMessage(source);
@@ -311,6 +314,7 @@ TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
                                   const std::string& destination,
                                   const TMountNode::TCopyHints& hints, TQvProgressHandler* progress)
 {
+    assert(!m_params.DryRun);
     if (TQvResult parent = MakeParent(destination); !parent)
         return parent;
     TMountNode* target = m_manager.NodeFor(destination);
@@ -320,7 +324,7 @@ TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
     QvReportSidecar(copied.Sidecar, source, destination);
     if (&node == target)
         return copied.Sidecar;
-    // Between two nodes the content counts alone, but the caller is told.
+    // Between two nodes only the content decides the result, but the failure is reported.
     if (m_failure)
         m_failure = copied.Sidecar;
     return TQvResult::Done();
@@ -337,8 +341,7 @@ bool TExtendedCopy::MayOverwrite(const std::string& destination)
     return m_params.OverwriteCallback(destination, m_params.CallbackContext);
 }
 
-/// Resources of one folder follow each other: the folder that was there for the one before is not
-/// looked at again.
+/// Resources of one folder are copied one after the other: their folder is checked once.
 TQvResult TExtendedCopy::MakeParent(const std::string& destination)
 {
     std::string parent = ParentOf(destination);
@@ -360,8 +363,8 @@ bool TResourceManager::CopyResourceEx(const TCopyResourceExParams& params) const
     if (attrib.Origin == kOriginRootNode)
         return QvReport(TQvResult::Failed(EROFS, params.DestFolder));
     const std::string commonParent = CommonParent(params.Sources);
-    // Compared as written: with a trailing "/" the destination is another text, and the copy onto
-    // themselves leaves the sources as they are.
+    // Compared as written: with a trailing "/" the texts differ, and copying each source onto
+    // itself changes nothing.
     if (commonParent == params.DestFolder) {
         SetLastFailure(EINVAL, params.DestFolder);
         throw TQvMessage(QvResourceString("global.ErrDestFolderEqSrc"));

@@ -18,7 +18,7 @@ namespace
 {
 constexpr int kLogLevel = 5;
 constexpr unsigned kEverythingBelow = kFindResources | kFindFolders | kFindRecursive;
-/// What a search for sub-folders alone keeps of the flags.
+/// The flags that also apply to a search for sub-folders alone.
 constexpr unsigned kPassedOn = kFindHidden | kFindMounts | kFindNoLink;
 std::ptrdiff_t Offset(std::size_t index)
 {
@@ -85,7 +85,7 @@ TQvResult TResourceManager::RequireFolder(const std::string& id) const
     return exists == kResResource ? TQvResult::Failed(ENOTDIR, id) : exists.Result.Named(id);
 }
 
-/// Whether the disk folder of an id is that of some mount, or has one in it.
+/// Whether the disk folder of an id is, or contains, the folder of a mount.
 bool TResourceManager::HoldsMountFolder(const std::string& id, TMountedPaths& mounted) const
 {
     return mounted.Has(NodeFor(id)->GetResourceFile(id));
@@ -136,7 +136,7 @@ TQvResult TResourceManager::DoDeleteFolder(const std::string& id, bool clearFirs
     if (!result)
         return result;
     const bool isMountPoint = IsMountNode(id);
-    // Of a link only the link goes: what it leads to stays.
+    // Of a link only the link is removed, its target stays.
     if (clearFirst && (isMountPoint || !NodeFor(id)->IsLink(id)))
         result = DoClearFolder(id, progress);
     if (!result)
@@ -191,7 +191,7 @@ TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>
 TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders,
                                         TMountedPaths& mounted) const
 {
-    // A disk name may be no valid part of an id; then it stays, and the others go nevertheless.
+    // A disk name may be no valid part of an id; it stays, and the others are deleted.
     bool isValid = false;
     TMountNode* node = ResolveNode(entry.Id, true, false, &isValid);
     if (!isValid || node == nullptr)
@@ -291,8 +291,8 @@ void TResourceManager::DoFind(const TFindItems& items, const std::string& folder
         failures.push_back({result.Error(), result.Name()});
 }
 
-/// `open` holds the entries of the folders on the way here, of which the sub-folders are still to
-/// be entered, and is left as it was: one list for all levels costs no memory of its own a folder.
+/// `open` has the entries of the parent folders, whose sub-folders are still to be entered, and is
+/// unchanged on return: one list for all levels needs no memory for each folder.
 void TResourceManager::DoFindBelow(const TFindItems& items, const TFindItems& open,
                                    const std::string& folder, const std::string& mask,
                                    unsigned flags, TQvProgressHandler* progress,
@@ -308,12 +308,12 @@ void TResourceManager::DoFindBelow(const TFindItems& items, const TFindItems& op
     };
     const auto isFolder = [](const TQvResFindItem& item) { return item.Attrib.Kind == kResFolder; };
     const std::size_t first = open->size();
-    // Reading the folder once is enough when its own entries hold all its sub-folders.
+    // Reading the folder once is enough when its listed entries include all sub-folders.
     const bool onePass = items && mask == "*" && (flags & kFindFolders) != 0;
     if (onePass) {
         const std::size_t own = items->size();
         list(items, mask, flags);
-        // What lies in a sub-folder comes first; most folders have none.
+        // The content of sub-folders comes first; most folders have none.
         if (std::any_of(items->begin() + Offset(own), items->end(), isFolder))
             MoveEntries(*items, own, *open);
     } else {
@@ -323,10 +323,10 @@ void TResourceManager::DoFindBelow(const TFindItems& items, const TFindItems& op
         if (!isFolder((*open)[i]))
             continue;
         QvPollProgress(progress);
-        // A disk name may be no valid part of an id: it is shown and not entered. Neither is a
-        // link, also one that has just taken the folder's place: loops end, and clearing a folder
-        // never reaches out of it. A mount point of that id is entered all the same.
-        const std::string below = (*open)[i].Id; // the list moves as it grows
+        // A disk name may be no valid part of an id: it is listed and not entered. A link is not
+        // entered either, even one that has just replaced the folder, so that there are no loops
+        // and clearing never leaves the folder. A mount point of that id is entered all the same.
+        const std::string below = (*open)[i].Id; // the list may be reallocated
         bool isValid = false;
         ResolveNode(below, true, false, &isValid);
         if (isValid)

@@ -1,4 +1,5 @@
 // The mount table: its indexes, resolution of ids, mounting and unmounting.
+#include <cassert>
 #include <cerrno>
 #include <memory>
 
@@ -90,6 +91,7 @@ TResourceManager::PTMountNode TResourceManager::ResolveNode(const std::string& i
     if (!*isValid)
         return nullptr;
     const std::uint32_t place = m_mountIndex->Resolve(normalId, skipExactMountPoint);
+    assert(place == TMountIndex::kNone || place < m_mountNodes.size());
     return place != TMountIndex::kNone ? m_mountNodes[place].get() : nullptr;
 }
 
@@ -100,7 +102,7 @@ void TResourceManager::RefreshNodeMaps()
         m_mountIndex->Add(node->MountPointId());
 }
 
-/// A failed Init leaves nodes that no map knows.
+/// A failed Init leaves nodes that are in no index.
 void TResourceManager::RefreshStaleMaps()
 {
     if (m_mountIndex->Lengths().size() != m_mountNodes.size())
@@ -136,7 +138,7 @@ unsigned TResourceManager::GetResourceType(const std::string& id) const
 void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::string& path,
                                       bool persistent)
 {
-    // An empty mount point passes, as an absent id does everywhere.
+    // An empty mount point is accepted, as an empty id is everywhere.
     if (!QvIsValidResId(mountPoint, true))
         Throw(kMountFileNodeE, "Invalid MountPoint", EINVAL, mountPoint);
     const TQvPath folder = QvExcludeTrailingBackslash(TQvPath(path));
@@ -193,7 +195,7 @@ void TResourceManager::UnmountNodeE(const std::string& mountPoint, bool persiste
     const std::uint32_t place = m_mountIndex->Find(QvNormalizeResId(mountPoint));
     if (place == TMountIndex::kNone)
         Throw(kUnmountNodeE, "Node to unmount does not exist", ENOENT, mountPoint);
-    // Kept to the end: the caller may have passed the node's own mount point.
+    // Kept alive to the end: `mountPoint` may be a reference into the node.
     const var_a<TMountNode*> unmounted = m_mountNodes[place];
     RemoveFromTable(place);
     SetLastFailure(0, mountPoint);
@@ -216,12 +218,12 @@ void TResourceManager::CheckProfileCanBeSaved(const char* operation,
         Throw(operation, "Inconsistent profile data", EINVAL, mountPoint);
 }
 
-/// Makes one change of the profile, in the file and here: under the lock, on top of what others
-/// have changed in the file meanwhile. On failure the file and the profile are left as they were.
+/// Makes one change of the profile, in the file and here: under the lock, merged with changes of
+/// others in the file. On failure the file and the profile are unchanged.
 void TResourceManager::ChangeProfile(const char* operation, const std::string& mountPoint,
                                      const std::function<void(TQvProfileNodes&)>& change)
 {
-    // For what is thrown below without a cause of its own: there is no configuration.
+    // The cause of exceptions below that set none: there is no configuration.
     SetLastFailure(EINVAL, mountPoint);
     CheckProfileCanBeSaved(operation, mountPoint);
     int error = 0;

@@ -1,11 +1,13 @@
-// The nodes of the mount table: which kinds there are, how they come into the table and leave it.
-// And the scheme of the resources' URLs.
+// The nodes of the mount table: their kinds, adding and removing them. Also registers the URL
+// scheme of the resources.
 #include "QvStd/URLManager.h"
+
 #include "manager/MountIndex.h"
 #include "manager/ResourceManager.h"
 #include "nodes/FileMountNode.h"
 #include "nodes/RootMountNode.h"
 #include "url/URLResourceHandler.h"
+#include <cassert>
 
 var_a<TResourceManager::TMountNode*>
 TResourceManager::LoadFileMountNode(const TQvResourceProfile::TNode& node) const
@@ -28,28 +30,30 @@ void TResourceManager::AppendNode(var_a<TMountNode*> node)
 {
     m_mountNodes.push_back(std::move(node));
     m_mountIndex->Add(m_mountNodes.back()->MountPointId());
+    assert(m_mountIndex->Lengths().size() == m_mountNodes.size());
 }
 
 void TResourceManager::RemoveNode(std::uint32_t place)
 {
+    assert(place < m_mountNodes.size());
     const bool isRemoved = m_mountIndex->Remove(place, m_mountNodes[place]->MountPointId());
     m_mountNodes.erase(m_mountNodes.begin() + static_cast<std::ptrdiff_t>(place));
     if (!isRemoved)
         RefreshNodeMaps();
 }
 
-/// The root node, always the last one, goes from the table; its folders remain for the next one.
+/// Removes the root node, always the last one, from the table; the next one reuses its folders.
 TMountFolders TResourceManager::TakeRootNode()
 {
     if (m_mountNodes.empty() || m_mountNodes.back()->Type() != kRootNode)
         return TMountFolders(m_mountNodes);
     const auto root = std::static_pointer_cast<TRootMountNode>(m_mountNodes.back());
     RemoveNode(static_cast<std::uint32_t>(m_mountNodes.size() - 1));
-    // A root node that somebody else holds never changes.
+    // A root node with other owners never changes.
     return root.use_count() == 1 ? root->TakeFolders() : root->Folders();
 }
 
-/// The root node stays the last one, and knows of the new node.
+/// The new root node, the last one again, includes the mount point of the new node.
 void TResourceManager::AddToTable(var_a<TMountNode*> node)
 {
     TMountFolders folders = TakeRootNode();

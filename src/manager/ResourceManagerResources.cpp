@@ -12,7 +12,7 @@ namespace
 const char* OpenErrorKey(qvOpenMode mode)
 {
     switch (mode) {
-    case kQvOpenAppend:
+    case kQvOpenWriteOrCreate:
     case kQvOpenCreateNew:
     case kQvOpenReadWrite:
         return "global.ErrResCreate";
@@ -107,7 +107,7 @@ TQvExistence TResourceManager::LookUp(const std::string& id) const
     const TMountNode* node = ResolveNode(id, true, false, &isValid);
     if (!isValid || id.empty())
         return {kResNothing, TQvResult::Nothing(id)};
-    // Valid, but nothing is mounted anywhere: that is reported as it is everywhere else.
+    // Valid, but nothing is mounted: reported like everywhere else.
     return (node != nullptr ? node : NodeFor(id))->ResourceExists(id);
 }
 
@@ -136,7 +136,7 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
     if (!copied.Content)
         return false;
     QvReportSidecar(copied.Sidecar, src, dst);
-    // Between two nodes the content counts alone.
+    // Between two nodes only the content decides the result.
     return copied.Sidecar || from != to;
 }
 
@@ -163,7 +163,7 @@ bool TResourceManager::GetResourceLabelWeak(const std::string& id, TQvResourceLa
     if (!ResourceManager.IsResource(id))
         return false;
     TQvResAttrib attrib;
-    // A failed query leaves zeros, and still is an answer; LastFailure has it.
+    // A failed query gives zeros and counts as an answer; LastFailure has the cause.
     ResourceManager.GetResourceAttr(id, &attrib);
     label->Size = attrib.Size;
     label->Time = attrib.UpdateTime;

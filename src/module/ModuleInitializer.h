@@ -1,4 +1,4 @@
-// The module itself: its counted start, where its file lies, and its string table.
+// The module itself: its counted start, the path of its file, and its string table.
 //
 // Thread-safety: only the construction of the instance is safe against other threads; look-ups may
 // run on any thread.
@@ -12,11 +12,11 @@ class QvModule_Initializer
 public:
     static QvModule_Initializer& getInst();
 
-    /// The first call starts the configuration and finds out the module's file; further ones only
+    /// The first call starts the configuration and finds out the module's file; further calls only
     /// count.
     void init();
-    /// The call that matches the first init stops the configuration; one without a match does
-    /// nothing.
+    /// The call that matches the first init stops the configuration; a call without a matching init
+    /// does nothing.
     void deinit();
 
     /// The text of a key in the user's language; "" (or `defaultText`) when there is none.

@@ -22,7 +22,7 @@ namespace
 {
 bool Creates(qvOpenMode mode)
 {
-    return mode == kQvOpenAppend || mode == kQvOpenCreate || mode == kQvOpenCreateNew ||
+    return mode == kQvOpenWriteOrCreate || mode == kQvOpenCreate || mode == kQvOpenCreateNew ||
            mode == kQvOpenReadWrite;
 }
 
@@ -150,7 +150,7 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
         return;
     constexpr qvShareMode kForItself = 0;
     TQvFileStream hold;
-    // One that may not be read cannot be held; whoever moves it cannot hold it either.
+    // One that may not be read cannot be locked, not by a process that moves it either.
     const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
                             ? IsAt(sidecar, hold)
                             : access(sidecar.c_str(), R_OK) != 0 && errno == EACCES;
@@ -283,7 +283,7 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         const int error = -hold.getError();
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
-        // One that may not be read cannot be held, by those who would remove it either.
+        // One that may not be read cannot be locked, not by a process that removes it either.
         if (access(sidecar.c_str(), R_OK) != 0)
             return 0;
         if (error != 0 && error != EACCES)

@@ -27,7 +27,7 @@ public:
     unsigned Type() const override { return TResourceManager::kFileNode; }
     bool IsPureVirtual() const override { return false; }
     /// A stream whether or not the file opened. The sidecar of a resource that is not there is
-    /// deleted, unless somebody holds it open: then the resource is being moved.
+    /// deleted, unless another opener has it open: then the resource is being moved.
     var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode, qvShareMode share,
                                    unsigned long sizeHint) override;
     var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode, qvShareMode share,

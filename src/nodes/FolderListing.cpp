@@ -1,5 +1,6 @@
 #include "nodes/FolderListing.h"
 
+#include <cassert>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -187,6 +188,7 @@ void TFolderListing::Note(int error, const std::string& id)
 /// The whole folder was read, and none was there.
 void TFolderListing::NoteNoSidecars(std::size_t first)
 {
+    assert(!m_hasSidecars); // else copies and deletions would leave sidecars behind
     for (std::size_t i = first; m_items != nullptr && i < m_items->size(); ++i)
         (*m_items)[i].MayHaveSidecar = false;
 }

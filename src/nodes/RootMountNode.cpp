@@ -1,5 +1,6 @@
 #include "nodes/RootMountNode.h"
 
+#include <cassert>
 #include <cerrno>
 
 #include "QvStd/Message.h"
@@ -71,6 +72,7 @@ bool TMountFolders::Remove(const std::string& mountPoint)
         return false;
     return VisitFoldersUpFrom(mountPoint, [this](const std::string& normalId, const std::string&) {
         const auto entry = m_folders.find(normalId);
+        assert(entry != m_folders.end() && entry->second.MountPoints > 0);
         if (--entry->second.MountPoints == 0)
             m_folders.erase(entry);
         return true;

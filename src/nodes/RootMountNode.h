@@ -50,7 +50,7 @@ public:
     {
     }
     const TMountFolders& Folders() const { return m_folders; }
-    /// The end of this node: nobody may use it any more.
+    /// Moves the folders out: the node must not be used afterwards.
     TMountFolders TakeFolders() { return std::move(m_folders); }
 
     unsigned Type() const override { return TResourceManager::kRootNode; }

@@ -1,6 +1,7 @@
 #include "profiles/ProfileFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <memory>
 #include <vector>
 
@@ -27,8 +28,8 @@ const TQvXIniEntry* FindElement(const TQvXIniEntry& section, const std::string& 
     return found != section.Children.end() ? found->get() : nullptr;
 }
 
-/// The upper-cased name of a mount that a profile can hold; "" of any other entry, which is left
-/// alone.
+/// The upper-cased name of a mount section that is complete; "" for any other entry, which stays
+/// unchanged.
 std::string MountName(const TQvXIniEntry& entry)
 {
     if (entry.Type != Kind::Section || entry.Name != kMountSection)
@@ -57,7 +58,7 @@ void MoveTo(TEntries& target, TEntries& entries)
     entries.clear();
 }
 
-/// The entries of section "profile", taken apart so that its mounts can be replaced.
+/// The entries of section "profile", grouped so that its mounts can be replaced.
 class TProfileParts
 {
 public:
@@ -123,6 +124,7 @@ private:
         const bool isPath = FindElement(*mount, "path") != nullptr;
         if (isPath != (FindElement(*old, "path") != nullptr))
             return mount;
+        assert(FindElement(*mount, "node") != nullptr);
         const std::string name = FindElement(*mount, "node")->Value;
         const auto tree = make_var<TQvXIniTree>();
         tree->Root.Children.push_back(std::move(old));
@@ -159,7 +161,9 @@ void PutProfileE(const var_a<TQvXIniTree*>& tree, const TQvResourceProfile& prof
         tree->Root.Children.begin(), tree->Root.Children.end(), [](const TEntry& entry) {
             return entry->Type == Kind::Section && entry->Name == kProfileSection;
         });
+    assert(section != tree->Root.Children.end());
     TProfileParts parts(std::move((*section)->Children));
+    assert(!fresh->Root.Children.empty());
     for (TEntry& entry : fresh->Root.Children.front()->Children)
         if (entry->Type == Kind::Section)
             parts.AddMount(std::move(entry));
@@ -207,7 +211,8 @@ TQvProfileNodes QvMergeProfileNodes(const TQvProfileNodes& before, const TQvProf
 
 TQvProfileNodes QvFollowProfileNodes(const TQvProfileNodes& own, const TQvProfileNodes& file)
 {
-    // What loading the own nodes would give: of keys that differ only in case the last one counts.
+    // The result of saving and loading the own nodes: of keys that differ only in case the last one
+    // counts.
     std::map<std::string, const TQvProfileNodes::value_type*> known;
     for (const auto& entry : own)
         known[toupper_locale(entry.first)] = &entry;
@@ -223,7 +228,8 @@ TQvProfileNodes QvFollowProfileNodes(const TQvProfileNodes& own, const TQvProfil
     for (const auto& [key, node] : own) {
         const auto found = file.find(toupper_locale(key));
         const TNode& inForce = known.at(toupper_locale(key))->second;
-        // A path that is not valid is written and never loaded: it tells nothing about others.
+        // An invalid path is written and never loaded: its absence does not mean that others
+        // removed it.
         const bool isUnchanged = found != file.end() && QvIsSameMount(inForce, found->second);
         if (isUnchanged || (node.Kind == kProfileNodePath && !node.Path.isPathValid()))
             nodes[key] = node;

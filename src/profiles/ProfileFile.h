@@ -26,9 +26,9 @@ public:
     /// What loading the file gives; empty without a file.
     const TQvResourceProfile& Content() const { return m_content; }
     /// The text with "remote" and the mounts of `profile`, in the order in which
-    /// TQvResourceProfile::SaveE writes them; a text that is new, or holds nothing else, is what
-    /// that writes. A comment goes with the mount that it stands before, and stays when the mount
-    /// goes.
+    /// TQvResourceProfile::SaveE writes them; a new text, or one with nothing else in it, equals
+    /// what that writes. A comment goes with the mount that it stands before, and stays when the
+    /// mount goes.
     std::string With(const TQvResourceProfile& profile);
 
 private:
@@ -37,14 +37,14 @@ private:
     TQvResourceProfile m_content;
 };
 
-/// Whether both describe the same mount; the volume does not count.
+/// Whether both describe the same mount; the volume is not compared.
 bool QvIsSameMount(const TQvResourceProfile::TNode& a, const TQvResourceProfile::TNode& b);
 
-/// `others` with what has changed from `before` to `own`: where both sides changed a mount, the own
-/// change counts.
+/// `others` with the changes from `before` to `own`: where both sides changed a mount, the own
+/// change wins.
 TQvProfileNodes QvMergeProfileNodes(const TQvProfileNodes& before, const TQvProfileNodes& own,
                                     TQvProfileNodes others);
 
-/// The mounts of the file, under the keys that `own` has for them; those that are new to `own` are
-/// under the keys of the file.
+/// The mounts of the file, under the keys that `own` has for them; new ones under the keys of the
+/// file.
 TQvProfileNodes QvFollowProfileNodes(const TQvProfileNodes& own, const TQvProfileNodes& file);

@@ -39,7 +39,7 @@ public:
     };
 
     std::string Name;    ///< set by the owner; neither read from nor written to the file
-    bool Remote = false; ///< taken over from a repository: mounting may not change it
+    bool Remote = false; ///< copied from a repository: mounting may not change it
     bool FreeSpaceIncomplete = false; ///< the free space of some node could not be counted
     std::uint64_t TotalFreeSpace =
         0; ///< bytes over the distinct volumes of the path nodes; 0 without a map
@@ -50,12 +50,12 @@ public:
     TQvResourceProfile(const TQvResourceProfile&) = default;
     TQvResourceProfile& operator=(const TQvResourceProfile&) = default;
     TQvResourceProfile(TQvResourceProfile&&) = default;
-    /// Takes everything over but the free-space map, which both share then.
+    /// Copies everything but the free-space map, which both then share.
     TQvResourceProfile& operator=(TQvResourceProfile&& other) noexcept;
     ~TQvResourceProfile() = default;
 
-    /// Replaces what the file bears by what `reader` holds. A mount without a name, without a path
-    /// or storage group, or with a path that is not valid is dropped. Throws the reader's
+    /// Replaces the content by that of the section of `reader`. A mount without a name, without a
+    /// path or storage group, or with a path that is not valid is dropped. Throws the reader's
     /// TQvMessage when section "profile" or its key "remote" is missing (then there are no nodes)
     /// and TQvUserBreak; nodes read before a failure stay.
     void LoadE(TQvXIniReader* reader, TQvProgressHandler* progress);

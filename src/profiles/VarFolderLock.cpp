@@ -41,7 +41,7 @@ TFolderKey KeyOfE(const TQvPath& folder, int* error)
     return {status.st_dev, status.st_ino};
 }
 
-/// For the note in the lock file; a process id says little without its machine.
+/// For the note in the lock file; a process id is only unique on its machine.
 std::string Owner()
 {
     return std::string(program_invocation_short_name) + "@" + TQvConfigData().getComputerName();

@@ -9,26 +9,26 @@
 #include "QvServicesExport.h"
 #include "QvStd/Result.h"
 
-/// The cause of a failure, and what it is about.
+/// The cause of a failure, and the id that it is about.
 struct QVSERVICES_API TQvFailure
 {
     int Error = 0;  ///< an errno; 0 for no failure
     std::string Id; ///< the resource or folder that it is about
-    /// The content has arrived, only the metadata of the resource has failed.
+    /// The content was copied; only the metadata of the resource failed.
     bool OfMetadata = false;
 
     /// `/A/secret: Permission denied`; "" for no failure.
     std::string text() const;
 };
 
-/// Whether something is there, and when that could not be found out, why. Converts to the existence
-/// code.
+/// Whether a resource or folder exists, and when that could not be found out, why. Converts to the
+/// existence code.
 struct TQvExistence
 {
     unsigned Kind = 0; ///< kResNothing, kResResource or kResFolder
     TQvResult Result;  ///< done, nothing or failed
 
-    /// So that it can stand where an existence code is wanted.
+    /// Converts to the existence code.
     operator unsigned() const { return Kind; } // NOLINT(google-explicit-constructor)
 };
 

@@ -40,9 +40,9 @@ bool TNameMask::Matches(std::string_view name) const
     return QvMatchesWildcards({upper, name.size()}, m_upperMask);
 }
 
-/// Whether bytes decide as Qt's characters do. In a name beyond ASCII a "?" may take more or less
-/// than one encoded character, long s and the Kelvin sign are "S" and "K" in other letter cases,
-/// and a byte order mark in front does not count.
+/// Whether comparing bytes gives the same result as Qt's characters. In a name beyond ASCII a "?"
+/// may take more or less than one encoded character, long s and the Kelvin sign are "S" and "K" in
+/// other letter cases, and a byte order mark in front does not count.
 bool TNameMask::IsEasy(std::string_view name) const
 {
     return IsAscii(name) || (!m_hasSingle && !Contains(name, u8"\u017F") &&
@@ -57,7 +57,7 @@ bool TNameMask::MatchesExpression(std::string_view name) const
             QRegularExpression::CaseInsensitiveOption);
         m_expression->optimize();
     }
-    // Asked first: a match would complain on standard error.
+    // Checked first: a match would print a warning on standard error.
     return m_expression->isValid() &&
            m_expression->match(QString::fromUtf8(name.data(), static_cast<int>(name.size())))
                .hasMatch();

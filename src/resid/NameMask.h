@@ -16,7 +16,7 @@ class TNameMask
 public:
     explicit TNameMask(const std::string& mask);
     ~TNameMask();
-    /// A name of a folder entry in UTF-8; bytes that are none count as one unknown character each.
+    /// A name of a folder entry in UTF-8; an invalid byte counts as one unknown character.
     bool Matches(std::string_view name) const;
 
 private:
@@ -24,9 +24,9 @@ private:
     bool MatchesExpression(std::string_view name) const;
 
     std::string m_mask;
-    std::string m_upperMask; ///< empty where Qt has to interpret the mask
+    std::string m_upperMask; ///< empty when only Qt can interpret the mask
     bool m_matchesAll;
     bool m_hasSingle; ///< a "?"
-    /// Made when a name needs it: that costs as much as matching hundreds of names.
+    /// Made when the first name needs it: compiling costs as much as matching hundreds of names.
     mutable std::unique_ptr<QRegularExpression> m_expression;
 };

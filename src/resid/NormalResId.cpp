@@ -1,6 +1,7 @@
 #include "resid/NormalResId.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
 
 #include "QvStd/ByteBlock.h"
@@ -10,13 +11,13 @@ namespace
 constexpr std::size_t kBlock = kQvByteBlockSize;
 constexpr std::size_t kWord = TNormalResId::kWordBits;
 
-/// Upper-cases blocks of an id and collects what is in them.
+/// Upper-cases blocks of an id and collects their separators and forbidden characters.
 class TPass
 {
 public:
     TPass(char* normal, std::uint64_t* slashes) : m_normal(normal), m_slashes(slashes) {}
 
-    /// Some bytes may come a second time.
+    /// Blocks may overlap.
     void Take(const char* from, std::size_t position)
     {
         TQvByteBlock bytes = QvLoadBytes(from);
@@ -69,6 +70,7 @@ TNormalResId::TNormalResId(std::string_view id, bool forbidWildcards)
         m_text = m_longText.data();
         m_slashes = m_longSlashes.data();
     }
+    assert(m_length <= Words() * kWordBits); // whole blocks are written
     std::fill_n(m_slashes, Words(), 0);
     TPass pass(m_text, m_slashes);
     if (m_length >= kBlock) {
@@ -77,7 +79,7 @@ TNormalResId::TNormalResId(std::string_view id, bool forbidWildcards)
         pass.Take(id.data() + m_length - kBlock, m_length - kBlock);
     } else if (m_length > 0) {
         char block[kBlock];
-        std::memset(block, 'A', kBlock); // what follows the id must not be refused
+        std::memset(block, 'A', kBlock); // the padding must not be refused
         std::memcpy(block, id.data(), m_length);
         pass.Take(block, 0);
     }
@@ -103,6 +105,6 @@ std::uint64_t QvHashNormalResId(std::string_view text)
     const char* const last = text.data() + text.size() - kStep;
     for (const char* bytes = text.data(); bytes < last; bytes += kStep)
         mix(bytes, kStep);
-    mix(last, kStep); // may take some bytes a second time
+    mix(last, kStep); // may overlap the word before
     return hash;
 }

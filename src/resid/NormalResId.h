@@ -1,5 +1,5 @@
-// The normal form of an id, as the resolution of ids needs it: made, checked and cut into parts in
-// one pass, without an allocation for ids of usual length.
+// The normal form of an id for the resolution of ids: made, checked and split in one pass, without
+// an allocation for ids of usual length.
 //
 // Thread-safety: plain values.
 #pragma once
@@ -16,11 +16,11 @@ public:
     TNormalResId(const TNormalResId&) = delete;
     TNormalResId& operator=(const TNormalResId&) = delete;
 
-    /// As QvIsValidResId says of the id.
+    /// Whether the id is valid, as QvIsValidResId.
     bool IsValid() const { return m_isValid; }
-    /// As QvNormalizeResId makes it; also of an id that is not valid.
+    /// The result of QvNormalizeResId, also for an id that is not valid.
     std::string_view Text() const { return {m_text, m_length}; }
-    /// Where the "/" stand: bit i of word w for the one at 64 * w + i.
+    /// The positions of "/": bit i of word w stands for position 64 * w + i.
     const std::uint64_t* Slashes() const { return m_slashes; }
     std::size_t Words() const { return (m_length + kWordBits - 1) / kWordBits; }
 
@@ -31,7 +31,7 @@ private:
 
     std::size_t m_length;
     bool m_isValid;
-    char* m_text; ///< with room for whole words
+    char* m_text; ///< the buffer ends at a whole word
     std::uint64_t* m_slashes;
     char m_usualText[kUsualWords * kWordBits];
     std::uint64_t m_usualSlashes[kUsualWords];
@@ -39,5 +39,5 @@ private:
     std::vector<std::uint64_t> m_longSlashes;
 };
 
-/// Of a normal form, or of any part of one; the same in one process only.
+/// The hash of a normal form or a part of one; it differs between processes.
 std::uint64_t QvHashNormalResId(std::string_view text);

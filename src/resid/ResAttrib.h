@@ -21,19 +21,18 @@ inline constexpr std::uint32_t kOriginRootNode = 3; ///< above the mount points
 /// Bits of the flags of a listing.
 inline constexpr unsigned kFindResources = 1;
 inline constexpr unsigned kFindFolders = 2;    ///< list folders
-inline constexpr unsigned kFindRecursive = 4;  ///< list what is in sub-folders, too
+inline constexpr unsigned kFindRecursive = 4;  ///< list the content of sub-folders, too
 inline constexpr unsigned kFindAttributes = 8; ///< fill size and times too
 inline constexpr unsigned kFindHidden = 16;    ///< names with a leading ".", too
-/// The mount points directly below, and the folders on the way to deeper ones, which the disk does
-/// not show; with kFindRecursive in each folder, and what lies in them. See
-/// TResourceManager::Find.
+/// The mount points directly below and the parent folders of deeper ones, which are not on the
+/// disk; with kFindRecursive in each folder, and their content. See TResourceManager::Find.
 inline constexpr unsigned kFindMounts = 32;
-inline constexpr unsigned kFindNoLink = 64; ///< a folder that is a symbolic link holds nothing
+inline constexpr unsigned kFindNoLink = 64; ///< a folder that is a symbolic link counts as empty
 
-/// What the name of a metadata sidecar has behind that of its resource.
+/// The suffix of a metadata sidecar, after the name of its resource.
 inline constexpr char kSidecarSuffix[] = ".meta";
 
-/// What is known of a resource or folder.
+/// The attributes of a resource or folder.
 struct TQvResAttrib
 {
     std::uint32_t Kind = 0;   ///< kResResource or kResFolder
@@ -46,7 +45,7 @@ struct TQvResAttrib
 /// An entry of a listing.
 struct TQvResFindItem
 {
-    std::string Id;      ///< a folder's id has no trailing "/": the kind tells
+    std::string Id;      ///< a folder's id has no trailing "/" either, see Attrib.Kind
     TQvResAttrib Attrib; ///< kind and origin; with kFindAttributes size and times, too
     /// False when the listing showed that a resource has no sidecar.
     bool MayHaveSidecar = true;

@@ -12,8 +12,7 @@ namespace
 constexpr std::size_t kNone = std::string::npos;
 
 /// The start of the segment before the one at `segment`, as far as a later "../" may remove it:
-/// never one that is itself a
-/// "../", so that a ".." never eats another "..".
+/// never one that is itself a "../", so that a ".." never removes another "..".
 std::size_t SegmentBefore(const std::string& id, std::size_t segment, std::size_t start)
 {
     if (segment == start || segment < 2)
@@ -134,7 +133,8 @@ std::string QvCompactResId(const std::string& id)
     while (pos < s.size()) {
         const std::size_t slash = s.find('/', pos);
         if (slash == kNone)
-            break; // what has no "/" behind it is never looked at: a bare ".." at the end stays
+            break; // a segment without a "/" after it is never resolved: a bare ".." at the end
+                   // stays
         const std::size_t length = slash - pos;
         if (length == 1 && s[pos] == '.') {
             s.erase(pos, 2);
@@ -222,7 +222,7 @@ TQvURL ResId2QvURL(const std::string& id)
 bool QvIsValidResId(const std::string& id, bool forbidWildcards)
 {
     if (id.empty())
-        return true; // an absent id passes
+        return true; // an empty id is valid
     const unsigned refused = kControl | kForbidden | (forbidWildcards ? kWildcard : kOrdinary);
     return id.front() == '/' && (ClassesIn(id) & refused) == 0 &&
            id.find("//") == std::string::npos;

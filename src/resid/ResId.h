@@ -22,7 +22,7 @@ QVSERVICES_API std::string QvExcludeTrailingSlash(const std::string& id);
 
 /// The form in which ids are compared: 'a' to 'z' upper-cased.
 QVSERVICES_API std::string QvNormalizeResId(const std::string& id);
-/// The same of the id's UTF-8 form.
+/// The same for the UTF-8 form of the id.
 QVSERVICES_API std::string QvNormalizeResId(const std::wstring& id);
 
 /// Up to and including the last "/"; "" when there is none.
@@ -46,8 +46,7 @@ QVSERVICES_API bool QvIsRelativeResId(const std::string& id);
 QVSERVICES_API bool QvIsDeeperRelativeResId(const std::string& id);
 
 /// `id` with "./" and "segment/../" removed. A "../" that has nothing to remove stays; the last
-/// segment, the one without a
-/// "/" behind it, is never looked at ("/A/B/.." stays).
+/// segment, the one without a "/" after it, is never resolved ("/A/B/.." stays).
 QVSERVICES_API std::string QvCompactResId(const std::string& id);
 /// `rel` as seen from the folder `base`, compacted; an absolute `rel` stands for itself.
 QVSERVICES_API std::string QvMergeResId(const std::string& base, const std::string& rel);
@@ -69,5 +68,5 @@ QVSERVICES_API TQvURL ResId2QvURL(const std::string& id);
 /// (and * ? when wildcards are forbidden) and without "//".
 bool QvIsValidResId(const std::string& id, bool forbidWildcards);
 /// Whether one name is valid: not empty, and without / \ " < > | : (and * ? when wildcards are
-/// forbidden). Control characters are let through here.
+/// forbidden). Control characters are allowed here.
 bool QvIsValidResNamePart(const std::string& name, bool forbidWildcards);

@@ -39,7 +39,8 @@ struct TBackupName
     }
     std::string Mask() const { return EscapeMask(Name) + kStampMask + EscapeMask(Extension); }
     std::string IdFor(TQvDateTime modified) const;
-    /// Masks take "a" and "A" for one, a disk may not: nobody else's backup is ever deleted.
+    /// Masks ignore letter case, a disk may not: only exact names count, so that backups of other
+    /// resources are never deleted.
     bool IsExactly(const std::string& backupId) const
     {
         const std::string found = QvExtractResName(backupId);
@@ -57,11 +58,7 @@ struct TBackupName
 std::string TBackupName::IdFor(TQvDateTime modified) const
 {
     const QDateTime local = modified.ToQDateTime();
-    const QDate date = local.date();
-    const QTime time = local.time();
-    return Korvadel::ssprintf("%s/%s.%04d-%02d-%02d.%02d-%02d-%02d%s", Folder.c_str(), Name.c_str(),
-                              date.year(), date.month(), date.day(), time.hour(), time.minute(),
-                              time.second(), Extension.c_str());
+    return Folder + "/" + Name + local.toString(".yyyy-MM-dd.hh-mm-ss").toStdString() + Extension;
 }
 
 std::vector<TQvResFindItem> FindBackups(const TBackupName& name)
@@ -80,7 +77,7 @@ TQvFailure Prune(const TBackupName& name, std::size_t keep)
 {
     const std::vector<TQvResFindItem> items = FindBackups(name);
     TQvFailure first = TResourceManager::LastFailure();
-    // A backup without a time would pass for the oldest.
+    // A backup without a time would count as the oldest.
     if (first.Error != 0)
         return first;
     std::map<TQvDateTime, std::string> backups; // oldest first; two of one time count once
@@ -108,15 +105,15 @@ std::string MakeResourceBackup(const std::string& resId, std::size_t keep)
         throw TQvMessage(std::string(kBackupResource) + "Invalid resource ID");
     }
     if (keep == 0) {
-        ResourceManager.DeleteResource(resId); // keeping none means that none is made
+        ResourceManager.DeleteResource(resId); // keeping none means making none
         return {};
     }
     const TBackupName name(resId);
     if (!ResourceManager.CreateFolder(name.Folder))
         throw TQvMessage(kBackupResource + QvResourceString("global.ErrCreateBackupFolder"));
     const TQvFailure unpruned = Prune(name, keep);
-    // The stamp says when the content was written, not when it was put aside. Without it, and when
-    // the move fails, the resource stays: the caller sees whether the id is free, and why not.
+    // The stamp is the time of the content, not of the backup. Without it, and when the move fails,
+    // the resource stays: the caller sees that the id is not free, and LastFailure has the cause.
     TQvResAttrib attrib;
     if (!ResourceManager.GetResourceAttr(resId, &attrib))
         return {};

@@ -23,6 +23,6 @@ QVSERVICES_API void BackupResource(const std::string& resId, std::size_t keep);
 QVSERVICES_API std::string MakeResourceBackup(const std::string& resId, std::size_t keep);
 
 /// The backups of a resource, whether or not it is there itself, with their attributes, the oldest
-/// content first. LastFailure tells when not all of them could be found. Throws a TQvMessage for an
-/// id that is not valid or that no mount node answers for.
+/// content first. LastFailure has the cause when not all of them could be found. Throws a
+/// TQvMessage for an id that is not valid or that no mount node answers for.
 QVSERVICES_API std::vector<TQvResFindItem> FindResourceBackups(const std::string& resId);

@@ -15,11 +15,11 @@
 
 /// The id of the marker of a resource: `resId` and ".done".
 QVSERVICES_API std::string GetDoneResId(const std::string& resId);
-/// The URL of the marker of what `url` leads to.
+/// The URL of the marker of the resource at `url`.
 QVSERVICES_API TQvURL GetDoneURL(const TQvURL& url);
 
-/// True when the marker was read; `*ok` tells what it says and is false otherwise. Its first 15
-/// bytes count.
+/// True when the marker was read; `*ok` is its content, and false otherwise. Its first 15 bytes
+/// count.
 QVSERVICES_API bool GetResDoneResult(const std::string& doneResId, bool* ok);
 /// The same for a URL of any scheme.
 QVSERVICES_API bool GetDoneResult(const TQvURL& doneUrl, bool* ok);

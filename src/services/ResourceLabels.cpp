@@ -64,10 +64,10 @@ std::int64_t AgeOf(const TQvDateTime& time)
            time.Milliseconds();
 }
 
-/// The state of a resource that a label can tell from the next one: two changes within one tick of
-/// the file system's clock have the same time, so the last one must lie longer ago than a tick
-/// lasts. A time in the future is not waited for. False when there is no such resource, or it is
-/// changed all the time.
+/// A state of a resource that differs from the next one in its time: two changes within one tick of
+/// the file system's clock have the same time, so the last change must be older than a tick. A time
+/// in the future is not waited for. False when there is no such resource, or it is changed all the
+/// time.
 bool SettledState(const std::string& resId, TQvResAttrib* attrib)
 {
     constexpr std::int64_t kTick = 20;
@@ -235,8 +235,8 @@ bool ReadResResourceLabel(const std::string& resId, TQvResourceLabel* label)
 
 bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& label)
 {
-    // Opening creates a missing sidecar, and says whether it may be written. It is closed again:
-    // the new document takes the place of the file.
+    // Opening creates a missing sidecar and checks that it may be written. It is closed again,
+    // since the new document replaces the file.
     if (!OpenMetadata(resId, kQvOpenReadWrite))
         return false;
     const std::string file = ResourceManager.GetResourceFile(resId, false);

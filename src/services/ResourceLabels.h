@@ -28,15 +28,15 @@ QVSERVICES_API bool ComputeResResourceLabel(const std::string& resId, TQvResourc
 /// Size and checksum from an open stream, which ends up behind its content; the time is 0. When the
 /// stream cannot go to its start or cannot be read to its end, false; LastFailure has the cause.
 QVSERVICES_API bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label);
-/// The time only; size and checksum are left as they are. With SC1 a full label for who holds an
-/// open stream.
+/// The time only; size and checksum are left as they are. Together with SC1 it gives a full label
+/// for an open stream.
 QVSERVICES_API bool ComputeResResourceLabelSC2(const std::string& resId, TQvResourceLabel* label);
 
 /// Whether size and time still match.
 QVSERVICES_API bool WeakCheckResResourceLabel(const TQvResourceLabel& label,
                                               const std::string& resId);
-/// Whether size, time and checksum still match; the stream is at its start afterwards when it got
-/// as far as the checksum. False with the cause in LastFailure, too, when it cannot be read.
+/// Whether size, time and checksum still match; the stream is at its start afterwards when the
+/// checksum was compared. False with the cause in LastFailure, too, when it cannot be read.
 QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
                                                 const std::string& resId, TQvStream* stream);
 

@@ -20,7 +20,7 @@ QVSERVICES_API var_a<TQvXIniStreamReader*> GetResXIniReaderE(const std::string& 
                                                              TQvProgressHandler* progress);
 
 /// Creates or truncates the resource at once; the document is written when the writer is committed
-/// or goes. Empty when it does not open.
+/// or destroyed. Empty when it does not open.
 QVSERVICES_API var_a<TQvXIniStreamWriter*> GetResXIniWriter(const std::string& resId);
 /// As GetResXIniWriter; throws the manager's TQvMessage when the resource does not open.
 QVSERVICES_API var_a<TQvXIniStreamWriter*> GetResXIniWriterE(const std::string& resId);

@@ -3,8 +3,8 @@
 /// applying settings.
 ///
 /// Thread-safety: a state belongs to one thread. Processes and threads exclude each other by the
-/// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes for
-/// itself; whoever holds it from ReloadState to SaveState sees no change of others in between.
+/// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes; a caller
+/// that holds it from ReloadState to SaveState sees no change by others in between.
 #pragma once
 
 #include <cstdint>
@@ -33,14 +33,14 @@ public:
         std::string CurrentProfile;               ///< its name; empty for none
         std::string SelectedProfile;              ///< what the dialog shows; not saved
         std::vector<TQvResourceProfile> Profiles; ///< sorted as they were read
-        /// By upper-cased name. The pointers die when Profiles changes: call BuildIndex after each
-        /// change.
+        /// By upper-cased name. The pointers are invalid after Profiles has changed: call
+        /// BuildIndex after each change.
         std::map<std::string, TQvResourceProfile*> ProfileIndex;
         var_a<TQvFreeSpaceMap*> FreeSpaceMap; ///< shared by all profiles; made by ReloadState
         std::map<std::int64_t, TQvResourceProfile*> ProfilesById; ///< for the dialog's list
         std::map<TQvResourceProfile*, std::int64_t> ProfileIds;   ///< the reverse
         /// True after a loading that listed all profiles. Without one, or after one that failed or
-        /// was cancelled, SaveState refuses: it would take what was not seen for removed.
+        /// was cancelled, SaveState refuses: it would delete profiles that were not loaded.
         bool Listed = false;
         /// What the state was loaded from, or was saved to last: SaveState writes only what differs
         /// from it.
@@ -56,7 +56,7 @@ public:
             std::string Failure;
             bool IsPolicyUnread = false;
         };
-        TLoaded Loaded; ///< kept by ReloadState and SaveState
+        TLoaded Loaded; ///< set by ReloadState and SaveState
 
         TCPState();
         ~TCPState();
@@ -64,6 +64,8 @@ public:
         TCPState& operator=(const TCPState&) = delete;
         /// Makes ProfileIndex, ProfilesById and ProfileIds anew from Profiles.
         void BuildIndex();
+        /// The profile of that name, letter case aside; null when the index has none.
+        TQvResourceProfile* FindProfile(const std::string& name) const;
     };
 
     // Folders. None of these throws.
@@ -72,11 +74,12 @@ public:
     /// registry's with a trailing slash, else empty. `common` (may be null) says which scope is
     /// wanted and receives the one found.
     static TQvPath GetVARFolder(bool* common);
-    /// As GetVARFolder, with the default folder under the home folder when nothing is configured;
-    /// empty only where there is no home folder either.
+    /// As GetVARFolder, with GetDefaultVARFolder when nothing is configured.
     static TQvPath GetQvVARFolder(bool* common);
+    /// The default VAR folder under the home folder; empty where there is no home folder.
+    static TQvPath GetDefaultVARFolder();
     /// The repository named in the VAR folder's policy file, with a trailing slash; empty when
-    /// there is none. With `switchedOff` the one that is remembered though not in use.
+    /// there is none. With `switchedOff` the repository that is configured but not in use.
     static TQvPath GetRepositoryFolder(TQvPath varFolder, bool switchedOff);
     /// Whether the first-run set-up must run: there is no usable configured VAR folder, or its
     /// repository is not readable.
@@ -88,21 +91,21 @@ public:
     // The state of all profiles.
 
     /// Loads the state after taking over what the repository publishes. A profile that cannot be
-    /// read is left out (and SaveState would remove it). Throws only when the user breaks off
-    /// (TQvUserBreak, or the failure that came at the same time), with an empty state.
+    /// read is left out (and SaveState would remove it). Throws only when the user cancels
+    /// (TQvUserBreak, or a failure at the same time), with an empty state.
     static void ReloadState(TCPState& state, TQvProgressHandler* progress);
     /// Writes back, under the lock of the VAR folder, what changed since the loading, and removes
     /// the folders that were there then and whose profiles are not in the index any more; one that
-    /// cannot be removed is logged, one whose name is no profile name is left alone. What others
-    /// changed meanwhile stays: their profiles, their mounts in a profile that changed here, too,
+    /// cannot be removed is logged, one whose name is no profile name stays. Changes by others
+    /// since the loading stay: their profiles, their mounts in a profile that changed here, too,
     /// and their choice of the current profile unless it changed here. Throws a TQvMessage on the
     /// first failure; nothing is rolled back. A VAR folder or a name that is not valid, a state
-    /// that is not Listed and a policy file that cannot be read, or could not be when the state
-    /// was loaded, are refused before anything is touched.
+    /// that is not Listed and a policy file that cannot be read, or could not be when the state was
+    /// loaded, are refused before anything is touched.
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);
-    /// BuildIndex of `state`, for callers that changed its Profiles.
+    /// Calls BuildIndex of `state`, after its Profiles were changed.
     static void RefreshProfilesState(TCPState& state);
     /// Adds (or replaces) the node "/<base name of the folder>" of an existing profile; does
     /// nothing when there is no such profile.

@@ -35,8 +35,8 @@ std::string ReadRepositoryE(const TQvPath& varFolder, const char* key)
     return reader->Read(reader->FindF(key), std::string());
 }
 
-/// Whether something is there that is a folder or not. Throws a TQvMessage when that cannot be
-/// found out.
+/// Whether a folder, or with `isFolder` false a file, exists. Throws a TQvMessage when that cannot
+/// be found out.
 bool ExistsE(const TQvPath& path, bool wantsFolder)
 {
     bool isFolder = false;
@@ -46,7 +46,7 @@ bool ExistsE(const TQvPath& path, bool wantsFolder)
     return exists && isFolder == wantsFolder;
 }
 
-/// The names are read only to prove that they can be.
+/// Reads the names only to check that they can be read.
 void CheckProfileListE(const TQvPath& folder)
 {
     const auto reader = GetXIniReader(folder / kProfilesFolder / kProfileListFile);
@@ -60,7 +60,7 @@ void CheckProfileListE(const TQvPath& folder)
 TQvPath TQvCPUtils::GetVARFolder(bool* common)
 {
     try {
-        // What the caller wants, before the setting's own scope takes its place.
+        // The wanted scope, before the scope that was found replaces it.
         const bool wantCommon = common == nullptr || *common;
         TQvPath folder = QvVarFolderSettingE(wantCommon, common);
         return folder.isPathValid() ? folder : ReadRegistry(wantCommon, common);
@@ -72,8 +72,11 @@ TQvPath TQvCPUtils::GetVARFolder(bool* common)
 TQvPath TQvCPUtils::GetQvVARFolder(bool* common)
 {
     TQvPath folder = GetVARFolder(common);
-    if (!folder.isPathEmpty())
-        return folder;
+    return folder.isPathEmpty() ? GetDefaultVARFolder() : folder;
+}
+
+TQvPath TQvCPUtils::GetDefaultVARFolder()
+{
     const TQvPath home = TQvPath::homeDir();
     return home.isPathEmpty() ? home : home / ".config/velmor" / "KORVADELAirlane7.VAR";
 }

@@ -1,5 +1,6 @@
 // Saving the state of all profiles.
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 #include <memory>
 
@@ -32,7 +33,7 @@ void CheckSavableE(const TCPState& state)
     if (!state.Listed)
         throw TQvMessage(
             QvFolderMessage("global.ErrProfilesUnread", state.VarFolder / kProfilesFolder));
-    // The choice of a current profile that was not seen must not be overwritten.
+    // A current profile that could not be read must not be overwritten.
     if (!state.Remote && state.Loaded.IsPolicyUnread)
         throw TQvMessage("@%1%") << state.Loaded.Failure;
     for (const TQvResourceProfile& profile : state.Profiles) {
@@ -78,15 +79,16 @@ std::string ListOf(const std::vector<std::string>& names)
     return QvFormatXIniTree(tree);
 }
 
-/// Writes what differs between a state and what it was loaded from, on top of what others have
-/// changed on the disk meanwhile. Needs the lock of the VAR folder.
+/// Writes the differences between a state and what it was loaded from, merged with changes of
+/// others on the disk. Needs the lock of the VAR folder.
 class TStateSaver
 {
 public:
     explicit TStateSaver(TCPState& state)
         : m_state(state), m_isElsewhere(state.Loaded.VarFolder != state.VarFolder)
     {
-        // Nothing of another folder was seen: nothing is removed there, everything is written.
+        // The state was not loaded from this folder: nothing is removed here, everything is
+        // written.
         if (m_isElsewhere)
             m_state.Loaded = {};
     }
@@ -107,10 +109,7 @@ public:
     }
 
 private:
-    bool IsInState(const std::string& name) const
-    {
-        return m_state.ProfileIndex.count(toupper_locale(name)) != 0;
-    }
+    bool IsInState(const std::string& name) const { return m_state.FindProfile(name) != nullptr; }
 
     bool WasSeen(const std::string& name) const { return m_state.Loaded.Folders.count(name) != 0; }
 
@@ -122,7 +121,7 @@ private:
                                                                         : nullptr;
     }
 
-    /// Whether a folder in which no profile could be read holds one now.
+    /// Whether a folder in which no profile could be read has one now.
     bool HasBecomeProfile(const std::string& name) const
     {
         try {
@@ -134,10 +133,11 @@ private:
         }
     }
 
-    /// A folder that stays shows up again as a profile: it is logged, and keeps nothing else from
-    /// being saved.
+    /// A folder that cannot be removed appears as a profile again: it is logged, and the rest is
+    /// saved.
     void RemoveDroppedProfiles() const
     {
+        assert(m_state.Listed); // else profiles that were not loaded would be removed
         for (const auto& [name, loaded] : m_state.Loaded.Folders) {
             const TQvPath folder = m_state.VarFolder / kProfilesFolder / name;
             std::string error;
@@ -156,8 +156,8 @@ private:
             return;
         QvForceDirectoriesE(m_state.VarFolder / kProfilesFolder / profile.Name);
         const TQvPath path = QvProfileFile(m_state.VarFolder, profile.Name);
-        // Nothing to be kept: elsewhere, or where a file could not be read when the state was
-        // loaded.
+        // Nothing of the file is kept in another folder, or when the file could not be read at the
+        // loading.
         const bool isWhole = m_isElsewhere || (loaded == nullptr && WasSeen(profile.Name) &&
                                                !HasBecomeProfile(profile.Name));
         QvChangeFileE(path, [&](const std::optional<std::string>& text) {
@@ -210,8 +210,8 @@ private:
             loaded.PolicyProfile = loaded.CurrentProfile = m_state.CurrentProfile;
     }
 
-    /// What others have added to the files stays unknown to the state, so that its next saving does
-    /// not take it for removed.
+    /// Additions by others are not recorded in the state, so that its next saving does not remove
+    /// them.
     void RememberProfiles() const
     {
         TCPState::TLoaded& loaded = m_state.Loaded;
@@ -231,7 +231,7 @@ private:
 
 void TQvCPUtils::SaveState(TCPState& state)
 {
-    // All that can be refused is refused before the first profile is touched.
+    // All checks come before the first profile is changed.
     CheckSavableE(state);
     const TQvVarFolderLock lock(state.VarFolder);
     if (!state.Remote)

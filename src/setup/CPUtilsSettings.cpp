@@ -51,7 +51,7 @@ bool CheckWritable(const TQvPath& folder, std::string& error)
     const TQvPath path = folder / "$cp.tmp";
     if (path.rmFile()) {
         TQvFileStream probe(path, kQvOpenCreate, kQvShareAll);
-        // The folder is not asked for it: another process that makes the same check may have
+        // Not checked by reading the folder: another process that makes the same check may have
         // removed it.
         if (probe && probe.Close()) {
             path.rmFile();
@@ -63,7 +63,7 @@ bool CheckWritable(const TQvPath& folder, std::string& error)
 
 bool RemoveCommonSetting(const std::string& key)
 {
-    // A registry file that cannot be read has no say, and is no reason to refuse.
+    // A registry file that cannot be read counts as empty and is no reason to refuse.
     return TQvRegMan::removeEntry(TQvRegKey::Common, key, kValueName) ||
            TQvRegMan::readString(TQvRegKey::Common, key, kValueName).empty();
 }
@@ -97,8 +97,8 @@ void PutAsideE(const std::string& file)
     }
 }
 
-/// A policy file that cannot be read does not keep the settings from being applied: it is put
-/// aside, and a new one is begun.
+/// A policy file that cannot be read is renamed, and a new one is begun, so that the settings can
+/// be applied.
 void PutUnreadablePolicyAsideE(const TQvPath& file)
 {
     try {
@@ -118,7 +118,7 @@ void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPat
     QvChangeFileE(file, [&](const std::optional<std::string>& text) {
         const var_a<TQvXIniTree*> tree = QvParsePolicyE(file, text);
         TQvXIniTreeWriter policy(tree);
-        // The key of a repository that is switched off remembers it.
+        // This key stores a repository that is switched off.
         const char* key = useRepository ? kRepositoryKey : kSwitchedOffRepositoryKey;
         const char* otherKey = useRepository ? kSwitchedOffRepositoryKey : kRepositoryKey;
         if (!policy.Write(policy.FindCreateF(key), repository.addSlash().toSysStr()))
@@ -139,7 +139,7 @@ bool TQvCPUtils::PerformOK(const TQvPath& varFolder, bool common, bool useReposi
         (useRepository && !CheckRepository(repository, error)) || !CheckWritable(varFolder, error))
         return false;
     for (const char* name : {"Config", "Logs", kProfilesFolder, "Tmp", "UserData"})
-        (varFolder / name).makePath(true); // whoever needs a missing one reports it then
+        (varFolder / name).makePath(true); // a later use of a missing one reports it
     if (!StoreVarFolder(varFolder, common, error))
         return false;
     StoreRepositoryE(varFolder, useRepository, repository);

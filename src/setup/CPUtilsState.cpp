@@ -50,7 +50,7 @@ bool HasNoProfileE(const TQvPath& folder)
 
 /// Takes over one published profile, marked as remote. The file is written once, mark included, so
 /// that no process sees a copy without it; and only when it changes. False when the repository has
-/// no readable file of it: what is there locally stays then.
+/// no readable file of it: the local file stays then.
 bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std::string& name)
 {
     const var_a<TQvXIniTree*> tree = ReadQvXIniTree(QvProfileFile(repository, name));
@@ -95,8 +95,8 @@ void CopyPublishedProfilesE(TCPState& state, TQvProgress& progress, TNames& copi
     step.Stop();
 }
 
-/// A failed copy ends the copying and never the loading; a user who breaks off here is heard by the
-/// first profile that is read.
+/// A failed copy ends the copying and never the loading; a user break here takes effect when the
+/// first profile is read.
 TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
 {
     TNames copied;
@@ -107,7 +107,7 @@ TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
     return copied;
 }
 
-/// Loading goes on without what cannot be read; that it was there must not be forgotten.
+/// Loading goes on without a file that cannot be read, and records that the file exists.
 void NoteFailure(TCPState& state, const std::exception& failure)
 {
     if (state.Loaded.Failure.empty())
@@ -173,7 +173,7 @@ TQvResourceProfile LoadProfileE(const TCPState& state, const std::string& name,
     return profile;
 }
 
-/// Appends the profile, unless it cannot be read. Throws only when the user breaks off.
+/// Appends the profile, unless it cannot be read. Throws only when the user cancels.
 void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgress& progress,
                  TQvProgressVar step)
 {
@@ -185,7 +185,7 @@ void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgr
         step.Report(1.0);
         step.Stop();
         state.Loaded.Folders[name] = profile;
-        profile.Remote = remote; // where it comes from counts, and not what the file says
+        profile.Remote = remote; // the origin decides, not the file
         state.Profiles.push_back(std::move(profile));
     } catch (const TQvUserBreak&) {
         throw;
@@ -215,12 +215,6 @@ void LoadProfilesE(TCPState& state, const TNames& copied, TQvProgress& progress)
         throw;
     }
 }
-
-TQvResourceProfile* FindProfile(const TCPState& state, const std::string& name)
-{
-    const auto found = state.ProfileIndex.find(toupper_locale(name));
-    return found != state.ProfileIndex.end() ? found->second : nullptr;
-}
 } // namespace
 
 TQvCPUtils::TCPState::TCPState() : FreeSpaceMap(TQvFreeSpaceMap::VCreate()) {}
@@ -232,6 +226,12 @@ void TQvCPUtils::TCPState::BuildIndex()
     ProfileIndex.clear();
     for (TQvResourceProfile& profile : Profiles)
         ProfileIndex[toupper_locale(profile.Name)] = &profile;
+}
+
+TQvResourceProfile* TQvCPUtils::TCPState::FindProfile(const std::string& name) const
+{
+    const auto found = ProfileIndex.find(toupper_locale(name));
+    return found != ProfileIndex.end() ? found->second : nullptr;
 }
 
 void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
@@ -249,7 +249,7 @@ void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
     state.Loaded.PolicyProfile = state.CurrentProfile;
     LoadProfilesE(state, copied, progress);
     state.BuildIndex();
-    if (FindProfile(state, state.CurrentProfile) == nullptr)
+    if (state.FindProfile(state.CurrentProfile) == nullptr)
         state.CurrentProfile.clear();
     state.Loaded.CurrentProfile = state.CurrentProfile;
     state.SelectedProfile = state.CurrentProfile;
@@ -273,7 +273,7 @@ void TQvCPUtils::RefreshProfilesState(TCPState& state)
 void TQvCPUtils::AddNodeState(const TQvPath& folder, const std::string& profileName,
                               TCPState& state)
 {
-    TQvResourceProfile* profile = FindProfile(state, profileName);
+    TQvResourceProfile* profile = state.FindProfile(profileName);
     if (profile == nullptr)
         return;
     TQvResourceProfile::TNode node;
@@ -286,7 +286,7 @@ void TQvCPUtils::AddNodeState(const TQvPath& folder, const std::string& profileN
 
 bool TQvCPUtils::RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state)
 {
-    TQvResourceProfile* profile = FindProfile(state, profileName);
+    TQvResourceProfile* profile = state.FindProfile(profileName);
     if (profile == nullptr)
         return false;
     TNames serials;

@@ -1,4 +1,4 @@
-// What lies where in a VAR folder, and the reading that all of the configuration back end shares.
+// The layout of a VAR folder, and the reading functions that the configuration back end shares.
 //
 // Thread-safety: as QvConfig.
 #pragma once
@@ -24,11 +24,11 @@ inline constexpr char kProfileFile[] = "profile.x-ini";
 /// The VAR folder setting of the configuration, which may be no valid path; the arguments are those
 /// of TQvConfigData::getVarFolderSetting. Throws std::runtime_error "@QvConfigData is not
 /// initialized" when there is no configuration object, and a TQvMessage when a registry file that
-/// may hold the setting cannot be read.
+/// may contain the setting cannot be read.
 TQvPath QvVarFolderSettingE(bool wantCommon = true, bool* isCommon = nullptr);
 
-/// The policy file; an empty tree when the file is missing. Throws a TQvMessage that names the
-/// file, and the line, when it cannot be read or is malformed.
+/// The policy file; an empty tree when the file is missing. Throws a TQvMessage that names the file
+/// and the line when it cannot be read or is malformed.
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file);
 /// The same of its content.
 var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std::string>& content);
@@ -36,21 +36,21 @@ var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std:
 /// The name of the current profile in a policy file; "" when there is none.
 std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);
 
-/// Whether a folder of that name may lie in the profiles folder: nothing that leads elsewhere, and
-/// not the name of the list that lies there.
+/// Whether a folder of that name may lie in the profiles folder: no path out of it, and not the
+/// name of the list of profiles.
 bool QvIsProfileName(const std::string& name);
 /// Where the profile lies in a VAR folder or a repository.
 TQvPath QvProfileFile(const TQvPath& folder, const std::string& name);
 /// Whether a folder, or a file of another kind, is there. Throws a TQvMessage that names it when
 /// that cannot be found out.
 bool QvIsThereE(const std::string& path, bool asFolder);
-/// Whether the folder of that name holds a profile file; the name may be no profile name. Throws as
-/// QvIsThereE.
+/// Whether the folder of that name contains a profile file; the name may be no profile name. Throws
+/// as QvIsThereE.
 bool QvHoldsProfileE(const TQvPath& folder, const std::string& name);
 
 /// The folder with its missing parents, on the disk. Throws a TQvMessage that names it when that
 /// failed.
 void QvForceDirectoriesE(const TQvPath& folder);
 
-/// A text of this module with the folder in its place.
+/// A message of this module about the folder.
 std::string QvFolderMessage(const std::string& key, const TQvPath& folder);

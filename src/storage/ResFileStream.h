@@ -1,5 +1,4 @@
-// The two concrete resource streams. Both are file streams that are opened after construction, by
-// who made them.
+// The two concrete resource streams. Both are file streams; the code that constructs one opens it.
 //
 // Thread-safety: one stream belongs to one thread at a time.
 #pragma once

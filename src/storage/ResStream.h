@@ -1,5 +1,5 @@
 /// @file
-/// Streams that know which resource they belong to.
+/// Streams that carry the id of their resource.
 ///
 /// Thread-safety: one stream belongs to one thread at a time.
 #pragma once
@@ -13,8 +13,8 @@
 inline constexpr unsigned kStreamPlainFile = 1;
 inline constexpr unsigned kStreamStorage = 2; ///< a stream of a resource storage
 
-/// What every opened resource is: a module that is given a TQvStream finds out its resource with a
-/// dynamic cast.
+/// The type of every opened resource: a module with a TQvStream gets its resource by a dynamic
+/// cast.
 class QVSERVICES_API TQvResStream : public virtual TQvURLStream
 {
 public:
@@ -25,13 +25,13 @@ public:
     virtual unsigned Type() const = 0;
     ~TQvResStream() override;
 
-    /// The resource, as it was opened.
+    /// The id with which the resource was opened.
     const std::string& ResId() const;
 
 protected:
-    /// For the most derived class, which initializes the virtual base.
+    /// The most derived class initializes the virtual base.
     static TQvURL ResourceURL(const std::string& id);
 
 private:
-    mutable std::string m_id; ///< made of the URL when it is first asked for
+    mutable std::string m_id; ///< made from the URL on first use
 };

@@ -11,7 +11,7 @@ namespace
 const char* OpenErrorKey(qvOpenMode mode)
 {
     switch (mode) {
-    case kQvOpenAppend:
+    case kQvOpenWriteOrCreate:
     case kQvOpenReadWrite:
         return "Err_OpenWriteFile_name";
     case kQvOpenWrite:
@@ -40,21 +40,21 @@ TQvURL TQvURLResourceHandler::CreateURL(const std::string& prefix, const std::st
 }
 
 var_a<TQvStream*> TQvURLResourceHandler::OpenURL(const TQvURL& url, qvOpenMode mode,
-                                                 qvShareMode share, unsigned long flags)
+                                                 qvShareMode share, unsigned long sizeHint)
 {
     const std::string path = URL2Path(url);
     if (!ResourceManager.IsReachable(path))
         return {};
-    var_a<TQvStream*> stream = ResourceManager.OpenResource(path, mode, share, flags);
+    var_a<TQvStream*> stream = ResourceManager.OpenResource(path, mode, share, sizeHint);
     if (stream && !*stream)
         stream.reset();
     return stream;
 }
 
 var_a<TQvStream*> TQvURLResourceHandler::OpenURLE(const TQvURL& url, qvOpenMode mode,
-                                                  qvShareMode share, unsigned long flags)
+                                                  qvShareMode share, unsigned long sizeHint)
 {
-    var_a<TQvStream*> stream = OpenURL(url, mode, share, flags);
+    var_a<TQvStream*> stream = OpenURL(url, mode, share, sizeHint);
     if (!stream || !*stream)
         throw QvMsg_helper(OpenErrorKey(mode)) << url.std_str();
     return stream;

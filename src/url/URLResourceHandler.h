@@ -1,7 +1,7 @@
 // The handler of the scheme "qvres": every resource is reachable as "qvres:" followed by its id.
 //
-// Each operation turns its URLs into ids and forwards to the global ResourceManager, whose failures
-// are its own. A URL of another scheme becomes the empty id.
+// Each operation turns its URLs into ids and forwards to the global ResourceManager, which reports
+// the failures. A URL of another scheme becomes the empty id.
 //
 // Thread-safety: without state; as the manager's operations.
 #pragma once
@@ -13,7 +13,7 @@
 class TQvURLResourceHandler : public TQvURLHandler
 {
 public:
-    /// For handlers derived from this one: the base has no virtual destructor.
+    /// Virtual for derived handlers: the base class has no virtual destructor.
     virtual ~TQvURLResourceHandler() = default;
 
     void Init() override {}
@@ -21,11 +21,11 @@ public:
     /// An open stream, or an empty reference; never throws for an id that is not valid or that no
     /// mount node answers for.
     var_a<TQvStream*> OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                              unsigned long flags) override;
-    /// Opens through OpenURL, so that a derived handler's own is used. Throws a TQvMessage that
-    /// names the URL.
+                              unsigned long sizeHint) override;
+    /// Opens through the virtual OpenURL, so that a derived handler's override is used. Throws a
+    /// TQvMessage that names the URL.
     var_a<TQvStream*> OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                               unsigned long flags) override;
+                               unsigned long sizeHint) override;
     var_a<TQvStream*> OpenResourceMeta(const TQvURL& url, qvOpenMode mode,
                                        qvShareMode share) override;
     bool CopyResourceMeta(const TQvURL& from, const TQvURL& to) override;
@@ -42,8 +42,7 @@ public:
     bool GetResourceLabelWeak(const TQvURL& url, TQvResourceLabel* label) override;
     std::string GetURLFile(const TQvURL& url, bool createIfMissing) override;
     std::string GetURLFolder(const TQvURL& url) override;
-    /// The id in the URL, byte for byte; "" when the URL is not of this scheme, whose name is
-    /// compared exactly.
+    /// The id in the URL, byte for byte; "" when the URL has another scheme (compared exactly).
     std::string URL2Path(const TQvURL& url) override;
     bool GetURLAttr(const TQvURL& url, TQvURLAttrib* attributes) override;
 };

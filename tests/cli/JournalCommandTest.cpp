@@ -50,7 +50,7 @@ TEST_F(TJournalCommandTest, VerifiesWithoutChanging)
     const TQvLockFile lock(m_temp / "s\\$QvStorage.lock", true, "somebody", 0);
     for (const std::string operation : {"verify s", "load s", "add s /A", "merge s"})
         Expect({{"$QVRES --var var journal " + operation + " 2>&1 | sed 's/process .*/process/'",
-                 "qvres: cannot lock $T/s\\$QvStorage.lock: it is held by somebody (process\n"}});
+                 "qvres: cannot lock $T/s\\$QvStorage.lock: it is locked by somebody (process\n"}});
 }
 
 TEST_F(TJournalCommandTest, RepairsNothingThatItCouldNotRead)
@@ -63,7 +63,7 @@ TEST_F(TJournalCommandTest, RepairsNothingThatItCouldNotRead)
     };
     {
         const TQvFileStream busy(TQvPath(m_temp / "s/$QvStorage.list"), kQvOpenReadWrite, 0);
-        fails("$QVRES --var var", "another program holds it");
+        fails("$QVRES --var var", "another program has locked it");
     }
     const std::string trace = "ASAN_OPTIONS=detect_leaks=0 strace -o trace -e trace=fsync,openat,"
                               R"(pread64 -P "$T/$J" -P "$T/s" -e inject=)";
@@ -74,7 +74,7 @@ TEST_F(TJournalCommandTest, RepairsNothingThatItCouldNotRead)
              "0\nwhole\n"}});
 }
 
-TEST_F(TJournalCommandTest, CutsWhatIsTornAndReportsBadSettings)
+TEST_F(TJournalCommandTest, CutsATornTailAndReportsBadSettings)
 {
     Expect({{R"(j add s /A; printf '/B?' >>"$J"; j add s /C; j load s)", "/A\tA\n/C\tC\n"},
             {R"(printf '/B?b\r\n*1' >>"$J"; j load s; j verify s)", "/A\tA\n/C\tC\nwhole\n"},
@@ -83,22 +83,21 @@ TEST_F(TJournalCommandTest, CutsWhatIsTornAndReportsBadSettings)
     Configure("StDirLockTimeout\n");
     Expect({{"qvres --var var journal load s",
              "/A\tA\n/C\tC\n0: \"$T/var/Config/ResourceManager.x-ini\" is not well formed: line 1: "
-             "it is "
-             "no key (there is no \"=\"), no section and no comment."}});
+             "expected name=value, [section] or a comment."}});
 }
 
 TEST_F(TJournalCommandTest, Fails)
 {
     for (const std::string id : {"", "b", "/", "//", "/b//", "/b|"})
         Expect({{"j add s '" + id + "'", "1: no valid id of a resource or folder: " + id}});
-    Expect({{"j add s /b?", "1: a journal cannot hold the id /b?"},
+    Expect({{"j add s /b?", "1: a journal cannot contain the id /b?"},
             {"j load nowhere", "1: no such folder: $T/nowhere"},
             {"j load ''", R"(1: no such folder: "")"},
             {"j load /", R"(1: "/" cannot be a storage folder)"},
             {"j verify a; ls a; j rebuild a; j verify a",
-             "1: $T/a is no storage: it holds neither $QvStorage.list nor contentwhole\n"},
+             "1: $T/a is no storage: it contains neither $QvStorage.list nor contentwhole\n"},
             {R"(mkdir 'a\b'; j load 'a\b')",
-             R"(1: a storage folder's path cannot hold a backslash: $T/a\b)"},
+             R"(1: a storage folder's path must not contain a backslash: $T/a\b)"},
             {R"(rm "$J"; ln -s '$QvStorage.list' "$J"; j load s)",
              "1: $T/s/$QvStorage.list: Too many levels of symbolic links"},
             {R"(rm "$J"; j add s /x; j load s >/dev/full)",

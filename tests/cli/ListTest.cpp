@@ -16,7 +16,7 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"qvres --mount /X ls", R"("/X" is not of the form ID=DIR)"},
         {"qvres --mount /=. ls", "a mount point needs a name"},
         {"qvres --mount /X= ls", R"("/X=" names no folder)"},
-        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id: it holds "//")"},
+        {"qvres --mount //X=. ls", R"("//X" is not a valid resource id: it contains "//")"},
         {"q exists /A /B", "qvres exists --help"},
         {"q ls --kind device", "device not in"},
         {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
@@ -60,7 +60,7 @@ TEST_F(TListTest, ListsSortedWithMaskAndKind)
             {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
             {"q stat A", R"(1: "A" is not a valid resource id: it does not begin with "/")"},
             {"q stat '/A/no\nline'",
-             R"(1: "/A/no line" is not a valid resource id: it holds the control character 0x0a)"},
+             R"(1: "/A/no line" is not a valid resource id: it contains the control character 0x0a)"},
             {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
     // A name with a byte below "/" stands between a folder and what lies in it.
     Expect(

@@ -1,4 +1,4 @@
-// Runs the built qvres from a shell, in a home and with mounts that nobody else uses.
+// Runs the built qvres from a shell, in a home folder and with mounts of its own.
 #pragma once
 
 #include <cstdlib>

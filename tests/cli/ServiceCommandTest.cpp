@@ -34,7 +34,7 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
          {"rm -r a/d/e; q --json copy --dry-run /A/d /B/new; ls b", record + "\nalone\nf\nn\np\n"},
          {"cd a; mkdir -p d/.h/.i 'd/a:b'; touch d/.j 'd/a:b/k'; q copy /A/d /B/odd >../o; cat "
           "../o",
-          R"(1: "/A/d/a:b" was left out, because it is not a valid id: it holds ":")"
+          R"(1: "/A/d/a:b" was left out, because it is not a valid id: it contains ":")"
           "copied 1 resource (4 bytes) and 1 folder, left out 2 hidden names, left out 1 name not "
           "valid as id\n"},
          {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
@@ -59,10 +59,10 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
             // It cannot be stored in what is no X-Ini document, and is good all the same.
             {"echo text >a/x.meta; q label /A/x >dead; cat a/x.meta",
              R"(0: the label of "/A/x" was not stored, because its metadata is damaged: )"
-             R"(line 1: it is no key (there is no "="), no section and no comment.text)"
+             "line 1: expected name=value, [section] or a comment.text"
              "\n"},
-            {"q check /A/x", R"(1: the metadata of "/A/x" is damaged: line 1: it is no key )"
-                             R"((there is no "="), no section and no comment.)"}});
+            {"q check /A/x", R"(1: the metadata of "/A/x" is damaged: line 1: expected )"
+                             "name=value, [section] or a comment."}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
@@ -84,7 +84,7 @@ TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
          {"touch b/backup b/y; q backup /B/y", R"(1: "/B/backup" is a resource)"}});
 }
 
-TEST_F(TServiceCommandTest, WhichShowsWhoAnswersAndWhatBelongsToIt)
+TEST_F(TServiceCommandTest, WhichShowsTheMountAndTheFilesOfAnId)
 {
     const std::string mount = R"({"id":"/A","folder":"$T/a","file":"$T/a/x","kind":"resource"})";
     Expect({{"mkdir a/d; touch a/d/x a/x; echo m=1 >a/x.meta; q --mount /A/D=b which /A/d/x",
@@ -99,8 +99,8 @@ TEST_F(TServiceCommandTest, WhichShowsWhoAnswersAndWhatBelongsToIt)
 
 TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
 {
-    const std::string damage = "/A/z.meta: metadata that is not well formed: line 1: it is no key "
-                               "(there is no \"=\"), no section and no comment.";
+    const std::string damage = "/A/z.meta: metadata that is not well formed: line 1: expected "
+                               "name=value, [section] or a comment.";
     const std::string gone =
         "/c: its folder \"$T/c\" is gone; \"qvres unmount /c\" takes it out of the tree";
     Expect(
@@ -119,7 +119,7 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
          {"q doctor /; cd a; ls -A . .h d; q check /A/y",
           ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nx\nx.done\nx.meta\ny\ny.meta\nz\n"
           "z.meta.damaged\n\n.h:\n\nd:\nt.done\nok\n"},
-         {"mkdir c; qvres setup c; rmdir c; qvres doctor --mend /", "/c\n" + gone + "\n1"},
+         {"mkdir c; qvres setup c; rmdir c; qvres doctor --repair /", "/c\n" + gone + "\n1"},
          {"qvres --json doctor / >x; cut -d, -f1,3- x", R"(1{"id":"/c","repaired":false,"errno":0})"
                                                         "\n"},
          {"qvres ls /c", R"(1: the folder "$T/c" of the mount point "/c" does not exist)"}});
@@ -139,7 +139,7 @@ TEST_F(TServiceCommandTest, OpenGoesThroughTheUrlManager)
             {"qvres setup; qvres profile create P; q open 'qvres:/A/x y'", "content\n"},
             {"q open qvres:/A/x%20y",
              R"(1: "qvres:/A/x%20y" cannot be opened for reading: No such file or directory)"},
-            {"q open other:/A/x", R"(1: Nothing here opens the address "other:/A/x".)"}});
+            {"q open other:/A/x", R"(1: There is no handler for the scheme of "other:/A/x".)"}});
 }
 
 TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
@@ -147,8 +147,8 @@ TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
     m_temp.Write(
         "a/x",
         "; kept\r\n[a]\r\n  k =  old\r\n\r\n  [k]\r\n  [/k]\r\n[/a]\r\n[a]\n  k=2\n[/]\nend=");
-    const std::string malformed = R"(1: "/A/bad" is not well formed: line 1: it is no key (there )"
-                                  R"(is no "="), no section and no comment.)";
+    const std::string malformed = R"(1: "/A/bad" is not well formed: line 1: expected )"
+                                  "name=value, [section] or a comment.";
     Expect(
         {{"chmod 640 a/x; q xini get /A/x a/k", "old\n"},
          {"q xini set /A/x a/k ' new '; q --json xini get /A/x a/k", "\" new \"\n"},

@@ -122,8 +122,8 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
 TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
 {
     const std::string var = "$T/home/.config/velmor/KORVADELAirlane7.VAR/";
-    const std::string damage = " is not well formed: line 2: it is no key (there is no \"=\"), no "
-                               "section and no comment";
+    const std::string damage = " is not well formed: line 2: expected name=value, "
+                               "[section] or a comment";
     const std::string registry =
         "The setting of the VAR folder cannot be written to the registry: ";
     const auto breaks = [&](const std::string& file, const std::string& call,
@@ -150,11 +150,10 @@ TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
 
 TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
 {
-    const std::string refusal =
-        R"(1: "$T/var/Profiles/Bad/profile.x-ini" cannot be read, and )"
-        "saving would remove it; repair it or put it elsewhere first: "
-        R"("$T/var/Profiles/Bad/profile.x-ini" is not well formed: )"
-        R"(line 1: it is no key (there is no "="), no section and no comment.)";
+    const std::string refusal = R"(1: "$T/var/Profiles/Bad/profile.x-ini" cannot be read, and )"
+                                "saving would remove it; repair it or put it elsewhere first: "
+                                R"("$T/var/Profiles/Bad/profile.x-ini" is not well formed: )"
+                                "line 1: expected name=value, [section] or a comment.";
     Expect({{"qvres --var var setup a", "/a\n"}});
     m_temp.Write("var/Profiles/Bad/profile.x-ini", "half a line");
     Expect({{"qvres --var var setup", refusal},

@@ -69,7 +69,7 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
         EXPECT_NE(terminal.Shown.find("\r["), std::string::npos) << terminal.Shown;
         terminal.Type("\x03");
         EXPECT_EQ(terminal.Wait(), 130);
-        const std::string end = "\r\x1b[Kqvres: The operation was broken off.\r\n";
+        const std::string end = "\r\x1b[Kqvres: The operation was cancelled.\r\n";
         EXPECT_EQ(terminal.Shown.rfind(end) + end.size(), terminal.Shown.size()) << terminal.Shown;
         Expect({{"cat b/big; ls -A a b", "old\na:\nbig\n\nb:\nbig\n"}});
     }
@@ -102,6 +102,6 @@ TEST_F(TTerminalTest, SigtermBreaksAPutThatWaitsForInput)
     ASSERT_TRUE(WaitUntil([this] { return NamesIn(m_temp / "a").size() == 2; }));
     terminal.Signal(SIGTERM);
     EXPECT_EQ(terminal.Wait(), 130);
-    EXPECT_EQ(terminal.Shown, "new line\r\nqvres: The operation was broken off.\r\n");
+    EXPECT_EQ(terminal.Shown, "new line\r\nqvres: The operation was cancelled.\r\n");
     Expect({{"cat a/*; ls -A a", "oldx\n"}});
 }

@@ -29,7 +29,7 @@ void CheckRelative(const std::string& id, const std::string& base)
     if (!QvIsValidResId(id, true) || !QvIsValidResId(folder, true) || id.empty() || folder.empty())
         return;
     const std::string target = QvCompactResId(id);
-    // An id that climbs out of the root leads nowhere, and a last ".." is never looked at.
+    // An id above the root does not resolve, and a last ".." is never resolved.
     if (target.find("..") != std::string::npos || folder.find("..") != std::string::npos)
         return;
     const std::string back = QvMergeResId(folder, GetRelativeResId(target, folder));

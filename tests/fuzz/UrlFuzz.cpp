@@ -1,5 +1,4 @@
-// URLs: whatever a URL holds, only OpenURLE throws, and nothing outside the mounted folder is
-// reached.
+// URLs: for any URL, only OpenURLE throws, and nothing outside the mounted folder is reached.
 #include "Fuzz.h"
 
 #include "QvStd/Files.h"

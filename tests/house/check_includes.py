@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds every #include of this project against the table of who may include whom.
+"""Checks every #include of this project against the table of allowed includes.
 
 Usage: check_includes.py ROOT. Prints each include that is not allowed, and cycles between files (a header and its source count as one); exit status 1 then.
 """

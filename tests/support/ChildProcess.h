@@ -26,7 +26,7 @@ public:
             _exit(99);
         }
     }
-    /// Kills the child when nobody waited for it.
+    /// Kills the child unless Wait was called.
     ~TChildProcess()
     {
         if (m_process > 0) {

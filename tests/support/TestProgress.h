@@ -1,4 +1,4 @@
-// A progress handler that notes what it is told, and breaks off when it is asked to.
+// A progress handler that records its calls, and cancels on request.
 #pragma once
 
 #include <string>

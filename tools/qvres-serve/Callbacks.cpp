@@ -56,7 +56,7 @@ void Answer(fuse_req_t request, const TWork& work)
         fuse_reply_err(request, error);
 }
 
-/// For what has no other result than its error.
+/// For requests whose only result is an error.
 template <class TWork>
 void AnswerError(fuse_req_t request, const TWork& work)
 {
@@ -77,7 +77,8 @@ fuse_entry_param EntryParam(fuse_req_t request, const TEntry& entry)
     return param;
 }
 
-/// A reply that does not reach the kernel leaves nothing there that would be forgotten later.
+/// When the reply does not reach the kernel, the kernel will not forget the inode later: do it
+/// here.
 int ReplyEntry(fuse_req_t request, const TEntry& entry)
 {
     TFileSystem& files = Files(request);
@@ -234,7 +235,7 @@ void Rename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t 
 void SetHandle(fuse_file_info* info, TFileHandle* handle)
 {
     info->fh = reinterpret_cast<std::uint64_t>(handle);
-    // What was only read has nothing to report when it is closed.
+    // Closing a file that was only read has no error to report.
     info->noflush = !handle->IsWritable();
 }
 
@@ -276,7 +277,7 @@ void Create(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode
 
 void Read(fuse_req_t request, fuse_ino_t, std::size_t size, off_t offset, fuse_file_info* info)
 {
-    // One copy more than a splice, and faster than its pipes nevertheless.
+    // One copy more than a splice, but faster than its pipes.
     thread_local std::vector<char> buffer;
     Answer(request, [&] {
         if (buffer.size() < size)
@@ -293,7 +294,7 @@ void Write(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size, 
            fuse_file_info* info)
 {
     Answer(request, [&] {
-        // A page of a shared mapping comes with any handle of the file, and goes where it belongs.
+        // A page of a shared mapping may come with any handle of the file: find one that can write.
         const bool atEnd = (info->flags & O_APPEND) != 0 && info->writepage == 0;
         std::size_t written = 0;
         const int error = HandleOf(info)->Write(bytes, size, offset, atEnd, &written);
@@ -380,7 +381,7 @@ public:
         for (std::size_t i = start; i < m_folder.Names.size() + kOwn; ++i)
             if (!(i < kOwn ? AddOwn(i) : AddName(m_folder.Names[i - kOwn], i + 1)))
                 break;
-        // What could be listed comes first, then why the rest could not be.
+        // The listed names come first, then the error of the rest.
         return m_used == 0 ? m_folder.Error : 0;
     }
 
@@ -406,7 +407,7 @@ private:
             error = Files(m_request).LookUpListed(m_inode, m_folder, name, &entry);
         if (error == ENOENT)
             return true; // vanished since it was listed
-        // A name that leads nowhere here is still a name of the folder.
+        // A name that cannot be resolved here is still a name of the folder.
         fuse_entry_param param = {};
         param.attr.st_ino = listed.Number != 0 ? listed.Number : next;
         param.attr.st_mode = listed.Kind;
@@ -452,7 +453,7 @@ void ReadFolder(fuse_req_t request, fuse_ino_t number, std::size_t size, off_t o
             if (error == 0)
                 error = listing.Fill(static_cast<std::size_t>(offset));
         }
-        // Behind the lock: once the reply is out, another thread may close the folder.
+        // After the lock is released: once the reply is sent, another thread may close the folder.
         if (error == 0)
             listing.Reply();
         return error;
@@ -524,9 +525,9 @@ void Start(void*, fuse_conn_info* connection)
     // The kernel itself takes set-user-id bits off a file that is written: a server of root would
     // leave them.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_HANDLE_KILLPRIV);
-    // When attributes are worth their price is decided here (TInodes::WantsAttributes).
+    // This server decides when a listing comes with attributes (TInodes::WantsAttributes).
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_READDIRPLUS_AUTO);
-    // Written content lies in memory already when it comes.
+    // Written content is in memory already when it arrives.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ);
 }
 

@@ -6,7 +6,7 @@
 
 #include "FileSystem.h"
 
-/// What the requests of a session work with.
+/// The state that the requests of a session share.
 struct TServed
 {
     TFileSystem Files;

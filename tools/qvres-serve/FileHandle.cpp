@@ -67,7 +67,7 @@ int TFileHandle::Write(const char* bytes, std::size_t count, off_t offset, bool 
 {
     for (*written = 0; *written < count;) {
         iovec rest{const_cast<char*>(bytes) + *written, count - *written};
-        // At the end means where the end is now: another process may have appended meanwhile.
+        // Query the end now: another process may have appended meanwhile.
         const ssize_t put = QvRetryInterrupted([&] {
             return pwritev2(Descriptor(), &rest, 1, offset + static_cast<off_t>(*written),
                             atEnd ? RWF_APPEND : 0);
@@ -89,8 +89,9 @@ int TFileHandle::Flush(bool dataOnly)
     if (!dataOnly && QvRetryInterrupted([&] { return fsync(Descriptor()); }) != 0)
         return errno;
     const std::lock_guard<std::mutex> lock(m_streamMutex);
-    // The stream syncs the folder of a new file, too. Once that folder was renamed it is not found
-    // any more; the content is on the disk then, and the name is the rename's matter.
+    // The stream syncs the folder of a new file, too. After a rename of that folder it is not found
+    // any more; the content is on the disk then, and syncing the name is up to the caller of the
+    // rename.
     if (m_file->Flush() || m_file->getError() == -ENOENT)
         return 0;
     return -m_file->getError();

@@ -31,7 +31,7 @@ public:
     /// Brings the content to the disk, with the name of a file that may be new; unless `dataOnly`
     /// the times and bits, too.
     int Flush(bool dataOnly);
-    /// Reports an error that the file system kept for the end.
+    /// Closes the file and reports an error that the file system has delayed until then.
     int Check();
     int Close();
 

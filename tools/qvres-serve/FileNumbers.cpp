@@ -5,10 +5,10 @@
 void TFileNumbers::Show(struct stat* status)
 {
     status->st_ino = NumberOf(status->st_dev, status->st_ino);
-    // 1 means "not counted": mount points are shown as further sub-folders.
+    // 1 means "not counted": mount points appear as additional sub-folders.
     if (S_ISDIR(status->st_mode))
         status->st_nlink = 1;
-    // To the tree everything else is a resource; what is none on the disk does not open.
+    // The tree shows everything else as a resource; opening anything but a regular file fails.
     else if (!S_ISREG(status->st_mode) && !S_ISLNK(status->st_mode))
         status->st_mode = S_IFREG | (status->st_mode & ~static_cast<mode_t>(S_IFMT));
 }

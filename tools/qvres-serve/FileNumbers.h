@@ -1,6 +1,6 @@
-// The inode numbers that programs see: those of the disk, kept apart where several disks are served
-// as one file system. A file keeps its number for as long as its disk does, so that tools that
-// remember numbers find their files unchanged after a restart.
+// The inode numbers that programs see: those of the disk, made distinct when several disks are
+// served as one file system. A file keeps its number for as long as its disk does, so that tools
+// that remember numbers find their files unchanged after a restart.
 //
 // Thread-safety: callable from any thread.
 #pragma once

@@ -1,4 +1,4 @@
-// Where names lead, and what is there.
+// Resolving names, and the state of their files.
 #include "FileSystem.h"
 
 #include <cerrno>
@@ -15,7 +15,7 @@ bool IsSidecarName(const std::string& name)
            name.compare(name.size() - kLength, kLength, kSidecarSuffix) == 0;
 }
 
-/// A link that leads nowhere is nothing, as in the library.
+/// A dangling link does not exist, as in the library.
 bool IsDangling(const std::string& path)
 {
     struct stat target = {};
@@ -28,7 +28,7 @@ TInode RootInode(const TMountPoints& mounts, const std::string& id)
     TInode root;
     const TMountPoint* const mount = mounts.Find(id);
     root.HoldsMounts = mount != nullptr && mount->HoldsMounts;
-    root.IsMountPoint = true; // what the caller named may be a link
+    root.IsMountPoint = true; // the served folder may be a link
     root.Kind = S_IFDIR;
     root.IsVirtual =
         id.empty() || ResourceManager.GetNode4Id(id, true, true, false)->IsPureVirtual();
@@ -45,7 +45,8 @@ TFileSystem::TFileSystem(const std::string& rootId)
     m_virtualStatus.st_gid = getegid();
     clock_gettime(CLOCK_REALTIME, &m_virtualStatus.st_mtim);
     m_virtualStatus.st_atim = m_virtualStatus.st_ctim = m_virtualStatus.st_mtim;
-    // The disks are numbered in the order of the mount table, in each start alike.
+    // The disks are numbered in the order of the mount table, so that each start gives the same
+    // numbers.
     for (const std::string& folder : m_mounts.Folders()) {
         struct stat status = {};
         if (stat(folder.c_str(), &status) == 0)
@@ -91,14 +92,14 @@ int TFileSystem::FindPlace(const TInode& parent, const std::string& name, TPlace
     return FindPlace(parent, parentId, name, place);
 }
 
-/// For what is about to be made: sidecars are made by the library alone.
+/// For a new name: only the library makes sidecars.
 int TFileSystem::NewPlace(const TInode& parent, const std::string& name, TPlace* place) const
 {
     const int error = FindPlace(parent, name, place);
     return error == ENOENT ? EPERM : error;
 }
 
-/// ESTALE for what has no name any more: the kernel then looks the name up again.
+/// ESTALE for an inode without a name: the kernel then looks the name up again.
 int TFileSystem::FindPlace(const TInode& inode, TPlace* place) const
 {
     if (!m_inodes.FindId(inode, &place->Id))

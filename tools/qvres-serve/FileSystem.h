@@ -1,11 +1,11 @@
-// The tree as a file system: what the kernel asks for, answered by operations of the library.
+// The tree as a file system: the kernel's requests as operations of the library.
 //
 // Contents, names, sidecars and share modes go through the library. What the tree does not have
 // (permission bits, owners, exact times, space) is read and set on the disk file that the tree
 // names for an id.
 //
-// Every operation answers 0 or an errno. Thread-safety: callable from any thread; nothing is locked
-// while the disk works but the names that the operation uses.
+// Every operation answers 0 or an errno. Thread-safety: callable from any thread; during disk
+// operations only the names in use are locked.
 #pragma once
 
 #include <memory>
@@ -22,21 +22,21 @@
 #include "MountPoints.h"
 #include "NameLocks.h"
 
-/// What is found under a name.
+/// The result of a lookup.
 struct TEntry
 {
     TInode* Inode = nullptr; ///< used once more; null for a name that is no valid id
     struct stat Status = {};
 };
 
-/// Who asks.
+/// The caller of a request.
 struct TCaller
 {
     uid_t User;
     gid_t Group;
 };
 
-/// What of a file is to be set.
+/// The attributes to be set.
 struct TChange
 {
     bool HasMode = false;
@@ -66,7 +66,7 @@ public:
     std::string Id;
     std::vector<TName> Names;
     bool HasAttributes = false; ///< to be given with the names
-    int Error = 0;              ///< of what could not be listed
+    int Error = 0;              ///< the first error of the listing
 };
 
 class TFileSystem
@@ -109,14 +109,14 @@ public:
                      TEntry* entry);
 
 private:
-    /// Where a name of the tree leads.
+    /// The id and the disk path of a name.
     struct TPlace
     {
         std::string Id;
         std::string Path; ///< on the disk; "" above the mount points
         std::string Name; ///< as it is shown
         const TMountPoint* MountPoint = nullptr;
-        bool IsMount = false; ///< a link here is the folder that it leads to
+        bool IsMount = false; ///< a link here stands for its target folder
     };
 
     int FindPlace(const TInode& parent, const std::string& parentId, const std::string& name,
@@ -126,6 +126,8 @@ private:
     int NewPlace(const TInode& parent, const std::string& name, TPlace* place) const;
     int HoldName(TInode& parent, const std::string& name, TNameHold* hold, TPlace* place);
     int HoldName(TInode& inode, TNameHold* hold, TPlace* place);
+    /// As HoldName; EBUSY for a mount point.
+    int HoldToRemove(TInode& parent, const std::string& name, TNameHold* hold, TPlace* place);
     int LookAt(const TPlace& place, struct stat* status) const;
     TEntry Enter(TInode& parent, const TPlace& place, const struct stat& status);
     bool IsSame(const TInode& inode, const struct stat& status) const;

@@ -1,4 +1,4 @@
-// Attributes of files and folders, and what the tree knows about them beyond those.
+// Attributes of files and folders, and the extended attributes of the tree.
 #include "FileSystem.h"
 
 #include <cerrno>
@@ -37,7 +37,7 @@ int Result(int result)
     return result == 0 ? 0 : errno;
 }
 
-/// Owners are not kept: asking for what is already so is no change.
+/// Owners cannot be changed: setting the present owner succeeds.
 int RequireOwner(const TChange& change, const struct stat& status)
 {
     const bool isSame = (change.User == static_cast<uid_t>(-1) || change.User == status.st_uid) &&
@@ -57,7 +57,7 @@ int TFileSystem::GetStatus(TInode& inode, TFileHandle* handle, struct stat* stat
         error = HoldName(inode, &hold, &place);
         if (error == 0)
             error = LookAt(place, status);
-        // Under its name is nothing, or another file: it lives on while it is open.
+        // Its name is gone or names another file: the file lives on while it is open.
         const bool isLost =
             error == ENOENT || error == ESTALE || (error == 0 && !IsSame(inode, *status));
         if (isLost && !m_inodes.WithHandle(inode, [&](TFileHandle& open) {
@@ -97,7 +97,7 @@ int TFileSystem::ChangeAt(const TPlace& place, const TChange& change) const
     int error = LookAt(place, &status);
     if (error == 0 && change.HasOwner)
         error = RequireOwner(change, status);
-    // Through the library, which asks the file's other openers.
+    // Through the library, which respects the file's other openers.
     std::unique_ptr<TFileHandle> handle;
     if (error == 0 && change.HasSize) {
         error = TFileHandle::Open(place.Id, O_WRONLY, &handle);
@@ -139,8 +139,8 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
     return error != 0 ? error : GetStatus(inode, handle, status);
 }
 
-/// A link into a mounted folder leads to the same place of the served tree; any other one leads
-/// where it leads on the disk, so that the caller follows it with its own rights.
+/// A link into a mounted folder points to the same place of the served tree; any other one keeps
+/// its target on the disk, so that the caller follows it with its own rights.
 int TFileSystem::ReadLink(TInode& inode, std::string* target)
 {
     TNameHold hold;

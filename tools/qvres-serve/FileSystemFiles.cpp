@@ -23,7 +23,7 @@ int TFileSystem::Open(TInode& inode, int flags, TFileHandle** handle)
     if (const int error = HoldName(inode, &hold, &place))
         return error;
     std::unique_ptr<TFileHandle> opened;
-    // Cut only when it is known to be the right file.
+    // Truncated only after the check that it is the right file.
     const bool cuts = (flags & O_TRUNC) != 0;
     const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
     const int access = cuts && isForReading ? O_RDWR : flags & O_ACCMODE;
@@ -64,8 +64,8 @@ int TFileSystem::CloseAll()
     return first;
 }
 
-/// What another user makes through a server of root is that user's. The group is that of a folder
-/// that hands its own down.
+/// A file that another user makes through a server of root belongs to that user. A set-group-id
+/// folder passes its group on.
 int TFileSystem::GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
                         struct stat* status)
 {
@@ -93,7 +93,7 @@ int TFileSystem::Create(TInode& parent, const std::string& name, mode_t mode, in
     std::unique_ptr<TFileHandle> opened;
     int error = TFileHandle::Create(place.Id, &opened);
     const bool isNew = error == 0;
-    // Somebody else has just made it.
+    // Another process has just made it.
     if (error == EEXIST && (flags & O_EXCL) == 0)
         error = TFileHandle::Open(place.Id, flags, &opened);
     if (error != 0)
@@ -101,7 +101,7 @@ int TFileSystem::Create(TInode& parent, const std::string& name, mode_t mode, in
     struct stat status = {};
     if (fstat(opened->Descriptor(), &status) != 0)
         return errno;
-    // The server's mask lets its owner alone see the file until it is whose it shall be.
+    // The server's umask allows only its owner to see the file until it has its final owner.
     if (isNew) {
         error = GiveTo(caller, place, opened->Descriptor(), &status);
         if (error == 0 && fchmod(opened->Descriptor(), mode & 07777) != 0)

@@ -18,7 +18,7 @@ int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode
         return error == ENOENT ? EPERM : error;
     if (place.Path.empty() || parent.IsVirtual)
         return EROFS;
-    // The library's own operation succeeds when the folder is there; here it must fail then.
+    // The library's own operation succeeds when the folder exists; here it must fail.
     if (const TQvResult made = QvCreateDirectory(place.Path); !made)
         return made.Error();
     const TQvDescriptor folder(
@@ -40,10 +40,8 @@ int TFileSystem::RemoveFolder(TInode& parent, const std::string& name)
 {
     TNameHold hold;
     TPlace place;
-    if (const int error = HoldName(parent, name, &hold, &place))
+    if (const int error = HoldToRemove(parent, name, &hold, &place))
         return error;
-    if (place.MountPoint != nullptr)
-        return EBUSY;
     if (!ResourceManager.DeleteFolder(place.Id, false, nullptr))
         return TResourceManager::LastFailure().Error;
     m_inodes.Remove({&parent, place.Name});
@@ -100,8 +98,8 @@ int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
     return 0;
 }
 
-/// The disk's own entries have the numbers, and which of them are links. They come in the order in
-/// which the library has just listed them; one that was made or removed in between ends that.
+/// Takes inode numbers and links from the disk's entries. They come in the order in which the
+/// library has just listed them; this stops at an entry that was made or removed in between.
 void TFileSystem::AddNumbers(TFolderHandle& folder)
 {
     struct stat own = {};
@@ -125,7 +123,7 @@ void TFileSystem::AddNumbers(TFolderHandle& folder)
     closedir(entries);
 }
 
-/// The kernel holds the folder while it is read, so that its names are not renamed meanwhile.
+/// The kernel locks the folder while it is read, so that its names are not renamed meanwhile.
 int TFileSystem::LookUpListed(TInode& inode, const TFolderHandle& folder, const std::string& name,
                               TEntry* entry)
 {

@@ -24,16 +24,21 @@ dev_t DeviceOf(const std::string& path)
 }
 } // namespace
 
+int TFileSystem::HoldToRemove(TInode& parent, const std::string& name, TNameHold* hold,
+                              TPlace* place)
+{
+    const int error = HoldName(parent, name, hold, place);
+    return error == 0 && place->MountPoint != nullptr ? EBUSY : error;
+}
+
 int TFileSystem::Unlink(TInode& parent, const std::string& name)
 {
     TNameHold hold;
     TPlace place;
-    if (const int error = HoldName(parent, name, &hold, &place))
+    if (const int error = HoldToRemove(parent, name, &hold, &place))
         return error;
-    if (place.MountPoint != nullptr)
-        return EBUSY;
     bool isDeleted = ResourceManager.DeleteResource(place.Id);
-    // Of a link to a folder only the link goes.
+    // Of a link to a folder only the link is removed.
     struct stat status = {};
     if (!isDeleted && TResourceManager::LastFailure().Error == EISDIR &&
         LookAt(place, &status) == 0 && S_ISLNK(status.st_mode))
@@ -44,7 +49,7 @@ int TFileSystem::Unlink(TInode& parent, const std::string& name)
     return 0;
 }
 
-/// An empty folder gives way, as on a disk, but not in one step.
+/// Replaces an empty folder, as on a disk, but not in one step.
 int TFileSystem::RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent,
                               unsigned flags)
 {
@@ -73,11 +78,11 @@ int TFileSystem::RenameFolder(const TPlace& from, const TPlace& to, bool isSameP
     }
 }
 
-/// The library's move, which takes the sidecar along and replaces what is there in one step.
+/// The library's move, which includes the sidecar and replaces the target in one step.
 int TFileSystem::MoveFile(const TPlace& from, const TPlace& to, unsigned flags)
 {
     const bool mustBeNew = (flags & RENAME_NOREPLACE) != 0;
-    // An empty file keeps the name for the move: whoever else makes it fails, or this does.
+    // An empty file reserves the name for the move: of two processes that create it, one fails.
     if (mustBeNew) {
         std::unique_ptr<TFileHandle> placeholder;
         if (const int error = TFileHandle::Create(to.Id, &placeholder))
@@ -98,7 +103,7 @@ int TFileSystem::RenameFile(const TInodeName& fromName, const TPlace& from, cons
     const auto* const node = ResourceManager.GetNode4Id(from.Id, true, true, false);
     const bool isOneDisk = node == ResourceManager.GetNode4Id(to.Id, true, true, false) &&
                            status.st_dev == DeviceOf(QvExtractResPath(to.Path));
-    // A move to another disk is a copy, which what is open would not follow.
+    // A move to another disk is a copy; open handles would stay at the old file.
     if (!isOneDisk && m_inodes.HasHandles(fromName))
         return EXDEV;
     return MoveFile(from, to, flags);
@@ -133,7 +138,8 @@ int TFileSystem::Rename(TInode& from, const std::string& name, TInode& to,
     const TInodeName toName{&to, target.Name};
     error = isFolder ? RenameFolder(source, target, &from == &to, flags)
                      : RenameFile(fromName, source, target, status, flags);
-    // A move whose sidecar stayed behind is a failure, but the file has its new name.
+    // When only the sidecar could not be moved, the result is a failure, but the file has its new
+    // name.
     if (error != 0 && !TResourceManager::LastFailure().OfMetadata)
         return error;
     m_inodes.Rename(fromName, toName);

@@ -73,7 +73,7 @@ TInode& TInodes::Enter(TInode& parent, const std::string& name, const TInode& fo
 
 void TInodes::NoteLookUp(TInode& folder, const TInode& found)
 {
-    // Tools that only want the names look up the folders below nevertheless.
+    // Tools that only need the names still look up the sub-folders.
     if (!folder.IsListedByName || found.Kind == S_IFDIR)
         return;
     constexpr unsigned kEnough = 8;

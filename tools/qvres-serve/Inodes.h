@@ -2,7 +2,7 @@
 //
 // One TInode stands for one name with one file of the disk behind it: when another file has taken
 // the name, by a rename inside or outside of the served tree, it gets a TInode of its own, and the
-// old one lives on without a name for those that still have it open.
+// old one remains without a name while it is open.
 //
 // Thread-safety: callable from any thread.
 #pragma once
@@ -30,9 +30,9 @@ struct TInode
 
 private:
     friend class TInodes;
-    TInode* Parent = nullptr; ///< null for the root, and for what has no name any more
+    TInode* Parent = nullptr; ///< null for the root, and for an inode without a name
     std::string Name;
-    std::uint64_t Uses = 0; ///< what the kernel counts, names in it, and open handles
+    std::uint64_t Uses = 0; ///< references of the kernel, of names in it, and of open handles
     std::vector<TFileHandle*> Handles;
     bool IsListedByName = false; ///< without attributes, the last time
     unsigned LookUpsSince = 0;   ///< of files in it
@@ -59,7 +59,7 @@ public:
     TInodes& operator=(const TInodes&) = delete;
 
     TInode& Root() { return *m_root; }
-    /// False for what has lost its name, or lies below such a folder.
+    /// False for an inode without a name, or below such a folder.
     bool FindName(const TInode& inode, TInodeName* name, std::string* parentId) const;
     bool FindId(const TInode& inode, std::string* id) const;
 
@@ -72,7 +72,7 @@ public:
     /// The name is gone.
     void Remove(const TInodeName& name);
     void Rename(const TInodeName& from, const TInodeName& to);
-    /// A move between disks makes another file of it.
+    /// After a move between disks, which makes a new file.
     void Identify(const TInodeName& name, const struct stat& status);
 
     /// While a handle is open, its inode stays.

@@ -14,7 +14,7 @@ struct TMountPoint
 {
     std::string ShownName;
     bool IsMount = false;     ///< a folder of the disk is mounted here
-    bool HoldsMounts = false; ///< something is mounted below
+    bool HoldsMounts = false; ///< there are mount points below
 };
 
 class TMountPoints
@@ -22,7 +22,7 @@ class TMountPoints
 public:
     explicit TMountPoints(const TResourceManager& tree);
 
-    /// Null for what is neither a mount point nor above one. "" is the root of the tree.
+    /// Null unless it is a mount point or above one. "" is the root of the tree.
     const TMountPoint* Find(const std::string& id) const;
     /// The folders of the disk that are mounted, in the order of the mount table.
     const std::vector<std::string>& Folders() const { return m_folders; }

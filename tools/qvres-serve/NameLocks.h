@@ -1,8 +1,8 @@
 // Keeps names from being renamed while an operation uses them as ids.
 //
-// Every operation that works through an id shares its name here; a rename holds the two names that
-// it changes for itself, and a rename of a folder, which changes the ids of all that lies in it,
-// holds everything. Names are spread over many locks, so that a slow operation delays few others.
+// Every operation that works through an id shares its name here; a rename locks its two names
+// exclusively, and a rename of a folder, which changes the ids of its whole content, locks
+// everything. Names are spread over many locks, so that a slow operation delays few others.
 //
 // Thread-safety: callable from any thread.
 #pragma once

@@ -1,4 +1,4 @@
-// Keeps a read behind the writes to the same file that the kernel sent before it.
+// Delays a read until the writes to the same file that the kernel sent before it are done.
 //
 // The kernel drops pages of its cache while their write is still on the way here, and may ask for
 // them again at once: answered by another thread before the write is done, it would keep the old
@@ -19,7 +19,7 @@ class TRequestOrder
 public:
     struct TTurn
     {
-        std::uint64_t Number = 0; ///< 0 for what is neither a read nor a write
+        std::uint64_t Number = 0; ///< 0 for a request that is neither a read nor a write
         std::uint64_t File = 0;
         bool IsWrite = false;
         std::uint32_t Bytes = 0; ///< to be read or written

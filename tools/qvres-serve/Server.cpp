@@ -17,7 +17,7 @@
 
 namespace
 {
-std::string g_log; ///< what libfuse has to say until the tree is served
+std::string g_log; ///< messages of libfuse until the tree is served
 
 void Remember(fuse_log_level level, const char* format, va_list arguments)
 {
@@ -42,7 +42,7 @@ using TSessionPointer = std::unique_ptr<fuse_session, TEndSession>;
                    (g_log.empty() ? std::string() : ": " + g_log));
 }
 
-/// Once the tree is served there is no terminal to tell.
+/// Once the tree is served there is no terminal for messages.
 void Report(fuse_log_level level, const char* format, va_list arguments)
 {
     if (level <= FUSE_LOG_WARNING)
@@ -80,7 +80,7 @@ void RequireOutside(const TServeOptions& options)
 void RequireFolderToServeAt(const TServeOptions& options)
 {
     struct stat status = {};
-    // The kernel may still have the attributes, but not the space.
+    // The kernel caches attributes, but not the free space, so this asks the server.
     struct statvfs space = {};
     if (statvfs(options.Folder.c_str(), &space) != 0 && errno == ENOTCONN)
         throw TFailure("a server that was killed has left " + Quoted(options.Folder) +
@@ -150,7 +150,7 @@ void Serve(const TServeOptions& options)
         ThrowNotServed(options);
     fuse_set_log_func(&Report);
     AllowManyFiles();
-    // New files are their owner's alone until they have the bits that were asked for.
+    // New files are accessible to their owner only until they have the requested bits.
     umask(077);
     if (fuse_daemonize(options.Foreground ? 1 : 0) != 0) {
         fuse_session_unmount(session.get());

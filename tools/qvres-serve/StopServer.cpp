@@ -75,7 +75,7 @@ void FreeMountPoint(const std::string& folder)
 {
     if (umount2(folder.c_str(), MNT_DETACH) == 0)
         return;
-    // Only the helper of the system may do it for other users than root.
+    // Users other than root need the system's helper program for that.
     std::string program = "fusermount3";
     std::string unmount = "-u";
     std::string detached = "-z";
@@ -91,7 +91,7 @@ void FreeMountPoint(const std::string& folder)
         throw TFailure(Quoted(folder) + " cannot be unmounted");
 }
 
-/// A folder can be served by anybody, who could name a process of somebody else's.
+/// Any user can serve a folder and could name a process of another user.
 void RequireUser(pid_t server, uid_t user, const std::string& folder)
 {
     struct stat process = {};
@@ -103,7 +103,7 @@ void RequireUser(pid_t server, uid_t user, const std::string& folder)
 
 void StopServer(const std::string& givenFolder)
 {
-    // As the system knows it; this asks a dead server nothing.
+    // The absolute path, found without a request to the server, which may be dead.
     std::error_code missing;
     const std::string real = std::filesystem::canonical(givenFolder, missing).string();
     const std::string& folder = missing ? givenFolder : real;

@@ -53,7 +53,7 @@ bool TWorkers::IsWaiting() const
     return poll(&device, 1, 0) == 1;
 }
 
-/// As long as requests are answered from memory, one thread is the fastest; several are when they
+/// While requests are answered from memory, one thread is the fastest; several are faster when they
 /// wait for a disk.
 bool TWorkers::IsHelpWorthwhile() const
 {
@@ -133,7 +133,7 @@ void TWorkers::Work()
                 m_turn.notify_all();
                 break;
             }
-            // Before the turn can be passed on: requests are taken in their order.
+            // Before another thread becomes the reader: requests are registered in their order.
             const TRequestOrder::TTurn turn = m_order.Take(buffer.mem);
             ++m_steps;
             if (m_isWatcherAsleep.exchange(false))
@@ -171,7 +171,7 @@ void TWorkers::Watch()
     int quietTicks = 0;
     while (!m_isEnded) {
         m_isWatcherAsleep = quietTicks >= kTicksUntilSleep;
-        // A request that came just before would not wake anybody.
+        // A request that arrived just before would wake no thread.
         const bool isIdle = m_isWatcherAsleep && m_steps == seen;
         if (!WaitForSignal(isIdle))
             return;

@@ -31,7 +31,7 @@ public:
     explicit TWorkers(fuse_session* session);
 
     /// Until the session is unmounted, or SIGINT, SIGTERM or SIGHUP arrives. 0, or the errno with
-    /// which a request could not be read. What is being answered then is answered first.
+    /// which a request could not be read. Requests in progress are answered first.
     int Run();
 
 private:

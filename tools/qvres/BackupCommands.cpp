@@ -44,7 +44,7 @@ std::vector<TQvResFindItem> Backups(THost& host, const std::string& id)
 {
     CheckId(id);
     if (!host.Session.Tree().IsInsideMountedNodes(id))
-        throw TFailure(Quoted(id) + " lies outside of the mounted folders", id, EROFS);
+        throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
     std::vector<TQvResFindItem> backups = FindResourceBackups(id);
     if (TResourceManager::LastFailure().Error != 0)
         ThrowFailed("the backups of " + Quoted(id) + " cannot be listed");
@@ -83,7 +83,7 @@ void Backup(THost& host, const TBackupOptions& options)
     } catch (const TQvMessage& message) {
         throw WithCause(Quoted(id) + " could not be put aside", TResourceManager::LastFailure());
     }
-    // The backup itself reports no failure that comes later.
+    // The backup function does not return later failures.
     const TQvFailure failure = TResourceManager::LastFailure();
     if (tree.ResourceExists(id) != kResNothing)
         throw WithCause(Quoted(id) + " could not be put aside", failure);

@@ -58,7 +58,7 @@ void BreakSignal::WaitForInput(int descriptor)
     sigemptyset(&breaks);
     for (const int signalNumber : kSignals)
         sigaddset(&breaks, signalNumber);
-    // A signal between the look at the flag and a plain read would leave the read waiting.
+    // A signal between the check of the flag and a plain read would leave the read waiting.
     sigprocmask(SIG_BLOCK, &breaks, &before);
     pollfd input = {descriptor, POLLIN, 0};
     if (!Wanted())

@@ -25,7 +25,7 @@ std::string ForbiddenByte(const std::string& text)
 
 std::string Holds(const std::string& what)
 {
-    return what.empty() ? what : "it holds " + what;
+    return what.empty() ? what : "it contains " + what;
 }
 } // namespace
 
@@ -72,7 +72,7 @@ std::string Quoted(const std::string& text)
 std::string CompactedId(const std::string& id)
 {
     const std::string name = QvExtractResName(id);
-    // Only what a "/" follows is resolved: a last "." or ".." gets one.
+    // Only segments with a "/" after them are resolved: a last "." or ".." gets one.
     const bool isFolder = name == "." || name == "..";
     const std::string compact = QvCompactResId(isFolder ? id + "/" : id);
     return isFolder ? QvExcludeTrailingSlash(compact) : compact;
@@ -89,7 +89,7 @@ void CheckId(const std::string& id)
 void CheckClimb(const std::string& id)
 {
     if ((id + "/").find("/../") != std::string::npos)
-        throw TFailure(Quoted(id) + " leads above the root of the tree", id, EINVAL);
+        throw TFailure(Quoted(id) + " is above the root of the tree", id, EINVAL);
 }
 
 void RequireResource(const TResourceManager& tree, const std::string& id,
@@ -114,7 +114,7 @@ void RequireRealFolder(const TResourceManager& tree, const std::string& id)
 {
     RequireFolder(tree, id);
     if (tree.GetNode4Id(id, true, true, false)->IsPureVirtual())
-        throw TFailure(Quoted(id) + " only leads to mount points", id, EROFS);
+        throw TFailure(Quoted(id) + " only contains mount points", id, EROFS);
 }
 
 void RequireTarget(const TResourceManager& tree, const std::string& id)
@@ -127,7 +127,7 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
     if (parent != "/" && RequireExisting(tree, parent, "the folder ") != kResFolder)
         throw TFailure(Quoted(parent) + " is not a folder", parent, ENOTDIR);
     if (!tree.IsInsideMountedNodes(id))
-        throw TFailure(Quoted(id) + " lies outside of the mounted folders", id, EROFS);
+        throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
 }
 
 var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id)
@@ -160,7 +160,7 @@ TFailure WithMissingCause(const TQvMessage& message)
 {
     std::string text = message.what();
     const TQvFailure& cause = TResourceManager::LastFailure();
-    // The message about a lock that another process holds says more than its errno.
+    // The message about a lock of another process has more information than its errno.
     if (cause.Error == 0 || cause.Error == EAGAIN ||
         text.find(QvErrorText(cause.Error)) != std::string::npos)
         return TFailure(text, cause.Id, cause.Error);

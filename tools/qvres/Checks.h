@@ -1,4 +1,4 @@
-// Looks before an operation, so that a refusal names the id and the reason.
+// Checks before an operation, so that a refusal names the id and the reason.
 #pragma once
 
 #include <string>
@@ -10,18 +10,18 @@
 
 std::string Quoted(const std::string& text);
 
-/// Without "." and "..", also at the end. What leads above the root keeps its "..".
+/// Without "." and "..", also at the end. An id above the root keeps its "..".
 std::string CompactedId(const std::string& id);
 
-/// What is wrong with the text of an id ("it holds "*""), or of a name, as which "/" is not allowed
-/// either; "" when nothing is.
+/// What is wrong with the text of an id ("it contains "*""), or of a name, in which "/" is not
+/// allowed either; "" when nothing is.
 std::string IdProblem(const std::string& id);
 std::string NameProblem(const std::string& name);
 
-/// Throws TFailure unless `id` is a valid absolute id that does not lead above the root.
+/// Throws TFailure unless `id` is a valid absolute id and not above the root.
 void CheckId(const std::string& id);
 
-/// Throws TFailure for an id that leads above the root.
+/// Throws TFailure for an id above the root.
 void CheckClimb(const std::string& id);
 
 /// Whether it is a resource or a folder. Throws TFailure when nothing is there, or when that cannot
@@ -34,9 +34,9 @@ unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
 void RequireResource(const TResourceManager& tree, const std::string& id,
                      const std::string& folderAdvice = {});
 void RequireFolder(const TResourceManager& tree, const std::string& id);
-/// A folder that holds something of its own, unlike those that only lead to mount points.
+/// A folder on the disk, unlike those that only contain mount points.
 void RequireRealFolder(const TResourceManager& tree, const std::string& id);
-/// An id under which a resource can be written: no folder, in a folder that is there.
+/// An id under which a resource can be written: no folder, and its parent folder exists.
 void RequireTarget(const TResourceManager& tree, const std::string& id);
 
 /// An open resource. Throws TFailure with the cause.

@@ -14,13 +14,13 @@ class App;
 class Option;
 } // namespace CLI
 
-/// What a command works with.
+/// The state that commands share.
 struct THost
 {
     bool Json = false;
     bool Quiet = false;
     std::string ProgressKind = "bar";
-    /// The exit status when nothing is thrown: a command that has told what is wrong sets 1.
+    /// The exit status when nothing is thrown: a command that has reported a problem sets 1.
     int Status = 0;
     TOutput Out;
     TTerminalProgress Progress;
@@ -35,7 +35,7 @@ CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& 
 std::string UnknownCommand(const CLI::App& level, const std::string& word);
 
 /// An argument that is an id (or several): "." and ".." are resolved before a command sees it, so
-/// that what is checked is what is used.
+/// that checks and operations use the same id.
 CLI::Option* AddIdOption(CLI::App& command, const std::string& name, std::string& id,
                          const std::string& description);
 CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vector<std::string>& ids,
@@ -45,8 +45,8 @@ CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vecto
 /// is no UTF-8.
 void PrintValue(THost& host, const std::string& value);
 
-/// Everything from the stream's position to its end goes to standard output; `name` is what the
-/// user calls it.
+/// Everything from the stream's position to its end goes to standard output; `name` is the user's
+/// name for it.
 void WriteContent(THost& host, TQvStream& stream, const std::string& name);
 
 // Each adds the commands of its file; `host` must outlive the parsing.

@@ -27,7 +27,7 @@ struct TCopyOptions
     std::vector<std::string> Ids; ///< the sources, then the destination
 };
 
-/// What the user has answered for all that follows.
+/// The user's answer for all further resources.
 enum class TAnswer
 {
     Each,
@@ -36,7 +36,7 @@ enum class TAnswer
     Quit
 };
 
-/// What the callbacks of the copy work with.
+/// The context of the copy's callbacks.
 struct TCopyCall
 {
     THost& Host;
@@ -100,7 +100,7 @@ void ShowDestination(const std::string& destinationId, void* context)
         call.Host.Out.Line(destinationId);
 }
 
-/// As it is given: the "/" at a folder's end says that only what it holds is copied.
+/// Used as given: a "/" at the end of a folder means that only its content is copied.
 std::string Source(const TResourceManager& tree, const std::string& id)
 {
     CheckId(id);
@@ -116,7 +116,7 @@ std::string Destination(const TResourceManager& tree, const std::string& givenId
     if (tree.IsResource(id))
         throw TFailure(Quoted(id) + " is not a folder");
     if (!tree.IsInsideMountedNodes(id))
-        throw TFailure(Quoted(id) + " lies outside of the mounted folders");
+        throw TFailure(Quoted(id) + " is outside the mounted folders");
     return id;
 }
 
@@ -142,7 +142,7 @@ struct TLeftOut
     std::size_t Failed = 0;
 };
 
-/// What lies in a folder whose name is no valid id is left out with it.
+/// The content of a folder whose name is no valid id is left out with it.
 bool IsBelowInvalid(const std::string& id)
 {
     const std::string folder = QvExcludeTrailingSlash(QvExtractResPath(id));
@@ -254,16 +254,16 @@ void AddCopyCommand(CLI::App& app, THost& host)
     CLI::App* command = AddCommand(
         app, "copy",
         "Copy resources and folders with their metadata into a folder, which is created when it\n"
-        "is missing. A single folder is copied as a whole; with a \"/\" at its end what it holds "
-        "is.\n"
-        "Several sources keep their layout below the folder that holds all of them. What exists "
-        "is\n"
+        "is missing. A single folder is copied as a whole; with a \"/\" at its end its "
+        "content is.\n"
+        "Several sources keep their layout below the folder that contains all of them. What "
+        "exists is\n"
         "skipped, hidden names are left out. Each one that could not be copied is named on "
         "standard\n"
         "error, and the exit status is 1 then. The last line has the counts",
         "  qvres copy /Data/a /Data/b /Backup     (/Backup/a, /Backup/b)\n"
         "  qvres copy /Data/2024 /Backup          (/Backup/2024)\n"
-        "  qvres copy /Data/2024/ /Backup/2024    (what /Data/2024 holds)\n"
+        "  qvres copy /Data/2024/ /Backup/2024    (the content of /Data/2024)\n"
         "  qvres copy --ask /Data /Backup");
     command->formatter(std::make_shared<TCopyFormatter>());
     CLI::Option* overwrite =

@@ -1,4 +1,4 @@
-// doctor: what earlier work has left behind or damaged in a part of the tree.
+// doctor: finds leftovers of earlier work and damage in a part of the tree.
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -10,6 +10,7 @@
 #include <QvStd/FileLock.h>
 #include <QvStd/FileStream.h>
 #include <QvStd/Files.h>
+#include <QvStd/NewFile.h>
 #include <QvStd/XIniTree.h>
 
 #include "Checks.h"
@@ -30,17 +31,6 @@ bool EndsWith(const std::string& text, const std::string& end)
            text.compare(text.size() - end.size(), std::string::npos, end) == 0;
 }
 
-/// As a new file is called until it is complete: ".<name>.<16 hexadecimal digits>.tmp".
-bool IsTemporaryName(const std::string& name)
-{
-    constexpr std::size_t kEnd = 1 + 16 + 4;
-    if (name.size() < 2 + kEnd || name.front() != '.' || !EndsWith(name, ".tmp"))
-        return false;
-    const std::string digits = name.substr(name.size() - kEnd + 1, 16);
-    return name[name.size() - kEnd] == '.' &&
-           digits.find_first_not_of("0123456789abcdef") == std::string::npos;
-}
-
 bool IsOlderThanADay(TQvDateTime time)
 {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -52,7 +42,10 @@ bool IsOlderThanADay(TQvDateTime time)
 class TDoctor
 {
 public:
-    TDoctor(THost& host, bool mends) : m_host(host), m_tree(host.Session.Tree()), m_mends(mends) {}
+    TDoctor(THost& host, bool repairs)
+        : m_host(host), m_tree(host.Session.Tree()), m_repairs(repairs)
+    {
+    }
 
     void Examine(const std::string& id);
 
@@ -67,14 +60,14 @@ private:
     void ExamineLabel(const std::string& id);
     void ExamineMarker(const std::string& id, const std::string& path);
     void CannotRead(const std::string& id, int error);
-    /// `mend` answers 0, an errno or kNotTried.
-    template <class TMend>
-    void Found(const std::string& id, const std::string& problem, const char* mended,
-               const TMend& mend);
+    /// `repair` returns 0, an errno or kNotTried.
+    template <class TRepair>
+    void Found(const std::string& id, const std::string& problem, const char* repaired,
+               const TRepair& repair);
 
     THost& m_host;
     const TResourceManager& m_tree;
-    bool m_mends;
+    bool m_repairs;
     bool m_foundAny = false;
 };
 
@@ -84,12 +77,12 @@ void TDoctor::CannotRead(const std::string& id, int error)
     m_host.Status = 1;
 }
 
-template <class TMend>
-void TDoctor::Found(const std::string& id, const std::string& problem, const char* mended,
-                    const TMend& mend)
+template <class TRepair>
+void TDoctor::Found(const std::string& id, const std::string& problem, const char* repaired,
+                    const TRepair& repair)
 {
     m_foundAny = true;
-    const int error = m_mends ? mend() : kNotTried;
+    const int error = m_repairs ? repair() : kNotTried;
     if (error != 0)
         m_host.Status = 1;
     if (m_host.Json) {
@@ -102,7 +95,7 @@ void TDoctor::Found(const std::string& id, const std::string& problem, const cha
     }
     std::string line = id + ": " + problem;
     if (error != kNotTried)
-        line += error == 0 ? std::string("; ") + mended : "; not repaired: " + QvErrorText(error);
+        line += error == 0 ? std::string("; ") + repaired : "; not repaired: " + QvErrorText(error);
     m_host.Out.Line(line);
 }
 
@@ -114,7 +107,7 @@ void TDoctor::Examine(const std::string& givenId)
     const unsigned kind = m_tree.ResourceExists(id);
     if (kind == kResResource)
         return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
-    // What the missing folder of a mount hides has been said.
+    // When the folder of a mount is missing, that was reported already.
     if (!m_foundAny)
         RequireFolder(m_tree, id);
     TQvProgress progress(&m_host.Progress);
@@ -163,10 +156,10 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
     return folders;
 }
 
-/// Only what belongs to one resource when it is named.
+/// With the name of a resource only the files that belong to it.
 void TDoctor::ExamineFolder(const std::string& id, const std::string& onlyName)
 {
-    // A disk name that is no valid id is reached by nobody.
+    // A disk name that is no valid id cannot be opened.
     if (!TResourceManager::IsValidResId(id, true))
         return CannotRead(id, EINVAL);
     const TResourceManager::TMountNode* const node = m_tree.GetNode4Id(id, true, true, false);
@@ -193,7 +186,7 @@ void TDoctor::ExamineFolder(const std::string& id, const std::string& onlyName)
 void TDoctor::ExamineFile(const std::string& id, const std::string& path)
 {
     const std::string name = QvExtractResName(id);
-    if (IsTemporaryName(name))
+    if (QvIsTemporaryName(name))
         ExamineTemporary(id, path);
     else if (EndsWith(name, kSidecarSuffix))
         ExamineSidecar(id, path);
@@ -224,7 +217,7 @@ void TDoctor::ExamineSidecar(const std::string& id, const std::string& path)
     if (owner && !isFolder)
         return ExamineDocument(ownerId, path);
     Found(id, "metadata without its resource", "removed", [&] {
-        // The library knows whether the resource is just being moved, and leaves the metadata then.
+        // The library detects whether the resource is being moved, and keeps the metadata then.
         if (TResourceManager::IsValidResId(ownerId, true))
             m_tree.OpenResource(ownerId, kQvOpenRead, kQvShareAll, 0);
         if (!QvFileExists(path))
@@ -278,7 +271,7 @@ void TDoctor::ExamineLabel(const std::string& id)
     });
 }
 
-/// A file of such a name that says neither is no marker.
+/// A file of such a name with other content is no marker.
 void TDoctor::ExamineMarker(const std::string& id, const std::string& path)
 {
     const TQvResult owner =
@@ -296,7 +289,7 @@ void TDoctor::ExamineMarker(const std::string& id, const std::string& path)
 void AddDoctorCommand(CLI::App& app, THost& host)
 {
     const auto id = std::make_shared<std::string>();
-    const auto mends = std::make_shared<bool>(false);
+    const auto repairs = std::make_shared<bool>(false);
     CLI::App* doctor = AddCommand(
         app, "doctor",
         "Look for what was left behind or damaged below a folder, or with one resource; one line "
@@ -305,10 +298,10 @@ void AddDoctorCommand(CLI::App& app, THost& host)
         "earlier content,\nmount points whose folder is gone. The exit status is 1 when something "
         "was found and not\nrepaired. Contents are not read: \"qvres check\" does that",
         "  qvres doctor /Data\n"
-        "  qvres doctor --mend /Data");
-    doctor->add_flag("--mend", *mends,
+        "  qvres doctor --repair /Data");
+    doctor->add_flag("--repair,--mend", *repairs,
                      "Remove metadata, markers and temporary files that belong to nothing, rename "
                      "damaged\nmetadata to \".meta.damaged\", and compute labels anew");
     AddIdOption(*doctor, "ID", *id, "A folder or resource; \"/\" for the whole tree")->required();
-    doctor->callback([&host, id, mends] { TDoctor(host, *mends).Examine(*id); });
+    doctor->callback([&host, id, repairs] { TDoctor(host, *repairs).Examine(*id); });
 }

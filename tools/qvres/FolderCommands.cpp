@@ -27,7 +27,7 @@ void MakeFolder(THost& host, const std::string& givenId)
     if (!resource.empty())
         throw TFailure(Quoted(resource) + " is a resource", resource, ENOTDIR);
     if (!tree.IsInsideMountedNodes(id) && !tree.IsFolder(id, false))
-        throw TFailure(Quoted(id) + " lies outside of the mounted folders", id, EROFS);
+        throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
     if (!tree.CreateFolder(id))
         ThrowFailed("the folder " + Quoted(id) + " cannot be created");
 }
@@ -39,14 +39,15 @@ void MakeFolder(THost& host, const std::string& givenId)
     const TQvFailure failure = TResourceManager::LastFailure();
     BreakSignal::ThrowIfWanted();
     if (failure.Error == EBUSY && tree.IsMountNode(failure.Id))
-        throw TFailure(Quoted(failure.Id) + " is a mount point and stays", failure.Id, EBUSY);
+        throw TFailure(Quoted(failure.Id) + " is a mount point and is not removed", failure.Id,
+                       EBUSY);
     if (failure.Error == ENOTDIR && failure.Id == id)
-        throw TFailure(Quoted(id) + " is a link to a folder; what it leads to is not cleared", id,
+        throw TFailure(Quoted(id) + " is a link to a folder; its target is not cleared", id,
                        ENOTDIR);
     if (failure.Error == ENOTEMPTY && failure.Id == id)
         throw TFailure("the folder " + Quoted(id) +
                            (tree.IsFolderEmpty(id)
-                                ? " is not empty: it holds what is not listed, such "
+                                ? " is not empty: it contains entries that are not listed, such "
                                   "as hidden files"
                                 : " is not empty"),
                        id, ENOTEMPTY);
@@ -69,7 +70,7 @@ void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
     const TResourceManager& tree = host.Session.Tree();
     const std::string id = QvExcludeTrailingSlash(givenId);
     RequireRealFolder(tree, id);
-    // Refused before anything in it is deleted.
+    // Checked before anything in it is deleted.
     if (tree.IsMountNode(id))
         throw TFailure(Quoted(id) + " is a mount point; \"qvres clear\" empties it, \"qvres "
                                     "unmount\" takes it out of the tree",

@@ -10,7 +10,7 @@
 
 namespace
 {
-/// How many letters must be put in, taken out, replaced or swapped with the next one.
+/// The edit distance: insertions, deletions, replacements and swaps of two letters.
 std::size_t Distance(const std::string& a, const std::string& b)
 {
     std::vector<std::vector<std::size_t>> rows(a.size() + 1,
@@ -40,7 +40,7 @@ void PrintHelp(CLI::App& app, THost& host, const std::vector<std::string>& words
         before += (before.empty() ? "" : " ") + level->get_name();
         level = commands.front();
     }
-    // Without words the overview, which names what was called on its own.
+    // Without words the overview of all commands.
     host.Out.Write(words.empty() ? app.get_formatter()->make_help(&app, app.get_name(),
                                                                   CLI::AppFormatMode::Normal)
                                  : level->help(before));

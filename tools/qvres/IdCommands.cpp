@@ -1,4 +1,4 @@
-// Ids as text: id compact, merge, relative, parts, valid, mask. Nothing of the disk is looked at.
+// Ids as text: id compact, merge, relative, parts, valid, mask. The disk is not accessed.
 #include <memory>
 #include <vector>
 

@@ -1,6 +1,7 @@
 #include "Json.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace
 {
@@ -43,8 +44,11 @@ std::string TextOf(const nlohmann::ordered_json& record, const std::string& name
         return record[name].is_null() ? "-" : record[name].get<std::string>();
     const std::string digits = hex->get<std::string>();
     std::string text;
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
-        text += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        unsigned char byte = 0;
+        std::from_chars(&digits[i], &digits[i] + 2, byte, 16);
+        text += static_cast<char>(byte);
+    }
     return text;
 }
 

@@ -32,7 +32,7 @@ TQvResourceLabel StoredLabel(const TResourceManager& tree, const std::string& id
 TQvResourceLabel WeakLabel(const std::string& id)
 {
     TQvResourceLabel label;
-    // The library answers zeros where it could not look.
+    // The library answers zeros when the query failed.
     if (!TResourceManager::GetResourceLabelWeak(id, &label) ||
         TResourceManager::LastFailure().Error != 0)
         ThrowFailed(Quoted(id) + " cannot be accessed");

@@ -6,7 +6,7 @@
 
 namespace
 {
-/// A resource that is read with a progress bar, and until the user cancels it.
+/// A resource that is read with a progress bar and user break.
 class TWatchedStream : public TQvStream
 {
 public:
@@ -56,7 +56,7 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
 {
     constexpr int kMaxAttempts = 3;
     for (int i = 0; i < kMaxAttempts; ++i) {
-        // The time first: it waits until later changes have another one.
+        // The time first: the call waits until later changes get another time.
         TQvResourceLabel label;
         if (!ComputeResResourceLabelSC2(id, &label))
             break;

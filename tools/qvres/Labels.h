@@ -1,4 +1,4 @@
-// Labels of resources with a progress bar, and until the user cancels.
+// Labels of resources, with a progress bar and user break.
 #pragma once
 
 #include <string>
@@ -16,5 +16,5 @@ TQvResourceLabel CurrentLabel(THost& host, const std::string& id);
 /// be read.
 bool HasSameContent(THost& host, const std::string& id, const TQvResourceLabel& label);
 
-/// What a parser says about the metadata; "" when there is none, or it is well formed.
+/// The parse error of the metadata; "" when there is none, or it is well formed.
 std::string MetadataDamage(const TResourceManager& tree, const std::string& id);

@@ -1,5 +1,5 @@
-// The library's warnings. Many of them say why an operation fails that only answers false: the
-// error takes them over, and each is said once.
+// The library's warnings. Many of them are the reason of an operation that only answers false: they
+// become part of the error, and each is printed once.
 //
 // Thread-safety: belongs to one thread; the library may warn on any.
 #pragma once
@@ -8,12 +8,12 @@
 
 namespace LogWarnings
 {
-/// From now on warnings are kept. Where QV_LOG_LEVEL is set the library goes on writing its log.
+/// From now on warnings are kept. When QV_LOG_LEVEL is set, the library still writes its log.
 void Collect();
 
 /// The last one, without the "." at its end; "" when there is none.
 std::string Last();
 
-/// Prints those that no error has said.
+/// Prints those that were in no error.
 void PrintUnsaid();
 } // namespace LogWarnings

@@ -51,7 +51,7 @@ void TOutput::Line(std::string_view text)
 
 void TOutput::Flush()
 {
-    // Emptied first: what failed to be written is not tried again on the way out.
+    // Cleared first: a failed write is not repeated at exit.
     std::string bytes;
     bytes.swap(m_buffer);
     WriteStraight(bytes);
@@ -69,7 +69,7 @@ void TOutput::Close()
 void TOutput::WriteStraight(std::string_view bytes)
 {
     while (!bytes.empty()) {
-        // Also after a part was written: a write that a signal ends early is no error.
+        // Also after a partial write, since a write that a signal interrupts is no error.
         BreakSignal::ThrowIfWanted();
         const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
         if (written >= 0)

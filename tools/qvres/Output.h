@@ -18,13 +18,13 @@ public:
     bool IsTerminal() const { return m_isTerminal; }
 
     /// Bytes as they are. Throws TFailure when they cannot be written, TQvUserBreak when the user
-    /// breaks off while the reader at the other end is slow.
+    /// cancels while the reader at the other end is slow.
     void Write(std::string_view bytes);
     /// One line. On a terminal control characters of file names are shown as "?", so that a name
     /// cannot drive the terminal.
     void Line(std::string_view text);
     void Flush();
-    /// Flushes and closes: some file systems tell only then that there was no room.
+    /// Flushes and closes: some file systems report a full disk only then.
     void Close();
 
 private:
@@ -34,9 +34,9 @@ private:
     bool m_isTerminal;
 };
 
-/// "qvres: " and the message on standard error, always one line, whatever ids and file names hold;
-/// with ErrorsAsJson an object with the members "error", "id" (null for none) and "errno" (0 for
-/// none).
+/// "qvres: " and the message on standard error, always one line, whatever ids and file names
+/// contain; with ErrorsAsJson an object with the members "error", "id" (null for none) and "errno"
+/// (0 for none).
 void PrintError(const TFailure& failure);
 void PrintError(const std::string& message);
 void ErrorsAsJson();

@@ -26,7 +26,7 @@ std::string FreeSpaceText(const TQvResourceProfile& profile)
 
 bool IsCurrent(const TCPState& state, const TQvResourceProfile& profile)
 {
-    return FindProfile(state, state.CurrentProfile) == &profile;
+    return state.FindProfile(state.CurrentProfile) == &profile;
 }
 
 nlohmann::ordered_json Record(const TCPState& state, const TQvResourceProfile& profile)
@@ -127,7 +127,7 @@ void Create(THost& host, const std::string& name)
     RequireVarFolder(host);
     TProfileChange change(host.Progress);
     TCPState& state = change.State;
-    if (const TQvResourceProfile* profile = FindProfile(state, name))
+    if (const TQvResourceProfile* profile = state.FindProfile(name))
         throw TFailure("there is a profile " + Quoted(profile->Name) + " already");
     CreateProfile(state, name);
     change.Save();

@@ -12,10 +12,10 @@
 
 namespace
 {
-/// Also when it cannot be looked at: the folder around it may be closed to this user.
+/// True, too, when it cannot be examined: the user may have no access to the folder.
 bool MayHoldProfile(const std::string& file)
 {
-    std::error_code ignored; // told by the type
+    std::error_code ignored; // the type says it
     return std::filesystem::symlink_status(file, ignored).type() !=
            std::filesystem::file_type::not_found;
 }
@@ -25,7 +25,7 @@ void RequireAllRead(const TQvCPUtils::TCPState& state)
     const std::string& failure = state.Loaded.Failure;
     for (const std::string& folder : QvFindFiles(state.VarFolder / "Profiles", "*", true, false)) {
         const std::string file = folder + "/profile.x-ini";
-        if (FindProfile(state, folder.substr(folder.rfind('/') + 1)) == nullptr &&
+        if (state.FindProfile(folder.substr(folder.rfind('/') + 1)) == nullptr &&
             QvDirExists(folder) && MayHoldProfile(file))
             throw TFailure(Quoted(file) +
                            " cannot be read, and saving would remove it; "
@@ -49,15 +49,9 @@ TProfileChange::TProfileChange(TQvProgressHandler& progress) : m_lock(TSession::
     RequireAllRead(State);
 }
 
-TQvResourceProfile* FindProfile(const TQvCPUtils::TCPState& state, const std::string& name)
-{
-    const auto found = state.ProfileIndex.find(toupper_locale(name));
-    return found != state.ProfileIndex.end() ? found->second : nullptr;
-}
-
 TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std::string& name)
 {
-    TQvResourceProfile* const profile = FindProfile(state, name);
+    TQvResourceProfile* const profile = state.FindProfile(name);
     if (profile == nullptr)
         throw TFailure("there is no profile " + Quoted(name));
     return *profile;

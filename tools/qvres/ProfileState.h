@@ -7,8 +7,8 @@
 
 #include <QvServices/QvServices.h>
 
-/// The state of all profiles, with what the repository publishes taken over; the bar of `progress`
-/// is shown meanwhile.
+/// The state of all profiles, with the published profiles of the repository copied; the bar of
+/// `progress` is shown meanwhile.
 void LoadProfiles(TQvCPUtils::TCPState& state, TQvProgressHandler& progress);
 /// The same for a change: the VAR folder is locked from the loading to the end of this object.
 class TProfileChange
@@ -20,14 +20,12 @@ public:
     void Save() { TQvCPUtils::SaveState(State); }
 
 private:
-    TQvVarFolderLock m_lock; ///< first: nothing is read before
+    TQvVarFolderLock m_lock; ///< declared first, so that nothing is read before it
 
 public:
     TQvCPUtils::TCPState State;
 };
 
-/// Null when there is none; letter case does not count.
-TQvResourceProfile* FindProfile(const TQvCPUtils::TCPState& state, const std::string& name);
 /// Throws TFailure when there is none.
 TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std::string& name);
 

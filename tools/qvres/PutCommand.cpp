@@ -81,7 +81,7 @@ void Put(THost& host, const std::string& id, const std::string& file)
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Writing " + id);
     host.Progress.CountBytesOf(source.Size());
-    // The bar would run into what is being typed.
+    // The bar would mix with the user's input.
     if (!source.IsTerminal())
         progress.Start();
     std::vector<char> block(kBlockSize);

@@ -1,4 +1,4 @@
-// The folder that a VAR folder takes published profiles from.
+// The folder from which a VAR folder copies published profiles.
 #pragma once
 
 #include <string>

@@ -15,13 +15,13 @@ void RequireDone(const TQvResult& result, const std::string& id)
 
 TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id, bool onlyNew)
 {
-    // A look for a resource that is not there removes metadata that an earlier one has left.
+    // Opening a missing resource removes metadata that an earlier one has left.
     if (!tree.IsResource(id))
         tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
     TQvNewFile::TOptions options;
     options.Synced = true;
     options.FailIfExists = onlyNew;
-    options.ExpectsNone = onlyNew; // the publishing finds out
+    options.ExpectsNone = onlyNew; // Publish checks it
     TQvNewFile file;
     RequireDone(file.Open(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id), options),
                 id);

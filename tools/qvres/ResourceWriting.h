@@ -12,5 +12,5 @@
 /// With `onlyNew` a resource that is there, or appears meanwhile, is left alone.
 TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id, bool onlyNew = false);
 void Write(TQvNewFile& file, std::string_view bytes, const std::string& id);
-/// Brings the content to the disk and puts it in its place. False when `onlyNew` kept it from that.
+/// Syncs the content and gives it the name of the resource. False when `onlyNew` forbids that.
 bool FinishWriting(TQvNewFile& file, const std::string& id);

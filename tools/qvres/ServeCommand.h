@@ -1,5 +1,5 @@
-// serve: the tree as a file system. "qvres" and the program that does the work, qvres-serve, take
-// the same arguments.
+// serve: the tree as a file system. "qvres" and the server program, qvres-serve, take the same
+// arguments.
 #pragma once
 
 #include <string>

@@ -68,7 +68,7 @@ void AddServiceCommands(CLI::App& app, THost& host)
 
     const auto url = std::make_shared<std::string>();
     CLI::App* open =
-        AddCommand(app, "open", "Write what a \"qvres:\" URL leads to to standard output",
+        AddCommand(app, "open", "Write the resource of a \"qvres:\" URL to standard output",
                    "  qvres open qvres:/Data/a.txt");
     open->add_option("URL", *url, "\"qvres:\" and the id of a resource")->required();
     open->callback([&host, url] { OpenURL(host, *url); });

@@ -16,7 +16,6 @@
 namespace
 {
 constexpr char kVarFolderVariable[] = "QV_VAR_FOLDER";
-constexpr char kDefaultVarFolder[] = ".config/velmor/KORVADELAirlane7.VAR";
 
 /// Throws TFailure when something is there and cannot be used.
 bool IsSetUp()
@@ -28,7 +27,7 @@ bool IsSetUp()
     }
 }
 
-/// What a VAR folder lacks that was set up once; "" when nothing of it is there.
+/// The missing part of a VAR folder that was set up once; "" when it was never set up.
 std::string MissingPart(const TQvPath& varFolder)
 {
     const std::string policy = (varFolder / "policy.x-ini").toSysStr();
@@ -108,11 +107,10 @@ void TSession::StartConfiguration(bool withDefaultFolder)
     if (!VarFolder.empty())
         folder = Absolute(VarFolder);
     else if (withDefaultFolder &&
-             TQvConfigData().getVarFolderSetting(true, nullptr, &unread).empty() &&
-             !TQvPath::homeDir().isPathEmpty())
-        folder = (TQvPath::homeDir() / kDefaultVarFolder).toSysStr();
-    // The setting may name another folder than the default one. What --mount names is there all the
-    // same.
+             TQvConfigData().getVarFolderSetting(true, nullptr, &unread).empty())
+        folder = TQvCPUtils::GetDefaultVARFolder().toSysStr();
+    // The setting may name another folder than the default one. The mounts of --mount are available
+    // all the same.
     if (unread.Error() == EBADMSG && Mounts.empty())
         GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
     if (!unread && Mounts.empty())

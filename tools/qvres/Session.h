@@ -20,14 +20,14 @@ public:
     TSession& operator=(const TSession&) = delete;
 
     /// The manager with everything mounted; started on the first call. Throws TFailure without a
-    /// usable VAR folder, unless --mount makes up for it.
+    /// usable VAR folder, unless there is a --mount.
     TResourceManager& Tree();
-    /// The same where a profile is needed: --mount does not make up for it.
+    /// The same for commands that need a profile: a --mount is not enough.
     TResourceManager& ProfileTree();
-    /// The same where the profile must be one that may be changed.
+    /// The same for commands that change the profile.
     TResourceManager& PersistentTree();
 
-    /// For what works on the VAR folder itself, instead of all of the above. Without
+    /// For commands that work on the VAR folder itself, instead of all of the above. Without
     /// `withDefaultFolder` the configuration may answer that there is none.
     void StartConfiguration(bool withDefaultFolder);
     /// Throws TFailure unless the VAR folder is set up.

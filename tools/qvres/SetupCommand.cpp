@@ -35,7 +35,7 @@ struct TSettings
 TSettings ChooseVarFolder(const TSetupOptions& options)
 {
     TSettings settings;
-    // What is configured for all users stays so.
+    // A setting for all users stays one.
     bool isCommon = true;
     settings.Common =
         options.Common || (!TQvCPUtils::GetVARFolder(&isCommon).isPathEmpty() && isCommon);
@@ -58,7 +58,7 @@ void ChooseRepository(const TSetupOptions& options, TSettings& settings)
     settings.UseRepository = !switchOff && !settings.Repository.isPathEmpty();
     if (settings.Repository.isPathEmpty())
         settings.Repository = TQvCPUtils::GetRepositoryFolder(settings.VarFolder, true);
-    // Only one that is named: a remembered one that looks empty may not be connected now.
+    // Only for one in the arguments: a stored one that looks empty may be disconnected now.
     settings.StartsRepository =
         settings.UseRepository && options.Repository && PublishesNothingYet(settings.Repository);
     const std::string problem = settings.UseRepository && !settings.StartsRepository
@@ -84,7 +84,7 @@ void ApplySettings(const TSettings& settings)
 std::string FreeName(const TQvCPUtils::TCPState& state)
 {
     std::string name = kFirstProfile;
-    for (int number = 2; FindProfile(state, name) != nullptr; ++number)
+    for (int number = 2; state.FindProfile(name) != nullptr; ++number)
         name = kFirstProfile + std::to_string(number);
     return name;
 }
@@ -96,7 +96,7 @@ void PutIntoFirstProfile(TQvCPUtils::TCPState& state, const TQvPath& folder)
         std::all_of(state.Profiles.begin(), state.Profiles.end(),
                     [](const TQvResourceProfile& profile) { return profile.Remote; });
     TQvResourceProfile* profile =
-        allRemote ? &CreateProfile(state, FreeName(state)) : FindProfile(state, kFirstProfile);
+        allRemote ? &CreateProfile(state, FreeName(state)) : state.FindProfile(kFirstProfile);
     if (profile == nullptr || profile->Remote ||
         (!profile->Nodes.empty() &&
          profile->Nodes.count(QvNormalizeResId(MountPointOf(folder))) == 0))
@@ -115,9 +115,8 @@ void SelectSomeProfile(TQvCPUtils::TCPState& state)
         state.CurrentProfile = state.Profiles.front().Name;
 }
 
-/// What keeps the folder from being put into the first profile; "" when it is there. In either case
-/// some profile is the current one afterwards, also where an earlier call was killed before it
-/// could select one.
+/// Why the folder could not be put into the first profile; "" when it is there. In either case some
+/// profile is current afterwards, also when an earlier call was killed before it selected one.
 std::string SetUpProfiles(TQvProgressHandler& progress, const TQvPath& folder)
 {
     TProfileChange change(progress);

@@ -13,7 +13,7 @@ namespace
 {
 constexpr auto kInterval = std::chrono::milliseconds(100);
 constexpr auto kJsonInterval = std::chrono::milliseconds(500);
-constexpr double kSecondsBeforeRate = 0.5; ///< sooner it would only jump about
+constexpr double kSecondsBeforeRate = 0.5; ///< before that the rate is too unsteady
 constexpr std::size_t kBarWidth = 20;
 
 /// Standard error only carries the bar here: a bar that cannot be drawn harms nothing.

@@ -1,4 +1,4 @@
-// The progress on standard error, and the road on which Ctrl-C reaches a running operation.
+// The progress on standard error; it also passes Ctrl-C to a running operation.
 //
 // Thread-safety: belongs to the thread that runs the operation.
 #pragma once
@@ -15,7 +15,7 @@
 /// all for work that is done in a tenth of a second; the line is cleaned when the work stops. Or
 /// prints an object a line twice a second, and when the work stops, with the members "progress" (0
 /// to 1, null while it is not known), "message", "seconds", "left" (seconds) and, where bytes are
-/// counted, "bytes" and "total". Hidden, it still breaks the operation.
+/// counted, "bytes" and "total". A hidden one still cancels the operation.
 class TTerminalProgress : public TQvProgressHandler
 {
 public:

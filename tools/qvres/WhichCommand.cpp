@@ -1,4 +1,4 @@
-// which: who answers for an id, and what belongs to it.
+// which: the mount that answers for an id, and the files that belong to it.
 #include <cerrno>
 #include <memory>
 
@@ -46,7 +46,7 @@ TRecord MountRecord(const TMountNode& node, const std::string& id)
     return record;
 }
 
-/// What belongs to a resource.
+/// The files that belong to a resource.
 void AddBelongings(const TResourceManager& tree, TRecord& record, const TMountNode& node,
                    const std::string& id)
 {

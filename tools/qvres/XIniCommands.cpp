@@ -92,7 +92,7 @@ void Get(THost& host, const TXIniPlace& place)
     PrintValue(host, reader->Read(position, std::string()));
 }
 
-/// One line, whatever the value holds: written as in a document, without the key.
+/// One line, whatever the value contains: formatted as in a document, without the key.
 std::string ValueText(const std::string& value)
 {
     const auto document = make_var<TQvXIniTree>();

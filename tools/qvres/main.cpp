@@ -40,8 +40,8 @@ constexpr char kFooter[] =
     "\n"
     "\"qvres help COMMAND\" explains a command.";
 
-/// A file that is opened later must not take the place of a closed standard stream. What takes it
-/// cannot be used, so that reading or writing what the caller has closed still fails.
+/// A file that is opened later must not get the number of a closed standard stream. The placeholder
+/// cannot be used, so that reading or writing a stream that the caller has closed still fails.
 void OccupyClosedStandardStreams()
 {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
@@ -108,14 +108,14 @@ int Run(CLI::App& app, THost& host, int argc, char** argv)
     return host.Status;
 }
 
-/// What was printed before a failure belongs to the user.
+/// Output before a failure is still written.
 void FlushAfterFailure(TOutput& out)
 {
     try {
         if (!BreakSignal::Wanted())
             out.Flush();
     } catch (const std::exception&) {
-        // The first failure is the one to tell.
+        // The first failure is the one to report.
     }
 }
 
@@ -142,7 +142,7 @@ int main(int argc, char** argv)
 {
     OccupyClosedStandardStreams();
     BreakSignal::Install();
-    // "qvres cat ID | head" ends quietly, whatever the caller has set.
+    // "qvres cat ID | head" ends without a message, whatever signal handling the caller has set.
     std::signal(SIGPIPE, SIG_DFL);
 
     // Known before the arguments are parsed, which may fail, too.

@@ -1,6 +1,7 @@
 #include "QvStd/files/ContentCopy.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -48,8 +49,10 @@ private:
 
 TQvCopyError TContentCopy::Run(const struct stat& status)
 {
+    assert(m_from >= 0 && m_to >= 0 && m_from != m_to);
+    assert(status.st_size >= 0);
     const auto size = static_cast<std::uint64_t>(status.st_size);
-    // For small files the question costs more than the copy.
+    // For small files the attempt costs more than the copy.
     if (size > kBlock && ioctl(m_to, FICLONE, m_from) == 0)
         return {};
     if (size == 0)
@@ -61,7 +64,7 @@ TQvCopyError TContentCopy::Run(const struct stat& status)
     return m_error;
 }
 
-/// Only what is data; the rest stays a hole.
+/// Copies the data only; holes stay holes.
 bool TContentCopy::CopyExtents(std::uint64_t size)
 {
     std::uint64_t offset = 0;
@@ -88,7 +91,7 @@ bool TContentCopy::CopyExtents(std::uint64_t size)
 bool TContentCopy::Copy(std::uint64_t offset, std::uint64_t end)
 {
     if (m_inKernel && !CopyInKernel(&offset, end))
-        m_inKernel = false; // whatever the reason: the blocks succeed, or find the right one
+        m_inKernel = false; // whatever the reason: the blocks succeed, or report the right one
     return offset == end || CopyBlocks(offset, end);
 }
 
@@ -104,6 +107,7 @@ bool TContentCopy::CopyInKernel(std::uint64_t* offset, std::uint64_t end)
         // No bytes and no error: the end of the source, or a file system that cannot do it.
         if (count <= 0)
             return false;
+        assert(static_cast<std::uint64_t>(count) <= end - *offset);
         *offset += static_cast<std::uint64_t>(count);
         m_report.Advance(static_cast<std::uint64_t>(count));
     }
@@ -114,6 +118,7 @@ bool TContentCopy::CopyBlocks(std::uint64_t offset, std::uint64_t end)
 {
     // A file without a known size is small or empty.
     const std::uint64_t block = end == kUntilTheEnd ? kSmallBlock : kBlock;
+    assert(!m_block || block == kBlock); // a copy without a known end makes one pass
     if (!m_block)
         m_block.reset(new char[block]); // make_unique would clear it
     while (offset < end) {

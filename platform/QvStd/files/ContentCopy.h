@@ -8,7 +8,7 @@
 
 #include "QvStd/Progress.h"
 
-/// Informs a handler (may be null) how far a copy of `size` bytes is. Throws TQvUserBreak.
+/// Reports the progress of a copy of `size` bytes to a handler (may be null). Throws TQvUserBreak.
 class TQvCopyReport
 {
 public:
@@ -38,6 +38,6 @@ struct TQvCopyError
 
 /// Copies the content of `from`, a regular file of which `status` was read, to the start of the
 /// empty file `to`: by a reflink, else inside the kernel, else in blocks of 256 KiB. Holes stay
-/// holes. A source that is cut meanwhile ends the copy where it ends. Positions of both are left
-/// anywhere.
+/// holes. When the source is truncated meanwhile, the copy ends at its new end. The positions of
+/// both are undefined afterwards.
 TQvCopyError QvCopyContent(int from, const struct stat& status, int to, TQvCopyReport& report);

@@ -1,5 +1,6 @@
 #include "QvStd/Descriptor.h"
 
+#include <cassert>
 #include <fcntl.h>
 #include <linux/limits.h>
 #include <sys/file.h>
@@ -20,12 +21,13 @@ int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat*
     constexpr mode_t kNewFile = 0666;
     int number =
         QvRetryInterrupted([&] { return openat(folder, path, flags | kAlways, kNewFile); });
-    // A lease on a regular file is about to be given back: that is worth waiting for.
+    // Another process has a lease on a regular file, which the kernel takes back soon: wait for
+    // that.
     if (number < 0 && errno == EWOULDBLOCK && fstatat(folder, path, status, 0) == 0 &&
         S_ISREG(status->st_mode))
         number = QvRetryInterrupted(
             [&] { return openat(folder, path, flags | (kAlways & ~O_NONBLOCK), kNewFile); });
-    // What ENXIO refuses is a FIFO without a reader, a socket or a device without a driver.
+    // ENXIO: a FIFO without a reader, a socket or a device without a driver.
     if (number < 0)
         return errno == ENXIO ? EINVAL : errno;
     TQvDescriptor opened(number);
@@ -40,7 +42,7 @@ int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat*
 TQvPlace TQvFolderKeeper::Locate(const std::string& path)
 {
     const std::size_t length = path.rfind('/') + 1;
-    // The system refuses, or cuts, some paths of which the folder and the name alone are good.
+    // The system refuses or cuts some paths whose folder and name alone would be accepted.
     if (length == 0 || length == path.size() || path.size() >= PATH_MAX ||
         path.find('\0') != std::string::npos)
         return {AT_FDCWD, path};
@@ -48,6 +50,7 @@ TQvPlace TQvFolderKeeper::Locate(const std::string& path)
         m_path.assign(path, 0, length);
         m_folder = TQvDescriptor(open(m_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     }
+    assert(path.compare(0, length, m_path) == 0); // the open folder is that of the path
     return m_folder ? TQvPlace{m_folder.Number(), path.substr(length)} : TQvPlace{AT_FDCWD, path};
 }
 

@@ -7,6 +7,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "QvStd/Descriptor.h"
 #include "QvStd/FreshFile.h"
 #include "QvStd/Message.h"
 #include "QvStd/NewFile.h"
@@ -54,7 +55,7 @@ bool IsStillThere(const std::string& path, const TFound& found)
     struct stat now = {};
     if (stat(path.c_str(), &now) != 0)
         return errno == ENOENT && !found.Content;
-    return found.Content && now.st_dev == found.Status.st_dev && now.st_ino == found.Status.st_ino;
+    return found.Content && QvIsSameInode(now, found.Status);
 }
 
 TQvResult Replace(const std::string& path, const TFound& found, const std::string& content)
@@ -64,7 +65,7 @@ TQvResult Replace(const std::string& path, const TFound& found, const std::strin
     options.IsLockedByCaller = true;
     TQvNewFile file;
     TQvResult result = file.Open(path, options);
-    // Asked after the target was opened, which has brought its name up to date.
+    // Compared after Open, which has refreshed the name.
     if (result && !IsStillThere(path, found))
         return TQvResult::Failed(ESTALE, path);
     if (result)
@@ -87,7 +88,7 @@ TQvFileChange TryChange(const std::string& path, const TQvContentChange& change)
 bool QvIsStale(const std::string& path, int error)
 {
     struct stat status = {};
-    // Some clients say that the file is missing while their caches still show it.
+    // Some clients report the file as missing while their caches still list it.
     return error == ESTALE || (error == ENOENT && stat(path.c_str(), &status) == 0);
 }
 

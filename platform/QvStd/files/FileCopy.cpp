@@ -21,7 +21,7 @@ namespace
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kModeBits = 07777;
 
-/// What the caller of a plain bool looks at, too.
+/// Sets errno, too, for callers that use the result as a bool.
 TQvResult Answer(TQvResult result)
 {
     if (!result)
@@ -49,7 +49,7 @@ int OpenSource(const std::string& path, TQvCopyFolders* folders, TQvDescriptor* 
     if (place.Folder != AT_FDCWD &&
         QvOpenRegular(place.Name, O_RDONLY, file, status, place.Folder) == 0)
         return 0;
-    // What fails in the open folder is looked for by its path: there may be another folder now.
+    // When that fails in the open folder, try the path: there may be another folder now.
     return QvOpenRegular(path, O_RDONLY, file, status);
 }
 
@@ -122,7 +122,7 @@ bool ReadToEnd(int file, std::uint64_t size, std::string* content)
     return true;
 }
 
-/// After a rename that answered success: two names of one file are both still there then.
+/// After a successful rename: two hard links of one file both still exist then.
 TQvResult FinishRename(const std::string& from, const std::string& to)
 {
     struct stat status = {};

@@ -1,5 +1,6 @@
 #include "QvStd/FileLock.h"
 
+#include <cassert>
 #include <cerrno>
 #include <chrono>
 #include <thread>
@@ -8,15 +9,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "QvStd/Descriptor.h"
 #include "QvStd/FileChange.h"
-#include "QvStd/Files.h"
 #include "QvStd/FreshFile.h"
 #include "QvStd/Result.h"
+#include "QvStd/process/LockNote.h"
 
 namespace
 {
 constexpr std::chrono::milliseconds kPause(1);
-constexpr char kNotePrefix[] = "lock held by ";
 
 /// 0 or a negative errno.
 int LockFirstByte(int descriptor)
@@ -35,14 +36,15 @@ int RefuseIrregular(const struct stat& status)
     return S_ISDIR(status.st_mode) ? -EISDIR : -EINVAL;
 }
 
-/// What the note of a TQvLockFile says about its holder, in brackets; "" without such a note.
-std::string HolderInBrackets(const std::string& path)
+/// ": NAME (process 12, since ...)" as the note of a TQvLockFile says; "" without such a note.
+std::string HolderBehindColon(const std::string& path)
 {
-    std::string note;
-    if (!QvReadWholeFile(path, &note) || note.rfind(kNotePrefix, 0) != 0)
+    TQvDescriptor file;
+    struct stat status = {};
+    if (QvOpenRegular(path, O_RDONLY, &file, &status) != 0)
         return {};
-    note.erase(0, sizeof kNotePrefix - 1);
-    return " (" + note.substr(0, note.find_last_not_of(" \n") + 1) + ")";
+    const std::string holder = QvReadLockHolder(QvReadLockNote(file.Number())).Text;
+    return holder.empty() ? holder : ": " + holder;
 }
 } // namespace
 
@@ -64,6 +66,7 @@ TQvFileLock::~TQvFileLock()
 /// One attempt, on the file that is at the path now. 0 or a negative errno.
 int TQvFileLock::Take(const std::string& path)
 {
+    assert(m_descriptor < 0);
     const int descriptor = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat opened = {};
     struct stat current = {};
@@ -77,7 +80,7 @@ int TQvFileLock::Take(const std::string& path)
     if (error == 0 && stat(path.c_str(), &current) != 0)
         error = -errno;
     // Replaced between the open and the lock: this lock protects nothing any more.
-    if (error == 0 && (opened.st_dev != current.st_dev || opened.st_ino != current.st_ino))
+    if (error == 0 && !QvIsSameInode(opened, current))
         error = -EAGAIN;
     if (error == 0)
         m_descriptor = descriptor;
@@ -89,6 +92,6 @@ int TQvFileLock::Take(const std::string& path)
 TQvMessage QvLockMessage(const std::string& path, int error)
 {
     if (error == -EAGAIN)
-        return QvMsg_helper("Err_Locked_name") << path << HolderInBrackets(path);
+        return QvMsg_helper("Err_Locked_name") << path << HolderBehindColon(path);
     return QvMsg_helper("Err_Lock_name") << path << QvErrorText(-error);
 }

@@ -37,7 +37,7 @@ bool QvRenameToFreeName(const std::string& from, const std::string& to)
     if (errno != EINVAL && errno != ENOSYS)
         return false;
     // The file system cannot do it in one step: take the name with an empty file or folder, which
-    // fails where anything is, and rename over that.
+    // fails when the name exists, and rename over that.
     struct stat status = {};
     if (lstat(from.c_str(), &status) != 0)
         return false;

@@ -18,9 +18,8 @@ bool Look(const std::string& path, struct stat* status)
     return stat(path.c_str(), status) == 0;
 }
 
-/// Below a file there is nothing, a link without an end leads to nothing, and a component that is
-/// too long names nothing: that is known, not a failure to look. A path that is too long as a whole
-/// may lead to something.
+/// Nothing exists below a file, behind an endless link, or under a component that is too long:
+/// these are answers, no failures. A path that is too long as a whole may exist.
 TQvResult AnswerLook(const char* path)
 {
     const bool isNothing = errno == ENOTDIR || errno == ELOOP ||
@@ -28,7 +27,7 @@ TQvResult AnswerLook(const char* path)
     return isNothing ? TQvResult::Nothing() : TQvResult::FromErrno();
 }
 
-/// Brings the name of a folder to the disk. False with errno.
+/// Syncs the name of a folder. False with errno.
 bool SyncName(const std::string& path)
 {
     const std::string plain = path.substr(0, path.find_last_not_of('/') + 1);
@@ -50,7 +49,7 @@ bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777, bool synced =
     return false;
 }
 
-/// The end of the parent's part of a path that ends at `end`; 0 when there is none.
+/// The end of the parent folder in the first `end` characters of a path; 0 when there is none.
 std::size_t ParentEnd(const std::string& path, std::size_t end)
 {
     while (end > 0 && path[end - 1] == '/')

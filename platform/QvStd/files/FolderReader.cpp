@@ -1,6 +1,8 @@
 #include "QvStd/FolderReader.h"
 
+#include <cassert>
 #include <cerrno>
+#include <cstdint>
 #include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -67,6 +69,7 @@ bool TQvFolderReader::Fill()
         m_buffer = m_ownBuffer.get();
         m_bufferSize = kBufferSize;
     }
+    assert(reinterpret_cast<std::uintptr_t>(m_buffer) % alignof(dirent64) == 0);
     const ssize_t length = getdents64(m_descriptor, m_buffer, m_bufferSize);
     if (length < 0)
         m_result = TQvResult::Failed(errno);
@@ -79,6 +82,7 @@ bool TQvFolderReader::Next(TQvFolderEntry* entry)
 {
     while (m_next < m_length || Fill()) {
         const auto* record = reinterpret_cast<const dirent64*>(m_buffer + m_next);
+        assert(record->d_reclen > 0 && record->d_reclen <= m_length - m_next);
         m_next += record->d_reclen;
         entry->Name = record->d_name;
         entry->Type = record->d_type;

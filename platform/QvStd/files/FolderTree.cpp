@@ -2,6 +2,7 @@
 #include "QvStd/Files.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
@@ -23,7 +24,7 @@ struct TEntry
     unsigned char Type; ///< DT_...
 };
 
-/// The type of what `folder` holds under `name`; DT_UNKNOWN when it is gone or cannot be asked.
+/// The type of the entry `name` of `folder`; DT_UNKNOWN when it is gone or cannot be examined.
 unsigned char TypeOf(int folder, const char* name, int flags)
 {
     struct stat status = {};
@@ -98,21 +99,21 @@ TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
     return result;
 }
 
-/// Lets the owner list, enter and change a folder. Where that is refused, the call that needed it
-/// fails, and tells.
+/// Lets the owner list, enter and change a folder. When that is refused, the call that needs it
+/// fails and reports the error.
 void MakeUsable(int folder)
 {
     struct stat status = {};
     if (fstat(folder, &status) != 0 || (status.st_mode & S_IRWXU) == S_IRWXU)
         return;
     const mode_t mode = (status.st_mode & 07777) | S_IRWXU;
-    // A descriptor that only names the folder takes the detour.
+    // A descriptor opened with O_PATH needs this detour.
     if (fchmod(folder, mode) != 0 && errno == EBADF)
         chmod(("/proc/self/fd/" + std::to_string(folder)).c_str(), mode);
 }
 
-/// Removes trees by folder descriptors and names, never by paths: whoever exchanges a folder for a
-/// link meanwhile cannot lead it elsewhere. Every `path` is for messages only.
+/// Removes trees by folder descriptors and names, never by paths: a folder that is exchanged for a
+/// link meanwhile is not followed. Every `path` is for messages only.
 class TTreeRemover
 {
 public:
@@ -133,7 +134,7 @@ public:
 
     bool Unlink(int parent, const char* name, int flags, const std::string& path)
     {
-        // What somebody else removed meanwhile is removed.
+        // Another process may have removed it already.
         return unlinkat(parent, name, flags) == 0 || errno == ENOENT || Note(errno, path);
     }
 
@@ -141,6 +142,7 @@ public:
     /// that the depth is not bounded by the open files of a process.
     void RemoveFolder(int parent, const char* name, const std::string& path)
     {
+        assert(m_levels.empty());
         m_path = path;
         Enter(parent, name);
         while (!m_levels.empty()) {
@@ -169,6 +171,7 @@ private:
 
     void RemoveEntry(const TEntry& entry)
     {
+        assert(entry.Name.find('/') == std::string::npos); // it would lead out of the folder
         const std::size_t length = m_path.size();
         m_path.append(1, '/').append(entry.Name);
         const int folder = m_levels.back().Number();
@@ -208,10 +211,11 @@ private:
         return true;
     }
 
-    /// Back from the deepest level, which is removed when it is empty. False when there is no way
-    /// back.
+    /// Leaves the deepest level and removes it when it is empty. False when the level above cannot
+    /// be opened again.
     bool Leave(int top)
     {
+        assert(!m_levels.empty());
         const TLevel level = std::move(m_levels.back());
         m_levels.pop_back();
         if (!m_levels.empty() && m_levels.back().Number() < 0 && !Reopen(level.Number()))
@@ -221,6 +225,7 @@ private:
                                       level.Name.c_str(), AT_REMOVEDIR, m_path);
         if (!m_levels.empty()) {
             m_levels.back().IsEmptied &= removed;
+            assert(m_levels.back().PathLength <= m_path.size());
             m_path.resize(m_levels.back().PathLength);
         }
         return true;

@@ -1,12 +1,15 @@
 #include "QvStd/FreshFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 
 #include "QvStd/Files.h"
@@ -37,8 +40,8 @@ int QvRefreshName(const std::string& path, bool* isCached)
 {
     struct statfs system = {};
     int found = QvRetryInterrupted([&] { return statfs(path.c_str(), &system); });
-    // The folder knows the file system, too, when the name leads nowhere, or to a file that another
-    // machine has replaced.
+    // Ask the folder for the file system when the name is missing or its file was replaced by
+    // another machine.
     if (found != 0 && (errno == ENOENT || errno == ESTALE))
         found = statfs((QvFolderPart(path) + ".").c_str(), &system);
     if (found != 0)
@@ -52,6 +55,17 @@ int QvRefreshName(const std::string& path, bool* isCached)
     return QvFollowLinks(&target) ? ListFolder(QvFolderPart(target) + ".") : errno;
 }
 
+int QvCompareWithPath(const std::string& path, const struct stat& file)
+{
+    struct statx there = {};
+    // Not from a cache: on a network file system another machine may have replaced the file.
+    if (statx(AT_FDCWD, path.c_str(), AT_STATX_FORCE_SYNC, STATX_INO, &there) != 0)
+        return errno == ENOENT ? ESTALE : errno;
+    const bool isSame = there.stx_ino == file.st_ino &&
+                        makedev(there.stx_dev_major, there.stx_dev_minor) == file.st_dev;
+    return isSame ? 0 : ESTALE;
+}
+
 int TQvFreshFile::Open(const std::string& path, int flags, struct stat* status)
 {
     m_direct = TQvDescriptor();
@@ -63,7 +77,7 @@ int TQvFreshFile::Open(const std::string& path, int flags, struct stat* status)
         return error;
     struct stat direct = {};
     error = QvOpenRegular(path, O_RDONLY | O_DIRECT, &m_direct, &direct);
-    if (error == EINVAL) // it knows no O_DIRECT, and so has no cache to pass
+    if (error == EINVAL) // the file system has no O_DIRECT, and so no cache to bypass
         return 0;
     if (error == ENOENT || (error == 0 && !QvIsSameInode(*status, direct)))
         error = ESTALE;
@@ -84,6 +98,7 @@ ssize_t TQvFreshFile::ReadAt(std::uint64_t position, char* buffer, std::size_t c
         return QvRetryInterrupted(
             [&] { return pread(m_file.Number(), buffer, count, static_cast<off_t>(position)); });
     alignas(kBlock) char window[kWindow];
+    assert(position <= static_cast<std::uint64_t>(std::numeric_limits<off_t>::max()));
     const std::size_t skipped = position % kBlock;
     const auto start = static_cast<off_t>(position - skipped);
     const ssize_t got =
@@ -101,7 +116,7 @@ int TQvFreshFile::CorrectSize(std::uint64_t* size) const
     if (!m_direct)
         return 0;
     char content[kWindow];
-    // Starts before that end: behind it the kernel may answer without asking.
+    // Starts before that end: after it the kernel may answer without asking the client.
     std::uint64_t end = *size;
     ssize_t got = 0;
     do {

@@ -1,6 +1,7 @@
 #include "QvStd/NewFile.h"
 
 #include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -25,6 +26,10 @@ namespace
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kNewFileBits = 0666;
 constexpr std::size_t kMaxComponent = 255;
+constexpr std::size_t kRandomDigits = 16;
+constexpr std::string_view kTemporarySuffix = ".tmp";
+/// What a temporary name has behind the name of its target: ".", the digits and the suffix.
+constexpr std::size_t kTemporaryEnd = 1 + kRandomDigits + kTemporarySuffix.size();
 
 std::uint64_t NextRandom()
 {
@@ -45,17 +50,12 @@ std::uint64_t NextRandom()
 /// ".<name>.<random>.tmp" beside `target`, the name cut between characters where it is too long.
 std::string TemporaryName(const std::string& target)
 {
-    constexpr std::size_t kAdded = 1 + 1 + 16 + 4;
     const std::string folder = QvFolderPart(target);
-    std::string name = target.substr(folder.size());
-    if (name.size() > kMaxComponent - kAdded) {
-        std::size_t cut = kMaxComponent - kAdded;
-        while (cut > 0 && (static_cast<unsigned char>(name[cut]) & 0xC0) == 0x80)
-            --cut;
-        name.resize(cut);
-    }
-    return folder + '.' + name +
-           Korvadel::ssprintf(".%016llx.tmp", static_cast<unsigned long long>(NextRandom()));
+    const std::string_view name = std::string_view(target).substr(folder.size());
+    return (folder + '.')
+        .append(QvCutUtf8(name, kMaxComponent - 1 - kTemporaryEnd))
+        .append(Korvadel::ssprintf(".%016llx%s", static_cast<unsigned long long>(NextRandom()),
+                                   kTemporarySuffix.data()));
 }
 
 /// Calls `make` with a free temporary name beside `target` until it does not answer EEXIST.
@@ -109,13 +109,13 @@ bool LacksUnnamedFiles(int error)
     return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
 }
 
-/// The folder cannot take a file, or not let go of the one that is to be replaced.
+/// The folder refuses a new file, or refuses to replace the old one.
 bool KeepsItsFiles(int error)
 {
     return error == EACCES || error == EPERM || error == EROFS || error == EBUSY;
 }
 
-/// What a file system answers that has no owners, permission bits or attributes, or that lets only
+/// The errno of a file system that has no owners, permission bits or attributes, or that lets only
 /// an administrator set them.
 bool MayBeLeftOut(int error)
 {
@@ -145,8 +145,8 @@ bool CopyAttributes(int from, int to)
     return true;
 }
 
-/// Gives `to` the owner and the group of another file, as far as that is allowed, and takes from
-/// `mode` the bits that would then serve somebody else. 0 or an errno.
+/// Gives `to` the owner and the group of another file, as far as that is allowed, and removes from
+/// `mode` the bits that would then apply to another user or group. 0 or an errno.
 int CopyOwner(const struct stat& from, int to, mode_t* mode)
 {
     struct stat now = {};
@@ -156,7 +156,7 @@ int CopyOwner(const struct stat& from, int to, mode_t* mode)
         return 0;
     if (fchown(to, from.st_uid, from.st_gid) == 0)
         return 0;
-    // Only an administrator can give a file away: for others it is theirs from now on.
+    // Only an administrator can give a file away: for other users it becomes their own.
     if (!MayBeLeftOut(errno))
         return errno;
     *mode &= static_cast<mode_t>(~(S_ISUID | S_ISGID));
@@ -196,7 +196,7 @@ struct TQvNewFile::TState
     TOptions Options;
     std::string Target;     ///< behind all links
     TQvPlace Place;         ///< the target in its open folder, as long as that is the right one
-    TQvDescriptor Existing; ///< the target, open for writing: it holds the share lock
+    TQvDescriptor Existing; ///< the target, open for writing, with its share lock
     struct stat Old = {};
     bool IsSame = false;
     TQvDescriptor File;
@@ -223,7 +223,7 @@ int TQvNewFile::TState::OpenTarget()
         return 0;
     if (Options.FailIfExists)
         return EEXIST;
-    // First: a file that may not be written needs no writing to stay as it is.
+    // Before the errors: a file that is its own source needs no right to be written.
     struct stat other = {};
     if (Options.NotOnto >= 0 && (error == 0 || stat(Target.c_str(), &Old) == 0)) {
         if (fstat(Options.NotOnto, &other) != 0)
@@ -314,6 +314,7 @@ int TQvNewFile::TState::Sync()
 
 int TQvNewFile::TState::Publish()
 {
+    assert(!IsSame); // else the file would be replaced by an empty one
     if (IsInPlace)
         return WriteInPlace();
     if (const int error = SetTime(File.Number()))
@@ -337,19 +338,20 @@ int TQvNewFile::TState::LinkToTarget()
     if (Place.Folder != AT_FDCWD &&
         LinkUnnamed(File.Number(), Place.Name.c_str(), Place.Folder) == 0)
         return 0;
-    // What fails in the open folder is tried by the path: there may be another folder now.
+    // When that fails in the open folder, try the path: there may be another folder now.
     Place = {AT_FDCWD, Target};
     return LinkUnnamed(File.Number(), Target.c_str());
 }
 
 int TQvNewFile::TState::NameIt()
 {
+    assert(!Options.Synced || IsSynced);
     if (Temporary.empty()) {
         if (LinkToTarget() == 0)
             return File.Close() ? 0 : DiscardUnclosed();
         if (errno != EEXIST || Options.FailIfExists)
             return errno;
-        // A target has appeared meanwhile: it is checked, and replaced like any other.
+        // Another process has created the target meanwhile: check it and replace it like any other.
         if (const int error = OpenTarget())
             return error;
         const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
@@ -359,7 +361,8 @@ int TQvNewFile::TState::NameIt()
             return error;
         }
     }
-    // Closed first: some file systems report only then that there was no room.
+    assert(!Temporary.empty());
+    // Closed first: some file systems report a full disk only then.
     if (!File.Close())
         return errno;
     if (Options.FailIfExists ? QvRenameToFreeName(Temporary, Target)
@@ -374,10 +377,11 @@ int TQvNewFile::TState::NameIt()
     return File ? WriteInPlace() : error;
 }
 
-/// The content may not be whole: it must not stay under its name.
+/// The content may be incomplete: it must not stay under the name of the target.
 int TQvNewFile::TState::DiscardUnclosed()
 {
     const int error = errno;
+    assert(Temporary.empty()); // the target's name is that of the new file
     if (IsSynced)
         return 0; // nothing was left to be written
     unlinkat(Place.Folder, Place.Name.c_str(), 0);
@@ -397,6 +401,7 @@ int TQvNewFile::TState::HideContent() const
 
 int TQvNewFile::TState::WriteInPlace()
 {
+    assert(File && Existing);
     struct stat status = {};
     if (fstat(File.Number(), &status) != 0)
         return errno;
@@ -429,7 +434,7 @@ TQvNewFile& TQvNewFile::operator=(TQvNewFile&&) noexcept = default;
 
 TQvResult TQvNewFile::Answer(int error) const
 {
-    // ENOENT is a folder that is missing: the content has no place, which is a failure.
+    // ENOENT means that the folder is missing, which is a failure here.
     return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
 }
 
@@ -445,6 +450,16 @@ TQvResult TQvNewFile::Open(const std::string& path, const TOptions& options)
     if (error != 0)
         m_state.reset();
     return Answer(error);
+}
+
+bool QvIsTemporaryName(std::string_view name)
+{
+    if (name.size() < 2 + kTemporaryEnd || name.front() != '.')
+        return false;
+    const std::string_view end = name.substr(name.size() - kTemporaryEnd);
+    return end.front() == '.' &&
+           end.find_first_not_of("0123456789abcdef", 1) == 1 + kRandomDigits &&
+           end.substr(1 + kRandomDigits) == kTemporarySuffix;
 }
 
 bool TQvNewFile::IsSameFile() const

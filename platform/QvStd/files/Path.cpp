@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -42,7 +43,7 @@ bool IsPlainRelative(std::string_view text)
     return true;
 }
 
-/// The same, found out in blocks. False may mean that it must be looked at more closely.
+/// The same, checked in blocks. False means that IsPlainRelative must decide.
 bool IsSurelyPlainRelative(std::string_view text)
 {
     if (text.size() < kQvByteBlockSize)
@@ -88,6 +89,7 @@ void AppendResolved(std::string& result, std::string_view text)
             result += segment;
         }
     }
+    assert(result.size() >= floor); // else the path would lead out of its left side
     if (!text.empty() && IsSeparator(text.back()) && result.size() > floor)
         result += '/';
 }
@@ -166,7 +168,7 @@ TQvPath TQvPath::operator/(std::string_view right) const
     if (IsPlain(right))
         text += right;
     else
-        // What follows a zero byte never reaches the system: it must not hide a "..".
+        // The system ignores the text after a zero byte: it must not hide a "..".
         AppendResolved(text, right.substr(0, right.find('\0')));
     if (text.size() == start)
         text.resize(m_text.size());

@@ -1,4 +1,4 @@
-// The operations of a path that look at the disk, or change it.
+// The operations of a path that query or change the disk.
 #include <cerrno>
 
 #include "QvStd/Files.h"

@@ -1,18 +1,17 @@
 #include "QvStd/LockFile.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <chrono>
-#include <ctime>
-#include <string_view>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include "QvStd/Strings.h"
+#include "QvStd/FreshFile.h"
+#include "QvStd/process/LockNote.h"
 
 namespace
 {
@@ -23,19 +22,12 @@ constexpr off_t kLockByte = 0;
 constexpr off_t kUpgradeByte = 1;
 constexpr off_t kTurnByte = 2;
 
-constexpr std::string_view kNotePrefix = "lock held by owner=";
-constexpr std::string_view kProcess = " pid=";
-constexpr std::string_view kTime = " time=";
-constexpr std::string_view kFreeNote = "lock free";
-/// All notes are of one length, filled up with blanks: holders that share a lock may write at the
-/// same time, and a long note must leave nothing behind a short one.
-constexpr std::size_t kNoteLength = 256;
-constexpr std::size_t kMaxOwner = 180;
 constexpr double kPatienceMs = 2000;
 /// How often a lock is taken anew because its file was replaced meanwhile.
 constexpr int kReplacedAtMost = 100;
 
-/// Waits in short sleeps that grow, so that a short hold is noticed soon and a long one is cheap.
+/// Waits in sleeps that grow, so that a short lock is noticed soon and waiting for a long one is
+/// cheap.
 class TWaiting
 {
 public:
@@ -62,7 +54,7 @@ public:
 
     /// After a long wait a request yields to no other: the process before it may be suspended.
     bool IsPatient() const { return m_left > m_impatientFrom; }
-    /// The sleeps grow anew.
+    /// Starts again with short sleeps.
     void SleepShortly() { m_pause = kShortest; }
 
 private:
@@ -77,9 +69,10 @@ private:
 };
 
 /// Takes, changes or drops (F_UNLCK) the lock on one byte without waiting. A change is atomic: when
-/// it is refused, what was held stays held. 0 or a negative errno.
+/// it is refused, the old lock stays. 0 or a negative errno.
 int SetLock(int descriptor, off_t byte, short kind)
 {
+    assert(descriptor >= 0 && byte >= kLockByte && byte <= kTurnByte);
     struct flock lock = {};
     lock.l_type = kind;
     lock.l_whence = SEEK_SET;
@@ -89,8 +82,8 @@ int SetLock(int descriptor, off_t byte, short kind)
 }
 
 /// Takes the lock unless another process waits for one that conflicts with it: overlapping readers
-/// could starve a writer, and one that takes the lock again and again everybody. Readers do not
-/// yield to readers. 0 or a negative errno.
+/// could starve a writer, and a process that takes the lock again and again could starve all
+/// others. Readers do not yield to readers. 0 or a negative errno.
 int TakeUnlessOthersWait(int descriptor, short kind)
 {
     struct flock waiting = {};
@@ -98,7 +91,7 @@ int TakeUnlessOthersWait(int descriptor, short kind)
     waiting.l_whence = SEEK_SET;
     waiting.l_start = kUpgradeByte;
     waiting.l_len = kTurnByte - kUpgradeByte + 1;
-    // After an error the lock is tried all the same: that meets the error again and reports it.
+    // After an error the lock is tried all the same: that fails with the same error and reports it.
     if (fcntl(descriptor, F_OFD_GETLK, &waiting) == 0 && waiting.l_type != F_UNLCK)
         return -EAGAIN;
     return SetLock(descriptor, kLockByte, kind);
@@ -139,42 +132,9 @@ int OpenOrCreate(const std::string& path, bool readOnlyWillDo, bool* created)
     if (readOnlyWillDo && (refused == EACCES || refused == EPERM || refused == EROFS)) {
         descriptor = open(path.c_str(), O_RDONLY | kFlags);
         if (descriptor < 0 && errno == ENOENT)
-            errno = refused; // why it could not be created says more than that it is missing
+            errno = refused; // the reason why it could not be created is more useful than ENOENT
     }
     return descriptor;
-}
-
-/// Whether all of it is a note, so that nothing of others is overwritten.
-bool IsNote(std::string_view content)
-{
-    if (content.size() != kNoteLength || content.find('\n') != content.size() - 1)
-        return false;
-    if (content.substr(0, kFreeNote.size()) == kFreeNote)
-        return content.find_first_not_of(' ', kFreeNote.size()) == content.size() - 1;
-    return content.substr(0, kNotePrefix.size()) == kNotePrefix &&
-           content.find(kProcess) != std::string_view::npos &&
-           content.find(kTime) != std::string_view::npos;
-}
-
-std::string Padded(std::string note)
-{
-    note.resize(kNoteLength - 1, ' ');
-    return note += '\n';
-}
-
-std::string MakeNote(const std::string& owner)
-{
-    std::string name = owner.substr(0, kMaxOwner);
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, '?');
-    const std::time_t now = std::time(nullptr);
-    std::tm parts = {};
-    gmtime_r(&now, &parts);
-    // Not strftime, which looks at the time zone's file each time.
-    return Padded(Korvadel::ssprintf("%s%s%s%d%s%04d-%02d-%02dT%02d:%02d:%02dZ", kNotePrefix.data(),
-                                     name.c_str(), kProcess.data(), getpid(), kTime.data(),
-                                     parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday,
-                                     parts.tm_hour, parts.tm_min, parts.tm_sec));
 }
 } // namespace
 
@@ -250,13 +210,7 @@ bool TQvLockFile::Acquire(bool forWriting)
 /// 0, -ESTALE when the locked file is not the one at the path, or why that cannot be found out.
 int TQvLockFile::CompareWithPath() const
 {
-    struct statx there = {};
-    // Not from a cache: on a network file system another machine may have replaced the file.
-    if (statx(AT_FDCWD, m_path.c_str(), AT_STATX_FORCE_SYNC, STATX_INO, &there) != 0)
-        return errno == ENOENT ? -ESTALE : -errno;
-    const bool isSame = there.stx_ino == m_file.st_ino &&
-                        makedev(there.stx_dev_major, there.stx_dev_minor) == m_file.st_dev;
-    return isSame ? 0 : -ESTALE;
+    return -QvCompareWithPath(m_path, m_file);
 }
 
 TQvResult TQvLockFile::IsAtPath() const
@@ -267,9 +221,10 @@ TQvResult TQvLockFile::IsAtPath() const
 
 int TQvLockFile::Upgrade(bool waits)
 {
+    assert(m_held && !m_exclusive);
     int error = SetLock(m_descriptor, kLockByte, F_WRLCK);
     if (error == -EAGAIN && waits) {
-        // Two upgrades would wait for each other's shared hold: the second one is refused here.
+        // Two upgrades would wait for each other's shared lock: the second one is refused here.
         error = SetLock(m_descriptor, kUpgradeByte, F_WRLCK);
         if (error != 0)
             return error == -EAGAIN ? -EDEADLK : error;
@@ -283,7 +238,7 @@ int TQvLockFile::Upgrade(bool waits)
         ReadHolder();
     if (error == 0 && (error = CompareWithPath()) != 0)
         SetLock(m_descriptor, kLockByte, F_RDLCK);
-    // What the kernel says of a descriptor that could only be opened for reading.
+    // EBADF: the file could only be opened for reading.
     return error == -EBADF ? -EACCES : error;
 }
 
@@ -308,11 +263,11 @@ bool TQvLockFile::OpenFile(bool forWriting)
 
 void TQvLockFile::Release()
 {
-    // Alone, it says so. A forked child has the parent's lock, and must change neither the lock nor
-    // the note.
+    // Only the last holder writes that the lock is free. A forked child shares the parent's lock
+    // and must change neither the lock nor the note.
     if (m_held && m_noted && m_process == getpid() &&
         (m_exclusive || SetLock(m_descriptor, kLockByte, F_WRLCK) == 0)) {
-        static const std::string free = Padded(std::string(kFreeNote));
+        const std::string& free = QvFreeLockNote();
         [[maybe_unused]] const ssize_t ignored = pwrite(m_descriptor, free.data(), free.size(), 0);
     }
     CloseFile();
@@ -328,42 +283,26 @@ void TQvLockFile::CloseFile()
     m_held = false;
 }
 
-/// Empty also when it cannot be read.
-std::string TQvLockFile::ReadNote() const
-{
-    char content[kNoteLength + 1];
-    const ssize_t length = pread(m_descriptor, content, sizeof content, 0);
-    return std::string(content, length > 0 ? static_cast<std::size_t>(length) : 0);
-}
-
 void TQvLockFile::ReadHolder()
 {
-    const std::string note = ReadNote();
-    const std::size_t process = note.rfind(kProcess);
-    const std::size_t time = note.rfind(kTime);
-    if (!IsNote(note) || process == std::string::npos || time == std::string::npos)
-        return;
-    const std::string number =
-        note.substr(process + kProcess.size(), time - process - kProcess.size());
-    if (m_held && number == std::to_string(getpid()))
-        return; // the own note of a shared lock does not name the others
-    const std::size_t end = note.find(' ', time + 1);
-    m_holder = note.substr(kNotePrefix.size(), process - kNotePrefix.size()) + " (process " +
-               number + ", since " + note.substr(time + kTime.size(), end - time - kTime.size()) +
-               ")";
+    const TQvLockHolder holder = QvReadLockHolder(QvReadLockNote(m_descriptor));
+    // The own note of a shared lock does not name the others.
+    if (!m_held || holder.Process != getpid())
+        m_holder = holder.Text;
 }
 
 void TQvLockFile::WriteNote()
 {
+    assert(m_held); // else the note would replace that of the holder
     if (m_owner.empty())
         return;
-    // An empty file that was there before may be somebody's empty file.
-    const std::string old = ReadNote();
-    m_noted = m_noted || (old.empty() ? m_created : IsNote(old));
+    // An empty file that existed before may belong to another program.
+    const std::string old = QvReadLockNote(m_descriptor);
+    m_noted = m_noted || (old.empty() ? m_created : QvIsLockNote(old));
     if (!m_noted)
         return;
-    // Not checked: the note is for people only, and a full disk or a file that could only be opened
-    // for reading takes nothing from the lock.
-    const std::string note = MakeNote(m_owner);
+    // Not checked: the note is for people only, and the lock is valid without it (full disk, file
+    // opened for reading only).
+    const std::string note = QvMakeLockNote(m_owner);
     [[maybe_unused]] const ssize_t ignored = pwrite(m_descriptor, note.data(), note.size(), 0);
 }

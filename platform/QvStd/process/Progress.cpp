@@ -31,7 +31,7 @@ public:
     }
     bool Started() const override { return m_started; }
     bool Active() const override { return m_started && m_outer.Active(); }
-    /// Held inside the range: a file that grows while it is copied must not push the bar past it.
+    /// Limited to the range: a file that grows during the copy must not move the bar beyond it.
     void SetPosition(double position) override
     {
         m_outer.SetPosition(m_from + m_width * std::clamp(position, 0.0, 1.0));
@@ -76,7 +76,7 @@ void StopQuietly(TQvProgressHandler* handler) noexcept
         if (handler != nullptr)
             handler->Stop();
     } catch (...) {
-        // The work is over: a display that fails to close changes nothing about it.
+        // The work is done: a failure of the display does not change its result.
     }
 }
 } // namespace

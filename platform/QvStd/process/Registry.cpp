@@ -2,13 +2,13 @@
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 #include "QvStd/FileLock.h"
 #include "QvStd/Files.h"
 #include "QvStd/LockFile.h"
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
+#include "QvStd/Result.h"
 #include "QvStd/Strings.h"
 #include "QvStd/XIniTree.h"
 #include "QvStd/XIniWriter.h"
@@ -37,8 +37,8 @@ const TQvXIniEntry* FindValue(const TQvXIniTree& tree, const std::string& key,
     return section != nullptr ? Find(*section, valueName, Kind::Key) : nullptr;
 }
 
-/// A missing file reads as an empty tree. An unusable one is logged and gives no tree, so that
-/// nobody writes over what he could not read; `failure` (may be null) receives the errno then.
+/// A missing file reads as an empty tree. An unusable one is logged and gives no tree, so that it
+/// is never overwritten unread; `failure` (may be null) receives the errno then.
 var_a<TQvXIniTree*> ReadFile(const std::string& path, int* failure = nullptr)
 {
     std::string content;
@@ -68,8 +68,8 @@ bool WriteFile(const std::string& path, const TQvXIniTree& tree)
 {
     if (QvWriteFileAtomically(path, QvFormatXIniTree(tree)))
         return true;
-    QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << std::strerror(errno),
-                      kWarningLevel, 0);
+    QvLogWriteWarning(TQvMessage("Err_WriteFile_name") << path << QvErrorText(errno), kWarningLevel,
+                      0);
     return false;
 }
 
@@ -78,7 +78,7 @@ std::string LockPath(const std::string& path)
     return path + ".lock";
 }
 
-/// The tree for a change, read under the lock; empty, and logged, when that cannot be had.
+/// The tree for a change, read under the lock; empty, and logged, when it cannot be read.
 var_a<TQvXIniTree*> ReadForWriting(const std::string& path, const TQvLockFile& lock)
 {
     if (lock)
@@ -167,7 +167,7 @@ bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::s
 bool TQvRegMan::removeEntry(TQvRegKey root, const std::string& key, const std::string& valueName)
 {
     const std::string path = filePath(root).toSysStr();
-    // Looked up first: where there is nothing to remove, nobody needs the right to write.
+    // Looked up first: when there is nothing to remove, no write permission is needed.
     var_a<TQvXIniTree*> tree = ReadFile(path);
     if (!tree)
         return false;

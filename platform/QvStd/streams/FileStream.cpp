@@ -1,6 +1,7 @@
 #include "QvStd/FileStream.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -19,7 +20,7 @@ constexpr std::size_t kMaxTransfer = std::size_t{1}
                                      << 30; ///< the system takes less than 2 GiB a call
 constexpr std::uint64_t kMaxPosition = INT64_MAX;
 
-/// As memcpy, without a call for the numbers and short names that small reads mostly ask for.
+/// As memcpy, without a call for the sizes of most small reads (numbers, short names).
 inline void CopyFew(void* to, const char* from, std::size_t count)
 {
     constexpr std::size_t kStep = 8;
@@ -27,7 +28,7 @@ inline void CopyFew(void* to, const char* from, std::size_t count)
         std::memcpy(to, from, count);
         return;
     }
-    // The second one may take some bytes again.
+    // The second copy may overlap the first one.
     char* const bytes = static_cast<char*>(to);
     const std::size_t rest = count - kStep;
     char first[kStep];
@@ -38,12 +39,12 @@ inline void CopyFew(void* to, const char* from, std::size_t count)
     std::memcpy(bytes + rest, last, kStep);
 }
 
-/// The open flags of a mode; -1 for a mode that never opens. Truncation is none of them: it has to
-/// wait for the lock.
+/// The open flags of a mode; -1 for a mode that never opens. Truncation is left out: it has to wait
+/// for the lock.
 int FlagsOf(qvOpenMode mode)
 {
     switch (mode) {
-    case kQvOpenAppend:
+    case kQvOpenWriteOrCreate:
         return O_WRONLY | O_CREAT;
     case kQvOpenWrite:
         return O_WRONLY;
@@ -95,7 +96,7 @@ bool TQvFileStream::Open(const char* path, qvOpenMode mode, qvShareMode share)
     m_descriptor = file.Release();
     if (error == 0)
         error = QvTakeShareLock(m_descriptor, share);
-    // The size is asked for under the lock: another holder may have written until now.
+    // The size is queried under the lock: the last holder may have changed it.
     if (error == 0 && mode == kQvOpenCreate && getSize() != 0 && !setSize(0))
         error = -m_error;
     if (error == 0 && status.st_size == 0 && (flags & O_CREAT) != 0)
@@ -147,7 +148,7 @@ std::size_t TQvFileStream::ReadBuffered(char* buffer, std::size_t count)
 
 bool TQvFileStream::FillBuffer()
 {
-    // The longer buffer is for those who read on: a seek far away brings no more than before.
+    // The longer buffer is for sequential reads; a read far away starts with a short one again.
     const std::uint64_t skipped = m_position - m_bufferStart - m_bufferLength;
     const bool readsOn = m_bufferLength >= kFirstBuffer && skipped < kFirstBuffer;
     const std::size_t wanted = readsOn ? kLongBuffer : kFirstBuffer;
@@ -159,6 +160,7 @@ bool TQvFileStream::FillBuffer()
     const std::size_t got = ReadAt(m_buffer.get(), wanted, m_position);
     if (got == invalid_value)
         return false;
+    assert(got <= m_bufferSize);
     m_bufferStart = m_position;
     m_bufferLength = got;
     return true;
@@ -181,6 +183,8 @@ std::size_t TQvFileStream::ReadStraight(char* buffer, std::size_t count)
 
 std::size_t TQvFileStream::ReadAt(char* buffer, std::size_t count, std::uint64_t position) const
 {
+    assert(m_descriptor >= 0);
+    assert(position <= kMaxPosition);
     const std::uint64_t room = kMaxPosition - position;
     const std::size_t wanted =
         static_cast<std::size_t>(std::min<std::uint64_t>({count, kMaxTransfer, room}));
@@ -202,6 +206,7 @@ std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
     const char* const bytes = static_cast<const char*>(buffer);
     std::size_t done = 0;
     while (done < count) {
+        assert(m_position <= kMaxPosition);
         const std::uint64_t room = kMaxPosition - m_position;
         const std::size_t wanted =
             static_cast<std::size_t>(std::min<std::uint64_t>({count - done, kMaxTransfer, room}));
@@ -250,7 +255,7 @@ bool TQvFileStream::Flush()
 {
     if (QvRetryInterrupted([&] { return fdatasync(m_descriptor); }) != 0)
         return Fail(errno);
-    // The bytes of a file are no safer than its name.
+    // The bytes of a new file survive a power cut only together with its name.
     if (!m_unsyncedName.empty() && !QvSyncFolderOf(m_unsyncedName, m_descriptor))
         return Fail(errno);
     m_unsyncedName.clear();
@@ -261,7 +266,8 @@ bool TQvFileStream::Close()
 {
     if (m_descriptor < 0)
         return Fail(EBADF);
-    // Never repeated: the descriptor is gone even after an error, and may be somebody else's.
+    // Never repeated: the descriptor is closed even after an error, and another thread may have it
+    // by now.
     const int result = close(m_descriptor);
     const int error = errno;
     m_descriptor = -1;

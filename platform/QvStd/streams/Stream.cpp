@@ -10,7 +10,7 @@ namespace
 constexpr std::uint64_t kBlockSize = std::uint64_t{256} << 10;
 constexpr std::uint64_t kReportEvery = std::uint64_t{8} << 20;
 
-/// What is left to copy; 0 when the stream does not know.
+/// The bytes left to copy; 0 when the size is not known.
 std::uint64_t Remaining(const TQvStream& stream)
 {
     const std::uint64_t size = stream.getSize();
@@ -40,7 +40,7 @@ bool QvReadBlocks(TQvStream& from, const std::function<bool(const char*, std::si
     std::uint64_t done = 0;
     std::uint64_t reported = 0;
     for (;;) {
-        // A short block is no end yet: an error may have cut it, and then the next read tells.
+        // A short block is no end yet: after an error the next read reports it.
         const std::size_t got = from.Read(block.get(), blockSize);
         if (got == TQvStream::invalid_value)
             return false;

@@ -8,7 +8,8 @@ void TQvURLManager::RegisterSchemeHandler(const std::string& scheme, var_a<TQvUR
 {
     if (handler)
         handler->Init();
-    // Swapped, so that the handler before dies outside the lock: its end may come back here.
+    // Swapped, so that the old handler is destroyed outside the lock: its destructor may call this
+    // manager.
     const std::lock_guard<std::mutex> guard(m_mutex);
     m_handlers[scheme].swap(handler);
 }
@@ -21,19 +22,19 @@ var_a<TQvURLHandler*> TQvURLManager::SchemeHandler(const std::string& scheme) co
 }
 
 var_a<TQvStream*> TQvURLManager::OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                                         unsigned long flags) const
+                                         unsigned long sizeHint) const
 {
     const var_a<TQvURLHandler*> handler = SchemeHandler(url.Scheme());
-    return handler ? handler->OpenURL(url, mode, share, flags) : nullptr;
+    return handler ? handler->OpenURL(url, mode, share, sizeHint) : nullptr;
 }
 
 var_a<TQvStream*> TQvURLManager::OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
-                                          unsigned long flags) const
+                                          unsigned long sizeHint) const
 {
     const var_a<TQvURLHandler*> handler = SchemeHandler(url.Scheme());
     if (!handler)
         throw TQvMessage(QvMsg_helper("Err_NoURLHandler_url") << url.std_str());
-    return handler->OpenURLE(url, mode, share, flags);
+    return handler->OpenURLE(url, mode, share, sizeHint);
 }
 
 var_a<TQvStream*> TQvURLManager::OpenResourceMeta(const TQvURL& url, qvOpenMode mode,

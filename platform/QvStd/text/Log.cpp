@@ -22,7 +22,7 @@ TQvLogSink& Sink()
     return sink;
 }
 
-/// What is set but no number counts as not set.
+/// A value that is no number counts as not set.
 long LevelSetting()
 {
     const char* setting = std::getenv("QV_LOG_LEVEL");
@@ -37,7 +37,7 @@ void WriteToStandardError(TQvLogKind kind, const TQvMessage& message, int level)
 {
     if (level <= LevelSetting())
         return;
-    // One line a message, whatever bytes a file name in it holds.
+    // One line for each message, whatever bytes a file name in it has.
     std::string text = message.what();
     std::replace_if(
         text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
@@ -47,7 +47,8 @@ void WriteToStandardError(TQvLogKind kind, const TQvMessage& message, int level)
 
 void Write(TQvLogKind kind, const TQvMessage& message, int level) noexcept
 {
-    // What a sink logs itself, if only by looking up a text, is dropped: it would wait for ever.
+    // Entries that a sink itself logs, such as by looking up a text, are dropped: they would
+    // deadlock.
     thread_local bool isWriting = false;
     if (isWriting)
         return;
@@ -59,7 +60,7 @@ void Write(TQvLogKind kind, const TQvMessage& message, int level) noexcept
         else
             WriteToStandardError(kind, message, level);
     } catch (...) {
-        // A log that cannot be written must not end the work that it tells about.
+        // A log that cannot be written must not end the work that it reports on.
     }
     isWriting = false;
 }

@@ -17,10 +17,10 @@ struct TModule
 };
 
 /// Made on first use, because modules register while they are loaded, and never destroyed, because
-/// they may still ask while they are unloaded.
+/// they may use it while they are unloaded.
 struct TTables
 {
-    // Recursive: should reading a translation file ever need a text itself, it gets the English.
+    // Recursive: if reading a translation file needs a text itself, it gets the English one.
     std::recursive_mutex Mutex;
     std::map<std::string, TModule> Modules;
     TQvTranslationReader ReadTranslation = nullptr;

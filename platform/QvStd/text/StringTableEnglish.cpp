@@ -16,14 +16,14 @@ constexpr TQvStringTableEntry kEnglish[] = {
     {"Err_Lock_name", "\"%1%\" cannot be locked: %2%."},
     {"Err_Locked_name", "\"%1%\" is locked by another process%2%."},
     {"Err_NoHomeFolder", "There is no home folder, and so no registry of the user."},
-    {"Err_NoURLHandler_url", "Nothing here opens the address \"%1%\"."},
+    {"Err_NoURLHandler_url", "There is no handler for the scheme of \"%1%\"."},
     {"Err_XIniParse_name", "\"%1%\" is not well formed: %2%"},
     {"Err_XIniNoSection_name", "\"%1%\" has no section \"%2%\"."},
     {"Err_XIniNoKey_name", "\"%1%\" has no key \"%2%\"."},
     {"Err_XIniBadValue_name", "\"%1%\": the value of \"%2%\" cannot be used."},
     {"Err_XIniWrite_name", "\"%1%\" cannot be written: %2%"},
     {"Err_ConfigString_number", "The configuration has no string number %1%."},
-    {"Err_UserBreak", "The operation was broken off."},
+    {"Err_UserBreak", "The operation was cancelled."},
 };
 
 const bool kRegistered = [] {

@@ -5,11 +5,17 @@
 
 namespace
 {
+/// Whether a byte of UTF-8 goes on with the character of the byte before it.
+bool IsContinuation(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
 /// The length of the character that `text` begins with.
 std::size_t CharacterLength(std::string_view text)
 {
     std::size_t length = 1;
-    while (length < text.size() && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80)
+    while (length < text.size() && IsContinuation(text[length]))
         ++length;
     return length;
 }
@@ -80,6 +86,15 @@ std::string_view QvTrim(std::string_view text)
     if (first == std::string_view::npos)
         return text.substr(0, 0);
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+std::string_view QvCutUtf8(std::string_view text, std::size_t maxBytes)
+{
+    if (text.size() <= maxBytes)
+        return text;
+    while (maxBytes > 0 && IsContinuation(text[maxBytes]))
+        --maxBytes;
+    return text.substr(0, maxBytes);
 }
 
 bool QvMatchesWildcards(std::string_view name, std::string_view mask)

@@ -1,5 +1,5 @@
-// How the string tables come by the texts of another language, without knowing how these are
-// stored.
+// How the string tables get the texts of another language, without depending on the format of the
+// files.
 //
 // Thread-safety: the reader is set while the library is loaded, and called by one thread at a time.
 #pragma once
@@ -11,7 +11,7 @@
 struct TQvTranslation
 {
     std::unordered_map<std::string, std::string> Texts; ///< by key
-    /// Logs what was wrong with the files; empty when nothing was.
+    /// Logs the problems of the files; empty when there were none.
     std::function<void()> Report;
 };
 

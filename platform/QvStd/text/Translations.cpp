@@ -1,11 +1,11 @@
 // Reads the translation files of string tables.
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
+#include "QvStd/Result.h"
 #include "QvStd/XIniTree.h"
 #include "QvStd/text/TranslationReader.h"
 
@@ -27,19 +27,19 @@ std::string Language()
             break;
     }
     const std::string language = locale.substr(0, locale.find_first_of("_.@"));
-    // It becomes part of a file name: nothing that could lead into another folder.
+    // It becomes part of a file name, so no path separator is allowed.
     const bool isName = language.find('/') == std::string::npos;
     return isName && language != "C" && language != "POSIX" ? language : std::string();
 }
 
-/// False when there is no such file, or none that can be used: `problem` says why then.
+/// False when the file is missing or cannot be used; `problem` has the reason of the latter.
 bool ReadFile(const std::string& path, TQvTranslation& translation, TQvMessage* problem)
 {
     std::string content;
     std::string error;
     if (!QvReadWholeFile(path, &content)) {
         if (errno != ENOENT && errno != ENOTDIR)
-            *problem = TQvMessage("@\"%1%\" cannot be read: %2%") << path << std::strerror(errno);
+            *problem = TQvMessage("@\"%1%\" cannot be read: %2%") << path << QvErrorText(errno);
         return false;
     }
     const var_a<TQvXIniTree*> tree = QvParseXIniTree(content, &error);
@@ -76,6 +76,6 @@ TQvTranslation Read(const std::string& module)
     return translation;
 }
 
-// At load, so that no look-up comes before it.
+// At load time, before the first lookup.
 [[maybe_unused]] const bool kRegistered = (QvSetTranslationReader(&Read), true);
 } // namespace

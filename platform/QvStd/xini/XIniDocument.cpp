@@ -41,7 +41,7 @@ var_a<TQvXIniTree*> XIniReadDocument(TQvStream& stream, TQvProgressHandler* prog
         return QvParseXIniTree(text, &failure->Reason);
     }
     failure->Key = "Err_ReadFile_name";
-    failure->Reason = XIniErrorText(stream.getError());
+    failure->Reason = QvErrorText(-stream.getError());
     return nullptr;
 }
 
@@ -71,6 +71,6 @@ void WriteQvXIniTreeE(const TQvPath& path, const TQvXIniTree& tree)
 {
     if (QvWriteFileAtomically(path.toSysStr(), QvFormatXIniTree(tree)))
         return;
-    const std::string reason = XIniErrorText(errno) + ".";
+    const std::string reason = QvErrorText(errno) + ".";
     throw QvMsg_helper("Err_XIniWrite_name") << path.toSysStr() << reason;
 }

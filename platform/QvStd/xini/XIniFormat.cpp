@@ -1,8 +1,8 @@
 #include "QvStd/xini/XIniFormat.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <system_error>
+#include <cassert>
+#include <charconv>
 
 namespace
 {
@@ -55,17 +55,6 @@ void AppendEscaped(char c, std::string* text)
     *text += kHexDigits[static_cast<unsigned char>(c) & 0xF];
 }
 
-int HexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 /// Takes the escape whose letter stands at the start of `rest`; false when it is none.
 bool TakeEscape(std::string_view* rest, std::string* value)
 {
@@ -81,11 +70,11 @@ bool TakeEscape(std::string_view* rest, std::string* value)
     }
     if (rest->size() < 3 || rest->front() != 'x')
         return false;
-    const int high = HexDigit((*rest)[1]);
-    const int low = HexDigit((*rest)[2]);
-    if (high < 0 || low < 0)
+    unsigned char byte = 0;
+    const char* const end = rest->data() + 3;
+    if (std::from_chars(rest->data() + 1, end, byte, 16).ptr != end)
         return false;
-    *value += static_cast<char>(high * 16 + low);
+    *value += static_cast<char>(byte);
     rest->remove_prefix(3);
     return true;
 }
@@ -165,14 +154,10 @@ void XIniReplaceValue(TQvXIniEntry& key, const std::string& value)
 {
     key.Value = value;
     if (key.Raw.empty())
-        return; // it is written anew anyway
+        return;                                     // it is formatted from the value anyway
+    assert(key.Raw.find('=') != std::string::npos); // else the name would be overwritten
     const std::size_t end = key.Raw.size() - XIniLineEndSize(key.Raw);
     const std::size_t afterName = key.Raw.find('=') + 1;
     const std::size_t start = std::min(key.Raw.find_first_not_of(kBlanks, afterName), end);
     key.Raw.replace(start, end - start, XIniQuote(value));
-}
-
-std::string XIniErrorText(int error)
-{
-    return std::generic_category().message(std::abs(error));
 }

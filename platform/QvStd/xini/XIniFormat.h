@@ -26,16 +26,15 @@ std::size_t XIniLineEndSize(std::string_view line);
 std::string XIniKeyNameFault(const std::string& name);
 std::string XIniSectionNameFault(const std::string& name);
 
-/// The value as it stands behind the "=", quoted where it has to be.
+/// The value as it is written after the "=", quoted where necessary.
 std::string XIniQuote(const std::string& value);
-/// The value of what stands behind the "=", without blanks around it. Returns what is wrong with
-/// it, or null.
+/// Parses the text after the "=", without blanks around it. Returns what is wrong with it, or null.
 const char* XIniUnquote(std::string_view text, std::string* value);
 
-/// Gives a key another value, keeping everything of its line before the value and its line end.
+/// Sets the value of a key and keeps the part of its line before the value, and its line end.
 void XIniReplaceValue(TQvXIniEntry& key, const std::string& value);
 
-/// Why a document is not there: a key of the string table, and the reason as a sentence.
+/// Why a document could not be read: a key of the string table, and the reason as a sentence.
 struct TXIniFailure
 {
     const char* Key = "Err_XIniParse_name";
@@ -51,6 +50,3 @@ struct TXIniFailure
 /// malformed. Throws TQvUserBreak.
 var_a<TQvXIniTree*> XIniReadDocument(TQvStream& stream, TQvProgressHandler* progress,
                                      TXIniFailure* failure);
-
-/// The system's words for an error number, positive or negative.
-std::string XIniErrorText(int error);

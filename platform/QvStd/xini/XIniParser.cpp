@@ -1,6 +1,7 @@
 // The text of an X-Ini document to and from its tree.
 
 #include <algorithm>
+#include <cassert>
 
 #include "QvStd/XIniTree.h"
 #include "QvStd/xini/XIniFormat.h"
@@ -12,8 +13,8 @@ std::string Quoted(std::string_view text)
     return "\"" + std::string(text) + "\"";
 }
 
-/// Goes over the document line by line, in place. What Take... returns is what is wrong with the
-/// line, "" when nothing is.
+/// Parses the document line by line, in place. The Take... functions return the fault of the line,
+/// "" when there is none.
 class TParser
 {
 public:
@@ -53,7 +54,7 @@ private:
     std::string TakeLine(std::string_view raw)
     {
         if (raw.find('\0') != std::string_view::npos)
-            return "it holds a byte 0.";
+            return "it contains a byte 0.";
         const std::string_view content = XIniTrim(raw.substr(0, raw.size() - XIniLineEndSize(raw)));
         if (content.empty() || content.front() == ';') {
             Append(TQvXIniEntry::Kind::Other, {}, raw);
@@ -66,7 +67,7 @@ private:
     {
         const std::size_t equals = content.find('=');
         if (equals == std::string_view::npos)
-            return "it is no key (there is no \"=\"), no section and no comment.";
+            return "expected name=value, [section] or a comment.";
         const std::string_view name = XIniTrim(content.substr(0, equals));
         if (name.empty())
             return "the name before the \"=\" is missing.";
@@ -99,6 +100,7 @@ private:
         if (!name.empty() && name != open.Section->Name)
             return Quoted("[/" + std::string(name) + "]") + " does not close the section " +
                    Quoted(open.Section->Name) + " of line " + std::to_string(open.Line) + ".";
+        assert(open.Section != m_open.front().Section); // the top level has no end
         open.Section->RawEnd = raw;
         m_open.pop_back();
         return {};
@@ -150,7 +152,7 @@ private:
 
     void AppendLine(const std::string& raw, std::size_t level, const std::string& content)
     {
-        // The last line of what was read may lack its line end.
+        // The last line of a parsed document may lack its line end.
         if (!Text.empty() && Text.back() != '\n')
             Text += '\n';
         if (raw.empty())

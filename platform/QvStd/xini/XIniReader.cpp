@@ -15,7 +15,7 @@ using TKind = TQvXIniEntry::Kind;
 
 namespace
 {
-/// For so long a file that another machine has replaced may be known here (QvIsStale).
+/// How long caches may refer to a file that another machine has replaced (QvIsStale).
 constexpr std::chrono::seconds kCachesLast(5);
 constexpr std::chrono::milliseconds kPause(50);
 } // namespace

@@ -1,6 +1,7 @@
 #include "QvStd/XIniWriter.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <exception>
 
@@ -34,7 +35,7 @@ public:
     void CommitE() override
     {
         Commit([this](const std::string& text) {
-            return QvWriteFileAtomically(m_path, text) ? "" : XIniErrorText(errno) + ".";
+            return QvWriteFileAtomically(m_path, text) ? "" : QvErrorText(errno) + ".";
         });
     }
 
@@ -62,6 +63,7 @@ TQvXIniWriteSection TQvXIniWriter::BeginSectionSE(const std::string& name)
 
 void TQvXIniWriter::EndSection(TQvXIniWriteSection section)
 {
+    assert(!m_levels.empty());
     const auto level = std::find(m_levels.begin() + 1, m_levels.end(), section);
     m_levels.erase(level, m_levels.end());
 }
@@ -76,7 +78,7 @@ void TQvXIniWriter::Commit(const TStore& store)
 {
     if (m_committed)
         return;
-    // A document that lacks what was refused does not replace a whole one.
+    // A document without the refused entries must not replace a complete one.
     if (m_error.empty())
         m_error = store(QvFormatXIniTree(*m_tree));
     if (!m_error.empty())
@@ -91,7 +93,7 @@ void TQvXIniWriter::CommitSilently() noexcept
     try {
         CommitE();
     } catch (...) {
-        // Nobody is left to be told; CommitE is for those who want to know.
+        // A destructor cannot report the failure; call CommitE to get it.
     }
 }
 
@@ -149,7 +151,7 @@ std::string TQvXIniStreamWriter::Store(const std::string& text)
     const bool isStored = m_stream->setPosition(0) &&
                           m_stream->Write(text.data(), text.size()) == text.size() &&
                           m_stream->setSize(text.size()) && m_stream->Flush();
-    return isStored ? "" : XIniErrorText(m_stream->getError()) + ".";
+    return isStored ? "" : QvErrorText(-m_stream->getError()) + ".";
 }
 
 var_a<TQvXIniWriter*> GetXIniWriter(const TQvPath& path)
@@ -201,6 +203,7 @@ bool TQvXIniTreeWriter::OpenSection(int position)
 
 bool TQvXIniTreeWriter::ExitSection()
 {
+    assert(!m_levels.empty());
     if (m_levels.size() == 1)
         return false;
     m_levels.pop_back();

@@ -62,7 +62,7 @@ protected:
     std::string m_to = m_temp.Write("to", "old");
 };
 
-TEST_F(Files, RefusalsTellTheErrorAndChangeNothing)
+TEST_F(Files, RefusalsReportTheErrorAndChangeNothing)
 {
     const std::string fifo = m_temp / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -119,7 +119,7 @@ TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
     }
 }
 
-TEST_F(Files, MoveReplacesOnlyWhenTold)
+TEST_F(Files, MoveReplacesOnlyWithOverwrite)
 {
     const std::string folder = m_temp / "folder";
     const std::string free = m_temp / "free";
@@ -158,7 +158,7 @@ TEST_F(Files, RemovalIsNeverLedOutByLinks)
     EXPECT_EQ(TreeOf(m_temp.Path()), "to=old");
 }
 
-TEST_F(Files, OnlyForceRemovesWhatIsProtected)
+TEST_F(Files, OnlyForceRemovesWriteProtectedEntries)
 {
     ASSERT_EQ(chmod(m_temp.Path().c_str(), 0777), 0);
     EXPECT_TRUE(PassesInChild([&] {

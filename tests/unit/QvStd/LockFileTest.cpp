@@ -21,20 +21,20 @@ constexpr unsigned long kLong = 20000;
 class LockFileTest : public testing::Test
 {
 protected:
-    /// Processes tell each other where they are through files.
+    /// Processes report their progress to each other through files.
     void Tell(const std::string& word) const { m_folder.Write(word, ""); }
     bool Await(const std::string& word) const
     {
         return WaitUntil([&] { return Exists(m_folder / word); });
     }
-    /// Whether somebody else could lock the file now.
+    /// Whether another opener could lock the file now.
     bool IsFree(bool kind) const { return bool(TQvLockFile(m_path, kind, "other", 0)); }
 
     TTempFolder m_folder;
     std::string m_path = m_folder / "file.lock";
 };
 
-TEST_F(LockFileTest, WhoWaitedKeepsNobodyOutAndWhoWasStoppedNotForEver)
+TEST_F(LockFileTest, AWaiterLeavesTheQueueAndASuspendedOneDelaysOthersOnlyBriefly)
 {
     TChildProcess reader([&] {
         const bool written = Await("written");
@@ -45,7 +45,7 @@ TEST_F(LockFileTest, WhoWaitedKeepsNobodyOutAndWhoWasStoppedNotForEver)
     auto writer = std::make_unique<TQvLockFile>(m_path, kExclusive, "parent", 0);
     Tell("written");
     const int descriptor = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
-    // The byte that the head of the queue holds.
+    // The byte that the head of the queue locks.
     const auto turn = [descriptor](int command) {
         struct flock lock = {};
         lock.l_type = F_WRLCK;
@@ -60,9 +60,9 @@ TEST_F(LockFileTest, WhoWaitedKeepsNobodyOutAndWhoWasStoppedNotForEver)
     Tell("done");
     EXPECT_EQ(reader.Wait(), 0);
 
-    ASSERT_TRUE(turn(F_OFD_SETLK)); // and is stopped
+    ASSERT_TRUE(turn(F_OFD_SETLK)); // as a suspended waiter
     for (const bool kind : {kShared, kExclusive}) {
-        EXPECT_FALSE(IsFree(kind)) << "newcomers let him pass";
+        EXPECT_FALSE(IsFree(kind)) << "new requests yield to it";
         EXPECT_TRUE(TQvLockFile(m_path, kind, "patient", 100));
     }
     close(descriptor);
@@ -83,7 +83,7 @@ TEST_F(LockFileTest, UpgradeLetsNoWriterSlipInAndASecondOneIsRefusedAtOnce)
     EXPECT_FALSE(lock->Relock(true));
     EXPECT_LT(QvGetTickCount() - start, kLong / 2);
     EXPECT_EQ(lock->getError(), -EDEADLK);
-    EXPECT_TRUE(*lock && !lock->IsExclusive()) << "it keeps its hold";
+    EXPECT_TRUE(*lock && !lock->IsExclusive()) << "it keeps its shared lock";
     lock.reset();
     EXPECT_FALSE(IsFree(kExclusive));
     Tell("end");
@@ -100,7 +100,7 @@ TEST_F(LockFileTest, NoteNamesTheHolderAndForeignContentIsNeverWritten)
         EXPECT_EQ(note.find('\n'), 255u) << "of one length, so that none leaves a tail: " << note;
         EXPECT_TRUE(PassesInChild([&] { lock.reset(); })) << "a copy of the lock";
         lock.reset();
-        EXPECT_EQ(ReadFile(m_path), note) << "still held";
+        EXPECT_EQ(ReadFile(m_path), note) << "still locked";
     }
     EXPECT_EQ(ReadFile(m_path), free);
     ASSERT_TRUE(TQvLockFile(m_path, kExclusive, "", 0));
@@ -150,7 +150,7 @@ TEST_F(LockFileTest, ReadersWithoutWritePermissionQueue)
     TChildProcess writer([&] {
         for (int i = 0; TQvLockFile(m_path, kExclusive, "writer", kLong); ++i) {
             const TQvLockFile lock(m_path, kExclusive, "writer", kLong);
-            usleep(2000); // nearly always held
+            usleep(2000); // nearly always locked
             if (i == 1)
                 Tell("running");
         }
@@ -194,11 +194,10 @@ TEST_F(LockFileTest, TheMessageNamesTheHolderOrTheReason)
     const std::string note = ReadFile(m_path);
     const std::string process = std::to_string(getpid());
     const std::string time = note.substr(note.find("time=") + 5, 20);
-    EXPECT_EQ(TQvLockFile(m_path, kExclusive, "b", 0).getHolder(),
-              "PC (process " + process + ", since " + time + ")");
+    const std::string holder = "PC (process " + process + ", since " + time + ")";
+    EXPECT_EQ(TQvLockFile(m_path, kExclusive, "b", 0).getHolder(), holder);
     EXPECT_EQ(QvLockMessage(m_path, refused.getError()).what(),
-              "\"" + m_path + "\" is locked by another process (owner=PC pid=" + process +
-                  " time=" + time + ").");
+              "\"" + m_path + "\" is locked by another process: " + holder + ".");
     EXPECT_STREQ(QvLockMessage("x", -EAGAIN).what(), "\"x\" is locked by another process.");
     EXPECT_STREQ(QvLockMessage("x", -EROFS).what(),
                  "\"x\" cannot be locked: Read-only file system.");

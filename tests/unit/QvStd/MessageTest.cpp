@@ -16,7 +16,7 @@ namespace
 {
 TEST(Message, ShownText)
 {
-    // An argument that looks like a place is no place, and a place without an argument stays.
+    // A place in an argument is not filled, and a place without an argument stays.
     EXPECT_STREQ((TQvMessage("@%1%/%2%/%3%/%1%") << "%2%" << 7).what(), "%2%/7/%3%/%2%");
     EXPECT_STREQ((TQvMessage("@100% %0% %x%1%") << "z").what(), "100% %0% %xz");
     EXPECT_STREQ(TQvMessage("@Err_UserBreak").what(), "Err_UserBreak") << "literal: not looked up";
@@ -65,7 +65,7 @@ TEST(StringTable, TranslationWinsKeyByKeyInTheChosenLanguage)
     QvReloadStringTables();
     TLogCapture log;
     for (int i = 0; i < 2; ++i)
-        EXPECT_STREQ(TQvUserBreak().what(), "The operation was broken off.");
+        EXPECT_STREQ(TQvUserBreak().what(), "The operation was cancelled.");
     ASSERT_EQ(log.Entries.size(), 1u);
     EXPECT_NE(log.Entries[0].Shown.find(bad), std::string::npos);
 }

@@ -38,10 +38,10 @@ TEST_F(RegistryTest, ValuesComeBackWhateverTheCaseOfTheirNames)
     EXPECT_EQ(TQvRegMan::filePath(kUser).toSysStr(), "/h/.config/velmor/registry.x-ini");
 }
 
-TEST_F(RegistryTest, WhatNobodyAskedToChangeStays)
+TEST_F(RegistryTest, ChangesOnlyTheNamedValue)
 {
     EXPECT_TRUE(TQvRegMan::removeEntry(kUser, kKey, "V"));
-    EXPECT_FALSE(TQvRegMan::writeString(kUser, kKey, "V", "1", false)) << "told not to create";
+    EXPECT_FALSE(TQvRegMan::writeString(kUser, kKey, "V", "1", false)) << "without create";
     EXPECT_FALSE(Exists(m_folder / "reg"));
     const std::string rest = "[/]\n[Software\\Velmor\\X]\nv=3\n[/]\n";
     const std::string kept = "; mine\nother = 1\n[Software\\Velmor\\X]\n  a=1 \n";

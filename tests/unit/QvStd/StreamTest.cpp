@@ -60,7 +60,7 @@ TEST_F(FileStream, OpensByItsMode)
     }
 }
 
-TEST_F(FileStream, NeitherOpensNorWaitsForWhatIsNoRegularFile)
+TEST_F(FileStream, OpensOnlyRegularFilesAndNeverWaits)
 {
     const std::string fifo = m_folder / "fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
@@ -73,7 +73,7 @@ TEST_F(FileStream, NeitherOpensNorWaitsForWhatIsNoRegularFile)
     }
 }
 
-TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
+TEST_F(FileStream, SharesOnlyWithOpenersThatShare)
 {
     const std::string path = m_folder.Write("file", "content");
     for (const qvShareMode first : {kQvShareAll, kAlone, kQvShareAll - 1}) {
@@ -81,7 +81,7 @@ TEST_F(FileStream, SharesOnlyWithThoseWhoShare)
             SCOPED_TRACE(testing::Message() << first << " then " << second);
             const TQvFileStream holder(TQvPath(path), kQvOpenRead, first);
             const int expected = first == kQvShareAll && second == kQvShareAll ? 0 : EACCES;
-            // Mode 9 must not have emptied what it was refused.
+            // A refused kQvOpenCreate must not truncate.
             const qvOpenMode mode = expected == 0 ? kQvOpenReadWrite : kQvOpenCreate;
             const auto open = [&] { return OpenError(path, mode, second); };
             EXPECT_EQ(open(), expected);

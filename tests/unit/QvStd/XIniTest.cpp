@@ -41,7 +41,7 @@ TEST_F(XIni, ErrorsNameTheirLine)
         deep = "[s]\n" + deep + "[/]\n";
     EXPECT_EQ(QvFormatXIniTree(*Parse(deep)), deep);
     const std::pair<const char*, std::vector<std::string>> rows[] = {
-        {"line 3: it is no key (there is no \"=\"), no section and no comment.",
+        {"line 3: expected name=value, [section] or a comment.",
          {"a=1\r\n\r\nword\r\n", "\n\n# no comment"}},
         {"line 2: the name before the \"=\" is missing.", {"\n  = 1"}},
         {"line 1: a line that begins with \"[\" is \"[name]\" or \"[/name]\".",
@@ -51,7 +51,8 @@ TEST_F(XIni, ErrorsNameTheirLine)
         {"line 3: no section is open that \"[/s]\" could close.", {"[s]\n[/s]\n[/s]\n"}},
         {"line 1: no section is open that \"[/]\" could close.", {"[/]"}},
         {"line 3: \"[/s]\" does not close the section \"S\" of line 2.", {"[s]\n[S]\n[/s]\n"}},
-        {"line 2: it holds a byte 0.", {std::string("a=1\nb=\0\n", 8), std::string("\n; \0", 4)}},
+        {"line 2: it contains a byte 0.",
+         {std::string("a=1\nb=\0\n", 8), std::string("\n; \0", 4)}},
         {"line 1: a value has no closing quote.", {"a=\"b\\\"", "a=\""}},
         {"line 1: something follows the closing quote of a value.", {"a=\"b\" c"}},
         {"line 1: a value has a bad escape.",
@@ -154,7 +155,7 @@ TEST_F(XIni, MissingAndMalformedFilesAreNamed)
     EXPECT_EQ(Told([&] { GetXIniReader(m_path); }), " cannot be opened for reading.");
 }
 
-TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
+TEST_F(XIni, TheTreeWriterKeepsAllOtherEntries)
 {
     const auto tree = Parse("; head\r\n\tkey = \"old\"  \r\n[s]\n\n  same=\"1\"\n  [t]\n  [/]\n"
                             "[/s]\ngone=1\n; stays\n[gone]\nx=1\n[/]\nempty=\r\nlast= 1");
@@ -178,7 +179,7 @@ TEST_F(XIni, TheTreeWriterChangesOnlyWhatItIsAskedTo)
               "[/s]\n; stays\nempty=5\r\nlast= 2\n[u]\n[/u]\n");
 }
 
-TEST_F(XIni, NothingIsCommittedOfWhatWasRefused)
+TEST_F(XIni, ADocumentWithARefusedEntryIsNotCommitted)
 {
     for (const std::string name : {" a", "a\t", "a=b", ";a", "[a", "a\nb"}) {
         const auto writer = GetXIniWriter(m_path);

@@ -60,7 +60,7 @@ TEST_P(CopyEx, RefusedDestinations)
         EXPECT_FALSE(Copy({"/V/D"}, virtualFolder)) << virtualFolder;
     EXPECT_TRUE(Failed.empty()) << "nothing is done, nothing is noted";
     EXPECT_STREQ(Thrown([this] { Copy({"/A/x"}, "/A"); }).what(),
-                 "The destination folder is the folder that the sources are in.");
+                 "The destination folder is the parent folder of the sources.");
     Params.OverwriteDefault = true;
     EXPECT_TRUE(Copy({"/A/x"}, "/A/")) << "is compared as written";
     EXPECT_EQ(Content("A/x"), "content");
@@ -136,7 +136,7 @@ TEST_P(CopyEx, AUserBreakEndsTheCopy)
         bool Active() const override { return Shown && Started(); }
         bool Shown = true;
     };
-    // Shown or not; broken off between two items, or during the large one.
+    // Shown or not; cancelled between two items, or during the large one.
     const std::tuple<std::string, bool, int, TIds> kRows[] = {
         {"B", true, 1, {}}, {"B", true, 3, {"/A/2"}}, {"A/B", false, 1, {"/A/2"}}};
     for (const auto& [folder, shown, breakAfter, failed] : kRows) {

@@ -74,7 +74,8 @@ TEST_P(Folders, RenameKeepsMountPoints)
     EXPECT_EQ(rename("/A/none", "x"), "\"/A/none\" is not a folder.");
     for (const std::string id : {"/A/", "/A/in", "/a/in/", "/A/in/M", "/V", "/V/D"})
         EXPECT_EQ(rename(id, "x"),
-                  "The folder \"" + id + "\" cannot be renamed: it is a mount point or holds one.");
+                  "The folder \"" + id +
+                      "\" cannot be renamed: it is a mount point or contains one.");
     EXPECT_EQ(rename("/A/other/", "renamed"), "");
     EXPECT_EQ(rename("/A/i", "j"), "") << "begins like a mount point, and is none";
     EXPECT_EQ(Tree(), "A/in/ A/j/ A/renamed/sub/ D/ M/");

@@ -65,7 +65,7 @@ TEST(RootMountNode, AnswersForTheWayToEachMountPoint)
     EXPECT_FALSE(root.GetResourceAttr("/", nullptr));
     EXPECT_EQ(MakeRoot({}).ResourceExists("/"), kResNothing) << "nothing is mounted";
     EXPECT_EQ(Thrown([&] { root.RenameFolderE("/A", "A"); }).text(),
-              "This is not possible here: the folder only leads to mounted folders.");
+              "This is not possible here: the folder only contains mount points.");
     EXPECT_EQ(Thrown([&] { root.CreateLockFile("/A", 1, true, "me"); }).text(),
               "CreateLockFile shouldn't be invoked for TRootMountNode");
 }

@@ -49,7 +49,7 @@ TEST(ResId, PartsOfAnId)
 
 TEST(ResId, CompactAndMerge)
 {
-    // the last segment is never looked at, and what cannot be resolved stays
+    // the last segment and a "../" without a segment before it stay
     ExpectEach(QvCompactResId,
                {" > ", "/ > /", "/A/B/.. > /A/B/..", "/A/. > /A/.", "../../A/ > ../../A/",
                 "/../A/ > /../A/", "/A/./B/ > /A/B/", "./A > A", "/./././ > /", "/A/B/../../C > /C",

@@ -89,7 +89,7 @@ TEST_F(Labels, Checks)
 {
     const std::tuple<TQvResourceLabel, bool, bool> kRows[] = {
         {Label(5, kCrcOfHello), true, true},
-        {Label(5, 1), true, false}, // only the checksum tells
+        {Label(5, 1), true, false}, // only the checksum differs
         {Label(6, kCrcOfHello), false, false},
         {Label(5, kCrcOfHello, kTime + 1), false, false},
     };
@@ -128,7 +128,7 @@ TEST_F(Labels, RewriteKeepsWhatOthersWrote)
     EXPECT_EQ(error.text(), "@Internal logic error in %1% (%2%): (%3%)==false.");
     EXPECT_EQ(error.arguments().at(2), "tree");
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false)) << "the label is good all the same";
-    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG) << "and why it is not stored is told";
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EBADMSG) << "and the reason is reported";
     EXPECT_EQ(Sidecar(), broken);
 }
 
@@ -145,7 +145,8 @@ TEST_F(Labels, GetTakesTheCheapestGoodOne)
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, true));
     EXPECT_EQ(Sidecar(), "[other]\n[/other]\n" + Text(Label(5, kCrcOfHello, kTime + 1)));
 
-    // Held by somebody for himself, the sidecar neither opens for reading nor for writing.
+    // A sidecar that another opener has locked exclusively opens neither for reading nor for
+    // writing.
     const TQvFileStream alone(TQvPath(Temp / "r.meta"), kQvOpenRead, 0);
     label.CRC = 66;
     EXPECT_TRUE(GetResResourceLabel("/T/r", &label, false));

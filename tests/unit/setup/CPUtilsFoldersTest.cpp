@@ -19,7 +19,7 @@ TEST_F(Folders, SettingThenRegistry)
         {kBad, "/c", "", "/w", "common", "/c/ common"},
         {kBad, "/c", "", "/w", "any", "/c/ user"},
         {kBad, "", "/u", "", "common", " user"},
-        // Who wants no common folder gets none; what is no path is passed over.
+        // A query for the user's folder ignores the common one; an invalid path is skipped.
         {"", "/c", "", "/w", "user", "/w/ user"},
         {kBad, kBad, "", "/w", "common", "/w/ user"},
     };

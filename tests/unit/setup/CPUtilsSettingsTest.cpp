@@ -44,7 +44,7 @@ TEST_F(Settings, Refusals)
     EXPECT_THROW(Apply(Var()), std::runtime_error);
 }
 
-TEST_F(Settings, RegistryHoldsOneScope)
+TEST_F(Settings, RegistryKeepsOneScope)
 {
     // The refusal, and what the registry holds then, common and the user's own.
     const auto apply = [this](const char* folder, bool common) {

@@ -62,7 +62,7 @@ protected:
     TQvCPUtils::TCPState state;
 };
 
-TEST_F(State, LoadLeavesOutWhatCannotBeRead)
+TEST_F(State, LoadLeavesOutUnreadableProfiles)
 {
     WritePolicy("profile=gOOd\n");
     WriteProfiles({"Also", "a\\b"});
@@ -81,7 +81,7 @@ TEST_F(State, LoadLeavesOutWhatCannotBeRead)
     EXPECT_EQ(state.CurrentProfile, "") << "a repository has no current profile";
 }
 
-TEST_F(State, WhatWasNotSeenIsNotRemoved)
+TEST_F(State, SaveDoesNotRemoveProfilesThatWereNotLoaded)
 {
     WriteProfiles({"A", "B"}, kRoot);
     WriteProfiles({"C"}, "", "repo");
@@ -125,7 +125,7 @@ TEST_F(State, PublishedProfilesAreTakenOver)
     EXPECT_EQ(ReadFile(Profiles("/New/profile.x-ini")), marked) << "never written back";
 }
 
-TEST_F(State, SaveRemovesWhatIsDroppedAndNothingElse)
+TEST_F(State, SaveRemovesDroppedProfilesAndNothingElse)
 {
     WritePolicy("; by hand\r\nprofile = Old \r\n[profile]\n[/]\nx=\"1\"\n");
     WriteProfiles({"Keep", "Drop", "Drop/deep", "a\\b"});

@@ -25,7 +25,7 @@ void ExpectNotOpened(const char* url, qvOpenMode mode, const char* key)
     EXPECT_EQ(error.arguments(), std::vector<std::string>{url});
 }
 
-TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
+TEST_F(URLResourceHandler, OpenReportsWhatFailed)
 {
     constexpr std::pair<qvOpenMode, const char*> kRows[] = {
         {7, "Err_OpenWriteFile_name"}, {12, "Err_OpenWriteFile_name"}, {8, "Err_CreateFile_name"},
@@ -45,7 +45,7 @@ TEST_F(URLResourceHandler, OpenTellsWhatItCouldNotDo)
     EXPECT_EQ(Thrown([&] { derived.OpenURLE(TQvURL("x:"), 10, kQvShareAll, 0); }).text(), "own");
 }
 
-TEST(URLWithoutMounts, OpenTellsTheSame)
+TEST(URLWithoutMounts, OpenReportsTheSame)
 {
     const TVarFolder var;
     var.Write("Profiles/Test/profile.x-ini", "broken");

@@ -12,7 +12,7 @@
 
 namespace
 {
-/// A malformed settings file is reported, and what it does not give has its default.
+/// A malformed settings file is reported, and missing settings have their defaults.
 void CheckSettings()
 {
     const std::string file = QvGetConfigString(9, true) + "ResourceManager.x-ini";
@@ -37,7 +37,7 @@ TStorageSettings ReadSettings(THost& host)
     try {
         ResourceManager.Init();
     } catch (const std::exception&) {
-        // The settings are read first: what failed is the mounting, which is not needed here.
+        // The settings were read before: only the mounting failed, which is not needed here.
     }
     settings.LockTimeout = ResourceManager.Config().StDirLockTimeout;
     settings.ChangeCount2Merge = ResourceManager.Config().StDirChangeCount2Merge;

@@ -22,7 +22,7 @@ std::string StorageFolder(const std::string& given)
     fs::path path;
     for (const fs::path& part : fs::current_path() / given) {
         path /= part;
-        if (part == "..") // behind a link it leads elsewhere than its text says
+        if (part == "..") // after a link its text is misleading
             path = fs::weakly_canonical(path);
     }
     std::string folder = path.lexically_normal().string();
@@ -31,7 +31,7 @@ std::string StorageFolder(const std::string& given)
     if (folder == "/")
         throw TFailure("\"/\" cannot be a storage folder");
     if (folder.find('\\') != std::string::npos)
-        throw TFailure("a storage folder's path cannot hold a backslash: " + folder);
+        throw TFailure("a storage folder's path must not contain a backslash: " + folder);
     bool isFolder = false;
     const TQvResult there = QvFileDirExists(folder, &isFolder);
     if (there.HasFailed())
@@ -49,7 +49,7 @@ void RequireStorage(const TResStorage& storage)
     };
     if (isMissing(storage.DirFile().toSysStr()) &&
         isMissing(storage.Folder + "/" + kStorageContentName))
-        throw TFailure(storage.Folder + " is no storage: it holds neither " + kJournalFileName +
+        throw TFailure(storage.Folder + " is no storage: it contains neither " + kJournalFileName +
                        " nor " + kStorageContentName);
 }
 
@@ -58,12 +58,12 @@ void RequireHeld(const TQvLockFile& lock, const TResStorage& storage)
     if (!lock)
         throw TFailure("cannot lock " + storage.Folder + kStorageLockSuffix + ": " +
                        (lock.getHolder().empty() ? QvErrorText(-lock.getError())
-                                                 : "it is held by " + lock.getHolder()));
+                                                 : "it is locked by " + lock.getHolder()));
 }
 
 TResStorage::TLocker Lock(const TResStorage& storage, bool forWriting)
 {
-    // A wait for the lock is cancelled at once; what is begun under it is finished.
+    // A wait for the lock is cancelled at once; work under the lock is finished.
     BreakSignal::Remove();
     auto locker = TStorageLocker::VCreate(storage, forWriting);
     RequireHeld(*locker, storage);
@@ -77,7 +77,7 @@ void Require(bool done, const TResStorage& storage)
     if (!done)
         throw TFailure(
             why.Name() + ": " +
-            (why.Error() == EBUSY ? "another program holds it" : QvErrorText(why.Error())));
+            (why.Error() == EBUSY ? "another program has locked it" : QvErrorText(why.Error())));
 }
 
 struct TLook
@@ -110,8 +110,8 @@ void Verify(THost& host, const TResStorage& storage)
 {
     TLook look = LookAtJournal(storage);
     const std::string lockFile = storage.Folder + kStorageLockSuffix;
-    // A writer may be in the middle of its work: what is not whole is looked at again with writers
-    // excluded, in a storage that was ever locked. Without a name, so that the note stays.
+    // A writer may be in the middle of its work: a journal that is not whole is read again with
+    // writers excluded, if the storage was ever locked. Without a name, so that the note stays.
     if (!look.IsWhole() && QvFileExists(lockFile)) {
         const TQvLockFile lock(lockFile, false, "", storage.Settings.LockTimeout);
         RequireHeld(lock, storage);
@@ -171,7 +171,7 @@ void Change(TResStorage& storage, const std::string& id, bool adding)
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     if (storage.Failure().Error() == EINVAL)
-        throw TFailure("a journal cannot hold the id " + id);
+        throw TFailure("a journal cannot contain the id " + id);
     Require(done, storage);
 }
 } // namespace
@@ -183,7 +183,7 @@ void RunJournal(THost& host, const TJournalCall& call, TStorageSettings settings
     storage.Name = storage.Folder;
     if (call.Operation != "rebuild")
         RequireStorage(storage);
-    // Failures are reported by exceptions. Warnings are what a repair has lost or left out.
+    // Failures are reported by exceptions. Warnings report what a repair has lost or left out.
     QvSetLogSink([](TQvLogKind kind, const TQvMessage& message, int) {
         if (kind == TQvLogKind::Warning)
             PrintError(message.what());
