@@ -37,7 +37,11 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
           R"(1: "/A/d/a:b" was left out, because it is not a valid id: it holds ":")"
           "copied 1 resource (4 bytes) and 1 folder, left out 2 hidden names, left out 1 name not "
           "valid as id\n"},
-         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
+         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"},
+         // By its id, and by another mount of a folder in it.
+         {"q copy /A/d/ /a/D/new; q --mount /C=a/d copy /A/d /C/new; ls a/d | grep new",
+          R"(1: the folder "/A/d" cannot be copied into itself)"
+          R"(1: the folder "/A/d" cannot be copied into itself)"}});
 }
 
 TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
