@@ -82,6 +82,15 @@ TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
          {"q restore /A/x.txt", R"(1: "/A/x.txt" is there; "qvres backup" puts it aside first, )"
                                 "and --overwrite replaces it"},
          {"q restore --overwrite /A/x.txt x.2023-01-12.00-00-00.txt >dead; cat a/x.txt", "12\n"},
+         // Nothing is there when it looks, and a file when it has copied.
+         {"rm a/x.txt; ln -s gone a/x.txt; q restore /A/x.txt; ls a",
+          R"(1: "/A/x.txt" is there; "qvres backup" puts it aside first, )"
+          "and --overwrite replaces itbackup\nx.txt\n"},
+         {"touch a/t; ln -s t a/l; q backup /A/l; q mv /A/l /A/backup/l; q mv /A/l /A/k; ls a",
+          R"(1: "/A/l" is a symbolic link, and moving it would not keep the content; "qvres cp" )"
+          R"(copies what it leads to1: "/A/l" is a symbolic link to "t", which leads elsewhere )"
+          R"(from "/A/backup/l"; "qvres cp" copies what it leads to)"
+          "backup\nk\nt\nx.txt\n"},
          {"q restore /A/no", R"(1: "/A/no" has no backups)"},
          {"touch -d 2023-01-11 a/y; mkdir a/backup/y.2023-01-11.00-00-00; q backup /A/y",
           R"(1: "/A/y" could not be put aside: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},

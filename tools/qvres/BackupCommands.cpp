@@ -74,6 +74,11 @@ void Backup(THost& host, const TBackupOptions& options)
     if (options.List)
         return PrintBackups(host, id);
     RequireResource(tree, id);
+    if (options.Keep > 0 && tree.GetNode4Id(id, true, true, false)->IsLink(id))
+        throw TFailure(Quoted(id) +
+                           " is a symbolic link, and moving it would not keep the content; "
+                           "\"qvres cp\" copies what it leads to",
+                       id, ENOTSUP);
     const std::string folder = QvExtractResPath(id) + "backup";
     if (tree.IsResource(folder))
         throw TFailure(Quoted(folder) + " is a resource", folder, ENOTDIR);
