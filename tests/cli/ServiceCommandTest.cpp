@@ -119,19 +119,24 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
     Expect(
         {{"cd a; mkdir d .h; touch x y z x.done d.done .x.0123456789abcdef.tmp d/t.done; "
           "echo x=1 | tee x.meta d.meta >.h/no.meta; printf ok | tee s.done >d.done; "
-          "q label /A/y >../dead; touch -d @1 y .z.0123456789abcdef.tmp; echo bad >z.meta",
+          "q label /A/y >../dead; touch -d @1 y .z.0123456789abcdef.tmp; echo bad | tee o.meta "
+          "z.meta.damaged >z.meta; ln -s gone l; echo x=1 | tee a:b.meta >l.meta",
           ""},
          {"q doctor /A/z", "/A/.z.0123456789abcdef.tmp: temporary file, left over since "
                            "1970-01-01T02:00:01+02:00\n" +
                                damage + "\n1"},
-         {"q doctor --mend / | grep -v z",
-          "/A/d.meta: metadata without its resource; removed\n"
+         {"q doctor --mend / | sed /z/d\\;s/:.line.*comment.//",
+          "1/A/a:b.meta: metadata without its resource, whose name is not a valid id: it holds "
+          "\":\"; it is kept\n"
+          "/A/d.meta: named like the metadata of a folder, which has none; it is kept\n"
+          "/A/o.meta: metadata without its resource, and not well formed; renamed to "
+          "\".meta.damaged\"\n"
           "/A/s.done: marker without its resource or folder; removed\n"
           "/A/y: its label is of an earlier content; computed anew\n"
           "/A/.h/no.meta: metadata without its resource; removed\n"},
-         {"q doctor /; cd a; ls -A . .h d; q check /A/y",
-          ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nx\nx.done\nx.meta\ny\ny.meta\nz\n"
-          "z.meta.damaged\n\n.h:\n\nd:\nt.done\nok\n"},
+         {"cd a; rm a:b.meta d.meta; q doctor /; ls -A . .h d; q check /A/y",
+          ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nl\nl.meta\no.meta.damaged\nx\nx.done\n"
+          "x.meta\ny\ny.meta\nz\nz.meta.damaged\nz.meta.damaged.2\n\n.h:\n\nd:\nt.done\nok\n"},
          {"mkdir c; qvres setup c; rmdir c; qvres doctor --mend /", "/c\n" + gone + "\n1"},
          {"qvres --json doctor / >x; cut -d, -f1,3- x", R"(1{"id":"/c","repaired":false,"errno":0})"
                                                         "\n"},
