@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 
@@ -24,7 +25,7 @@ bool IsSetUp()
     try {
         return !TQvCPUtils::IsWizardNecessaryE();
     } catch (const TQvMessage& message) {
-        throw TFailure(message.what());
+        throw TFailure(message.what(), "", TResourceManager::LastFailure().Error);
     }
 }
 
@@ -69,7 +70,7 @@ TResourceManager& TSession::ProfileTree()
 {
     TResourceManager& tree = Tree();
     if (!m_hasProfile)
-        throw TFailure(SetUpHint());
+        throw TFailure(SetUpHint(), "", ENOENT);
     return tree;
 }
 
@@ -78,7 +79,8 @@ TResourceManager& TSession::PersistentTree()
     TResourceManager& tree = ProfileTree();
     if (!tree.CanMountPersistent())
         throw TFailure("the profile " + Quoted(tree.Profile().Name) +
-                       " comes from the repository and cannot be changed here");
+                           " comes from the repository and cannot be changed here",
+                       "", EROFS);
     return tree;
 }
 
@@ -87,11 +89,11 @@ void TSession::Start()
     StartConfiguration(true);
     if (IsSetUp()) {
         if (pQvConfigData->getCurProfileName().empty())
-            throw TFailure("no profile is selected; run \"qvres profile select NAME\"");
+            throw TFailure("no profile is selected; run \"qvres profile select NAME\"", "", ENOENT);
         ResourceManager.Init();
         m_hasProfile = true;
     } else if (Mounts.empty() || !VarFolder.empty()) {
-        throw TFailure(SetUpHint());
+        throw TFailure(SetUpHint(), "", ENOENT);
     } else {
         TResourceManager::RegisterURLScheme(); // which Init does otherwise
     }
@@ -117,7 +119,8 @@ void TSession::StartConfiguration(bool withDefaultFolder)
         GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
     if (!unread && Mounts.empty())
         throw TFailure("the registry " + Quoted(unread.Name()) +
-                       " cannot be read: " + QvErrorText(unread.Error()));
+                           " cannot be read: " + QvErrorText(unread.Error()),
+                       "", unread.Error());
     if (!unread)
         folder.clear();
     // Through the environment, so that every part of the configuration agrees on the folder.
@@ -130,7 +133,7 @@ void TSession::StartConfiguration(bool withDefaultFolder)
 void TSession::RequireSetUp() const
 {
     if (!IsSetUp())
-        throw TFailure(SetUpHint());
+        throw TFailure(SetUpHint(), "", ENOENT);
 }
 
 TQvPath TSession::VarFolderInUse()
