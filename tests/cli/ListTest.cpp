@@ -47,21 +47,22 @@ TEST_F(TListTest, EveryCommandExplainsItself)
 
 TEST_F(TListTest, ListsSortedWithMaskAndKind)
 {
-    Expect({{"mkdir a/sub; cd a; touch sub/deep.txt b.txt A.TXT c.dat .hidden c.dat.meta", ""},
-            {"q ls", "/A/\n/B/\n"},
-            {"q ls --mask '*.txt' /a/", "/a/A.TXT\n/a/b.txt\n"},
-            {"q ls --kind folder /A", "/A/sub/\n"},
-            {"q ls -R --kind resource --mask '*.txt' /A", "/A/A.TXT\n/A/b.txt\n/A/sub/deep.txt\n"},
-            {"q ls -R /", "/A/\n/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n/A/sub/deep.txt\n/B/\n"},
-            {"q ls /A/b.txt; q ls /B", "/A/b.txt\n"},
-            {"q exists /A/b.txt; q exists /A; q exists /A/no; q exists /a//b", "1\n2\n0\n0\n"},
-            {"q file /A/b.txt", "$T/a/b.txt\n"},
-            {"q ls /A/no", R"(1: "/A/no" does not exist)"},
-            {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
-            {"q stat A", R"(1: "A" is not a valid resource id: it does not begin with "/")"},
-            {"q stat '/A/no\nline'",
-             R"(1: "/A/no line" is not a valid resource id: it contains the control character 0x0a)"},
-            {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
+    Expect(
+        {{"mkdir a/sub; cd a; touch sub/deep.txt b.txt A.TXT c.dat .hidden c.dat.meta", ""},
+         {"q ls", "/A/\n/B/\n"},
+         {"q ls --mask '*.txt' /a/", "/a/A.TXT\n/a/b.txt\n"},
+         {"q ls --kind folder /A", "/A/sub/\n"},
+         {"q ls -R --kind resource --mask '*.txt' /A", "/A/A.TXT\n/A/b.txt\n/A/sub/deep.txt\n"},
+         {"q ls -R /", "/A/\n/A/A.TXT\n/A/b.txt\n/A/c.dat\n/A/sub/\n/A/sub/deep.txt\n/B/\n"},
+         {"q ls /A/b.txt; q ls /B", "/A/b.txt\n"},
+         {"q exists /A/b.txt; q exists /A; q exists /A/no; q exists /a//b", "1\n2\n0\n0\n"},
+         {"q file /A/b.txt", "$T/a/b.txt\n"},
+         {"q ls /A/no", R"(1: "/A/no" does not exist)"},
+         {"q ls /A/b.txt/", R"(1: "/A/b.txt" is not a folder)"},
+         {"q stat A", R"(1: "A" is not a valid resource id: it does not begin with "/")"},
+         {"q stat '/A/no\nline'",
+          R"(1: "/A/no line" is not a valid resource id: it contains the control character 0x0a)"},
+         {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
     // A name with a byte below "/" stands between a folder and what lies in it.
     Expect(
         {{"cd b; mkdir -p d/e 'd x/d' d.y/d D; touch d/1 d/e/2 'd x/3' 'd x/d/4' d-5 d.y/6 d0 D/7",

@@ -37,7 +37,11 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
           R"(1: "/A/d/a:b" was left out, because it is not a valid id: it contains ":")"
           "copied 1 resource (4 bytes) and 1 folder, left out 2 hidden names, left out 1 name not "
           "valid as id\n"},
-         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"}});
+         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"},
+         // By its id, and by another mount of a folder in it.
+         {"q copy /A/d/ /a/D/new; q --mount /C=a/d copy /A/d /C/new; ls a/d | grep new",
+          R"(1: the folder "/A/d" cannot be copied into itself)"
+          R"(1: the folder "/A/d" cannot be copied into itself)"}});
 }
 
 TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
@@ -78,6 +82,15 @@ TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
          {"q restore /A/x.txt", R"(1: "/A/x.txt" is there; "qvres backup" puts it aside first, )"
                                 "and --overwrite replaces it"},
          {"q restore --overwrite /A/x.txt x.2023-01-12.00-00-00.txt >dead; cat a/x.txt", "12\n"},
+         // Nothing is there when it looks, and a file when it has copied.
+         {"rm a/x.txt; ln -s gone a/x.txt; q restore /A/x.txt; ls a",
+          R"(1: "/A/x.txt" is there; "qvres backup" puts it aside first, )"
+          "and --overwrite replaces itbackup\nx.txt\n"},
+         {"touch a/t; ln -s t a/l; q backup /A/l; q mv /A/l /A/backup/l; q mv /A/l /A/k; ls a",
+          R"(1: "/A/l" is a symbolic link, and moving it would not keep the content; "qvres cp" )"
+          R"(copies what it leads to1: "/A/l" is a symbolic link to "t", which leads elsewhere )"
+          R"(from "/A/backup/l"; "qvres cp" copies what it leads to)"
+          "backup\nk\nt\nx.txt\n"},
          {"q restore /A/no", R"(1: "/A/no" has no backups)"},
          {"touch -d 2023-01-11 a/y; mkdir a/backup/y.2023-01-11.00-00-00; q backup /A/y",
           R"(1: "/A/y" could not be put aside: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},
@@ -106,19 +119,24 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
     Expect(
         {{"cd a; mkdir d .h; touch x y z x.done d.done .x.0123456789abcdef.tmp d/t.done; "
           "echo x=1 | tee x.meta d.meta >.h/no.meta; printf ok | tee s.done >d.done; "
-          "q label /A/y >../dead; touch -d @1 y .z.0123456789abcdef.tmp; echo bad >z.meta",
+          "q label /A/y >../dead; touch -d @1 y .z.0123456789abcdef.tmp; echo bad | tee o.meta "
+          "z.meta.damaged >z.meta; ln -s gone l; echo x=1 | tee a:b.meta >l.meta",
           ""},
          {"q doctor /A/z", "/A/.z.0123456789abcdef.tmp: temporary file, left over since "
                            "1970-01-01T02:00:01+02:00\n" +
                                damage + "\n1"},
-         {"q doctor --mend / | grep -v z",
-          "/A/d.meta: metadata without its resource; removed\n"
+         {"q doctor --mend / | sed /z/d\\;s/:.line.*comment.//",
+          "1/A/a:b.meta: metadata without its resource, whose name is not a valid id: it holds "
+          "\":\"; it is kept\n"
+          "/A/d.meta: named like the metadata of a folder, which has none; it is kept\n"
+          "/A/o.meta: metadata without its resource, and not well formed; renamed to "
+          "\".meta.damaged\"\n"
           "/A/s.done: marker without its resource or folder; removed\n"
           "/A/y: its label is of an earlier content; computed anew\n"
           "/A/.h/no.meta: metadata without its resource; removed\n"},
-         {"q doctor /; cd a; ls -A . .h d; q check /A/y",
-          ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nx\nx.done\nx.meta\ny\ny.meta\nz\n"
-          "z.meta.damaged\n\n.h:\n\nd:\nt.done\nok\n"},
+         {"cd a; rm a:b.meta d.meta; q doctor /; ls -A . .h d; q check /A/y",
+          ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nl\nl.meta\no.meta.damaged\nx\nx.done\n"
+          "x.meta\ny\ny.meta\nz\nz.meta.damaged\nz.meta.damaged.2\n\n.h:\n\nd:\nt.done\nok\n"},
          {"mkdir c; qvres setup c; rmdir c; qvres doctor --repair /", "/c\n" + gone + "\n1"},
          {"qvres --json doctor / >x; cut -d, -f1,3- x", R"(1{"id":"/c","repaired":false,"errno":0})"
                                                         "\n"},

@@ -145,7 +145,7 @@ TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
     Expect(
         {{"touch f; export QV_REGISTRY_DIR=$T/f/no; qvres --json setup",
           "1{\"error\":\"" + registry +
-              R"(\"$T/f/no/user.x-ini\" cannot be written: Not a directory","id":null,"errno":0})"}});
+              R"(\"$T/f/no/user.x-ini\" cannot be written: Not a directory","id":null,"errno":20})"}});
 }
 
 TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)

@@ -74,6 +74,11 @@ void Backup(THost& host, const TBackupOptions& options)
     if (options.List)
         return PrintBackups(host, id);
     RequireResource(tree, id);
+    if (options.Keep > 0 && tree.GetNode4Id(id, true, true, false)->IsLink(id))
+        throw TFailure(Quoted(id) +
+                           " is a symbolic link, and moving it would not keep the content; "
+                           "\"qvres cp\" copies what it leads to",
+                       id, ENOTSUP);
     const std::string folder = QvExtractResPath(id) + "backup";
     if (tree.IsResource(folder))
         throw TFailure(Quoted(folder) + " is a resource", folder, ENOTDIR);
@@ -116,15 +121,29 @@ void Restore(THost& host, const TRestoreOptions& options)
     const TResourceManager& tree = host.Session.Tree();
     RequireTarget(tree, id);
     const std::string backup = ChooseBackup(host, options);
+    const TFailure isThere(Quoted(id) + " is there; \"qvres backup\" puts it aside first, and "
+                                        "--overwrite replaces it",
+                           id, EEXIST);
     if (tree.IsResource(id) && !options.Overwrite)
-        throw TFailure(Quoted(id) + " is there; \"qvres backup\" puts it aside first, and "
-                                    "--overwrite replaces it",
-                       id, EEXIST);
+        throw isThere;
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Restoring " + id);
     progress.Start();
-    if (!tree.CopyResource(backup, id, &host.Progress))
-        ThrowFailed(Quoted(id) + " cannot be restored from " + Quoted(backup));
+    // Another process may write the resource meanwhile: the copy itself refuses it then.
+    TResourceManager::TMountNode::TCopyHints hints;
+    hints.IsTargetNew = !options.Overwrite;
+    const TQvTransfer copied = tree.GetNode4Id(backup, true, true, false)
+                                   ->CopyResourceTo(backup, *tree.GetNode4Id(id, true, true, false),
+                                                    id, hints, &host.Progress);
+    if (copied.Content.Error() == EEXIST && !options.Overwrite)
+        throw isThere;
+    if (!copied.Content)
+        ThrowFailed(Quoted(id) + " cannot be restored from " + Quoted(backup),
+                    copied.Content.Error(), id);
+    if (!copied.Sidecar)
+        ThrowFailed("the content of " + Quoted(id) + " was restored from " + Quoted(backup) +
+                        ", but not its metadata",
+                    copied.Sidecar.Error(), id);
     progress.Stop();
     PrintValue(host, backup);
 }

@@ -1,9 +1,11 @@
 // One resource: cat, cp, mv, rm, meta.
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <QvStd/Files.h>
 
 #include "Checks.h"
 #include "Commands.h"
@@ -48,12 +50,36 @@ constexpr TTransfer kCopy = {&TResourceManager::CopyResource, "Copying ", "copie
 constexpr TTransfer kMove = {&TResourceManager::RenMovResource, "Moving ", "moved",
                              "\"qvres rename\" renames folders"};
 
+/// Inside a mount a move renames the link itself, whose text may lead elsewhere from its new
+/// folder.
+void RefuseMoveThatBreaksLink(const TResourceManager& tree, const std::string& source,
+                              const std::string& target)
+{
+    const TResourceManager::TMountNode* const node = tree.GetNode4Id(source, true, true, false);
+    if (node != tree.GetNode4Id(target, true, true, false) || !node->IsLink(source))
+        return;
+    const std::string from = node->GetResourceFile(source);
+    std::string to = node->GetResourceFile(target);
+    std::error_code error;
+    const std::filesystem::path text = std::filesystem::read_symlink(from, error);
+    if (error || !QvFollowLinks(&to))
+        return; // the move finds out why
+    const std::string leadsTo = (std::filesystem::path(to).parent_path() / text).string();
+    if (QvCompareFiles(from, leadsTo) == TQvSameness::Different)
+        throw TFailure(Quoted(source) + " is a symbolic link to " + Quoted(text.string()) +
+                           ", which leads elsewhere from " + Quoted(target) +
+                           "; \"qvres cp\" copies what it leads to",
+                       source, ENOTSUP);
+}
+
 void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
               const std::string& target)
 {
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, source, transfer.FolderAdvice);
     RequireTarget(tree, target);
+    if (&transfer == &kMove)
+        RefuseMoveThatBreaksLink(tree, source, target);
     TQvResAttrib attrib;
     tree.GetResourceAttr(source, &attrib);
     host.Progress.CountBytesOf(attrib.Size);

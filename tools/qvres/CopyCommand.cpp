@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <set>
@@ -114,10 +115,41 @@ std::string Destination(const TResourceManager& tree, const std::string& givenId
     const std::string id = QvExcludeTrailingSlash(givenId);
     CheckId(id);
     if (tree.IsResource(id))
-        throw TFailure(Quoted(id) + " is not a folder");
+        throw TFailure(Quoted(id) + " is not a folder", id, ENOTDIR);
     if (!tree.IsInsideMountedNodes(id))
-        throw TFailure(Quoted(id) + " is outside the mounted folders");
+        throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
     return id;
+}
+
+/// Without links, also where the folder is still to be made; "" above the mount points.
+std::string DiskFolder(const TResourceManager& tree, const std::string& id)
+{
+    const TResourceManager::TMountNode* const node = tree.GetNode4Id(id, true, true, false);
+    std::error_code error;
+    return node->IsPureVirtual()
+               ? std::string()
+               : std::filesystem::weakly_canonical(node->GetResourceFile(id), error).string();
+}
+
+bool IsAtOrBelow(const std::string& path, const std::string& folder)
+{
+    const std::string prefix = QvIncludeTrailingSlash(folder);
+    return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
+}
+
+/// Each call would copy the copies of the calls before, too. A link or another mount may lead into
+/// the folder.
+void RefuseCopyIntoItself(const TResourceManager& tree, const std::string& source,
+                          const std::string& destination)
+{
+    const std::string folder = QvExcludeTrailingSlash(source);
+    if (!tree.IsFolder(folder, false))
+        return;
+    const std::string from = DiskFolder(tree, folder);
+    if (IsAtOrBelow(QvNormalizeResId(destination), QvNormalizeResId(folder)) ||
+        (!from.empty() && IsAtOrBelow(DiskFolder(tree, destination), from)))
+        throw TFailure("the folder " + Quoted(folder) + " cannot be copied into itself", folder,
+                       EINVAL);
 }
 
 /// Of the names that begin with a "." below the folder those whose own folder is copied.
@@ -231,6 +263,8 @@ void Copy(THost& host, const TCopyOptions& options)
     for (std::size_t i = 0; i + 1 < options.Ids.size(); ++i)
         params.Sources.insert(Source(tree, options.Ids[i]));
     params.DestFolder = Destination(tree, options.Ids.back());
+    for (const std::string& source : params.Sources)
+        RefuseCopyIntoItself(tree, source, params.DestFolder);
     params.OverwriteDefault = options.Overwrite;
     params.OverwriteCallback = options.Ask ? &AskToOverwrite : nullptr;
     params.CallbackContext = &call;

@@ -57,12 +57,15 @@ private:
     void ExamineTemporary(const std::string& id, const std::string& path);
     void ExamineSidecar(const std::string& id, const std::string& path);
     void ExamineDocument(const std::string& id, const std::string& path);
+    void ExamineOrphan(const std::string& id, const std::string& path);
+    /// Whether it is damaged, or cannot be read; that is reported as `problem` then.
+    bool ExamineForm(const std::string& id, const std::string& path, const std::string& problem);
     void ExamineLabel(const std::string& id);
     void ExamineMarker(const std::string& id, const std::string& path);
     void CannotRead(const std::string& id, int error);
     /// `repair` returns 0, an errno or kNotTried.
     template <class TRepair>
-    void Found(const std::string& id, const std::string& problem, const char* repaired,
+    void Found(const std::string& id, const std::string& problem, const std::string& repaired,
                const TRepair& repair);
 
     THost& m_host;
@@ -78,7 +81,7 @@ void TDoctor::CannotRead(const std::string& id, int error)
 }
 
 template <class TRepair>
-void TDoctor::Found(const std::string& id, const std::string& problem, const char* repaired,
+void TDoctor::Found(const std::string& id, const std::string& problem, const std::string& repaired,
                     const TRepair& repair)
 {
     m_foundAny = true;
@@ -95,7 +98,7 @@ void TDoctor::Found(const std::string& id, const std::string& problem, const cha
     }
     std::string line = id + ": " + problem;
     if (error != kNotTried)
-        line += error == 0 ? std::string("; ") + repaired : "; not repaired: " + QvErrorText(error);
+        line += error == 0 ? "; " + repaired : "; not repaired: " + QvErrorText(error);
     m_host.Out.Line(line);
 }
 
@@ -208,18 +211,37 @@ void TDoctor::ExamineTemporary(const std::string& id, const std::string& path)
 
 void TDoctor::ExamineSidecar(const std::string& id, const std::string& path)
 {
-    const std::string ownerId = id.substr(0, id.size() - std::string(kSidecarSuffix).size());
+    const std::size_t suffixLength = std::string(kSidecarSuffix).size();
+    const std::string ownerId = id.substr(0, id.size() - suffixLength);
+    const std::string ownerPath = path.substr(0, path.size() - suffixLength);
     bool isFolder = false;
-    const TQvResult owner = QvFileDirExists(
-        path.substr(0, path.size() - std::string(kSidecarSuffix).size()), &isFolder);
+    const TQvResult owner = QvFileDirExists(ownerPath, &isFolder);
     if (owner.HasFailed())
         return CannotRead(ownerId, owner.Error());
-    if (owner && !isFolder)
-        return ExamineDocument(ownerId, path);
-    Found(id, "metadata without its resource", "removed", [&] {
+    const auto onlyReport = [this, &id](const std::string& problem) {
+        Found(id, problem, "", [] { return kNotTried; });
+    };
+    // Other programs give folders such files; the one of a link is in use again when its target is.
+    if (owner && isFolder)
+        onlyReport("named like the metadata of a folder, which has none; it is kept");
+    else if (owner || QvIsSymLink(ownerPath))
+        ExamineDocument(ownerId, path);
+    else if (!TResourceManager::IsValidResId(ownerId, true))
+        onlyReport("metadata without its resource, whose name is not a valid id: " +
+                   IdProblem(ownerId) + "; it is kept");
+    else
+        ExamineOrphan(ownerId, path);
+}
+
+void TDoctor::ExamineOrphan(const std::string& ownerId, const std::string& path)
+{
+    const std::string problem = "metadata without its resource";
+    // What is not metadata at all may be another program's.
+    if (ExamineForm(ownerId + kSidecarSuffix, path, problem + ", and not well formed: "))
+        return;
+    Found(ownerId + kSidecarSuffix, problem, "removed", [&] {
         // The library detects whether the resource is being moved, and keeps the metadata then.
-        if (TResourceManager::IsValidResId(ownerId, true))
-            m_tree.OpenResource(ownerId, kQvOpenRead, kQvShareAll, 0);
+        m_tree.OpenResource(ownerId, kQvOpenRead, kQvShareAll, 0);
         if (!QvFileExists(path))
             return 0;
         const std::string folder = path.substr(0, path.rfind('/'));
@@ -227,7 +249,19 @@ void TDoctor::ExamineSidecar(const std::string& id, const std::string& path)
     });
 }
 
-void TDoctor::ExamineDocument(const std::string& id, const std::string& path)
+/// Under the first free name: what was set aside earlier is kept.
+TQvResult SetAside(const std::string& path, std::string* suffix)
+{
+    for (int number = 1;; ++number) {
+        *suffix = kDamagedSuffix + (number == 1 ? std::string() : "." + std::to_string(number));
+        TQvResult moved = QvMoveFileEx(path, path + *suffix, false, false);
+        if (moved.Error() != EEXIST)
+            return moved;
+    }
+}
+
+bool TDoctor::ExamineForm(const std::string& id, const std::string& path,
+                          const std::string& problem)
 {
     const auto damage = [&path](std::string* why) {
         std::string text;
@@ -239,18 +273,28 @@ void TDoctor::ExamineDocument(const std::string& id, const std::string& path)
     std::string why;
     const TQvResult read = damage(&why);
     if (read.HasFailed())
-        CannotRead(id + kSidecarSuffix, read.Error());
-    else if (why.empty())
+        CannotRead(id, read.Error());
+    if (!read || why.empty())
+        return read.HasFailed();
+    std::string mended;
+    Found(id, problem + why, mended, [&] {
+        const TQvFileLock lock(path, kLockTimeoutMs);
+        std::string now;
+        mended = "repaired by another process";
+        if (!lock || !damage(&now) || now.empty())
+            return -lock.getError();
+        std::string suffix;
+        const TQvResult moved = SetAside(path, &suffix);
+        mended = "renamed to \"" + (kSidecarSuffix + suffix) + "\"";
+        return moved.Error();
+    });
+    return true;
+}
+
+void TDoctor::ExamineDocument(const std::string& id, const std::string& path)
+{
+    if (!ExamineForm(id + kSidecarSuffix, path, "metadata that is not well formed: "))
         ExamineLabel(id);
-    else
-        Found(id + kSidecarSuffix, "metadata that is not well formed: " + why,
-              "renamed to \".meta.damaged\"", [&] {
-                  const TQvFileLock lock(path, kLockTimeoutMs);
-                  std::string now;
-                  if (!lock || !damage(&now) || now.empty())
-                      return -lock.getError(); // another process was faster
-                  return QvMoveFileEx(path, path + kDamagedSuffix, true, false).Error();
-              });
 }
 
 void TDoctor::ExamineLabel(const std::string& id)
@@ -301,7 +345,8 @@ void AddDoctorCommand(CLI::App& app, THost& host)
         "  qvres doctor --repair /Data");
     doctor->add_flag("--repair,--mend", *repairs,
                      "Remove metadata, markers and temporary files that belong to nothing, rename "
-                     "damaged\nmetadata to \".meta.damaged\", and compute labels anew");
+                     "damaged\nmetadata to \".meta.damaged\" (with a number when that is taken), "
+                     "and compute labels anew");
     AddIdOption(*doctor, "ID", *id, "A folder or resource; \"/\" for the whole tree")->required();
     doctor->callback([&host, id, repairs] { TDoctor(host, *repairs).Examine(*id); });
 }

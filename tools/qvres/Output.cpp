@@ -17,6 +17,23 @@ constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 bool g_errorsAsJson = false;
 std::string g_printed; ///< the errors, a line each
 
+/// Messages of the configuration have the cause in their text alone; 0 when they have none.
+int ErrorNamedIn(std::string text)
+{
+    constexpr int kLastError = EHWPOISON;
+    if (text.find(" is not well formed: ") != std::string::npos)
+        return EBADMSG;
+    if (!text.empty() && text.back() == '.')
+        text.pop_back();
+    for (int error = 1; error <= kLastError; ++error) {
+        const std::string end = ": " + QvErrorText(error);
+        if (text.size() > end.size() &&
+            text.compare(text.size() - end.size(), std::string::npos, end) == 0)
+            return error;
+    }
+    return 0;
+}
+
 [[noreturn]] void ThrowWriteError(int error)
 {
     throw TFailure("standard output cannot be written: " + QvErrorText(error), "", error);
@@ -89,7 +106,7 @@ void PrintError(const TFailure& failure)
         record["id"] = nullptr;
     else
         PutText(record, "id", failure.Id);
-    record["errno"] = failure.Error;
+    record["errno"] = failure.Error != 0 ? failure.Error : ErrorNamedIn(failure.what());
     std::fprintf(stderr, "%s\n", ToJsonText(record).c_str());
 }
 

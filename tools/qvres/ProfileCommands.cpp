@@ -1,5 +1,6 @@
 // Profiles: profile list, show, create, add, select, remove.
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 
@@ -109,7 +110,7 @@ void CheckName(const std::string& name)
     else if (problem.empty() && !TQvPath(name).isPathValid())
         problem = "it is longer than 255 bytes";
     if (!problem.empty())
-        throw TFailure(Quoted(name) + " is not a valid name of a profile: " + problem);
+        throw TFailure(Quoted(name) + " is not a valid name of a profile: " + problem, "", EINVAL);
 }
 
 TQvResourceProfile& RequireOwn(const TCPState& state, const std::string& name)
@@ -117,7 +118,8 @@ TQvResourceProfile& RequireOwn(const TCPState& state, const std::string& name)
     TQvResourceProfile& profile = RequireProfile(state, name);
     if (profile.Remote)
         throw TFailure("the profile " + Quoted(profile.Name) +
-                       " comes from the repository and cannot be changed here");
+                           " comes from the repository and cannot be changed here",
+                       "", EROFS);
     return profile;
 }
 
@@ -128,7 +130,7 @@ void Create(THost& host, const std::string& name)
     TProfileChange change(host.Progress);
     TCPState& state = change.State;
     if (const TQvResourceProfile* profile = state.FindProfile(name))
-        throw TFailure("there is a profile " + Quoted(profile->Name) + " already");
+        throw TFailure("there is a profile " + Quoted(profile->Name) + " already", "", EEXIST);
     CreateProfile(state, name);
     change.Save();
 }
@@ -161,7 +163,8 @@ void Remove(THost& host, const std::string& name)
     const TQvResourceProfile& profile = RequireOwn(state, name);
     if (IsCurrent(state, profile))
         throw TFailure("the profile " + Quoted(profile.Name) +
-                       " is the current one; select another one first");
+                           " is the current one; select another one first",
+                       "", EBUSY);
     const TQvPath folder = state.VarFolder / "Profiles" / profile.Name;
     state.Profiles.erase(state.Profiles.begin() + (&profile - state.Profiles.data()));
     state.BuildIndex();

@@ -1,5 +1,6 @@
 #include "ProfileState.h"
 
+#include <cerrno>
 #include <filesystem>
 
 #include <QvStd/Files.h>
@@ -53,7 +54,7 @@ TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std:
 {
     TQvResourceProfile* const profile = state.FindProfile(name);
     if (profile == nullptr)
-        throw TFailure("there is no profile " + Quoted(name));
+        throw TFailure("there is no profile " + Quoted(name), "", ENOENT);
     return *profile;
 }
 
@@ -70,7 +71,7 @@ TQvPath FolderToMount(const std::string& given)
 {
     TQvPath folder = given.empty() ? TQvPath() : TQvPath(TSession::Absolute(given)).excludeSlash();
     if (!folder.isFolder())
-        throw TFailure("the folder " + Quoted(given) + " does not exist");
+        throw TFailure("the folder " + Quoted(given) + " does not exist", "", ENOENT);
     const std::string problem = TSession::CheckMountPoint(MountPointOf(folder));
     if (!problem.empty())
         throw TFailure(problem);
@@ -90,5 +91,6 @@ void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
         TQvCPUtils::AddNodeState(folder, profile.Name, state);
     else if (node->second.Path.excludeSlash() != folder)
         throw TFailure(Quoted(node->second.Name) + " is already a mount point of the profile " +
-                       Quoted(profile.Name));
+                           Quoted(profile.Name),
+                       "", EEXIST);
 }

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 
@@ -23,7 +24,7 @@ bool IsSetUp()
     try {
         return !TQvCPUtils::IsWizardNecessaryE();
     } catch (const TQvMessage& message) {
-        throw TFailure(message.what());
+        throw TFailure(message.what(), "", TResourceManager::LastFailure().Error);
     }
 }
 
@@ -68,7 +69,7 @@ TResourceManager& TSession::ProfileTree()
 {
     TResourceManager& tree = Tree();
     if (!m_hasProfile)
-        throw TFailure(SetUpHint());
+        throw TFailure(SetUpHint(), "", ENOENT);
     return tree;
 }
 
@@ -77,7 +78,8 @@ TResourceManager& TSession::PersistentTree()
     TResourceManager& tree = ProfileTree();
     if (!tree.CanMountPersistent())
         throw TFailure("the profile " + Quoted(tree.Profile().Name) +
-                       " comes from the repository and cannot be changed here");
+                           " comes from the repository and cannot be changed here",
+                       "", EROFS);
     return tree;
 }
 
@@ -86,11 +88,11 @@ void TSession::Start()
     StartConfiguration(true);
     if (IsSetUp()) {
         if (pQvConfigData->getCurProfileName().empty())
-            throw TFailure("no profile is selected; run \"qvres profile select NAME\"");
+            throw TFailure("no profile is selected; run \"qvres profile select NAME\"", "", ENOENT);
         ResourceManager.Init();
         m_hasProfile = true;
     } else if (Mounts.empty() || !VarFolder.empty()) {
-        throw TFailure(SetUpHint());
+        throw TFailure(SetUpHint(), "", ENOENT);
     } else {
         TResourceManager::RegisterURLScheme(); // which Init does otherwise
     }
@@ -115,7 +117,8 @@ void TSession::StartConfiguration(bool withDefaultFolder)
         GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
     if (!unread && Mounts.empty())
         throw TFailure("the registry " + Quoted(unread.Name()) +
-                       " cannot be read: " + QvErrorText(unread.Error()));
+                           " cannot be read: " + QvErrorText(unread.Error()),
+                       "", unread.Error());
     if (!unread)
         folder.clear();
     // Through the environment, so that every part of the configuration agrees on the folder.
@@ -128,7 +131,7 @@ void TSession::StartConfiguration(bool withDefaultFolder)
 void TSession::RequireSetUp() const
 {
     if (!IsSetUp())
-        throw TFailure(SetUpHint());
+        throw TFailure(SetUpHint(), "", ENOENT);
 }
 
 TQvPath TSession::VarFolderInUse()

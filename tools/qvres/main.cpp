@@ -130,6 +130,11 @@ int RunAndReport(CLI::App& app, THost& host, int argc, char** argv)
         FlushAfterFailure(host.Out);
         PrintError(failure);
         return kFailed;
+    } catch (const TQvMessage& message) {
+        FlushAfterFailure(host.Out);
+        const TQvFailure& cause = TResourceManager::LastFailure();
+        PrintError(TFailure(message.what(), cause.Id, cause.Error));
+        return kFailed;
     } catch (const std::exception& failure) {
         FlushAfterFailure(host.Out);
         PrintError(failure.what());
