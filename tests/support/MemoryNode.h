@@ -291,7 +291,8 @@ private:
     var_a<TQvStream*> Open(const std::string& id, const std::string& path, qvOpenMode mode)
     {
         const bool mustExist = mode == kQvOpenWrite || mode == kQvOpenRead;
-        int error = mode < kQvOpenAppend || mode > kQvOpenReadWrite ? EINVAL : WhyNoPlace(path);
+        int error =
+            mode < kQvOpenWriteOrCreate || mode > kQvOpenReadWrite ? EINVAL : WhyNoPlace(path);
         if (error == 0 && (At(path) == nullptr ? mustExist : mode == kQvOpenCreateNew))
             error = mustExist ? ENOENT : EEXIST;
         if (error != 0)

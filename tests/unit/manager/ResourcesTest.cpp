@@ -108,9 +108,9 @@ TEST_P(Resources, AMoveDeletesNothingThatWasWrittenMeanwhile)
         {
             if (std::exchange(IsDone, true))
                 return false;
-            const auto stream = OfSidecar
-                                    ? Manager->OpenResourceMeta("/A/x", kQvOpenAppend, kQvShareAll)
-                                    : Manager->OpenResource("/A/x", kQvOpenAppend, kQvShareAll, 0);
+            const auto stream =
+                OfSidecar ? Manager->OpenResourceMeta("/A/x", kQvOpenWriteOrCreate, kQvShareAll)
+                          : Manager->OpenResource("/A/x", kQvOpenWriteOrCreate, kQvShareAll, 0);
             stream->setPosition(stream->getSize());
             stream->Write("later", 5);
             return false;
