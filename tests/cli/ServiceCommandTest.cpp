@@ -126,7 +126,7 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
                            "1970-01-01T02:00:01+02:00\n" +
                                damage + "\n1"},
          {"q doctor --mend / | sed /z/d\\;s/:.line.*comment.//",
-          "1/A/a:b.meta: metadata without its resource, whose name is not a valid id: it holds "
+          "1/A/a:b.meta: metadata without its resource, whose name is not a valid id: it contains "
           "\":\"; it is kept\n"
           "/A/d.meta: named like the metadata of a folder, which has none; it is kept\n"
           "/A/o.meta: metadata without its resource, and not well formed; renamed to "
