@@ -363,8 +363,19 @@ def other_users(served):
     for name, bits in (("own", 0o640), ("folder", 0o750)):
         status = (served.room / "a/open" / name).stat()
         assert (status.st_uid, status.st_gid, status.st_mode & 0o7777) == (12345, 12345, bits)
-    fails = subprocess.run([sys.executable, "-c", attempt + "open('secret')"], cwd=served.a, capture_output=True, text=True, check=False)
-    assert "Permission denied" in fails.stderr, fails.stderr
+    # Behind the server's back the user's own folder becomes a link to what the user may not see.
+    hidden = served.room / "hidden"
+    hidden.mkdir(mode=0o700)
+    (hidden / "own").write_text("secret")
+    run(sys.executable, "-c", attempt + "os.chmod('own', 0o4755); open('own', 'a').write('y')", cwd=served.a / "open")
+    assert (served.room / "a/open/own").stat().st_mode & 0o7777 == 0o755
+    (served.a / "open").stat()
+    (served.room / "a/open").rename(served.room / "a/was")
+    (served.room / "a/open").symlink_to(hidden)
+    for what in ("open('open/own')", "open('open/new', 'w')", "os.unlink('open/own')", "os.mkdir('open/folder')", "open('secret')"):
+        fails = subprocess.run([sys.executable, "-c", attempt + what], cwd=served.a, capture_output=True, text=True, check=False)
+        assert "Permission denied" in fails.stderr, what + fails.stderr
+    assert os.listdir(hidden) == ["own"]
 
 
 def killed_and_restarted(served):

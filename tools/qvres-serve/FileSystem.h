@@ -29,13 +29,6 @@ struct TEntry
     struct stat Status = {};
 };
 
-/// Who asks.
-struct TCaller
-{
-    uid_t User;
-    gid_t Group;
-};
-
 /// What of a file is to be set.
 struct TChange
 {
@@ -80,10 +73,9 @@ public:
     // Names
     int LookUp(TInode& parent, const std::string& name, TEntry* entry);
     void Forget(TInode& inode, std::uint64_t count) { m_inodes.Forget(inode, count); }
-    int Create(TInode& parent, const std::string& name, mode_t mode, int flags,
-               const TCaller& caller, TEntry* entry, TFileHandle** handle);
-    int MakeFolder(TInode& parent, const std::string& name, mode_t mode, const TCaller& caller,
-                   TEntry* entry);
+    int Create(TInode& parent, const std::string& name, mode_t mode, int flags, TEntry* entry,
+               TFileHandle** handle);
+    int MakeFolder(TInode& parent, const std::string& name, mode_t mode, TEntry* entry);
     int Unlink(TInode& parent, const std::string& name);
     int RemoveFolder(TInode& parent, const std::string& name);
     int Rename(TInode& from, const std::string& name, TInode& to, const std::string& newName,
@@ -134,8 +126,6 @@ private:
 
     int ChangeAt(const TPlace& place, const TChange& change) const;
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
-    static int GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
-                      struct stat* status);
     void AddNumbers(TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
     int RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,

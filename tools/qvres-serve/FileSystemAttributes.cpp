@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "Identity.h"
+
 namespace
 {
 /// "../" for each folder from `id` up to the root of the tree.
@@ -70,6 +72,22 @@ int TFileSystem::GetStatus(TInode& inode, TFileHandle* handle, struct stat* stat
     return error;
 }
 
+/// Writing takes the set-user-id and set-group-id bits off, whoever writes.
+static int SetMode(int descriptor, mode_t mode)
+{
+    constexpr mode_t kSetIds = S_ISUID | S_ISGID;
+    struct stat status = {};
+    if (fchmod(descriptor, mode) == 0)
+        return 0;
+    const int error = errno;
+    if (error != EPERM || fstat(descriptor, &status) != 0 ||
+        (status.st_mode & 07777 & ~kSetIds) != (mode & ~kSetIds) ||
+        (mode & kSetIds & ~status.st_mode) != 0)
+        return error;
+    const TServerIdentity server;
+    return Result(fchmod(descriptor, mode));
+}
+
 /// On an open file, which may have no name any more.
 static int ChangeOpen(TFileHandle& handle, const TChange& change)
 {
@@ -83,7 +101,7 @@ static int ChangeOpen(TFileHandle& handle, const TChange& change)
     if (error == 0 && change.HasSize)
         error = handle.Truncate(change.Size);
     if (error == 0 && change.HasMode)
-        error = Result(fchmod(handle.Descriptor(), change.Mode));
+        error = SetMode(handle.Descriptor(), change.Mode);
     if (error == 0 && change.HasTimes)
         error = Result(futimens(handle.Descriptor(), change.Times));
     return error;
@@ -132,7 +150,8 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
             error = ESTALE;
         if (error == 0)
             error = ChangeAt(place, change);
-        else if (error == ENOENT || error == ESTALE)
+        const bool isModeAlone = !change.HasOwner && !change.HasSize && !change.HasTimes;
+        if (error == ENOENT || error == ESTALE || (error == EPERM && isModeAlone))
             m_inodes.WithHandle(inode,
                                 [&](TFileHandle& open) { error = ChangeOpen(open, change); });
     }

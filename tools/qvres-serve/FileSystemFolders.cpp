@@ -9,8 +9,22 @@
 
 #include <QvStd/Files.h>
 
-int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode,
-                            const TCaller& caller, TEntry* entry)
+#include "Identity.h"
+
+/// A new folder keeps the set-group-id bit of its parent, which who is not in that group cannot
+/// set.
+static int SetMode(int folder, mode_t mode)
+{
+    struct stat status = {};
+    if (fchmod(folder, mode) != 0 || fstat(folder, &status) != 0)
+        return errno;
+    if ((status.st_mode & 07777) == mode)
+        return 0;
+    const TServerIdentity server;
+    return fchmod(folder, mode) == 0 ? 0 : errno;
+}
+
+int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode, TEntry* entry)
 {
     TNameHold hold;
     TPlace place;
@@ -27,10 +41,8 @@ int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode
     if (!folder || fstat(folder.Number(), &status) != 0)
         return errno;
     const mode_t inherited = status.st_mode & S_ISGID;
-    if (const int error = GiveTo(caller, place, folder.Number(), &status))
+    if (const int error = SetMode(folder.Number(), (mode & 07777) | inherited))
         return error;
-    if (fchmod(folder.Number(), (mode & 07777) | inherited) != 0)
-        return errno;
     status.st_mode = S_IFDIR | (mode & 07777) | inherited;
     *entry = Enter(parent, place, status);
     return 0;
