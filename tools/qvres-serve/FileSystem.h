@@ -16,6 +16,7 @@
 
 #include <QvServices/QvServices.h>
 
+#include "DiskMove.h"
 #include "FileHandle.h"
 #include "FileNumbers.h"
 #include "Inodes.h"
@@ -61,6 +62,9 @@ public:
     bool HasAttributes = false; ///< to be given with the names
     int Error = 0;              ///< of what could not be listed
 };
+
+/// Sidecars follow their resources and have no name of their own.
+bool IsSidecarName(const std::string& name);
 
 class TFileSystem
 {
@@ -126,11 +130,12 @@ private:
 
     int ChangeAt(const TPlace& place, const TChange& change) const;
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
-    void AddNumbers(TFolderHandle& folder);
+    int AddDiskNames(TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
-    int RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
-                   const struct stat& status, unsigned flags);
-    int MoveFile(const TPlace& from, const TPlace& to, unsigned flags);
+    TDiskMove RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                         const struct stat& status, unsigned flags);
+    TDiskMove MoveAcross(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                         const struct stat& status, unsigned flags);
 
     TMountPoints m_mounts;
     TFileNumbers m_numbers;
