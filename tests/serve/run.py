@@ -10,6 +10,7 @@ import ctypes
 import errno
 import fcntl
 import filecmp
+import json
 import mmap
 import os
 import pathlib
@@ -413,13 +414,26 @@ def killed_and_restarted(served):
         assert not os.listdir(served.view)
         served.start()
     # A file that is still open is flushed, and is no reason to go on.
-    file = os.open(served.a / "open", os.O_WRONLY | os.O_APPEND)
+    file = os.open(served.a / "open", os.O_RDWR | os.O_APPEND)
     os.write(file, b"y")
-    served.stop()
+    with mmap.mmap(file, 0) as memory:  # and what was only changed in memory is written back
+        memory[:20000] = b"m" * 20000
+        served.stop()
+    assert (served.room / "a/open").read_bytes().startswith(b"m" * 20000 + b"x")
     fails_with(errno.ENOTCONN, os.write, file, b"z")
     fails_with(errno.ENOTCONN, os.close, file)
     served.start()
+    assert "is already served" in served.start(check=False)
+    refused = subprocess.run([QVRES, "--json", "serve", "--stop", served.room], check=False, capture_output=True, text=True)
+    assert "nothing is served" in json.loads(refused.stderr)["error"], refused
     assert (served.a / "open").read_bytes().endswith(b"xxy")
+    # One that does not answer any more does not keep its folder.
+    server = served.server()
+    os.kill(server, signal.SIGSTOP)
+    refused = subprocess.run([QVRES, "serve", "--stop", served.view], check=False, capture_output=True, text=True, timeout=LIMIT)
+    os.kill(server, signal.SIGCONT)
+    assert refused.returncode == 1 and "did not end in time" in refused.stderr and not os.listdir(served.view), refused
+    served.start()
     for mount, folder in ((served.room, "b"), (served.room / "b", "")):
         refused = subprocess.run([QVRES, f"--mount=/R={mount}", "serve", served.room / folder], check=False, capture_output=True, text=True)
         assert refused.returncode == 1 and "which is part of the tree" in refused.stderr, refused

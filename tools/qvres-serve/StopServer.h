@@ -7,3 +7,6 @@
 /// point that a killed server has left is freed. Throws TFailure when nothing is served there, or
 /// it cannot be stopped.
 void StopServer(const std::string& folder);
+
+/// Whether a tree is shown at `folder`, as the system knows it: without links.
+bool IsServed(const std::string& folder);
