@@ -307,6 +307,8 @@ def names(served):
         (a / "new").write_text("new")
         os.rename(a / "new", a / "target")
         os.unlink(b / "g")
+        with open(f"/proc/self/fd/{removed.fileno()}") as again:
+            assert again.read()
         removed.write("still there")
         removed.seek(0)
         os.ftruncate(removed.fileno(), 5)

@@ -76,10 +76,10 @@ int TFileSystem::GetStatus(TInode& inode, TFileHandle* handle, struct stat* stat
         // Under its name is nothing, or another file: it lives on while it is open.
         const bool isLost =
             error == ENOENT || error == ESTALE || (error == 0 && !IsSame(inode, *status));
-        if (isLost && !m_inodes.WithHandle(inode, [&](TFileHandle& open) {
-                error = Result(fstat(open.Descriptor(), status));
-            }))
-            error = ESTALE;
+        if (isLost) {
+            const TQvDescriptor open = m_inodes.CopyDescriptor(inode);
+            error = open ? Result(fstat(open.Number(), status)) : ESTALE;
+        }
     }
     if (error == 0 && status->st_dev != 0)
         m_numbers.Show(status);
@@ -103,21 +103,21 @@ static int SetMode(int descriptor, mode_t mode)
 }
 
 /// On an open file, which may have no name any more.
-static int ChangeOpen(TFileHandle& handle, const TChange& change)
+static int ChangeOpen(int descriptor, const TChange& change)
 {
     int error = 0;
     struct stat status = {};
     if (change.HasOwner) {
-        error = Result(fstat(handle.Descriptor(), &status));
+        error = Result(fstat(descriptor, &status));
         if (error == 0)
             error = RequireOwner(change, status);
     }
     if (error == 0 && change.HasSize)
-        error = handle.Truncate(change.Size);
+        error = Result(QvRetryInterrupted([&] { return ftruncate(descriptor, change.Size); }));
     if (error == 0 && change.HasMode)
-        error = SetMode(handle.Descriptor(), change.Mode);
+        error = SetMode(descriptor, change.Mode);
     if (error == 0 && change.HasTimes)
-        error = Result(futimens(handle.Descriptor(), change.Times));
+        error = Result(futimens(descriptor, change.Times));
     return error;
 }
 
@@ -152,7 +152,7 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
 {
     int error = 0;
     if (handle != nullptr && (handle->IsWritable() || !change.HasSize)) {
-        error = ChangeOpen(*handle, change);
+        error = ChangeOpen(handle->Descriptor(), change);
     } else {
         TNameHold hold;
         TPlace place;
@@ -166,8 +166,8 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
             error = ChangeAt(place, change);
         const bool isModeAlone = !change.HasOwner && !change.HasSize && !change.HasTimes;
         if (error == ENOENT || error == ESTALE || (error == EPERM && isModeAlone))
-            m_inodes.WithHandle(inode,
-                                [&](TFileHandle& open) { error = ChangeOpen(open, change); });
+            if (const TQvDescriptor open = m_inodes.CopyDescriptor(inode))
+                error = ChangeOpen(open.Number(), change);
     }
     return error != 0 ? error : GetStatus(inode, handle, status);
 }

@@ -20,23 +20,27 @@ int TFileSystem::Open(TInode& inode, int flags, TFileHandle** handle)
 {
     TNameHold hold;
     TPlace place;
-    if (const int error = HoldName(inode, &hold, &place))
-        return error;
     std::unique_ptr<TFileHandle> opened;
     // Cut only when it is known to be the right file.
     const bool cuts = (flags & O_TRUNC) != 0;
     const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
     const int access = cuts && isForReading ? O_RDWR : flags & O_ACCMODE;
-    if (const int error = TFileHandle::Open(place.Id, access, &opened))
-        return error;
     struct stat status = {};
-    if (fstat(opened->Descriptor(), &status) != 0)
-        return errno;
-    if (!IsSame(inode, status))
-        return ESTALE;
-    if (const int error = cuts ? opened->Truncate(0) : 0)
-        return error;
-    return Keep(inode, std::move(opened), handle);
+    int error = HoldName(inode, &hold, &place);
+    if (error == ESTALE) {
+        // Without a name it can be opened for as long as somebody has it open.
+        const TQvDescriptor copy = m_inodes.CopyDescriptor(inode);
+        error = copy ? TFileHandle::Reopen(copy.Number(), access, &opened) : ESTALE;
+    } else if (error == 0) {
+        error = TFileHandle::Open(place.Id, access, &opened);
+        if (error == 0 && fstat(opened->Descriptor(), &status) != 0)
+            error = errno;
+        if (error == 0 && !IsSame(inode, status))
+            error = ESTALE;
+    }
+    if (error == 0 && cuts)
+        error = opened->Truncate(0);
+    return error != 0 ? error : Keep(inode, std::move(opened), handle);
 }
 
 int TFileSystem::Close(TInode& inode, TFileHandle* handle)

@@ -29,6 +29,8 @@ namespace
 {
 /// Longer than a server takes to write back and close what is open.
 constexpr std::chrono::seconds kLimit{20};
+/// Of a question that needs no disk.
+constexpr std::chrono::seconds kAnswerLimit{10};
 
 /// The system writes blanks of a mount point as "\040".
 std::string Unescaped(const std::string& text)
@@ -70,6 +72,23 @@ TServedMount FindServed(const std::string& folder)
             found = {options.substr(at + sizeof(kUser) - 1), device.substr(device.find(':') + 1)};
     }
     return found;
+}
+
+/// A folder as the system lists it. A server that hangs is asked nothing: its folder is looked at
+/// only when it may be a link to one.
+std::string SystemPath(const std::string& given)
+{
+    namespace fs = std::filesystem;
+    fs::path path = fs::path(given).lexically_normal();
+    if (!path.has_filename())
+        path = path.parent_path();
+    std::error_code missing;
+    const fs::path parent = fs::canonical(path.parent_path(), missing);
+    const std::string real = missing ? path.string() : (parent / path.filename()).string();
+    if (!FindServed(real).User.empty())
+        return real;
+    const fs::path whole = fs::canonical(path, missing);
+    return missing ? given : whole.string();
 }
 
 void FreeMountPoint(const std::string& folder)
@@ -130,7 +149,7 @@ pid_t ServerOf(const std::string& folder)
         answer.Error = errno;
         asked->set_value(answer);
     }).detach();
-    if (future.wait_for(kLimit) != std::future_status::ready)
+    if (future.wait_for(kAnswerLimit) != std::future_status::ready)
         return -1;
     const TAnswer answer = future.get();
     if (answer.Size > 0)
@@ -152,10 +171,7 @@ void RequireUser(pid_t server, uid_t user, const std::string& folder)
 
 void StopServer(const std::string& givenFolder)
 {
-    // As the system knows it; this asks a dead server nothing.
-    std::error_code missing;
-    const std::string real = std::filesystem::canonical(givenFolder, missing).string();
-    const std::string& folder = missing ? givenFolder : real;
+    const std::string folder = SystemPath(givenFolder);
     const TServedMount served = FindServed(folder);
     if (served.User.empty())
         throw TFailure("nothing is served at " + Quoted(folder));
