@@ -1,8 +1,9 @@
 // The tree as a file system: what the kernel asks for, answered by operations of the library.
 //
-// Contents, names, sidecars and share modes go through the library. What the tree does not have
-// (permission bits, owners, exact times, space) is read and set on the disk file that the tree
-// names for an id.
+// Contents, sidecars and share modes go through the library. What the tree does not have
+// (permission bits, owners, exact times, space, links) is read and set on the disk file that the
+// tree names for an id. Names are listed and renamed there, too: the library looks at what links
+// lead to, which may be this server.
 //
 // Every operation answers 0 or an errno. Thread-safety: callable from any thread; nothing is locked
 // while the disk works but the names that the operation uses.
