@@ -10,6 +10,7 @@ import ctypes
 import errno
 import fcntl
 import filecmp
+import json
 import mmap
 import os
 import pathlib
@@ -76,18 +77,28 @@ def rename_to_new(old, new):
 
 
 def git(served):
+    user = {}
+    if os.getuid() == 0:  # what root may do always hides what others may not
+        user = {"user": 65534, "group": 65534, "extra_groups": [], "env": {**os.environ, "HOME": "/nonexistent"}}
+        served.room.chmod(0o755)
+        for folder in ("a", "b"):
+            os.chown(served.room / folder, 65534, 65534)
+        served.stop()
+        served.start("--allow-other")
     repository = served.a / "repository"
-    run("git", "init", "-q", repository)
+    run("git", "init", "-q", repository, **user)
     call = ["git", "-C", repository, "-c", "user.name=a", "-c", "user.email=a@b"]
     for number in range(50):
         (repository / f"{number % 7}.txt").write_text(f"{number}\n" * 100)
-        run(*call, "add", ".")
-        run(*call, "commit", "-qm", str(number))
-    run(*call, "gc", "-q")
-    run(*call, "fsck", "--strict")
-    run("git", "clone", "-q", repository, served.b / "clone")
-    assert run("git", "-C", served.b / "clone", "log", "--format=%s").split() == [str(n) for n in reversed(range(50))]
-    assert run(*call, "status", "--porcelain") == ""
+        run(*call, "add", ".", **user)
+        run(*call, "commit", "-qm", str(number), **user)
+    run(*call, "gc", "-q", **user)
+    for _ in range(2):  # the second one replaces write-protected packs by themselves
+        run(*call, "repack", "-ad", **user)
+    run(*call, "fsck", "--strict", **user)
+    run("git", "clone", "-q", repository, served.b / "clone", **user)
+    assert run("git", "-C", served.b / "clone", "log", "--format=%s", **user).split() == [str(n) for n in reversed(range(50))]
+    assert run(*call, "status", "--porcelain", **user) == ""
 
 
 WRITER = """
@@ -296,13 +307,14 @@ def names(served):
         (a / "new").write_text("new")
         os.rename(a / "new", a / "target")
         os.unlink(b / "g")
+        with open(f"/proc/self/fd/{removed.fileno()}") as again:
+            assert again.read()
         removed.write("still there")
         removed.seek(0)
         os.ftruncate(removed.fileno(), 5)
         assert (replaced.read(), removed.read(), os.fstat(removed.fileno()).st_nlink) == ("target", "still", 0)
     assert (a / "target").read_text() == "new" and not (served.room / "b/g.meta").exists()
-    with open(a / "target") as moved:
-        fails_with(errno.EXDEV, os.rename, a / "target", b / "target")
+    fails_with(errno.EXDEV, os.rename, a / "target", b / "target")  # nothing but a sidecar needs the library's move
     (a / "other").write_text("other")
     fails_with(errno.EEXIST, rename_to_new, a / "other", a / "target")
     rename_to_new(a / "other", a / "third")
@@ -320,10 +332,18 @@ def names(served):
     # Links are followed by the program that meets them, and lead to the tree where they can.
     (disk / "outside").symlink_to(served.room)
     (disk / "inside").symlink_to(served.room / "b")
-    (disk / "nowhere").symlink_to("missing")
+    (disk / "climbing").symlink_to("../b/kept")
+    (disk / "self").symlink_to(a / "d1/self")
+    (disk / "d1/nowhere").symlink_to("../missing")
+    (disk / "d1/self").symlink_to(a / "self")
     (b / "kept").write_text("x")
-    assert os.readlink(a / "inside") == "../B" and os.readlink(a / "outside") == str(served.room)
-    assert "nowhere" not in os.listdir(a) and (a / "inside/kept").exists()
+    texts = {"inside": "../B", "outside": str(served.room), "climbing": "../B/kept", "self": str(a / "d1/self"), "d1/nowhere": "../missing"}
+    assert {name: os.readlink(a / name) for name in texts} == texts
+    assert (a / "inside/kept").exists() and sorted(os.listdir(a / "d1")) == ["full", "nowhere", "self"]
+    fails_with(errno.ELOOP, os.stat, a / "self")
+    os.rename(a / "third", a / "self")
+    os.rename(a / "climbing", a / "third")
+    assert (a / "self").read_text() == "other" and (a / "third").read_text() == "x" and not (disk / "self").is_symlink()
     shutil.rmtree(a / "d1")
     os.unlink(a / "inside")
     assert (b / "kept").exists() and not (disk / "inside").is_symlink()
@@ -363,8 +383,19 @@ def other_users(served):
     for name, bits in (("own", 0o640), ("folder", 0o750)):
         status = (served.room / "a/open" / name).stat()
         assert (status.st_uid, status.st_gid, status.st_mode & 0o7777) == (12345, 12345, bits)
-    fails = subprocess.run([sys.executable, "-c", attempt + "open('secret')"], cwd=served.a, capture_output=True, text=True, check=False)
-    assert "Permission denied" in fails.stderr, fails.stderr
+    # Behind the server's back the user's own folder becomes a link to what the user may not see.
+    hidden = served.room / "hidden"
+    hidden.mkdir(mode=0o700)
+    (hidden / "own").write_text("secret")
+    run(sys.executable, "-c", attempt + "os.chmod('own', 0o4755); open('own', 'a').write('y')", cwd=served.a / "open")
+    assert (served.room / "a/open/own").stat().st_mode & 0o7777 == 0o755
+    (served.a / "open").stat()
+    (served.room / "a/open").rename(served.room / "a/was")
+    (served.room / "a/open").symlink_to(hidden)
+    for what in ("open('open/own')", "open('open/new', 'w')", "os.unlink('open/own')", "os.mkdir('open/folder')", "open('secret')"):
+        fails = subprocess.run([sys.executable, "-c", attempt + what], cwd=served.a, capture_output=True, text=True, check=False)
+        assert "Permission denied" in fails.stderr, what + fails.stderr
+    assert os.listdir(hidden) == ["own"]
 
 
 def killed_and_restarted(served):
@@ -385,13 +416,26 @@ def killed_and_restarted(served):
         assert not os.listdir(served.view)
         served.start()
     # A file that is still open is flushed, and is no reason to go on.
-    file = os.open(served.a / "open", os.O_WRONLY | os.O_APPEND)
+    file = os.open(served.a / "open", os.O_RDWR | os.O_APPEND)
     os.write(file, b"y")
-    served.stop()
+    with mmap.mmap(file, 0) as memory:  # and what was only changed in memory is written back
+        memory[:20000] = b"m" * 20000
+        served.stop()
+    assert (served.room / "a/open").read_bytes().startswith(b"m" * 20000 + b"x")
     fails_with(errno.ENOTCONN, os.write, file, b"z")
     fails_with(errno.ENOTCONN, os.close, file)
     served.start()
+    assert "is already served" in served.start(check=False)
+    refused = subprocess.run([QVRES, "--json", "serve", "--stop", served.room], check=False, capture_output=True, text=True)
+    assert "nothing is served" in json.loads(refused.stderr)["error"], refused
     assert (served.a / "open").read_bytes().endswith(b"xxy")
+    # One that does not answer any more does not keep its folder.
+    server = served.server()
+    os.kill(server, signal.SIGSTOP)
+    refused = subprocess.run([QVRES, "serve", "--stop", served.view], check=False, capture_output=True, text=True, timeout=LIMIT)
+    os.kill(server, signal.SIGCONT)
+    assert refused.returncode == 1 and "did not end in time" in refused.stderr and not os.listdir(served.view), refused
+    served.start()
     for mount, folder in ((served.room, "b"), (served.room / "b", "")):
         refused = subprocess.run([QVRES, f"--mount=/R={mount}", "serve", served.room / folder], check=False, capture_output=True, text=True)
         assert refused.returncode == 1 and "which is part of the tree" in refused.stderr, refused

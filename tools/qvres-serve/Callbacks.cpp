@@ -4,8 +4,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <new>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
+
+#include "Identity.h"
 
 namespace
 {
@@ -34,12 +37,6 @@ TFolderHandle& FolderOf(const fuse_file_info* info)
     return *reinterpret_cast<TFolderHandle*>(info->fh);
 }
 
-TCaller CallerOf(fuse_req_t request)
-{
-    const fuse_ctx* const context = fuse_req_ctx(request);
-    return {context->uid, context->gid};
-}
-
 /// Runs `work`, which replies itself when it answers 0. No exception leaves a callback.
 template <class TWork>
 void Answer(fuse_req_t request, const TWork& work)
@@ -49,6 +46,8 @@ void Answer(fuse_req_t request, const TWork& work)
         error = work();
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
+    } catch (const std::system_error& failure) {
+        error = failure.code().value();
     } catch (const std::exception&) {
         error = EIO;
     }
@@ -56,7 +55,17 @@ void Answer(fuse_req_t request, const TWork& work)
         fuse_reply_err(request, error);
 }
 
-/// For requests whose only result is an error.
+/// For what works by name: the disk checks the rights of the sender.
+template <class TWork>
+void AnswerAsCaller(fuse_req_t request, const TWork& work)
+{
+    Answer(request, [&] {
+        const TCallerIdentity caller(request);
+        return work();
+    });
+}
+
+/// For what has no other result than its error.
 template <class TWork>
 void AnswerError(fuse_req_t request, const TWork& work)
 {
@@ -65,6 +74,15 @@ void AnswerError(fuse_req_t request, const TWork& work)
         if (error == 0)
             fuse_reply_err(request, 0);
         return error;
+    });
+}
+
+template <class TWork>
+void AnswerErrorAsCaller(fuse_req_t request, const TWork& work)
+{
+    AnswerError(request, [&] {
+        const TCallerIdentity caller(request);
+        return work();
     });
 }
 
@@ -90,7 +108,7 @@ int ReplyEntry(fuse_req_t request, const TEntry& entry)
 
 void LookUp(fuse_req_t request, fuse_ino_t parent, const char* name)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         TEntry entry;
         const int error = Files(request).LookUp(InodeOf(request, parent), name, &entry);
         return error != 0 ? error : ReplyEntry(request, entry);
@@ -112,7 +130,7 @@ void ForgetMany(fuse_req_t request, std::size_t count, fuse_forget_data* forgets
 
 void GetAttributes(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         struct stat status = {};
         const int error =
             Files(request).GetStatus(InodeOf(request, inode), HandleOf(info), &status);
@@ -153,7 +171,7 @@ TChange ChangeOf(const struct stat& wanted, int set)
 void SetAttributes(fuse_req_t request, fuse_ino_t inode, struct stat* wanted, int set,
                    fuse_file_info* info)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         struct stat status = {};
         const int error = Files(request).Change(InodeOf(request, inode), HandleOf(info),
                                                 ChangeOf(*wanted, set), &status);
@@ -165,7 +183,7 @@ void SetAttributes(fuse_req_t request, fuse_ino_t inode, struct stat* wanted, in
 
 void ReadLink(fuse_req_t request, fuse_ino_t inode)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         std::string target;
         const int error = Files(request).ReadLink(InodeOf(request, inode), &target);
         if (error == 0)
@@ -176,14 +194,14 @@ void ReadLink(fuse_req_t request, fuse_ino_t inode)
 
 void MakeNode(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode, dev_t)
 {
-    Answer(request, [&]() -> int {
+    AnswerAsCaller(request, [&]() -> int {
         if (!S_ISREG(mode))
             return EPERM;
         TFileSystem& files = Files(request);
         TEntry entry;
         TFileHandle* handle = nullptr;
-        int error = files.Create(InodeOf(request, parent), name, mode, O_RDWR | O_EXCL,
-                                 CallerOf(request), &entry, &handle);
+        int error =
+            files.Create(InodeOf(request, parent), name, mode, O_RDWR | O_EXCL, &entry, &handle);
         if (error != 0)
             return error;
         error = files.Close(*entry.Inode, handle);
@@ -193,23 +211,23 @@ void MakeNode(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
 
 void MakeFolder(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         TEntry entry;
-        const int error = Files(request).MakeFolder(InodeOf(request, parent), name, mode,
-                                                    CallerOf(request), &entry);
+        const int error = Files(request).MakeFolder(InodeOf(request, parent), name, mode, &entry);
         return error != 0 ? error : ReplyEntry(request, entry);
     });
 }
 
 void Unlink(fuse_req_t request, fuse_ino_t parent, const char* name)
 {
-    AnswerError(request, [&] { return Files(request).Unlink(InodeOf(request, parent), name); });
+    AnswerErrorAsCaller(request,
+                        [&] { return Files(request).Unlink(InodeOf(request, parent), name); });
 }
 
 void RemoveFolder(fuse_req_t request, fuse_ino_t parent, const char* name)
 {
-    AnswerError(request,
-                [&] { return Files(request).RemoveFolder(InodeOf(request, parent), name); });
+    AnswerErrorAsCaller(
+        request, [&] { return Files(request).RemoveFolder(InodeOf(request, parent), name); });
 }
 
 /// The tree has no links.
@@ -226,7 +244,7 @@ void MakeHardLink(fuse_req_t request, fuse_ino_t, fuse_ino_t, const char*)
 void Rename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t newParent,
             const char* newName, unsigned flags)
 {
-    AnswerError(request, [&] {
+    AnswerErrorAsCaller(request, [&] {
         return Files(request).Rename(InodeOf(request, parent), name, InodeOf(request, newParent),
                                      newName, flags);
     });
@@ -241,7 +259,7 @@ void SetHandle(fuse_file_info* info, TFileHandle* handle)
 
 void Open(fuse_req_t request, fuse_ino_t number, fuse_file_info* info)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         TFileSystem& files = Files(request);
         TInode& inode = InodeOf(request, number);
         TFileHandle* handle = nullptr;
@@ -257,12 +275,12 @@ void Open(fuse_req_t request, fuse_ino_t number, fuse_file_info* info)
 void Create(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode,
             fuse_file_info* info)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         TFileSystem& files = Files(request);
         TEntry entry;
         TFileHandle* handle = nullptr;
-        const int error = files.Create(InodeOf(request, parent), name, mode, info->flags,
-                                       CallerOf(request), &entry, &handle);
+        const int error =
+            files.Create(InodeOf(request, parent), name, mode, info->flags, &entry, &handle);
         if (error != 0)
             return error;
         SetHandle(info, handle);
@@ -356,7 +374,7 @@ void CopyRange(fuse_req_t request, fuse_ino_t, off_t fromOffset, fuse_file_info*
 
 void OpenFolder(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         std::unique_ptr<TFolderHandle> folder;
         if (const int error = Files(request).OpenFolder(InodeOf(request, inode), &folder))
             return error;
@@ -441,7 +459,7 @@ private:
 void ReadFolder(fuse_req_t request, fuse_ino_t number, std::size_t size, off_t offset,
                 fuse_file_info* info)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         TFolderHandle& folder = FolderOf(info);
         TInode& inode = InodeOf(request, number);
         TListing listing(request, inode, folder, size);
@@ -476,7 +494,7 @@ void SyncFolder(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info)
 
 void GetSpace(fuse_req_t request, fuse_ino_t inode)
 {
-    Answer(request, [&] {
+    AnswerAsCaller(request, [&] {
         struct statvfs space = {};
         const int error = Files(request).GetSpace(InodeOf(request, inode), &space);
         if (error == 0)
@@ -487,7 +505,7 @@ void GetSpace(fuse_req_t request, fuse_ino_t inode)
 
 void GetExtended(fuse_req_t request, fuse_ino_t inode, const char* name, std::size_t size)
 {
-    Answer(request, [&]() -> int {
+    AnswerAsCaller(request, [&]() -> int {
         std::string value;
         if (const int error = Files(request).GetExtended(InodeOf(request, inode), name, &value))
             return error;
@@ -525,7 +543,10 @@ void Start(void*, fuse_conn_info* connection)
     // The kernel itself takes set-user-id bits off a file that is written: a server of root would
     // leave them.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_HANDLE_KILLPRIV);
-    // This server decides when a listing comes with attributes (TInodes::WantsAttributes).
+    // The threads may look at one folder at once; without it the kernel asks for one name at a
+    // time.
+    connection->want |= connection->capable & FUSE_CAP_PARALLEL_DIROPS;
+    // When attributes are worth their price is decided here (TInodes::WantsAttributes).
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_READDIRPLUS_AUTO);
     // Written content is in memory already when it arrives.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ);

@@ -5,43 +5,70 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-int TFileHandle::OpenStream(const std::string& id, qvOpenMode mode,
-                            std::unique_ptr<TFileHandle>* handle)
+namespace
 {
-    auto opened = std::make_unique<TFileHandle>();
-    opened->m_stream = ResourceManager.OpenResource(id, mode, kQvShareAll, 0);
-    if (const int error = TResourceManager::LastFailure().Error)
+bool Writes(int flags)
+{
+    return (flags & O_ACCMODE) != O_RDONLY || (flags & O_TRUNC) != 0;
+}
+
+std::string PathOf(int descriptor)
+{
+    return "/proc/self/fd/" + std::to_string(descriptor);
+}
+} // namespace
+
+int TFileHandle::Take(var_a<TQvStream*> stream, int error, bool isWritable,
+                      std::unique_ptr<TFileHandle>* handle)
+{
+    if (error != 0)
         return error;
+    auto opened = std::make_unique<TFileHandle>();
+    opened->m_stream = std::move(stream);
     opened->m_file = dynamic_cast<TQvFileStream*>(opened->m_stream.get());
     if (opened->m_file == nullptr)
         return ENOTSUP;
-    opened->m_isWritable = mode != kQvOpenRead;
+    opened->m_isWritable = isWritable;
     *handle = std::move(opened);
     return 0;
 }
 
+int TFileHandle::Prepare(int flags)
+{
+    const int error = Writes(flags) && (flags & O_ACCMODE) != O_WRONLY ? AddReading() : 0;
+    return error == 0 && (flags & O_TRUNC) != 0 ? Truncate(0) : error;
+}
+
 int TFileHandle::Open(const std::string& id, int flags, std::unique_ptr<TFileHandle>* handle)
 {
-    const int access = flags & O_ACCMODE;
-    const bool writes = access != O_RDONLY || (flags & O_TRUNC) != 0;
-    int error = OpenStream(id, writes ? kQvOpenWrite : kQvOpenRead, handle);
-    if (error == 0 && writes && access != O_WRONLY)
-        error = (*handle)->AddReading();
-    if (error == 0 && (flags & O_TRUNC) != 0)
-        error = (*handle)->Truncate(0);
-    return error;
+    const qvOpenMode mode = Writes(flags) ? kQvOpenWrite : kQvOpenRead;
+    auto stream = ResourceManager.OpenResource(id, mode, kQvShareAll, 0);
+    const int error = TResourceManager::LastFailure().Error;
+    const int taken = Take(std::move(stream), error, Writes(flags), handle);
+    return taken != 0 ? taken : (*handle)->Prepare(flags);
+}
+
+int TFileHandle::Reopen(int descriptor, int flags, std::unique_ptr<TFileHandle>* handle)
+{
+    const qvOpenMode mode = Writes(flags) ? kQvOpenWrite : kQvOpenRead;
+    auto stream = TQvFileStream::VCreate(PathOf(descriptor), mode, kQvShareAll);
+    const int error = *stream ? 0 : -stream->getError();
+    const int taken = Take(std::move(stream), error, Writes(flags), handle);
+    return taken != 0 ? taken : (*handle)->Prepare(flags);
 }
 
 int TFileHandle::Create(const std::string& id, std::unique_ptr<TFileHandle>* handle)
 {
-    return OpenStream(id, kQvOpenCreateNew, handle);
+    auto stream = ResourceManager.OpenResource(id, kQvOpenCreateNew, kQvShareAll, 0);
+    const int error = TResourceManager::LastFailure().Error;
+    return Take(std::move(stream), error, true, handle);
 }
 
 /// No mode of the library reads and writes a file that must exist: one of the others would make a
 /// file where one was just deleted. The stream's own file is opened once more instead.
 int TFileHandle::AddReading()
 {
-    const std::string self = "/proc/self/fd/" + std::to_string(m_file->Descriptor());
+    const std::string self = PathOf(m_file->Descriptor());
     m_both = TQvDescriptor(open(self.c_str(), O_RDWR | O_CLOEXEC));
     return m_both ? 0 : errno;
 }

@@ -17,6 +17,8 @@ class TFileHandle
 public:
     /// Opens with the access mode and O_TRUNC of `flags`. 0 or an errno.
     static int Open(const std::string& id, int flags, std::unique_ptr<TFileHandle>* handle);
+    /// Opens what `descriptor` has open once more; it needs no name any more.
+    static int Reopen(int descriptor, int flags, std::unique_ptr<TFileHandle>* handle);
     /// A new empty file, for reading and writing; EEXIST when the name is taken.
     static int Create(const std::string& id, std::unique_ptr<TFileHandle>* handle);
 
@@ -36,8 +38,9 @@ public:
     int Close();
 
 private:
-    static int OpenStream(const std::string& id, qvOpenMode mode,
-                          std::unique_ptr<TFileHandle>* handle);
+    static int Take(var_a<TQvStream*> stream, int error, bool isWritable,
+                    std::unique_ptr<TFileHandle>* handle);
+    int Prepare(int flags);
     int AddReading();
 
     var_a<TQvStream*> m_stream;

@@ -8,21 +8,6 @@
 
 namespace
 {
-bool IsSidecarName(const std::string& name)
-{
-    constexpr std::size_t kLength = sizeof(kSidecarSuffix) - 1;
-    return name.size() > kLength &&
-           name.compare(name.size() - kLength, kLength, kSidecarSuffix) == 0;
-}
-
-/// A dangling link does not exist, as in the library.
-bool IsDangling(const std::string& path)
-{
-    struct stat target = {};
-    return stat(path.c_str(), &target) != 0 &&
-           (errno == ENOENT || errno == ENOTDIR || errno == ELOOP);
-}
-
 TInode RootInode(const TMountPoints& mounts, const std::string& id)
 {
     TInode root;
@@ -36,6 +21,13 @@ TInode RootInode(const TMountPoints& mounts, const std::string& id)
 }
 } // namespace
 
+bool IsSidecarName(const std::string& name)
+{
+    constexpr std::size_t kLength = sizeof(kSidecarSuffix) - 1;
+    return name.size() > kLength &&
+           name.compare(name.size() - kLength, kLength, kSidecarSuffix) == 0;
+}
+
 TFileSystem::TFileSystem(const std::string& rootId)
     : m_mounts(ResourceManager), m_inodes(rootId, RootInode(m_mounts, rootId))
 {
@@ -45,11 +37,10 @@ TFileSystem::TFileSystem(const std::string& rootId)
     m_virtualStatus.st_gid = getegid();
     clock_gettime(CLOCK_REALTIME, &m_virtualStatus.st_mtim);
     m_virtualStatus.st_atim = m_virtualStatus.st_ctim = m_virtualStatus.st_mtim;
-    // The disks are numbered in the order of the mount table, so that each start gives the same
-    // numbers.
-    for (const std::string& folder : m_mounts.Folders()) {
+    // The disks are numbered in the order of the mount table, in each start alike.
+    for (const TMountedFolder& folder : m_mounts.Folders()) {
         struct stat status = {};
-        if (stat(folder.c_str(), &status) == 0)
+        if (stat(folder.Path.c_str(), &status) == 0)
             m_numbers.Show(&status);
     }
 }
@@ -150,7 +141,7 @@ int TFileSystem::LookAt(const TPlace& place, struct stat* status) const
     const bool isOnDisk =
         !place.Path.empty() && fstatat(AT_FDCWD, place.Path.c_str(), status, follow) == 0;
     if (isOnDisk)
-        return S_ISLNK(status->st_mode) && IsDangling(place.Path) ? ENOENT : 0;
+        return 0;
     if (!place.Path.empty() && (errno != ENOENT || place.IsMount))
         return errno;
     if (!isAbove)

@@ -1,8 +1,9 @@
 // The tree as a file system: the kernel's requests as operations of the library.
 //
-// Contents, names, sidecars and share modes go through the library. What the tree does not have
-// (permission bits, owners, exact times, space) is read and set on the disk file that the tree
-// names for an id.
+// Contents, sidecars and share modes go through the library. What the tree does not have
+// (permission bits, owners, exact times, space, links) is read and set on the disk file that the
+// tree names for an id. Names are listed and renamed there, too: the library looks at what links
+// lead to, which may be this server.
 //
 // Every operation answers 0 or an errno. Thread-safety: callable from any thread; during disk
 // operations only the names in use are locked.
@@ -16,6 +17,7 @@
 
 #include <QvServices/QvServices.h>
 
+#include "DiskMove.h"
 #include "FileHandle.h"
 #include "FileNumbers.h"
 #include "Inodes.h"
@@ -29,14 +31,7 @@ struct TEntry
     struct stat Status = {};
 };
 
-/// The caller of a request.
-struct TCaller
-{
-    uid_t User;
-    gid_t Group;
-};
-
-/// The attributes to be set.
+/// What of a file is to be set.
 struct TChange
 {
     bool HasMode = false;
@@ -69,6 +64,9 @@ public:
     int Error = 0;              ///< the first error of the listing
 };
 
+/// Sidecars follow their resources and have no name of their own.
+bool IsSidecarName(const std::string& name);
+
 class TFileSystem
 {
 public:
@@ -80,10 +78,9 @@ public:
     // Names
     int LookUp(TInode& parent, const std::string& name, TEntry* entry);
     void Forget(TInode& inode, std::uint64_t count) { m_inodes.Forget(inode, count); }
-    int Create(TInode& parent, const std::string& name, mode_t mode, int flags,
-               const TCaller& caller, TEntry* entry, TFileHandle** handle);
-    int MakeFolder(TInode& parent, const std::string& name, mode_t mode, const TCaller& caller,
-                   TEntry* entry);
+    int Create(TInode& parent, const std::string& name, mode_t mode, int flags, TEntry* entry,
+               TFileHandle** handle);
+    int MakeFolder(TInode& parent, const std::string& name, mode_t mode, TEntry* entry);
     int Unlink(TInode& parent, const std::string& name);
     int RemoveFolder(TInode& parent, const std::string& name);
     int Rename(TInode& from, const std::string& name, TInode& to, const std::string& newName,
@@ -136,13 +133,12 @@ private:
 
     int ChangeAt(const TPlace& place, const TChange& change) const;
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
-    static int GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
-                      struct stat* status);
-    void AddNumbers(TFolderHandle& folder);
+    int AddDiskNames(TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
-    int RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
-                   const struct stat& status, unsigned flags);
-    int MoveFile(const TPlace& from, const TPlace& to, unsigned flags);
+    TDiskMove RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                         const struct stat& status, unsigned flags);
+    TDiskMove MoveAcross(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                         const struct stat& status, unsigned flags);
 
     TMountPoints m_mounts;
     TFileNumbers m_numbers;

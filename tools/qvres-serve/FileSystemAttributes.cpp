@@ -1,10 +1,13 @@
 // Attributes of files and folders, and the extended attributes of the tree.
 #include "FileSystem.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <unistd.h>
+
+#include "Identity.h"
 
 namespace
 {
@@ -24,12 +27,25 @@ bool IsInside(const std::string& path, const std::string& folder)
            (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
-std::string RealPath(const std::string& path)
+/// Whether a relative link text leads out of the folder `depth` levels above that of the link.
+bool Climbs(const std::string& text, std::ptrdiff_t depth)
 {
-    char* const real = realpath(path.c_str(), nullptr);
-    std::string result = real != nullptr ? real : "";
-    std::free(real);
-    return result;
+    for (const std::filesystem::path& part : std::filesystem::path(text)) {
+        depth += part == ".." ? -1 : part == "." || part.empty() ? 0 : 1;
+        if (depth < 0)
+            return true;
+    }
+    return false;
+}
+
+/// Of any length.
+int ReadLinkText(const std::string& path, std::string* text)
+{
+    constexpr std::size_t kLongest = 4096;
+    text->resize(kLongest);
+    const ssize_t size = readlink(path.c_str(), text->data(), text->size());
+    text->resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+    return size > 0 ? 0 : errno;
 }
 
 int Result(int result)
@@ -60,32 +76,48 @@ int TFileSystem::GetStatus(TInode& inode, TFileHandle* handle, struct stat* stat
         // Its name is gone or names another file: the file lives on while it is open.
         const bool isLost =
             error == ENOENT || error == ESTALE || (error == 0 && !IsSame(inode, *status));
-        if (isLost && !m_inodes.WithHandle(inode, [&](TFileHandle& open) {
-                error = Result(fstat(open.Descriptor(), status));
-            }))
-            error = ESTALE;
+        if (isLost) {
+            const TQvDescriptor open = m_inodes.CopyDescriptor(inode);
+            error = open ? Result(fstat(open.Number(), status)) : ESTALE;
+        }
     }
     if (error == 0 && status->st_dev != 0)
         m_numbers.Show(status);
     return error;
 }
 
+/// Writing takes the set-user-id and set-group-id bits off, whoever writes.
+static int SetMode(int descriptor, mode_t mode)
+{
+    constexpr mode_t kSetIds = S_ISUID | S_ISGID;
+    struct stat status = {};
+    if (fchmod(descriptor, mode) == 0)
+        return 0;
+    const int error = errno;
+    if (error != EPERM || fstat(descriptor, &status) != 0 ||
+        (status.st_mode & 07777 & ~kSetIds) != (mode & ~kSetIds) ||
+        (mode & kSetIds & ~status.st_mode) != 0)
+        return error;
+    const TServerIdentity server;
+    return Result(fchmod(descriptor, mode));
+}
+
 /// On an open file, which may have no name any more.
-static int ChangeOpen(TFileHandle& handle, const TChange& change)
+static int ChangeOpen(int descriptor, const TChange& change)
 {
     int error = 0;
     struct stat status = {};
     if (change.HasOwner) {
-        error = Result(fstat(handle.Descriptor(), &status));
+        error = Result(fstat(descriptor, &status));
         if (error == 0)
             error = RequireOwner(change, status);
     }
     if (error == 0 && change.HasSize)
-        error = handle.Truncate(change.Size);
+        error = Result(QvRetryInterrupted([&] { return ftruncate(descriptor, change.Size); }));
     if (error == 0 && change.HasMode)
-        error = Result(fchmod(handle.Descriptor(), change.Mode));
+        error = SetMode(descriptor, change.Mode);
     if (error == 0 && change.HasTimes)
-        error = Result(futimens(handle.Descriptor(), change.Times));
+        error = Result(futimens(descriptor, change.Times));
     return error;
 }
 
@@ -120,7 +152,7 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
 {
     int error = 0;
     if (handle != nullptr && (handle->IsWritable() || !change.HasSize)) {
-        error = ChangeOpen(*handle, change);
+        error = ChangeOpen(handle->Descriptor(), change);
     } else {
         TNameHold hold;
         TPlace place;
@@ -132,40 +164,53 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
             error = ESTALE;
         if (error == 0)
             error = ChangeAt(place, change);
-        else if (error == ENOENT || error == ESTALE)
-            m_inodes.WithHandle(inode,
-                                [&](TFileHandle& open) { error = ChangeOpen(open, change); });
+        const bool isModeAlone = !change.HasOwner && !change.HasSize && !change.HasTimes;
+        if (error == ENOENT || error == ESTALE || (error == EPERM && isModeAlone))
+            if (const TQvDescriptor open = m_inodes.CopyDescriptor(inode))
+                error = ChangeOpen(open.Number(), change);
     }
     return error != 0 ? error : GetStatus(inode, handle, status);
 }
 
-/// A link into a mounted folder points to the same place of the served tree; any other one keeps
-/// its target on the disk, so that the caller follows it with its own rights.
+/// A relative link that stays in its mount has the text of the disk. Any other one into a mounted
+/// folder leads to the same place of the served tree, and the rest where it leads on the disk, so
+/// that the caller follows it with its own rights. No link is followed here: it may lead into the
+/// served folder, and the server would wait for itself.
 int TFileSystem::ReadLink(TInode& inode, std::string* target)
 {
     TNameHold hold;
     TPlace place;
     if (const int error = HoldName(inode, &hold, &place))
         return error;
-    *target = RealPath(place.Path);
-    if (target->empty())
-        return errno;
+    if (const int error = ReadLinkText(place.Path, target))
+        return error;
     std::string rootId;
     m_inodes.FindId(m_inodes.Root(), &rootId);
-    for (const auto& node : ResourceManager.MountNodes()) {
-        const std::string& mount = node->MountPointId();
-        const std::string folder =
-            node->IsPureVirtual() ? std::string() : RealPath(node->GetResourceFile(mount));
-        if (folder.empty() || !IsInside(*target, folder))
-            continue;
-        const std::string id = mount + target->substr(folder.size());
-        if (!IsInside(id, rootId))
-            continue;
-        *target = WayUp(place.Id.substr(rootId.size())) + id.substr(rootId.size() + 1);
-        if (target->empty())
-            *target = ".";
-        break;
+    const auto* const node = ResourceManager.GetNode4Id(place.Id, true, true, false);
+    const std::string& mountId = node->MountPointId();
+    const std::size_t top = std::max(mountId.size(), rootId.size()) + 1;
+    const auto depth =
+        std::count(place.Id.begin() + static_cast<std::ptrdiff_t>(top), place.Id.end(), '/');
+    if (target->front() != '/') {
+        if (!Climbs(*target, depth))
+            return 0;
+        target->insert(0, QvExtractResPath(place.Path));
     }
+    const std::string plain = std::filesystem::path(*target).lexically_normal().string();
+    for (const TMountedFolder& folder : m_mounts.Folders())
+        for (const std::string& path : {folder.Path, folder.RealPath}) {
+            if (!IsInside(plain, path))
+                continue;
+            const std::string id = folder.Id + plain.substr(path.size());
+            if (!IsInside(id, rootId))
+                continue;
+            *target = WayUp(place.Id.substr(rootId.size()));
+            if (id.size() > rootId.size())
+                target->append(id, rootId.size() + 1);
+            if (target->empty())
+                *target = ".";
+            return 0;
+        }
     return 0;
 }
 
@@ -175,8 +220,11 @@ int TFileSystem::GetSpace(TInode& inode, struct statvfs* space)
     TPlace place;
     if (const int error = HoldName(inode, &hold, &place))
         return error;
-    if (!place.Path.empty())
-        return Result(statvfs(place.Path.c_str(), space));
+    if (!place.Path.empty()) {
+        const bool isLink = inode.Kind == S_IFLNK;
+        const std::string path = isLink ? QvExtractResPath(place.Path) : place.Path;
+        return Result(statvfs(path.c_str(), space));
+    }
     // Nothing can be written above the mount points.
     *space = {};
     space->f_bsize = space->f_frsize = 4096;

@@ -20,23 +20,27 @@ int TFileSystem::Open(TInode& inode, int flags, TFileHandle** handle)
 {
     TNameHold hold;
     TPlace place;
-    if (const int error = HoldName(inode, &hold, &place))
-        return error;
     std::unique_ptr<TFileHandle> opened;
     // Truncated only after the check that it is the right file.
     const bool cuts = (flags & O_TRUNC) != 0;
     const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
     const int access = cuts && isForReading ? O_RDWR : flags & O_ACCMODE;
-    if (const int error = TFileHandle::Open(place.Id, access, &opened))
-        return error;
     struct stat status = {};
-    if (fstat(opened->Descriptor(), &status) != 0)
-        return errno;
-    if (!IsSame(inode, status))
-        return ESTALE;
-    if (const int error = cuts ? opened->Truncate(0) : 0)
-        return error;
-    return Keep(inode, std::move(opened), handle);
+    int error = HoldName(inode, &hold, &place);
+    if (error == ESTALE) {
+        // Without a name it can be opened for as long as somebody has it open.
+        const TQvDescriptor copy = m_inodes.CopyDescriptor(inode);
+        error = copy ? TFileHandle::Reopen(copy.Number(), access, &opened) : ESTALE;
+    } else if (error == 0) {
+        error = TFileHandle::Open(place.Id, access, &opened);
+        if (error == 0 && fstat(opened->Descriptor(), &status) != 0)
+            error = errno;
+        if (error == 0 && !IsSame(inode, status))
+            error = ESTALE;
+    }
+    if (error == 0 && cuts)
+        error = opened->Truncate(0);
+    return error != 0 ? error : Keep(inode, std::move(opened), handle);
 }
 
 int TFileSystem::Close(TInode& inode, TFileHandle* handle)
@@ -64,52 +68,25 @@ int TFileSystem::CloseAll()
     return first;
 }
 
-/// A file that another user makes through a server of root belongs to that user. A set-group-id
-/// folder passes its group on.
-int TFileSystem::GiveTo(const TCaller& caller, const TPlace& place, int descriptor,
-                        struct stat* status)
-{
-    static const bool isRoot = geteuid() == 0;
-    if (!isRoot || (caller.User == status->st_uid && caller.Group == status->st_gid))
-        return 0;
-    struct stat folder = {};
-    if (stat(QvExtractResPath(place.Path).c_str(), &folder) != 0)
-        return errno;
-    const gid_t group = (folder.st_mode & S_ISGID) != 0 ? status->st_gid : caller.Group;
-    if (fchown(descriptor, caller.User, group) != 0)
-        return errno;
-    status->st_uid = caller.User;
-    status->st_gid = group;
-    return 0;
-}
-
 int TFileSystem::Create(TInode& parent, const std::string& name, mode_t mode, int flags,
-                        const TCaller& caller, TEntry* entry, TFileHandle** handle)
+                        TEntry* entry, TFileHandle** handle)
 {
     TNameHold hold;
     TPlace place;
     if (const int error = HoldName(parent, name, &hold, &place))
         return error == ENOENT ? EPERM : error;
     std::unique_ptr<TFileHandle> opened;
-    int error = TFileHandle::Create(place.Id, &opened);
-    const bool isNew = error == 0;
-    // Another process has just made it.
-    if (error == EEXIST && (flags & O_EXCL) == 0)
-        error = TFileHandle::Open(place.Id, flags, &opened);
-    if (error != 0)
-        return error;
+    // Somebody else has just made it: the kernel then looks the name up again, and checks whether
+    // it may be opened.
+    if (const int error = TFileHandle::Create(place.Id, &opened))
+        return error == EEXIST && (flags & O_EXCL) == 0 ? ESTALE : error;
     struct stat status = {};
     if (fstat(opened->Descriptor(), &status) != 0)
         return errno;
-    // The server's umask allows only its owner to see the file until it has its final owner.
-    if (isNew) {
-        error = GiveTo(caller, place, opened->Descriptor(), &status);
-        if (error == 0 && fchmod(opened->Descriptor(), mode & 07777) != 0)
-            error = errno;
-        if (error != 0)
-            return error;
-        status.st_mode = S_IFREG | (mode & 07777);
-    }
+    // The server's mask lets its owner alone see the file until it has its bits.
+    if (fchmod(opened->Descriptor(), mode & 07777) != 0)
+        return errno;
+    status.st_mode = S_IFREG | (mode & 07777);
     *entry = Enter(parent, place, status);
     return Keep(*entry->Inode, std::move(opened), handle);
 }

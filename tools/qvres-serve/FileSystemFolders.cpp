@@ -9,8 +9,22 @@
 
 #include <QvStd/Files.h>
 
-int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode,
-                            const TCaller& caller, TEntry* entry)
+#include "Identity.h"
+
+/// A new folder keeps the set-group-id bit of its parent, which who is not in that group cannot
+/// set.
+static int SetMode(int folder, mode_t mode)
+{
+    struct stat status = {};
+    if (fchmod(folder, mode) != 0 || fstat(folder, &status) != 0)
+        return errno;
+    if ((status.st_mode & 07777) == mode)
+        return 0;
+    const TServerIdentity server;
+    return fchmod(folder, mode) == 0 ? 0 : errno;
+}
+
+int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode, TEntry* entry)
 {
     TNameHold hold;
     TPlace place;
@@ -27,10 +41,8 @@ int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode
     if (!folder || fstat(folder.Number(), &status) != 0)
         return errno;
     const mode_t inherited = status.st_mode & S_ISGID;
-    if (const int error = GiveTo(caller, place, folder.Number(), &status))
+    if (const int error = SetMode(folder.Number(), (mode & 07777) | inherited))
         return error;
-    if (fchmod(folder.Number(), (mode & 07777) | inherited) != 0)
-        return errno;
     status.st_mode = S_IFDIR | (mode & 07777) | inherited;
     *entry = Enter(parent, place, status);
     return 0;
@@ -57,7 +69,8 @@ int TFileSystem::OpenFolder(TInode& inode, std::unique_ptr<TFolderHandle>* folde
     auto opened = std::make_unique<TFolderHandle>();
     if (!inode.IsVirtual) {
         opened->Descriptor =
-            TQvDescriptor(open(place.Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+            TQvDescriptor(open(place.Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC |
+                                                       (inode.IsMountPoint ? 0 : O_NOFOLLOW)));
         if (!opened->Descriptor)
             return errno;
     }
@@ -71,25 +84,17 @@ int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
     TPlace place;
     if (const int error = HoldName(inode, &hold, &place))
         return error;
-    const auto items = make_var<std::vector<TQvResFindItem>>();
-    constexpr unsigned kAll = kFindResources | kFindFolders | kFindHidden | kFindMounts;
-    ResourceManager.Find(items, place.Id.empty() ? "/" : place.Id, "*", kAll, nullptr);
-    folder.Error = TResourceManager::LastFailure().Error;
     folder.Names.clear();
-    folder.Names.reserve(items->size());
-    for (const TQvResFindItem& item : *items) {
-        const TMountPoint* const mount = inode.HoldsMounts ? m_mounts.Find(item.Id) : nullptr;
-        folder.Names.push_back(
-            {mount != nullptr ? mount->ShownName : QvExtractResName(item.Id),
-             static_cast<mode_t>(item.Attrib.Kind == kResFolder ? S_IFDIR : S_IFREG), 0});
-    }
+    folder.Error = folder.Descriptor ? AddDiskNames(folder) : 0;
     folder.HasAttributes = inode.HoldsMounts || m_inodes.WantsAttributes(inode);
-    if (!inode.HoldsMounts) {
-        if (!folder.HasAttributes)
-            AddNumbers(folder);
+    if (!inode.HoldsMounts)
         return 0;
-    }
     // Several spellings on the disk are one mount point.
+    for (TFolderHandle::TName& name : folder.Names)
+        if (const TMountPoint* const mount = m_mounts.Find(place.Id + "/" + name.Name))
+            name.Name = mount->ShownName;
+    for (std::string& name : m_mounts.NamesIn(place.Id))
+        folder.Names.push_back({std::move(name), S_IFDIR, 0});
     const auto isLess = [](const auto& a, const auto& b) { return a.Name < b.Name; };
     const auto isSame = [](const auto& a, const auto& b) { return a.Name == b.Name; };
     std::sort(folder.Names.begin(), folder.Names.end(), isLess);
@@ -98,29 +103,41 @@ int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
     return 0;
 }
 
-/// Takes inode numbers and links from the disk's entries. They come in the order in which the
-/// library has just listed them; this stops at an entry that was made or removed in between.
-void TFileSystem::AddNumbers(TFolderHandle& folder)
+/// Read from the disk itself: the library lists no link that leads nowhere, and looks at what the
+/// others lead to, which may be this server. 0 or an errno.
+int TFileSystem::AddDiskNames(TFolderHandle& folder)
 {
     struct stat own = {};
     const int copy = dup(folder.Descriptor.Number());
     DIR* const entries = copy >= 0 ? fdopendir(copy) : nullptr;
-    if (entries == nullptr || fstat(copy, &own) != 0) {
-        if (copy >= 0 && entries == nullptr)
+    if (entries == nullptr) {
+        const int error = errno;
+        if (copy >= 0)
             close(copy);
-        return;
+        return error;
     }
+    int error = fstat(copy, &own) == 0 ? 0 : errno;
     rewinddir(entries);
-    std::size_t next = 0;
-    while (const dirent* const entry = readdir(entries)) {
-        if (next == folder.Names.size() || folder.Names[next].Name != entry->d_name)
+    while (error == 0) {
+        errno = 0;
+        const dirent* const entry = readdir(entries);
+        if (entry == nullptr) {
+            error = errno;
+            break;
+        }
+        const std::string name = entry->d_name;
+        if (name == "." || name == ".." || IsSidecarName(name))
             continue;
-        TFolderHandle::TName& name = folder.Names[next++];
-        name.Number = m_numbers.NumberOf(own.st_dev, entry->d_ino);
-        if (entry->d_type == DT_LNK)
-            name.Kind = S_IFLNK;
+        mode_t kind = DTTOIF(static_cast<mode_t>(entry->d_type));
+        struct stat status = {};
+        if (kind == 0 && fstatat(copy, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+            kind = status.st_mode & S_IFMT;
+        // Devices and the like are no resources.
+        if (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK)
+            folder.Names.push_back({name, kind, m_numbers.NumberOf(own.st_dev, entry->d_ino)});
     }
     closedir(entries);
+    return error;
 }
 
 /// The kernel locks the folder while it is read, so that its names are not renamed meanwhile.
@@ -132,8 +149,6 @@ int TFileSystem::LookUpListed(TInode& inode, const TFolderHandle& folder, const 
     struct stat status = {};
     if (fstatat(folder.Descriptor.Number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errno;
-    if (S_ISLNK(status.st_mode))
-        return LookUp(inode, name, entry);
     TPlace place;
     place.Name = name;
     *entry = Enter(inode, place, status);

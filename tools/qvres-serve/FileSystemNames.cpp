@@ -10,17 +10,20 @@
 
 namespace
 {
-bool IsFolderOrLinkToOne(const std::string& path, const struct stat& status)
-{
-    struct stat target = {};
-    return S_ISDIR(status.st_mode) ||
-           (S_ISLNK(status.st_mode) && stat(path.c_str(), &target) == 0 && S_ISDIR(target.st_mode));
-}
-
 dev_t DeviceOf(const std::string& path)
 {
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 ? status.st_dev : 0;
+}
+/// The library would look at what the link leads to, which may be nothing, or this server.
+int UnlinkWithSidecar(const std::string& link)
+{
+    if (unlink(link.c_str()) != 0)
+        return errno;
+    const std::string sidecar = link + kSidecarSuffix;
+    const bool isGone =
+        unlink(sidecar.c_str()) == 0 || errno == ENOENT || errno == EISDIR || errno == ENAMETOOLONG;
+    return isGone ? 0 : errno;
 }
 } // namespace
 
@@ -37,14 +40,17 @@ int TFileSystem::Unlink(TInode& parent, const std::string& name)
     TPlace place;
     if (const int error = HoldToRemove(parent, name, &hold, &place))
         return error;
-    bool isDeleted = ResourceManager.DeleteResource(place.Id);
-    // Of a link to a folder only the link is removed.
+    if (place.MountPoint != nullptr)
+        return EBUSY;
     struct stat status = {};
-    if (!isDeleted && TResourceManager::LastFailure().Error == EISDIR &&
-        LookAt(place, &status) == 0 && S_ISLNK(status.st_mode))
-        isDeleted = ResourceManager.DeleteFolder(place.Id, false, nullptr);
-    if (!isDeleted)
+    if (const int error = LookAt(place, &status))
+        return error;
+    if (S_ISLNK(status.st_mode)) {
+        if (const int error = UnlinkWithSidecar(place.Path))
+            return error;
+    } else if (!ResourceManager.DeleteResource(place.Id)) {
         return TResourceManager::LastFailure().Error;
+    }
     m_inodes.Remove({&parent, place.Name});
     return 0;
 }
@@ -78,35 +84,42 @@ int TFileSystem::RenameFolder(const TPlace& from, const TPlace& to, bool isSameP
     }
 }
 
-/// The library's move, which includes the sidecar and replaces the target in one step.
-int TFileSystem::MoveFile(const TPlace& from, const TPlace& to, unsigned flags)
+/// To another disk or mount: programs copy and delete then, which can be interrupted. They do not
+/// know of sidecars: what has one is moved by the library, unless it is so large that the folders
+/// would be held for long.
+TDiskMove TFileSystem::MoveAcross(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                                  const struct stat& status, unsigned flags)
 {
+    constexpr off_t kMaxSize = off_t{16} << 20;
+    const bool isSmallFile = S_ISREG(status.st_mode) && status.st_size <= kMaxSize;
+    // A copy is another file, which what is open would not follow.
+    if (!isSmallFile || m_inodes.HasHandles(fromName) ||
+        !ResourceManager.ResourceMetaExists(from.Id))
+        return {EXDEV, false};
+    // An empty file keeps the name for the move: whoever else makes it fails, or this does.
     const bool mustBeNew = (flags & RENAME_NOREPLACE) != 0;
-    // An empty file reserves the name for the move: of two processes that create it, one fails.
     if (mustBeNew) {
         std::unique_ptr<TFileHandle> placeholder;
         if (const int error = TFileHandle::Create(to.Id, &placeholder))
-            return error;
+            return {error, false};
     }
     if (ResourceManager.RenMovResource(from.Id, to.Id, nullptr))
-        return 0;
+        return {0, true};
     const TQvFailure failure = TResourceManager::LastFailure();
     struct stat there = {};
     if (mustBeNew && !failure.OfMetadata && LookAt(to, &there) == 0 && there.st_size == 0)
         ResourceManager.DeleteResource(to.Id);
-    return failure.Error;
+    return {failure.Error, failure.OfMetadata};
 }
 
-int TFileSystem::RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
-                            const struct stat& status, unsigned flags)
+TDiskMove TFileSystem::RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
+                                  const struct stat& status, unsigned flags)
 {
     const auto* const node = ResourceManager.GetNode4Id(from.Id, true, true, false);
     const bool isOneDisk = node == ResourceManager.GetNode4Id(to.Id, true, true, false) &&
                            status.st_dev == DeviceOf(QvExtractResPath(to.Path));
-    // A move to another disk is a copy; open handles would stay at the old file.
-    if (!isOneDisk && m_inodes.HasHandles(fromName))
-        return EXDEV;
-    return MoveFile(from, to, flags);
+    return isOneDisk ? MoveOnDisk(from.Path, to.Path, (flags & RENAME_NOREPLACE) != 0)
+                     : MoveAcross(fromName, from, to, status, flags);
 }
 
 int TFileSystem::Rename(TInode& from, const std::string& name, TInode& to,
@@ -114,7 +127,6 @@ int TFileSystem::Rename(TInode& from, const std::string& name, TInode& to,
 {
     if ((flags & ~static_cast<unsigned>(RENAME_NOREPLACE)) != 0)
         return EINVAL;
-    TResourceManager::SetLastFailure(0, {});
     TPlace source;
     TPlace target;
     int error = FindPlace(from, name, &source);
@@ -129,21 +141,25 @@ int TFileSystem::Rename(TInode& from, const std::string& name, TInode& to,
         error = LookAt(source, &status);
     if (error != 0)
         return error;
-    const bool isFolder = IsFolderOrLinkToOne(source.Path, status);
+    const bool isFolder = S_ISDIR(status.st_mode);
     const TRenameHold hold(m_locks, m_locks.Of(&from, name), m_locks.Of(&to, newName), isFolder);
     // The ids are those under the lock: a folder above may have been renamed until then.
     if (FindPlace(from, name, &source) != 0 || FindPlace(to, newName, &target) != 0)
         return ENOENT;
     const TInodeName fromName{&from, source.Name};
     const TInodeName toName{&to, target.Name};
-    error = isFolder ? RenameFolder(source, target, &from == &to, flags)
-                     : RenameFile(fromName, source, target, status, flags);
-    // When only the sidecar could not be moved, the result is a failure, but the file has its new
-    // name.
-    if (error != 0 && !TResourceManager::LastFailure().OfMetadata)
-        return error;
+    TDiskMove move;
+    if (isFolder) {
+        move.Error = RenameFolder(source, target, &from == &to, flags);
+        move.IsMoved = move.Error == 0;
+    } else {
+        move = RenameFile(fromName, source, target, status, flags);
+    }
+    if (!move.IsMoved)
+        return move.Error;
+    // A move whose sidecar stayed behind is a failure, but the file has its new name.
     m_inodes.Rename(fromName, toName);
     if (!isFolder && LookAt(target, &status) == 0)
         m_inodes.Identify(toName, status);
-    return error;
+    return move.Error;
 }

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cassert>
+#include <fcntl.h>
+
+#include "FileHandle.h"
 
 using TLock = std::lock_guard<std::mutex>;
 
@@ -179,11 +182,14 @@ bool TInodes::HasHandles(const TInodeName& name) const
     return inode != nullptr && !inode->Handles.empty();
 }
 
-bool TInodes::WithHandle(const TInode& inode, const std::function<void(TFileHandle&)>& use) const
+TQvDescriptor TInodes::CopyDescriptor(const TInode& inode) const
 {
     const TLock lock(m_mutex);
-    if (inode.Handles.empty())
-        return false;
-    use(*inode.Handles.back());
-    return true;
+    const auto& handles = inode.Handles;
+    auto found = std::find_if(handles.begin(), handles.end(),
+                              [](const TFileHandle* handle) { return handle->IsWritable(); });
+    if (found == handles.end())
+        found = handles.begin();
+    return TQvDescriptor(
+        found == handles.end() ? -1 : fcntl((*found)->Descriptor(), F_DUPFD_CLOEXEC, 0));
 }

@@ -8,13 +8,14 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unordered_map>
 #include <vector>
+
+#include <QvStd/Descriptor.h>
 
 class TFileHandle;
 
@@ -79,8 +80,9 @@ public:
     void AddHandle(TInode& inode, TFileHandle& handle);
     void RemoveHandle(TInode& inode, TFileHandle& handle);
     bool HasHandles(const TInodeName& name) const;
-    /// Calls `use` with an open handle of the inode, which stays open meanwhile; false without one.
-    bool WithHandle(const TInode& inode, const std::function<void(TFileHandle&)>& use) const;
+    /// A copy of the descriptor of an open handle, of one for writing when there is one; none
+    /// without a handle.
+    TQvDescriptor CopyDescriptor(const TInode& inode) const;
 
 private:
     struct TKey

@@ -17,6 +17,14 @@ struct TMountPoint
     bool HoldsMounts = false; ///< there are mount points below
 };
 
+/// A folder of the disk that is mounted.
+struct TMountedFolder
+{
+    std::string Id;
+    std::string Path;     ///< as it was mounted
+    std::string RealPath; ///< without links
+};
+
 class TMountPoints
 {
 public:
@@ -24,10 +32,12 @@ public:
 
     /// Null unless it is a mount point or above one. "" is the root of the tree.
     const TMountPoint* Find(const std::string& id) const;
-    /// The folders of the disk that are mounted, in the order of the mount table.
-    const std::vector<std::string>& Folders() const { return m_folders; }
+    /// The names of mount points, and of folders above them, in the folder `id`.
+    std::vector<std::string> NamesIn(const std::string& id) const;
+    /// What is mounted, in the order of the mount table.
+    const std::vector<TMountedFolder>& Folders() const { return m_folders; }
 
 private:
     std::unordered_map<std::string, TMountPoint> m_byNormalId;
-    std::vector<std::string> m_folders;
+    std::vector<TMountedFolder> m_folders;
 };

@@ -3,16 +3,21 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <syslog.h>
+#include <unistd.h>
+
+#include <QvStd/Descriptor.h>
 
 #include "../qvres/Checks.h"
 #include "../qvres/Failure.h"
 #include "Callbacks.h"
+#include "StopServer.h"
 #include "Workers.h"
 
 namespace
@@ -89,6 +94,8 @@ void RequireFolderToServeAt(const TServeOptions& options)
         ThrowFailed("the folder " + Quoted(options.Folder) + " cannot be accessed", errno);
     if (!S_ISDIR(status.st_mode))
         throw TFailure(Quoted(options.Folder) + " is not a folder");
+    if (IsServed(std::filesystem::canonical(options.Folder).string()))
+        throw TFailure("a tree is already served at " + Quoted(options.Folder));
     RequireOutside(options);
 }
 
@@ -123,9 +130,17 @@ void AllowManyFiles()
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-void CloseAtTheEnd(const TServeOptions& options, TFileSystem& files)
+/// Sends here what shared mappings have changed. Reports the errors of what was sent before.
+int WriteMappingsBack(const std::string& folder)
 {
-    const int error = files.CloseAll();
+    const TQvDescriptor view(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return view && syncfs(view.Number()) == 0 ? 0 : errno;
+}
+
+void CloseAtTheEnd(const TServeOptions& options, TFileSystem& files, int settled)
+{
+    const int closed = files.CloseAll();
+    const int error = settled != 0 ? settled : closed;
     if (error == 0)
         return;
     const std::string text = "what was written below " + Quoted(options.Folder) +
@@ -156,9 +171,11 @@ void Serve(const TServeOptions& options)
         fuse_session_unmount(session.get());
         ThrowNotServed(options);
     }
-    const int error = workers.Run();
+    int settled = 0;
+    const int error =
+        workers.Run([folder = options.Folder] { return WriteMappingsBack(folder); }, &settled);
     fuse_session_unmount(session.get());
-    CloseAtTheEnd(options, served.Files);
+    CloseAtTheEnd(options, served.Files, settled);
     if (error != 0)
         throw TFailure("serving " + Quoted(options.Folder) + " has ended: " + QvErrorText(error));
 }

@@ -2,10 +2,13 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
+#include <memory>
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
@@ -14,6 +17,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
+#include <thread>
 #include <unistd.h>
 
 #include <QvStd/Descriptor.h>
@@ -23,6 +27,11 @@
 
 namespace
 {
+/// Longer than a server takes to write back and close what is open.
+constexpr std::chrono::seconds kLimit{20};
+/// Of a question that needs no disk.
+constexpr std::chrono::seconds kAnswerLimit{10};
+
 /// The system writes blanks of a mount point as "\040".
 std::string Unescaped(const std::string& text)
 {
@@ -36,39 +45,50 @@ std::string Unescaped(const std::string& text)
     return result;
 }
 
-/// The user whose server shows a tree at `folder`. Throws TFailure when none does.
-uid_t UserOfServer(const std::string& folder)
+/// What is mounted at a folder, as the system lists it without asking the server.
+struct TServedMount
+{
+    std::string User;       ///< "" when no tree is served there
+    std::string Connection; ///< the kernel's number of it
+};
+
+TServedMount FindServed(const std::string& folder)
 {
     constexpr char kUser[] = "user_id=";
-    std::ifstream mounts("/proc/self/mounts");
-    std::string user;
+    std::ifstream mounts("/proc/self/mountinfo");
+    TServedMount found;
     for (std::string line; std::getline(mounts, line);) {
         std::istringstream fields(line);
-        std::string source, mountPoint, type, options;
-        fields >> source >> mountPoint >> type >> options;
+        std::string id, parent, device, root, mountPoint, field, type, source, options;
+        fields >> id >> parent >> device >> root >> mountPoint;
+        while (fields >> field && field != "-") {
+        }
+        fields >> type >> source >> options;
         if (Unescaped(mountPoint) != folder)
             continue;
         const std::size_t at = options.find(kUser);
-        user = type == "fuse.qvres" && at != std::string::npos
-                   ? options.substr(at + sizeof(kUser) - 1)
-                   : std::string();
+        found = {};
+        if (type == "fuse.qvres" && at != std::string::npos)
+            found = {options.substr(at + sizeof(kUser) - 1), device.substr(device.find(':') + 1)};
     }
-    if (user.empty())
-        throw TFailure("nothing is served at " + Quoted(folder));
-    return static_cast<uid_t>(std::stoul(user));
+    return found;
 }
 
-/// The process that serves; 0 when it was killed.
-pid_t ServerOf(const std::string& folder)
+/// A folder as the system lists it. A server that hangs is asked nothing: its folder is looked at
+/// only when it may be a link to one.
+std::string SystemPath(const std::string& given)
 {
-    std::array<char, 32> text{};
-    const ssize_t size =
-        getxattr(folder.c_str(), "user.qvres.server", text.data(), text.size() - 1);
-    if (size > 0)
-        return static_cast<pid_t>(std::strtol(text.data(), nullptr, 10));
-    if (errno == ENOTCONN)
-        return 0;
-    ThrowFailed("the server of " + Quoted(folder) + " does not answer", errno);
+    namespace fs = std::filesystem;
+    fs::path path = fs::path(given).lexically_normal();
+    if (!path.has_filename())
+        path = path.parent_path();
+    std::error_code missing;
+    const fs::path parent = fs::canonical(path.parent_path(), missing);
+    const std::string real = missing ? path.string() : (parent / path.filename()).string();
+    if (!FindServed(real).User.empty())
+        return real;
+    const fs::path whole = fs::canonical(path, missing);
+    return missing ? given : whole.string();
 }
 
 void FreeMountPoint(const std::string& folder)
@@ -91,7 +111,55 @@ void FreeMountPoint(const std::string& folder)
         throw TFailure(Quoted(folder) + " cannot be unmounted");
 }
 
-/// Any user can serve a folder and could name a process of another user.
+/// Ends what waits for a server that does not answer any more. False where that is not allowed.
+bool Abort(const TServedMount& served)
+{
+    std::ofstream abort("/sys/fs/fuse/connections/" + served.Connection + "/abort");
+    abort << "1";
+    abort.close();
+    return !abort.fail();
+}
+
+/// Frees the folder of a server that hangs. Always throws: what was written last may be lost.
+[[noreturn]] void EndHangingServer(const std::string& folder, const TServedMount& served)
+{
+    const bool isAborted = Abort(served);
+    FreeMountPoint(folder);
+    throw TFailure("the server of " + Quoted(folder) +
+                   " did not end in time; the folder was freed" +
+                   (isAborted ? " and the server cut off" : ", the server may still run"));
+}
+
+/// The process that serves; 0 when it was killed, -1 when it does not answer in time.
+pid_t ServerOf(const std::string& folder)
+{
+    struct TAnswer
+    {
+        std::array<char, 32> Text{};
+        ssize_t Size = 0;
+        int Error = 0;
+    };
+    // The question cannot be interrupted, so that another thread asks it.
+    const auto asked = std::make_shared<std::promise<TAnswer>>();
+    std::future<TAnswer> future = asked->get_future();
+    std::thread([asked, folder] {
+        TAnswer answer;
+        answer.Size = getxattr(folder.c_str(), "user.qvres.server", answer.Text.data(),
+                               answer.Text.size() - 1);
+        answer.Error = errno;
+        asked->set_value(answer);
+    }).detach();
+    if (future.wait_for(kAnswerLimit) != std::future_status::ready)
+        return -1;
+    const TAnswer answer = future.get();
+    if (answer.Size > 0)
+        return static_cast<pid_t>(std::strtol(answer.Text.data(), nullptr, 10));
+    if (answer.Error == ENOTCONN)
+        return 0;
+    ThrowFailed("the server of " + Quoted(folder) + " does not answer", answer.Error);
+}
+
+/// A folder can be served by anybody, who could name a process of somebody else's.
 void RequireUser(pid_t server, uid_t user, const std::string& folder)
 {
     struct stat process = {};
@@ -103,12 +171,14 @@ void RequireUser(pid_t server, uid_t user, const std::string& folder)
 
 void StopServer(const std::string& givenFolder)
 {
-    // The absolute path, found without a request to the server, which may be dead.
-    std::error_code missing;
-    const std::string real = std::filesystem::canonical(givenFolder, missing).string();
-    const std::string& folder = missing ? givenFolder : real;
-    const uid_t user = UserOfServer(folder);
+    const std::string folder = SystemPath(givenFolder);
+    const TServedMount served = FindServed(folder);
+    if (served.User.empty())
+        throw TFailure("nothing is served at " + Quoted(folder));
+    const auto user = static_cast<uid_t>(std::stoul(served.User));
     const pid_t server = ServerOf(folder);
+    if (server < 0)
+        EndHangingServer(folder, served);
     if (server == 0) {
         FreeMountPoint(folder);
         return;
@@ -121,5 +191,14 @@ void StopServer(const std::string& givenFolder)
     if (syscall(SYS_pidfd_send_signal, process.Number(), SIGTERM, nullptr, 0) != 0)
         ThrowFailed("the server of " + Quoted(folder) + " cannot be stopped", errno);
     pollfd ended{process.Number(), POLLIN, 0};
-    QvRetryInterrupted([&] { return poll(&ended, 1, -1); });
+    constexpr auto kMilliseconds = std::chrono::milliseconds(kLimit).count();
+    const int count =
+        QvRetryInterrupted([&] { return poll(&ended, 1, static_cast<int>(kMilliseconds)); });
+    if (count == 0)
+        EndHangingServer(folder, served);
+}
+
+bool IsServed(const std::string& folder)
+{
+    return !FindServed(folder).User.empty();
 }

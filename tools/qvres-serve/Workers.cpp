@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <poll.h>
 
 namespace
@@ -33,7 +34,7 @@ TWorkers::TWorkers(fuse_session* session) : m_session(session), m_watcher(pthrea
     pthread_sigmask(SIG_BLOCK, &m_signals, nullptr);
 }
 
-int TWorkers::Run()
+int TWorkers::Run(const std::function<int()>& atSignal, int* settled)
 {
     SetWakeHandler();
     std::signal(SIGPIPE, SIG_IGN);
@@ -41,7 +42,7 @@ int TWorkers::Run()
         std::unique_lock<std::mutex> lock(m_mutex);
         PassOn(lock);
     }
-    Watch();
+    *settled = Watch([] { return false; }) ? Settle(atSignal) : 0;
     End();
     return m_error;
 }
@@ -133,7 +134,8 @@ void TWorkers::Work()
                 m_turn.notify_all();
                 break;
             }
-            // Before another thread becomes the reader: requests are registered in their order.
+            ++m_beingAnswered;
+            // Before the turn can be passed on: requests are taken in their order.
             const TRequestOrder::TTurn turn = m_order.Take(buffer.mem);
             ++m_steps;
             if (m_isWatcherAsleep.exchange(false))
@@ -146,6 +148,7 @@ void TWorkers::Work()
             m_order.Wait(turn);
             const auto start = std::chrono::steady_clock::now();
             fuse_session_process_buf(m_session, &buffer);
+            --m_beingAnswered;
             NoteTime(turn, std::chrono::steady_clock::now() - start);
             m_order.Finish(turn);
         } while (KeepTurn(&buffer));
@@ -165,16 +168,17 @@ bool TWorkers::WaitForSignal(bool isIdle)
     return signal < 0 || signal == kWake;
 }
 
-void TWorkers::Watch()
+/// Until the session or `isEnough` ends it: false; until a signal does: true.
+bool TWorkers::Watch(const std::function<bool()>& isEnough)
 {
     std::uint64_t seen = 0;
     int quietTicks = 0;
-    while (!m_isEnded) {
-        m_isWatcherAsleep = quietTicks >= kTicksUntilSleep;
-        // A request that arrived just before would wake no thread.
+    while (!m_isEnded && !isEnough()) {
+        m_isWatcherAsleep = quietTicks >= kTicksUntilSleep && !m_isSettling;
+        // A request that came just before would not wake anybody.
         const bool isIdle = m_isWatcherAsleep && m_steps == seen;
         if (!WaitForSignal(isIdle))
-            return;
+            return true;
         m_isWatcherAsleep = false;
         const std::uint64_t now = m_steps;
         const bool isBusy = now % 2 == 1;
@@ -186,6 +190,39 @@ void TWorkers::Watch()
         }
         seen = now;
     }
+    return false;
+}
+
+bool TWorkers::HasRequests() const
+{
+    return m_beingAnswered > 0 || IsWaiting();
+}
+
+/// Twice: what the first call has set off has its result when its requests are answered. A second
+/// signal ends it at once.
+int TWorkers::Settle(const std::function<int()>& work)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    m_isSettling = true;
+    const int error = RunAside(work, end);
+    return error != 0 ? error : RunAside(work, end);
+}
+
+int TWorkers::RunAside(const std::function<int()>& work, std::chrono::steady_clock::time_point end)
+{
+    constexpr int kQuiet = 10; ///< ticks without a request
+    constexpr int kRunning = -1;
+    // The thread may outlive this call: in the kernel it cannot be interrupted.
+    const auto result = std::make_shared<std::atomic<int>>(kRunning);
+    std::thread([result, work] { *result = work(); }).detach();
+    int quiet = 0;
+    const bool isCancelled = Watch([&] {
+        quiet = *result != kRunning && !HasRequests() ? quiet + 1 : 0;
+        return quiet == kQuiet || std::chrono::steady_clock::now() > end;
+    });
+    if (isCancelled)
+        return ECANCELED;
+    return quiet == kQuiet ? result->load() : ETIMEDOUT;
 }
 
 /// A thread that is about to read misses the signal: it is sent until all have ended.

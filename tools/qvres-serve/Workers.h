@@ -14,6 +14,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -31,8 +32,11 @@ public:
     explicit TWorkers(fuse_session* session);
 
     /// Until the session is unmounted, or SIGINT, SIGTERM or SIGHUP arrives. 0, or the errno with
-    /// which a request could not be read. Requests in progress are answered first.
-    int Run();
+    /// which a request could not be read. What is being answered then is answered first.
+    /// After a signal `atSignal` runs first, in a thread of its own, while requests are answered:
+    /// it may use the served folder. Its errno is `settled`; ETIMEDOUT when it did not end in 10
+    /// seconds.
+    int Run(const std::function<int()>& atSignal, int* settled);
 
 private:
     void Work();
@@ -43,7 +47,10 @@ private:
     bool TakeTurn(const void* self);
     bool KeepTurn(const void* self);
     void PassOn(std::unique_lock<std::mutex>& lock);
-    void Watch();
+    bool Watch(const std::function<bool()>& isEnough);
+    int Settle(const std::function<int()>& work);
+    int RunAside(const std::function<int()>& work, std::chrono::steady_clock::time_point end);
+    bool HasRequests() const;
     bool WaitForSignal(bool isIdle);
     void End();
 
@@ -62,6 +69,8 @@ private:
 
     std::atomic<std::uint64_t> m_steps{0};      ///< of the reader; odd while it is at a request
     std::atomic<bool> m_isWatcherAsleep{false}; ///< nothing happens
+    bool m_isSettling = false;                  ///< the watcher looks at every tick
     std::atomic<bool> m_isEnded{false};
-    std::atomic<int> m_slowRequests{0}; ///< rises with each slow one, falls with each fast one
+    std::atomic<int> m_beingAnswered{0}; ///< requests
+    std::atomic<int> m_slowRequests{0};  ///< rises with each slow one, falls with each fast one
 };

@@ -17,6 +17,8 @@ std::vector<std::string> Arguments(const THost& host, const TServeOptions& optio
         arguments.insert(arguments.end(), {"--var", host.Session.VarFolder});
     for (const std::string& mount : host.Session.Mounts)
         arguments.insert(arguments.end(), {"--mount", mount});
+    if (host.Json)
+        arguments.emplace_back("--json");
     arguments.emplace_back("serve");
     if (options.ReadOnly)
         arguments.emplace_back("--read-only");
