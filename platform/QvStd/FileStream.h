@@ -42,6 +42,7 @@ public:
     /// that are not reported. False with getError. A file that a creating mode has made stays, also
     /// when the lock is refused then.
     bool Open(const std::string& path, qvOpenMode mode, qvShareMode share);
+    /// The same of a text that ends with a byte 0.
     bool Open(const char* path, qvOpenMode mode, qvShareMode share);
 
     /// Of the open file; -1 when none is open.

@@ -60,6 +60,7 @@ QVSTD_API bool QvFileExists(const std::string& path);
 QVSTD_API bool QvDirExists(const std::string& path);
 /// Either of both; `isFolder` (may be null) receives which. "Nothing" and "failed" are two answers.
 QVSTD_API TQvResult QvFileDirExists(const char* path, bool* isFolder);
+/// The same of a text.
 inline TQvResult QvFileDirExists(const std::string& path, bool* isFolder)
 {
     return QvFileDirExists(path.c_str(), isFolder);

@@ -91,10 +91,12 @@ private:
 class QVSTD_API TQvJoinedPath
 {
 public:
+    /// Joins them; `right` cannot lead out of `folder`, as with operator/.
     TQvJoinedPath(const TQvPath& folder, std::string_view right);
     TQvJoinedPath(const TQvJoinedPath&) = delete;
     TQvJoinedPath& operator=(const TQvJoinedPath&) = delete;
 
+    /// Valid for as long as this object.
     const char* c_str() const { return m_text; }
 
 private:

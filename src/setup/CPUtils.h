@@ -54,6 +54,7 @@ public:
             std::string CurrentProfile; ///< of the state
             /// The first thing that could not be read, as a sentence; "" when all was.
             std::string Failure;
+            /// The policy file could not be read: PolicyProfile is not what it names.
             bool IsPolicyUnread = false;
         };
         TLoaded Loaded; ///< set by ReloadState and SaveState
