@@ -543,9 +543,6 @@ void Start(void*, fuse_conn_info* connection)
     // The kernel itself takes set-user-id bits off a file that is written: a server of root would
     // leave them.
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_HANDLE_KILLPRIV);
-    // The threads may look at one folder at once; without it the kernel asks for one name at a
-    // time.
-    connection->want |= connection->capable & FUSE_CAP_PARALLEL_DIROPS;
     // When attributes are worth their price is decided here (TInodes::WantsAttributes).
     connection->want &= ~static_cast<unsigned>(FUSE_CAP_READDIRPLUS_AUTO);
     // Written content is in memory already when it arrives.

@@ -17,6 +17,7 @@
 #include "../qvres/Checks.h"
 #include "../qvres/Failure.h"
 #include "Callbacks.h"
+#include "ParallelLookups.h"
 #include "StopServer.h"
 #include "Workers.h"
 
@@ -163,6 +164,11 @@ void Serve(const TServeOptions& options)
     TWorkers workers(session.get());
     if (fuse_session_mount(session.get(), options.Folder.c_str()) != 0)
         ThrowNotServed(options);
+    if (!AllowParallelLookups(session.get())) {
+        const int error = errno;
+        fuse_session_unmount(session.get());
+        ThrowFailed("the tree cannot be served at " + Quoted(options.Folder), error);
+    }
     fuse_set_log_func(&Report);
     AllowManyFiles();
     // New files are accessible to their owner only until they have the requested bits.
