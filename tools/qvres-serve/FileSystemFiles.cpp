@@ -28,7 +28,7 @@ int TFileSystem::Open(TInode& inode, int flags, TFileHandle** handle)
     struct stat status = {};
     int error = HoldName(inode, &hold, &place);
     if (error == ESTALE) {
-        // Without a name it can be opened for as long as somebody has it open.
+        // Without a name it can be opened for as long as it is open anywhere.
         const TQvDescriptor copy = m_inodes.CopyDescriptor(inode);
         error = copy ? TFileHandle::Reopen(copy.Number(), access, &opened) : ESTALE;
     } else if (error == 0) {
@@ -76,7 +76,7 @@ int TFileSystem::Create(TInode& parent, const std::string& name, mode_t mode, in
     if (const int error = HoldName(parent, name, &hold, &place))
         return error == ENOENT ? EPERM : error;
     std::unique_ptr<TFileHandle> opened;
-    // Somebody else has just made it: the kernel then looks the name up again, and checks whether
+    // Another process has just made it: the kernel then looks the name up again, and checks whether
     // it may be opened.
     if (const int error = TFileHandle::Create(place.Id, &opened))
         return error == EEXIST && (flags & O_EXCL) == 0 ? ESTALE : error;

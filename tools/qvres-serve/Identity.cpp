@@ -93,7 +93,7 @@ TGroups GroupsOf(fuse_req_t request)
     }
 }
 
-/// A thread that kept the rights of somebody else would answer the next request with them.
+/// A thread that kept the rights of another user would answer the next request with them.
 void BecomeServer() noexcept
 {
     try {

@@ -159,7 +159,7 @@ pid_t ServerOf(const std::string& folder)
     ThrowFailed("the server of " + Quoted(folder) + " does not answer", answer.Error);
 }
 
-/// A folder can be served by anybody, who could name a process of somebody else's.
+/// Any user can serve a folder, and could name another user's process.
 void RequireUser(pid_t server, uid_t user, const std::string& folder)
 {
     struct stat process = {};
