@@ -33,7 +33,9 @@ public:
     void Removal(std::string_view line)
     {
         m_key.assign(1, kRecordMark).append(QvTrim(line.substr(1)));
-        m_entries->erase(m_key);
+        // Not by key: that looks for the first and the last of equal keys.
+        if (const auto place = m_entries->find(m_key); place != m_entries->end())
+            m_entries->erase(place);
     }
 
 private:

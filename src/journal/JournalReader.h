@@ -7,13 +7,15 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 
 #include "QvStd/Stream.h"
 
-/// Normalized id -> name as its creator spelled it, in byte order of the ids.
-using TJournalEntries = std::map<std::string, std::string>;
+/// Normalized id -> name as its creator spelled it, in byte order of the ids. The owner chooses
+/// where its nodes lie; by default each is a piece of the heap.
+using TJournalEntries = std::pmr::map<std::string, std::string>;
 
 enum class TJournalState
 {

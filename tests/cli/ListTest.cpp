@@ -62,6 +62,12 @@ TEST_F(TListTest, ListsSortedWithMaskAndKind)
             {"q stat '/A/no\nline'",
              R"(1: "/A/no line" is not a valid resource id: it holds the control character 0x0a)"},
             {"q stat /A/no", R"(1: "/A/no" does not exist)"}});
+    // A name with a byte below "/" stands between a folder and what lies in it.
+    Expect(
+        {{"cd b; mkdir -p d/e 'd x/d' d.y/d D; touch d/1 d/e/2 'd x/3' 'd x/d/4' d-5 d.y/6 d0 D/7",
+          ""},
+         {"q ls -R /B | sed s:/$:: >l; wc -l <l; LC_ALL=C sort -c l", "15\n"},
+         {"q ls -R --mask '*[0-9]' --kind resource /B >l; wc -l <l; LC_ALL=C sort -c l", "8\n"}});
 }
 
 TEST_F(TListTest, LongListingAndRecords)

@@ -15,9 +15,14 @@
 #include "HumanText.h"
 #include "IsoTime.h"
 #include "Json.h"
+#include "ListOrder.h"
 
 namespace
 {
+/// Entries that a recursive listing makes room for. Address space alone, since no page of it is
+/// used before an entry is in it; a list that grows step by step is moved each time.
+constexpr std::size_t kReserved = std::size_t{1} << 18;
+
 struct TListOptions
 {
     bool Long = false;
@@ -76,33 +81,40 @@ std::string Marked(std::string line)
     return line + "\t(not a valid id)";
 }
 
-void PrintLines(TOutput& out, const std::vector<TQvResFindItem>& items, const TListOptions& options)
+class TLinePrinter
 {
-    std::string line;
-    for (const TQvResFindItem& item : items) {
-        line = options.Long ? Columns(item, options.HumanSizes) : std::string();
-        line += item.Id;
+public:
+    TLinePrinter(TOutput& out, const TListOptions& options) : m_out(out), m_options(options) {}
+    void Print(const TQvResFindItem& item)
+    {
+        m_line.clear();
+        if (m_options.Long)
+            m_line = Columns(item, m_options.HumanSizes);
+        m_line += item.Id;
         if (item.Attrib.Kind == kResFolder)
-            line += '/';
-        if (options.EndWithNull)
-            out.Write(line += '\0');
+            m_line += '/';
+        if (m_options.EndWithNull)
+            m_out.Write(m_line += '\0');
         else
-            out.Line(IsReachable(item) ? line : Marked(line));
+            m_out.Line(IsReachable(item) ? m_line : Marked(m_line));
     }
-}
+
+private:
+    TOutput& m_out;
+    const TListOptions& m_options;
+    std::string m_line; ///< kept for its memory
+};
 
 /// Record by record: a document of a large listing as a whole would take a multiple of its memory.
 class TRecordPrinter
 {
 public:
     explicit TRecordPrinter(TOutput& out) : m_out(out) { m_out.Write("["); }
-    void Print(const std::vector<TQvResFindItem>& items)
+    void Print(const TQvResFindItem& item)
     {
-        for (const TQvResFindItem& item : items) {
-            m_out.Write(m_separator);
-            m_out.Write(ToJsonText(Record(item)));
-            m_separator = ",\n";
-        }
+        m_out.Write(m_separator);
+        m_out.Write(ToJsonText(Record(item)));
+        m_separator = ",\n";
     }
     void Finish() { m_out.Write("\n]\n"); }
 
@@ -131,19 +143,22 @@ unsigned FindFlags(const TListOptions& options, bool withAttributes)
 }
 
 /// By name; the largest or the latest first.
-void Sort(std::vector<TQvResFindItem>& items, const std::string& by)
+template <class TVisit>
+void VisitSorted(const std::vector<TQvResFindItem>& items, const std::string& by, TVisit&& visit)
 {
     using TItem = TQvResFindItem;
-    std::sort(items.begin(), items.end(),
-              [](const TItem& a, const TItem& b) { return a.Id < b.Id; });
-    if (by == "size")
-        std::stable_sort(items.begin(), items.end(), [](const TItem& a, const TItem& b) {
-            return a.Attrib.Size > b.Attrib.Size;
-        });
-    if (by == "time")
-        std::stable_sort(items.begin(), items.end(), [](const TItem& a, const TItem& b) {
-            return b.Attrib.UpdateTime < a.Attrib.UpdateTime;
-        });
+    if (by == "name") {
+        VisitById(items, visit);
+        return;
+    }
+    std::vector<const TItem*> sorted;
+    VisitById(items, [&sorted](const TItem& item) { sorted.push_back(&item); });
+    std::stable_sort(sorted.begin(), sorted.end(), [&by](const TItem* a, const TItem* b) {
+        return by == "size" ? a->Attrib.Size > b->Attrib.Size
+                            : b->Attrib.UpdateTime < a->Attrib.UpdateTime;
+    });
+    for (const TItem* const item : sorted)
+        visit(*item);
 }
 
 TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options,
@@ -160,6 +175,8 @@ TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options,
     RequireFolder(tree, id);
     host.Progress.SetMessage("Listing " + id);
     std::vector<TQvFailure> failures;
+    if (options.Recursive)
+        items->reserve(kReserved);
     tree.Find(items, id, options.Mask,
               FindFlags(options, options.Long || host.Json || options.Sort != "name"),
               &host.Progress, &failures);
@@ -167,7 +184,6 @@ TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options,
     for (const TQvFailure& failure : failures)
         PrintError(WithCause(Quoted(failure.Id) + " cannot be read", failure));
     host.Status = failures.empty() ? host.Status : 1;
-    Sort(*items, options.Sort);
     return items;
 }
 
@@ -176,16 +192,19 @@ void List(THost& host, TListOptions options)
 {
     options.Long = (options.Long || options.HumanSizes) && !options.OnlyIds;
     host.Session.Tree(); // without a tree there is one reason for all ids
+    TLinePrinter lines(host.Out, options);
     std::optional<TRecordPrinter> records;
     if (host.Json)
         records.emplace(host.Out);
     for (const std::string& id : options.Ids) {
         try {
             const auto items = FindItems(host, options, id);
-            if (records)
-                records->Print(*items);
-            else
-                PrintLines(host.Out, *items, options);
+            VisitSorted(*items, options.Sort, [&](const TQvResFindItem& item) {
+                if (records)
+                    records->Print(item);
+                else
+                    lines.Print(item);
+            });
         } catch (const TFailure& failure) {
             PrintError(failure);
             host.Status = 1;
