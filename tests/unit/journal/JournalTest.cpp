@@ -120,6 +120,7 @@ TEST_F(TStorageTest, ChangesNothingThatItCannotRead)
         EXPECT_EQ(Storage.DirChanged(), !isContent);
         EXPECT_EQ(NamesIn(Storage.Folder), (TLines{"$QvStorage.list", "content"}));
         if (isContent) {
+            EXPECT_NE(log.Entries.at(0).Shown.find(QvErrorText(error)), std::string::npos);
             EXPECT_FALSE(Storage.RecreateDir());
             EXPECT_TRUE(Storage.Dir().empty()) << "no half listing that could be saved";
             EXPECT_EQ(Journal(), torn);
