@@ -22,10 +22,6 @@ TEST(Resolution, QuestionsAboutIds)
 
     for (const char* mountPoint : {"/A", "/A/B", "/Data"})
         manager.MountFileNodeE(mountPoint, "/tmp", false);
-    const std::string longId = "/a/b/" + std::string(300, 'x');
-    EXPECT_EQ(manager.GetNode4Id(longId, true, true, false)->MountPointId(), "/A/B");
-    EXPECT_EQ(manager.GetNode4Id("", false, true, true), nullptr);
-
     EXPECT_EQ(manager.GetResourceType("/a/x"), TResourceManager::kFileNode);
     EXPECT_EQ(manager.GetResourceType("/x"), TResourceManager::kRootNode);
     EXPECT_TRUE(manager.IsMountNode("/a/b"));

@@ -102,12 +102,8 @@ TEST_F(Labels, Checks)
     }
 }
 
-TEST_F(Labels, RewriteKeepsWhatOthersWrote)
+TEST_F(Labels, OnlyAWholeLabelIsRead)
 {
-    const std::string before = "; mine\r\n[other]\n\tkey =  \"x\"\n[/]\n", after = "\n;last\nkey=1";
-    Temp.Write("r.meta", before + Text(Label(123456789012345, 1)) + after);
-    EXPECT_TRUE(WriteResResourceLabel("/T/r", Label(5, 2)));
-    EXPECT_EQ(Sidecar(), before + Text(Label(5, 2)) + after) << "shorter, and no tail is left";
     const TQvResourceLabel extreme = Label(UINT64_MAX, UINT32_MAX, -5);
     for (const char* unlabelled : {"[other]\n[/]\n", "[resource_label]\nsize=1\ntime=2\n[/]\n",
                                    "[resource_label]\nsize=1\ntime=\ncrc=3\n[/]\n",
