@@ -460,7 +460,7 @@ public:
     /// The folder part of GetResourceFile; "" when `id` is no resource.
     std::string GetResourceFileFolder(const std::string& id) const;
     /// A lock on the resource's file, as TQvLockFile takes it: created when it is missing, waited
-    /// for up to `timeoutMs` milliseconds. Its operator bool tells whether the lock is held.
+    /// for up to `timeoutMs` milliseconds. Its operator bool: whether the lock is held.
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) const;
 

@@ -276,16 +276,16 @@ bool TDoctor::ExamineForm(const std::string& id, const std::string& path,
         CannotRead(id, read.Error());
     if (!read || why.empty())
         return read.HasFailed();
-    std::string mended;
-    Found(id, problem + why, mended, [&] {
+    std::string outcome;
+    Found(id, problem + why, outcome, [&] {
         const TQvFileLock lock(path, kLockTimeoutMs);
         std::string now;
-        mended = "repaired by another process";
+        outcome = "repaired by another process";
         if (!lock || !damage(&now) || now.empty())
             return -lock.getError();
         std::string suffix;
         const TQvResult moved = SetAside(path, &suffix);
-        mended = "renamed to \"" + (kSidecarSuffix + suffix) + "\"";
+        outcome = "renamed to \"" + (kSidecarSuffix + suffix) + "\"";
         return moved.Error();
     });
     return true;
