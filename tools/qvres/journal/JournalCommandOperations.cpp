@@ -94,7 +94,8 @@ struct TLook
 /// Reads the journal and leaves everything as it is: no lock, no repair.
 TQvResult LookAtJournal(const TResStorage& storage, TLook* look)
 {
-    *look = {};
+    look->Entries.Clear();
+    look->Reading = {};
     const std::string path = storage.DirFile().toSysStr();
     TJournalFile file;
     TQvResult result = file.Open(path, TJournalAccess::Look);
