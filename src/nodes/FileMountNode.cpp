@@ -41,6 +41,10 @@ bool IsOneFolder(const std::string& a, const std::string& b)
 /// Whether `path` is the sidecar of `resource`, perhaps by another way to the same folder.
 bool IsSidecarOf(const std::string& path, const std::string& resource)
 {
+    constexpr std::string_view kSuffix = kSidecarSuffix;
+    if (path.size() < kSuffix.size() ||
+        path.compare(path.size() - kSuffix.size(), kSuffix.size(), kSuffix) != 0)
+        return false; // nearly always, without a text to be made
     return QvExtractResName(path) == QvExtractResName(resource) + kSidecarSuffix &&
            IsOneFolder(path, resource);
 }
@@ -475,9 +479,10 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, TMountNode& t
                                            const std::string& dst, const TCopyHints& hints,
                                            TQvProgressHandler* progress)
 {
-    if (target.GetResourceFile(dst).empty())
+    std::string file = target.GetResourceFile(dst);
+    if (file.empty())
         return TMountNode::CopyResourceTo(src, target, dst, hints, progress);
-    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
+    const TTransferEnds ends{PathFromId(src), std::move(file), src, dst};
     TQvResult allowed = RequirePlace(target, ends);
     if (allowed)
         allowed = RefuseSidecars(ends);
