@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
@@ -17,6 +18,7 @@ struct TQvFolderEntry
 {
     std::string_view Name;  ///< ends with a byte 0; valid until the next entry is read
     unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not report it
+    ino_t Number = 0;       ///< of the inode
 };
 
 /// Reads a folder in its own order, "." and ".." left out. An end and a failure are two answers:
@@ -44,6 +46,8 @@ public:
     int Descriptor() const { return m_descriptor; }
     /// Frees the descriptor; the reader can open another folder.
     void Close();
+    /// Next begins anew, with the entries that the folder has then.
+    TQvResult Rewind();
 
     /// The next entry; false at the end and after a failure.
     bool Next(TQvFolderEntry* entry);

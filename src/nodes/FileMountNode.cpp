@@ -132,6 +132,12 @@ bool IsAt(const std::string& path, const TQvFileStream& file)
            opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
 }
 
+/// With the rights that opening it would have: a thread may have another identity than its process.
+bool Allows(const std::string& path, int access)
+{
+    return faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) == 0;
+}
+
 /// Whether a file named like a folder's sidecar is one.
 enum class TFolderSidecar
 {
@@ -145,6 +151,9 @@ enum class TFolderSidecar
 void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
                         TFolderSidecar ofFolder)
 {
+    // Most resources have none, and nothing else is asked for them.
+    if (!Allows(sidecar, F_OK) && errno == ENOENT)
+        return;
     const auto isStale = [&] {
         bool isFolder = false;
         const TQvResult exists = QvFileDirExists(path, &isFolder);
@@ -157,7 +166,7 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
     // One that may not be read cannot be locked, not by a process that moves it either.
     const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
                             ? IsAt(sidecar, hold)
-                            : access(sidecar.c_str(), R_OK) != 0 && errno == EACCES;
+                            : !Allows(sidecar, R_OK) && errno == EACCES;
     if (isFree && isStale())
         QvDeleteFile(sidecar);
 }
@@ -288,7 +297,7 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
         // One that may not be read cannot be locked, not by a process that removes it either.
-        if (access(sidecar.c_str(), R_OK) != 0)
+        if (!Allows(sidecar, R_OK))
             return 0;
         if (error != 0 && error != EACCES)
             return error;
