@@ -18,13 +18,13 @@
 /// failure that names the id; the other entries are listed all the same. Names that are no UTF-8
 /// are listed byte for byte.
 ///
-/// Listed are files (symbolic links to anything but folders too) with kFindResources and folders
+/// It lists files (symbolic links to anything but folders too) with kFindResources and folders
 /// (links to folders too) with kFindFolders, whose names match `mask`: wildcards "*", "?" and
 /// "[...]", without regard to case; one that is no valid mask matches nothing. Never listed: hidden
 /// names (a leading ".") without kFindHidden, sidecars (ending in ".meta", except that name alone),
 /// dangling links, and FIFOs, sockets and devices. Sizes and times are zero without
-/// kFindAttributes. No entry of a folder without sidecars may have one. `progress` (may be null) is
-/// polled once an entry.
+/// kFindAttributes. In a folder without sidecars MayHaveSidecar of each entry is false. `progress`
+/// (may be null) is polled once an entry.
 TQvResult QvListFolder(const std::string& path, const std::string& idPrefix,
                        const std::string& mask, unsigned flags, TQvProgressHandler* progress,
                        std::vector<TQvResFindItem>* items);
