@@ -2,23 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 #include "QvStd/FileChange.h"
 #include "QvStd/FileStream.h"
 #include "QvStd/Message.h"
 #include "QvStd/Result.h"
+#include "QvStd/files/StaleRetry.h"
 #include "QvStd/xini/XIniFormat.h"
 
 using TKind = TQvXIniEntry::Kind;
-
-namespace
-{
-/// How long caches may refer to a file that another machine has replaced (QvIsStale).
-constexpr std::chrono::seconds kCachesLast(5);
-constexpr std::chrono::milliseconds kPause(50);
-} // namespace
 
 TQvXIniReader::TQvXIniReader(var_a<TQvXIniTree*> tree, std::string name)
 {
@@ -199,8 +191,7 @@ bool TQvXIniStreamReader::ReadDocument(TQvProgressHandler* progress)
 
 var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
 {
-    const auto end = std::chrono::steady_clock::now() + kCachesLast;
-    for (;;) {
+    for (const TStaleRetry retry;;) {
         TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
         const bool isOpen = static_cast<bool>(stream);
         TXIniFailure failure;
@@ -209,8 +200,7 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
             tree = XIniReadDocument(stream, nullptr, &failure);
         if (tree)
             return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
-        if (!QvIsStale(path.toSysStr(), -stream.getError()) ||
-            std::chrono::steady_clock::now() > end) {
+        if (!QvIsStale(path.toSysStr(), -stream.getError()) || !retry.Wait()) {
             if (error != nullptr)
                 *error = stream.getError() != 0 ? -stream.getError() : EBADMSG;
             if (stream.getError() == -ENOENT)
@@ -220,6 +210,5 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
                     << path.toSysStr() << QvErrorText(-stream.getError());
             throw failure.Message(path.toSysStr());
         }
-        std::this_thread::sleep_for(kPause);
     }
 }
