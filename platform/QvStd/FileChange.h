@@ -1,5 +1,5 @@
 /// @file
-/// Changing the content of a file that other processes change, too.
+/// Changing the content of a file that other processes may change, too.
 ///
 /// Thread-safety: callable from any thread.
 #pragma once

@@ -23,8 +23,8 @@ public:
     /// An empty map.
     static var_a<TQvFreeSpaceMap*> VCreate();
 
-    /// The identity of the volume of `path`, whose free space is noted then; InvalidVolSerial when
-    /// nothing is there.
+    /// The identity of the volume of `path`; notes the volume's free space now. InvalidVolSerial
+    /// when nothing is there.
     std::string GetVolumeSerial(const TQvPath& path);
     /// Bytes free to the user on those volumes together, as noted; unknown serials add nothing.
     std::uint64_t GetTotalFreeSpace(const std::unordered_set<std::string>& serials) const;

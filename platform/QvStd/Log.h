@@ -15,10 +15,10 @@
 enum class TQvLogKind
 {
     Info,   ///< what happened
-    Warning ///< what went wrong, though the work went on
+    Warning ///< what failed although the work continued
 };
 
-/// Receives each entry; `level` is higher the more it matters.
+/// Receives each entry; a higher `level` is more important.
 using TQvLogSink = std::function<void(TQvLogKind kind, const TQvMessage& message, int level)>;
 
 /// Replaces the sink and returns the one before. An empty sink stands for the default: standard

@@ -23,9 +23,9 @@ public:
     virtual bool Started() const = 0;
     /// Whether positions and messages are wanted now.
     virtual bool Active() const = 0;
-    /// Notes how far the work is, from 0 to 1; Update shows it.
+    /// Sets how much of the work is done, from 0 to 1; Update shows it.
     virtual void SetPosition(double position) = 0;
-    /// Notes what is being worked on; Update shows it.
+    /// Sets the text that names the current step; Update shows it.
     virtual void SetMessage(const std::string& message) = 0;
     /// Whether Update is due (a cheap query, called once for each entry or block).
     virtual bool Poll() = 0;
@@ -42,12 +42,11 @@ inline void QvPollProgress(TQvProgressHandler* handler)
         handler->Update();
 }
 
-/// Lets the user cancel work that shows no progress of its own. `handler` (may be null) must
-/// outlive it.
+/// Lets the user cancel work that shows no progress.
 class QVSTD_API TQvBreakOnly : public TQvProgressHandler
 {
 public:
-    /// `handler` (may be null) is asked whether the user wants to cancel, and nothing else.
+    /// Only queries UserBreak of `handler`, which may be null and must outlive it.
     explicit TQvBreakOnly(const TQvProgressHandler* handler) : m_handler(handler) {}
     void Start() override {}
     void Stop() override {}
@@ -84,14 +83,14 @@ public:
     bool Active() const { return m_handler != nullptr && m_handler->Active(); }
     /// When active: sets the position and refreshes the display. Throws TQvUserBreak.
     void Report(double position);
-    /// Shows what is being worked on.
+    /// Sets the text that names the current step, and shows it.
     void SetMessage(const std::string& message);
     /// Whether the user asked to cancel.
     bool UserBreak() const { return m_handler != nullptr && m_handler->UserBreak(); }
     /// The handler, for calls that take one; may be null.
     TQvProgressHandler* Handler() const { return m_handler; }
 
-    /// A progress of its own whose 0 to 1 is `from` to `to` of this one. Its messages are also
+    /// A separate progress whose 0 to 1 is `from` to `to` of this one. Its messages are also
     /// logged, at `messageLevel`; its start and stop at `startLevel`.
     TQvProgressVar SubProgress(double from, double to, int messageLevel, int startLevel);
 
@@ -101,8 +100,8 @@ private:
 };
 
 /// A sub-range of another progress, owned by the caller. Its Handler() is null where the outer
-/// handler is null, and can be handed to any operation that takes a handler; it must not outlive
-/// the outer one.
+/// handler is null, and can be passed to any operation that takes a handler; it must not outlive
+/// the outer handler.
 class QVSTD_API TQvProgressVar
 {
 public:

@@ -1,5 +1,5 @@
 /// @file
-/// Reading X-Ini documents (the format stands in QvStd/XIniTree.h).
+/// Reading X-Ini documents (QvStd/XIniTree.h describes the format).
 ///
 /// A reader is in one section at a time, at first the top level. The elements of a section are
 /// numbered from 0, keys and sections together, in file order; that number is a "position".
@@ -56,7 +56,7 @@ public:
     TQvXIniSection EnterSectionSE(const std::string& name);
     /// The section at a position; null when there is no such position or it is a key.
     TQvXIniSection EnterSection(int position);
-    /// Leaves `section`, and whatever was entered inside it. Null does nothing.
+    /// Leaves `section`, and sections that were entered inside it. Null does nothing.
     void ExitSection(TQvXIniSection section);
 
     /// The value of the key at a position; `defaultValue` when there is no such position, or it is

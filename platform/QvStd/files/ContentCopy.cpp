@@ -142,6 +142,7 @@ bool TContentCopy::CopyBlocks(std::uint64_t offset, std::uint64_t end)
 
 bool TContentCopy::WriteAt(const char* bytes, std::size_t count, std::uint64_t offset)
 {
+    assert(offset <= static_cast<std::uint64_t>(INT64_MAX) - count);
     while (count > 0) {
         const ssize_t put = QvRetryInterrupted(
             [&] { return pwrite(m_to, bytes, count, static_cast<off_t>(offset)); });

@@ -69,7 +69,7 @@ bool IsPlain(std::string_view right)
     return IsSurelyPlainRelative(right) || IsPlainRelative(right);
 }
 
-/// Appends `text` segment by segment; nothing before `floor` is ever taken away.
+/// Appends `text` segment by segment; nothing before `floor` is ever removed.
 void AppendResolved(std::string& result, std::string_view text)
 {
     const std::size_t floor = result.size();

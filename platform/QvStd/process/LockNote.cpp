@@ -15,7 +15,7 @@ constexpr std::string_view kProcess = " pid=";
 constexpr std::string_view kTime = " time=";
 constexpr std::string_view kFree = "lock free";
 /// All notes are of one length, filled up with blanks: holders that share a lock may write at the
-/// same time, and a long note must leave nothing behind a short one.
+/// same time, and a short note must replace a long one completely.
 constexpr std::size_t kLength = 256;
 constexpr std::size_t kMaxOwner = 180;
 

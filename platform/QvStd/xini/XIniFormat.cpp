@@ -55,7 +55,7 @@ void AppendEscaped(char c, std::string* text)
     *text += kHexDigits[static_cast<unsigned char>(c) & 0xF];
 }
 
-/// Takes the escape whose letter stands at the start of `rest`; false when it is none.
+/// Takes the escape whose letter is first in `rest`; false when there is none.
 bool TakeEscape(std::string_view* rest, std::string* value)
 {
     constexpr std::string_view kLetters = "\\\"nrt";

@@ -15,6 +15,7 @@ using TKind = TQvXIniEntry::Kind;
 
 TQvXIniEntry& Append(TQvXIniEntry& section, TKind kind, const std::string& name)
 {
+    assert(kind != TKind::Other && !name.empty()); // else the document would be malformed
     auto entry = std::make_unique<TQvXIniEntry>();
     entry->Type = kind;
     entry->Name = name;
