@@ -185,6 +185,7 @@ TQvResult TJournalFile::CutUnsealed()
 
 TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity* synced)
 {
+    assert(m_file && synced != nullptr);
     assert(!block.empty() && block.back() == '\n'); // else the next append would cut it off
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
@@ -254,7 +255,7 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
         options.Permissions = old.Permissions();
         options.AttributesOf = old.Descriptor();
     }
-    // One name for all, so that the next rewrite replaces what a killed one may have left.
+    // A fixed name, so that the next rewrite replaces the file that a killed one left.
     const std::string folder = QvFolderPart(m_target);
     m_temporary = folder + '.' + m_target.substr(folder.size()) + ".new";
     if (unlink(m_temporary.c_str()) != 0 && errno != ENOENT)
@@ -264,11 +265,12 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
 
 TQvResult TJournalRewrite::Write(std::string_view bytes)
 {
+    assert(m_file.Descriptor() >= 0); // not after Publish
     const TQvResult written = m_file.Write(bytes.data(), bytes.size());
     m_size += bytes.size();
     assert(m_started <= m_size);
-    // The disk works while the next records are formatted: Sync has less to wait for. Only a hint;
-    // Sync reports the failures.
+    // Starts writing to the disk while the next records are formatted, so that Sync waits less.
+    // Only a hint; Sync reports failures.
     if (written && m_size - m_started >= kWriteBackEvery) {
         sync_file_range(m_file.Descriptor(), static_cast<off_t>(m_started),
                         static_cast<off_t>(m_size - m_started), SYNC_FILE_RANGE_WRITE);
@@ -279,6 +281,7 @@ TQvResult TJournalRewrite::Write(std::string_view bytes)
 
 TQvResult TJournalRewrite::Publish(bool keepsOld)
 {
+    assert(m_file.Descriptor() >= 0 && m_size > 0); // else an empty file would replace the journal
     if (const TQvResult named = m_file.Publish(); !named)
         return named;
     int error = keepsOld && m_replaces ? KeepOld() : 0;

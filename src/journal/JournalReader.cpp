@@ -20,7 +20,7 @@ public:
 
     void Record(std::string_view line)
     {
-        // The mark stands first, so that only the end can hold white space.
+        assert(!line.empty() && line.front() == kRecordMark); // ends the loop over white space
         while (IsBlank(line.back()))
             line.remove_suffix(1);
         const void* const found = memrchr(line.data(), kNameMark, line.size());
@@ -55,8 +55,7 @@ private:
     std::string m_key; ///< kept for its memory
 };
 
-/// Hexadecimal digits in either case, as many as follow the mark; what stands behind them is not
-/// looked at.
+/// Takes all hexadecimal digits, of either case, after the mark; the rest of the line is ignored.
 bool CheckpointMatches(std::string_view line, std::uint32_t checksum)
 {
     std::uint32_t written = 0;
@@ -136,8 +135,8 @@ private:
     std::size_t m_taken = 0;
 };
 
-/// Lies on the stack, unless a line is longer: a big block of the heap would make the allocator
-/// sort all that the last load freed, which takes as long as half a load.
+/// On the stack, unless a line is longer: allocating a large block would make the allocator sort
+/// everything that the last load freed, which takes half the time of a load.
 class TBuffer
 {
 public:
@@ -182,11 +181,12 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
     // was just read is still in the processor's cache.
     TBuffer buffer;
     TJournalParser parser(entries);
-    std::size_t held = 0; // bytes of a line, or of the head, that is not there whole
+    std::size_t held = 0; // bytes of a line, or of the head, that is not complete yet
     for (bool hasHead = false;;) {
         const std::size_t got = source(buffer.Data() + held, buffer.Size() - held);
         if (got == TQvStream::invalid_value)
             return {TJournalState::Unreadable};
+        assert(got <= buffer.Size() - held); // else the source has written beyond the buffer
         const std::string_view piece(buffer.Data(), held + got);
         if (!hasHead) {
             if (piece.size() < kHeadSize && got != 0) {

@@ -13,8 +13,8 @@
 
 #include "QvStd/Stream.h"
 
-/// Normalized id -> name as its creator spelled it, in byte order of the ids. The owner chooses
-/// where its nodes lie; by default each is a piece of the heap.
+/// Normalized id -> name as its creator spelled it, in byte order of the ids. The owner chooses the
+/// memory of its nodes; by default each is a separate heap allocation.
 using TJournalEntries = std::pmr::map<std::string, std::string>;
 
 enum class TJournalState
@@ -38,12 +38,12 @@ struct TJournalReading
     TJournalState State = TJournalState::BadSignature;
     /// Checkpoints that matched.
     std::size_t Checkpoints = 0;
-    /// Bytes from the start of the file that are sealed; the block that is torn or damaged begins
+    /// Bytes from the start of the file that checkpoints cover; a torn or damaged block begins
     /// here.
     std::size_t SealedBytes = 0;
     /// Number of entries in the sealed bytes; 0 when nothing was replayed.
     std::size_t SealedRecords = 0;
-    /// Bytes behind the last line feed. They are no line, are never read, and do not change State.
+    /// Bytes after the last line feed. They are no line, are never read, and do not change State.
     std::size_t UnreadBytes = 0;
 };
 
@@ -51,9 +51,9 @@ struct TJournalReading
 /// TQvStream::invalid_value after a failure.
 using TJournalSource = std::function<std::size_t(char* buffer, std::size_t count)>;
 
-/// Replays a journal into `entries`, line by line; null only checks. Lines are applied before the
-/// checkpoint that seals them is seen, so unless the answer is Whole, `entries` holds lines that
-/// no checkpoint seals.
+/// Replays a journal into `entries`, line by line; null only checks. Lines are applied before their
+/// checkpoint is read, so unless the state is Whole, `entries` contains lines that no checkpoint
+/// covers.
 TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entries);
 TJournalReading ReadJournal(std::string_view bytes, TJournalEntries* entries);
 

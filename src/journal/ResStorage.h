@@ -94,14 +94,16 @@ private:
         AsItIs,
         Rewritten
     };
-    /// The nodes lie side by side in few pieces of memory, which takes a third off a load. Memory
-    /// of removed nodes is free again with the next load only: no more than the journal has lines.
+    /// The nodes share a few large blocks of memory, which shortens a load by a third. The memory
+    /// of removed nodes is freed by the next load; it is bounded by the number of lines of the
+    /// journal.
     struct TDir
     {
         std::pmr::monotonic_buffer_resource Memory;
         TJournalEntries Entries{&Memory};
     };
 
+    TLocker Begin(const TLocker& given, bool forWriting, const TMessages& messages);
     bool Lock(TLocker* locker, bool forWriting, const TMessages& messages);
     void Log(const char* text, int level) const;
     bool Fail(const char* text, int level, const TQvResult& why);
@@ -131,7 +133,7 @@ private:
     std::uint32_t m_dirTime = 0;
     TJournalIdentity m_syncedFile; ///< the journal whose name is known to be on the disk
     bool m_hasReplaced = false;    ///< whether the last rewrite has done its rename
-    bool m_isStale = false;        ///< others have made changes that m_dirSize and m_dirTime do not show
+    bool m_isStale = false; ///< others have made changes that m_dirSize and m_dirTime do not show
 };
 
 /// "whole", "missing", "bad signature", "torn tail" or "damage at byte N".
