@@ -1,7 +1,9 @@
 #include "manager/MountIndex.h"
 
+#include <algorithm>
 #include <cassert>
 
+#include "QvStd/Strings.h"
 #include "resid/ResId.h"
 
 namespace
@@ -27,6 +29,7 @@ void TMountIndex::Clear()
 
 void TMountIndex::Add(const std::string& mountPoint)
 {
+    assert(m_lengths.size() < kNone);
     const auto place = static_cast<std::uint32_t>(m_lengths.size());
     const std::size_t length = mountPoint.size();
     m_lengths.emplace(length, place);
@@ -70,7 +73,8 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
 
 void TMountIndex::InsertSlot(const TIds::value_type& entry)
 {
-    assert(m_ids.size() * 2 <= m_slots.size()); // each search ends at a free slot
+    assert((m_slots.size() & (m_slots.size() - 1)) == 0); // the size is used as a mask
+    assert(m_ids.size() * 2 <= m_slots.size());           // each search ends at a free slot
     const std::size_t slot = SlotOf(entry.first);
     assert(m_slots[slot].Entry == nullptr);
     m_slots[slot] = {QvHashNormalResId(entry.first), &entry};
@@ -110,6 +114,8 @@ bool TMountIndex::IsLengthInUse(std::size_t length) const
 
 std::uint32_t TMountIndex::Find(std::string_view normalId) const
 {
+    assert(
+        std::none_of(normalId.begin(), normalId.end(), [](char c) { return c != QvToUpper(c); }));
     if (!IsLengthInUse(normalId.size()))
         return kNone;
     const TIds::value_type* entry = m_slots[SlotOf(normalId)].Entry;
@@ -118,6 +124,7 @@ std::uint32_t TMountIndex::Find(std::string_view normalId) const
 
 std::uint32_t TMountIndex::Resolve(const TNormalResId& id, bool skipExact) const
 {
+    assert(id.IsValid()); // "//" would find a mount point in the middle of a name
     if (!skipExact)
         if (const std::uint32_t place = Find(id.Text()); place != kNone)
             return place;

@@ -99,16 +99,24 @@ var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsi
     return lock;
 }
 
+/// For a query: null for an id that is not valid, where nothing exists. Throws for a valid one
+/// without a node, as every operation does.
+const TResourceManager::TMountNode* TResourceManager::NodeToAsk(const std::string& id) const
+{
+    bool isValid = false;
+    const TMountNode* node = ResolveNode(id, true, false, &isValid);
+    if (!isValid || id.empty())
+        return nullptr;
+    return node != nullptr ? node : NodeFor(id);
+}
+
 TQvExistence TResourceManager::LookUp(const std::string& id) const
 {
     if (id.size() > 1 && id.back() == '/')
         return LookUp(QvExcludeTrailingSlash(id));
-    bool isValid = false;
-    const TMountNode* node = ResolveNode(id, true, false, &isValid);
-    if (!isValid || id.empty())
-        return {kResNothing, TQvResult::Nothing(id)};
-    // Valid, but nothing is mounted: reported like everywhere else.
-    return (node != nullptr ? node : NodeFor(id))->ResourceExists(id);
+    const TMountNode* node = NodeToAsk(id);
+    return node != nullptr ? node->ResourceExists(id)
+                           : TQvExistence{kResNothing, TQvResult::Nothing(id)};
 }
 
 unsigned TResourceManager::ResourceExists(const std::string& id) const

@@ -86,7 +86,7 @@ void TRootMountNode::RenameFolderE(const std::string& src, const std::string&, T
     throw TQvMessage(QvResourceString("global.ErrNotSupported"));
 }
 
-/// There are only folders here, and nothing can be put beside them.
+/// There are only folders here, and nothing can be created.
 TQvResult TRootMountNode::NoResource(const std::string& id) const
 {
     return ResourceExists(id) == kResFolder ? TQvResult::Failed(EISDIR, id)

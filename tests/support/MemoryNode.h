@@ -139,6 +139,7 @@ public:
         const int error = from == "/"           ? EBUSY
                           : At(from) == nullptr ? ENOENT
                           : At(to) != nullptr   ? EEXIST
+                          : IsIn(from, to)      ? EINVAL
                                                 : WhyNoPlace(to);
         if (result != nullptr)
             *result = error == 0 ? TQvResult::Done() : Reason(error, src);

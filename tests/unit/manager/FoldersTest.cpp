@@ -76,6 +76,8 @@ TEST_P(Folders, RenameKeepsMountPoints)
         EXPECT_EQ(rename(id, "x"),
                   "The folder \"" + id +
                       "\" cannot be renamed: it is a mount point or contains one.");
+    EXPECT_NE(rename("/A/other", "other/sub/below"), "");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EINVAL) << "a folder inside itself";
     EXPECT_EQ(rename("/A/other/", "renamed"), "");
     EXPECT_EQ(rename("/A/i", "j"), "") << "begins like a mount point, and is none";
     EXPECT_EQ(Tree(), "A/in/ A/j/ A/renamed/sub/ D/ M/");

@@ -42,6 +42,7 @@ TEST_F(FileMountNode, NoIdLeadsOutOfTheFolder)
         for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12, 0, 13})
             EXPECT_FALSE(Opens(folder, mode)) << folder << " in mode " << mode;
     EXPECT_FALSE(Node.ResourceMetaExists("/D/.."));
+    EXPECT_TRUE(Node.IsSameResource("/D/a/../none", Node, "/D/none"));
     EXPECT_FALSE(Node.DeleteResource("/D/../x.txt"));
     EXPECT_FALSE(Node.DeleteFolder("/D/.."));
     EXPECT_NO_THROW(Node.RenameFolderE("/D/sub", "../../renamed"));
