@@ -105,7 +105,7 @@ public:
 private:
     using TBlocks = std::vector<TMountBlock>;
 
-    /// Of several of one name the one with the same folder, else the last one, which is in force.
+    /// Of several of one name the one with the same folder, else the last one, which counts.
     TBlocks::iterator FindBlock(const TQvXIniEntry& mount)
     {
         auto best = m_blocks.end();
@@ -121,6 +121,7 @@ private:
 
     static TEntry Updated(TEntry old, TEntry mount)
     {
+        assert(old && mount);
         const bool isPath = FindElement(*mount, "path") != nullptr;
         if (isPath != (FindElement(*old, "path") != nullptr))
             return mount;

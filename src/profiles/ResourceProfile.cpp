@@ -63,8 +63,7 @@ void TQvResourceProfile::LoadNode(TQvXIniReader* reader, TQvProgress& progress, 
     if (path >= 0) {
         node.Kind = kProfileNodePath;
         node.Path = reader->Read<TQvPath>(path, TQvPath());
-        // The volume is read before the path is judged: one of a path that then proves invalid
-        // still counts.
+        // The volume is read before the path is checked: the volume of an invalid path counts, too.
         if (FreeSpaceMap)
             ReadVolume(node, progress, position, serials);
     } else if (reader->FindF("storagegroup") >= 0) {

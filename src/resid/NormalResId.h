@@ -1,5 +1,5 @@
-// The normal form of an id for the resolution of ids: made, checked and split in one pass, without
-// an allocation for ids of usual length.
+// The normal form of an id for resolution: computed, checked and split in one pass, without an
+// allocation for ids of usual length.
 //
 // Thread-safety: plain values.
 #pragma once

@@ -49,7 +49,8 @@ void PrintValue(THost& host, const std::string& value);
 /// name for it.
 void WriteContent(THost& host, TQvStream& stream, const std::string& name);
 
-// Each adds the commands of its file; `host` must outlive the parsing.
+// Each adds the commands of its file; `host` must outlive the parsing. Options are declared one by
+// one, though alike: a table could not have the parser's own checks.
 void AddMountCommands(CLI::App& app, THost& host);
 void AddListCommands(CLI::App& app, THost& host);
 void AddContentCommands(CLI::App& app, THost& host);
