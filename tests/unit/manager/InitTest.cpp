@@ -23,7 +23,7 @@ TEST(Module, InitNeedsAStartedAndLoadedConfiguration)
     EXPECT_EQ(failure(), "@QvConfigData is not initialized");
 }
 
-TEST_F(Init, KnowsItsModulesFile)
+TEST_F(Init, SplitsThePathOfTheModule)
 {
     auto& module = QvModule_Initializer::getInst();
     const std::string file = module.ModuleFile();
@@ -75,7 +75,7 @@ TEST_F(Init, SettingsHaveDefaultsButOneIsKept)
     }
 }
 
-TEST_F(Init, FailureLeavesNoIndexIntoNothing)
+TEST_F(Init, AFailureLeavesNoNodeInTheIndexes)
 {
     const auto init = [this] { Manager.Init(); };
     Var.Write("Profiles/Test/profile.x-ini",

@@ -33,7 +33,7 @@ protected:
     TFileMountNode Node{"/D", TQvPath(Folder)};
 };
 
-TEST_F(FileMountNode, NoIdLeadsOutOfTheFolder)
+TEST_F(FileMountNode, NoIdNamesAFileOutsideTheFolder)
 {
     // what lies beside the folder is no sidecar of it, and the folder itself is not deleted by way
     // of ".."
@@ -116,7 +116,7 @@ TEST_F(FileMountNode, AttributesAreTheSystemsOwn)
     EXPECT_FALSE(Node.Find(items, "/D", "none", kFindResources, nullptr)) << "nothing new";
 }
 
-TEST_F(FileMountNode, FindGivesWhatQtGivesInItsOrderButNoSidecar)
+TEST_F(FileMountNode, FindEqualsQtExceptForSidecars)
 {
     MakeTree(Folder, "a= B/ x= 1a= ab/ aB= Ba/ xb.a= a.x= a.B/ x.= [= ]= [a]= [b]b/ b*= *a/ -a= "
                      "*.*= B.TXT= a.meta= a.meta.txt= .hidden= .meta= $QvStorage.list= "
