@@ -23,8 +23,10 @@ TQvFolderReader::TQvFolderReader(TQvFolderReader&& other) noexcept
     *this = std::move(other);
 }
 
+/// By exchange with a closed reader.
 TQvFolderReader& TQvFolderReader::operator=(TQvFolderReader&& other) noexcept
 {
+    Close();
     std::swap(m_descriptor, other.m_descriptor);
     std::swap(m_ownBuffer, other.m_ownBuffer);
     std::swap(m_buffer, other.m_buffer);
@@ -62,6 +64,8 @@ void TQvFolderReader::Close()
     errno = error;
 }
 
+/// Reads the next entries into the buffer, which is made on first need. False at the end and after
+/// a failure.
 bool TQvFolderReader::Fill()
 {
     if (m_buffer == nullptr) {
@@ -78,6 +82,7 @@ bool TQvFolderReader::Fill()
     return m_length > 0;
 }
 
+/// The kernel writes records of different lengths one after the other; names point into the buffer.
 bool TQvFolderReader::Next(TQvFolderEntry* entry)
 {
     while (m_next < m_length || Fill()) {
