@@ -19,8 +19,15 @@ struct TQvFolderEntry
     unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not report it
 };
 
-/// Reads a folder in its own order, "." and ".." left out. Next is false at the end and after a
-/// failure, and Result says which it was.
+/// Reads a folder in the order of the file system, "." and ".." left out. Next is false at the end
+/// and after a failure, and Result says which it was:
+///
+///     TQvFolderReader folder;
+///     TQvResult result = folder.Open("/srv");
+///     for (TQvFolderEntry entry; result && folder.Next(&entry);)
+///         Use(entry.Name);
+///     if (result)
+///         result = folder.Result();
 class QVSTD_API TQvFolderReader
 {
 public:
@@ -46,7 +53,7 @@ public:
     /// Frees the descriptor; the reader can open another folder.
     void Close();
 
-    /// The next entry; false at the end and after a failure.
+    /// Fills `entry` with the next entry; false at the end and after a failure (Result).
     bool Next(TQvFolderEntry* entry);
     /// Done unless reading has failed.
     const TQvResult& Result() const { return m_result; }

@@ -1,5 +1,6 @@
 /// @file
-/// Free disk space, counted once a volume.
+/// Free disk space, counted once for each volume: GetVolumeSerial for each folder, collecting the
+/// serials in a set, then GetTotalFreeSpace of the set.
 ///
 /// Thread-safety: one map belongs to one thread at a time.
 #pragma once

@@ -12,7 +12,14 @@
 #include "QvStd/Result.h"
 #include "QvStd/Var.h"
 
-/// A shared or exclusive open-file-description lock. The lock of a killed process is released. The
+/// A shared or exclusive open-file-description lock:
+///
+///     TQvLockFile lock("/srv/data.lock", true, "host-7", 5000);
+///     if (!lock)
+///         return Refuse(lock.getHolder(), lock.getError());
+///     ... // read, change and write; the destructor releases the lock
+///
+/// The lock of a killed process is released. The
 /// holder writes owner, process id and time into the file, for people to read, and "lock free" when
 /// it releases the lock and no other process shares it. Only the lock counts: the note of a killed
 /// holder stays. A lock without an owner's name writes nothing, and a file with any other content

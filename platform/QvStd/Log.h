@@ -1,5 +1,11 @@
 /// @file
-/// The log: a sink that the host can set.
+/// The log: events and failures that no result shows. A host sets a sink to show or store the
+/// entries:
+///
+///     QvSetLogSink([](TQvLogKind kind, const TQvMessage& message, int level) {
+///         if (level >= 5 || kind == TQvLogKind::Warning)
+///             Append(message.what());
+///     });
 ///
 /// Thread-safety: writing is callable from any thread; lines are never mixed. A sink must not set
 /// sinks. It is called under the log's lock; what it logs itself is dropped.

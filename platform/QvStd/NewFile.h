@@ -23,6 +23,13 @@ QVSTD_API bool QvIsTemporaryName(std::string_view name);
 /// New content for the file at a path. Open checks the target, Write or Descriptor take the
 /// content, Publish gives it the target's name; without Publish the content is discarded.
 ///
+///     TQvNewFile file;
+///     TQvResult result = file.Open(path, {});
+///     if (result)
+///         result = file.Write(text.data(), text.size());
+///     if (result)
+///         result = file.Publish(); // here the new content is visible, all at once
+///
 /// - A target that does not exist is written into an unnamed file where the file system can, so
 ///   that a killed process leaves nothing; else, and to replace a target, into a hidden temporary
 ///   file beside it (".<name>.<random>.tmp").

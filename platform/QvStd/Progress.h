@@ -1,5 +1,18 @@
 /// @file
-/// Progress: the caller's sink and the scoped object that long operations wrap it in.
+/// Progress: the caller's sink, and the scoped objects through which long operations use it.
+///
+/// A caller derives from TQvProgressHandler and passes it (or null) to an operation. The operation
+/// starts it, polls it while it works, reports positions, and stops it:
+///
+///     void CopyAll(const std::vector<std::string>& files, TQvProgressHandler* handler)
+///     {
+///         TQvProgress progress(handler); // stops it in its destructor, also after a throw
+///         progress.Start();
+///         for (std::size_t i = 0; i < files.size(); ++i) {
+///             progress.Report(double(i) / double(files.size())); // throws TQvUserBreak
+///             Copy(files[i]);
+///         }
+///     }
 ///
 /// Thread-safety: a handler belongs to the thread that runs the operation.
 #pragma once
@@ -15,11 +28,11 @@ class QVSTD_API TQvProgressHandler
 public:
     virtual ~TQvProgressHandler();
 
-    /// The work begins: shows the display.
+    /// The work begins: shows the display. Called once, unless Started is true already.
     virtual void Start() = 0;
     /// The work is over: hides the display. Must not throw.
     virtual void Stop() = 0;
-    /// Between Start and Stop.
+    /// Whether Start was called, and Stop not since.
     virtual bool Started() const = 0;
     /// Whether positions and messages are wanted now.
     virtual bool Active() const = 0;

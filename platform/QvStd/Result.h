@@ -11,8 +11,14 @@
 
 /// Done, nothing there, or failed with the reason. Converts to bool: true when done.
 ///
-/// "Nothing" is an answer to a question ("does it exist", "list this"); "failed" means that the
-/// question could not be answered or the work could not be done.
+/// "Nothing" is an answer to a query ("does it exist", "list this"); "failed" means that the query
+/// could not be answered or the work could not be done. A caller distinguishes all three:
+///
+///     const TQvResult exists = QvFileDirExists(path, nullptr);
+///     if (exists.HasFailed())
+///         Report(exists.Name(), QvErrorText(exists.Error())); // unknown whether it exists
+///     else if (exists.IsNothing())
+///         Create(path);
 class QVSTD_API TQvResult
 {
 public:

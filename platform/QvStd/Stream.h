@@ -32,7 +32,17 @@ using qvShareMode = std::uint32_t;
 /// Shares the file with all openers that share it, too.
 inline constexpr qvShareMode kQvShareAll = 0xFFFFFFFFu;
 
-/// A sequence of bytes with a current position for reads and writes.
+/// A sequence of bytes with a current position for reads and writes. Failures are in the results,
+/// and getError has the last one:
+///
+///     char block[4096];
+///     for (std::size_t count = 0; (count = stream->Read(block, sizeof block)) != 0;) {
+///         if (count == TQvStream::invalid_value)
+///             throw TQvMessage("@%1%") << QvErrorText(-stream->getError());
+///         Use(block, count);
+///     }
+///
+/// Destruction closes the stream and reports no errors: writers call Flush or Close first.
 class QVSTD_API TQvStream
 {
 public:

@@ -1,5 +1,6 @@
 /// @file
-/// URLs, and streams that have one.
+/// URLs, and streams that have one. A URL is a scheme, ":" and a path that the scheme defines:
+/// "qvres:/Data/a.txt" is the resource "/Data/a.txt".
 ///
 /// Thread-safety: plain values.
 #pragma once

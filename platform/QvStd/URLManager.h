@@ -1,6 +1,13 @@
 /// @file
 /// Dispatch of URLs to the handlers of their schemes.
 ///
+/// A module that has resources derives from TQvURLHandler and registers it once; then any module
+/// opens them without knowing that one:
+///
+///     QvURLManager.RegisterSchemeHandler("mail", make_var<TMailHandler>());
+///     var_a<TQvStream*> stream =
+///         QvURLManager.OpenURLE(TQvURL("mail:inbox/1"), kQvOpenRead, kQvShareAll, 0);
+///
 /// Thread-safety: operations are callable from any thread, as far as the handler allows that.
 #pragma once
 

@@ -4,6 +4,13 @@
 /// A writer that is made for a file or a stream begins an empty document and appends to it; a tree
 /// writer changes an existing one.
 ///
+///     const auto writer = GetXIniWriter(TQvPath("/etc/example.x-ini"));
+///     const TQvXIniWriteSection mount = writer->BeginSectionSE("mount");
+///     if (!writer->WriteS("node", std::string("/Data")))
+///         writer->RaiseErrorE();
+///     writer->EndSection(mount);
+///     writer->CommitE(); // the file is replaced here, or stays as it was
+///
 /// Thread-safety: one writer belongs to one thread at a time.
 #pragma once
 

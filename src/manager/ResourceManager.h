@@ -2,6 +2,15 @@
 /// The virtual resource tree: mount table, resolution of ids, and every operation on resources and
 /// folders.
 ///
+/// The global ResourceManager is the one of the process; tests may have others. A typical use:
+///
+///     Init_QvServices();
+///     ResourceManager.Init();                                       // the current profile, or
+///     ResourceManager.MountFileNodeE("/Data", "/srv/data", false);  // one folder for this run
+///     const auto a = ResourceManager.OpenResourceE("/Data/a", kQvOpenRead, kQvShareAll, 0);
+///     if (!ResourceManager.CopyResource("/Data/a", "/Data/b", nullptr))
+///         std::cerr << TResourceManager::LastFailure().text() << '\n';
+///
 /// Operations whose names end in E throw a TQvMessage; their plain twins and the queries answer
 /// false, 0 or an empty reference, and LastFailure has the cause. Every operation throws a
 /// TQvMessage for an id that is not valid ("...: Invalid resource id ..."), and for one that

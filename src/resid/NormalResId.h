@@ -39,5 +39,5 @@ private:
     std::vector<std::uint64_t> m_longSlashes;
 };
 
-/// The hash of a normal form or a part of one; it differs between processes.
+/// The hash of a normal form or a part of one; not for storage, since it depends on the machine.
 std::uint64_t QvHashNormalResId(std::string_view text);

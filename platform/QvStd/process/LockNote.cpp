@@ -65,6 +65,7 @@ std::string QvReadLockNote(int descriptor)
     return std::string(content, length > 0 ? static_cast<std::size_t>(length) : 0);
 }
 
+/// From the end: the owner's name may contain the words that follow it.
 TQvLockHolder QvReadLockHolder(const std::string& note)
 {
     const std::size_t process = note.rfind(kProcess);

@@ -19,6 +19,7 @@ TQvXIniReader::TQvXIniReader(var_a<TQvXIniTree*> tree, std::string name)
 
 TQvXIniReader::~TQvXIniReader() = default;
 
+/// A reader always has a tree and at least one level, the top one: after an error an empty tree.
 void TQvXIniReader::Init(var_a<TQvXIniTree*> tree, std::string name, std::string error,
                          const char* errorKey)
 {
@@ -49,6 +50,7 @@ int TQvXIniReader::FindFE(const std::string& name, int start) const
     throw QvMsg_helper("Err_XIniNoKey_name") << m_name << WhereAmI() + name;
 }
 
+/// Begins after the position, so that a loop finds every element of that name once.
 bool TQvXIniReader::FindFP(const std::string& name, int* position) const
 {
     const int next = *position < Count() ? FindF(name, *position + 1) : -1;
@@ -122,6 +124,8 @@ TQvXIniSection TQvXIniReader::EnterSection(int position)
     return section;
 }
 
+/// Searches the level, since callers may leave several sections at once; the top level stays. A
+/// section that is not open (left already, or of another reader) changes nothing.
 void TQvXIniReader::ExitSection(TQvXIniSection section)
 {
     for (std::size_t level = 1; level < m_levels.size(); ++level) {
@@ -132,6 +136,7 @@ void TQvXIniReader::ExitSection(TQvXIniSection section)
     }
 }
 
+/// The elements of the section in file order: positions do not count comments and blank lines.
 void TQvXIniReader::Enter(const TQvXIniEntry* section)
 {
     TLevel level{section, {}};
@@ -150,6 +155,7 @@ std::string TQvXIniReader::WhereAmI() const
     return path;
 }
 
+/// A malformed document reads as empty: the parse error, not a missing key, is then the reason.
 void TQvXIniReader::ThrowIfMalformed() const
 {
     if (ParseError())
@@ -189,6 +195,8 @@ bool TQvXIniStreamReader::ReadDocument(TQvProgressHandler* progress)
     return !ParseError();
 }
 
+/// Tries again while the failure may come from a cache: another machine may have replaced the file
+/// between the look-up of its name and the open.
 var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
 {
     for (const TStaleRetry retry;;) {
