@@ -44,6 +44,8 @@ bool LacksLocks(int error)
 }
 } // namespace
 
+/// The order matters: the share lock and the content lock come before the size and the comparison
+/// with the path, so that what is compared and read cannot change any more.
 TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
 {
     m_path = path;
@@ -89,6 +91,7 @@ void TJournalFile::Unlock() const
     flock(m_file.Number(), LOCK_UN);
 }
 
+/// Appends only make the file longer, and a rewrite is another file: the size is enough.
 bool TJournalFile::IsUnchanged(const TJournalFile& other) const
 {
     return QvIsSameInode(m_status, other.m_status) && m_size == other.m_size;
@@ -214,6 +217,7 @@ int TJournalFile::SyncName() const
     return QvFollowLinks(&target) && QvSyncFolderOf(target, m_file.Number()) ? 0 : errno;
 }
 
+/// One write where the kernel takes all of it, so that a reader without locks sees whole lines.
 int TJournalFile::Write(std::string_view block)
 {
     while (!block.empty()) {
@@ -279,6 +283,7 @@ TQvResult TJournalRewrite::Write(std::string_view bytes)
     return written;
 }
 
+/// Kept first, then renamed: a kill in between leaves two names of the old journal and no gap.
 TQvResult TJournalRewrite::Publish(bool keepsOld)
 {
     assert(m_file.Descriptor() >= 0 && m_size > 0); // else an empty file would replace the journal

@@ -98,6 +98,7 @@ public:
     TJournalReading Reading; ///< State is TornTail until a checkpoint is the last line
 
 private:
+    /// False when a checkpoint does not match. Other lines only matter when entries are wanted.
     bool TakeLine(std::string_view line, const char* piece)
     {
         if (line.front() == kCheckpointMark)
@@ -112,6 +113,7 @@ private:
         return true;
     }
 
+    /// The checksum continues over pieces: `m_checksum` covers the block's lines in earlier pieces.
     bool Seal(std::string_view line, const char* piece)
     {
         assert(m_block <= line.data()); // the checkpoint covers the lines before it

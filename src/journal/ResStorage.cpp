@@ -439,6 +439,8 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
                 TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
 }
 
+/// A size that this object did not know means that others have appended: its map is stale even
+/// after its own append.
 bool TResStorage::AppendBlock(const std::string& block, const TMessages& messages)
 {
     TJournalFile file;
@@ -534,6 +536,7 @@ bool TResStorage::Fail(const char* text, int level, const TQvResult& why)
     return false;
 }
 
+/// Tries again while the journal is busy, up to the time-out, with one log entry for all attempts.
 TQvResult TResStorage::Open(TJournalFile* file, TJournalAccess access,
                             const TMessages& messages) const
 {

@@ -17,6 +17,8 @@ constexpr std::uint64_t BitOf(std::size_t length)
 }
 } // namespace
 
+/// Slots refer to entries of m_ids, which do not move when others are added or removed. Linear
+/// probing: an entry is in the slot of its hash or in a later one, with no free slot in between.
 TMountIndex::TMountIndex() : m_slots(kFewestSlots) {}
 
 void TMountIndex::Clear()
@@ -36,6 +38,7 @@ void TMountIndex::Add(const std::string& mountPoint)
     if (length / kWordBits >= m_lengthsInUse.size())
         m_lengthsInUse.resize(length / kWordBits + 1);
     m_lengthsInUse[length / kWordBits] |= BitOf(length);
+    // Of equal mount points the last one counts; its slot refers to the same entry.
     const auto [entry, isNew] = m_ids.insert_or_assign(QvNormalizeResId(mountPoint), place);
     if (!isNew)
         return;
@@ -64,6 +67,7 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
         m_lengthsInUse[mountPoint.size() / kWordBits] &= ~BitOf(mountPoint.size());
     if (place == m_lengths.size())
         return true; // it was the last one
+    // Linear, but without hashing: the places after it are one less in the table, too.
     for (auto& [length, other] : m_lengths)
         other -= other > place ? 1 : 0;
     for (auto& [normalId, other] : m_ids)
@@ -98,6 +102,7 @@ void TMountIndex::EraseSlot(std::size_t slot)
 /// Its slot, or the free slot for it.
 std::size_t TMountIndex::SlotOf(std::string_view normalId) const
 {
+    // The hash is compared first: names are compared only when it is equal.
     const std::uint64_t hash = QvHashNormalResId(normalId);
     std::size_t slot = hash & (m_slots.size() - 1);
     while (m_slots[slot].Entry != nullptr &&
@@ -128,6 +133,8 @@ std::uint32_t TMountIndex::Resolve(const TNormalResId& id, bool skipExact) const
     if (!skipExact)
         if (const std::uint32_t place = Find(id.Text()); place != kNone)
             return place;
+    // From the end, a word of 64 positions at a time: the candidates are the slashes at positions
+    // that are the length of some mount point, so that most ids need one look-up.
     for (std::size_t word = std::min(id.Words(), m_lengthsInUse.size()); word-- > 0;) {
         std::uint64_t ends = id.Slashes()[word] & m_lengthsInUse[word];
         while (ends != 0) {

@@ -56,6 +56,8 @@ bool TResourceManager::CreateFolder(const std::string& id) const
     return QvReport(DoCreateFolder(id));
 }
 
+/// Parents one by one, since they may belong to other nodes than the folder: a mount point below a
+/// folder of another mount.
 TQvResult TResourceManager::DoCreateFolder(const std::string& id) const
 {
     const std::string stripped = QvExcludeTrailingSlash(id);
@@ -174,6 +176,8 @@ TQvResult TResourceManager::DoClearFolder(const std::string& id,
     }
 }
 
+/// The deepest entries come first, so that each folder is empty when its turn comes, unless
+/// something in it could not be deleted: that failure was the first.
 TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
                                                TQvProgress& progress) const
 {

@@ -41,6 +41,7 @@ TQvResult WhyNotOpened(const TResourceManager::TMountNode& node, const std::stri
 }
 } // namespace
 
+/// The core of both forms: a stream that did not open goes to the caller as it is, with its error.
 var_a<TQvStream*> TResourceManager::OpenResource(const std::string& id, qvOpenMode mode,
                                                  qvShareMode share, unsigned long sizeHint) const
 {
@@ -86,6 +87,7 @@ bool TResourceManager::GetResourceAttr(const std::string& id, TQvResAttrib* attr
     return QvReportAnswer(NodeFor(id)->GetResourceAttr(id, attrib));
 }
 
+/// A node without disk files answers a lock that is not held: ENOTSUP says that none is possible.
 var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                      bool forWriting,
                                                      const std::string& owner) const
@@ -178,6 +180,7 @@ bool TResourceManager::GetResourceLabelWeak(const std::string& id, TQvResourceLa
     return true;
 }
 
+/// Creating goes through OpenResource, so that a stale sidecar is removed as with any new resource.
 std::string TResourceManager::GetResourceFile(const std::string& id, bool createIfMissing) const
 {
     TMountNode* node = NodeFor(id);

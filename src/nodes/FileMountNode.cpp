@@ -390,6 +390,8 @@ var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode
     return stream;
 }
 
+/// The resource is checked first: a sidecar without a resource must not be opened, and none
+/// created.
 var_a<TQvStream*> TFileMountNode::OpenResourceMeta(const std::string& id, qvOpenMode mode,
                                                    qvShareMode share, TQvResult* result)
 {
@@ -442,6 +444,8 @@ TQvResult TFileMountNode::DeleteListed(const TQvResFindItem& resource, TQvFolder
     return DeleteWithSidecar(folders.Locate(path), path, resource.Id, resource.MayHaveSidecar);
 }
 
+/// Checks first, in an order that never changes anything before all of them have passed; then one
+/// rename inside the node, or a copy and a delete between two.
 TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, TMountNode& target,
                                            const std::string& dst, TQvProgressHandler* progress)
 {
@@ -508,6 +512,8 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, TMountNode& t
     return CopyWithSidecar(ends, &CopyOnly, progress, hints.MayHaveSidecar);
 }
 
+/// The new file gets the time of the source before its name, so that no other process sees another
+/// time.
 TQvResult TFileMountNode::ReceiveResource(const std::string& id, TQvStream& content,
                                           const TIncoming& incoming, TQvProgressHandler* progress)
 {

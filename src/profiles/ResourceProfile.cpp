@@ -16,6 +16,7 @@ void CheckWritten(TQvXIniWriter* writer, bool written)
 }
 } // namespace
 
+/// The map is shared, not moved: the other profile can be loaded again and needs it.
 TQvResourceProfile& TQvResourceProfile::operator=(TQvResourceProfile&& other) noexcept
 {
     Name = std::move(other.Name);
@@ -27,6 +28,7 @@ TQvResourceProfile& TQvResourceProfile::operator=(TQvResourceProfile&& other) no
     return *this;
 }
 
+/// Emptied first: after a failure no mount of an earlier profile may remain.
 void TQvResourceProfile::LoadE(TQvXIniReader* reader, TQvProgressHandler* progressHandler)
 {
     TQvProgress progress(progressHandler);

@@ -99,6 +99,8 @@ void BackupResource(const std::string& resId, std::size_t keep)
     MakeResourceBackup(resId, keep);
 }
 
+/// Old backups are deleted before the move, so that there is never one too many; a kill in between
+/// leaves the resource in place.
 std::string MakeResourceBackup(const std::string& resId, std::size_t keep)
 {
     if (ResourceManager.ResourceExists(resId) == kResNothing) {

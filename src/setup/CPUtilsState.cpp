@@ -236,6 +236,8 @@ TQvResourceProfile* TQvCPUtils::TCPState::FindProfile(const std::string& name) c
     return found != ProfileIndex.end() ? found->second : nullptr;
 }
 
+/// Published profiles first, because the loading reads their copies. Listed is true only when all
+/// folders were listed, so that a state that missed some cannot be saved.
 void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
 {
     TQvProgress progress(handler);
