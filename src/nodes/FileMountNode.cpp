@@ -143,7 +143,6 @@ enum class TFolderSidecar
 void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
                         TFolderSidecar ofFolder)
 {
-    assert(sidecar.empty() || sidecar == path + kSidecarSuffix); // else a resource would be deleted
     const auto isStale = [&] {
         bool isFolder = false;
         const TQvResult exists = QvFileDirExists(path, &isFolder);
@@ -151,6 +150,7 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
     };
     if (!isStale())
         return;
+    assert(sidecar.empty() || sidecar == path + kSidecarSuffix); // else a resource would be deleted
     constexpr qvShareMode kForItself = 0;
     TQvFileStream hold;
     // A sidecar that may not be read cannot be locked, also not by a process that moves it.
@@ -289,7 +289,7 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         const int error = -hold.getError();
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
-        // A sidecar that may not be read cannot be locked, also not by a process that removes it.
+        // One that may not be read cannot be locked, not by a process that removes it either.
         if (access(sidecar.c_str(), R_OK) != 0)
             return 0;
         if (error != 0 && error != EACCES)

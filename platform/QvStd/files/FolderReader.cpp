@@ -64,8 +64,6 @@ void TQvFolderReader::Close()
     errno = error;
 }
 
-/// Reads the next entries into the buffer, which is made on first need. False at the end and after
-/// a failure.
 bool TQvFolderReader::Fill()
 {
     if (m_buffer == nullptr) {

@@ -206,7 +206,7 @@ struct TQvNewFile::TState
     TQvDescriptor Folder; ///< to be synced after the rename
 };
 
-/// Examines the target before anything is created or read.
+/// Finds out what is at the target, before anything is made or read.
 int TQvNewFile::TState::OpenTarget()
 {
     if (Options.ExpectsNone && Options.FailIfExists)
@@ -252,7 +252,6 @@ int TQvNewFile::TState::OpenUnnamedBeside(mode_t mode)
 
 int TQvNewFile::TState::CreateContent()
 {
-    assert(!File && Temporary.empty()); // else a temporary file would be left
     const mode_t mode =
         Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
     int file = -1;

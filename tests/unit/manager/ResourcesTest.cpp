@@ -126,7 +126,7 @@ TEST_P(Resources, AMoveDeletesNothingThatWasWrittenMeanwhile)
     }
 }
 
-TEST_P(Resources, AFailedMoveLeavesNoIncompleteTarget)
+TEST_P(Resources, FailedMoveLeavesNoHalfTarget)
 {
     Write("A/big", std::string(20 << 20, 'x'));
     Write("B/old", "old");
