@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,7 +21,7 @@
 #include "resid/NameMask.h"
 #include "resid/ResId.h"
 #include "storage/ResStream.h"
-#include "support/TempFolder.h"
+#include "support/FolderTree.h"
 
 struct TMemoryEntry
 {
@@ -358,15 +357,11 @@ inline void LoadEntries(const std::string& from, TMemoryEntries& entries)
 /// The reverse; without entries no folder is made.
 inline void SaveEntries(const TMemoryEntries& entries, const std::string& to)
 {
-    namespace fs = std::filesystem;
-    if (fs::exists(to))
-        for (const fs::directory_entry& item : fs::directory_iterator(to))
-            fs::remove_all(item.path());
-    for (const auto& [path, entry] : entries) {
-        if (path == "/")
-            continue;
-        fs::create_directories(to + (entry->IsFolder ? path : QvExtractResPath(path)));
-        if (!entry->IsFolder)
-            std::ofstream(to + path, std::ios::binary) << entry->Bytes;
+    std::string tree;
+    for (const auto& [path, entry] : entries)
+        tree += path.substr(1) + (entry->IsFolder ? "/ " : "=" + entry->Bytes + " ");
+    if (std::filesystem::exists(to) || entries.size() > 1) {
+        std::filesystem::create_directories(to);
+        MakeTree(to, tree);
     }
 }

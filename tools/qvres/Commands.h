@@ -27,7 +27,8 @@ struct THost
     TSession Session;
 };
 
-/// A command whose help ends with `examples` (lines of their own) and a word on the common options.
+/// A command whose help ends with `examples` (separate lines) and a sentence about the common
+/// options.
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples);
 
@@ -45,7 +46,7 @@ CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vecto
 /// is no UTF-8.
 void PrintValue(THost& host, const std::string& value);
 
-/// Everything from the stream's position to its end goes to standard output; `name` is the user's
+/// Writes everything from the stream's position to its end to standard output; `name` is the user's
 /// name for it.
 void WriteContent(THost& host, TQvStream& stream, const std::string& name);
 

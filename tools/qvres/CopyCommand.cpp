@@ -137,7 +137,7 @@ bool IsAtOrBelow(const std::string& path, const std::string& folder)
     return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
 }
 
-/// Each call would copy the copies of the calls before, too. A link or another mount may lead into
+/// Each call would also copy the copies of earlier calls. A link or another mount may be a way into
 /// the folder.
 void RefuseCopyIntoItself(const TResourceManager& tree, const std::string& source,
                           const std::string& destination)
@@ -174,7 +174,7 @@ struct TLeftOut
     std::size_t Failed = 0;
 };
 
-/// The content of a folder whose name is no valid id is left out with it.
+/// A folder whose name is no valid id is left out with its content.
 bool IsBelowInvalid(const std::string& id)
 {
     const std::string folder = QvExcludeTrailingSlash(QvExtractResPath(id));
