@@ -49,7 +49,8 @@ class TMountIndex;
 class TMountedPaths;
 class TQvFolderKeeper;
 
-/// The mount table, and every operation on the tree.
+/// The mount table, and every operation on the tree. `progress` arguments may be null. Operations
+/// on resources and folders are const: they do not change the table.
 class QVSERVICES_API TResourceManager
 {
 public:
@@ -66,7 +67,7 @@ public:
             StDirSyncMinInterval; ///< ms between two synchronisations of a storage directory
         std::uint32_t
             StDirChangeCount2Merge; ///< changes after which a storage directory is rewritten
-        bool MountMyComputer;       ///< kept for the hosts; nothing here consults it
+        bool MountMyComputer;       ///< kept for the hosts; not used by the library
     };
 
     /// A node of the mount table: the interface of one kind of storage. A host can mount nodes of
@@ -253,9 +254,9 @@ public:
                                            TQvProgressHandler* progress);
         /// As CopyResourceTo; then the source is deleted. It is deleted only after content and
         /// sidecar are complete and synced at the target; it stays when the sidecar failed or
-        /// another process changed it meanwhile (EBUSY). Moving a resource onto itself does
-        /// nothing; onto the same resource under another id is refused (EINVAL). Here: a copy and
-        /// DeleteResource.
+        /// another process changed it meanwhile (EBUSY). Moving a resource onto itself does nothing
+        /// inside one node, and is refused (EINVAL) between two that show one storage. Here: a copy
+        /// and DeleteResource.
         virtual TQvTransfer MoveResourceTo(const std::string& src, TMountNode& target,
                                            const std::string& dst, TQvProgressHandler* progress);
         /// As DeleteResource for an entry of a listing that was just made: its kind need not be
@@ -466,13 +467,13 @@ public:
     /// Renames or moves a resource with its sidecar and replaces the target. Between two nodes: a
     /// synced copy, then a delete. The source stays after a failure, and when another process
     /// changes it meanwhile (EBUSY). Refused (EINVAL) when both ids are one entry of a folder or
-    /// one is the other's sidecar. `progress` may be null.
+    /// one is the other's sidecar.
     bool RenMovResource(const std::string& src, const std::string& dst,
                         TQvProgressHandler* progress) const;
     /// Copies a resource with its sidecar and replaces the target; a target's sidecar stays when
     /// the source has none. After a failure the target is as it was, or absent. Not synced. When
     /// only the sidecar fails, the content stays, and the answer is false inside one node and true
-    /// between two; the cause is in LastFailure and the log. `progress` may be null.
+    /// between two; the cause is in LastFailure and the log.
     bool CopyResource(const std::string& src, const std::string& dst,
                       TQvProgressHandler* progress) const;
     /// kResNothing (0), kResResource (1) or kResFolder (2); 0 also for an id that is not valid, and
@@ -514,11 +515,11 @@ public:
     void RenameFolderE(const std::string& src, const std::string& newName) const;
     /// Deletes an empty folder, with `clearFirst` after ClearFolder. A mount point is never deleted
     /// (EBUSY), though it is cleared. Of a symbolic link to a folder only the link is deleted.
-    /// `progress` may be null.
+    ///
     bool DeleteFolder(const std::string& id, bool clearFirst, TQvProgressHandler* progress) const;
     /// Deletes the content of the folder. After a failure it continues and answers false, also when
     /// not everything could be listed. A symbolic link to a folder is not cleared (ENOTDIR).
-    /// `progress` may be null.
+    ///
     bool ClearFolder(const std::string& id, TQvProgressHandler* progress) const;
     /// Appends the entries of `folder` that match `mask` to `items`; recursive listings put the
     /// deepest first and cross mount points. Links to folders are listed and not entered. What
