@@ -99,6 +99,7 @@ public:
                                    unsigned long sizeHint) override
     {
         const auto stream = Open(id, PathOf(id), mode);
+        stream->SetInfoName("qvres:" + id);
         if (*stream && mode == kQvOpenCreate && sizeHint != 0)
             stream->setSize(sizeHint);
         return stream;
