@@ -127,7 +127,7 @@ bool IsAt(const std::string& path, const TQvFileStream& file)
     struct stat opened = {};
     struct stat there = {};
     return fstat(file.Descriptor(), &opened) == 0 && stat(path.c_str(), &there) == 0 &&
-           opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
+           QvIsSameInode(opened, there);
 }
 
 /// Whether a file named like a folder's sidecar is one.
