@@ -22,7 +22,7 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
         {"q done /A/step perhaps", "perhaps not in"},
         {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
-        {"q serve --stop /A $T/a", "--stop: can only be used with FOLDER"},
+        {"q serve --stop /A $T/a", "--stop: goes with FOLDER alone"},
         {"q serve --attr-timeout -1 $T/home", "--attr-timeout"},
         {"qvres --var $T/var setup --common", "does not go with --var"}};
     for (const auto& [call, reason] : calls) {

@@ -132,7 +132,7 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
           "/A/o.meta: metadata without its resource, and not well formed; renamed to "
           "\".meta.damaged\"\n"
           "/A/s.done: marker without its resource or folder; removed\n"
-          "/A/y: its label is of an earlier content; computed again\n"
+          "/A/y: its label is of an earlier content; computed anew\n"
           "/A/.h/no.meta: metadata without its resource; removed\n"},
          {"cd a; rm a:b.meta d.meta; q doctor /; ls -A . .h d; q check /A/y",
           ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nl\nl.meta\no.meta.damaged\nx\nx.done\n"

@@ -141,7 +141,7 @@ TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
         breaks("registry/user.x-ini", call, "1: " + user + damage + ".");
     for (const std::string file : {"policy.x-ini", "Profiles/profiles.x-ini"})
         Expect({{"mv " + var + file + " kept; qvres ls; mv kept " + var + file,
-                 "1: \"" + var + file + "\" is missing; \"qvres setup\" creates it again"}});
+                 "1: \"" + var + file + "\" is missing; \"qvres setup\" makes it anew"}});
     Expect(
         {{"touch f; export QV_REGISTRY_DIR=$T/f/no; qvres --json setup",
           "1{\"error\":\"" + registry +

@@ -137,7 +137,7 @@ bool IsAtOrBelow(const std::string& path, const std::string& folder)
     return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
 }
 
-/// Each call would also copy the copies of earlier calls. A link or another mount may be a way into
+/// Each call would copy the copies of the calls before, too. A link or another mount may lead into
 /// the folder.
 void RefuseCopyIntoItself(const TResourceManager& tree, const std::string& source,
                           const std::string& destination)

@@ -305,7 +305,7 @@ void TDoctor::ExamineLabel(const std::string& id)
     };
     if (!TResourceManager::IsValidResId(id, true) || matches())
         return;
-    Found(id, "its label is of an earlier content", "computed again", [&] {
+    Found(id, "its label is of an earlier content", "computed anew", [&] {
         try {
             CurrentLabel(m_host, id);
         } catch (const TFailure& failure) {

@@ -35,7 +35,7 @@ void AddServeCommand(CLI::App& app, THost& host)
         ->expected(1, 2);
     serve->callback([&host, options, places] {
         if (options->Stop && places->size() > 1)
-            throw CLI::ValidationError("--stop", "can only be used with FOLDER");
+            throw CLI::ValidationError("--stop", "goes with FOLDER alone");
         options->Folder = TSession::Absolute(places->back());
         if (places->size() > 1)
             options->Id = places->front();
