@@ -13,8 +13,8 @@
 
 #include "QvStd/Stream.h"
 
-/// Normalized id -> name as its creator spelled it, in byte order of the ids. The owner chooses the
-/// memory of its nodes; by default each is a separate heap allocation.
+/// Normalized id -> name as its creator spelled it, in byte order of the ids. The owner chooses
+/// where its nodes lie; by default each is a piece of the heap.
 using TJournalEntries = std::pmr::map<std::string, std::string>;
 
 enum class TJournalState

@@ -42,7 +42,7 @@ public:
     TQvPath DirFile() const;
     TQvPath XIniFile() const;
 
-    /// The entries of the journal when it was last loaded; stale after an append of any process.
+    /// What the journal held when it was last loaded; stale after an append of any process.
     const TJournalEntries& Dir() const { return m_dir->Entries; }
     /// Size in bytes and Unix time of the journal when this object last read, wrote or extended it.
     std::uint64_t DirSize() const { return m_dirSize; }
@@ -94,9 +94,8 @@ private:
         AsItIs,
         Rewritten
     };
-    /// The nodes share a few large blocks of memory, which shortens a load by a third. The memory
-    /// of removed nodes is freed by the next load; it is bounded by the number of lines of the
-    /// journal.
+    /// The nodes lie side by side in few pieces of memory, which takes a third off a load. Memory
+    /// of removed nodes is free again with the next load only: no more than the journal has lines.
     struct TDir
     {
         std::pmr::monotonic_buffer_resource Memory;
