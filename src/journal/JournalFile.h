@@ -119,8 +119,8 @@ private:
     int KeepOld() const;
 
     std::string m_path;      ///< as it was given
-    std::string m_target;    ///< behind all links
-    std::string m_temporary; ///< beside the target
+    std::string m_target;    ///< after all links
+    std::string m_temporary; ///< in the target's folder
     bool m_replaces = false;
     bool m_hasReplaced = false;
     int m_old = -1; ///< a descriptor of the file that is replaced
