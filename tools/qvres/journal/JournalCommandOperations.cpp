@@ -162,7 +162,7 @@ void Load(THost& host, TResStorage& storage)
     if (host.Json) {
         auto records = nlohmann::ordered_json::array();
         for (const auto& [id, name] : storage.Dir())
-            PutText(records.emplace_back(RecordOf(id)), "name", name);
+            PutText(records.emplace_back(RecordOf(std::string(id))), "name", std::string(name));
         host.Out.Line(ToJsonText(records));
         return;
     }
