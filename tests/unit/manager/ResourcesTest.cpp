@@ -75,6 +75,9 @@ TEST_P(Resources, CopiedAndMovedBetweenNodes)
                  {"move /A/x /A/y", true, "A/x=1 A/x.meta/", "A/x.meta/ A/y=1"},
                  {"delete /A/x", false, "A/x.meta=m"},
                  {"delete /A/x", true, "A/x=1 A/x.meta/", "A/x.meta/"}}); // no sidecar
+    Fill("A/x=1");
+    EXPECT_FALSE(Manager.CopyResourceMeta("/A/x", "/B/none"));
+    EXPECT_EQ(TResourceManager::LastFailure().Id, "/B/none");
     if (!IsAllOnDisk())
         return;
     // a hard link is another entry of one file: the source goes
