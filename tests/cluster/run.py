@@ -172,6 +172,7 @@ def settings(cluster, name, change, shown):
     for number, processes in cluster.rounds(commands):
         for place, process in enumerate(processes):
             tally.count(f"K{number}-{place}", process)
+    tally.check(len(tally.acknowledged) > 4 * ROUNDS, "too many were refused")  # of 6 a round; a killed brick may refuse some
     for folder in folders:
         answer = cluster.look(shown.format(folder=folder), lambda text: tally.acknowledged <= set(KEY.findall(text)))
         tally.check(answer.returncode == 0, f"cannot look: {answer.errors}")

@@ -15,12 +15,12 @@ After each of them the box is compared with what was reported:
 
 Exit status 77 where processes may not be traced or there are not two file systems.
 """
+import contextlib
 import errno
 import multiprocessing
 import os
 import pathlib
 import re
-import shutil
 import signal
 import subprocess
 import sys
@@ -80,10 +80,9 @@ class Row:
 
     def __init__(self, name, command, files, after, promise=None, between=None, is_kept=always, is_open=always, torn=None,
                  refused=None, undone=False):
-        self.name, self.command, self.promise, self.is_kept, self.is_open = name, command, promise, is_kept, is_open
+        self.name, self.command, self.after, self.promise, self.is_kept = name, command, after, promise, is_kept
+        self.between, self.torn, self.is_open, self.refused, self.undone = between or {}, torn or {}, is_open, refused, undone
         self.files = {"A/bystander": BYSTANDER, "A/bystander.meta": BYSTANDER, **files}
-        self.after, self.between, self.torn = after, between or {}, torn or {}
-        self.refused, self.undone = refused, undone
 
     def problems(self, found, is_done, is_cut=False, may_be_damaged=()):
         allowed = {path: [self.old.get(path), *self.between.get(path, [])] for path in self.old.keys() | self.between.keys()}
@@ -383,13 +382,14 @@ ROWS = [
 ]
 
 
-class Box:
+class Box(contextlib.ExitStack):
     """The folders of one run."""
 
     def __init__(self, row):
+        super().__init__()
         self.row = row
-        self.roots = [tempfile.mkdtemp(prefix="faults-", dir=folder) for folder in FILE_SYSTEMS]
-        self.trace = self.roots[0] + ".trace"
+        self.roots = [self.enter_context(tempfile.TemporaryDirectory(prefix="faults-", dir=folder)) for folder in FILE_SYSTEMS]
+        self.trace = self.enter_context(tempfile.NamedTemporaryFile()).name
         self.folders = {name: os.path.join(self.roots[name in "CF"], name) for name in "ABCFV"}
         self.command = [word.format(**self.folders) for word in row.command]
         for folder in self.folders.values():
@@ -400,14 +400,6 @@ class Box:
         for root in self.roots:  # so that two runs list the same times
             for folder, _, _ in os.walk(root):
                 os.utime(folder, (1600000000, 1600000000))
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        pathlib.Path(self.trace).unlink()
-        for root in self.roots:
-            shutil.rmtree(root)
 
     @staticmethod
     def make(path, file):

@@ -1,7 +1,10 @@
 // Values of X-Ini resources: xini get, list, set, unset.
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <thread>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -182,14 +185,31 @@ std::string TextWith(const TXIniPlace& place, const std::string& text, const TCh
     return QvFormatXIniTree(*document);
 }
 
+/// Opening finds out whether another opener holds the resource exclusively. It is closed again: a
+/// network file system takes the share lock and that of a change for one kind of lock. There, each
+/// change by another process refuses the open, too, and is waited for.
+bool OpensForWriting(const TResourceManager& tree, const std::string& id, const std::string& file)
+{
+    constexpr int kTries = 50;
+    for (int i = 0; i < kTries; ++i) {
+        if (*tree.OpenResource(id, kQvOpenWrite, kQvShareAll, 0))
+            return true;
+        const int error = TResourceManager::LastFailure().Error;
+        const bool isLocked = error == EACCES && access(file.c_str(), W_OK) == 0;
+        if (!isLocked && !QvIsStale(file, error))
+            return false;
+        TQvFileLock(file, kLockTimeoutMs); // gained when the change of another process is done
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
 void Change(THost& host, const TXIniPlace& place, const TChange& change)
 {
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, place.Id);
     const std::string file = tree.GetResourceFile(place.Id, false);
-    // Opening finds out whether another opener holds the resource exclusively. It is closed again:
-    // a network file system takes the share lock and the one below for the same kind of lock.
-    if (file.empty() || !*tree.OpenResource(place.Id, kQvOpenWrite, kQvShareAll, 0))
+    if (file.empty() || !OpensForWriting(tree, place.Id, file))
         ThrowFailed(Quoted(place.Id) + " cannot be written");
     const TQvFileLock lock(file, kLockTimeoutMs);
     CheckLock(lock, place.Id, file);
