@@ -166,6 +166,11 @@ void ThrowNaming(const std::string& id, const TQvMessage& message)
                    TResourceManager::LastFailure().Error);
 }
 
+std::string CauseText(int error)
+{
+    return error == EAGAIN ? "another process has locked it" : QvErrorText(error);
+}
+
 TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id)
 {
     const std::string& about = id.empty() ? cause.Id : id;
@@ -173,7 +178,7 @@ TFailure WithCause(const std::string& message, const TQvFailure& cause, const st
         return TFailure(message, about);
     const bool isNamed = cause.Id.empty() || message.find(cause.Id) != std::string::npos;
     return TFailure(message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") +
-                        QvErrorText(cause.Error),
+                        CauseText(cause.Error),
                     about, cause.Error);
 }
 

@@ -99,7 +99,7 @@ void TDoctor::Found(const std::string& id, const std::string& problem, const std
     }
     std::string line = id + ": " + problem;
     if (error != kNotTried)
-        line += error == 0 ? "; " + repaired : "; not repaired: " + QvErrorText(error);
+        line += error == 0 ? "; " + repaired : "; not repaired: " + CauseText(error);
     m_host.Out.Line(line);
 }
 
