@@ -101,6 +101,7 @@ TEST_F(TListTest, ListsForPeopleAndForScripts)
          {"q ls --sort size --kind resource /A | head -1; q ls --sort time /A | tail -1",
           "/A/big\n/A/a:b\t(not a valid id)\n"},
          {"q --mount /A/m/n=b ls /A/m; q --mount /A/m/n=b exists /a/m", "/A/m/n/\n2\n"},
+         {"q --mount /A/m/n=b rmdir /A/m", "", R"("/A/m" only contains mount points)"},
          {"q ls -l -1 /B /A/big /A/big; q --mount /A/m/n=b ls -R / | grep m",
           "/A/big\n/A/big\n/A/m/\n/A/m/n/\n"},
          {"q ls -0 --mask n* /A | od -An -c | tr -s ' '", " / A / n \\n \\0\n"},

@@ -138,7 +138,8 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
          {"cd a; rm a:b.meta d.meta; q doctor /; ls -A . .h d; q check /A/y",
           ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nl\nl.meta\no.meta.damaged\nx\nx.done\n"
           "x.meta\ny\ny.meta\nz\nz.meta.damaged\nz.meta.damaged.2\n\n.h:\n\nd:\nt.done\nok\n"},
-         {"mkdir c; qvres setup c; rmdir c; qvres doctor --repair /", "/c\n" + gone, "", 1},
+         {"mkdir c; qvres setup c; rmdir c; touch c; qvres doctor --repair /; rm c", "/c\n" + gone,
+          "", 1},
          {"qvres --json doctor / >x; cut -d, -f1,3- x",
           "{\"id\":\"/c\",\"repaired\":false,\"errno\":0}\n", "", 1},
          {"qvres ls /c", "", R"(the folder "$T/c" of the mount point "/c" does not exist)"}});

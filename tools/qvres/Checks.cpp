@@ -61,6 +61,8 @@ unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
                            Quoted(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id)) +
                            " of the mount point " + Quoted(id) + " does not exist",
                        id, ENOENT);
+    if (ShownKind(tree, id) == kResFolder)
+        throw TFailure(what + Quoted(id) + " only contains mount points", id, EROFS);
     throw TFailure(what + Quoted(id) + " does not exist", id, ENOENT);
 }
 
