@@ -14,9 +14,11 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
                                R"("invalid":0,"failed":0,"wouldCopy":[{"id":"/B/new/d/"},)"
                                R"({"id":"/B/new/d/1"}]})";
     Expect(
-        {{"echo m=1 >a/d/1.meta; q copy /A/d /A/x /B/n/; cat b/n/d/1 b/n/d/e/2 b/n/x",
-          "copied 2 resources (8 bytes) and 1 folder, skipped 1 existing\nold\nnew\nnew\n"},
-         {"q --quiet copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
+        {{"echo m=1 >a/d/1.meta; q copy /A/d /A/x /B/n/; cd b/n; grep '' d/1 d/e/2 x",
+          "copied 2 resources (8 bytes) and 1 folder, skipped 1 existing\n"
+          "d/1:old\nd/e/2:new\nx:new\n"},
+         {"q --quiet copy --overwrite /A/d /A/x /B/n; grep '' b/n/d/1*",
+          "b/n/d/1:new\nb/n/d/1.meta:m=1\n"},
          {"q copy /A/d/ /B/alone; q --quiet copy /A/d /B/alone; q ls -R /B/alone | tr '\n' ' '",
           "copied 2 resources (8 bytes) and 2 folders\n/B/alone/1 /B/alone/d/ /B/alone/d/1 "
           "/B/alone/d/e/ /B/alone/d/e/2 /B/alone/e/ /B/alone/e/2 "},
@@ -35,7 +37,7 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
           "copied 1 resource (4 bytes) and 1 folder, left out 2 hidden names, left out 1 name not "
           "valid as id\n",
           R"("/A/d/a:b" was left out, because it is not a valid id: it contains ":")"},
-         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"},
+         {"grep '' b/f/d/1 b/f/d/e", "b/f/d/1:new\nb/f/d/e:in the way\n"},
          // By its id, and by another mount of a folder in it.
          {"q copy /A/d/ /a/D/new; q --mount /C=a/d copy /A/d /C/new; ls a/d | grep new", "",
           itself + "\n" + itself}});
@@ -147,7 +149,7 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
 
 TEST_F(TServiceCommandTest, DoneMarkersAreWrittenAndRead)
 {
-    Expect({{"q done /A/step; q done /A/step ok; cat a/step.done; q done /A/step", "none\nokok\n"},
+    Expect({{"q done /A/step; q done /A/step ok; grep -H '' a/step.done", "none\na/step.done:ok\n"},
             {"q done /A/step fail; q --json done /A/step", "\"fail\"\n"},
             {"mkdir a/x.done; q done /A/x", "",
              R"(the marker "/A/x.done" cannot be read: Is a directory)"}});
@@ -186,5 +188,5 @@ TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
             {"q xini set /A/bad a 1", "", malformed},
             {"(flock -x 9; q xini set /A/x a/k 2) 9<a/x", "",
              R"("/A/x" cannot be written: Permission denied)"},
-            {"cat a/bad; stat -c %a a/x; ls -A a", "a\n640\nbad\nx\n"}});
+            {"cd a; grep -H '' bad; stat -c '%n %a' x; ls -A", "bad:a\nx 640\nbad\nx\n"}});
 }
