@@ -2,7 +2,7 @@
 """Makes the manual pages of qvres from its help, so that the two cannot differ.
 
 Usage: make_pages.py QVRES VERSION CHANGELOG SOURCE_FOLDER OUTPUT_FOLDER. Writes qvres.1.gz and qvres-COMMAND.1.gz for each command. What the
-help does not say stands in SOURCE_FOLDER/qvres.in and qvres-COMMAND.in: further sections, appended as they are. The pages written by
+help does not say is in SOURCE_FOLDER/qvres.in and qvres-COMMAND.in: further sections, appended as they are. The pages written by
 hand (SOURCE_FOLDER/*.7) are packed beside them. An unexpected form of the help is an error.
 """
 import email.utils

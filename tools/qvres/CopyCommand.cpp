@@ -168,7 +168,7 @@ struct TLeftOut
     std::size_t Failed = 0;
 };
 
-/// The content of a folder whose name is no valid id is left out with it.
+/// A folder whose name is no valid id is left out with its content.
 bool IsBelowInvalid(const std::string& id)
 {
     const std::string folder = QvExcludeTrailingSlash(QvExtractResPath(id));

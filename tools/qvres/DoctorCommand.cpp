@@ -342,17 +342,17 @@ void AddDoctorCommand(CLI::App& app, THost& host)
     const auto repairs = std::make_shared<bool>(false);
     CLI::App* doctor = AddCommand(
         app, "doctor",
-        "Look for what was left behind or damaged below a folder, or with one resource; one line "
+        "Find leftovers and damage below a folder, or of one resource; one line "
         "each:\nmetadata without its resource, metadata that is not well formed, temporary files "
         "older than\na day, markers (\"qvres done\") without a resource or folder, labels of an "
-        "earlier content,\nmount points whose folder is gone. The exit status is 1 when something "
+        "earlier content,\nmount points without their folder. The exit status is 1 when something "
         "was found and not\nrepaired. Contents are not read: \"qvres check\" does that",
         "  qvres doctor /Data\n"
         "  qvres doctor --repair /Data");
     doctor->add_flag("--repair,--mend", *repairs,
-                     "Remove metadata, markers and temporary files that belong to nothing, rename "
+                     "Remove metadata, markers and temporary files without an owner, rename "
                      "damaged\nmetadata to \".meta.damaged\" (with a number when that is taken), "
-                     "and compute labels anew");
+                     "and compute labels again");
     AddIdOption(*doctor, "ID", *id, "A folder or resource; \"/\" for the whole tree")->required();
     doctor->callback([&host, id, repairs] { TDoctor(host, *repairs).Examine(*id); });
 }

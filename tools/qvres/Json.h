@@ -1,7 +1,7 @@
 // JSON for output.
 //
-// A text that is no UTF-8, such as some file names, has replacement characters in JSON. Beside it
-// stands a member of the same name with "Hex" behind it: all its bytes, two digits each.
+// A text that is no UTF-8, such as some file names, has replacement characters in JSON. A second
+// member of that name with "Hex" appended then has all its bytes, two digits each.
 #pragma once
 
 #include <string>

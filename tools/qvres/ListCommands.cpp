@@ -297,7 +297,7 @@ void AddListCommands(CLI::App& app, THost& host)
     AddIdOption(*exists, "ID", *id, "Any id")->required();
     exists->callback([&host, id] { PrintExists(host, *id); });
 
-    CLI::App* file = AddCommand(app, "file", "Print the path of the disk file behind a resource",
+    CLI::App* file = AddCommand(app, "file", "Print the path of the disk file of a resource",
                                 "  less \"$(qvres file /Data/a)\"");
     AddIdOption(*file, "ID", *id, "A resource")->required();
     file->callback([&host, id] { PrintFile(host, *id); });

@@ -103,7 +103,7 @@ void Show(THost& host, const std::string& name)
         host.Out.Line(node.Name + "\t" + NodeTarget(node));
 }
 
-/// A profile is a folder of its name beside the list of profiles.
+/// A profile is a folder of its name, in the folder of the list of profiles.
 void CheckName(const std::string& name)
 {
     std::string problem = NameProblem(name);

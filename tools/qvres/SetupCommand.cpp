@@ -140,7 +140,7 @@ void Setup(THost& host, const TSetupOptions& options)
     const TQvPath folder = options.Folder ? FolderToMount(*options.Folder) : TQvPath();
     host.Session.StartConfiguration(false);
     TSettings settings = ChooseVarFolder(options);
-    ChooseRepository(options, settings); // a refusal leaves no folder behind
+    ChooseRepository(options, settings); // a refusal leaves no folder
     const TQvVarFolderLock lock(settings.VarFolder);
     ChooseRepository(options, settings); // another process may have changed it
     if (settings.StartsRepository)

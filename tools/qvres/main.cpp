@@ -74,7 +74,7 @@ void AddOptions(CLI::App& app, THost& host)
         ->type_name("KIND");
     app.add_flag("--quiet", host.Quiet, "No progress bar, and no summary of a copy");
     app.set_version_flag("--version", "qvres " QVRES_VERSION);
-    // The common options are understood behind the command, too.
+    // The common options are accepted after the command, too.
     app.fallthrough();
     app.require_subcommand(1);
     app.footer(kFooter);
