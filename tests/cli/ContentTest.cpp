@@ -21,13 +21,11 @@ TEST_F(TContentTest, OutputThatCannotBeWrittenIsAFailure)
     m_temp.Write("a/x", "content");
     m_temp.Write("a/big", std::string(1 << 20, 'x'));
     const std::string noSpace = "standard output cannot be written: No space left on device";
-    const std::string closed = "standard output cannot be written: Bad file descriptor";
     Expect({{"q cat /A/big >/dev/full", "", noSpace},
             {"q cat /A/x >/dev/full", "", noSpace},
-            {"q ls /A >/dev/full", "", noSpace},
-            {"q cat /A/x >&-", "", closed},
-            {"trap '' PIPE; q cat /A/big | true", "", "",
-             141}}); // a reader that leaves ends it quietly
+            {"q cat /A/x >&-", "", "standard output cannot be written: Bad file descriptor"},
+            // A reader that leaves ends it quietly.
+            {"trap '' PIPE; q cat /A/big | true", "", "", 141}});
 }
 
 TEST_F(TContentTest, WhatTheSystemRefusesIsSaidAsSuchAndOnce)
@@ -45,11 +43,11 @@ TEST_F(TContentTest, WhatTheSystemRefusesIsSaidAsSuchAndOnce)
          {R"(unshare -m sh -c 'mount -t tmpfs -o size=8k full b; head -c 9999 "$QVRES" >f
                     "$QVRES" --mount /B=b put /B/x f; "$QVRES" --var b setup; mount -o remount,ro b
                     "$QVRES" --mount /B=b mkdir /B/d; ls b')",
-             "Config\nLogs\nProfiles\nTmp\nUserData\npolicy.x-ini\n",
-             R"("/B/x" cannot be written: No space left on device
+          "Config\nLogs\nProfiles\nTmp\nUserData\npolicy.x-ini\n",
+          R"("/B/x" cannot be written: No space left on device
 "$T/b/Profiles/LocalProfile/profile.x-ini" cannot be written: No space left on device.
 the folder "/B/d" cannot be created: Read-only file system)",
-             0}});
+          0}});
 }
 
 TEST_F(TContentTest, RemovesWithMetadata)
@@ -83,7 +81,6 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
     const std::string isFolder = " is a folder; give the id of the resource to be written";
     Expect({{"q cat /A/x/", "", R"("/A/x/" is not a folder)"},
             {"q cat /A/d", "", R"("/A/d" is a folder)"},
-            {"q meta /A/no", "", R"("/A/no" does not exist)"},
             {"q put /A/d", "", R"("/A/d")" + isFolder},
             {"q put /A/x/y", "", R"("/A/x" is not a folder)"},
             {"q put /x", "", R"("/x" is outside the mounted folders)"},
@@ -98,16 +95,14 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q mkdir /A/x/y/z", "", R"("/A/x" is a resource)"},
             {"q mkdir /C/y", "", R"("/C/y" is outside the mounted folders)"},
             {"q rmdir --clear /A", "",
-             R"("/A" is a mount point; "qvres clear" empties it, )"
-             R"("qvres unmount" takes it out of the tree)"},
-            {"q rmdir /A/x", "", R"("/A/x" is not a folder)"},
+             R"("/A" is a mount point; "qvres clear" empties it, "qvres unmount" takes it out of )"
+             "the tree"},
             {"q clear /", "", R"("/" only contains mount points)"},
             {"q rename /A C", "",
              R"(The folder "/A" cannot be renamed: it is a mount point or contains one.)"},
             {"q rename /A/x y", "", R"("/A/x" is a resource; "qvres mv" renames resources)"},
             {"q rename /A/d x", "", R"("/A/x" exists already)"},
             {"q rename /A/d ..", "", R"(".." is not a valid name: it stands for a folder)"},
-            {"q backup /A", "", R"("/A" is a folder)"},
             {"q done /C/x ok", "", R"(the folder "/C" does not exist)"},
             {"q ls -R; cat a/x", "/A/\n/A/d/\n/A/d/y\n/A/x\n/B/\ncontent"}});
 }

@@ -64,7 +64,7 @@ TEST_F(TJournalCommandTest, RepairsNothingThatItCouldNotRead)
     };
     {
         const TQvFileStream busy(TQvPath(m_temp / "s/$QvStorage.list"), kQvOpenReadWrite, 0);
-        fails("$QVRES --var var", "another program has locked it");
+        fails("$QVRES --var var", "another process has locked it");
     }
     const std::string trace = "ASAN_OPTIONS=detect_leaks=0 strace -o trace -e trace=fsync,openat,"
                               R"(pread64 -P "$T/$J" -P "$T/s" -e inject=)";
@@ -95,16 +95,13 @@ TEST_F(TJournalCommandTest, Fails)
             {"j add s /", "", R"(a journal has no record of "/" itself)"},
             {"j add s /b?", "", R"(a journal cannot contain the id "/b?")"},
             {"j load nowhere", "", "no such folder: $T/nowhere"},
-            {"j load ''", "", R"(no such folder: "")"},
             {"j load /", "", R"("/" cannot be a storage folder)"},
             {"j verify a; ls a; j rebuild a; j verify a", "whole\n",
              "$T/a is no storage: it contains neither $QvStorage.list nor content"},
             {R"(mkdir 'a\b'; j load 'a\b')", "",
              R"(a storage folder's path must not contain a backslash: $T/a\b)"},
             {R"(rm "$J"; ln -s '$QvStorage.list' "$J"; j load s)", "",
-             "$T/s/$QvStorage.list: Too many levels of symbolic links"},
-            {R"(rm "$J"; j add s /x; j load s >/dev/full)", "",
-             "standard output cannot be written: No space left on device"}});
+             "$T/s/$QvStorage.list: Too many levels of symbolic links"}});
     for (const char* arguments : {"", "load", "add s", "load s /A", "mend s"})
         EXPECT_EQ(Answer(std::string("j ") + arguments).Status, 2) << arguments;
 }

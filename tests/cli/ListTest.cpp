@@ -18,7 +18,6 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"q exists /A /B", "qvres exists --help"},
         {"q ls --kind device", "device not in"},
         {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
-        {"q done /A/step perhaps", "perhaps not in"},
         {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
         {"q serve --stop /A $T/a", "--stop: goes with FOLDER alone"},
         {"q serve --attr-timeout -1 b", R"("-1" is not a number of seconds from 0 to 86400)"},
@@ -36,14 +35,14 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
 TEST_F(TListTest, EveryCommandExplainsItself)
 {
     // One line for each command in the overview, then its own page.
-    Expect({{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
-             "clear rename meta id copy label check backup restore done open xini setup profile "
-             "journal "
-             "which doctor serve help; do "
-             "qvres --help | grep -q \"^  $name \" || echo $name is missing; "
-             "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
-             "grep -q -e --mount help || cat help; qvres help $name | cmp - help; done",
-             ""}});
+    Expect(
+        {{"for name in mounts mount unmount ls stat exists file cat put cp mv rm mkdir rmdir "
+          "clear rename meta id copy label check backup restore done open xini setup profile which "
+          "journal doctor serve help; do qvres --help | grep -q \"^  $name \" || echo $name is "
+          "missing; "
+          "qvres $name --help >help; grep -q \"^Usage: qvres $name\" help || cat help; "
+          "grep -q -e --mount help || cat help; qvres help $name | cmp - help; done",
+          ""}});
 }
 
 TEST_F(TListTest, ListsSortedWithMaskAndKind)
@@ -57,7 +56,6 @@ TEST_F(TListTest, ListsSortedWithMaskAndKind)
             {"q ls /A/b.txt; q ls /B", "/A/b.txt\n"},
             {"q exists /A/b.txt; q exists /A; q exists /A/no; q exists /a//b", "1\n2\n0\n0\n"},
             {"q file /A/b.txt", "$T/a/b.txt\n"},
-            {"q ls /A/no", "", R"("/A/no" does not exist)"},
             {"q ls /A/b.txt/", "", R"("/A/b.txt" is not a folder)"},
             {"q stat A", "", R"("A" is not a valid resource id: it does not begin with "/")"},
             {"q stat '/A/no\nline'", "",
@@ -84,13 +82,9 @@ TEST_F(TListTest, LongListingAndRecords)
                             "resource              5 " + time + " /A/" + name + "\n"},
          {"q --json ls /A | mask", "[\n" + folder + "\",\"created\":TIME},\n" + resource + "]\n"},
          {"q stat --json '/A/" + name + "' | mask", resource},
-         {"q --json ls --kind resource /A | sed -n 2p >l; q --json stat '/A/" + name +
-              "' | cmp - l",
-          ""},
-         {"q --json label --weak '/A/" + name + "' | cut -d, -f2; q --json id parts '/" + name +
-              "'",
-          "\"idHex\":\"2f412f7820c3a4ff\"\n[{\"value\":\"x "
-          "\xC3\xA4\xEF\xBF\xBD\",\"valueHex\":\"7820c3a4ff\"}]\n"},
+         {"q --json label --weak '/A/" + name + "' | cut -d, -f2",
+          "\"idHex\":\"2f412f7820c3a4ff\"\n"},
+         {"qvres --json id parts '/" + name + "' | cut -d, -f2", "\"valueHex\":\"7820c3a4ff\"}]\n"},
          {"q ls --json /B", "[\n]\n"},
          {"q --json stat / | cut -d, -f3-", "\"size\":0,\"updated\":null,\"created\":null}\n"},
          {"q stat /", "id:      /\nkind:    folder\nsize:    0\nupdated: -\ncreated: -\n"}});
@@ -98,16 +92,16 @@ TEST_F(TListTest, LongListingAndRecords)
 
 TEST_F(TListTest, ListsForPeopleAndForScripts)
 {
-    const std::string names =
-        "/A/.h\n/A/a:b\t(not a valid id)\n/A/big\n/A/m/\n/A/n?\t(not a valid id)\n";
     Expect(
         {{"cd a; touch .h a:b 'n\n'; echo m=1 >big.meta; truncate -s 1536 big; touch -d @1 a:b",
           ""},
-         {"q --mount /A/m/n=b ls -a /A", names},
+         {"q --mount /A/m/n=b ls -a /A",
+          "/A/.h\n/A/a:b\t(not a valid id)\n/A/big\n/A/m/\n/A/n?\t(not a valid id)\n"},
          {"q ls -lh --mask 'b*' /A | cut -c1-19", "resource    1.5 KiB\n"},
          {"q ls --sort size --kind resource /A | head -1; q ls --sort time /A | tail -1",
           "/A/big\n/A/a:b\t(not a valid id)\n"},
          {"q --mount /A/m/n=b ls /A/m; q --mount /A/m/n=b exists /a/m", "/A/m/n/\n2\n"},
+         {"q --mount /A/m/n=b rmdir /A/m", "", R"("/A/m" only contains mount points)"},
          {"q ls -l -1 /B /A/big /A/big; q --mount /A/m/n=b ls -R / | grep m",
           "/A/big\n/A/big\n/A/m/\n/A/m/n/\n"},
          {"q ls -0 --mask n* /A | od -An -c | tr -s ' '", " / A / n \\n \\0\n"},
@@ -129,6 +123,5 @@ TEST_F(TListTest, IdsAsTextNeedNoTree)
             {"qvres id parts '/A/b c'; qvres --json id parts /A/b", "A\nb c\n[\"A\",\"b\"]\n"},
             {"qvres id parts A", "",
              R"(Internal error: BreakIdIntoParts: not an absolute ResId: "A")"},
-            {"qvres id valid /A; qvres id valid '/*'", "true\nfalse\n"},
-            {"qvres id valid --wildcards '/*'", "true\n"}});
+            {"qvres id valid '/*'; qvres id valid --wildcards '/*'", "false\ntrue\n"}});
 }

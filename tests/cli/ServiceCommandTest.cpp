@@ -14,9 +14,11 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
                                R"("invalid":0,"failed":0,"wouldCopy":[{"id":"/B/new/d/"},)"
                                R"({"id":"/B/new/d/1"}]})";
     Expect(
-        {{"echo m=1 >a/d/1.meta; q copy /A/d /A/x /B/n/; cat b/n/d/1 b/n/d/e/2 b/n/x",
-          "copied 2 resources (8 bytes) and 1 folder, skipped 1 existing\nold\nnew\nnew\n"},
-         {"q --quiet copy --overwrite /A/d /A/x /B/n; cat b/n/d/1 b/n/d/1.meta", "new\nm=1\n"},
+        {{"echo m=1 >a/d/1.meta; q copy /A/d /A/x /B/n/; cd b/n; grep '' d/1 d/e/2 x",
+          "copied 2 resources (8 bytes) and 1 folder, skipped 1 existing\n"
+          "d/1:old\nd/e/2:new\nx:new\n"},
+         {"q --quiet copy --overwrite /A/d /A/x /B/n; grep '' b/n/d/1*",
+          "b/n/d/1:new\nb/n/d/1.meta:m=1\n"},
          {"q copy /A/d/ /B/alone; q --quiet copy /A/d /B/alone; q ls -R /B/alone | tr '\n' ' '",
           "copied 2 resources (8 bytes) and 2 folders\n/B/alone/1 /B/alone/d/ /B/alone/d/1 "
           "/B/alone/d/e/ /B/alone/d/e/2 /B/alone/e/ /B/alone/e/2 "},
@@ -35,7 +37,7 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
           "copied 1 resource (4 bytes) and 1 folder, left out 2 hidden names, left out 1 name not "
           "valid as id\n",
           R"("/A/d/a:b" was left out, because it is not a valid id: it contains ":")"},
-         {"cat b/f/d/1 b/f/d/e", "new\nin the way\n"},
+         {"grep '' b/f/d/1 b/f/d/e", "b/f/d/1:new\nb/f/d/e:in the way\n"},
          // By its id, and by another mount of a folder in it.
          {"q copy /A/d/ /a/D/new; q --mount /C=a/d copy /A/d /C/new; ls a/d | grep new", "",
           itself + "\n" + itself}});
@@ -44,27 +46,23 @@ TEST_F(TServiceCommandTest, CopyKeepsTheLayoutAndNamesWhatFailed)
 TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
 {
     const std::string weak = "size:     9\ntime:     2023-11-15T00:13:20+02:00\n";
+    const std::string line = "line 1: expected name=value, [section] or a comment.";
     const std::string label = weak + "checksum: cbf43926\n";
-    const std::string record = "{\"id\":\"/A/x\",\"size\":9,\"time\":\"2023-11-15T00:13:21+02:00\","
-                               "\"checksum\":\"015f0201\"}\n";
-    const std::string none = R"("/A/x" has no stored label; "qvres label" stores one)";
-    Expect({{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
-            {"q label --stored /A/x", "", none},
-            {"q check /A/x", "", none},
-            {"q label /A/x; q check /A/x", label + "ok\n"},
-            // Size and time stay: only the check reads the content.
-            {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
-            {"q check /A/x", "changed\n", "", 1},
-            {"touch -d @1700000001 a/x; q label --stored /A/x", label},
-            {"q --json label /A/x; q check /A/x", record + "ok\n"},
-            // It cannot be stored in what is no X-Ini document, and is good all the same.
-            {"echo text >a/x.meta; q label /A/x >dead; cat a/x.meta", "text\n",
-             R"(the label of "/A/x" was not stored, because its metadata is damaged: )"
-             "line 1: expected name=value, [section] or a comment.",
-             0},
-            {"q check /A/x", "",
-             R"(the metadata of "/A/x" is damaged: line 1: expected )"
-             "name=value, [section] or a comment."}});
+    const std::string record =
+        R"({"id":"/A/x","size":9,"time":"2023-11-15T00:13:21+02:00","checksum":"015f0201"})";
+    Expect(
+        {{"printf 123456789 >a/x; touch -d @1700000000 a/x; q label --weak /A/x", weak},
+         {"q label --stored /A/x", "", R"("/A/x" has no stored label; "qvres label" stores one)"},
+         {"q label /A/x; q check /A/x", label + "ok\n"},
+         // Size and time stay: only the check reads the content.
+         {"printf 987654321 >a/x; touch -d @1700000000 a/x; q label /A/x", label},
+         {"q check /A/x", "changed\n", "", 1},
+         {"touch -d @1700000001 a/x; q label --stored /A/x", label},
+         {"q --json label /A/x; q check /A/x", record + "\nok\n"},
+         // It cannot be stored in what is no X-Ini document, and is good all the same.
+         {"echo text >a/x.meta; q label /A/x >dead; cat a/x.meta", "text\n",
+          R"(the label of "/A/x" was not stored, because its metadata is damaged: )" + line, 0},
+         {"q check /A/x", "", R"(the metadata of "/A/x" is damaged: )" + line}});
 }
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
@@ -110,28 +108,24 @@ TEST_F(TServiceCommandTest, WhichShowsTheMountAndTheFilesOfAnId)
          {"q backup /A/x; q which /A/x | tail -1",
           "/A/backup/x.1970-01-01.02-00-01\nbackup:  /A/backup/x.1970-01-01.02-00-01\n"},
          // What a command prints with --json is one document.
-         {"touch a/y; q label /A/y >dead; for call in mounts 'stat /A/y' 'exists /A/y' 'file /A/y' "
-          "'check /A/y' 'backup --list /A/x' 'copy /A/y /B' 'backup /A/y' 'restore /A/y' 'id "
-          "compact /A'; "
+         {"touch a/y; q label /A/y >dead; for call in mounts 'stat /A' 'exists /A/y' 'file /A/y' "
+          "'check /A/y' 'backup --list /A/x' 'copy /A/y /B' 'backup /A/y' 'restore /A/y'; "
           "do q --json $call | python3 -m json.tool >dead || echo $call; done"}});
 }
 
 TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
 {
-    const std::string damage = "/A/z.meta: metadata that is not well formed: line 1: expected "
-                               "name=value, [section] or a comment.";
     const std::string gone =
-        "/c: its folder \"$T/c\" is gone; \"qvres unmount /c\" takes it out of the tree";
+        "/c: its folder \"$T/c\" is gone; \"qvres unmount /c\" takes it out of the tree\n";
     Expect(
         {{"cd a; mkdir d .h; touch x y z x.done d.done .x.0123456789abcdef.tmp d/t.done; "
           "echo x=1 | tee x.meta d.meta >.h/no.meta; printf ok | tee s.done >d.done; "
           "q label /A/y >../dead; touch -d @1 y .z.0123456789abcdef.tmp; echo bad | tee o.meta "
           "z.meta.damaged >z.meta; ln -s gone l; echo x=1 | tee a:b.meta >l.meta",
           ""},
-         {"q doctor /A/z",
-          "/A/.z.0123456789abcdef.tmp: temporary file, left over since "
-          "1970-01-01T02:00:01+02:00\n" +
-              damage + "\n",
+         {"q doctor /A/z | sed s/line.*comment//",
+          "/A/.z.0123456789abcdef.tmp: temporary file, left over since 1970-01-01T02:00:01+02:00\n"
+          "/A/z.meta: metadata that is not well formed: .\n",
           "", 1},
          {"q doctor --mend / | sed /z/d\\;s/:.line.*comment.//",
           "/A/a:b.meta: metadata without its resource, whose name is not a valid id: it contains "
@@ -146,7 +140,8 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
          {"cd a; rm a:b.meta d.meta; q doctor /; ls -A . .h d; q check /A/y",
           ".:\n.h\n.x.0123456789abcdef.tmp\nd\nd.done\nl\nl.meta\no.meta.damaged\nx\nx.done\n"
           "x.meta\ny\ny.meta\nz\nz.meta.damaged\nz.meta.damaged.2\n\n.h:\n\nd:\nt.done\nok\n"},
-         {"mkdir c; qvres setup c; rmdir c; qvres doctor --repair /", "/c\n" + gone + "\n", "", 1},
+         {"mkdir c; qvres setup c; rmdir c; touch c; qvres doctor --repair /; rm c", "/c\n" + gone,
+          "", 1},
          {"qvres --json doctor / >x; cut -d, -f1,3- x",
           "{\"id\":\"/c\",\"repaired\":false,\"errno\":0}\n", "", 1},
          {"qvres ls /c", "", R"(the folder "$T/c" of the mount point "/c" does not exist)"}});
@@ -154,7 +149,7 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
 
 TEST_F(TServiceCommandTest, DoneMarkersAreWrittenAndRead)
 {
-    Expect({{"q done /A/step; q done /A/step ok; cat a/step.done; q done /A/step", "none\nokok\n"},
+    Expect({{"q done /A/step; q done /A/step ok; grep -H '' a/step.done", "none\na/step.done:ok\n"},
             {"q done /A/step fail; q --json done /A/step", "\"fail\"\n"},
             {"mkdir a/x.done; q done /A/x", "",
              R"(the marker "/A/x.done" cannot be read: Is a directory)"}});
@@ -174,8 +169,8 @@ TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
     m_temp.Write(
         "a/x",
         "; kept\r\n[a]\r\n  k =  old\r\n\r\n  [k]\r\n  [/k]\r\n[/a]\r\n[a]\n  k=2\n[/]\nend=");
-    const std::string malformed = R"("/A/bad" is not well formed: line 1: expected )"
-                                  "name=value, [section] or a comment.";
+    const std::string malformed =
+        R"("/A/bad" is not well formed: line 1: expected name=value, [section] or a comment.)";
     Expect({{"chmod 640 a/x; q xini get /A/x a/k", "old\n"},
             {"q xini set /A/x a/k ' new '; q --json xini get /A/x a/k", "\" new \"\n"},
             {"q xini set /A/x b/c/k 1; q cat /A/x",
@@ -188,14 +183,10 @@ TEST_F(TServiceCommandTest, XIniChangesOneValueAndNothingElse)
             {"q xini set /A/new s/k 1; cat a/new; rm a/new", "[s]\n  k=1\n[/s]\n"},
             {"q xini set /A/new k= 1", "",
              R"("/A/new": "X-Ini document" cannot be written: "k=" cannot be the name of a key.)"},
-            {"q xini get /A/x a/no", "", R"("/A/x" has no value at "a/no")"},
             {"q xini get /A/x no/k", "", R"("/A/x" has no section "no" of "no/k")"},
-            {"q xini set /A/x a= 1", "",
-             R"("/A/x": "X-Ini document" cannot be written: )"
-             R"("a=" cannot be the name of a key.)"},
             {"echo a >a/bad; q xini get /A/bad a", "", malformed},
             {"q xini set /A/bad a 1", "", malformed},
             {"(flock -x 9; q xini set /A/x a/k 2) 9<a/x", "",
              R"("/A/x" cannot be written: Permission denied)"},
-            {"cat a/bad; stat -c %a a/x; ls -A a", "a\n640\nbad\nx\n"}});
+            {"cd a; grep -H '' bad; stat -c '%n %a' x; ls -A", "bad:a\nx 640\nbad\nx\n"}});
 }

@@ -15,17 +15,16 @@ TEST_F(TSetupTest, AFreshHomeGoesFromNothingToWrittenWithThreeCommands)
             {"qvres setup a; cd registry; ls *.x-ini; grep -ho 'VarPath.*' *",
              "/a\nuser.x-ini\nVarPath=" + var + "\n"},
             {"qvres setup b", "",
-             R"(there are profiles already; "qvres profile add NAME FOLDER" )"
-             "adds a folder to one of them"},
-            {"cd registry; rm user.x-ini; mkdir user.x-ini; $QVRES ls 2>&1 | tail -1",
-             "qvres: the registry \"$T/registry/user.x-ini\" cannot be read: Is a directory\n"}});
+             R"(there are profiles already; "qvres profile add NAME FOLDER" adds a folder to one )"
+             "of them"},
+            {"cd registry; rm user.x-ini; mkdir user.x-ini; qvres ls", "",
+             R"(the registry "$T/registry/user.x-ini" cannot be read: Is a directory)"}});
 }
 
 TEST_F(TSetupTest, WithVarTheRegistryStaysAsItIs)
 {
     Expect({{"q --var var ls", "",
-             R"(the VAR folder "$T/var" is not set up; )"
-             R"(run "qvres --var var setup FOLDER" first)"},
+             R"(the VAR folder "$T/var" is not set up; run "qvres --var var setup FOLDER" first)"},
             {"qvres --var var setup a; qvres --var var ls; ls -A registry home",
              "/a\n/a/\nhome:\n\nregistry:\n"},
             // What is common stays common.
@@ -37,16 +36,12 @@ TEST_F(TSetupTest, MountsLastForACallOrForGood)
 {
     const TEnvironmentVariable var("QV_VAR_FOLDER", m_temp / "var");
     const std::string record = R"({"id":"/My Data","folder":"$T/a","persistent":true})";
-    const std::string taken = R"("/MY DATA" is already a mount point)";
-    const std::string noFolder = R"(the folder "no" does not exist)";
     Expect({{"qvres setup; qvres profile create P; touch a/x", ""},
             {"cd b; qvres mount '/My Data/' ../a; qvres --json mounts", "[" + record + "]\n"},
             {"qvres --mount /B/=b mounts", "/My Data\t$T/a\n/B\t$T/b\n"},
             {"qvres ls '/my data'", "/my data/x\n"},
-            {"qvres --mount '/MY DATA=.' ls", "", taken},
-            {"qvres --mount /C=no ls", "", noFolder},
-            {"qvres mount '/MY DATA' b", "", taken},
-            {"qvres mount /C no", "", noFolder},
+            {"qvres --mount '/MY DATA=.' ls", "", R"("/MY DATA" is already a mount point)"},
+            {"qvres mount /C no", "", R"(the folder "no" does not exist)"},
             {"qvres mount /C a/x", "", R"("a/x" is not a folder)"},
             {"qvres setup ''", "", R"("" is no usable path of a folder: Invalid argument)"},
             {"qvres mount / b", "", "a mount point needs a name: the root of the tree is not one"},
@@ -83,9 +78,7 @@ TEST_F(TSetupTest, PublishedProfilesArePickedUpAndMarked)
           "- remote      1 FREE Alpha\n* local       1 FREE LocalProfile\n"},
          {"qvres profile remove Alpha", "", refusal},
          {"qvres profile select ALPHA; qvres ls", "/a/\n"},
-         {"qvres profile add Alpha b", "", refusal},
          {"qvres mount /C b", "", refusal},
-         {"qvres unmount /a", "", refusal},
          {"mv repo gone; qvres ls", "",
           missing + R"(; "qvres setup --repository DIR" names another one, "" none)"},
          {"qvres setup --repository ''; qvres ls", "/a/\n"},
@@ -112,7 +105,6 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
             {"mkdir c c/B; qvres profile add Work c/B", "",
              R"("/b" is already a mount point of the profile "Work")"},
             {"qvres profile add No b", "", R"(there is no profile "No")"},
-            {"qvres profile select No", "", R"(there is no profile "No")"},
             {"qvres profile remove first", "",
              R"(the profile "First" is the current one; select another one first)"},
             {"qvres profile select Work; qvres ls; qvres profile remove First", "/b/\n"},
@@ -125,30 +117,26 @@ TEST_F(TSetupTest, ProfilesAreMadeShownAndRemoved)
 TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
 {
     const std::string var = "$T/home/.config/velmor/KORVADELAirlane7.VAR/";
-    const std::string damage = " is not well formed: line 2: expected name=value, "
-                               "[section] or a comment";
-    const std::string registry =
-        "The setting of the VAR folder cannot be written to the registry: ";
-    const auto breaks = [&](const std::string& file, const std::string& call,
-                            const std::string& error) {
-        Expect({{"cp " + file + " kept; printf 'k=1\\nbad\\n' >" + file + "; " + call, "", error},
-                {"cp kept " + file, ""}});
+    const auto breaks = [&](const std::string& file, const std::string& call) {
+        const std::string damage = "line 2: expected name=value, [section] or a comment.";
+        Expect({{"cp " + file + " kept; printf 'k=1\\nbad\\n' >" + file + "; " + call, "",
+                 "\"" + file + "\" is not well formed: " + damage},
+                {"cp kept " + file}});
     };
     Expect({{"qvres setup a", "/a\n"}});
-    for (const std::string file :
+    for (const char* file :
          {"policy.x-ini", "Profiles/profiles.x-ini", "Profiles/LocalProfile/profile.x-ini"})
-        breaks(var + file, "qvres ls", "\"" + var + file + "\"" + damage + ".");
-    const std::string user = R"("$T/registry/user.x-ini")";
+        breaks(var + file, "qvres ls");
     // It could name another VAR folder than the default one.
-    for (const std::string call : {"qvres ls", "qvres setup"})
-        breaks("registry/user.x-ini", call, user + damage + ".");
+    for (const char* call : {"qvres ls", "qvres setup"})
+        breaks("$T/registry/user.x-ini", call);
     for (const std::string file : {"policy.x-ini", "Profiles/profiles.x-ini"})
         Expect({{"mv " + var + file + " kept; qvres ls; mv kept " + var + file, "",
                  "\"" + var + file + "\" is missing; \"qvres setup\" makes it anew"}});
     Expect(
         {{"touch f; export QV_REGISTRY_DIR=$T/f/no; qvres --json setup", "",
-          "{\"error\":\"" + registry +
-              R"(\"$T/f/no/user.x-ini\" cannot be written: Not a directory","id":null,"errno":20})"}});
+          R"({"error":"The setting of the VAR folder cannot be written to the registry: )"
+          R"(\"$T/f/no/user.x-ini\" cannot be written: Not a directory","id":null,"errno":20})"}});
 }
 
 TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
@@ -162,7 +150,6 @@ TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
     m_temp.Write("var/Profiles/Bad/profile.x-ini", "half a line");
     Expect({{"qvres --var var setup", "", refusal},
             {"qvres --var var profile select LocalProfile", "", refusal},
-            {"qvres --var var profile add LocalProfile b", "", refusal},
             {"qvres --var var ls; cat var/Profiles/Bad/*", "/a/\nhalf a line"},
             {"qvres --var var profile list | mask", "* local       1 FREE LocalProfile\n", damage},
             {"qvres --var var profile show bad", "", damage}});

@@ -61,6 +61,8 @@ unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
                            Quoted(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id)) +
                            " of the mount point " + Quoted(id) + " does not exist",
                        id, ENOENT);
+    if (ShownKind(tree, id) == kResFolder)
+        throw TFailure(what + Quoted(id) + " only contains mount points", id, EROFS);
     throw TFailure(what + Quoted(id) + " does not exist", id, ENOENT);
 }
 
@@ -166,6 +168,11 @@ void ThrowNaming(const std::string& id, const TQvMessage& message)
                    TResourceManager::LastFailure().Error);
 }
 
+std::string CauseText(int error)
+{
+    return error == EAGAIN ? "another process has locked it" : QvErrorText(error);
+}
+
 TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id)
 {
     const std::string& about = id.empty() ? cause.Id : id;
@@ -173,7 +180,7 @@ TFailure WithCause(const std::string& message, const TQvFailure& cause, const st
         return TFailure(message, about);
     const bool isNamed = cause.Id.empty() || message.find(cause.Id) != std::string::npos;
     return TFailure(message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") +
-                        QvErrorText(cause.Error),
+                        CauseText(cause.Error),
                     about, cause.Error);
 }
 

@@ -52,6 +52,9 @@ var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string
 /// Ends a command with a message of the library, preceded by `id` unless the message names it.
 [[noreturn]] void ThrowNaming(const std::string& id, const TQvMessage& message);
 
+/// The text of an errno; that of a lock that could not be had says so.
+std::string CauseText(int error);
+
 /// The message followed by the cause, which names its id when the message does not. `id` is what
 /// the failure is about, where that is not the cause's.
 TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id = {});

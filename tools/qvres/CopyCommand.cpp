@@ -304,7 +304,7 @@ void AddCopyCommand(CLI::App& app, THost& host)
     command->add_flag("--dry-run", options->DryRun,
                       "Change nothing; print the ids that would be written");
     AddIdsOption(*command, "SRC", options->Ids,
-                 "Resources and folders, then the folder to copy into")
+                 "Resources and folders, then DESTFOLDER, the folder to copy into")
         ->required()
         ->expected(2, -1);
     command->callback([&host, options] { Copy(host, *options); });

@@ -73,6 +73,7 @@ private:
     const TResourceManager& m_tree;
     bool m_repairs;
     bool m_foundAny = false;
+    std::set<std::string> m_reported; ///< folders that cannot be examined
 };
 
 void TDoctor::CannotRead(const std::string& id, int error)
@@ -99,7 +100,7 @@ void TDoctor::Found(const std::string& id, const std::string& problem, const std
     }
     std::string line = id + ": " + problem;
     if (error != kNotTried)
-        line += error == 0 ? "; " + repaired : "; not repaired: " + QvErrorText(error);
+        line += error == 0 ? "; " + repaired : "; not repaired: " + CauseText(error);
     m_host.Out.Line(line);
 }
 
@@ -135,7 +136,10 @@ void TDoctor::ExamineMounts(const std::string& id)
         const TQvResult exists = QvFileDirExists(folder, &isFolder);
         if (exists.HasFailed())
             CannotRead(point, exists.Error());
-        else if (!isFolder)
+        if (exists && isFolder)
+            continue;
+        m_reported.insert(point);
+        if (!exists.HasFailed())
             Found(point,
                   "its folder " + Quoted(folder) + " is gone; \"qvres unmount " + point +
                       "\" takes it out of the tree",
@@ -149,19 +153,21 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
     std::vector<TQvFailure> failures;
     m_tree.Find(items, id, "*", kFindFolders | kFindRecursive | kFindHidden | kFindMounts,
                 &m_host.Progress, &failures);
-    std::set<std::string> folders = {id};
+    for (const TQvFailure& failure : failures)
+        if (m_reported.insert(failure.Id).second)
+            CannotRead(failure.Id, failure.Error);
+    std::vector<std::string> folders = {id};
     for (TQvResFindItem& item : *items)
-        folders.insert(std::move(item.Id));
-    for (const TQvFailure& failure : failures) {
-        CannotRead(failure.Id, failure.Error);
-        folders.erase(failure.Id);
-    }
-    return {folders.begin(), folders.end()};
+        folders.push_back(std::move(item.Id));
+    std::sort(folders.begin(), folders.end());
+    return folders;
 }
 
 /// With the name of a resource only the files that belong to it.
 void TDoctor::ExamineFolder(const std::string& id, const std::string& onlyName)
 {
+    if (m_reported.count(id) != 0)
+        return;
     // A disk name that is no valid id cannot be opened.
     if (!TResourceManager::IsValidResId(id, true))
         return CannotRead(id, EINVAL);

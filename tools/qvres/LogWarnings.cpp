@@ -36,10 +36,14 @@ void LogWarnings::Collect()
         QvSetLogSink(&Keep);
 }
 
-std::string LogWarnings::Last()
+std::string LogWarnings::WithLast(std::string message)
 {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    return g_warnings.empty() ? std::string() : g_warnings.back();
+    if (g_warnings.empty())
+        return message;
+    if (!message.empty() && message.back() == '.')
+        message.pop_back();
+    return message + ": " + g_warnings.back();
 }
 
 void LogWarnings::PrintUnsaid()

@@ -12,6 +12,7 @@
 #include "Failure.h"
 #include "HumanText.h"
 #include "Json.h"
+#include "LogWarnings.h"
 #include "ProfileState.h"
 
 namespace
@@ -173,7 +174,8 @@ void Remove(THost& host, const std::string& name)
     change.Save();
     // Saving only logs a folder that stays.
     if (QvFileDirExists(folder, nullptr))
-        throw TFailure("the folder " + Quoted(folder.toSysStr()) + " could not be removed");
+        throw TFailure(LogWarnings::WithLast("the folder " + Quoted(folder.toSysStr()) +
+                                             " could not be removed"));
 }
 
 using TOnProfile = void (*)(THost&, const std::string&);

@@ -32,7 +32,8 @@ void AddServeCommand(CLI::App& app, THost& host)
     const auto options = std::make_shared<TServeOptions>();
     const auto places = std::make_shared<std::vector<std::string>>();
     serve->add_flag("--read-only", options->ReadOnly, "Nothing can be changed");
-    serve->add_flag("--foreground", options->Foreground, "Do not return; Ctrl-C ends it");
+    serve->add_flag("--foreground", options->Foreground,
+                    "Do not return; Ctrl-C or SIGTERM ends it, with exit status 0");
     serve->add_flag("--allow-other", options->AllowOther,
                     "Show the tree to other users, too: root may, others where /etc/fuse.conf has "
                     "user_allow_other");

@@ -72,12 +72,8 @@ void ApplySettings(const TSettings& settings)
 {
     std::string error;
     if (!TQvCPUtils::PerformOK(settings.VarFolder, settings.Common, settings.UseRepository,
-                               settings.Repository, error)) {
-        const std::string cause = LogWarnings::Last();
-        if (!cause.empty() && error.back() == '.')
-            error.pop_back();
-        throw TFailure(error + (cause.empty() ? cause : ": " + cause));
-    }
+                               settings.Repository, error))
+        throw TFailure(LogWarnings::WithLast(error));
 }
 
 /// A repository may publish one of the first profile's name.

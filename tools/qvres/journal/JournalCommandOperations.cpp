@@ -58,7 +58,7 @@ void RequireHeld(const TQvLockFile& lock, const TResStorage& storage)
 {
     if (!lock)
         throw TFailure("cannot lock " + storage.Folder + kStorageLockSuffix + ": " +
-                       (lock.getHolder().empty() ? QvErrorText(-lock.getError())
+                       (lock.getHolder().empty() ? CauseText(-lock.getError())
                                                  : "it is locked by " + lock.getHolder()));
 }
 
@@ -76,9 +76,8 @@ void Require(bool done, const TResStorage& storage)
 {
     const TQvResult& why = storage.Failure();
     if (!done)
-        throw TFailure(
-            why.Name() + ": " +
-            (why.Error() == EBUSY ? "another program has locked it" : QvErrorText(why.Error())));
+        throw TFailure(why.Name() + ": " + CauseText(why.Error() == EBUSY ? EAGAIN : why.Error()),
+                       "", why.Error());
 }
 
 struct TLook
