@@ -117,12 +117,11 @@ int TFileSystem::HoldName(TInode& inode, TNameHold* hold, TPlace* place)
 {
     hold->Folders = std::shared_lock<TNameLocks::TMutex>(m_locks.Folders);
     TInodeName name;
-    std::string parentId;
     // The file may get another name until its lock is held.
-    while (m_inodes.FindName(inode, &name, &parentId)) {
+    while (m_inodes.FindName(inode, &name)) {
         hold->Name = std::shared_lock<TNameLocks::TMutex>(m_locks.Of(name.Parent, name.Name));
         TInodeName again;
-        if (m_inodes.FindName(inode, &again, &parentId) && again == name)
+        if (m_inodes.FindName(inode, &again) && again == name)
             break;
         hold->Name = {};
     }

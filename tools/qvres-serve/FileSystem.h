@@ -132,7 +132,7 @@ private:
     struct stat VirtualStatus() const;
     static ino_t VirtualNumber(const std::string& id);
 
-    int ChangeAt(const TPlace& place, const TChange& change) const;
+    static int ChangeAt(const TPlace& place, const struct stat& status, const TChange& change);
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
     int AddDiskNames(TFolderHandle& folder);
     int AddMountPoints(TInode& inode, TFolderHandle& folder);

@@ -40,11 +40,10 @@ bool TInodes::FindId(const TInode& inode, std::string* id) const
     return AppendId(inode, id);
 }
 
-bool TInodes::FindName(const TInode& inode, TInodeName* name, std::string* parentId) const
+bool TInodes::FindName(const TInode& inode, TInodeName* name) const
 {
     const TLock lock(m_mutex);
-    parentId->clear();
-    if (inode.Parent == nullptr || !AppendId(*inode.Parent, parentId))
+    if (inode.Parent == nullptr)
         return false;
     *name = {inode.Parent, inode.Name};
     return true;

@@ -60,8 +60,9 @@ public:
     TInodes& operator=(const TInodes&) = delete;
 
     TInode& Root() { return *m_root; }
+    /// False for an inode without a name.
+    bool FindName(const TInode& inode, TInodeName* name) const;
     /// False for an inode without a name, or below such a folder.
-    bool FindName(const TInode& inode, TInodeName* name, std::string* parentId) const;
     bool FindId(const TInode& inode, std::string* id) const;
 
     /// The inode of a name, which is new when `found` is another file than before; used once more.
