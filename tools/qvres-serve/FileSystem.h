@@ -117,8 +117,7 @@ private:
         bool IsMount = false; ///< a link here stands for its target folder
     };
 
-    int FindPlace(const TInode& parent, const std::string& parentId, const std::string& name,
-                  TPlace* place) const;
+    static std::string PathOf(const std::string& id);
     int FindPlace(const TInode& parent, const std::string& name, TPlace* place) const;
     int FindPlace(const TInode& inode, TPlace* place) const;
     int NewPlace(const TInode& parent, const std::string& name, TPlace* place) const;

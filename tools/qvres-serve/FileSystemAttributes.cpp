@@ -182,8 +182,7 @@ int TFileSystem::ReadLink(TInode& inode, std::string* target)
         return error;
     if (const int error = ReadLinkText(place.Path, target))
         return error;
-    std::string rootId;
-    m_inodes.FindId(m_inodes.Root(), &rootId);
+    const std::string& rootId = m_inodes.RootId();
     const auto* const node = ResourceManager.GetNode4Id(place.Id, true, true, false);
     const std::string& mountId = node->MountPointId();
     const std::size_t top = std::max(mountId.size(), rootId.size()) + 1;

@@ -21,23 +21,27 @@ TInodes::~TInodes()
     delete m_root;
 }
 
-bool TInodes::AppendId(const TInode& inode, std::string* id) const
+bool TInodes::AppendId(const TInode& inode, std::string* id, std::string* path) const
 {
     if (&inode == m_root) {
-        id->append(m_rootId);
+        *id = m_rootId;
+        *path = inode.Path;
         return true;
     }
-    if (inode.Parent == nullptr || !AppendId(*inode.Parent, id))
+    if (inode.Parent == nullptr || !AppendId(*inode.Parent, id, path))
         return false;
     id->append("/").append(inode.Name);
+    if (inode.IsMountPoint)
+        *path = inode.Path;
+    else
+        path->append("/").append(inode.Name);
     return true;
 }
 
-bool TInodes::FindId(const TInode& inode, std::string* id) const
+bool TInodes::FindId(const TInode& inode, std::string* id, std::string* path) const
 {
     const TLock lock(m_mutex);
-    id->clear();
-    return AppendId(inode, id);
+    return AppendId(inode, id, path);
 }
 
 bool TInodes::FindName(const TInode& inode, TInodeName* name) const
