@@ -12,6 +12,8 @@ TInodes::TInodes(std::string rootId, const TInode& root)
     : m_rootId(std::move(rootId)), m_root(new TInode(root))
 {
     m_root->Uses = 1; // the kernel never forgets it
+    // Each step along a chain waits for memory: short chains are worth their room.
+    m_byName.max_load_factor(0.5F);
 }
 
 TInodes::~TInodes()
