@@ -31,7 +31,7 @@ namespace fs = std::filesystem;
 using bench::Require;
 
 constexpr int kMillion = 1000000;
-constexpr int kBlocks = 10000; // appended behind the million
+constexpr int kBlocks = 10000; // appended after the million
 constexpr int kAppends = 20;   // measured together
 constexpr double kLoadTarget = 8.5;
 constexpr double kBlocksTarget = 9;
@@ -90,7 +90,7 @@ std::string Storage(int records, int blocks)
     WriteMerged(file, records);
     std::ofstream stream(file, std::ios::binary | std::ios::app);
     for (int i = 0; i < blocks; ++i) {
-        // Changes lie anywhere in the map: every other one removes a record.
+        // Changes are anywhere in the map: every other one removes a record.
         const int place = static_cast<int>((i * 7919LL) % records);
         std::string line = QvNormalizeResId(IdOf(place));
         line = i % 2 == 0 ? "-" + line.substr(1) + "\r\n" : line + "?" + NameOf(i) + "\r\n";
@@ -162,7 +162,7 @@ public:
                 static_cast<std::size_t>(sqlite3_column_bytes(select, column)));
         };
         while (sqlite3_step(select) == SQLITE_ROW)
-            entries.emplace_hint(entries.end(), text(0), text(1));
+            entries.Set(text(0), text(1));
         sqlite3_finalize(select);
     }
     static std::unique_ptr<TSQLite> Filled(const std::string& file, int count)
@@ -205,7 +205,7 @@ public:
             return std::string_view(slice.data(), slice.size());
         };
         for (place->SeekToFirst(); place->Valid(); place->Next())
-            entries.emplace_hint(entries.end(), view(place->key()), view(place->value()));
+            entries.Set(view(place->key()), view(place->value()));
     }
     static std::unique_ptr<TLevelDB> Filled(const std::string& folder, int count)
     {
@@ -253,7 +253,7 @@ void LoadPeer(benchmark::State& state)
     TJournalEntries entries;
     bench::Compare(
         state, bench::kNoTarget, [&] { RawRead(file); }, [&] { peer->Load(entries); },
-        [&] { entries.clear(); });
+        [&] { entries.Clear(); });
     Require(entries.size() == kMillion, "records of the peer");
     fs::remove_all(Folder() / "load.peer");
 }

@@ -1,5 +1,10 @@
 /// @file
-/// Changing the content of a file that other processes change, too.
+/// Changing the content of a file that other processes may change, too: the new content is made of
+/// the old one, which is read under the caller's lock.
+///
+///     const TQvFileLock lock(path, 10000);
+///     if (lock)
+///         QvChangeFileE(file, [](const auto& old) { return old.value_or("") + "one more\n"; });
 ///
 /// Thread-safety: callable from any thread.
 #pragma once

@@ -23,7 +23,8 @@ enum class TQvRegKey : int
     User = 2    ///< of the user; missing without a home folder
 };
 
-/// Access to the values of both roots.
+/// Access to the values of both roots. Each call reads the file: other processes may have changed
+/// it.
 class QVSTD_API TQvRegMan
 {
 public:

@@ -22,6 +22,7 @@ int FlagsOf(TJournalAccess access)
     // O_APPEND: the kernel appends at the end that the file system's server reports, not at a
     // cached one.
     switch (access) {
+    case TJournalAccess::Look:
     case TJournalAccess::Read:
         return O_RDONLY;
     case TJournalAccess::Change:
@@ -44,24 +45,23 @@ bool LacksLocks(int error)
 }
 } // namespace
 
+/// The order matters: the share lock and the content lock come before the size and the comparison
+/// with the path, so that what is compared and read cannot change any more.
 TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
 {
     m_path = path;
     m_position = 0;
-    const bool reads = access == TJournalAccess::Read;
     int error = m_file.Open(path, FlagsOf(access), &m_status);
     if (error == ENOENT)
         return ExplainMissing();
     if (error == ESTALE)
         error = EBUSY;
     // Some file systems refuse to open a file that another process has locked exclusively.
-    const int wanted = reads ? R_OK : R_OK | W_OK;
+    const int wanted = FlagsOf(access) == O_RDONLY ? R_OK : R_OK | W_OK;
     if (error == EACCES && faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) == 0)
         error = EBUSY;
     if (error == 0)
-        error = Passing(QvTakeShareLock(m_file.Number(), kQvShareAll));
-    if (error == 0)
-        error = LockContent(reads ? F_RDLCK : F_WRLCK);
+        error = Lock(access);
     if (error == 0)
         error = Passing(m_file.Refresh(path));
     if (error == 0)
@@ -71,6 +71,14 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
     if (error != 0)
         m_file = TQvFreshFile();
     return Answer(error);
+}
+
+int TJournalFile::Lock(TJournalAccess access) const
+{
+    if (access == TJournalAccess::Look)
+        return 0;
+    const int error = Passing(QvTakeShareLock(m_file.Number(), kQvShareAll));
+    return error != 0 ? error : LockContent(access == TJournalAccess::Read ? F_RDLCK : F_WRLCK);
 }
 
 int TJournalFile::LockContent(short kind) const
@@ -89,6 +97,7 @@ void TJournalFile::Unlock() const
     flock(m_file.Number(), LOCK_UN);
 }
 
+/// Appends only make the file longer, and a rewrite is another file: the size is enough.
 bool TJournalFile::IsUnchanged(const TJournalFile& other) const
 {
     return QvIsSameInode(m_status, other.m_status) && m_size == other.m_size;
@@ -185,6 +194,7 @@ TQvResult TJournalFile::CutUnsealed()
 
 TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity* synced)
 {
+    assert(m_file && synced != nullptr);
     assert(!block.empty() && block.back() == '\n'); // else the next append would cut it off
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
@@ -213,6 +223,7 @@ int TJournalFile::SyncName() const
     return QvFollowLinks(&target) && QvSyncFolderOf(target, m_file.Number()) ? 0 : errno;
 }
 
+/// One write where the kernel takes all of it, so that a reader without locks sees whole lines.
 int TJournalFile::Write(std::string_view block)
 {
     while (!block.empty()) {
@@ -254,7 +265,7 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
         options.Permissions = old.Permissions();
         options.AttributesOf = old.Descriptor();
     }
-    // One name for all, so that the next rewrite replaces what a killed one may have left.
+    // A fixed name, so that the next rewrite replaces the file that a killed one left.
     const std::string folder = QvFolderPart(m_target);
     m_temporary = folder + '.' + m_target.substr(folder.size()) + ".new";
     if (unlink(m_temporary.c_str()) != 0 && errno != ENOENT)
@@ -264,11 +275,12 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
 
 TQvResult TJournalRewrite::Write(std::string_view bytes)
 {
+    assert(m_file.Descriptor() >= 0); // not after Publish
     const TQvResult written = m_file.Write(bytes.data(), bytes.size());
     m_size += bytes.size();
     assert(m_started <= m_size);
-    // The disk works while the next records are formatted: Sync has less to wait for. Only a hint;
-    // Sync reports the failures.
+    // Starts writing to the disk while the next records are formatted, so that Sync waits less.
+    // Only a hint; Sync reports failures.
     if (written && m_size - m_started >= kWriteBackEvery) {
         sync_file_range(m_file.Descriptor(), static_cast<off_t>(m_started),
                         static_cast<off_t>(m_size - m_started), SYNC_FILE_RANGE_WRITE);
@@ -277,8 +289,10 @@ TQvResult TJournalRewrite::Write(std::string_view bytes)
     return written;
 }
 
+/// Kept first, then renamed: a kill in between leaves two names of the old journal and no gap.
 TQvResult TJournalRewrite::Publish(bool keepsOld)
 {
+    assert(m_file.Descriptor() >= 0 && m_size > 0); // else an empty file would replace the journal
     if (const TQvResult named = m_file.Publish(); !named)
         return named;
     int error = keepsOld && m_replaces ? KeepOld() : 0;

@@ -20,6 +20,7 @@
 
 enum class TJournalAccess
 {
+    Look, ///< for reading, without a lock: a writer may be in the middle of its work
     Read,
     Change, ///< must exist
     Append, ///< is created when missing
@@ -74,6 +75,7 @@ public:
     TQvResult AppendAndClose(std::string_view block, TJournalIdentity* synced);
 
 private:
+    int Lock(TJournalAccess access) const;
     int LockContent(short kind) const;
     int AskServer();
     int CompareWithPath() const;
@@ -117,8 +119,8 @@ private:
     int KeepOld() const;
 
     std::string m_path;      ///< as it was given
-    std::string m_target;    ///< behind all links
-    std::string m_temporary; ///< beside the target
+    std::string m_target;    ///< after all links
+    std::string m_temporary; ///< in the target's folder
     bool m_replaces = false;
     bool m_hasReplaced = false;
     int m_old = -1; ///< a descriptor of the file that is replaced

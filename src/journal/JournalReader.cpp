@@ -20,7 +20,7 @@ public:
 
     void Record(std::string_view line)
     {
-        // The mark stands first, so that only the end can hold white space.
+        assert(!line.empty() && line.front() == kRecordMark); // ends the loop over white space
         while (IsBlank(line.back()))
             line.remove_suffix(1);
         const void* const found = memrchr(line.data(), kNameMark, line.size());
@@ -28,35 +28,23 @@ public:
             return;
         const std::size_t mark =
             static_cast<std::size_t>(static_cast<const char*>(found) - line.data());
-        Set(line.substr(0, mark), line.substr(mark + 1));
+        m_entries->Set(line.substr(0, mark), line.substr(mark + 1));
     }
 
     void Removal(std::string_view line)
     {
         m_key.assign(1, kRecordMark).append(QvTrim(line.substr(1)));
-        // Not by key: that looks for the first and the last of equal keys.
-        if (const auto place = m_entries->find(m_key); place != m_entries->end())
-            m_entries->erase(place);
+        m_entries->Remove(m_key);
     }
 
 private:
     static bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-    void Set(std::string_view key, std::string_view name)
-    {
-        // A rewrite is sorted, so that most records belong at the end and the map need not search.
-        const std::size_t before = m_entries->size();
-        const auto place = m_entries->emplace_hint(m_entries->end(), key, name);
-        if (m_entries->size() == before)
-            place->second.assign(name);
-    }
-
     TJournalEntries* m_entries;
     std::string m_key; ///< kept for its memory
 };
 
-/// Hexadecimal digits in either case, as many as follow the mark; what stands behind them is not
-/// looked at.
+/// Takes all hexadecimal digits, of either case, after the mark; the rest of the line is ignored.
 bool CheckpointMatches(std::string_view line, std::uint32_t checksum)
 {
     std::uint32_t written = 0;
@@ -99,6 +87,7 @@ public:
     TJournalReading Reading; ///< State is TornTail until a checkpoint is the last line
 
 private:
+    /// False when a checkpoint does not match. Other lines only matter when entries are wanted.
     bool TakeLine(std::string_view line, const char* piece)
     {
         if (line.front() == kCheckpointMark)
@@ -113,6 +102,7 @@ private:
         return true;
     }
 
+    /// The checksum continues over pieces: `m_checksum` covers the block's lines in earlier pieces.
     bool Seal(std::string_view line, const char* piece)
     {
         assert(m_block <= line.data()); // the checkpoint covers the lines before it
@@ -136,8 +126,8 @@ private:
     std::size_t m_taken = 0;
 };
 
-/// Lies on the stack, unless a line is longer: a big block of the heap would make the allocator
-/// sort all that the last load freed, which takes as long as half a load.
+/// On the stack, unless a line is longer: allocating a large block would make the allocator sort
+/// everything that the last load freed, which takes half the time of a load.
 class TBuffer
 {
 public:
@@ -169,6 +159,32 @@ bool HasSignature(std::string_view start)
 }
 } // namespace
 
+void TJournalEntries::Set(std::string_view id, std::string_view name)
+{
+    char* const text = static_cast<char*>(m_memory.allocate(id.size() + name.size(), 1));
+    std::memcpy(text, id.data(), id.size());
+    std::memcpy(text + id.size(), name.data(), name.size());
+    const std::string_view keptName(text + id.size(), name.size());
+    // A rewrite is sorted, so that most records belong at the end and the map need not search.
+    const std::size_t before = m_map.size();
+    const auto place = m_map.emplace_hint(m_map.end(), std::string_view(text, id.size()), keptName);
+    if (m_map.size() == before)
+        place->second = keptName;
+}
+
+void TJournalEntries::Remove(std::string_view id)
+{
+    // Not by key: that looks for the first and the last of equal keys.
+    if (const auto place = m_map.find(id); place != m_map.end())
+        m_map.erase(place);
+}
+
+void TJournalEntries::Clear()
+{
+    m_map.clear(); // keeps no node, so that their memory can go
+    m_memory.release();
+}
+
 std::uint32_t JournalChecksum(std::string_view bytes, std::uint32_t before)
 {
     // Not crc32, which takes no more than 4 GiB.
@@ -182,11 +198,12 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
     // was just read is still in the processor's cache.
     TBuffer buffer;
     TJournalParser parser(entries);
-    std::size_t held = 0; // bytes of a line, or of the head, that is not there whole
+    std::size_t held = 0; // bytes of a line, or of the head, that is not complete yet
     for (bool hasHead = false;;) {
         const std::size_t got = source(buffer.Data() + held, buffer.Size() - held);
         if (got == TQvStream::invalid_value)
             return {TJournalState::Unreadable};
+        assert(got <= buffer.Size() - held); // else the source has written beyond the buffer
         const std::string_view piece(buffer.Data(), held + got);
         if (!hasHead) {
             if (piece.size() < kHeadSize && got != 0) {

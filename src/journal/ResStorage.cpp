@@ -60,9 +60,11 @@ public:
             Write();
         }
     }
-    void AddRecord(const std::string& key, const std::string& name)
+    void AddRecord(std::string_view key, std::string_view name)
     {
         // In place: QvNormalizeResId would make a string for each record.
+        assert(!key.empty() && key.front() == kRecordMark); // else the line would be no record
+        assert(key.find('\n') == std::string::npos && name.find('\n') == std::string::npos);
         const std::size_t start = m_piece.size();
         m_piece.resize(start + key.size());
         std::transform(key.begin(), key.end(), m_piece.data() + start, QvToUpper);
@@ -164,36 +166,33 @@ TQvPath TResStorage::XIniFile() const
 
 bool TResStorage::LoadDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    if (!Lock(&locker, false, TMessages::LoadDir))
+    TLocker locker = Begin(given, false, TMessages::LoadDir);
+    if (!locker)
         return false;
     TJournalFile read;
     if (LoadOrRepair(locker, &read, true) != TLoaded::Failed)
         return true;
     if (given || (m_failure.Error() != EDEADLK && m_failure.Error() != ESTALE))
         return false;
-    // When two processes find the journal broken at once, one of them is refused the exclusive
-    // lock and blocks the other one: it releases its lock and loads what the other has rebuilt.
-    // When the other one has died instead, it repairs the journal itself, under one lock: between
-    // two locks another process could repair and append.
-    m_failure = {};
+    // When two processes find the journal broken at once, both have the shared lock, and one is
+    // refused the exclusive one: it releases its lock and loads what the other one has rebuilt.
+    // When the other one was killed, it repairs the journal itself, under one lock: between two
+    // locks another process could repair and append.
     locker.reset();
-    return Lock(&locker, true, TMessages::LoadDir) &&
-           LoadOrRepair(locker, &read, true) != TLoaded::Failed;
+    locker = Begin({}, true, TMessages::LoadDir);
+    return locker && LoadOrRepair(locker, &read, true) != TLoaded::Failed;
 }
 
 bool TResStorage::DoLoadDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
+    const TLocker locker = Begin(given, false, TMessages::DoLoadDir);
     TJournalFile read;
-    return Lock(&locker, false, TMessages::DoLoadDir) && Load(locker, &read, true);
+    return locker && Load(locker, &read, true);
 }
 
 bool TResStorage::Load(const TLocker& locker, TJournalFile* read, bool shortens)
 {
-    ClearDir();
+    m_dir->Clear();
     m_reading = ReadDirFile(read);
     if (m_reading.State != TJournalState::Whole)
         return false;
@@ -247,7 +246,7 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
             error = got == TQvStream::invalid_value ? errno : 0;
             return got;
         },
-        &m_dir->Entries);
+        m_dir.get());
     read->Unlock();
     m_isStale = reading.State == TJournalState::Unreadable;
     if (m_isStale)
@@ -256,8 +255,8 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
     return reading;
 }
 
-/// What is replaced is kept, and one warning says what was lost: a rebuild loses the names that
-/// creators spelled and every record without content.
+/// Keeps the replaced journal and logs one warning with what was lost: a rebuild loses the
+/// creators' spelling of names and every record without content.
 bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
 {
     const TJournalReading broken = m_reading;
@@ -267,14 +266,14 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
     if (!Lock(&exclusive, true, TMessages::RecreateDir) || !ListContent() ||
         !Save(exclusive, &read, keeps))
         return false;
-    if (isMissing && m_dir->Entries.empty())
+    if (isMissing && m_dir->empty())
         return true; // a new storage
     const std::string kept = DirFile().toSysStr() + kDamagedJournalSuffix;
     QvLogWriteWarning(TQvMessage("TResStorage::LoadDir(): Storage (%1%) was broken (%2%) and "
                                  "rebuilt from its content: %3% records were sealed in %4% bytes, "
                                  "%5% are there now%6%")
                           << Name << JournalFinding(broken) << broken.SealedRecords
-                          << broken.SealedBytes << m_dir->Entries.size()
+                          << broken.SealedBytes << m_dir->size()
                           << (keeps ? "; the old journal is kept as " + kept : ""),
                       kLevelWarning, 0);
     return true;
@@ -282,24 +281,22 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
 
 bool TResStorage::RecreateDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    return Lock(&locker, true, TMessages::RecreateDir) && ListContent() &&
-           Save(locker, nullptr, false);
+    const TLocker locker = Begin(given, true, TMessages::RecreateDir);
+    return locker && ListContent() && Save(locker, nullptr, false);
 }
 
 bool TResStorage::ListContent()
 {
     const std::string content =
         QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
-    ClearDir();
+    m_dir->Clear();
     m_failure = TakeContent(content);
     if (m_failure)
         return true;
     QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
                        << m_failure.Name() << QvErrorText(m_failure.Error()),
                    kLevelWrite, 0);
-    ClearDir(); // half a listing must not become the journal
+    m_dir->Clear(); // half a listing must not become the journal
     return false;
 }
 
@@ -310,7 +307,7 @@ TQvResult TResStorage::TakeContent(const std::string& content)
     const TQvResult there = QvFileDirExists(content, &isFolder);
     if (there.HasFailed() || (there && !isFolder))
         return TQvResult::Failed(there ? ENOTDIR : there.Error(), content);
-    if (!there) // a link to a volume that is not there is no empty folder
+    if (!there) // a link to a volume that is not mounted is no empty folder
         return TQvResult::Failed(made.Error() == EEXIST ? ENOENT : made.Error(), content);
     std::vector<std::string> found;
     TQvResult result = QvSearchFiles(content, "*", true, true, &found);
@@ -321,11 +318,12 @@ TQvResult TResStorage::TakeContent(const std::string& content)
 
 TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLength)
 {
+    assert(path.size() > contentLength && path[contentLength] == '/');
     std::string id = path.substr(contentLength);
     if (HasMetaExtension(id))
         return TQvResult::Done();
-    // Backslashes part the folders of a storage's names. Where paths have none, the name is the
-    // whole relative part with its leading "/": readers of rebuilt journals know it so.
+    // The names of a storage separate folders by backslashes. Where a path has none, the name is
+    // the whole relative part with its leading "/": readers of rebuilt journals expect that.
     std::string name = id.substr(id.rfind('\\') + 1);
     if (!IsStorable(id)) {
         QvLogWriteWarning(TQvMessage(TMessages::RecreateDir.Refused) << Name << id, kLevelWarning,
@@ -339,15 +337,14 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
     if (isFolder)
         id += '/';
     std::replace(id.begin(), id.end(), '\\', '/');
-    m_dir->Entries[QvNormalizeResId(id)] = std::move(name);
+    m_dir->Set(QvNormalizeResId(id), name);
     return TQvResult::Done();
 }
 
 bool TResStorage::SaveDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    return Lock(&locker, true, TMessages::SaveDir) && Save(locker, nullptr, false);
+    const TLocker locker = Begin(given, true, TMessages::SaveDir);
+    return locker && Save(locker, nullptr, false);
 }
 
 /// With `read` only that file is replaced, and only as it was read.
@@ -357,7 +354,8 @@ bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool kee
     m_hasReplaced = false;
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);
-    // Others may have appended under a lock of another path: replacing the journal would lose that.
+    // Another process may have appended under the lock file of another path: replacing the journal
+    // would lose that.
     const bool isAsRead =
         read == nullptr || (old ? *read && read->IsUnchanged(old) : !static_cast<bool>(*read));
     TJournalRewrite rewrite;
@@ -389,7 +387,7 @@ TQvResult TResStorage::WriteDir(TJournalRewrite* rewrite) const
     block.Add(Korvadel::ssprintf("%c%08X", kStampMark, QvGetTickCount()));
     block.Add(kLineEnd);
     block.Add(StorageSgn);
-    for (const auto& [key, name] : m_dir->Entries)
+    for (const auto& [key, name] : *m_dir)
         block.AddRecord(key, name);
     return block.Seal();
 }
@@ -415,7 +413,6 @@ bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, con
 bool TResStorage::Append(const std::string& id, std::string line, const TLocker& given,
                          const TMessages& messages)
 {
-    m_failure = {};
     // Readers trim a line: without a blank at its end, or behind the mark of a removal, it would
     // name another resource. What cannot be removed is not added either.
     if (!QvIsAbsoluteResId(id) || id.back() == '/' || !IsStorable(id) ||
@@ -426,15 +423,15 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
     }
     line += kLineEnd;
     line += Checkpoint(JournalChecksum(line));
-    TLocker locker = given;
-    if (!Lock(&locker, true, messages))
+    const TLocker locker = Begin(given, true, messages);
+    if (!locker)
         return false;
     const std::uint32_t start = QvGetTickCount();
     do {
         if (!AppendBlock(line, messages))
             return false;
-        // Under a lock that others did not see, a rewrite of theirs may have lost the block. To
-        // append it twice does no harm.
+        // While the lock file was replaced, a rewrite by another process may have lost the block.
+        // Appending it twice does no harm.
         if (locker->IsAtPath())
             return true;
     } while (locker->Renew() && QvGetTickCount() - start <= Settings.LockTimeout);
@@ -442,6 +439,8 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
                 TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
 }
 
+/// A size that this object did not know means that others have appended: its map is stale even
+/// after its own append.
 bool TResStorage::AppendBlock(const std::string& block, const TMessages& messages)
 {
     TJournalFile file;
@@ -459,9 +458,8 @@ bool TResStorage::AppendBlock(const std::string& block, const TMessages& message
 
 bool TResStorage::CutTornTail(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    if (!Lock(&locker, true, TMessages::CutTornTail))
+    const TLocker locker = Begin(given, true, TMessages::CutTornTail);
+    if (!locker)
         return false;
     TJournalFile file;
     TQvResult result = Open(&file, TJournalAccess::Change, TMessages::CutTornTail);
@@ -475,7 +473,7 @@ bool TResStorage::CutTornTail(const TLocker& given)
 bool TResStorage::DirChanged() const
 {
     struct statx now = {};
-    // A missing journal has size and time 0; one that cannot be looked at may have changed.
+    // A missing journal has size and time 0; one that cannot be examined may have changed.
     if (statx(AT_FDCWD, DirFile().toSysStr().c_str(), AT_STATX_FORCE_SYNC, STATX_SIZE | STATX_MTIME,
               &now) != 0 &&
         errno != ENOENT)
@@ -491,14 +489,23 @@ bool TResStorage::LoadDirUpdate(const TLocker& /*given*/)
 
 bool TResStorage::MergeDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    if (!Lock(&locker, true, TMessages::MergeDir))
+    const TLocker locker = Begin(given, true, TMessages::MergeDir);
+    if (!locker)
         return false;
     TJournalFile read;
     const TLoaded loaded = LoadOrRepair(locker, &read, false);
     return loaded == TLoaded::Rewritten ||
            (loaded == TLoaded::AsItIs && Save(locker, &read, false));
+}
+
+/// Starts an operation: the given lock, or an own one, in the kind that it needs. Empty when that
+/// was not gained.
+TResStorage::TLocker TResStorage::Begin(const TLocker& given, bool forWriting,
+                                        const TMessages& messages)
+{
+    m_failure = {};
+    TLocker locker = given;
+    return Lock(&locker, forWriting, messages) ? locker : TLocker();
 }
 
 bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messages)
@@ -507,7 +514,7 @@ bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messag
         *locker = TStorageLocker::VCreate(*this, forWriting);
     else if (forWriting)
         (*locker)->Relock(true);
-    // A refused change keeps the shared hold, which is no leave to write.
+    // After a refused upgrade the shared lock remains, which does not allow writing.
     if (**locker && (!forWriting || (*locker)->IsExclusive()))
         return true;
     const int error = (*locker)->getError();
@@ -529,6 +536,7 @@ bool TResStorage::Fail(const char* text, int level, const TQvResult& why)
     return false;
 }
 
+/// Tries again while the journal is busy, up to the time-out, with one log entry for all attempts.
 TQvResult TResStorage::Open(TJournalFile* file, TJournalAccess access,
                             const TMessages& messages) const
 {
@@ -551,12 +559,6 @@ void TResStorage::NoteDirFile(const TJournalFile& file)
     m_dirSize = file.Size();
     m_dirTime = file.Time();
     m_isStale = false;
-}
-
-void TResStorage::ClearDir()
-{
-    m_dir->Entries.clear(); // keeps no node, so that their memory can go
-    m_dir->Memory.release();
 }
 
 std::string JournalFinding(const TJournalReading& reading)

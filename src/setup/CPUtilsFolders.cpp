@@ -95,6 +95,7 @@ TQvPath TQvCPUtils::GetRepositoryFolder(TQvPath varFolder, bool switchedOff)
     }
 }
 
+/// A folder that cannot be read is not usable either; the set-up reports why.
 bool TQvCPUtils::IsWizardNecessary()
 {
     try {

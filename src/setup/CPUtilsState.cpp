@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 #include <unordered_set>
 
 #include "QvStd/FileChange.h"
@@ -48,11 +49,12 @@ bool HasNoProfileE(const TQvPath& folder)
 
 // Loading
 
-/// Takes over one published profile, marked as remote. The file is written once, mark included, so
-/// that no process sees a copy without it; and only when it changes. False when the repository has
-/// no readable file of it: the local file stays then.
+/// Copies one published profile and marks the copy as remote. The file is written once, with the
+/// mark, so that no process sees a copy without it, and only when it changes. False when the
+/// repository has no readable file of it: the local file stays then.
 bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std::string& name)
 {
+    assert(QvIsProfileName(name)); // else a file elsewhere would be written
     const var_a<TQvXIniTree*> tree = ReadQvXIniTree(QvProfileFile(repository, name));
     if (!tree)
         return false;
@@ -234,6 +236,8 @@ TQvResourceProfile* TQvCPUtils::TCPState::FindProfile(const std::string& name) c
     return found != ProfileIndex.end() ? found->second : nullptr;
 }
 
+/// Published profiles first, because the loading reads their copies. Listed is true only when all
+/// folders were listed, so that a state that missed some cannot be saved.
 void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
 {
     TQvProgress progress(handler);

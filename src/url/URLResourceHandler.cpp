@@ -24,6 +24,7 @@ const char* OpenErrorKey(qvOpenMode mode)
     }
 }
 
+/// Checked before the call: an exception would have to be caught, and its failure recorded again.
 bool AreReachable(const std::string& a, const std::string& b)
 {
     return ResourceManager.IsReachable(a) && ResourceManager.IsReachable(b);

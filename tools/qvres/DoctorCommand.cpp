@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <set>
 #include <unistd.h>
 #include <vector>
 
@@ -107,11 +108,11 @@ void TDoctor::Examine(const std::string& givenId)
     const std::string id = QvExcludeTrailingSlash(givenId);
     CheckId(id);
     ExamineMounts(id);
-    const unsigned kind = m_tree.ResourceExists(id);
+    const unsigned kind = ShownKind(m_tree, id);
     if (kind == kResResource)
         return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
     // When the folder of a mount is missing, that was reported already.
-    if (!m_foundAny)
+    if (!m_foundAny && kind != kResFolder)
         RequireFolder(m_tree, id);
     TQvProgress progress(&m_host.Progress);
     progress.SetMessage("Examining " + id);
@@ -125,11 +126,9 @@ void TDoctor::Examine(const std::string& givenId)
 
 void TDoctor::ExamineMounts(const std::string& id)
 {
-    const std::string prefix = QvNormalizeResId(QvIncludeTrailingSlash(id));
     for (const auto& node : m_tree.MountNodes()) {
         const std::string& point = node->MountPointId();
-        if (node->IsPureVirtual() ||
-            QvNormalizeResId(point + "/").compare(0, prefix.size(), prefix) != 0)
+        if (node->IsPureVirtual() || !IsAtOrBelow(QvNormalizeResId(point), QvNormalizeResId(id)))
             continue;
         const std::string folder = node->GetResourceFile(point);
         bool isFolder = false;
@@ -150,13 +149,14 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
     std::vector<TQvFailure> failures;
     m_tree.Find(items, id, "*", kFindFolders | kFindRecursive | kFindHidden | kFindMounts,
                 &m_host.Progress, &failures);
-    for (const TQvFailure& failure : failures)
-        CannotRead(failure.Id, failure.Error);
-    std::vector<std::string> folders = {id};
+    std::set<std::string> folders = {id};
     for (TQvResFindItem& item : *items)
-        folders.push_back(std::move(item.Id));
-    std::sort(folders.begin(), folders.end());
-    return folders;
+        folders.insert(std::move(item.Id));
+    for (const TQvFailure& failure : failures) {
+        CannotRead(failure.Id, failure.Error);
+        folders.erase(failure.Id);
+    }
+    return {folders.begin(), folders.end()};
 }
 
 /// With the name of a resource only the files that belong to it.
@@ -336,17 +336,17 @@ void AddDoctorCommand(CLI::App& app, THost& host)
     const auto repairs = std::make_shared<bool>(false);
     CLI::App* doctor = AddCommand(
         app, "doctor",
-        "Look for what was left behind or damaged below a folder, or with one resource; one line "
+        "Find leftovers and damage below a folder, or of one resource; one line "
         "each:\nmetadata without its resource, metadata that is not well formed, temporary files "
         "older than\na day, markers (\"qvres done\") without a resource or folder, labels of an "
-        "earlier content,\nmount points whose folder is gone. The exit status is 1 when something "
+        "earlier content,\nmount points without their folder. The exit status is 1 when something "
         "was found and not\nrepaired. Contents are not read: \"qvres check\" does that",
         "  qvres doctor /Data\n"
         "  qvres doctor --repair /Data");
     doctor->add_flag("--repair,--mend", *repairs,
-                     "Remove metadata, markers and temporary files that belong to nothing, rename "
+                     "Remove metadata, markers and temporary files without an owner, rename "
                      "damaged\nmetadata to \".meta.damaged\" (with a number when that is taken), "
-                     "and compute labels anew");
+                     "and compute labels again");
     AddIdOption(*doctor, "ID", *id, "A folder or resource; \"/\" for the whole tree")->required();
     doctor->callback([&host, id, repairs] { TDoctor(host, *repairs).Examine(*id); });
 }

@@ -23,8 +23,10 @@ TQvFolderReader::TQvFolderReader(TQvFolderReader&& other) noexcept
     *this = std::move(other);
 }
 
+/// By exchange with a closed reader.
 TQvFolderReader& TQvFolderReader::operator=(TQvFolderReader&& other) noexcept
 {
+    Close();
     std::swap(m_descriptor, other.m_descriptor);
     std::swap(m_ownBuffer, other.m_ownBuffer);
     std::swap(m_buffer, other.m_buffer);
@@ -85,6 +87,7 @@ bool TQvFolderReader::Fill()
     return m_length > 0;
 }
 
+/// The kernel writes records of different lengths one after the other; names point into the buffer.
 bool TQvFolderReader::Next(TQvFolderEntry* entry)
 {
     while (m_next < m_length || Fill()) {

@@ -194,7 +194,8 @@ private:
         TQvResult result = Open(parent, name, level.Folder);
         if (result.IsNothing())
             return true;
-        // Read to the end before anything goes: a listing of a changing folder may skip entries.
+        // Read to the end before anything is removed: reading a folder that changes may skip
+        // entries.
         if (result && fstat(level.Number(), &level.Status) != 0)
             result = TQvResult::FromErrno();
         if (result)
@@ -234,6 +235,7 @@ private:
     /// The level above by its "..", unless the folder was moved meanwhile.
     bool Reopen(int below)
     {
+        assert(!m_levels.empty() && below >= 0);
         TLevel& level = m_levels.back();
         TQvDescriptor upper(openat(below, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
         struct stat status = {};
@@ -281,6 +283,7 @@ bool MayBeRemoved(const std::string& path)
 
 void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
 {
+    assert(path.empty() || path.back() != '/'); // else a link would be followed
     struct stat status = {};
     if (!MayBeRemoved(path))
         remover.Note(EINVAL, path);

@@ -28,7 +28,7 @@ constexpr mode_t kNewFileBits = 0666;
 constexpr std::size_t kMaxComponent = 255;
 constexpr std::size_t kRandomDigits = 16;
 constexpr std::string_view kTemporarySuffix = ".tmp";
-/// What a temporary name has behind the name of its target: ".", the digits and the suffix.
+/// What follows the target's name in a temporary name: ".", the digits and the suffix.
 constexpr std::size_t kTemporaryEnd = 1 + kRandomDigits + kTemporarySuffix.size();
 
 std::uint64_t NextRandom()
@@ -90,7 +90,7 @@ int LinkUnnamed(int file, const char* name, int folder = AT_FDCWD)
     return linked;
 }
 
-/// In a folder that is open, or that has this path.
+/// In an open folder, or in the folder `path`.
 int OpenUnnamed(const std::string& path, mode_t mode, int folder = AT_FDCWD)
 {
     static const bool kCanBeNamed = access("/proc/self/fd", X_OK) == 0;
@@ -109,7 +109,7 @@ bool LacksUnnamedFiles(int error)
     return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
 }
 
-/// The folder refuses a new file, or refuses to replace the old one.
+/// Whether the folder refuses a new file, or refuses to replace the old one.
 bool KeepsItsFiles(int error)
 {
     return error == EACCES || error == EPERM || error == EROFS || error == EBUSY;
@@ -180,6 +180,7 @@ struct TQvNewFile::TState
         errno = error;
     }
 
+    int Open();
     int OpenTarget();
     int CreateContent();
     int OpenUnnamedBeside(mode_t mode);
@@ -194,7 +195,7 @@ struct TQvNewFile::TState
     int DiscardUnclosed();
 
     TOptions Options;
-    std::string Target;     ///< behind all links
+    std::string Target;     ///< after all links
     TQvPlace Place;         ///< the target in its open folder, as long as that is the right one
     TQvDescriptor Existing; ///< the target, open for writing, with its share lock
     struct stat Old = {};
@@ -206,11 +207,18 @@ struct TQvNewFile::TState
     TQvDescriptor Folder; ///< to be synced after the rename
 };
 
-/// Finds out what is at the target, before anything is made or read.
+int TQvNewFile::TState::Open()
+{
+    assert(!Options.ExpectsNone || Options.FailIfExists || Options.Permissions);
+    if (!Options.ExpectsNone)
+        if (const int error = OpenTarget())
+            return error;
+    return IsSame ? 0 : CreateContent();
+}
+
+/// Finds out what is at the target.
 int TQvNewFile::TState::OpenTarget()
 {
-    if (Options.ExpectsNone && Options.FailIfExists)
-        return 0;
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
     if (error == ELOOP) {
         if (Options.FailIfExists)
@@ -252,12 +260,20 @@ int TQvNewFile::TState::OpenUnnamedBeside(mode_t mode)
 
 int TQvNewFile::TState::CreateContent()
 {
-    const mode_t mode =
-        Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
     int file = -1;
     if (!Existing)
-        file = OpenUnnamedBeside(mode);
-    if (Existing || (file < 0 && LacksUnnamedFiles(errno))) {
+        file = OpenUnnamedBeside(Options.Permissions.value_or(kNewFileBits));
+    const bool lacksUnnamed = file < 0 && LacksUnnamedFiles(errno);
+    // A named file cannot tell, when it gets the target's name, whether there is a target.
+    if (file < 0 && !Existing && Options.ExpectsNone && !Options.FailIfExists) {
+        const int error = errno;
+        if (const int refused = OpenTarget(); refused != 0 || IsSame)
+            return refused;
+        errno = error;
+    }
+    const mode_t mode =
+        Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
+    if (Existing || lacksUnnamed) {
         file = MakeTemporary(Target, &Temporary, [mode](const char* name) {
             return open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         });
@@ -335,6 +351,7 @@ int TQvNewFile::TState::Publish()
 /// Gives the unnamed file the name of the target. -1 with errno.
 int TQvNewFile::TState::LinkToTarget()
 {
+    assert(File && Temporary.empty());
     if (Place.Folder != AT_FDCWD &&
         LinkUnnamed(File.Number(), Place.Name.c_str(), Place.Folder) == 0)
         return 0;
@@ -351,8 +368,8 @@ int TQvNewFile::TState::NameIt()
             return File.Close() ? 0 : DiscardUnclosed();
         if (errno != EEXIST || Options.FailIfExists)
             return errno;
-        // Another process has created the target meanwhile: check it and replace it like any other.
-        if (const int error = OpenTarget())
+        // Check the target and replace it like any other.
+        if (const int error = OpenTarget(); error != 0 || IsSame)
             return error;
         const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
         if (MakeTemporary(Target, &Temporary, link) != 0) {
@@ -391,6 +408,7 @@ int TQvNewFile::TState::DiscardUnclosed()
 /// Before content is written over another file: no user may see more of it than the source shows.
 int TQvNewFile::TState::HideContent() const
 {
+    assert(Existing);
     constexpr mode_t kReadable = S_IRUSR | S_IRGRP | S_IROTH;
     const bool showsMore =
         Options.Permissions && (Old.st_mode & kReadable & ~*Options.Permissions) != 0;
@@ -444,9 +462,7 @@ TQvResult TQvNewFile::Open(const std::string& path, const TOptions& options)
     m_state = std::make_unique<TState>();
     m_state->Options = options;
     m_state->Target = path;
-    int error = m_state->OpenTarget();
-    if (error == 0 && !m_state->IsSame)
-        error = m_state->CreateContent();
+    const int error = m_state->Open();
     if (error != 0)
         m_state.reset();
     return Answer(error);

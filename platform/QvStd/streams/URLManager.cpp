@@ -21,6 +21,8 @@ var_a<TQvURLHandler*> TQvURLManager::SchemeHandler(const std::string& scheme) co
     return found != m_handlers.end() ? found->second : nullptr;
 }
 
+// The operations differ in arguments and results, so that each forwards by itself.
+
 var_a<TQvStream*> TQvURLManager::OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                                          unsigned long sizeHint) const
 {

@@ -85,7 +85,8 @@ TEST_F(Files, RefusalsReportTheErrorAndChangeNothing)
     EXPECT_EQ(ReadFile(m_to), "old");
     EXPECT_EQ(read, "kept");
     // A file that claims to be empty.
-    EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read) && !read.empty());
+    EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read));
+    EXPECT_NE(read, "");
     EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
     EXPECT_EQ(ReadFile(m_to), read);
 }
@@ -96,6 +97,16 @@ TEST_F(Files, ACopyKeepsHoles)
     EXPECT_TRUE(QvCopyFile(m_from, m_to, false));
     EXPECT_EQ(Status(m_to).st_size, off_t{1} << 30);
     EXPECT_LT(Status(m_to).st_blocks, 1000);
+}
+
+TEST_F(Files, ACopyReplacesWhatALinkToAnotherFileSystemLeadsTo)
+{
+    const TTempFolder memory("/dev/shm");
+    const std::string there = memory.Write("there", "old");
+    Link(there, "link");
+    EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
+    EXPECT_EQ(ReadFile(there), "new");
+    EXPECT_TRUE(std::filesystem::is_symlink(m_temp / "link"));
 }
 
 TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
@@ -139,7 +150,7 @@ TEST_F(Files, MoveReplacesOnlyWithOverwrite)
     }
 }
 
-TEST_F(Files, RemovalIsNeverLedOutByLinks)
+TEST_F(Files, RemovalNeverFollowsLinks)
 {
     MakeTree(m_temp.Path(), "to=old tree/deep/er/file= tree/back\\slash= tree/link>.. "
                             "tree/deep/er/link>../../../to first>tree second>tree");
@@ -149,7 +160,7 @@ TEST_F(Files, RemovalIsNeverLedOutByLinks)
         EXPECT_EQ(Failure(QvRemoveDirectoryEx(refused, true, true, nullptr)), EINVAL) << refused;
     EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "tree")), ENOTEMPTY);
     EXPECT_EQ(Failure(QvRemoveDirectoryEx(m_temp / "tree", false, true, nullptr)), ENOTEMPTY);
-    // Of a link to a folder only the link goes.
+    // Of a link to a folder only the link is removed.
     EXPECT_TRUE(QvRemoveDirectoryEx(m_temp / "first/", true, true, nullptr));
     EXPECT_TRUE(QvRemoveDirectory(m_temp / "second//"));
     EXPECT_EQ(Names(), (TNames{"to", "tree"}));
@@ -171,7 +182,7 @@ TEST_F(Files, OnlyForceRemovesWriteProtectedEntries)
         std::string text;
         EXPECT_EQ(Failure(QvRemoveDirectoryEx(tree, true, false, &text)), EACCES);
         EXPECT_EQ(text, "\"" + tree + "/protected/sub\": Permission denied");
-        EXPECT_EQ(NamesIn(tree), TNames{"protected"}) << "the rest goes";
+        EXPECT_EQ(NamesIn(tree), TNames{"protected"}) << "the rest is removed";
         EXPECT_TRUE(QvRemoveDirectoryEx(tree, true, true, &text));
         EXPECT_FALSE(Exists(tree));
     }));
