@@ -317,6 +317,18 @@ def names(served):
         assert (replaced.read(), removed.read(), os.fstat(removed.fileno()).st_nlink) == ("target", "still", 0)
     assert (a / "target").read_text() == "new" and not (served.room / "b/g.meta").exists()
     fails_with(errno.EXDEV, os.rename, a / "target", b / "target")  # nothing but a sidecar needs the library's move
+    # A folder and a large file are copied by the program, and the sidecars follow.
+    (a / "folder").mkdir()
+    for name in ("large", "folder/small"):
+        with open(disk / name, "wb") as file:
+            file.truncate(17 << 20 if name == "large" else 5)
+        run(QVRES, f"--mount=/A={disk}", "label", f"/A/{name}")
+        crc = os.getxattr(a / name, "user.qvres.crc")
+        fails_with(errno.EXDEV, os.rename, a / name.split("/")[0], b / name.split("/")[0])
+        run("mv", a / name.split("/")[0], b)
+        assert os.getxattr(b / name, "user.qvres.crc") == crc and not list(disk.rglob("*.meta"))
+    os.unlink(b / "large")
+    shutil.rmtree(b / "folder")
     (a / "other").write_text("other")
     fails_with(errno.EEXIST, rename_to_new, a / "other", a / "target")
     rename_to_new(a / "other", a / "third")

@@ -19,6 +19,7 @@
 #include <QvServices/QvServices.h>
 #include <QvStd/FolderReader.h>
 
+#include "AwaitedCopies.h"
 #include "DiskMove.h"
 #include "FileHandle.h"
 #include "FileNumbers.h"
@@ -138,6 +139,7 @@ private:
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
     TDiskMove RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);
+    int CarrySidecar(const TPlace& place);
     TDiskMove MoveAcross(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);
 
@@ -146,6 +148,7 @@ private:
     struct stat m_virtualStatus = {};
     TInodes m_inodes;
     TNameLocks m_locks;
+    TAwaitedCopies m_copies;
     std::mutex m_handlesMutex;
     std::set<TFileHandle*> m_handles;
 };
