@@ -19,6 +19,7 @@
 #include <QvServices/QvServices.h>
 #include <QvStd/FolderReader.h>
 
+#include "AwaitedCopies.h"
 #include "DiskMove.h"
 #include "FileHandle.h"
 #include "FileNumbers.h"
@@ -117,8 +118,7 @@ private:
         bool IsMount = false; ///< a link here stands for its target folder
     };
 
-    int FindPlace(const TInode& parent, const std::string& parentId, const std::string& name,
-                  TPlace* place) const;
+    static std::string PathOf(const std::string& id);
     int FindPlace(const TInode& parent, const std::string& name, TPlace* place) const;
     int FindPlace(const TInode& inode, TPlace* place) const;
     int NewPlace(const TInode& parent, const std::string& name, TPlace* place) const;
@@ -132,13 +132,14 @@ private:
     struct stat VirtualStatus() const;
     static ino_t VirtualNumber(const std::string& id);
 
-    int ChangeAt(const TPlace& place, const TChange& change) const;
+    static int ChangeAt(const TPlace& place, const struct stat& status, const TChange& change);
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
     int AddDiskNames(TFolderHandle& folder);
     int AddMountPoints(TInode& inode, TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
     TDiskMove RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);
+    int CarrySidecar(const TPlace& place);
     TDiskMove MoveAcross(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);
 
@@ -147,6 +148,7 @@ private:
     struct stat m_virtualStatus = {};
     TInodes m_inodes;
     TNameLocks m_locks;
+    TAwaitedCopies m_copies;
     std::mutex m_handlesMutex;
     std::set<TFileHandle*> m_handles;
 };

@@ -121,12 +121,10 @@ static int ChangeOpen(int descriptor, const TChange& change)
     return error;
 }
 
-int TFileSystem::ChangeAt(const TPlace& place, const TChange& change) const
+/// `status` is that of the place.
+int TFileSystem::ChangeAt(const TPlace& place, const struct stat& status, const TChange& change)
 {
-    struct stat status = {};
-    int error = LookAt(place, &status);
-    if (error == 0 && status.st_dev == 0)
-        error = EROFS; // above the mount points
+    int error = status.st_dev == 0 ? EROFS : 0; // above the mount points
     if (error == 0 && change.HasOwner)
         error = RequireOwner(change, status);
     // Through the library, which respects the file's other openers.
@@ -163,7 +161,7 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
         if (error == 0 && !IsSame(inode, now))
             error = ESTALE;
         if (error == 0)
-            error = ChangeAt(place, change);
+            error = ChangeAt(place, now, change);
         const bool isModeAlone = !change.HasOwner && !change.HasSize && !change.HasTimes;
         if (error == ENOENT || error == ESTALE || (error == EPERM && isModeAlone))
             if (const TQvDescriptor open = m_inodes.CopyDescriptor(inode))
@@ -184,8 +182,7 @@ int TFileSystem::ReadLink(TInode& inode, std::string* target)
         return error;
     if (const int error = ReadLinkText(place.Path, target))
         return error;
-    std::string rootId;
-    m_inodes.FindId(m_inodes.Root(), &rootId);
+    const std::string& rootId = m_inodes.RootId();
     const auto* const node = ResourceManager.GetNode4Id(place.Id, true, true, false);
     const std::string& mountId = node->MountPointId();
     const std::size_t top = std::max(mountId.size(), rootId.size()) + 1;

@@ -57,6 +57,7 @@ int TFileSystem::RemoveFolder(TInode& parent, const std::string& name)
         return error;
     if (!ResourceManager.DeleteFolder(place.Id, false, nullptr))
         return TResourceManager::LastFailure().Error;
+    m_copies.Forget(place.Id);
     m_inodes.Remove({&parent, place.Name});
     return 0;
 }

@@ -33,6 +33,25 @@ int TFileSystem::HoldToRemove(TInode& parent, const std::string& name, TNameHold
     return error == 0 && place->MountPoint != nullptr ? EBUSY : error;
 }
 
+/// The sidecar of a file that a program moves by a copy goes to that copy, if it has the size and
+/// the time of the source, which the program removes now.
+int TFileSystem::CarrySidecar(const TPlace& place)
+{
+    const std::string target = m_copies.CopyOf(place.Id);
+    struct stat source = {};
+    struct stat copy = {};
+    const bool isCopied = !target.empty() && lstat(place.Path.c_str(), &source) == 0 &&
+                          lstat(PathOf(target).c_str(), &copy) == 0 && S_ISREG(source.st_mode) &&
+                          S_ISREG(copy.st_mode) && copy.st_size == source.st_size &&
+                          copy.st_mtim.tv_sec == source.st_mtim.tv_sec &&
+                          copy.st_mtim.tv_nsec == source.st_mtim.tv_nsec;
+    if (!isCopied || ResourceManager.ResourceMetaExists(target) ||
+        ResourceManager.CopyResourceMeta(place.Id, target))
+        return 0;
+    const int error = TResourceManager::LastFailure().Error;
+    return error == ENOENT ? 0 : error; // most have none
+}
+
 /// As the library deletes a resource. It would look at what a link leads to, which may be nothing,
 /// or this server.
 int TFileSystem::Unlink(TInode& parent, const std::string& name)
@@ -41,8 +60,11 @@ int TFileSystem::Unlink(TInode& parent, const std::string& name)
     TPlace place;
     if (const int error = HoldToRemove(parent, name, &hold, &place))
         return error;
+    if (const int error = CarrySidecar(place))
+        return error;
     if (unlink(place.Path.c_str()) != 0)
         return errno;
+    m_copies.Forget(place.Id);
     m_inodes.Remove({&parent, place.Name});
     return UnlinkSidecar(place.Path);
 }
@@ -51,8 +73,10 @@ int TFileSystem::Unlink(TInode& parent, const std::string& name)
 int TFileSystem::RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent,
                               unsigned flags)
 {
-    if (!isSameParent)
+    if (!isSameParent) {
+        m_copies.Expect(from.Id, to.Id);
         return EXDEV;
+    }
     struct stat there = {};
     const int error = LookAt(to, &there);
     if (error == 0) {
@@ -86,8 +110,10 @@ TDiskMove TFileSystem::MoveAcross(const TInodeName& fromName, const TPlace& from
     const bool isSmallFile = S_ISREG(status.st_mode) && status.st_size <= kMaxSize;
     // A copy is another file, which what is open would not follow.
     if (!isSmallFile || m_inodes.HasHandles(fromName) ||
-        !ResourceManager.ResourceMetaExists(from.Id))
+        !ResourceManager.ResourceMetaExists(from.Id)) {
+        m_copies.Expect(from.Id, to.Id);
         return {EXDEV, false};
+    }
     // An empty file keeps the name for the move: whoever else makes it fails, or this does.
     const bool mustBeNew = (flags & RENAME_NOREPLACE) != 0;
     if (mustBeNew) {
