@@ -645,7 +645,7 @@ TQvResult TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
     if ((flags & kFindNoLink) != 0 && IsOwnFolder(path))
         flags &= ~kFindNoLink; // a mount's own folder is followed
     else if ((flags & kFindNoLink) != 0)
-        path.resize(path.find_last_not_of('/') + 1); // behind a "/" a link is followed
+        path.resize(path.find_last_not_of('/') + 1); // with a trailing "/" a link would be followed
     return QvListFolder(path, QvIncludeTrailingSlash(folder), mask, flags, progress, items.get());
 }
 

@@ -109,7 +109,7 @@ TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
     return copied;
 }
 
-/// Loading goes on without a file that cannot be read, and records that the file exists.
+/// Loading continues without a file that cannot be read, and records that the file exists.
 void NoteFailure(TCPState& state, const std::exception& failure)
 {
     if (state.Loaded.Failure.empty())

@@ -71,7 +71,7 @@ bool QvIsThereE(const std::string& path, bool asFolder)
 
 bool QvHoldsProfileE(const TQvPath& folder, const std::string& name)
 {
-    // The name is no path: it may hold a backslash.
+    // The name is no path: it may contain a backslash.
     return QvIsThereE((folder / kProfilesFolder).toSysStr() + '/' + name + '/' + kProfileFile,
                       false);
 }

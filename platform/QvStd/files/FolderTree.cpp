@@ -24,7 +24,8 @@ struct TEntry
     unsigned char Type; ///< DT_...
 };
 
-/// The type of the entry `name` of `folder`; DT_UNKNOWN when it is gone or cannot be examined.
+/// The type of the entry `name` of `folder`; DT_UNKNOWN when it does not exist or cannot be
+/// examined.
 unsigned char TypeOf(int folder, const char* name, int flags)
 {
     struct stat status = {};

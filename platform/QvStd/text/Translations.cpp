@@ -17,7 +17,7 @@ std::string Environment(const char* name)
     return value != nullptr ? value : "";
 }
 
-/// "" stands for English only.
+/// "" means English only.
 std::string Language()
 {
     std::string locale;
