@@ -162,7 +162,7 @@ public:
                 static_cast<std::size_t>(sqlite3_column_bytes(select, column)));
         };
         while (sqlite3_step(select) == SQLITE_ROW)
-            entries.emplace_hint(entries.end(), text(0), text(1));
+            entries.Set(text(0), text(1));
         sqlite3_finalize(select);
     }
     static std::unique_ptr<TSQLite> Filled(const std::string& file, int count)
@@ -205,7 +205,7 @@ public:
             return std::string_view(slice.data(), slice.size());
         };
         for (place->SeekToFirst(); place->Valid(); place->Next())
-            entries.emplace_hint(entries.end(), view(place->key()), view(place->value()));
+            entries.Set(view(place->key()), view(place->value()));
     }
     static std::unique_ptr<TLevelDB> Filled(const std::string& folder, int count)
     {
@@ -253,7 +253,7 @@ void LoadPeer(benchmark::State& state)
     TJournalEntries entries;
     bench::Compare(
         state, bench::kNoTarget, [&] { RawRead(file); }, [&] { peer->Load(entries); },
-        [&] { entries.clear(); });
+        [&] { entries.Clear(); });
     Require(entries.size() == kMillion, "records of the peer");
     fs::remove_all(Folder() / "load.peer");
 }

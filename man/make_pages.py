@@ -16,9 +16,9 @@ TEXT_COLUMN = 30  # where the help's texts begin
 SECTIONS = ("Positionals:", "Options:", "Subcommands:")
 OPTIONS_OF_QVRES = re.compile(r'(The options .*) are explained by "qvres --help"\.')
 EXIT_STATUS = {"0": "The work is done.",
-               "1": "It failed, or the answer is \"no\" where the description says so; one line on standard error says why.",
+               "1": "It failed, and a line on standard error says why; or the answer is \"no\", where the description says so.",
                "2": "Wrong usage.",
-               "130": "Cancelled by Ctrl-C."}
+               "130": "Cancelled by Ctrl-C or SIGTERM."}
 
 
 class Help:

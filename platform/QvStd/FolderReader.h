@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
@@ -17,6 +18,7 @@ struct TQvFolderEntry
 {
     std::string_view Name;  ///< ends with a byte 0; valid until the next entry is read
     unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not report it
+    ino_t Number = 0;       ///< of the inode
 };
 
 /// Reads a folder in the order of the file system, "." and ".." left out. Next is false at the end
@@ -52,6 +54,8 @@ public:
     int Descriptor() const { return m_descriptor; }
     /// Frees the descriptor; the reader can open another folder.
     void Close();
+    /// Next begins anew, with the entries that the folder has then.
+    TQvResult Rewind();
 
     /// Fills `entry` with the next entry; false at the end and after a failure (Result).
     bool Next(TQvFolderEntry* entry);

@@ -35,7 +35,8 @@ QVSTD_API bool QvIsTemporaryName(std::string_view name);
 ///   file beside it (".<name>.<random>.tmp").
 /// - A target that is a symbolic link to a file: the link's target is replaced, the link stays.
 /// - A target that may not be written (EACCES, EROFS, ...), that another opener of this library has
-///   locked (EACCES), or that is no regular file (EISDIR, EINVAL) is refused by Open.
+///   locked (EACCES), or that is no regular file (EISDIR, EINVAL) is refused by Open, with
+///   ExpectsNone by Publish.
 /// - Where no file can be created in the folder but the target may be written, the content is
 ///   collected in an unnamed file elsewhere and Publish writes it in place: after a kill or on a
 ///   full disk it may then be incomplete.
@@ -49,8 +50,10 @@ public:
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
         bool FailIfExists = false;
-        /// With FailIfExists: Open does not check the target, Publish does. For a target that is
-        /// probably missing, because its folder was just made.
+        /// Open does not check the target unless it cannot make an unnamed file; Publish does, when
+        /// the name turns out to be taken. For a small content, or a target that is probably
+        /// missing; with Permissions or FailIfExists only. A target that is a link to another file
+        /// system is refused (EXDEV).
         bool ExpectsNone = false;
         /// The content is synced before the file gets its name, and the name before Publish
         /// answers.
@@ -68,7 +71,7 @@ public:
         /// file system has them) the new file gets; -1 for none.
         int AttributesOf = -1;
         /// A descriptor of a file that must not be replaced by itself: IsSameFile says whether it
-        /// is the target.
+        /// is the target, and Publish discards the content then.
         int NotOnto = -1;
         /// With ExpectsNone: keeps the folder of the target open for the next new file.
         TQvFolderKeeper* Folder = nullptr;

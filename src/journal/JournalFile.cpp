@@ -22,6 +22,7 @@ int FlagsOf(TJournalAccess access)
     // O_APPEND: the kernel appends at the end that the file system's server reports, not at a
     // cached one.
     switch (access) {
+    case TJournalAccess::Look:
     case TJournalAccess::Read:
         return O_RDONLY;
     case TJournalAccess::Change:
@@ -50,20 +51,17 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
 {
     m_path = path;
     m_position = 0;
-    const bool reads = access == TJournalAccess::Read;
     int error = m_file.Open(path, FlagsOf(access), &m_status);
     if (error == ENOENT)
         return ExplainMissing();
     if (error == ESTALE)
         error = EBUSY;
     // Some file systems refuse to open a file that another process has locked exclusively.
-    const int wanted = reads ? R_OK : R_OK | W_OK;
+    const int wanted = FlagsOf(access) == O_RDONLY ? R_OK : R_OK | W_OK;
     if (error == EACCES && faccessat(AT_FDCWD, path.c_str(), wanted, AT_EACCESS) == 0)
         error = EBUSY;
     if (error == 0)
-        error = Passing(QvTakeShareLock(m_file.Number(), kQvShareAll));
-    if (error == 0)
-        error = LockContent(reads ? F_RDLCK : F_WRLCK);
+        error = Lock(access);
     if (error == 0)
         error = Passing(m_file.Refresh(path));
     if (error == 0)
@@ -73,6 +71,14 @@ TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
     if (error != 0)
         m_file = TQvFreshFile();
     return Answer(error);
+}
+
+int TJournalFile::Lock(TJournalAccess access) const
+{
+    if (access == TJournalAccess::Look)
+        return 0;
+    const int error = Passing(QvTakeShareLock(m_file.Number(), kQvShareAll));
+    return error != 0 ? error : LockContent(access == TJournalAccess::Read ? F_RDLCK : F_WRLCK);
 }
 
 int TJournalFile::LockContent(short kind) const

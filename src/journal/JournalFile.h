@@ -20,6 +20,7 @@
 
 enum class TJournalAccess
 {
+    Look, ///< for reading, without a lock: a writer may be in the middle of its work
     Read,
     Change, ///< must exist
     Append, ///< is created when missing
@@ -75,6 +76,7 @@ public:
     TQvResult AppendAndClose(std::string_view block, TJournalIdentity* synced);
 
 private:
+    int Lock(TJournalAccess access) const;
     int LockContent(short kind) const;
     int AskServer();
     int CompareWithPath() const;

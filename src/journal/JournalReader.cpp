@@ -28,28 +28,17 @@ public:
             return;
         const std::size_t mark =
             static_cast<std::size_t>(static_cast<const char*>(found) - line.data());
-        Set(line.substr(0, mark), line.substr(mark + 1));
+        m_entries->Set(line.substr(0, mark), line.substr(mark + 1));
     }
 
     void Removal(std::string_view line)
     {
         m_key.assign(1, kRecordMark).append(QvTrim(line.substr(1)));
-        // Not by key: that looks for the first and the last of equal keys.
-        if (const auto place = m_entries->find(m_key); place != m_entries->end())
-            m_entries->erase(place);
+        m_entries->Remove(m_key);
     }
 
 private:
     static bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
-    void Set(std::string_view key, std::string_view name)
-    {
-        // A rewrite is sorted, so that most records belong at the end and the map need not search.
-        const std::size_t before = m_entries->size();
-        const auto place = m_entries->emplace_hint(m_entries->end(), key, name);
-        if (m_entries->size() == before)
-            place->second.assign(name);
-    }
 
     TJournalEntries* m_entries;
     std::string m_key; ///< kept for its memory
@@ -169,6 +158,32 @@ bool HasSignature(std::string_view start)
            start.compare(kSignatureOffset, signature.size(), signature) == 0;
 }
 } // namespace
+
+void TJournalEntries::Set(std::string_view id, std::string_view name)
+{
+    char* const text = static_cast<char*>(m_memory.allocate(id.size() + name.size(), 1));
+    std::memcpy(text, id.data(), id.size());
+    std::memcpy(text + id.size(), name.data(), name.size());
+    const std::string_view keptName(text + id.size(), name.size());
+    // A rewrite is sorted, so that most records belong at the end and the map need not search.
+    const std::size_t before = m_map.size();
+    const auto place = m_map.emplace_hint(m_map.end(), std::string_view(text, id.size()), keptName);
+    if (m_map.size() == before)
+        place->second = keptName;
+}
+
+void TJournalEntries::Remove(std::string_view id)
+{
+    // Not by key: that looks for the first and the last of equal keys.
+    if (const auto place = m_map.find(id); place != m_map.end())
+        m_map.erase(place);
+}
+
+void TJournalEntries::Clear()
+{
+    m_map.clear(); // keeps no node, so that their memory can go
+    m_memory.release();
+}
 
 std::uint32_t JournalChecksum(std::string_view bytes, std::uint32_t before)
 {

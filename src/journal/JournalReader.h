@@ -13,9 +13,32 @@
 
 #include "QvStd/Stream.h"
 
-/// Normalized id -> name as its creator spelled it, in byte order of the ids. The owner chooses
-/// where its nodes lie; by default each is a piece of the heap.
-using TJournalEntries = std::pmr::map<std::string, std::string>;
+/// Normalized id -> name as its creator spelled it, in byte order of the ids.
+///
+/// Nodes and texts lie side by side in few pieces of memory: a load allocates nothing for each
+/// record, and a way down the map finds a node and its id together. The memory of removed records
+/// and replaced names is free again with Clear only: no more than the journal has lines.
+class TJournalEntries
+{
+public:
+    /// The views are valid until Clear.
+    using TMap = std::pmr::map<std::string_view, std::string_view>;
+
+    TMap::const_iterator begin() const { return m_map.begin(); }
+    TMap::const_iterator end() const { return m_map.end(); }
+    std::size_t size() const { return m_map.size(); }
+    bool empty() const { return m_map.empty(); }
+    std::size_t count(std::string_view id) const { return m_map.count(id); }
+
+    /// Adds an entry or replaces its name. Both texts are copied.
+    void Set(std::string_view id, std::string_view name);
+    void Remove(std::string_view id);
+    void Clear();
+
+private:
+    std::pmr::monotonic_buffer_resource m_memory;
+    TMap m_map{&m_memory};
+};
 
 enum class TJournalState
 {

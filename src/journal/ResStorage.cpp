@@ -60,7 +60,7 @@ public:
             Write();
         }
     }
-    void AddRecord(const std::string& key, const std::string& name)
+    void AddRecord(std::string_view key, std::string_view name)
     {
         // In place: QvNormalizeResId would make a string for each record.
         assert(!key.empty() && key.front() == kRecordMark); // else the line would be no record
@@ -192,7 +192,7 @@ bool TResStorage::DoLoadDir(const TLocker& given)
 
 bool TResStorage::Load(const TLocker& locker, TJournalFile* read, bool shortens)
 {
-    ClearDir();
+    m_dir->Clear();
     m_reading = ReadDirFile(read);
     if (m_reading.State != TJournalState::Whole)
         return false;
@@ -246,7 +246,7 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
             error = got == TQvStream::invalid_value ? errno : 0;
             return got;
         },
-        &m_dir->Entries);
+        m_dir.get());
     read->Unlock();
     m_isStale = reading.State == TJournalState::Unreadable;
     if (m_isStale)
@@ -266,14 +266,14 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
     if (!Lock(&exclusive, true, TMessages::RecreateDir) || !ListContent() ||
         !Save(exclusive, &read, keeps))
         return false;
-    if (isMissing && m_dir->Entries.empty())
+    if (isMissing && m_dir->empty())
         return true; // a new storage
     const std::string kept = DirFile().toSysStr() + kDamagedJournalSuffix;
     QvLogWriteWarning(TQvMessage("TResStorage::LoadDir(): Storage (%1%) was broken (%2%) and "
                                  "rebuilt from its content: %3% records were sealed in %4% bytes, "
                                  "%5% are there now%6%")
                           << Name << JournalFinding(broken) << broken.SealedRecords
-                          << broken.SealedBytes << m_dir->Entries.size()
+                          << broken.SealedBytes << m_dir->size()
                           << (keeps ? "; the old journal is kept as " + kept : ""),
                       kLevelWarning, 0);
     return true;
@@ -289,14 +289,14 @@ bool TResStorage::ListContent()
 {
     const std::string content =
         QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
-    ClearDir();
+    m_dir->Clear();
     m_failure = TakeContent(content);
     if (m_failure)
         return true;
     QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
                        << m_failure.Name() << QvErrorText(m_failure.Error()),
                    kLevelWrite, 0);
-    ClearDir(); // half a listing must not become the journal
+    m_dir->Clear(); // half a listing must not become the journal
     return false;
 }
 
@@ -337,7 +337,7 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
     if (isFolder)
         id += '/';
     std::replace(id.begin(), id.end(), '\\', '/');
-    m_dir->Entries[QvNormalizeResId(id)] = std::move(name);
+    m_dir->Set(QvNormalizeResId(id), name);
     return TQvResult::Done();
 }
 
@@ -387,7 +387,7 @@ TQvResult TResStorage::WriteDir(TJournalRewrite* rewrite) const
     block.Add(Korvadel::ssprintf("%c%08X", kStampMark, QvGetTickCount()));
     block.Add(kLineEnd);
     block.Add(StorageSgn);
-    for (const auto& [key, name] : m_dir->Entries)
+    for (const auto& [key, name] : *m_dir)
         block.AddRecord(key, name);
     return block.Seal();
 }
@@ -559,12 +559,6 @@ void TResStorage::NoteDirFile(const TJournalFile& file)
     m_dirSize = file.Size();
     m_dirTime = file.Time();
     m_isStale = false;
-}
-
-void TResStorage::ClearDir()
-{
-    m_dir->Entries.clear(); // keeps no node, so that their memory can go
-    m_dir->Memory.release();
 }
 
 std::string JournalFinding(const TJournalReading& reading)

@@ -21,7 +21,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <memory_resource>
 #include <string>
 
 #include "QvStd/Path.h"
@@ -43,7 +42,7 @@ public:
     TQvPath XIniFile() const;
 
     /// What the journal held when it was last loaded; stale after an append of any process.
-    const TJournalEntries& Dir() const { return m_dir->Entries; }
+    const TJournalEntries& Dir() const { return *m_dir; }
     /// Size in bytes and Unix time of the journal when this object last read, wrote or extended it.
     std::uint64_t DirSize() const { return m_dirSize; }
     std::uint32_t DirTime() const { return m_dirTime; }
@@ -94,13 +93,6 @@ private:
         AsItIs,
         Rewritten
     };
-    /// The nodes lie side by side in few pieces of memory, which takes a third off a load. Memory
-    /// of removed nodes is free again with the next load only: no more than the journal has lines.
-    struct TDir
-    {
-        std::pmr::monotonic_buffer_resource Memory;
-        TJournalEntries Entries{&Memory};
-    };
 
     TLocker Begin(const TLocker& given, bool forWriting, const TMessages& messages);
     bool Lock(TLocker* locker, bool forWriting, const TMessages& messages);
@@ -123,9 +115,8 @@ private:
                 const TMessages& messages);
     bool AppendBlock(const std::string& block, const TMessages& messages);
     void NoteDirFile(const TJournalFile& file);
-    void ClearDir();
 
-    std::unique_ptr<TDir> m_dir = std::make_unique<TDir>();
+    std::unique_ptr<TJournalEntries> m_dir = std::make_unique<TJournalEntries>();
     TJournalReading m_reading;
     TQvResult m_failure;
     std::uint64_t m_dirSize = 0;

@@ -42,6 +42,10 @@ bool IsOneFolder(const std::string& a, const std::string& b)
 /// Whether `path` is the sidecar of `resource`, perhaps by another way to the same folder.
 bool IsSidecarOf(const std::string& path, const std::string& resource)
 {
+    constexpr std::string_view kSuffix = kSidecarSuffix;
+    if (path.size() < kSuffix.size() ||
+        path.compare(path.size() - kSuffix.size(), kSuffix.size(), kSuffix) != 0)
+        return false; // nearly always, without a text to be made
     return QvExtractResName(path) == QvExtractResName(resource) + kSidecarSuffix &&
            IsOneFolder(path, resource);
 }
@@ -130,6 +134,12 @@ bool IsAt(const std::string& path, const TQvFileStream& file)
            QvIsSameInode(opened, there);
 }
 
+/// With the rights that opening it would have: a thread may have another identity than its process.
+bool Allows(const std::string& path, int access)
+{
+    return faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) == 0;
+}
+
 /// Whether a file named like a folder's sidecar is one.
 enum class TFolderSidecar
 {
@@ -143,6 +153,9 @@ enum class TFolderSidecar
 void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
                         TFolderSidecar ofFolder)
 {
+    // Most resources have none, and nothing else is asked for them.
+    if (!Allows(sidecar, F_OK) && errno == ENOENT)
+        return;
     const auto isStale = [&] {
         bool isFolder = false;
         const TQvResult exists = QvFileDirExists(path, &isFolder);
@@ -156,7 +169,7 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
     // A sidecar that may not be read cannot be locked, also not by a process that moves it.
     const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
                             ? IsAt(sidecar, hold)
-                            : access(sidecar.c_str(), R_OK) != 0 && errno == EACCES;
+                            : !Allows(sidecar, R_OK) && errno == EACCES;
     if (isFree && isStale())
         QvDeleteFile(sidecar);
 }
@@ -290,7 +303,7 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
         // One that may not be read cannot be locked, not by a process that removes it either.
-        if (access(sidecar.c_str(), R_OK) != 0)
+        if (!Allows(sidecar, R_OK))
             return 0;
         if (error != 0 && error != EACCES)
             return error;
@@ -486,9 +499,10 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, TMountNode& t
                                            const std::string& dst, const TCopyHints& hints,
                                            TQvProgressHandler* progress)
 {
-    if (target.GetResourceFile(dst).empty())
+    std::string file = target.GetResourceFile(dst);
+    if (file.empty())
         return TMountNode::CopyResourceTo(src, target, dst, hints, progress);
-    const TTransferEnds ends{PathFromId(src), target.GetResourceFile(dst), src, dst};
+    const TTransferEnds ends{PathFromId(src), std::move(file), src, dst};
     TQvResult allowed = RequirePlace(target, ends);
     if (allowed)
         allowed = RefuseSidecars(ends);

@@ -268,5 +268,6 @@ bool WriteResResourceLabel(const std::string& resId, const TQvResourceLabel& lab
     }
     if (!isPut)
         return Fail(EINVAL, resId);
-    return stored.Writing || Fail(stored.Writing.Error(), resId);
+    const TQvResult& failed = stored.Reading ? stored.Writing : stored.Reading;
+    return stored || Fail(failed.Error(), resId);
 }

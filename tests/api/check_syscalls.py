@@ -12,10 +12,10 @@ EXPECTED = {
     "exists": "stat",
     "attributes": "statx",
     "list": "openat getdents64 getdents64 close",
-    # the look for a sidecar, the source, the look for a target, an unnamed file that gets its bits, content and time before its name
-    "copy": "stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
+    # the look for a sidecar, the source, an unnamed file that gets its bits, content and time before the name, which must be free
+    "copy": "stat openat fstat openat fchmod copy_file_range utimensat linkat close close",
     # and a look for a sidecar that an earlier resource has left
-    "copy-between": "stat stat openat fstat openat openat fchmod copy_file_range utimensat linkat close close",
+    "copy-between": "stat stat openat fstat openat fchmod copy_file_range utimensat linkat close close",
     # the second of two resources into a new folder: no look for a sidecar, which the listing has not shown, nor for a target; then both folders are closed
     "copy-extended": "openat fstat openat fchmod copy_file_range utimensat linkat close close close close",
     # each folder is opened once; a link is refused by the open itself

@@ -61,7 +61,7 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
     Expect({{"fallocate -l 2G a/big; echo old >b/big", ""}});
     const std::pair<const char*, const char*> calls[] = {{"cp /A/big /B/big", "% Copying /A/big"},
                                                          {"copy --overwrite /A/ /B", "% /A/big"},
-                                                         {"label /A/big", "% Reading /A/big"}};
+                                                         {"label /A/big", "/s 0:"}};
     for (const auto& [call, bar] : calls) {
         SCOPED_TRACE(call);
         TOnTerminal terminal(call);

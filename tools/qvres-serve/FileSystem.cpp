@@ -21,7 +21,7 @@ TInode RootInode(const TMountPoints& mounts, const std::string& id)
 }
 } // namespace
 
-bool IsSidecarName(const std::string& name)
+bool IsSidecarName(std::string_view name)
 {
     constexpr std::size_t kLength = sizeof(kSidecarSuffix) - 1;
     return name.size() > kLength &&

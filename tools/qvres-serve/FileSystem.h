@@ -13,9 +13,11 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <sys/statvfs.h>
 
 #include <QvServices/QvServices.h>
+#include <QvStd/FolderReader.h>
 
 #include "DiskMove.h"
 #include "FileHandle.h"
@@ -56,16 +58,15 @@ public:
         ino_t Number; ///< as it is shown; 0 for an unknown one
     };
 
-    std::mutex Mutex; ///< of all below
-    TQvDescriptor Descriptor;
-    std::string Id;
+    TQvFolderReader Reader; ///< nothing is open above the mount points
+    std::mutex Mutex;       ///< of what is read, and of all below
     std::vector<TName> Names;
     bool HasAttributes = false; ///< to be given with the names
     int Error = 0;              ///< the first error of the listing
 };
 
 /// Sidecars follow their resources and have no name of their own.
-bool IsSidecarName(const std::string& name);
+bool IsSidecarName(std::string_view name);
 
 class TFileSystem
 {
@@ -134,6 +135,7 @@ private:
     int ChangeAt(const TPlace& place, const TChange& change) const;
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
     int AddDiskNames(TFolderHandle& folder);
+    int AddMountPoints(TInode& inode, TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
     TDiskMove RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);

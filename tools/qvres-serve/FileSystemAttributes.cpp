@@ -123,10 +123,10 @@ static int ChangeOpen(int descriptor, const TChange& change)
 
 int TFileSystem::ChangeAt(const TPlace& place, const TChange& change) const
 {
-    if (place.Path.empty())
-        return EROFS;
     struct stat status = {};
     int error = LookAt(place, &status);
+    if (error == 0 && status.st_dev == 0)
+        error = EROFS; // above the mount points
     if (error == 0 && change.HasOwner)
         error = RequireOwner(change, status);
     // Through the library, which respects the file's other openers.
@@ -220,7 +220,7 @@ int TFileSystem::GetSpace(TInode& inode, struct statvfs* space)
     TPlace place;
     if (const int error = HoldName(inode, &hold, &place))
         return error;
-    if (!place.Path.empty()) {
+    if (!inode.IsVirtual) {
         const bool isLink = inode.Kind == S_IFLNK;
         const std::string path = isLink ? QvExtractResPath(place.Path) : place.Path;
         return Result(statvfs(path.c_str(), space));
@@ -229,6 +229,28 @@ int TFileSystem::GetSpace(TInode& inode, struct statvfs* space)
     *space = {};
     space->f_bsize = space->f_frsize = 4096;
     space->f_namemax = 255;
+    return 0;
+}
+
+/// ENODATA where the tree knows nothing.
+static int AskTree(const std::string& id, const std::string& what, std::string* value)
+{
+    TQvResAttrib attrib;
+    TQvResourceLabel label;
+    bool isKnown = false;
+    if (what == "size" || what == "time")
+        isKnown = ResourceManager.GetResourceAttr(id, &attrib);
+    else if (what == "crc")
+        isKnown = ReadResResourceLabel(id, &label);
+    else
+        return ENODATA;
+    if (!isKnown) {
+        const int failure = TResourceManager::LastFailure().Error;
+        return failure != 0 ? failure : ENODATA;
+    }
+    *value = what == "size"   ? std::to_string(attrib.Size)
+             : what == "time" ? std::to_string(attrib.UpdateTime.Milliseconds())
+                              : std::to_string(label.CRC);
     return 0;
 }
 
@@ -249,15 +271,9 @@ int TFileSystem::GetExtended(TInode& inode, const std::string& name, std::string
         *value = std::to_string(getpid());
     else if (what == "id")
         *value = id;
-    else if (what == "file" && !place.Path.empty())
+    else if (what == "file" && !inode.IsVirtual)
         *value = place.Path;
-    TQvResAttrib attrib;
-    TQvResourceLabel label;
-    if (what == "size" && ResourceManager.GetResourceAttr(id, &attrib))
-        *value = std::to_string(attrib.Size);
-    if (what == "time" && ResourceManager.GetResourceAttr(id, &attrib))
-        *value = std::to_string(attrib.UpdateTime.Milliseconds());
-    if (what == "crc" && ReadResResourceLabel(id, &label))
-        *value = std::to_string(label.CRC);
-    return value->empty() ? ENODATA : 0;
+    else
+        return AskTree(id, what, value);
+    return 0;
 }

@@ -15,12 +15,11 @@ dev_t DeviceOf(const std::string& path)
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 ? status.st_dev : 0;
 }
-/// The library would look at what the link leads to, which may be nothing, or this server.
-int UnlinkWithSidecar(const std::string& link)
+
+/// 0 or an errno. A folder is no sidecar, and a name that is too long for one has none.
+int UnlinkSidecar(const std::string& path)
 {
-    if (unlink(link.c_str()) != 0)
-        return errno;
-    const std::string sidecar = link + kSidecarSuffix;
+    const std::string sidecar = path + kSidecarSuffix;
     const bool isGone =
         unlink(sidecar.c_str()) == 0 || errno == ENOENT || errno == EISDIR || errno == ENAMETOOLONG;
     return isGone ? 0 : errno;
@@ -34,25 +33,18 @@ int TFileSystem::HoldToRemove(TInode& parent, const std::string& name, TNameHold
     return error == 0 && place->MountPoint != nullptr ? EBUSY : error;
 }
 
+/// As the library deletes a resource. It would look at what a link leads to, which may be nothing,
+/// or this server.
 int TFileSystem::Unlink(TInode& parent, const std::string& name)
 {
     TNameHold hold;
     TPlace place;
     if (const int error = HoldToRemove(parent, name, &hold, &place))
         return error;
-    if (place.MountPoint != nullptr)
-        return EBUSY;
-    struct stat status = {};
-    if (const int error = LookAt(place, &status))
-        return error;
-    if (S_ISLNK(status.st_mode)) {
-        if (const int error = UnlinkWithSidecar(place.Path))
-            return error;
-    } else if (!ResourceManager.DeleteResource(place.Id)) {
-        return TResourceManager::LastFailure().Error;
-    }
+    if (unlink(place.Path.c_str()) != 0)
+        return errno;
     m_inodes.Remove({&parent, place.Name});
-    return 0;
+    return UnlinkSidecar(place.Path);
 }
 
 /// Replaces an empty folder, as on a disk, but not in one step.

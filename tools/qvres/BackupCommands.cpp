@@ -156,7 +156,7 @@ void AddBackupCommands(CLI::App& app, THost& host)
         app, "backup",
         "Move a resource into the folder \"backup\" next to it, named with the time of its last\n"
         "modification, and delete the oldest of its backups. The id of the backup is printed",
-        "  qvres backup --keep 5 /Data/a.txt     (/Data/backup/a.2024-05-01.12-30-00.txt)\n"
+        "  qvres backup --keep 5 /Data/a.txt     # /Data/backup/a.2024-05-01.12-30-00.txt\n"
         "  qvres backup --list /Data/a.txt");
     backup
         ->add_option("--keep", options->Keep,

@@ -130,6 +130,27 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
         throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
 }
 
+unsigned ShownKind(const TResourceManager& tree, const std::string& id)
+{
+    const unsigned kind = tree.ResourceExists(id);
+    const std::string normalId = QvNormalizeResId(id);
+    // What is missing on the disk below a mount point itself is no such folder.
+    if (kind == kResNothing && !tree.IsMountNode(id))
+        for (const auto& node : tree.MountNodes())
+            if (!node->IsPureVirtual() &&
+                IsAtOrBelow(QvNormalizeResId(node->MountPointId()), normalId))
+                return kResFolder;
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
+    return kind;
+}
+
+bool IsAtOrBelow(const std::string& path, const std::string& folder)
+{
+    const std::string prefix = QvIncludeTrailingSlash(folder);
+    return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
+}
+
 var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id)
 {
     var_a<TQvStream*> stream = tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);

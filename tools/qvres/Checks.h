@@ -39,6 +39,13 @@ void RequireRealFolder(const TResourceManager& tree, const std::string& id);
 /// An id under which a resource can be written: no folder, and its parent folder exists.
 void RequireTarget(const TResourceManager& tree, const std::string& id);
 
+/// What a listing shows at `id`, where a folder that the disk does not have may contain mount
+/// points. Throws TFailure when that cannot be found out.
+unsigned ShownKind(const TResourceManager& tree, const std::string& id);
+
+/// Of two paths or normalized ids; a "/" at the end of either does not count.
+bool IsAtOrBelow(const std::string& path, const std::string& folder);
+
 /// An open resource. Throws TFailure with the cause.
 var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id);
 

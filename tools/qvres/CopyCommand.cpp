@@ -131,12 +131,6 @@ std::string DiskFolder(const TResourceManager& tree, const std::string& id)
                : std::filesystem::weakly_canonical(node->GetResourceFile(id), error).string();
 }
 
-bool IsAtOrBelow(const std::string& path, const std::string& folder)
-{
-    const std::string prefix = QvIncludeTrailingSlash(folder);
-    return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
-}
-
 /// Each call would copy the copies of the calls before, too. A link or another mount may lead into
 /// the folder.
 void RefuseCopyIntoItself(const TResourceManager& tree, const std::string& source,
@@ -295,9 +289,9 @@ void AddCopyCommand(CLI::App& app, THost& host)
         "skipped, hidden names are left out. Each one that could not be copied is named on "
         "standard\n"
         "error, and the exit status is 1 then. The last line has the counts",
-        "  qvres copy /Data/a /Data/b /Backup     (/Backup/a, /Backup/b)\n"
-        "  qvres copy /Data/2024 /Backup          (/Backup/2024)\n"
-        "  qvres copy /Data/2024/ /Backup/2024    (the content of /Data/2024)\n"
+        "  qvres copy /Data/a /Data/b /Backup     # /Backup/a, /Backup/b\n"
+        "  qvres copy /Data/2024 /Backup          # /Backup/2024\n"
+        "  qvres copy /Data/2024/ /Backup/2024    # the content of /Data/2024\n"
         "  qvres copy --ask /Data /Backup");
     command->formatter(std::make_shared<TCopyFormatter>());
     CLI::Option* overwrite =

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <set>
 #include <unistd.h>
 #include <vector>
 
@@ -107,11 +108,11 @@ void TDoctor::Examine(const std::string& givenId)
     const std::string id = QvExcludeTrailingSlash(givenId);
     CheckId(id);
     ExamineMounts(id);
-    const unsigned kind = m_tree.ResourceExists(id);
+    const unsigned kind = ShownKind(m_tree, id);
     if (kind == kResResource)
         return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
     // When the folder of a mount is missing, that was reported already.
-    if (!m_foundAny)
+    if (!m_foundAny && kind != kResFolder)
         RequireFolder(m_tree, id);
     TQvProgress progress(&m_host.Progress);
     progress.SetMessage("Examining " + id);
@@ -125,11 +126,9 @@ void TDoctor::Examine(const std::string& givenId)
 
 void TDoctor::ExamineMounts(const std::string& id)
 {
-    const std::string prefix = QvNormalizeResId(QvIncludeTrailingSlash(id));
     for (const auto& node : m_tree.MountNodes()) {
         const std::string& point = node->MountPointId();
-        if (node->IsPureVirtual() ||
-            QvNormalizeResId(point + "/").compare(0, prefix.size(), prefix) != 0)
+        if (node->IsPureVirtual() || !IsAtOrBelow(QvNormalizeResId(point), QvNormalizeResId(id)))
             continue;
         const std::string folder = node->GetResourceFile(point);
         bool isFolder = false;
@@ -150,13 +149,14 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
     std::vector<TQvFailure> failures;
     m_tree.Find(items, id, "*", kFindFolders | kFindRecursive | kFindHidden | kFindMounts,
                 &m_host.Progress, &failures);
-    for (const TQvFailure& failure : failures)
-        CannotRead(failure.Id, failure.Error);
-    std::vector<std::string> folders = {id};
+    std::set<std::string> folders = {id};
     for (TQvResFindItem& item : *items)
-        folders.push_back(std::move(item.Id));
-    std::sort(folders.begin(), folders.end());
-    return folders;
+        folders.insert(std::move(item.Id));
+    for (const TQvFailure& failure : failures) {
+        CannotRead(failure.Id, failure.Error);
+        folders.erase(failure.Id);
+    }
+    return {folders.begin(), folders.end()};
 }
 
 /// With the name of a resource only the files that belong to it.

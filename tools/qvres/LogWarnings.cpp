@@ -31,7 +31,8 @@ void Keep(TQvLogKind kind, const TQvMessage& message, int level)
 
 void LogWarnings::Collect()
 {
-    if (std::getenv("QV_LOG_LEVEL") == nullptr)
+    const char* const level = std::getenv("QV_LOG_LEVEL");
+    if (level == nullptr || *level == '\0')
         QvSetLogSink(&Keep);
 }
 
@@ -47,5 +48,11 @@ void LogWarnings::PrintUnsaid()
     for (const std::string& text : g_warnings)
         if (!WasPrinted(text))
             PrintError("warning: " + text);
+    g_warnings.clear();
+}
+
+void LogWarnings::Drop()
+{
+    const std::lock_guard<std::mutex> guard(g_mutex);
     g_warnings.clear();
 }

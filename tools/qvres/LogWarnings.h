@@ -16,4 +16,7 @@ std::string Last();
 
 /// Prints those that were in no error.
 void PrintUnsaid();
+
+/// Prints none of those that there are.
+void Drop();
 } // namespace LogWarnings

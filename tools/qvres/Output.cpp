@@ -106,7 +106,7 @@ void PrintError(const TFailure& failure)
         record["id"] = nullptr;
     else
         PutText(record, "id", failure.Id);
-    record["errno"] = failure.Error != 0 ? failure.Error : ErrorNamedIn(failure.what());
+    record["errno"] = ErrorOf(failure);
     std::fprintf(stderr, "%s\n", ToJsonText(record).c_str());
 }
 
@@ -119,6 +119,11 @@ void PrintError(const std::string& message)
     std::replace_if(
         line.begin(), line.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
     std::fprintf(stderr, "qvres: %s\n", line.c_str());
+}
+
+int ErrorOf(const TFailure& failure)
+{
+    return failure.Error != 0 ? failure.Error : ErrorNamedIn(failure.what());
 }
 
 bool WasPrinted(const std::string& text)

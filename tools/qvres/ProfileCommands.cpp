@@ -71,6 +71,8 @@ void List(THost& host)
     }
     if (host.Json)
         host.Out.Line(ToJsonText(records));
+    if (!state.Loaded.Failure.empty())
+        throw TFailure(state.Loaded.Failure);
 }
 
 std::string NodeTarget(const TQvResourceProfile::TNode& node)
@@ -195,7 +197,7 @@ void AddProfileCommands(CLI::App& app, THost& host)
                                 "List the profiles: \"*\" for the current one, local or remote "
                                 "(from the repository),\nnumber of mounts, free space, name",
                                 "  qvres profile list\n"
-                                "  qvres --json profile list     (free space in bytes)");
+                                "  qvres --json profile list     # free space in bytes");
     list->callback([&host] { List(host); });
     AddForName(*profile, host, "show", "Show a profile with its mount points", &Show);
     AddForName(*profile, host, "create",
@@ -205,7 +207,7 @@ void AddProfileCommands(CLI::App& app, THost& host)
     const auto folder = std::make_shared<std::string>();
     CLI::App* add = AddCommand(*profile, "add",
                                "Mount a folder in a profile, at / and its name; that id is printed",
-                               "  qvres profile add Work /srv/work     (/work)");
+                               "  qvres profile add Work /srv/work     # /work");
     add->add_option("NAME", *name, "The profile; not one from the repository")->required();
     add->add_option("FOLDER", *folder, "The folder on the disk")->required();
     add->callback([&host, name, folder] { Add(host, *name, *folder); });

@@ -20,7 +20,7 @@ struct TSetupOptions
 {
     bool Common = false;
     std::optional<std::string> Repository; ///< "" switches it off
-    std::string Folder;                    ///< "" for none
+    std::optional<std::string> Folder;
 };
 
 struct TSettings
@@ -137,7 +137,7 @@ void Setup(THost& host, const TSetupOptions& options)
     if (options.Common && !host.Session.VarFolder.empty())
         throw CLI::ValidationError("--common", "does not go with --var, which is for one call; "
                                                "QV_VAR_FOLDER names another VAR folder");
-    const TQvPath folder = options.Folder.empty() ? TQvPath() : FolderToMount(options.Folder);
+    const TQvPath folder = options.Folder ? FolderToMount(*options.Folder) : TQvPath();
     host.Session.StartConfiguration(false);
     TSettings settings = ChooseVarFolder(options);
     ChooseRepository(options, settings); // a refusal leaves no folder
@@ -166,7 +166,7 @@ void AddSetupCommand(CLI::App& app, THost& host)
         "first\n"
         "profile, which mounts FOLDER at / and its name; that id is printed. May be run again: "
         "where no\nprofile is the current one, one is selected",
-        "  qvres setup /srv/data                (then: qvres ls /data)\n"
+        "  qvres setup /srv/data                # then: qvres ls /data\n"
         "  qvres setup --repository /mnt/server/profiles\n"
         "  qvres --var ./var setup ./data");
     command->add_flag("--common", options->Common,

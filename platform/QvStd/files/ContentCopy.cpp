@@ -13,9 +13,9 @@
 
 namespace
 {
-constexpr std::uint64_t kBlock = 256 * 1024;
-constexpr std::uint64_t kSmallBlock = 16 * 1024;
-constexpr std::uint64_t kReportEvery = 8 * 1024 * 1024;
+constexpr std::uint64_t kBlock = std::uint64_t{256} * 1024;
+constexpr std::uint64_t kSmallBlock = std::uint64_t{16} * 1024;
+constexpr std::uint64_t kReportEvery = std::uint64_t{8} * 1024 * 1024;
 constexpr std::uint64_t kUntilTheEnd = UINT64_MAX;
 constexpr off_t kStatusBlock = 512;
 

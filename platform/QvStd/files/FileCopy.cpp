@@ -20,6 +20,7 @@ namespace
 {
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kModeBits = 07777;
+constexpr off_t kSmall = 256 * 1024;
 
 /// Sets errno, too, for callers that use the result as a bool.
 TQvResult Answer(TQvResult result)
@@ -53,6 +54,25 @@ int OpenSource(const std::string& path, TQvCopyFolders* folders, TQvDescriptor* 
     return QvOpenRegular(path, O_RDONLY, file, status);
 }
 
+TQvResult CopyOpened(int input, const struct stat& source, const std::string& from,
+                     const std::string& to, const TQvNewFile::TOptions& options,
+                     TQvProgressHandler* progress)
+{
+    TQvNewFile output;
+    if (TQvResult ready = output.Open(to, options); !ready)
+        return Answer(ready);
+    TQvCopyReport report(progress, static_cast<std::uint64_t>(source.st_size));
+    if (!output.IsSameFile()) {
+        const TQvCopyError error = QvCopyContent(input, source, output.Descriptor(), report);
+        if (error.Reading != 0)
+            return AnswerError(error.Reading, from);
+        if (error.Writing != 0)
+            return AnswerError(error.Writing, to);
+    }
+    report.Whole();
+    return output.IsSameFile() ? TQvResult::Done() : Answer(output.Publish());
+}
+
 /// `opened` (may be null) receives the state of the source before it is read.
 TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfExists,
                    TPurpose purpose, TQvProgressHandler* progress,
@@ -66,7 +86,9 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
         *opened = source;
     TQvNewFile::TOptions options;
     options.FailIfExists = failIfExists;
-    options.ExpectsNone = purpose == TPurpose::CopyToNew;
+    // A large source is read only when the target can be replaced.
+    const bool isSmall = source.st_size <= kSmall && purpose == TPurpose::Copy && !failIfExists;
+    options.ExpectsNone = isSmall || purpose == TPurpose::CopyToNew;
     options.Synced = purpose == TPurpose::Move;
     options.Permissions =
         source.st_mode & (purpose == TPurpose::Move ? kModeBits : kPermissionBits);
@@ -74,20 +96,12 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
     options.AttributesOf = purpose == TPurpose::Move ? input.Number() : -1;
     options.NotOnto = input.Number();
     options.Folder = folders != nullptr ? &folders->Target : nullptr;
-    TQvNewFile output;
-    if (TQvResult ready = output.Open(to, options); !ready)
-        return Answer(ready);
-    TQvCopyReport report(progress, static_cast<std::uint64_t>(source.st_size));
-    if (!output.IsSameFile()) {
-        const TQvCopyError error =
-            QvCopyContent(input.Number(), source, output.Descriptor(), report);
-        if (error.Reading != 0)
-            return AnswerError(error.Reading, from);
-        if (error.Writing != 0)
-            return AnswerError(error.Writing, to);
+    TQvResult copied = CopyOpened(input.Number(), source, from, to, options, progress);
+    if (isSmall && copied.Error() == EXDEV) { // the target is a link to another file system
+        options.ExpectsNone = false;
+        copied = CopyOpened(input.Number(), source, from, to, options, progress);
     }
-    report.Whole();
-    return output.IsSameFile() ? TQvResult::Done() : Answer(output.Publish());
+    return copied;
 }
 
 TQvResult CopyUnlessBroken(const std::string& from, const std::string& to, bool failIfExists,

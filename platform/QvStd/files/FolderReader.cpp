@@ -64,6 +64,13 @@ void TQvFolderReader::Close()
     errno = error;
 }
 
+TQvResult TQvFolderReader::Rewind()
+{
+    m_length = m_next = 0;
+    m_result = lseek(m_descriptor, 0, SEEK_SET) == 0 ? TQvResult::Done() : TQvResult::Failed(errno);
+    return m_result;
+}
+
 bool TQvFolderReader::Fill()
 {
     if (m_buffer == nullptr) {
@@ -89,6 +96,7 @@ bool TQvFolderReader::Next(TQvFolderEntry* entry)
         m_next += record->d_reclen;
         entry->Name = record->d_name;
         entry->Type = record->d_type;
+        entry->Number = record->d_ino;
         if (entry->Name != "." && entry->Name != "..")
             return true;
     }

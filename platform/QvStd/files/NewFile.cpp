@@ -181,6 +181,7 @@ struct TQvNewFile::TState
         errno = error;
     }
 
+    int Open();
     int OpenTarget();
     int CreateContent();
     int OpenUnnamedBeside(mode_t mode);
@@ -207,11 +208,18 @@ struct TQvNewFile::TState
     TQvDescriptor Folder; ///< to be synced after the rename
 };
 
-/// Finds out what is at the target, before anything is made or read.
+int TQvNewFile::TState::Open()
+{
+    assert(!Options.ExpectsNone || Options.FailIfExists || Options.Permissions);
+    if (!Options.ExpectsNone)
+        if (const int error = OpenTarget())
+            return error;
+    return IsSame ? 0 : CreateContent();
+}
+
+/// Finds out what is at the target.
 int TQvNewFile::TState::OpenTarget()
 {
-    if (Options.ExpectsNone && Options.FailIfExists)
-        return 0;
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
     if (error == ELOOP) {
         if (Options.FailIfExists)
@@ -253,12 +261,20 @@ int TQvNewFile::TState::OpenUnnamedBeside(mode_t mode)
 
 int TQvNewFile::TState::CreateContent()
 {
-    const mode_t mode =
-        Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
     int file = -1;
     if (!Existing)
-        file = OpenUnnamedBeside(mode);
-    if (Existing || (file < 0 && LacksUnnamedFiles(errno))) {
+        file = OpenUnnamedBeside(Options.Permissions.value_or(kNewFileBits));
+    const bool lacksUnnamed = file < 0 && LacksUnnamedFiles(errno);
+    // A named file cannot tell, when it gets the target's name, whether there is a target.
+    if (file < 0 && !Existing && Options.ExpectsNone && !Options.FailIfExists) {
+        const int error = errno;
+        if (const int refused = OpenTarget(); refused != 0 || IsSame)
+            return refused;
+        errno = error;
+    }
+    const mode_t mode =
+        Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
+    if (Existing || lacksUnnamed) {
         file = MakeTemporary(Target, &Temporary, [mode](const char* name) {
             return open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
         });
@@ -353,8 +369,8 @@ int TQvNewFile::TState::NameIt()
             return File.Close() ? 0 : DiscardUnclosed();
         if (errno != EEXIST || Options.FailIfExists)
             return errno;
-        // Another process has created the target meanwhile: check it and replace it like any other.
-        if (const int error = OpenTarget())
+        // Check the target and replace it like any other.
+        if (const int error = OpenTarget(); error != 0 || IsSame)
             return error;
         const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
         if (MakeTemporary(Target, &Temporary, link) != 0) {
@@ -447,9 +463,7 @@ TQvResult TQvNewFile::Open(const std::string& path, const TOptions& options)
     m_state = std::make_unique<TState>();
     m_state->Options = options;
     m_state->Target = path;
-    int error = m_state->OpenTarget();
-    if (error == 0 && !m_state->IsSame)
-        error = m_state->CreateContent();
+    const int error = m_state->Open();
     if (error != 0)
         m_state.reset();
     return Answer(error);

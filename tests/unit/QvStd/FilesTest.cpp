@@ -99,6 +99,16 @@ TEST_F(Files, ACopyKeepsHoles)
     EXPECT_LT(Status(m_to).st_blocks, 1000);
 }
 
+TEST_F(Files, ACopyReplacesWhatALinkToAnotherFileSystemLeadsTo)
+{
+    const TTempFolder memory("/dev/shm");
+    const std::string there = memory.Write("there", "old");
+    Link(there, "link");
+    EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
+    EXPECT_EQ(ReadFile(there), "new");
+    EXPECT_TRUE(std::filesystem::is_symlink(m_temp / "link"));
+}
+
 TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)
 {
     TQvCopyFolders folders;

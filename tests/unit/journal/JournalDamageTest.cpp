@@ -3,18 +3,18 @@
 
 namespace
 {
-const TJournalEntries kComplete = {{"/B/", "b"}, {"/C", "c"}};
-const TJournalEntries kRebuilt = {{"/B/", "/b"}, {"/C", "/c"}};
-const std::pair<std::string, TJournalEntries> kBlocks[] = {
+const TEntries kComplete = {{"/B/", "b"}, {"/C", "c"}};
+const TEntries kRebuilt = {{"/B/", "/b"}, {"/C", "/c"}};
+const std::pair<std::string, TEntries> kBlocks[] = {
     {Sealed(kJournalHead + "/A?a\r\n/B/?b\r\n"), {{"/A", "a"}, {"/B/", "b"}}},
     {Sealed("-A\r\n"), {{"/B/", "b"}}},
     {Sealed("/C?c\r\n"), kComplete}};
 const std::string kText = kBlocks[0].first + kBlocks[1].first + kBlocks[2].first;
 
 /// The end of the last block that is whole in the first `length` bytes, and its entries.
-std::pair<std::size_t, TJournalEntries> SealedBefore(std::size_t length)
+std::pair<std::size_t, TEntries> SealedBefore(std::size_t length)
 {
-    std::pair<std::size_t, TJournalEntries> sealed;
+    std::pair<std::size_t, TEntries> sealed;
     for (const auto& [block, entries] : kBlocks) {
         if (sealed.first + block.size() > length)
             break;
@@ -48,7 +48,7 @@ TEST_F(TDamageTest, CutAtEveryLength)
         WriteJournal(text);
         EXPECT_EQ(Storage.DoLoadDir(), isWhole) << length;
         ASSERT_TRUE(Storage.LoadDir()) << length;
-        EXPECT_EQ(Storage.Dir(), isWhole ? sealed : kRebuilt) << length;
+        EXPECT_EQ(Copied(Storage.Dir()), isWhole ? sealed : kRebuilt) << length;
     }
 }
 
@@ -61,7 +61,7 @@ TEST_F(TDamageTest, AnAppendKeepsWhatWasSealedAtEveryCut)
             ASSERT_TRUE(Storage.AddResourceRecord("/N", false)) << length;
             EXPECT_EQ(Storage.DoLoadDir(), end != 0) << length;
             expected["/N"] = "N";
-            EXPECT_TRUE(end == 0 || Storage.Dir() == expected) << length;
+            EXPECT_TRUE(end == 0 || Copied(Storage.Dir()) == expected) << length;
         }
     }
 }
@@ -78,7 +78,7 @@ TEST_F(TDamageTest, EveryByteChangedToEveryOther)
             // No checksum covers the number of a checkpoint; a change there must not change an
             // entry.
             ASSERT_FALSE(isWhole && kText[line] != '*') << position << " " << change;
-            ASSERT_TRUE(!isWhole || entries == kComplete) << position << " " << change;
+            ASSERT_TRUE(!isWhole || Copied(entries) == kComplete) << position << " " << change;
         }
     }
 }

@@ -1,6 +1,7 @@
 // For the tests of the journal: a storage in a fresh folder, and journals made of text.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,13 @@ inline std::string Sealed(const std::string& block)
     const auto* bytes = reinterpret_cast<const Bytef*>(block.data());
     const auto size = static_cast<uInt>(block.size());
     return block + Korvadel::ssprintf("*%08lX\r\n", crc32(0, bytes, size));
+}
+
+using TEntries = std::map<std::string, std::string>;
+
+inline TEntries Copied(const TJournalEntries& entries)
+{
+    return {entries.begin(), entries.end()};
 }
 
 class TStorageTest : public testing::Test

@@ -89,7 +89,7 @@ TEST_F(TStorageTest, WritersLoseNothingWhateverHappensToTheirLock)
     // A reader in another language finds the same.
     std::string expected;
     for (const auto& [id, name] : Storage.Dir())
-        expected += id + "\t" + name + "\n";
+        expected.append(id).append("\t").append(name) += "\n";
     ASSERT_TRUE(python("read >'" + Temp / "read" + "'"));
     EXPECT_TRUE(ReadFile(Temp / "read") == expected);
     EXPECT_FALSE(Exists(Damaged()));

@@ -58,7 +58,7 @@ TEST_F(TStorageTest, ReplaysLines)
     {
         const char* Guards;
         std::string Block;
-        TJournalEntries Entries;
+        TEntries Entries;
     } kRows[] = {
         {"last name wins", "/A?a\r\n/A?b\r\n", {{"/A", "b"}}},
         {"added, removed, added", "/A?a\r\n-A\r\n-A\r\n/A?c\r\n", {{"/A", "c"}}},
@@ -73,7 +73,7 @@ TEST_F(TStorageTest, ReplaysLines)
     for (const auto& row : kRows) {
         WriteJournal(Sealed(kJournalHead + row.Block));
         EXPECT_TRUE(Storage.DoLoadDir()) << row.Guards;
-        EXPECT_EQ(Storage.Dir(), row.Entries) << row.Guards;
+        EXPECT_EQ(Copied(Storage.Dir()), row.Entries) << row.Guards;
     }
 }
 
@@ -161,7 +161,7 @@ TEST_F(TStorageTest, RewritesAboveTheThreshold)
     EXPECT_TRUE(Storage.DoLoadDir());
     EXPECT_EQ(Journal(), Sealed(Journal().substr(0, 20) + "/B?b\r\n"));
     EXPECT_EQ(Storage.DirSize(), Journal().size());
-    EXPECT_EQ(Storage.Dir(), (TJournalEntries{{"/B", "b"}}));
+    EXPECT_EQ(Copied(Storage.Dir()), (TEntries{{"/B", "b"}}));
     EXPECT_TRUE(std::filesystem::is_symlink(File()));
     EXPECT_EQ(static_cast<int>(std::filesystem::status(Temp / "elsewhere").permissions()), 0640);
     EXPECT_FALSE(Storage.DirChanged());
@@ -175,16 +175,16 @@ TEST_F(TStorageTest, RebuildsFromTheContentFolderAndKeepsWhatItReplaces)
     Temp.MakeFolder("s/content/Empty");
     Temp.MakeFolder("elsewhere/inner");
     std::filesystem::create_symlink("../../elsewhere", Temp / "s/content/Link");
-    const TJournalEntries expected = {{"/A.TXT", "/a.txt"},        {"/BACK/SLASH", "Slash"},
-                                      {"/EMPTY/", "/Empty"},       {"/LINK/", "/Link"},
-                                      {"/META", "/meta"},          {"/SUB/", "/Sub"},
-                                      {"/SUB/B.TXT", "/Sub/b.txt"}};
+    const TEntries expected = {{"/A.TXT", "/a.txt"},        {"/BACK/SLASH", "Slash"},
+                               {"/EMPTY/", "/Empty"},       {"/LINK/", "/Link"},
+                               {"/META", "/meta"},          {"/SUB/", "/Sub"},
+                               {"/SUB/B.TXT", "/Sub/b.txt"}};
     const std::string torn =
         Sealed(kJournalHead + "/1?1\r\n/2?2\r\n") + Sealed("-1\r\n") + "/3?3\r\n";
     WriteJournal(torn);
     TLogCapture log;
     ASSERT_TRUE(Storage.LoadDir());
-    EXPECT_EQ(Storage.Dir(), expected);
+    EXPECT_EQ(Copied(Storage.Dir()), expected);
     ASSERT_EQ(log.Entries.size(), 4u);
     EXPECT_EQ(LogOf(log).front(), "TResStorage::RecreateDir" + kCannotHold + "6]");
     EXPECT_EQ(log.Entries[3].Kind, TQvLogKind::Warning);

@@ -109,6 +109,19 @@ TEST_P(CopyEx, ADeletedParentIsMadeAgain)
     EXPECT_EQ(Tree("B"), "f/2=");
 }
 
+TEST_P(CopyEx, WhatAnotherWritesIntoANewFolderIsKept)
+{
+    Fill("A/f/1=new A/f/2=new");
+    Params.CallbackContext = &Manager;
+    Params.CopiedCallback = [](const std::string& id, void* context) {
+        auto* manager = static_cast<TResourceManager*>(context);
+        if (id == "/B/f/")
+            manager->OpenResource("/B/f/2", kQvOpenCreate, kQvShareAll, 0)->Write("other", 5);
+    };
+    EXPECT_TRUE(Copy({"/A/f"}, "/B"));
+    EXPECT_EQ(Tree("B"), "f/1=new f/2=other");
+}
+
 TEST_P(CopyEx, ProgressIsWeightedByBytes)
 {
     Write("A/1", std::string(1000000, 'x'));

@@ -1,6 +1,8 @@
 // What operations answer, and what LastFailure has, with links and with two ids of one file.
 #include <cerrno>
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <unistd.h>
 
 #include "ManagerFixtures.h"
@@ -92,18 +94,29 @@ TEST_F(Failures, LinksToFilesStayAndOneFileIsNotLost)
     EXPECT_EQ(Content(longName), "old") << "refused before the content is touched";
 }
 
-TEST_F(Failures, ASidecarThatFailsIsReportedAndTheSourceKept)
+TEST_F(Failures, WhatABindMountShowsTwiceIsNotLost)
 {
-    MakeTree(Temp.Path(), "A/x=1 A/x.meta=m A/y.meta= B/y.meta=");
-    const TQvFileStream near(TQvPath(Temp / "A/y.meta"), kQvOpenWrite, 0);
-    const TQvFileStream far(TQvPath(Temp / "B/y.meta"), kQvOpenWrite, 0);
-    Expect({{"copy /A/x /A/y", false, EACCES, "/A/y"},
-            {"copy /A/x /B/y", true, EACCES, "/B/y"},
-            {"move /A/x /B/y", false, EACCES, "/B/y"}});
-    EXPECT_TRUE(TResourceManager::LastFailure().OfMetadata);
-    EXPECT_EQ(TreeOf(Temp.Path()), "A/x=1 A/x.meta=m A/y=1 A/y.meta= B/y=1 B/y.meta=");
-    EXPECT_TRUE(Manager.DeleteResource("/B/y"));
-    EXPECT_EQ(TResourceManager::LastFailure().text(), "") << "a success clears it";
+    MakeTree(Temp.Path(), "A/f/x=1 A/f/x.meta=m A/g/ A/y=2 A/z= B/");
+    EXPECT_TRUE(PassesInChild([this] {
+        const auto bind = [this](const char* from, const char* to) {
+            return mount((Temp / from).c_str(), (Temp / to).c_str(), nullptr, MS_BIND, nullptr);
+        };
+        if (unshare(CLONE_NEWNS) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+            return; // only an administrator can do that
+        ASSERT_EQ(bind("A/f", "A/g") + bind("A/f", "B") + bind("A/f/x", "A/z"), 0);
+        Expect({{"move /A/f/x /A/g/x", false, EINVAL, "/A/g/x"},
+                {"move /A/f/x /B/x", false, EINVAL, "/B/x"},
+                {"move /A/f/x /A/z", false, EINVAL, "/A/z"},
+                {"move /B/x /A/z", false, EINVAL, "/A/z"},
+                {"copy /A/f/x /A/g/x", true, 0, ""},
+                {"copy /A/f/x /B/x", true, 0, ""},
+                {"copy /A/z /B/x", true, 0, ""},
+                {"move /A/y /A/z", false, EBUSY, "/A/y"},
+                {"copy /A/y /A/z", true, 0, ""}, // cannot be replaced, but written
+                {"delete /A/z", false, EBUSY, "/A/z"}});
+        EXPECT_EQ(TreeOf(Temp / "A/f"), "x=2 x.meta=m");
+    }));
 }
 
 TEST_F(Failures, AResourceBeingMovedKeepsItsSidecar)

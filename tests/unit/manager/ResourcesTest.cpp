@@ -75,6 +75,9 @@ TEST_P(Resources, CopiedAndMovedBetweenNodes)
                  {"move /A/x /A/y", true, "A/x=1 A/x.meta/", "A/x.meta/ A/y=1"},
                  {"delete /A/x", false, "A/x.meta=m"},
                  {"delete /A/x", true, "A/x=1 A/x.meta/", "A/x.meta/"}}); // no sidecar
+    Fill("A/x=1");
+    EXPECT_FALSE(Manager.CopyResourceMeta("/A/x", "/B/none"));
+    EXPECT_EQ(TResourceManager::LastFailure().Id, "/B/none");
     if (!IsAllOnDisk())
         return;
     // a hard link is another entry of one file: the source goes
@@ -126,6 +129,26 @@ TEST_P(Resources, AMoveDeletesNothingThatWasWrittenMeanwhile)
     }
 }
 
+TEST_P(Resources, ASidecarThatFailsIsReportedAndTheSourceKept)
+{
+    if (!OnDisk("B"))
+        return; // memory has no share modes
+    Fill("A/x=1 A/x.meta=m B/y.meta=");
+    const TQvFileStream alone(TQvPath(Temp / "B/y.meta"), kQvOpenWrite, 0);
+    for (const char* command : {"copy /A/x /B/y", "move /A/x /B/y"}) {
+        EXPECT_EQ(DoCommand(Manager, command), command[0] == 'c');
+        EXPECT_EQ(TResourceManager::LastFailure().text(), "/B/y: Permission denied") << command;
+        EXPECT_TRUE(TResourceManager::LastFailure().OfMetadata);
+        EXPECT_EQ(Tree(), "A/x=1 A/x.meta=m B/y=1 B/y.meta=") << command;
+    }
+    EXPECT_TRUE(Manager.DeleteResource("/B/y"));
+    EXPECT_EQ(TResourceManager::LastFailure().text(), "") << "a success clears it";
+    if (!OnDisk("A"))
+        return;
+    const TQvFileStream near(TQvPath(Temp.Write("A/y.meta", "")), kQvOpenWrite, 0);
+    EXPECT_FALSE(Manager.CopyResource("/A/x", "/A/y", nullptr)) << "inside one node";
+}
+
 TEST_P(Resources, FailedMoveLeavesNoHalfTarget)
 {
     Write("A/big", std::string(20 << 20, 'x'));
@@ -136,6 +159,8 @@ TEST_P(Resources, FailedMoveLeavesNoHalfTarget)
     EXPECT_EQ(TResourceManager::LastFailure().text(), "/A/big: Operation canceled");
     EXPECT_EQ(Tree("B"), "old=old");
     EXPECT_EQ(NamesIn(Temp / "A"), (std::vector<std::string>{"big"}));
+    EXPECT_TRUE(OnDisk("A") || Manager.CopyResource("/A/big", "/A/big", &progress))
+        << "nothing is read";
     if (!OnDisk("B"))
         return; // memory has no share modes
     const TQvFileStream alone(TQvPath(Temp / "B/old"), kQvOpenWrite, 0);

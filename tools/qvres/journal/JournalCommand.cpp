@@ -66,13 +66,14 @@ void AddJournalCommand(CLI::App& app, THost& host)
         {"merge", false, "Rewrite the journal in its shortest form"},
     };
     CLI::App* const journal =
-        AddCommand(app, "journal", "Work on the journal of a resource storage",
-                   "  qvres journal load /srv/storage\n"
-                   "  qvres journal add /srv/storage /Data/a.txt\n");
+        AddCommand(app, "journal", "Work on the journal of a resource storage", "");
     journal->require_subcommand(1);
     const auto call = std::make_shared<TJournalCall>();
     for (const TOperation& operation : kOperations) {
-        CLI::App* const command = journal->add_subcommand(operation.Name, operation.Description);
+        CLI::App* const command =
+            AddCommand(*journal, operation.Name, operation.Description,
+                       std::string("  qvres journal ") + operation.Name + " /srv/storage" +
+                           (operation.HasId ? " /Data/a.txt" : ""));
         command->add_option("FOLDER", call->Folder, "The storage folder")->required();
         if (operation.HasId)
             command->add_option("ID", call->Id, "An absolute id")->required();

@@ -7,6 +7,7 @@
 #include <QvStd/Log.h>
 
 #include "BreakSignal.h"
+#include "Checks.h"
 #include "Failure.h"
 #include "Json.h"
 #include "journal/JournalFormat.h"
@@ -91,32 +92,43 @@ struct TLook
     }
 };
 
-/// Reads the journal and leaves everything as it is: no repair.
-TLook LookAtJournal(const TResStorage& storage)
+/// Reads the journal and leaves everything as it is: no lock, no repair.
+TQvResult LookAtJournal(const TResStorage& storage, TLook* look)
 {
-    TLook look;
-    std::string bytes;
-    const std::string file = storage.DirFile().toSysStr();
-    if (QvReadWholeFile(file, &bytes))
-        look.Reading = ReadJournal(bytes, &look.Entries);
-    else if (errno == ENOENT)
-        look.Reading.State = TJournalState::Missing;
-    else
-        throw TFailure("cannot read " + file + ": " + QvErrorText(errno));
-    return look;
+    look->Entries.Clear();
+    look->Reading = {};
+    const std::string path = storage.DirFile().toSysStr();
+    TJournalFile file;
+    TQvResult result = file.Open(path, TJournalAccess::Look);
+    if (result) {
+        const auto read = [&](char* buffer, std::size_t count) {
+            const std::size_t got = file.Read(buffer, count);
+            if (got == TQvStream::invalid_value)
+                result = TQvResult::Failed(errno, path);
+            return got;
+        };
+        look->Reading = ReadJournal(read, &look->Entries);
+    } else if (result.IsNothing()) {
+        look->Reading.State = TJournalState::Missing;
+        return TQvResult::Done();
+    }
+    return result;
 }
 
 void Verify(THost& host, const TResStorage& storage)
 {
-    TLook look = LookAtJournal(storage);
+    TLook look;
+    TQvResult looked = LookAtJournal(storage, &look);
     const std::string lockFile = storage.Folder + kStorageLockSuffix;
     // A writer may be in the middle of its work: a journal that is not whole is read again with
     // writers excluded, if the storage was ever locked. Without a name, so that the note stays.
-    if (!look.IsWhole() && QvFileExists(lockFile)) {
+    if (!(looked && look.IsWhole()) && QvFileExists(lockFile)) {
         const TQvLockFile lock(lockFile, false, "", storage.Settings.LockTimeout);
         RequireHeld(lock, storage);
-        look = LookAtJournal(storage);
+        looked = LookAtJournal(storage, &look);
     }
+    if (!looked)
+        throw TFailure("cannot read " + looked.Name() + ": " + QvErrorText(looked.Error()));
     const std::string finding = JournalFinding(look.Reading);
     host.Out.Line(host.Json ? ToJsonText({{"records", look.Entries.size()}, {"state", finding}})
                             : finding);
@@ -150,7 +162,7 @@ void Load(THost& host, TResStorage& storage)
     if (host.Json) {
         auto records = nlohmann::ordered_json::array();
         for (const auto& [id, name] : storage.Dir())
-            records.push_back({{"id", id}, {"name", name}});
+            PutText(records.emplace_back(RecordOf(std::string(id))), "name", std::string(name));
         host.Out.Line(ToJsonText(records));
         return;
     }
@@ -160,18 +172,20 @@ void Load(THost& host, TResStorage& storage)
 
 void Change(TResStorage& storage, const std::string& id, bool adding)
 {
-    if (id.empty() || id == "/" || !TResourceManager::IsValidResId(id, false))
-        throw TFailure("no valid id of a resource or folder: " + id);
+    if (id.empty() || !TResourceManager::IsValidResId(id, false))
+        throw TFailure(Quoted(id) + " is not a valid resource id: " + IdProblem(id), id, EINVAL);
+    if (id == "/")
+        throw TFailure("a journal has no record of \"/\" itself", id, EINVAL);
     const bool isFolder = id.back() == '/';
     const std::string bare = isFolder ? id.substr(0, id.size() - 1) : id;
     const auto locker = Lock(storage, true);
     LoadKeepingSealed(storage, locker);
     if (!adding && storage.Dir().count(QvNormalizeResId(id)) == 0)
-        throw TFailure("the journal has no record of " + id);
+        throw TFailure("the journal has no record of " + Quoted(id), id, ENOENT);
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     if (storage.Failure().Error() == EINVAL)
-        throw TFailure("a journal cannot contain the id " + id);
+        throw TFailure("a journal cannot contain the id " + Quoted(id), id, EINVAL);
     Require(done, storage);
 }
 } // namespace
