@@ -296,7 +296,7 @@ bool TResStorage::ListContent()
     QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
                        << m_failure.Name() << QvErrorText(m_failure.Error()),
                    kLevelWrite, 0);
-    m_dir->Clear(); // half a listing must not become the journal
+    m_dir->Clear(); // an incomplete listing must not become the journal
     return false;
 }
 

@@ -41,7 +41,7 @@ public:
     TQvPath DirFile() const;
     TQvPath XIniFile() const;
 
-    /// What the journal held when it was last loaded; stale after an append of any process.
+    /// The entries of the journal when it was last loaded; stale after an append of any process.
     const TJournalEntries& Dir() const { return *m_dir; }
     /// Size in bytes and Unix time of the journal when this object last read, wrote or extended it.
     std::uint64_t DirSize() const { return m_dirSize; }

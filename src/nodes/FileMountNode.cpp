@@ -302,7 +302,7 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         const int error = -hold.getError();
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
-        // One that may not be read cannot be locked, not by a process that removes it either.
+        // A sidecar that may not be read cannot be locked, also not by a process that removes it.
         if (!Allows(sidecar, R_OK))
             return 0;
         if (error != 0 && error != EACCES)

@@ -100,6 +100,7 @@ TQvResult TRootMountNode::ReadOnly(const std::string& id) const
     return TQvResult::Failed(EROFS, id);
 }
 
+/// "/" exists when anything is mounted. Unlike GetResourceAttr, "" is nothing here.
 TQvExistence TRootMountNode::ResourceExists(const std::string& id) const
 {
     const bool exists =

@@ -70,6 +70,7 @@ bool IsListed(const TSearch& search, int folder, const TEntry& entry)
     return type != DT_DIR;
 }
 
+/// Only the top may be a link: others are listed and not entered, so that there are no loops.
 TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
 {
     TQvFolderReader folder;

@@ -217,7 +217,7 @@ int TQvNewFile::TState::Open()
     return IsSame ? 0 : CreateContent();
 }
 
-/// Finds out what is at the target.
+/// Examines the target.
 int TQvNewFile::TState::OpenTarget()
 {
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
