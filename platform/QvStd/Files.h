@@ -3,7 +3,7 @@
 ///
 /// Every function takes the raw system path as a std::string, or a TQvPath. Those that can fail
 /// answer a TQvResult, which converts to bool and names the path that failed where there are two;
-/// `errno` holds its error then, too. The queries answer false or 0 with `errno`.
+/// `errno` has its error then, too. The queries answer false or 0 with `errno`.
 ///
 /// Thread-safety: callable from any thread.
 #pragma once

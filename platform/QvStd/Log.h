@@ -27,8 +27,8 @@ enum class TQvLogKind
 /// Receives each entry; a higher `level` is more important.
 using TQvLogSink = std::function<void(TQvLogKind kind, const TQvMessage& message, int level)>;
 
-/// Replaces the sink and returns the one before. An empty sink stands for the default: standard
-/// error, one line a message, for levels above the number in QV_LOG_LEVEL (5 when that is not set).
+/// Replaces the sink and returns the one before. An empty sink means the default: standard error,
+/// one line a message, for levels above the number in QV_LOG_LEVEL (5 when that is not set).
 QVSTD_API TQvLogSink QvSetLogSink(TQvLogSink sink);
 
 /// Writes one entry. The last argument is reserved and always 0. Never throws.

@@ -35,7 +35,7 @@ public:
     TQvMessage& operator<<(const std::string& argument);
     /// @overload
     TQvMessage& operator<<(const char* argument) { return *this << std::string(argument); }
-    /// A nested message stands as it would be shown.
+    /// A nested message is inserted as it would be shown.
     TQvMessage& operator<<(const TQvMessage& argument)
     {
         return *this << std::string(argument.what());

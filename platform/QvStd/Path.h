@@ -2,7 +2,7 @@
 /// Paths: a value type over UTF-8 text.
 ///
 /// Both "\" and "/" are separators on the way in; "/" is the only one stored. A Linux file name
-/// that holds a backslash can therefore not be written as a TQvPath: the file functions take the
+/// that contains a backslash can therefore not be written as a TQvPath: the file functions take the
 /// raw system path as a std::string too (QvStd/Files.h).
 ///
 /// Thread-safety: a plain value; the queries of the disk are single system calls.

@@ -85,7 +85,7 @@ public:
     virtual bool GetURLAttr(const TQvURL& url, TQvURLAttrib* attributes) = 0;
 
 protected:
-    /// Handlers are only owned through var_a, which knows the concrete class.
+    /// Handlers are only owned through var_a, which destroys the concrete class.
     ~TQvURLHandler() = default;
 };
 

@@ -121,7 +121,7 @@ private:
 
     TJournalEntries* m_entries;
     TReplay m_replay;
-    const char* m_block = nullptr; ///< where the open block begins or goes on in this piece
+    const char* m_block = nullptr; ///< where the open block begins or continues in this piece
     std::uint32_t m_checksum = 0;  ///< of the open block in the pieces before
     std::size_t m_taken = 0;
 };

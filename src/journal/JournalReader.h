@@ -15,9 +15,9 @@
 
 /// Normalized id -> name as its creator spelled it, in byte order of the ids.
 ///
-/// Nodes and texts lie side by side in few pieces of memory: a load allocates nothing for each
-/// record, and a way down the map finds a node and its id together. The memory of removed records
-/// and replaced names is free again with Clear only: no more than the journal has lines.
+/// Nodes and texts share a few large blocks of memory: a load allocates nothing for each record,
+/// and a search finds a node and its id close together. Only Clear frees the memory of removed
+/// records and replaced names; it is bounded by the number of lines of the journal.
 class TJournalEntries
 {
 public:

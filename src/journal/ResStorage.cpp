@@ -30,7 +30,7 @@ bool IsControl(char c)
     return static_cast<unsigned char>(c) < 0x20;
 }
 
-/// Whether a journal line can hold `id`: a control character could end the line, and the name is
+/// Whether a journal line can contain `id`: a control character could end the line, and the name is
 /// split off at the last "?".
 bool IsStorable(const std::string& id)
 {
@@ -296,7 +296,7 @@ bool TResStorage::ListContent()
     QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
                        << m_failure.Name() << QvErrorText(m_failure.Error()),
                    kLevelWrite, 0);
-    m_dir->Clear(); // half a listing must not become the journal
+    m_dir->Clear(); // an incomplete listing must not become the journal
     return false;
 }
 
@@ -332,7 +332,7 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
     }
     bool isFolder = false;
     const TQvResult there = QvFileDirExists(path, &isFolder);
-    if (there.HasFailed() && !QvIsSymLink(path)) // a link may lead nowhere, and is recorded
+    if (there.HasFailed() && !QvIsSymLink(path)) // a dangling link is recorded, too
         return there.Named(path);
     if (isFolder)
         id += '/';
@@ -413,7 +413,7 @@ bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, con
 bool TResStorage::Append(const std::string& id, std::string line, const TLocker& given,
                          const TMessages& messages)
 {
-    // Readers trim a line: without a blank at its end, or behind the mark of a removal, it would
+    // Readers trim a line: an id with a blank at its end, or after the mark of a removal, would
     // name another resource. What cannot be removed is not added either.
     if (!QvIsAbsoluteResId(id) || id.back() == '/' || !IsStorable(id) ||
         id.compare(1, 1, " ") == 0 || line.back() == ' ') {

@@ -1,4 +1,4 @@
-// A resource storage: a folder whose resources lie under "content", and a journal that lists them.
+// A resource storage: a folder with the resources under "content" and a journal that lists them.
 //
 // The journal ("$QvStorage.list") is appended to by every change and sealed block by block by
 // checksums; loading replays it into a map; a journal of too many blocks is rewritten while it is
@@ -13,8 +13,8 @@
 // one it takes its own and releases it at its end. Reading operations take a shared lock and leave
 // the kind of a given one alone. Writing operations, a rewrite or a repair while loading too, turn
 // a given shared lock into an exclusive one, which it stays; when that is refused, they fail as
-// without a lock. An append under a lock whose file was replaced takes the lock anew and repeats
-// itself; a rewrite fails.
+// without a lock. When the lock file was replaced meanwhile, an append is repeated under the new
+// lock; a rewrite fails.
 //
 // Thread-safety: one object belongs to one thread at a time.
 #pragma once
@@ -41,7 +41,7 @@ public:
     TQvPath DirFile() const;
     TQvPath XIniFile() const;
 
-    /// What the journal held when it was last loaded; stale after an append of any process.
+    /// The entries of the journal when it was last loaded; stale after an append of any process.
     const TJournalEntries& Dir() const { return *m_dir; }
     /// Size in bytes and Unix time of the journal when this object last read, wrote or extended it.
     std::uint64_t DirSize() const { return m_dirSize; }
@@ -55,12 +55,12 @@ public:
     /// the replaced journal is kept as "$QvStorage.list.damaged", and a warning is logged. A
     /// journal that could not be opened or read is not broken: false, and nothing has changed.
     bool LoadDir(const TLocker& given = {});
-    /// One load. False when the journal is missing, does not open or is not whole; Dir() then holds
-    /// what was read until the fault. A journal of more than ChangeCount2Merge blocks is rewritten,
-    /// unless others share the lock just then. A rewrite that failed leaves the load done, except
-    /// when only the folder could not be synced.
+    /// One load. False when the journal is missing, does not open or is not whole; Dir() then has
+    /// what was read before the fault. A journal of more than ChangeCount2Merge blocks is
+    /// rewritten, unless others share the lock just then. A rewrite that failed leaves the load
+    /// done, except when only the folder could not be synced.
     bool DoLoadDir(const TLocker& given = {});
-    /// Makes the map anew from the files in the content folder (which is created when missing) and
+    /// Makes a new map from the files in the content folder (which is created when missing) and
     /// writes it. A content folder that cannot be read whole fails and leaves the journal alone.
     bool RecreateDir(const TLocker& given = {});
     /// Writes the whole journal from the map: appends by others since the load are lost unless one
@@ -68,7 +68,7 @@ public:
     bool SaveDir(const TLocker& given = {});
     /// Append one change. The map is left alone: it changes only by loading. `id` is absolute and
     /// has no "/" at its end, for a folder neither. Refused (EINVAL) are ids that a journal cannot
-    /// represent: not absolute, with a byte below 0x20 or a "?", with a blank behind the first "/",
+    /// represent: not absolute, with a byte below 0x20 or a "?", with a blank after the first "/",
     /// or with one at the end (which only the removal of a folder may have); and "/" and an id that
     /// ends in "/".
     bool AddResourceRecord(const std::string& id, bool isFolder, const TLocker& given = {});

@@ -31,7 +31,7 @@ TQvResult WhyNotOpened(const TQvStream* stream, const std::string& id)
     return error == ENOENT ? TQvResult::Nothing(id) : TQvResult::Failed(error, id);
 }
 
-/// The part of an id behind the mount point, without "." and "..".
+/// The part of an id after the mount point, without "." and "..".
 std::string PartInside(const TMountNode& node, const std::string& id)
 {
     const std::size_t length = std::min(id.size(), node.MountPointId().size());

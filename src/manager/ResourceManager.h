@@ -428,7 +428,7 @@ public:
     /// Mounts the folder `path` at `mountPoint`, with `persistent` also in the profile file. Throws
     /// a TQvMessage with the reason. The table changes first and stays changed when the persistent
     /// part fails. That part waits up to 10 s for the lock of the VAR folder and reads the profile
-    /// file again: changes by other processes are kept, and taken over into Profile().
+    /// file again: changes by other processes are kept, also in Profile().
     void MountFileNodeE(const std::string& mountPoint, const std::string& path, bool persistent);
     /// Mounts a node of the host's own kind at its mount point, until UnmountNodeE or Init; it is
     /// never part of the profile. Throws a TQvMessage with the reason, and nothing has changed: no

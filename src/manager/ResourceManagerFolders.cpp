@@ -279,7 +279,7 @@ void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFind
     for (const TQvResFindItem& mount : *mounts) {
         if (isShown[QvNormalizeResId(mount.Id)] || !nameMask.Matches(QvExtractResName(mount.Id)))
             continue;
-        // A resource does not become a folder because a mount point lies below its name.
+        // A mount point below the name of a resource does not make it a folder.
         if (IsMountNode(mount.Id) || node.ResourceExists(mount.Id) != kResResource)
             items.push_back(mount);
     }

@@ -109,6 +109,7 @@ void TResourceManager::RefreshStaleMaps()
         RefreshNodeMaps();
 }
 
+/// An id that is not valid is no mount point: nothing is thrown.
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
     return m_mountIndex->Find(QvNormalizeResId(id)) != TMountIndex::kNone;

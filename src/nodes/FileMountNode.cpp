@@ -302,7 +302,7 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         const int error = -hold.getError();
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
-        // One that may not be read cannot be locked, not by a process that removes it either.
+        // A sidecar that may not be read cannot be locked, also not by a process that removes it.
         if (!Allows(sidecar, R_OK))
             return 0;
         if (error != 0 && error != EACCES)
@@ -659,7 +659,7 @@ TQvResult TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
     if ((flags & kFindNoLink) != 0 && IsOwnFolder(path))
         flags &= ~kFindNoLink; // a mount's own folder is followed
     else if ((flags & kFindNoLink) != 0)
-        path.resize(path.find_last_not_of('/') + 1); // behind a "/" a link is followed
+        path.resize(path.find_last_not_of('/') + 1); // with a trailing "/" a link would be followed
     return QvListFolder(path, QvIncludeTrailingSlash(folder), mask, flags, progress, items.get());
 }
 

@@ -44,7 +44,7 @@ public:
     TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
                    const std::string& mask, unsigned flags,
                    TQvProgressHandler* progress) const override;
-    /// The file that holds the resource, whether or not it exists.
+    /// The file of the resource, whether or not it exists.
     std::string GetResourceFile(const std::string& id) const override { return PathFromId(id); }
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) override;

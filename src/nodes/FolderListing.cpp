@@ -189,7 +189,7 @@ void TFolderListing::Note(int error, const std::string& id)
 void TFolderListing::NoteNoSidecars(std::size_t first)
 {
     assert(m_items == nullptr || first <= m_items->size());
-    assert(!m_hasSidecars); // else copies and deletions would leave sidecars behind
+    assert(!m_hasSidecars); // else copies and deletions would miss sidecars
     for (std::size_t i = first; m_items != nullptr && i < m_items->size(); ++i)
         (*m_items)[i].MayHaveSidecar = false;
 }

@@ -31,7 +31,7 @@ bool VisitFoldersUpFrom(std::string id, const TVisit& visit)
     while (!id.empty()) {
         const std::size_t slash = id.rfind('/');
         if (slash == std::string::npos)
-            break; // not absolute: no id ever leads there
+            break; // not absolute: no id can name it
         if (!visit(QvNormalizeResId(id), id.substr(slash)))
             return false;
         id.resize(slash);
@@ -100,6 +100,7 @@ TQvResult TRootMountNode::ReadOnly(const std::string& id) const
     return TQvResult::Failed(EROFS, id);
 }
 
+/// "/" exists when anything is mounted. Unlike GetResourceAttr, "" is nothing here.
 TQvExistence TRootMountNode::ResourceExists(const std::string& id) const
 {
     const bool exists =

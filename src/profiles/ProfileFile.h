@@ -1,5 +1,5 @@
 // The content of a profile file that is changed: comments and entries that this library does not
-// know survive.
+// define are kept.
 //
 // Thread-safety: one object belongs to one thread.
 #pragma once

@@ -54,6 +54,7 @@ void TQvResourceProfile::LoadE(TQvXIniReader* reader, TQvProgressHandler* progre
         TotalFreeSpace = FreeSpaceMap->GetTotalFreeSpace(serials);
 }
 
+/// A bad mount is dropped without an error, so that it does not hide the others.
 void TQvResourceProfile::LoadNode(TQvXIniReader* reader, TQvProgress& progress, double position,
                                   std::unordered_set<std::string>& serials)
 {
@@ -77,6 +78,8 @@ void TQvResourceProfile::LoadNode(TQvXIniReader* reader, TQvProgress& progress, 
         Nodes[toupper_locale(node.Name)] = std::move(node);
 }
 
+/// May be slow for a network folder: reported before, so that the user sees which one and can
+/// cancel.
 void TQvResourceProfile::ReadVolume(TNode& node, TQvProgress& progress, double position,
                                     std::unordered_set<std::string>& serials)
 {

@@ -38,7 +38,7 @@ public:
         std::string Name;                     ///< the mount point, with its case as written
         TQvPath Path;                         ///< the folder of a path node
         std::string VolumeSerial =
-            TQvFreeSpaceMap::InvalidVolSerial; ///< of the volume that holds `Path`, where a
+            TQvFreeSpaceMap::InvalidVolSerial; ///< of the volume of `Path`, where a
                                                ///< free-space map was attached
     };
 

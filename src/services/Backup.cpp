@@ -62,6 +62,7 @@ std::string TBackupName::IdFor(TQvDateTime modified) const
     return Folder + "/" + Name + local.toString(".yyyy-MM-dd.hh-mm-ss").toStdString() + Extension;
 }
 
+/// By a mask, so that the folder's other entries need no attributes.
 std::vector<TQvResFindItem> FindBackups(const TBackupName& name)
 {
     const auto items = make_var<std::vector<TQvResFindItem>>();

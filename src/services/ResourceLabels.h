@@ -40,7 +40,7 @@ QVSERVICES_API bool WeakCheckResResourceLabel(const TQvResourceLabel& label,
 QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
                                                 const std::string& resId, TQvStream* stream);
 
-/// The section of the sidecar that holds the label.
+/// The section of the sidecar that contains the label.
 QVSERVICES_API const char* MetadataResourceLabelSectionName();
 
 /// The current label: the given one (with `trustGiven`) or the stored one when size and time still

@@ -4,7 +4,7 @@
 ///
 /// Thread-safety: a state belongs to one thread. Processes and threads exclude each other by the
 /// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes; a caller
-/// that holds it from ReloadState to SaveState sees no change by others in between.
+/// that keeps it from ReloadState to SaveState excludes changes by others in between.
 #pragma once
 
 #include <cstdint>

@@ -109,7 +109,7 @@ TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
     return copied;
 }
 
-/// Loading goes on without a file that cannot be read, and records that the file exists.
+/// Loading continues without a file that cannot be read, and records that the file exists.
 void NoteFailure(TCPState& state, const std::exception& failure)
 {
     if (state.Loaded.Failure.empty())
@@ -161,6 +161,8 @@ void Empty(TCPState& state)
     state.Listed = false;
 }
 
+/// The reader is made first: a file that cannot be read must not start a step that is never
+/// finished.
 TQvResourceProfile LoadProfileE(const TCPState& state, const std::string& name,
                                 TQvProgressVar& progress)
 {
@@ -308,6 +310,8 @@ bool TQvCPUtils::RefreshProfileFreeSpaceState(const std::string& profileName, TC
     return true;
 }
 
+/// Checked without the lock, so that a set-up that is complete does not wait for it, and again
+/// under it.
 void TQvCPUtils::CreateProfileNode(const TQvPath& folder, TQvProgressHandler* handler)
 {
     TCPState state;

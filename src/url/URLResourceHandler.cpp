@@ -158,6 +158,7 @@ std::string TQvURLResourceHandler::GetURLFolder(const TQvURL& url)
                                              : std::string();
 }
 
+/// Another scheme gives the empty id, which names no resource.
 std::string TQvURLResourceHandler::URL2Path(const TQvURL& url)
 {
     constexpr std::string_view kPrefix = "qvres:";

@@ -344,14 +344,10 @@ inline void LoadEntries(const std::string& from, TMemoryEntries& entries)
     for (const fs::directory_entry& item : fs::recursive_directory_iterator(from)) {
         if (item.is_symlink())
             continue;
-        auto& entry = entries[item.path().string().substr(from.size())];
-        entry = std::make_shared<TMemoryEntry>();
-        entry->IsFolder = item.is_directory();
-        if (!entry->IsFolder)
-            entry->Bytes = ReadFile(item.path().string());
-        TQvFileInfo info;
-        QvGetFileInfo(item.path().string(), &info);
-        entry->Time = info.UpdateTime;
+        const std::string path = item.path().string();
+        entries[path.substr(from.size())] = std::make_shared<TMemoryEntry>(
+            TMemoryEntry{item.is_directory(), item.is_directory() ? "" : ReadFile(path),
+                         TQvPath(path).updateTime()});
     }
 }
 

@@ -73,6 +73,7 @@ TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info)
     return QvGetFileInfoAt(AT_FDCWD, path.c_str(), info);
 }
 
+/// statx, because stat has no birth time.
 TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
 {
     struct statx status = {};
@@ -145,6 +146,7 @@ TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& mode
     return isMade ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
+/// From the end, because most folders have their parents: then one call is enough.
 TQvResult QvForceDirectories(const std::string& path, bool synced)
 {
     constexpr mode_t kMode = 0777;

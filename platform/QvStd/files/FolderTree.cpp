@@ -24,7 +24,8 @@ struct TEntry
     unsigned char Type; ///< DT_...
 };
 
-/// The type of the entry `name` of `folder`; DT_UNKNOWN when it is gone or cannot be examined.
+/// The type of the entry `name` of `folder`; DT_UNKNOWN when it does not exist or cannot be
+/// examined.
 unsigned char TypeOf(int folder, const char* name, int flags)
 {
     struct stat status = {};
@@ -69,6 +70,7 @@ bool IsListed(const TSearch& search, int folder, const TEntry& entry)
     return type != DT_DIR;
 }
 
+/// Only the top may be a link: others are listed and not entered, so that there are no loops.
 TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
 {
     TQvFolderReader folder;

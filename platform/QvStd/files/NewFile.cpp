@@ -47,7 +47,8 @@ std::uint64_t NextRandom()
     return value ^ value >> 31;
 }
 
-/// ".<name>.<random>.tmp" beside `target`, the name cut between characters where it is too long.
+/// ".<name>.<random>.tmp" in the folder of `target`, the name cut between characters where it is
+/// too long.
 std::string TemporaryName(const std::string& target)
 {
     const std::string folder = QvFolderPart(target);
@@ -58,7 +59,7 @@ std::string TemporaryName(const std::string& target)
                                    kTemporarySuffix.data()));
 }
 
-/// Calls `make` with a free temporary name beside `target` until it does not answer EEXIST.
+/// Calls `make` with temporary names in the folder of `target` until it does not answer EEXIST.
 template <class TMake>
 int MakeTemporary(const std::string& target, std::string* name, const TMake& make)
 {
@@ -216,7 +217,7 @@ int TQvNewFile::TState::Open()
     return IsSame ? 0 : CreateContent();
 }
 
-/// Finds out what is at the target.
+/// Examines the target.
 int TQvNewFile::TState::OpenTarget()
 {
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);

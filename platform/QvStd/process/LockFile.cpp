@@ -173,12 +173,15 @@ bool TQvLockFile::Relock(bool forWriting, bool waits)
     return true;
 }
 
+/// Released first: its file is not the one at the path any more, so that it excludes no new
+/// request.
 bool TQvLockFile::Renew()
 {
     Release();
     return Acquire(m_exclusive);
 }
 
+/// Each round locks the file that is at the path now: a lock on a replaced file protects nothing.
 bool TQvLockFile::Acquire(bool forWriting)
 {
     const short kind = forWriting ? F_WRLCK : F_RDLCK;

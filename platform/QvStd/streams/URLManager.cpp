@@ -14,6 +14,8 @@ void TQvURLManager::RegisterSchemeHandler(const std::string& scheme, var_a<TQvUR
     m_handlers[scheme].swap(handler);
 }
 
+/// A reference of its own: the handler lives as long as the call, also when it is replaced
+/// meanwhile.
 var_a<TQvURLHandler*> TQvURLManager::SchemeHandler(const std::string& scheme) const
 {
     const std::lock_guard<std::mutex> guard(m_mutex);

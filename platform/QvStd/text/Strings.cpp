@@ -5,7 +5,7 @@
 
 namespace
 {
-/// Whether a byte of UTF-8 goes on with the character of the byte before it.
+/// Whether a byte of UTF-8 continues the character of the byte before it.
 bool IsContinuation(char c)
 {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
