@@ -17,7 +17,8 @@ TEST_F(TSetupTest, AFreshHomeGoesFromNothingToWrittenWithThreeCommands)
             {"qvres setup b", R"(1: there are profiles already; "qvres profile add NAME FOLDER" )"
                               "adds a folder to one of them"},
             {"cd registry; rm user.x-ini; mkdir user.x-ini; $QVRES ls 2>&1 | tail -1",
-             "qvres: the registry \"$T/registry/user.x-ini\" cannot be read: Is a directory\n"}});
+             "qvres: the registry \"$T/registry/user.x-ini\" cannot be read: Is a directory\n"},
+            {"$QVRES --mount /B=b exists /B", "2\n"}});
 }
 
 TEST_F(TSetupTest, WithVarTheRegistryStaysAsItIs)
