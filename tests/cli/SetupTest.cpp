@@ -18,7 +18,8 @@ TEST_F(TSetupTest, AFreshHomeGoesFromNothingToWrittenWithThreeCommands)
              R"(there are profiles already; "qvres profile add NAME FOLDER" adds a folder to one )"
              "of them"},
             {"cd registry; rm user.x-ini; mkdir user.x-ini; qvres ls", "",
-             R"(the registry "$T/registry/user.x-ini" cannot be read: Is a directory)"}});
+             R"(the registry "$T/registry/user.x-ini" cannot be read: Is a directory)"},
+            {"$QVRES --mount /B=b exists /B", "2\n"}});
 }
 
 TEST_F(TSetupTest, WithVarTheRegistryStaysAsItIs)

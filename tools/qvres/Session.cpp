@@ -86,7 +86,7 @@ TResourceManager& TSession::PersistentTree()
 void TSession::Start()
 {
     StartConfiguration(true);
-    if (IsSetUp()) {
+    if (!m_isRegistryUnread && IsSetUp()) {
         if (pQvConfigData->getCurProfileName().empty())
             throw TFailure("no profile is selected; run \"qvres profile select NAME\"", "", ENOENT);
         ResourceManager.Init();
@@ -119,7 +119,8 @@ void TSession::StartConfiguration(bool withDefaultFolder)
         throw TFailure("the registry " + Quoted(unread.Name()) +
                            " cannot be read: " + QvErrorText(unread.Error()),
                        "", unread.Error());
-    if (!unread)
+    m_isRegistryUnread = !unread;
+    if (m_isRegistryUnread)
         folder.clear();
     // Through the environment, so that every part of the configuration agrees on the folder.
     if (!folder.empty())

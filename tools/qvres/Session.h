@@ -54,5 +54,6 @@ private:
 
     bool m_initialized = false;
     bool m_started = false;
+    bool m_isRegistryUnread = false;
     bool m_hasProfile = false;
 };
