@@ -31,7 +31,7 @@ namespace fs = std::filesystem;
 using bench::Require;
 
 constexpr int kMillion = 1000000;
-constexpr int kBlocks = 10000; // appended behind the million
+constexpr int kBlocks = 10000; // appended after the million
 constexpr int kAppends = 20;   // measured together
 constexpr double kLoadTarget = 8.5;
 constexpr double kBlocksTarget = 9;
@@ -90,7 +90,7 @@ std::string Storage(int records, int blocks)
     WriteMerged(file, records);
     std::ofstream stream(file, std::ios::binary | std::ios::app);
     for (int i = 0; i < blocks; ++i) {
-        // Changes lie anywhere in the map: every other one removes a record.
+        // Changes are anywhere in the map: every other one removes a record.
         const int place = static_cast<int>((i * 7919LL) % records);
         std::string line = QvNormalizeResId(IdOf(place));
         line = i % 2 == 0 ? "-" + line.substr(1) + "\r\n" : line + "?" + NameOf(i) + "\r\n";

@@ -274,7 +274,7 @@ void SmallReads(benchmark::State& state)
 }
 BENCHMARK(SmallReads)->UseManualTime();
 
-/// The blocks handed on 16 bytes at a time, without a call for each.
+/// The blocks passed on 16 bytes at a time, without a call for each.
 void SmallReadsFloor(benchmark::State& state)
 {
     Files().Write("4m", kSmallReadsSize);

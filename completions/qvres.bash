@@ -14,6 +14,12 @@ _qvres_names()
     sed -n "/^$1:/,/^\$/s/^  \\([^ ]\\)/\\1/p" | sed -e 's/  .*//' -e 's/,/\n/g' | sed 's/ .*//'
 }
 
+# The values of an option that its entry in a help text has in braces.
+_qvres_values()
+{
+    sed -n "s/^  .*$1 [A-Z]*:{\([^}]*\)}.*/\1/p" | tr , ' '
+}
+
 # Ids that begin like the word, without names that are no valid ids (a tab follows them); `tree` is the call of qvres with the options that say which tree is meant.
 _qvres_ids()
 {
@@ -54,6 +60,11 @@ _qvres()
             [[ $cur == *=* ]] && cur=${cur#*=} && _filedir -d
             return
             ;;
+        --sort | --kind | --progress)
+            COMPREPLY=($(compgen -W "$({ qvres --help; qvres "${command[@]}" --help; } | _qvres_values "$prev")" -- "$cur"))
+            return
+            ;;
+        --mask | --keep) return ;;
     esac
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "$({ qvres --help; qvres "${command[@]}" --help; } | _qvres_names Options)" -- "$cur"))
@@ -66,6 +77,7 @@ _qvres()
         help,*) COMPREPLY=($(compgen -W "$(qvres --help | _qvres_names Subcommands)" -- "$cur")) ;;
         setup,0 | mount,1 | 'profile add',1 | journal\ *,0 | serve,1) _filedir -d ;;
         put,1) _filedir ;;
+        done,1) COMPREPLY=($(compgen -W "ok fail" -- "$cur")) ;;
         serve,0) # with or without an ID
             _qvres_ids
             _filedir -d

@@ -47,6 +47,8 @@ function __qvres_complete
             __fish_complete_directories $typed
         case put,1
             __fish_complete_path $typed
+        case done,1
+            printf '%s\n' ok fail
         case 'profile *'
         case '*'
             set -l plain (string unescape -- $typed | string collect)
@@ -65,4 +67,7 @@ end
 complete -c qvres -f -a '(__qvres_complete)'
 complete -c qvres -n 'string match -q -- "-*" (commandline -ct)' -f -a '(__qvres_options)'
 complete -c qvres -l var -x -a '(__fish_complete_directories)' -d 'The VAR folder'
+complete -c qvres -l sort -x -a 'name size time' -d 'The order'
+complete -c qvres -l kind -x -a 'resource folder' -d 'Only entries of one kind'
+complete -c qvres -l progress -x -a 'bar json none' -d 'How progress is shown'
 complete -c qvres -l mount -x -d 'Mount DIR at ID for this call'

@@ -2,7 +2,7 @@
 """Makes the manual pages of qvres from its help, so that the two cannot differ.
 
 Usage: make_pages.py QVRES VERSION CHANGELOG SOURCE_FOLDER OUTPUT_FOLDER. Writes qvres.1.gz and qvres-COMMAND.1.gz for each command. What the
-help does not say stands in SOURCE_FOLDER/qvres.in and qvres-COMMAND.in: further sections, appended as they are. The pages written by
+help does not say is in SOURCE_FOLDER/qvres.in and qvres-COMMAND.in: further sections, appended as they are. The pages written by
 hand (SOURCE_FOLDER/*.7) are packed beside them. An unexpected form of the help is an error.
 """
 import email.utils
@@ -16,9 +16,9 @@ TEXT_COLUMN = 30  # where the help's texts begin
 SECTIONS = ("Positionals:", "Options:", "Subcommands:")
 OPTIONS_OF_QVRES = re.compile(r'(The options .*) are explained by "qvres --help"\.')
 EXIT_STATUS = {"0": "The work is done.",
-               "1": "It failed, or the answer is \"no\" where the description says so; one line on standard error says why.",
+               "1": "It failed, and a line on standard error says why; or the answer is \"no\", where the description says so.",
                "2": "Wrong usage.",
-               "130": "Cancelled by Ctrl-C."}
+               "130": "Cancelled by Ctrl-C or SIGTERM."}
 
 
 class Help:

@@ -5,8 +5,7 @@
 ///
 ///     Init_QvServices();
 ///     ResourceManager.Init();
-///     var_a<TQvStream*> stream = ResourceManager.OpenResourceE("/Data/a.txt", kQvOpenRead,
-///     kQvShareAll, 0);
+///     const auto stream = ResourceManager.OpenResourceE("/Data/a", kQvOpenRead, kQvShareAll, 0);
 ///     ...
 ///     Deinit_QvServices();
 #pragma once

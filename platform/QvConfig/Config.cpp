@@ -63,6 +63,8 @@ std::string TQvConfigData::getComputerName() const
     return gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
+/// Reads environment and registry each time: another program may have changed them. An unreadable
+/// registry file only matters when no other one has the setting.
 std::string TQvConfigData::getVarFolderSetting(bool wantCommon, bool* isCommon,
                                                TQvResult* unread) const
 {
@@ -101,6 +103,7 @@ void Init_QvConfig()
     pQvConfigData->Load();
 }
 
+/// The last of several users destroys it; users count themselves by Init_QvConfig.
 void Deinit_QvConfig()
 {
     if (startCount == 0 || --startCount > 0)

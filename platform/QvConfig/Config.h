@@ -17,7 +17,7 @@ QVSTD_API std::string QvGetConfigString(int number, bool mustExist);
 class QVSTD_API TQvConfigData
 {
 public:
-    /// Reads the configuration anew: the VAR folder of getVarFolderSetting, and key "profile" of
+    /// Reads the configuration again: the VAR folder of getVarFolderSetting, and key "profile" of
     /// "policy.x-ini" in it. A missing or malformed policy file counts as one without the key.
     void Load();
 
@@ -47,11 +47,11 @@ private:
 /// The configuration; null before Init_QvConfig and after the last Deinit_QvConfig.
 QVSTD_API extern TQvConfigData* pQvConfigData;
 
-/// Creates pQvConfigData, or loads it anew; starts are counted. Does not throw when nothing is
+/// Creates pQvConfigData, or loads it again; calls are counted. Does not throw when nothing is
 /// configured: getLoaded is false then.
 QVSTD_API void Init_QvConfig();
-/// The call that matches the first Init_QvConfig destroys it; a call without a matching one does
-/// nothing.
+/// The call that matches the first Init_QvConfig destroys pQvConfigData; a call without a matching
+/// Init_QvConfig does nothing.
 QVSTD_API void Deinit_QvConfig();
 
 /// Configuration strings, computed from the loaded configuration: 9 is VAR/Config/ (with the

@@ -1,5 +1,5 @@
 /// @file
-/// A point in time with the resolution that listings and attributes carry.
+/// A point in time in milliseconds, as listings, attributes and labels have it.
 ///
 /// Thread-safety: a plain value.
 #pragma once
@@ -12,6 +12,7 @@
 class TQvDateTime
 {
 public:
+    /// "No time".
     constexpr TQvDateTime() = default;
     /// Milliseconds since 1970-01-01 UTC.
     explicit constexpr TQvDateTime(std::int64_t milliseconds) : m_milliseconds(milliseconds) {}
@@ -22,6 +23,7 @@ public:
         return TQvDateTime(time.isValid() ? time.toMSecsSinceEpoch() : 0);
     }
 
+    /// Of seconds and nanoseconds (0 to 999999999) since 1970-01-01 UTC, as file systems have them.
     /// Rounds down to the millisecond, as Qt does.
     static constexpr TQvDateTime FromTimespec(std::int64_t seconds, std::int64_t nanoseconds)
     {
@@ -34,7 +36,7 @@ public:
     /// Since 1970-01-01 UTC; 0 means "no time".
     constexpr std::int64_t Milliseconds() const { return m_milliseconds; }
 
-    /// Equal to the millisecond.
+    /// Whether both are the same millisecond.
     friend constexpr bool operator==(TQvDateTime a, TQvDateTime b)
     {
         return a.m_milliseconds == b.m_milliseconds;
@@ -44,7 +46,7 @@ public:
     {
         return a.m_milliseconds != b.m_milliseconds;
     }
-    /// Earlier; "no time" counts as 1970.
+    /// Whether `a` is earlier; "no time" counts as 1970.
     friend constexpr bool operator<(TQvDateTime a, TQvDateTime b)
     {
         return a.m_milliseconds < b.m_milliseconds;

@@ -1,5 +1,5 @@
 /// @file
-/// Owning file descriptors, and the one way in which this library opens files and folders.
+/// Owning file descriptors, and how this library opens files.
 ///
 /// Thread-safety: one descriptor belongs to one thread at a time.
 #pragma once
@@ -19,7 +19,7 @@ class TQvDescriptor
 {
 public:
     TQvDescriptor() = default;
-    /// Owns `number` from now on; -1 for none.
+    /// Takes over `number` and closes it in the end; -1 for none.
     explicit TQvDescriptor(int number) : m_number(number) {}
     ~TQvDescriptor() { Discard(); }
     /// `other` owns nothing afterwards.
@@ -36,10 +36,10 @@ public:
     explicit operator bool() const { return m_number >= 0; }
     /// The descriptor, which this object still owns; -1 for none.
     int Number() const { return m_number; }
-    /// The descriptor, which the caller owns from now on; -1 for none.
+    /// Gives the descriptor to the caller, who closes it; -1 for none.
     int Release() { return std::exchange(m_number, -1); }
-    /// False with errno when closing reported an error. Never repeated: the descriptor is gone even
-    /// then, and its number may belong to another thread.
+    /// False with errno when closing reported an error. Closing is never repeated: the descriptor
+    /// is closed even then, and another thread may have its number.
     bool Close() { return m_number < 0 || close(std::exchange(m_number, -1)) == 0; }
 
 private:
@@ -66,12 +66,13 @@ auto QvRetryInterrupted(const TCall& call)
     }
 }
 
-/// Opens a regular file close-on-exec: 0 or an errno, EISDIR for a folder and EINVAL for anything
-/// else that is no regular file. Never waits for the other end of a FIFO. `status` receives the
-/// result of fstat. A relative path is one in `folder`, a descriptor.
+/// Opens a regular file close-on-exec with the `flags` of open(2): 0 or an errno, EISDIR for a
+/// folder and EINVAL for anything else that is no regular file. Never waits for the other end of a
+/// FIFO. `file` receives the descriptor and `status` the result of fstat. A relative path is
+/// relative to the descriptor `folder`.
 QVSTD_API int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat* status,
                             int folder = AT_FDCWD);
-/// EINVAL for a path with a byte 0, at which the system would cut it.
+/// The same; EINVAL for a path with a byte 0, where the system would end it.
 QVSTD_API int QvOpenRegular(const std::string& path, int flags, TQvDescriptor* file,
                             struct stat* status, int folder = AT_FDCWD);
 
@@ -92,8 +93,9 @@ struct TQvPlace
 class QVSTD_API TQvFolderKeeper
 {
 public:
-    /// By the path alone when its folder cannot be opened. The folder stays open until the next
-    /// call; it is still the same one when it was renamed meanwhile.
+    /// The place of the file `path`: in its open folder, or by its path when the folder cannot be
+    /// opened. The folder stays open until a call with another folder; when it is renamed
+    /// meanwhile, the place follows it.
     TQvPlace Locate(const std::string& path);
 
 private:
@@ -101,25 +103,25 @@ private:
     TQvDescriptor m_folder;
 };
 
-/// For successive copies in a few folders.
+/// The folders that successive copies keep open.
 struct TQvCopyFolders
 {
     TQvFolderKeeper Source; ///< folder that is read
     TQvFolderKeeper Target; ///< folder that is written
 };
 
-/// The lock of a share mode on an open file: 0, EACCES when another opener's mode forbids it, or an
-/// errno. A file system without locks counts as granted.
+/// Takes the lock of a share mode on an open file, without waiting: 0, EACCES when another opener's
+/// mode forbids it, or an errno. On a file system without locks it counts as granted. Closing the
+/// file releases it.
 QVSTD_API int QvTakeShareLock(int descriptor, qvShareMode share);
 
 /// The parent folder in a path, with its "/"; "" for a name alone.
 QVSTD_API std::string QvFolderPart(const std::string& path);
 
-/// A descriptor with which QvSyncName can bring the name `path` to the disk: of its parent folder,
-/// or of `file`, an open file in it, where the folder may not be read. Invalid with errno on
-/// failure.
+/// The descriptor with which QvSyncName syncs the name `path`: of its parent folder, or of `file`,
+/// an open file in it, where the folder may not be read. Invalid with errno on failure.
 TQvDescriptor QvOpenForSync(const std::string& path, int file);
-/// False with errno.
+/// Syncs the name for which QvOpenForSync opened the descriptor. False with errno.
 bool QvSyncName(int folderOrFile);
-/// Both steps.
+/// Both steps: the name `path` survives a power cut when this answers true. False with errno.
 QVSTD_API bool QvSyncFolderOf(const std::string& path, int file);

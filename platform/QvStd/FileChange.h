@@ -1,5 +1,10 @@
 /// @file
-/// Changing the content of a file that other processes change, too.
+/// Changing the content of a file that other processes may change, too: the new content is made of
+/// the old one, which is read under the caller's lock.
+///
+///     const TQvFileLock lock(path, 10000);
+///     if (lock)
+///         QvChangeFileE(file, [](const auto& old) { return old.value_or("") + "one more\n"; });
 ///
 /// Thread-safety: callable from any thread.
 #pragma once
@@ -31,8 +36,8 @@ struct TQvFileChange
 QVSTD_API bool QvIsStale(const std::string& path, int error);
 
 /// Replaces the content of a file, as a whole and synced, by what `change` makes of it; content
-/// that stays the same is not written. The caller holds the lock that excludes other writers from
-/// the reading to the writing.
+/// that stays the same is not written. The caller has the lock that excludes other writers from the
+/// reading to the writing.
 ///
 /// A file that was replaced meanwhile (QvIsStale, or the path now names another file) is noticed
 /// before anything is written, and read again, for up to 5 s. `path` is a raw system path.

@@ -11,12 +11,12 @@
 #include "QvStd/Export.h"
 #include "QvStd/Message.h"
 
-/// Locks the file at a path exclusively, from the reading of its content to the renaming of new
-/// content over it. A waiter whose file was replaced meanwhile takes the lock of the new one, so
-/// that it reads the content of the file that the path names now.
+/// Locks the file at a path exclusively while its content is read and new content is renamed over
+/// it. A waiter whose file was replaced meanwhile takes the lock of the new file, so that it reads
+/// the content that the path has now.
 ///
 /// An open-file-description lock on byte 0 of the file, as TQvLockFile takes it; it excludes only
-/// programs that take it, too. The content of the file stays as it is. The lock of a killed process
+/// programs that take it, too. The content of the file is not changed. The lock of a killed process
 /// is released.
 class QVSTD_API TQvFileLock
 {

@@ -45,16 +45,25 @@ public:
     /// The same of a text that ends with a byte 0.
     bool Open(const char* path, qvOpenMode mode, qvShareMode share);
 
-    /// Of the open file; -1 when none is open.
+    /// The descriptor of the open file, which the stream still owns; -1 when none is open.
     int Descriptor() const { return m_descriptor; }
     explicit operator bool() const override { return m_descriptor >= 0; }
+    /// As in TQvStream. Calls are repeated after signals and short reads.
     std::size_t Read(void* buffer, std::size_t count) override;
+    /// As in TQvStream. Not buffered: other processes see the bytes when this returns, and they
+    /// survive the end of the process.
     std::size_t Write(const void* buffer, std::size_t count) override;
+    /// The size in bytes now, as other writers have made it.
     std::uint64_t getSize() const override;
+    /// As in TQvStream; -27 (EFBIG) beyond the largest file size.
     bool setSize(std::uint64_t size) override;
     std::uint64_t getPosition() const override { return m_position; }
+    /// As in TQvStream; -22 (EINVAL) beyond 2^63 - 1.
     bool setPosition(std::uint64_t position) override;
+    /// As in TQvStream. For a file that was empty or missing when it was opened, its name in the
+    /// folder is synced, too.
     bool Flush() override;
+    /// Closes the file and releases its share lock. The stream can open another file then.
     bool Close() override;
     int getError() const override { return m_error; }
 

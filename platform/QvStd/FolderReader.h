@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 #include "QvStd/Export.h"
 #include "QvStd/Result.h"
@@ -17,16 +18,24 @@ struct TQvFolderEntry
 {
     std::string_view Name;  ///< ends with a byte 0; valid until the next entry is read
     unsigned char Type = 0; ///< DT_...; DT_UNKNOWN where the file system does not report it
+    ino_t Number = 0;       ///< of the inode
 };
 
-/// Reads a folder in its own order, "." and ".." left out. An end and a failure are two answers:
-/// Next is false for both, and Result says which it was.
+/// Reads a folder in the order of the file system, "." and ".." left out. Next is false at the end
+/// and after a failure, and Result says which it was:
+///
+///     TQvFolderReader folder;
+///     TQvResult result = folder.Open("/srv");
+///     for (TQvFolderEntry entry; result && folder.Next(&entry);)
+///         Use(entry.Name);
+///     if (result)
+///         result = folder.Result();
 class QVSTD_API TQvFolderReader
 {
 public:
     TQvFolderReader() = default;
     /// Reads into a buffer of the caller, aligned for a dirent64, which must outlive the reader: 32
-    /// KiB on the stack cost less than on the heap.
+    /// KiB on the stack cost less time than on the heap.
     TQvFolderReader(char* buffer, std::size_t size) : m_buffer(buffer), m_bufferSize(size) {}
     ~TQvFolderReader();
     /// The other reader is closed then.
@@ -34,9 +43,10 @@ public:
     /// Closes its own folder first; the other reader is closed then.
     TQvFolderReader& operator=(TQvFolderReader&& other) noexcept;
 
-    /// `path` is a raw system path; a symbolic link is followed.
+    /// Opens the folder `path` (a raw system path); a symbolic link is followed.
     TQvResult Open(const std::string& path);
-    /// A name in an open folder; a symbolic link fails (ELOOP or ENOTDIR) unless it is followed.
+    /// Opens the folder `name` of an open folder; a symbolic link fails (ELOOP or ENOTDIR) unless
+    /// `followsLink`.
     TQvResult OpenAt(int folderDescriptor, const char* name, bool followsLink);
     /// Whether a folder is open.
     explicit operator bool() const { return m_descriptor >= 0; }
@@ -44,8 +54,10 @@ public:
     int Descriptor() const { return m_descriptor; }
     /// Frees the descriptor; the reader can open another folder.
     void Close();
+    /// Next begins anew, with the entries that the folder has then.
+    TQvResult Rewind();
 
-    /// The next entry; false at the end and after a failure.
+    /// Fills `entry` with the next entry; false at the end and after a failure (Result).
     bool Next(TQvFolderEntry* entry);
     /// Done unless reading has failed.
     const TQvResult& Result() const { return m_result; }

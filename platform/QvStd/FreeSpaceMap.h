@@ -1,5 +1,6 @@
 /// @file
-/// Free disk space, counted once a volume.
+/// Free disk space, counted once for each volume: GetVolumeSerial for each folder, collecting the
+/// serials in a set, then GetTotalFreeSpace of the set.
 ///
 /// Thread-safety: one map belongs to one thread at a time.
 #pragma once
@@ -23,8 +24,8 @@ public:
     /// An empty map.
     static var_a<TQvFreeSpaceMap*> VCreate();
 
-    /// The identity of the volume of `path`, whose free space is noted then; InvalidVolSerial when
-    /// nothing is there.
+    /// The identity of the volume of `path`; notes the volume's free space now. InvalidVolSerial
+    /// when nothing is there.
     std::string GetVolumeSerial(const TQvPath& path);
     /// Bytes free to the user on those volumes together, as noted; unknown serials add nothing.
     std::uint64_t GetTotalFreeSpace(const std::unordered_set<std::string>& serials) const;

@@ -12,14 +12,22 @@
 #include "QvStd/Result.h"
 #include "QvStd/Var.h"
 
-/// A shared or exclusive open-file-description lock. The lock of a killed process is released. The
-/// holder writes owner, process id and time into the file, for people to read, and "lock free" when
-/// it releases the lock and no other process shares it. The lock is what counts: the note of a
-/// killed holder stays. A lock without an owner's name writes nothing, and a file with any other
-/// content is locked but never written to.
+/// A shared or exclusive open-file-description lock:
 ///
-/// The lock excludes others only while its file is the one at the path. That is checked when the
-/// lock was gained, and a replaced or deleted file is locked anew; IsAtPath checks it later.
+///     TQvLockFile lock("/srv/data.lock", true, "host-7", 5000);
+///     if (!lock)
+///         return Refuse(lock.getHolder(), lock.getError());
+///     ... // read, change and write; the destructor releases the lock
+///
+/// The lock of a killed process is released. The
+/// holder writes owner, process id and time into the file, for people to read, and "lock free" when
+/// it releases the lock and no other process shares it. Only the lock counts: the note of a killed
+/// holder stays. A lock without an owner's name writes nothing, and a file with any other content
+/// is locked but never written to.
+///
+/// The lock excludes others only while its file is the one at the path. This is checked when the
+/// lock is gained, and the new file is locked when the old one was replaced or deleted; IsAtPath
+/// checks it later.
 ///
 /// Waiters get the lock before new requests do, in no fixed order; a waiting upgrade (Relock) comes
 /// first. New requests yield to waiters for 2 s at most, or half of their time-out, since a waiter
@@ -59,9 +67,9 @@ public:
     /// Changes the kind of the lock, waiting up to the time-out of construction. The upgrade of a
     /// shared lock never releases it, so no writer can get in between; a second upgrade at the same
     /// time is refused at once (both would wait for each other) and keeps its shared lock. Without
-    /// a lock, this tries to gain it anew. False when it was not gained in time, or when the file
-    /// is no longer the one at the path; the lock stays as it was. Without `waits` an upgrade is
-    /// refused at once when other processes share the lock.
+    /// a lock, this tries to gain one. False when it was not gained in time, or when the file is no
+    /// longer the one at the path; the lock stays as it was. Without `waits` an upgrade is refused
+    /// at once when other processes share the lock.
     bool Relock(bool forWriting, bool waits = true);
     /// Releases the lock and takes one of the same kind on the file that is at the path now. False
     /// when it was not gained in time; the object has no lock then.

@@ -14,11 +14,15 @@
 
 /// A failure for people: a text, or a key of the base library's string table, with arguments for
 /// its places %1% to %9%. A text that begins with "@" is literal: it is never looked up.
+///
+///     throw TQvMessage("@The folder %1% has %2% entries.") << folder << count;
+///
+/// Catch it by reference and show what(); programs that distinguish failures compare text().
 class QVSTD_API TQvMessage : public std::exception
 {
 public:
-    /// A text that begins with "@" is literal; any other one is looked up as a key when it is
-    /// shown.
+    /// `textOrKey` is literal when it begins with "@"; else it is looked up as a key of the string
+    /// table, and shown as it is when the table does not have it.
     explicit TQvMessage(std::string textOrKey);
     TQvMessage(const TQvMessage&) = default;
     TQvMessage(TQvMessage&&) noexcept = default;
@@ -26,11 +30,12 @@ public:
     TQvMessage& operator=(TQvMessage&&) noexcept = default;
     ~TQvMessage() override;
 
-    /// Appends the argument for the next free place.
+    /// Appends the argument for the next free place; returns the message, for further arguments.
+    /// Arguments without a place are ignored.
     TQvMessage& operator<<(const std::string& argument);
     /// @overload
     TQvMessage& operator<<(const char* argument) { return *this << std::string(argument); }
-    /// A nested message stands as it would be shown.
+    /// A nested message is inserted as it would be shown.
     TQvMessage& operator<<(const TQvMessage& argument)
     {
         return *this << std::string(argument.what());

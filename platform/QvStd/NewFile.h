@@ -1,5 +1,5 @@
 /// @file
-/// New content for a file: the file has the old content or the new one, whole, whatever happens.
+/// New content for a file: after any failure the file has its old content or the new one, complete.
 ///
 /// Thread-safety: one object belongs to one thread at a time.
 #pragma once
@@ -23,6 +23,13 @@ QVSTD_API bool QvIsTemporaryName(std::string_view name);
 /// New content for the file at a path. Open checks the target, Write or Descriptor take the
 /// content, Publish gives it the target's name; without Publish the content is discarded.
 ///
+///     TQvNewFile file;
+///     TQvResult result = file.Open(path, {});
+///     if (result)
+///         result = file.Write(text.data(), text.size());
+///     if (result)
+///         result = file.Publish(); // here the new content is visible, all at once
+///
 /// - A target that does not exist is written into an unnamed file where the file system can, so
 ///   that a killed process leaves nothing; else, and to replace a target, into a hidden temporary
 ///   file beside it (".<name>.<random>.tmp").
@@ -31,14 +38,14 @@ QVSTD_API bool QvIsTemporaryName(std::string_view name);
 ///   locked (EACCES), or that is no regular file (EISDIR, EINVAL) is refused by Open, with
 ///   ExpectsNone by Publish.
 /// - Where no file can be created in the folder but the target may be written, the content is
-///   collected in an unnamed file elsewhere and Publish writes it in place: that one is not whole
-///   after a kill or on a full disk.
+///   collected in an unnamed file elsewhere and Publish writes it in place: after a kill or on a
+///   full disk it may then be incomplete.
 ///
 /// Results name the path.
 class QVSTD_API TQvNewFile
 {
 public:
-    /// How the new content comes into being.
+    /// What the new file gets, and how it is created.
     struct TOptions
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
@@ -48,7 +55,7 @@ public:
         /// missing; with Permissions or FailIfExists only. A target that is a link to another file
         /// system is refused (EXDEV).
         bool ExpectsNone = false;
-        /// The content reaches the disk before it gets its name, and the name before Publish
+        /// The content is synced before the file gets its name, and the name before Publish
         /// answers.
         bool Synced = false;
         /// The caller holds a lock on the target: its share lock is not requested, since a network
@@ -71,23 +78,24 @@ public:
     };
 
     TQvNewFile();
-    /// Discards what was not published. errno stays.
+    /// Discards content that was not published. errno is unchanged.
     ~TQvNewFile();
     /// `other` has nothing to publish afterwards.
     TQvNewFile(TQvNewFile&&) noexcept;
     /// Discards its own content first; `other` has nothing to publish afterwards.
     TQvNewFile& operator=(TQvNewFile&&) noexcept;
 
-    /// `path` is a raw system path. Done, too, when the target is the file of `NotOnto`: then there
-    /// is nothing to write or publish.
+    /// Checks the target and creates the new file. `path` is a raw system path. Done, too, when the
+    /// target is the file of `NotOnto`: then nothing may be written or published (IsSameFile).
     TQvResult Open(const std::string& path, const TOptions& options);
     /// Whether the target is the file of `NotOnto`, under this or another name.
     bool IsSameFile() const;
     /// Appends all of `count` bytes, or fails.
     TQvResult Write(const void* bytes, std::size_t count);
-    /// Of the open file, for calls other than Write; -1 before Open.
+    /// The descriptor of the new file, for calls other than Write; -1 before Open. It stays owned
+    /// by this object.
     int Descriptor() const;
-    /// Brings the content to the disk now; Publish does not repeat it.
+    /// Syncs the content now; Publish does not repeat it.
     TQvResult Sync();
     /// Gives the content its name. A failure before the rename leaves the old target; with `Synced`
     /// a failure of the folder's sync is answered too, and then the new content is in place but may

@@ -2,7 +2,7 @@
 /// Paths: a value type over UTF-8 text.
 ///
 /// Both "\" and "/" are separators on the way in; "/" is the only one stored. A Linux file name
-/// that holds a backslash can therefore not be written as a TQvPath: the file functions take the
+/// that contains a backslash can therefore not be written as a TQvPath: the file functions take the
 /// raw system path as a std::string too (QvStd/Files.h).
 ///
 /// Thread-safety: a plain value; the queries of the disk are single system calls.
@@ -26,7 +26,7 @@ public:
     /// @overload
     explicit TQvPath(const char* text) : TQvPath(std::string(text)) {}
 
-    /// Whether there is no text at all.
+    /// Whether the text is empty.
     bool isPathEmpty() const { return m_text.empty(); }
     /// Not empty, no byte below 0x20, no component over 255 bytes, at most 4095 bytes in all.
     bool isPathValid() const;
@@ -38,10 +38,10 @@ public:
     TQvPath addSlash() const;
     /// Without trailing separators, but never shorter than "/".
     TQvPath excludeSlash() const;
-    /// Joins, and never lets `right` climb out of this path: "." and ".." segments of `right` are
-    /// resolved inside it, and a ".." that is left over at its start is dropped, as at the root of
-    /// a chroot. Doubled separators of `right` count as one, leading ones as none; a trailing one
-    /// is kept. An empty left side gives `right` resolved in the same way, as a relative path.
+    /// Joins; the result is always inside this path: "." and ".." segments of `right` are resolved
+    /// inside `right`, and a ".." that remains at its start is dropped, as at the root of a chroot.
+    /// Doubled separators of `right` count as one, leading ones as none; a trailing one is kept. An
+    /// empty left side gives `right` resolved in the same way, as a relative path.
     TQvPath operator/(const TQvPath& right) const;
     /// @overload
     TQvPath operator/(std::string_view right) const;
@@ -54,7 +54,7 @@ public:
     /// The last component, without the separators before it ("" for a path that ends in one).
     std::string fileName() const;
 
-    /// Whether anything is there; false, too, when that cannot be found out (errno).
+    /// Whether a file or folder exists; false, too, when that cannot be found out (errno).
     bool exists() const;
     /// A folder; links are followed.
     bool isFolder() const;
@@ -87,11 +87,11 @@ private:
     std::string m_text;
 };
 
-/// `folder / right` for one call of the system, without an allocation where it is not long.
+/// `folder / right` for a single system call, without an allocation for short paths.
 class QVSTD_API TQvJoinedPath
 {
 public:
-    /// Joins them; `right` cannot lead out of `folder`, as with operator/.
+    /// Joins them as operator/ does: the result is inside `folder`.
     TQvJoinedPath(const TQvPath& folder, std::string_view right);
     TQvJoinedPath(const TQvJoinedPath&) = delete;
     TQvJoinedPath& operator=(const TQvJoinedPath&) = delete;

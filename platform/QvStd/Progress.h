@@ -1,5 +1,18 @@
 /// @file
-/// Progress: the caller's sink and the scoped object that long operations wrap it in.
+/// Progress: the caller's sink, and the scoped objects through which long operations use it.
+///
+/// A caller derives from TQvProgressHandler and passes it (or null) to an operation. The operation
+/// starts it, polls it while it works, reports positions, and stops it:
+///
+///     void CopyAll(const std::vector<std::string>& files, TQvProgressHandler* handler)
+///     {
+///         TQvProgress progress(handler); // stops it in its destructor, also after a throw
+///         progress.Start();
+///         for (std::size_t i = 0; i < files.size(); ++i) {
+///             progress.Report(double(i) / double(files.size())); // throws TQvUserBreak
+///             Copy(files[i]);
+///         }
+///     }
 ///
 /// Thread-safety: a handler belongs to the thread that runs the operation.
 #pragma once
@@ -15,17 +28,17 @@ class QVSTD_API TQvProgressHandler
 public:
     virtual ~TQvProgressHandler();
 
-    /// The work begins: shows the display.
+    /// The work begins: shows the display. Called once, unless Started is true already.
     virtual void Start() = 0;
     /// The work is over: hides the display. Must not throw.
     virtual void Stop() = 0;
-    /// Between Start and Stop.
+    /// Whether Start was called, and Stop not since.
     virtual bool Started() const = 0;
     /// Whether positions and messages are wanted now.
     virtual bool Active() const = 0;
-    /// Notes how far the work is, from 0 to 1; Update shows it.
+    /// Sets how much of the work is done, from 0 to 1; Update shows it.
     virtual void SetPosition(double position) = 0;
-    /// Notes what is being worked on; Update shows it.
+    /// Sets the text that names the current step; Update shows it.
     virtual void SetMessage(const std::string& message) = 0;
     /// Whether Update is due (a cheap query, called once for each entry or block).
     virtual bool Poll() = 0;
@@ -42,12 +55,11 @@ inline void QvPollProgress(TQvProgressHandler* handler)
         handler->Update();
 }
 
-/// Lets the user cancel work that shows no progress of its own. `handler` (may be null) must
-/// outlive it.
+/// Lets the user cancel work that shows no progress.
 class QVSTD_API TQvBreakOnly : public TQvProgressHandler
 {
 public:
-    /// `handler` (may be null) is asked whether the user wants to cancel, and nothing else.
+    /// Only queries UserBreak of `handler`, which may be null and must outlive it.
     explicit TQvBreakOnly(const TQvProgressHandler* handler) : m_handler(handler) {}
     void Start() override {}
     void Stop() override {}
@@ -84,14 +96,14 @@ public:
     bool Active() const { return m_handler != nullptr && m_handler->Active(); }
     /// When active: sets the position and refreshes the display. Throws TQvUserBreak.
     void Report(double position);
-    /// Shows what is being worked on.
+    /// Sets the text that names the current step, and shows it.
     void SetMessage(const std::string& message);
     /// Whether the user asked to cancel.
     bool UserBreak() const { return m_handler != nullptr && m_handler->UserBreak(); }
     /// The handler, for calls that take one; may be null.
     TQvProgressHandler* Handler() const { return m_handler; }
 
-    /// A progress of its own whose 0 to 1 is `from` to `to` of this one. Its messages are also
+    /// A separate progress whose 0 to 1 is `from` to `to` of this one. Its messages are also
     /// logged, at `messageLevel`; its start and stop at `startLevel`.
     TQvProgressVar SubProgress(double from, double to, int messageLevel, int startLevel);
 
@@ -101,8 +113,8 @@ private:
 };
 
 /// A sub-range of another progress, owned by the caller. Its Handler() is null where the outer
-/// handler is null, and can be handed to any operation that takes a handler; it must not outlive
-/// the outer one.
+/// handler is null, and can be passed to any operation that takes a handler; it must not outlive
+/// the outer handler.
 class QVSTD_API TQvProgressVar
 {
 public:

@@ -1,5 +1,6 @@
 /// @file
-/// Regular expressions in "/pattern/" form.
+/// Regular expressions in "/pattern/" form, with the syntax of QRegularExpression. Letter case
+/// counts.
 ///
 /// Thread-safety: one expression belongs to one thread at a time.
 #pragma once

@@ -6,8 +6,8 @@
 /// section named by the whole key ("Software\Velmor\..."); its values are the keys in it. Names of
 /// both are compared without regard to case, and the first of several of one name counts.
 ///
-/// Thread-safety: callable from any thread and process; writers take a lock file beside the
-/// registry file, which is replaced as a whole.
+/// Thread-safety: callable from any thread and process; writers lock the file "<registry
+/// file>.lock", and the registry file is replaced as a whole.
 #pragma once
 
 #include <string>
@@ -23,12 +23,13 @@ enum class TQvRegKey : int
     User = 2    ///< of the user; missing without a home folder
 };
 
-/// Access to the values of both roots.
+/// Access to the values of both roots. Each call reads the file: other processes may have changed
+/// it.
 class QVSTD_API TQvRegMan
 {
 public:
-    /// The file behind a root; empty for the user's where there is no home folder: that root then
-    /// has no values, and writing to it fails.
+    /// The file of a root; empty for the user's where there is no home folder: that root then has
+    /// no values, and writing to it fails.
     static TQvPath filePath(TQvRegKey root);
     /// "" when the value is missing or the file cannot be read; a malformed file is logged.
     static std::string readString(TQvRegKey root, const std::string& key,
@@ -42,6 +43,6 @@ public:
     /// for the lock; a failure is logged with its reason, or with the holder of the lock.
     static bool writeString(TQvRegKey root, const std::string& key, const std::string& valueName,
                             const std::string& value, bool create);
-    /// True when the value is gone, also when there was none.
+    /// True when the value does not exist afterwards.
     static bool removeEntry(TQvRegKey root, const std::string& key, const std::string& valueName);
 };

@@ -31,5 +31,6 @@ struct QVSTD_API TQvResourceLabel
 };
 
 /// zlib's CRC-32 over everything from the stream's position to its end, read in blocks; the
-/// position is then the end. A read error ends it: the checksum covers the bytes before the error.
+/// position is then the end. A read error ends it: the checksum covers the bytes before the error,
+/// and getError of the stream has the error.
 QVSTD_API std::uint64_t ComputePartialCRC(TQvStream* stream);

@@ -11,8 +11,14 @@
 
 /// Done, nothing there, or failed with the reason. Converts to bool: true when done.
 ///
-/// "Nothing" is an answer to a question ("does it exist", "list this"); "failed" means that the
-/// question could not be answered or the work could not be done.
+/// "Nothing" is an answer to a query ("does it exist", "list this"); "failed" means that the query
+/// could not be answered or the work could not be done. A caller distinguishes all three:
+///
+///     const TQvResult exists = QvFileDirExists(path, nullptr);
+///     if (exists.HasFailed())
+///         Report(exists.Name(), QvErrorText(exists.Error())); // unknown whether it exists
+///     else if (exists.IsNothing())
+///         Create(path);
 class QVSTD_API TQvResult
 {
 public:
@@ -24,14 +30,14 @@ public:
     /// `error` is an errno, not 0; `name` is the path or id that the failure is about.
     static TQvResult Failed(int error, std::string name = {});
     /// For a system call that has just failed: ENOENT is "nothing", everything else "failed". errno
-    /// stays.
+    /// is unchanged.
     static TQvResult FromErrno(std::string name = {});
 
     /// Implicit, so that operations that answered a bool can answer a result.
     operator bool() const { return m_error == 0; } // NOLINT(google-explicit-constructor)
-    /// There is nothing: an answer, no failure.
+    /// Whether the answer is that nothing exists, which is no failure.
     bool IsNothing() const { return m_isNothing; }
-    /// It could not be done or found out.
+    /// Whether the work could not be done, or the answer not be found out.
     bool HasFailed() const { return m_error != 0 && !m_isNothing; }
     /// 0 when done, else an errno.
     int Error() const { return m_error; }

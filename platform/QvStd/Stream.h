@@ -32,7 +32,17 @@ using qvShareMode = std::uint32_t;
 /// Shares the file with all openers that share it, too.
 inline constexpr qvShareMode kQvShareAll = 0xFFFFFFFFu;
 
-/// A sequence of bytes with a current position for reads and writes.
+/// A sequence of bytes with a current position for reads and writes. Failures are in the results,
+/// and getError has the last one:
+///
+///     char block[4096];
+///     for (std::size_t count = 0; (count = stream->Read(block, sizeof block)) != 0;) {
+///         if (count == TQvStream::invalid_value)
+///             throw TQvMessage("@%1%") << QvErrorText(-stream->getError());
+///         Use(block, count);
+///     }
+///
+/// Destruction closes the stream and reports no errors: writers call Flush or Close first.
 class QVSTD_API TQvStream
 {
 public:
@@ -55,15 +65,16 @@ public:
     /// Bytes written at the position, fewer than `count` when an error came after some bytes (see
     /// getError); `invalid_value` when none could be written.
     virtual std::size_t Write(const void* buffer, std::size_t count) = 0;
-    /// Bytes; `invalid_value64` on failure.
+    /// The size in bytes; `invalid_value64` on failure.
     virtual std::uint64_t getSize() const = 0;
-    /// Cuts or extends (with zero bytes); the position stays where it is.
+    /// Truncates or extends (with zero bytes); the position is unchanged. False with getError.
     virtual bool setSize(std::uint64_t size) = 0;
-    /// Bytes from the start, where the next read or write happens.
+    /// The position of the next read or write, in bytes from the start.
     virtual std::uint64_t getPosition() const = 0;
-    /// Any position, beyond the end too; false on a closed stream.
+    /// Sets that position, also beyond the end; false on a closed stream.
     virtual bool setPosition(std::uint64_t position) = 0;
-    /// Brings what was written to the disk. Where it answers true, the bytes survive a power cut.
+    /// Syncs what was written: after true the bytes, and the name of a new file, survive a power
+    /// cut. False with getError.
     virtual bool Flush() = 0;
     /// Closes; false when closing reported an error, or nothing was open.
     virtual bool Close() = 0;
@@ -72,7 +83,7 @@ public:
 
     /// The name that messages about this stream show.
     const std::string& InfoName() const { return m_infoName ? *m_infoName : DefaultInfoName(); }
-    /// Set by the opener of the stream; a resource's URL, for example.
+    /// Sets that name; openers do, to a resource's URL, for example.
     void SetInfoName(std::string name) { m_infoName = std::move(name); }
 
 protected:
@@ -83,10 +94,10 @@ private:
     std::optional<std::string> m_infoName;
 };
 
-/// Hands everything from the position of `from` to its end to `take`, in blocks of at most 256 KiB.
-/// False on a read error (getError of `from`), or when `take` answers false. Polls `progress` (may
-/// be null) at least every 8 MiB and reports positions when it is active; the last report is always
-/// the whole. Throws TQvUserBreak.
+/// Passes everything from the position of `from` to its end to `take`, in blocks of at most 256
+/// KiB. False on a read error (getError of `from`), or when `take` answers false. Polls `progress`
+/// (may be null) at least every 8 MiB and reports positions when it is active; the last report is
+/// always the whole. Throws TQvUserBreak.
 QVSTD_API bool QvReadBlocks(TQvStream& from,
                             const std::function<bool(const char* bytes, std::size_t count)>& take,
                             TQvProgressHandler* progress);

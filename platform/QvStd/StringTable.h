@@ -30,5 +30,5 @@ QVSTD_API void QvRegisterStringTable(const char* module, const TQvStringTableEnt
 /// when no table has the key.
 QVSTD_API bool LoadResString(const std::string& module, const std::string& key, std::string* text);
 
-/// Forgets the translation files read so far, so that a changed language or folder takes effect.
+/// Discards the translation files read so far, so that a changed language or folder takes effect.
 QVSTD_API void QvReloadStringTables();

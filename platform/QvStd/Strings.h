@@ -39,8 +39,8 @@ QVSTD_API std::string_view QvTrim(std::string_view text);
 /// The start of `text`, of at most `maxBytes` bytes, which ends between two characters of UTF-8.
 QVSTD_API std::string_view QvCutUtf8(std::string_view text, std::size_t maxBytes);
 
-/// Whether the whole of `text` matches `mask`: "*" stands for any characters, "?" for one of UTF-8,
-/// everything else for itself, letter case included.
+/// Whether the whole of `text` matches `mask`: "*" matches any characters, "?" one of UTF-8,
+/// everything else itself, letter case included.
 QVSTD_API bool QvMatchesWildcards(std::string_view text, std::string_view mask);
 
 namespace Korvadel

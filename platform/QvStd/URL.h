@@ -1,5 +1,6 @@
 /// @file
-/// URLs, and streams that have one.
+/// URLs, and streams that have one. A URL is a scheme, ":" and a path that the scheme defines:
+/// "qvres:/Data/a.txt" is the resource "/Data/a.txt".
 ///
 /// Thread-safety: plain values.
 #pragma once
@@ -10,7 +11,7 @@
 #include "QvStd/Export.h"
 #include "QvStd/Stream.h"
 
-/// A URL that keeps its text to the byte: nothing is decoded, encoded or normalised.
+/// A URL whose text is kept byte for byte: nothing is decoded, encoded or normalised.
 class QVSTD_API TQvURL
 {
 public:
@@ -22,12 +23,12 @@ public:
     void Init(std::string text) { m_text = std::move(text); }
     /// The text.
     const std::string& std_str() const { return m_text; }
-    /// What stands before the first ":"; "" when there is none.
+    /// The text before the first ":"; "" when there is none.
     std::string Scheme() const;
-    /// What stands after the first ":"; the whole text when there is none.
+    /// The text after the first ":"; the whole text when there is none.
     std::string Path() const;
 
-    /// Equal to the byte.
+    /// Whether both texts are equal, byte for byte.
     friend bool operator==(const TQvURL& a, const TQvURL& b) { return a.m_text == b.m_text; }
     /// The opposite.
     friend bool operator!=(const TQvURL& a, const TQvURL& b) { return !(a == b); }
@@ -43,7 +44,7 @@ QVSTD_API TQvURL MakeQvURL(const std::string& scheme, const std::string& path);
 class QVSTD_API TQvURLStream : public virtual TQvStream
 {
 public:
-    /// Set by the opener of the stream.
+    /// `url` is that for which the stream was opened.
     explicit TQvURLStream(TQvURL url) : m_url(std::move(url)) {}
     ~TQvURLStream() override;
 

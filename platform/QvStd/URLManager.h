@@ -1,6 +1,13 @@
 /// @file
 /// Dispatch of URLs to the handlers of their schemes.
 ///
+/// A module that has resources derives from TQvURLHandler and registers it once; then any module
+/// opens them without knowing that one:
+///
+///     QvURLManager.RegisterSchemeHandler("mail", make_var<TMailHandler>());
+///     var_a<TQvStream*> stream =
+///         QvURLManager.OpenURLE(TQvURL("mail:inbox/1"), kQvOpenRead, kQvShareAll, 0);
+///
 /// Thread-safety: operations are callable from any thread, as far as the handler allows that.
 #pragma once
 
@@ -31,7 +38,7 @@ class QVSTD_API TQvURLHandler
 public:
     /// Called once, when the handler is registered.
     virtual void Init() = 0;
-    /// The URL of `rest` as seen from `prefix`; the scheme defines what both are.
+    /// The URL made of `prefix` and `rest`; the scheme defines both.
     virtual TQvURL CreateURL(const std::string& prefix, const std::string& rest) = 0;
     /// Empty, or a stream that may not be open (operator bool). The scheme defines `sizeHint`; for
     /// "qvres" it is the expected size in bytes of a resource that is created, 0 when unknown.
@@ -40,10 +47,10 @@ public:
     /// An open stream, or a TQvMessage that names the URL.
     virtual var_a<TQvStream*> OpenURLE(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                                        unsigned long sizeHint) = 0;
-    /// The metadata of the resource; empty when there is none.
+    /// Opens the metadata of the resource; empty when there is none.
     virtual var_a<TQvStream*> OpenResourceMeta(const TQvURL& url, qvOpenMode mode,
                                                qvShareMode share) = 0;
-    /// Copies the metadata alone.
+    /// Copies only the metadata.
     virtual bool CopyResourceMeta(const TQvURL& from, const TQvURL& to) = 0;
     /// Deletes a resource with its metadata.
     virtual bool DeleteResource(const TQvURL& url) = 0;
@@ -57,17 +64,18 @@ public:
     virtual bool CreateFolder(const TQvURL& url) = 0;
     /// Deletes a folder, with `clearFirst` with its content; `progress` may be null.
     virtual bool DeleteFolder(const TQvURL& url, bool clearFirst, TQvProgressHandler* progress) = 0;
-    /// A resource or a folder.
+    /// Whether a resource or a folder exists.
     virtual bool ResourceExists(const TQvURL& url) = 0;
-    /// A resource, no folder.
+    /// Whether a resource exists, and no folder.
     virtual bool IsResource(const TQvURL& url) = 0;
-    /// A folder.
+    /// Whether a folder exists.
     virtual bool IsFolder(const TQvURL& url) = 0;
     /// Whether the resource has metadata.
     virtual bool ResourceMetaExists(const TQvURL& url) = 0;
     /// Size and time, without a checksum.
     virtual bool GetResourceLabelWeak(const TQvURL& url, TQvResourceLabel* label) = 0;
-    /// The disk file behind a resource, with `createIfMissing` made first; "" when there is none.
+    /// The path of the disk file of a resource, with `createIfMissing` created first; "" when there
+    /// is none.
     virtual std::string GetURLFile(const TQvURL& url, bool createIfMissing) = 0;
     /// The disk folder of that file.
     virtual std::string GetURLFolder(const TQvURL& url) = 0;
@@ -77,12 +85,12 @@ public:
     virtual bool GetURLAttr(const TQvURL& url, TQvURLAttrib* attributes) = 0;
 
 protected:
-    /// Handlers are only owned through var_a, which knows the concrete class.
+    /// Handlers are only owned through var_a, which destroys the concrete class.
     ~TQvURLHandler() = default;
 };
 
-/// Hands each operation to the handler of the URL's scheme (compared byte for byte). Without one,
-/// OpenURLE throws a TQvMessage that names the URL and the others answer failure.
+/// Forwards each operation to the handler of the URL's scheme (compared byte for byte). Without
+/// one, OpenURLE throws a TQvMessage that names the URL and the others answer failure.
 class QVSTD_API TQvURLManager
 {
 public:

@@ -8,9 +8,10 @@
 #include <type_traits>
 #include <utility>
 
-/// Owning reference written with the pointer type it stands for: var_a<TQvStream*>. The object dies
-/// with its last reference, through the destroy function that knows its concrete class, so that a
-/// base class needs no virtual destructor as long as objects are only owned this way.
+/// Owning reference, written with the pointer type: var_a<TQvStream*>. It is a std::shared_ptr, so
+/// an empty one is false, get() is a pointer without ownership, and copies share the object. The
+/// last reference destroys the object as its concrete class, so that a base class needs no virtual
+/// destructor as long as objects are only owned this way.
 template <class P>
 using var_a = std::shared_ptr<std::remove_pointer_t<P>>;
 

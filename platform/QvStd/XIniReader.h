@@ -1,8 +1,14 @@
 /// @file
-/// Reading X-Ini documents (the format stands in QvStd/XIniTree.h).
+/// Reading X-Ini documents (QvStd/XIniTree.h describes the format).
 ///
 /// A reader is in one section at a time, at first the top level. The elements of a section are
 /// numbered from 0, keys and sections together, in file order; that number is a "position".
+///
+///     const auto reader = GetXIniReader(TQvPath("/etc/example.x-ini")); // throws when it cannot
+///     const TQvXIniSection mount = reader->EnterSectionSE("mount");
+///     const auto node = reader->ReadE<std::string>(reader->FindFE("node"));
+///     const int limit = reader->Read(reader->FindF("limit"), 10); // 10 when it is missing
+///     reader->ExitSection(mount);
 ///
 /// Thread-safety: one reader belongs to one thread at a time.
 #pragma once
@@ -38,15 +44,15 @@ public:
     /// The next element named `name` after `*position` (begin with -1); false, `*position`
     /// unchanged, when there is none.
     bool FindFP(const std::string& name, int* position) const;
-    /// How many elements have that name; without a name, how many there are.
+    /// The number of elements with that name; without a name, of all elements.
     int Count(const std::string& name) const;
     /// @overload
     int Count() const;
     /// Whether there is an element at that position.
     bool Exists(int position) const { return position >= 0 && position < Count(); }
-    /// Whether it is a section; false for a key and for no element.
+    /// Whether the element at a position is a section; false for a key and for no element.
     bool IsSection(int position) const;
-    /// The element's name; "" when there is no such element.
+    /// The name of the element at a position; "" when there is none.
     std::string Name(int position) const;
 
     /// The first section of that name; null (the reader stays where it is) when there is none.
@@ -56,7 +62,7 @@ public:
     TQvXIniSection EnterSectionSE(const std::string& name);
     /// The section at a position; null when there is no such position or it is a key.
     TQvXIniSection EnterSection(int position);
-    /// Leaves `section`, and whatever was entered inside it. Null does nothing.
+    /// Leaves `section`, and sections that were entered inside it. Null does nothing.
     void ExitSection(TQvXIniSection section);
 
     /// The value of the key at a position; `defaultValue` when there is no such position, or it is

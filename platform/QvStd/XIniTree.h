@@ -11,11 +11,11 @@
 ///       path="/srv/with trailing space "
 ///     [/mount]
 ///
-/// A section nests, may repeat, and is closed by its own name or by "[/]". A value runs to the end
-/// of the line without the blanks around it; in double quotes a backslash stands before another
-/// one, a double quote, n, r, t or xHH. Anything else (a line without "=", an empty name, a section
-/// left open or closed twice, a byte 0, a bad escape, more than 64 levels) is a parse error that
-/// names the line. Names are compared byte for byte.
+/// Sections nest and may repeat; one is closed by its own name or by "[/]". A value runs to the end
+/// of the line without the blanks around it; in double quotes a backslash precedes another one, a
+/// double quote, n, r, t or xHH. Anything else (a line without "=", an empty name, a section left
+/// open or closed twice, a byte 0, a bad escape, more than 64 levels) is a parse error that names
+/// the line. Names are compared byte for byte.
 ///
 /// Thread-safety: one tree belongs to one thread at a time.
 #pragma once
@@ -59,13 +59,13 @@ struct TQvXIniTree
 /// Parses a whole document. On a parse error returns an empty reference; `error` (may be null)
 /// receives a sentence that names the line and what is wrong with it.
 QVSTD_API var_a<TQvXIniTree*> QvParseXIniTree(const std::string& text, std::string* error);
-/// Unchanged lines are written byte for byte as they were read.
+/// The text of a document; unchanged lines are byte for byte as they were read.
 QVSTD_API std::string QvFormatXIniTree(const TQvXIniTree& tree);
 
-/// From the stream's start. An empty reference when the stream is not open, cannot be read or is
-/// malformed.
+/// Reads a document from the stream's start. An empty reference when the stream is not open, cannot
+/// be read or is malformed.
 QVSTD_API var_a<TQvXIniTree*> ReadQvXIniTree(TQvStream* stream);
-/// An empty reference when the file is missing, cannot be read or is malformed.
+/// The same of a file; an empty reference when it is missing, too.
 QVSTD_API var_a<TQvXIniTree*> ReadQvXIniTree(const TQvPath& path);
 
 /// Writes the document at the stream's position, which moves to its end. False on a failed write.

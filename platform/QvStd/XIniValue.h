@@ -1,5 +1,6 @@
 /// @file
-/// How values of X-Ini keys become C++ values and back.
+/// How values of X-Ini keys become C++ values and back: texts as they are, paths as TQvPath takes
+/// them, whole numbers in decimal with an optional "-".
 ///
 /// Thread-safety: pure functions.
 #pragma once

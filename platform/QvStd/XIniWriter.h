@@ -1,8 +1,15 @@
 /// @file
-/// Writing X-Ini documents (the format stands in QvStd/XIniTree.h).
+/// Writing X-Ini documents (QvStd/XIniTree.h describes the format).
 ///
 /// A writer that is made for a file or a stream begins an empty document and appends to it; a tree
 /// writer changes an existing one.
+///
+///     const auto writer = GetXIniWriter(TQvPath("/etc/example.x-ini"));
+///     const TQvXIniWriteSection mount = writer->BeginSectionSE("mount");
+///     if (!writer->WriteS("node", std::string("/Data")))
+///         writer->RaiseErrorE();
+///     writer->EndSection(mount);
+///     writer->CommitE(); // the file is replaced here, or stays as it was
 ///
 /// Thread-safety: one writer belongs to one thread at a time.
 #pragma once
@@ -32,7 +39,7 @@ public:
     /// Begins a section in the current one. Throws a TQvMessage on a name that cannot be written
     /// (empty, a leading "/", a "[" or "]", a byte below 0x20) or beyond 64 levels.
     TQvXIniWriteSection BeginSectionSE(const std::string& name);
-    /// Ends `section`, and whatever was begun inside it. Null does nothing.
+    /// Ends `section`, and sections that were begun inside it. Null does nothing.
     void EndSection(TQvXIniWriteSection section);
 
     /// Writes a key into the current section. False, with the error kept for RaiseErrorE, on a name

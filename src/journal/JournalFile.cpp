@@ -45,6 +45,8 @@ bool LacksLocks(int error)
 }
 } // namespace
 
+/// The order matters: the share lock and the content lock come before the size and the comparison
+/// with the path, so that what is compared and read cannot change any more.
 TQvResult TJournalFile::Open(const std::string& path, TJournalAccess access)
 {
     m_path = path;
@@ -95,6 +97,7 @@ void TJournalFile::Unlock() const
     flock(m_file.Number(), LOCK_UN);
 }
 
+/// Appends only make the file longer, and a rewrite is another file: the size is enough.
 bool TJournalFile::IsUnchanged(const TJournalFile& other) const
 {
     return QvIsSameInode(m_status, other.m_status) && m_size == other.m_size;
@@ -191,6 +194,7 @@ TQvResult TJournalFile::CutUnsealed()
 
 TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity* synced)
 {
+    assert(m_file && synced != nullptr);
     assert(!block.empty() && block.back() == '\n'); // else the next append would cut it off
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
@@ -219,6 +223,7 @@ int TJournalFile::SyncName() const
     return QvFollowLinks(&target) && QvSyncFolderOf(target, m_file.Number()) ? 0 : errno;
 }
 
+/// One write where the kernel takes all of it, so that a reader without locks sees whole lines.
 int TJournalFile::Write(std::string_view block)
 {
     while (!block.empty()) {
@@ -260,7 +265,7 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
         options.Permissions = old.Permissions();
         options.AttributesOf = old.Descriptor();
     }
-    // One name for all, so that the next rewrite replaces what a killed one may have left.
+    // A fixed name, so that the next rewrite replaces the file that a killed one left.
     const std::string folder = QvFolderPart(m_target);
     m_temporary = folder + '.' + m_target.substr(folder.size()) + ".new";
     if (unlink(m_temporary.c_str()) != 0 && errno != ENOENT)
@@ -270,11 +275,12 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
 
 TQvResult TJournalRewrite::Write(std::string_view bytes)
 {
+    assert(m_file.Descriptor() >= 0); // not after Publish
     const TQvResult written = m_file.Write(bytes.data(), bytes.size());
     m_size += bytes.size();
     assert(m_started <= m_size);
-    // The disk works while the next records are formatted: Sync has less to wait for. Only a hint;
-    // Sync reports the failures.
+    // Starts writing to the disk while the next records are formatted, so that Sync waits less.
+    // Only a hint; Sync reports failures.
     if (written && m_size - m_started >= kWriteBackEvery) {
         sync_file_range(m_file.Descriptor(), static_cast<off_t>(m_started),
                         static_cast<off_t>(m_size - m_started), SYNC_FILE_RANGE_WRITE);
@@ -283,8 +289,10 @@ TQvResult TJournalRewrite::Write(std::string_view bytes)
     return written;
 }
 
+/// Kept first, then renamed: a kill in between leaves two names of the old journal and no gap.
 TQvResult TJournalRewrite::Publish(bool keepsOld)
 {
+    assert(m_file.Descriptor() >= 0 && m_size > 0); // else an empty file would replace the journal
     if (const TQvResult named = m_file.Publish(); !named)
         return named;
     int error = keepsOld && m_replaces ? KeepOld() : 0;

@@ -32,7 +32,8 @@ struct TJournalIdentity
     dev_t Device = 0;
     ino_t Inode = 0;
     std::int64_t BornSeconds = 0;
-    std::uint32_t BornNanoseconds = 0; ///< 0, as the seconds, where the file system does not know
+    std::uint32_t BornNanoseconds =
+        0; ///< 0, as the seconds, where the file system does not record it
 
     bool operator==(const TJournalIdentity& other) const
     {
@@ -108,10 +109,10 @@ public:
     /// Syncs the content.
     TQvResult Sync() { return m_file.Sync(); }
     /// Gives the content its name and syncs the folder. With `keepsOld` the old journal is kept
-    /// with ".damaged" behind its name. A failure before the rename leaves the old journal.
+    /// with ".damaged" appended to its name. A failure before the rename leaves the old journal.
     TQvResult Publish(bool keepsOld);
-    /// Whether Publish has done the rename: when it failed after that, a power cut may bring the
-    /// old journal back.
+    /// Whether Publish has done the rename: when it failed after that, the old journal may be there
+    /// again after a power cut.
     bool HasReplaced() const { return m_hasReplaced; }
 
 private:
@@ -119,8 +120,8 @@ private:
     int KeepOld() const;
 
     std::string m_path;      ///< as it was given
-    std::string m_target;    ///< behind all links
-    std::string m_temporary; ///< beside the target
+    std::string m_target;    ///< after all links
+    std::string m_temporary; ///< in the target's folder
     bool m_replaces = false;
     bool m_hasReplaced = false;
     int m_old = -1; ///< a descriptor of the file that is replaced

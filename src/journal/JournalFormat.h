@@ -10,13 +10,13 @@
 inline constexpr char kJournalFileName[] = "$QvStorage.list";
 inline constexpr char kStorageXIniFileName[] = "$QvStorage.x-ini";
 inline constexpr char kStorageContentName[] = "content";
-/// What a repair has replaced.
+/// The suffix of the journal that a repair has replaced.
 inline constexpr char kDamagedJournalSuffix[] = ".damaged";
-/// Put behind the folder as it is. The backslash is part of the file's name: the lock lies beside
-/// the folder and is named after it, and every user of a storage uses that path.
+/// Appended to the folder as it is. The backslash is part of the file's name: the lock file is in
+/// the parent folder, is named after the folder, and every user of a storage uses that path.
 inline constexpr char kStorageLockSuffix[] = "\\$QvStorage.lock";
 
-/// What a line is, told by its first character. Lines that begin otherwise are ignored.
+/// The first character says what a line is. Other lines are ignored.
 inline constexpr char kStampMark = ':';
 inline constexpr char kRecordMark = '/';
 inline constexpr char kRemovalMark = '-';
@@ -25,6 +25,6 @@ inline constexpr char kNameMark = '?'; ///< between the id and the name of a rec
 
 inline constexpr std::string_view kLineEnd = "\r\n";
 
-/// The signature line; it stands right behind the stamp line of 1 + 8 + 2 bytes.
+/// The signature line; it follows the stamp line of 1 + 8 + 2 bytes.
 inline constexpr const char* StorageSgn = ";QV5Dir\r\n";
 inline constexpr std::size_t kSignatureOffset = 11;

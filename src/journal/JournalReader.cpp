@@ -20,7 +20,7 @@ public:
 
     void Record(std::string_view line)
     {
-        // The mark stands first, so that only the end can hold white space.
+        assert(!line.empty() && line.front() == kRecordMark); // ends the loop over white space
         while (IsBlank(line.back()))
             line.remove_suffix(1);
         const void* const found = memrchr(line.data(), kNameMark, line.size());
@@ -44,8 +44,7 @@ private:
     std::string m_key; ///< kept for its memory
 };
 
-/// Hexadecimal digits in either case, as many as follow the mark; what stands behind them is not
-/// looked at.
+/// Takes all hexadecimal digits, of either case, after the mark; the rest of the line is ignored.
 bool CheckpointMatches(std::string_view line, std::uint32_t checksum)
 {
     std::uint32_t written = 0;
@@ -88,6 +87,7 @@ public:
     TJournalReading Reading; ///< State is TornTail until a checkpoint is the last line
 
 private:
+    /// False when a checkpoint does not match. Other lines only matter when entries are wanted.
     bool TakeLine(std::string_view line, const char* piece)
     {
         if (line.front() == kCheckpointMark)
@@ -102,6 +102,7 @@ private:
         return true;
     }
 
+    /// The checksum continues over pieces: `m_checksum` covers the block's lines in earlier pieces.
     bool Seal(std::string_view line, const char* piece)
     {
         assert(m_block <= line.data()); // the checkpoint covers the lines before it
@@ -120,13 +121,13 @@ private:
 
     TJournalEntries* m_entries;
     TReplay m_replay;
-    const char* m_block = nullptr; ///< where the open block begins or goes on in this piece
+    const char* m_block = nullptr; ///< where the open block begins or continues in this piece
     std::uint32_t m_checksum = 0;  ///< of the open block in the pieces before
     std::size_t m_taken = 0;
 };
 
-/// Lies on the stack, unless a line is longer: a big block of the heap would make the allocator
-/// sort all that the last load freed, which takes as long as half a load.
+/// On the stack, unless a line is longer: allocating a large block would make the allocator sort
+/// everything that the last load freed, which takes half the time of a load.
 class TBuffer
 {
 public:
@@ -197,11 +198,12 @@ TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entri
     // was just read is still in the processor's cache.
     TBuffer buffer;
     TJournalParser parser(entries);
-    std::size_t held = 0; // bytes of a line, or of the head, that is not there whole
+    std::size_t held = 0; // bytes of a line, or of the head, that is not complete yet
     for (bool hasHead = false;;) {
         const std::size_t got = source(buffer.Data() + held, buffer.Size() - held);
         if (got == TQvStream::invalid_value)
             return {TJournalState::Unreadable};
+        assert(got <= buffer.Size() - held); // else the source has written beyond the buffer
         const std::string_view piece(buffer.Data(), held + got);
         if (!hasHead) {
             if (piece.size() < kHeadSize && got != 0) {

@@ -15,9 +15,9 @@
 
 /// Normalized id -> name as its creator spelled it, in byte order of the ids.
 ///
-/// Nodes and texts lie side by side in few pieces of memory: a load allocates nothing for each
-/// record, and a way down the map finds a node and its id together. The memory of removed records
-/// and replaced names is free again with Clear only: no more than the journal has lines.
+/// Nodes and texts share a few large blocks of memory: a load allocates nothing for each record,
+/// and a search finds a node and its id close together. Only Clear frees the memory of removed
+/// records and replaced names; it is bounded by the number of lines of the journal.
 class TJournalEntries
 {
 public:
@@ -42,17 +42,17 @@ private:
 
 enum class TJournalState
 {
-    /// Every line that was read is sealed by a checkpoint that matches.
+    /// A matching checkpoint covers every line that was read.
     Whole,
     /// The last lines have no checkpoint: an append ended early.
     TornTail,
-    /// A checkpoint does not match the block before it. Nothing behind it was looked at.
+    /// A checkpoint does not match the block before it. Nothing after it was read.
     Damaged,
-    /// No signature where it has to stand, or an empty file. Nothing was looked at.
+    /// No signature at its position, or an empty file. No line was read.
     BadSignature,
     /// There is no journal. Answered by callers that open it.
     Missing,
-    /// The source failed. What was read before may be whole and yet half of the journal.
+    /// The source failed. The lines read before may be valid and still only a part of the journal.
     Unreadable,
 };
 
@@ -61,13 +61,12 @@ struct TJournalReading
     TJournalState State = TJournalState::BadSignature;
     /// Checkpoints that matched.
     std::size_t Checkpoints = 0;
-    /// Bytes from the start of the file that are sealed; the block that is torn or damaged begins
+    /// Bytes from the start of the file that checkpoints cover; a torn or damaged block begins
     /// here.
     std::size_t SealedBytes = 0;
-    /// Entries that the sealed bytes give; 0 when nothing was replayed.
+    /// Number of entries in the sealed bytes; 0 when nothing was replayed.
     std::size_t SealedRecords = 0;
-    /// Bytes behind the last line feed. They are no line, are never read, and do not count for
-    /// State.
+    /// Bytes after the last line feed. They are no line, are never read, and do not change State.
     std::size_t UnreadBytes = 0;
 };
 
@@ -75,11 +74,11 @@ struct TJournalReading
 /// TQvStream::invalid_value after a failure.
 using TJournalSource = std::function<std::size_t(char* buffer, std::size_t count)>;
 
-/// Replays a journal into `entries`, line by line; null only checks. Lines are applied before the
-/// checkpoint that seals them is seen, so unless the answer is Whole, `entries` holds lines that
-/// no checkpoint seals.
+/// Replays a journal into `entries`, line by line; null only checks. Lines are applied before their
+/// checkpoint is read, so unless the state is Whole, `entries` contains lines that no checkpoint
+/// covers.
 TJournalReading ReadJournal(const TJournalSource& source, TJournalEntries* entries);
 TJournalReading ReadJournal(std::string_view bytes, TJournalEntries* entries);
 
-/// zlib's CRC-32 of `bytes`, as checkpoints hold it; going on from that of the bytes before.
+/// zlib's CRC-32 of `bytes`, as checkpoints contain it; `before` is that of the preceding bytes.
 std::uint32_t JournalChecksum(std::string_view bytes, std::uint32_t before = 0);

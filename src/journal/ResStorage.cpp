@@ -30,7 +30,7 @@ bool IsControl(char c)
     return static_cast<unsigned char>(c) < 0x20;
 }
 
-/// Whether a journal line can hold `id`: a control character could end the line, and the name is
+/// Whether a journal line can contain `id`: a control character could end the line, and the name is
 /// split off at the last "?".
 bool IsStorable(const std::string& id)
 {
@@ -63,6 +63,8 @@ public:
     void AddRecord(std::string_view key, std::string_view name)
     {
         // In place: QvNormalizeResId would make a string for each record.
+        assert(!key.empty() && key.front() == kRecordMark); // else the line would be no record
+        assert(key.find('\n') == std::string::npos && name.find('\n') == std::string::npos);
         const std::size_t start = m_piece.size();
         m_piece.resize(start + key.size());
         std::transform(key.begin(), key.end(), m_piece.data() + start, QvToUpper);
@@ -164,31 +166,28 @@ TQvPath TResStorage::XIniFile() const
 
 bool TResStorage::LoadDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    if (!Lock(&locker, false, TMessages::LoadDir))
+    TLocker locker = Begin(given, false, TMessages::LoadDir);
+    if (!locker)
         return false;
     TJournalFile read;
     if (LoadOrRepair(locker, &read, true) != TLoaded::Failed)
         return true;
     if (given || (m_failure.Error() != EDEADLK && m_failure.Error() != ESTALE))
         return false;
-    // When two processes find the journal broken at once, one of them is refused the exclusive
-    // lock and blocks the other one: it releases its lock and loads what the other has rebuilt.
-    // When the other one has died instead, it repairs the journal itself, under one lock: between
-    // two locks another process could repair and append.
-    m_failure = {};
+    // When two processes find the journal broken at once, both have the shared lock, and one is
+    // refused the exclusive one: it releases its lock and loads what the other one has rebuilt.
+    // When the other one was killed, it repairs the journal itself, under one lock: between two
+    // locks another process could repair and append.
     locker.reset();
-    return Lock(&locker, true, TMessages::LoadDir) &&
-           LoadOrRepair(locker, &read, true) != TLoaded::Failed;
+    locker = Begin({}, true, TMessages::LoadDir);
+    return locker && LoadOrRepair(locker, &read, true) != TLoaded::Failed;
 }
 
 bool TResStorage::DoLoadDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
+    const TLocker locker = Begin(given, false, TMessages::DoLoadDir);
     TJournalFile read;
-    return Lock(&locker, false, TMessages::DoLoadDir) && Load(locker, &read, true);
+    return locker && Load(locker, &read, true);
 }
 
 bool TResStorage::Load(const TLocker& locker, TJournalFile* read, bool shortens)
@@ -256,8 +255,8 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
     return reading;
 }
 
-/// What is replaced is kept, and one warning says what was lost: a rebuild loses the names that
-/// creators spelled and every record without content.
+/// Keeps the replaced journal and logs one warning with what was lost: a rebuild loses the
+/// creators' spelling of names and every record without content.
 bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
 {
     const TJournalReading broken = m_reading;
@@ -282,10 +281,8 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
 
 bool TResStorage::RecreateDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    return Lock(&locker, true, TMessages::RecreateDir) && ListContent() &&
-           Save(locker, nullptr, false);
+    const TLocker locker = Begin(given, true, TMessages::RecreateDir);
+    return locker && ListContent() && Save(locker, nullptr, false);
 }
 
 bool TResStorage::ListContent()
@@ -299,7 +296,7 @@ bool TResStorage::ListContent()
     QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
                        << m_failure.Name() << QvErrorText(m_failure.Error()),
                    kLevelWrite, 0);
-    m_dir->Clear(); // half a listing must not become the journal
+    m_dir->Clear(); // an incomplete listing must not become the journal
     return false;
 }
 
@@ -310,7 +307,7 @@ TQvResult TResStorage::TakeContent(const std::string& content)
     const TQvResult there = QvFileDirExists(content, &isFolder);
     if (there.HasFailed() || (there && !isFolder))
         return TQvResult::Failed(there ? ENOTDIR : there.Error(), content);
-    if (!there) // a link to a volume that is not there is no empty folder
+    if (!there) // a link to a volume that is not mounted is no empty folder
         return TQvResult::Failed(made.Error() == EEXIST ? ENOENT : made.Error(), content);
     std::vector<std::string> found;
     TQvResult result = QvSearchFiles(content, "*", true, true, &found);
@@ -321,11 +318,12 @@ TQvResult TResStorage::TakeContent(const std::string& content)
 
 TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLength)
 {
+    assert(path.size() > contentLength && path[contentLength] == '/');
     std::string id = path.substr(contentLength);
     if (HasMetaExtension(id))
         return TQvResult::Done();
-    // Backslashes part the folders of a storage's names. Where paths have none, the name is the
-    // whole relative part with its leading "/": readers of rebuilt journals know it so.
+    // The names of a storage separate folders by backslashes. Where a path has none, the name is
+    // the whole relative part with its leading "/": readers of rebuilt journals expect that.
     std::string name = id.substr(id.rfind('\\') + 1);
     if (!IsStorable(id)) {
         QvLogWriteWarning(TQvMessage(TMessages::RecreateDir.Refused) << Name << id, kLevelWarning,
@@ -334,7 +332,7 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
     }
     bool isFolder = false;
     const TQvResult there = QvFileDirExists(path, &isFolder);
-    if (there.HasFailed() && !QvIsSymLink(path)) // a link may lead nowhere, and is recorded
+    if (there.HasFailed() && !QvIsSymLink(path)) // a dangling link is recorded, too
         return there.Named(path);
     if (isFolder)
         id += '/';
@@ -345,9 +343,8 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
 
 bool TResStorage::SaveDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    return Lock(&locker, true, TMessages::SaveDir) && Save(locker, nullptr, false);
+    const TLocker locker = Begin(given, true, TMessages::SaveDir);
+    return locker && Save(locker, nullptr, false);
 }
 
 /// With `read` only that file is replaced, and only as it was read.
@@ -357,7 +354,8 @@ bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool kee
     m_hasReplaced = false;
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);
-    // Others may have appended under a lock of another path: replacing the journal would lose that.
+    // Another process may have appended under the lock file of another path: replacing the journal
+    // would lose that.
     const bool isAsRead =
         read == nullptr || (old ? *read && read->IsUnchanged(old) : !static_cast<bool>(*read));
     TJournalRewrite rewrite;
@@ -415,8 +413,7 @@ bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, con
 bool TResStorage::Append(const std::string& id, std::string line, const TLocker& given,
                          const TMessages& messages)
 {
-    m_failure = {};
-    // Readers trim a line: without a blank at its end, or behind the mark of a removal, it would
+    // Readers trim a line: an id with a blank at its end, or after the mark of a removal, would
     // name another resource. What cannot be removed is not added either.
     if (!QvIsAbsoluteResId(id) || id.back() == '/' || !IsStorable(id) ||
         id.compare(1, 1, " ") == 0 || line.back() == ' ') {
@@ -426,15 +423,15 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
     }
     line += kLineEnd;
     line += Checkpoint(JournalChecksum(line));
-    TLocker locker = given;
-    if (!Lock(&locker, true, messages))
+    const TLocker locker = Begin(given, true, messages);
+    if (!locker)
         return false;
     const std::uint32_t start = QvGetTickCount();
     do {
         if (!AppendBlock(line, messages))
             return false;
-        // Under a lock that others did not see, a rewrite of theirs may have lost the block. To
-        // append it twice does no harm.
+        // While the lock file was replaced, a rewrite by another process may have lost the block.
+        // Appending it twice does no harm.
         if (locker->IsAtPath())
             return true;
     } while (locker->Renew() && QvGetTickCount() - start <= Settings.LockTimeout);
@@ -442,6 +439,8 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
                 TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix));
 }
 
+/// A size that this object did not know means that others have appended: its map is stale even
+/// after its own append.
 bool TResStorage::AppendBlock(const std::string& block, const TMessages& messages)
 {
     TJournalFile file;
@@ -459,9 +458,8 @@ bool TResStorage::AppendBlock(const std::string& block, const TMessages& message
 
 bool TResStorage::CutTornTail(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    if (!Lock(&locker, true, TMessages::CutTornTail))
+    const TLocker locker = Begin(given, true, TMessages::CutTornTail);
+    if (!locker)
         return false;
     TJournalFile file;
     TQvResult result = Open(&file, TJournalAccess::Change, TMessages::CutTornTail);
@@ -475,7 +473,7 @@ bool TResStorage::CutTornTail(const TLocker& given)
 bool TResStorage::DirChanged() const
 {
     struct statx now = {};
-    // A missing journal has size and time 0; one that cannot be looked at may have changed.
+    // A missing journal has size and time 0; one that cannot be examined may have changed.
     if (statx(AT_FDCWD, DirFile().toSysStr().c_str(), AT_STATX_FORCE_SYNC, STATX_SIZE | STATX_MTIME,
               &now) != 0 &&
         errno != ENOENT)
@@ -491,14 +489,23 @@ bool TResStorage::LoadDirUpdate(const TLocker& /*given*/)
 
 bool TResStorage::MergeDir(const TLocker& given)
 {
-    m_failure = {};
-    TLocker locker = given;
-    if (!Lock(&locker, true, TMessages::MergeDir))
+    const TLocker locker = Begin(given, true, TMessages::MergeDir);
+    if (!locker)
         return false;
     TJournalFile read;
     const TLoaded loaded = LoadOrRepair(locker, &read, false);
     return loaded == TLoaded::Rewritten ||
            (loaded == TLoaded::AsItIs && Save(locker, &read, false));
+}
+
+/// Starts an operation: the given lock, or an own one, in the kind that it needs. Empty when that
+/// was not gained.
+TResStorage::TLocker TResStorage::Begin(const TLocker& given, bool forWriting,
+                                        const TMessages& messages)
+{
+    m_failure = {};
+    TLocker locker = given;
+    return Lock(&locker, forWriting, messages) ? locker : TLocker();
 }
 
 bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messages)
@@ -507,7 +514,7 @@ bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messag
         *locker = TStorageLocker::VCreate(*this, forWriting);
     else if (forWriting)
         (*locker)->Relock(true);
-    // A refused change keeps the shared hold, which is no leave to write.
+    // After a refused upgrade the shared lock remains, which does not allow writing.
     if (**locker && (!forWriting || (*locker)->IsExclusive()))
         return true;
     const int error = (*locker)->getError();
@@ -529,6 +536,7 @@ bool TResStorage::Fail(const char* text, int level, const TQvResult& why)
     return false;
 }
 
+/// Tries again while the journal is busy, up to the time-out, with one log entry for all attempts.
 TQvResult TResStorage::Open(TJournalFile* file, TJournalAccess access,
                             const TMessages& messages) const
 {

@@ -6,6 +6,7 @@
 
 namespace
 {
+/// Checked before the file is opened: a lock without an owner's name would leave no note.
 const std::string& OwnerOf(const TStorageHome& storage)
 {
     if (!storage.Settings.Owner)

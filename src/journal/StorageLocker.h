@@ -35,11 +35,11 @@ struct TStorageHome
 class TStorageLocker : public TQvLockFile
 {
 public:
-    /// Locks the file "\$QvStorage.lock" behind the storage's folder (the texts are concatenated,
-    /// without a path join), waiting up to LockTimeout milliseconds: exclusive when `forWriting`,
-    /// else shared. operator bool is the outcome. Throws std::runtime_error "@QvConfigData is not
-    /// initialized" when the settings name no owner: the name comes from the configuration, and is
-    /// empty when the host has not loaded one.
+    /// Locks the file whose path is the storage's folder and "\$QvStorage.lock" (the texts are
+    /// concatenated, without a path join), waiting up to LockTimeout milliseconds: exclusive when
+    /// `forWriting`, else shared. operator bool is the outcome. Throws std::runtime_error
+    /// "@QvConfigData is not initialized" when the settings name no owner: the name comes from the
+    /// configuration, and is empty when the host has not loaded one.
     TStorageLocker(const TStorageHome& storage, bool forWriting);
 
     static var_a<TStorageLocker*> VCreate(const TStorageHome& storage, bool forWriting);

@@ -6,12 +6,14 @@
 
 namespace
 {
+/// One for each thread, so that operations on several threads keep their own causes.
 TQvFailure& Record()
 {
     thread_local TQvFailure failure;
     return failure;
 }
 
+/// Success is recorded, too: an earlier failure must not count as that of this operation.
 void Set(int error, const std::string& id)
 {
     TQvFailure& record = Record();
@@ -46,6 +48,7 @@ bool QvReportAnswer(const TQvResult& result)
     return result;
 }
 
+/// Called after the content was reported as done, so that this failure replaces a success.
 void QvReportSidecar(const TQvResult& sidecar, const std::string& src, const std::string& dst)
 {
     if (sidecar)

@@ -3,10 +3,10 @@
 
 #include "resid/Failure.h"
 
-/// Records how an operation ended and answers whether it is done.
+/// Records the result of an operation; whether it is done.
 bool QvReport(const TQvResult& result);
-/// The same for a query, to which "nothing there" is an answer.
+/// The same for a query, whose "nothing" is an answer and no failure.
 bool QvReportAnswer(const TQvResult& result);
-/// A copy whose sidecar failed is a resource without its metadata: logs and records that. Nothing
-/// happens when the sidecar is done.
+/// After a copy: logs and records that the sidecar failed, so that the target lacks its metadata.
+/// Does nothing when the sidecar is done.
 void QvReportSidecar(const TQvResult& sidecar, const std::string& src, const std::string& dst);

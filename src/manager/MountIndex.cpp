@@ -1,7 +1,9 @@
 #include "manager/MountIndex.h"
 
+#include <algorithm>
 #include <cassert>
 
+#include "QvStd/Strings.h"
 #include "resid/ResId.h"
 
 namespace
@@ -15,6 +17,8 @@ constexpr std::uint64_t BitOf(std::size_t length)
 }
 } // namespace
 
+/// Slots refer to entries of m_ids, which do not move when others are added or removed. Linear
+/// probing: an entry is in the slot of its hash or in a later one, with no free slot in between.
 TMountIndex::TMountIndex() : m_slots(kFewestSlots) {}
 
 void TMountIndex::Clear()
@@ -27,12 +31,14 @@ void TMountIndex::Clear()
 
 void TMountIndex::Add(const std::string& mountPoint)
 {
+    assert(m_lengths.size() < kNone);
     const auto place = static_cast<std::uint32_t>(m_lengths.size());
     const std::size_t length = mountPoint.size();
     m_lengths.emplace(length, place);
     if (length / kWordBits >= m_lengthsInUse.size())
         m_lengthsInUse.resize(length / kWordBits + 1);
     m_lengthsInUse[length / kWordBits] |= BitOf(length);
+    // Of equal mount points the last one counts; its slot refers to the same entry.
     const auto [entry, isNew] = m_ids.insert_or_assign(QvNormalizeResId(mountPoint), place);
     if (!isNew)
         return;
@@ -61,6 +67,7 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
         m_lengthsInUse[mountPoint.size() / kWordBits] &= ~BitOf(mountPoint.size());
     if (place == m_lengths.size())
         return true; // it was the last one
+    // Linear, but without hashing: the places after it are one less in the table, too.
     for (auto& [length, other] : m_lengths)
         other -= other > place ? 1 : 0;
     for (auto& [normalId, other] : m_ids)
@@ -70,7 +77,8 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
 
 void TMountIndex::InsertSlot(const TIds::value_type& entry)
 {
-    assert(m_ids.size() * 2 <= m_slots.size()); // each search ends at a free slot
+    assert((m_slots.size() & (m_slots.size() - 1)) == 0); // the size is used as a mask
+    assert(m_ids.size() * 2 <= m_slots.size());           // each search ends at a free slot
     const std::size_t slot = SlotOf(entry.first);
     assert(m_slots[slot].Entry == nullptr);
     m_slots[slot] = {QvHashNormalResId(entry.first), &entry};
@@ -94,6 +102,7 @@ void TMountIndex::EraseSlot(std::size_t slot)
 /// Its slot, or the free slot for it.
 std::size_t TMountIndex::SlotOf(std::string_view normalId) const
 {
+    // The hash is compared first: names are compared only when it is equal.
     const std::uint64_t hash = QvHashNormalResId(normalId);
     std::size_t slot = hash & (m_slots.size() - 1);
     while (m_slots[slot].Entry != nullptr &&
@@ -110,6 +119,8 @@ bool TMountIndex::IsLengthInUse(std::size_t length) const
 
 std::uint32_t TMountIndex::Find(std::string_view normalId) const
 {
+    assert(
+        std::none_of(normalId.begin(), normalId.end(), [](char c) { return c != QvToUpper(c); }));
     if (!IsLengthInUse(normalId.size()))
         return kNone;
     const TIds::value_type* entry = m_slots[SlotOf(normalId)].Entry;
@@ -118,9 +129,12 @@ std::uint32_t TMountIndex::Find(std::string_view normalId) const
 
 std::uint32_t TMountIndex::Resolve(const TNormalResId& id, bool skipExact) const
 {
+    assert(id.IsValid()); // "//" would find a mount point in the middle of a name
     if (!skipExact)
         if (const std::uint32_t place = Find(id.Text()); place != kNone)
             return place;
+    // From the end, a word of 64 positions at a time: the candidates are the slashes at positions
+    // that are the length of some mount point, so that most ids need one look-up.
     for (std::size_t word = std::min(id.Words(), m_lengthsInUse.size()); word-- > 0;) {
         std::uint64_t ends = id.Slashes()[word] & m_lengthsInUse[word];
         while (ends != 0) {

@@ -27,9 +27,9 @@ public:
     void Clear();
     /// The mount point that was appended to the table.
     void Add(const std::string& mountPoint);
-    /// Removes a mount point; the places of those after it move up by one. False, and nothing is
-    /// changed, while two mount points have one normal form: then all of them must be added again
-    /// to find out which one answers.
+    /// Removes a mount point; the places after it become one less. False, and nothing is changed,
+    /// while two mount points have one normal form: then the index must be rebuilt to find out
+    /// which one counts.
     bool Remove(std::uint32_t place, const std::string& mountPoint);
 
     /// The place of the last mount point with this normal form, or kNone.

@@ -1,8 +1,11 @@
-// What every node can do by its pure functions alone: above all, copies and moves by streams, which
+// What every node can do by its pure functions alone: above all copies and moves by streams, which
 // work between any two kinds of nodes.
+#include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include "QvStd/Files.h"
+#include "QvStd/Path.h"
 #include "manager/ResourceManager.h"
 
 using TMountNode = TResourceManager::TMountNode;
@@ -26,6 +29,13 @@ TQvResult WhyNotOpened(const TQvStream* stream, const std::string& id)
 {
     const int error = stream != nullptr ? -stream->getError() : ENOENT;
     return error == ENOENT ? TQvResult::Nothing(id) : TQvResult::Failed(error, id);
+}
+
+/// The part of an id after the mount point, without "." and "..".
+std::string PartInside(const TMountNode& node, const std::string& id)
+{
+    const std::size_t length = std::min(id.size(), node.MountPointId().size());
+    return (TQvPath("/") / std::string_view(id).substr(length)).toSysStr();
 }
 
 /// A resource cannot take the place of its own sidecar, nor the reverse.
@@ -99,6 +109,8 @@ TQvTransfer TMountNode::CopyByStreams(const std::string& src, TMountNode& target
         return {source, {}};
     if (target.IsPureVirtual())
         return {TQvResult::Failed(EROFS, dst), {}};
+    if (dst.size() == target.MountPointId().size())
+        return {TQvResult::Failed(EISDIR, dst), {}}; // the node's own folder, which has no sidecar
     if (IsSameResource(src, target, dst))
         return {};
     if (IsOneTheSidecar(*this, src, target, dst))
@@ -160,7 +172,7 @@ TQvResult TMountNode::CopyResourceMetaTo(const std::string& src, TMountNode& tar
 bool TMountNode::IsSameResource(const std::string& id, const TMountNode& other,
                                 const std::string& otherId) const
 {
-    if (&other == this && id == otherId)
+    if (&other == this && PartInside(*this, id) == PartInside(*this, otherId))
         return true;
     const std::string file = GetResourceFile(id);
     const std::string otherFile = other.GetResourceFile(otherId);

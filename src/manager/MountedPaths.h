@@ -1,5 +1,5 @@
-// The disk folders that no operation may remove or rename, because a mount's own folder is one of
-// them or is reached through them.
+// The disk folders and links that no operation may remove or rename, because a mount's own folder
+// is one of them or its path contains them.
 //
 // Thread-safety: one object belongs to one thread at a time.
 #pragma once

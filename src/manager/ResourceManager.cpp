@@ -88,6 +88,7 @@ void TResourceManager::ReadSettings(int* error)
                                                           m_config.MountMyComputer ? 1 : 0) != 0;
 }
 
+/// A kind that cannot be mounted is an error: its resources would silently be missing.
 void TResourceManager::LoadProfileNodes()
 {
     for (const auto& [key, node] : m_profile.Nodes) {

@@ -87,7 +87,7 @@ private:
 
     const TResourceManager& m_manager;
     const TResourceManager::TCopyResourceExParams& m_params;
-    std::size_t m_skippedLength; ///< the common parent and the "/" behind it
+    std::size_t m_skippedLength; ///< the common parent and the "/" after it
     std::string m_destination;   ///< with a trailing "/"
     TQvProgress m_progress;
     TQvBreakOnly m_break;
@@ -97,8 +97,8 @@ private:
     double m_done = 0;                            ///< bytes of the items before the current one
     std::unordered_set<std::string> m_newFolders; ///< destination folders that were made here
     TQvCopyFolders m_copyFolders;
-    /// Since the listing: a copy into an existing folder, which may be a source, may have added
-    /// one.
+    /// Whether a copy into an existing folder, which may be a source, may have added a sidecar
+    /// since the listing.
     bool m_mayHaveAddedSidecars = false;
     std::string m_parentFolder; ///< the last destination folder that exists
     TQvResult m_failure;        ///< the first
@@ -126,6 +126,7 @@ bool TExtendedCopy::Run()
 
 void TExtendedCopy::Fail(const std::string& id, const TQvResult& reason)
 {
+    assert(!reason); // else the caller would be told of no failure
     m_result = false;
     if (m_failure)
         m_failure = reason;
@@ -163,18 +164,20 @@ void TExtendedCopy::Collect()
 
 void TExtendedCopy::AddSource(const std::string& source)
 {
+    const std::string id = QvExcludeTrailingSlash(source);
+    const TMountNode* node = m_manager.NodeToAsk(id);
     TQvResAttrib attrib;
-    const TQvExistence exists = m_manager.LookUp(source);
-    if (exists.Result.HasFailed())
-        return Fail(source, exists.Result.Named(source));
-    if (exists == kResNothing)
+    const TQvResult exists =
+        node != nullptr ? node->GetResourceAttr(id, &attrib) : TQvResult::Nothing();
+    if (exists.HasFailed())
+        return Fail(source, exists.Named(source));
+    if (!exists)
         return;
     TItem& item = m_items[source];
-    item.Kind = exists;
-    if (m_manager.NodeFor(source)->GetResourceAttr(source, &attrib))
-        item.Size = static_cast<double>(attrib.Size);
+    item.Kind = attrib.Kind;
+    item.Size = static_cast<double>(attrib.Size);
     m_total += item.Size;
-    if (exists != kResFolder)
+    if (attrib.Kind != kResFolder)
         return;
     const auto found = make_var<std::vector<TQvResFindItem>>();
     std::vector<TQvFailure> failures;
@@ -216,7 +219,7 @@ TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
 {
     bool isValid = false;
     TMountNode* node = m_manager.ResolveNode(source, true, false, &isValid);
-    // A disk name that is no valid part of an id is listed and cannot be reached.
+    // A disk name that is no valid part of an id is listed and cannot be copied.
     if (!isValid || node == nullptr)
         return TQvResult::Failed(EINVAL, source);
     assert(source.size() >= m_skippedLength);
@@ -234,8 +237,7 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
     const TQvExistence exists = node.ResourceExists(QvExcludeTrailingSlash(source));
     if (exists == kResNothing)
         return exists.Result.IsNothing() ? TQvResult::Done() : exists.Result.Named(source);
-    // The listing has not entered the link. A source and a mount point are listed even when they
-    // are links.
+    // The listing does not enter links, except a source or a mount point that is a link.
     if (m_params.Sources.count(source) == 0 && !m_manager.IsMountNode(source) &&
         node.IsLink(source))
         return TQvResult::Failed(ENOTSUP, source);
@@ -263,7 +265,7 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
 TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& source,
                                       const std::string& destination, const TItem& item)
 {
-    // A folder that was made here needs no checks of the target, unless another process has written
+    // In a folder that was made here targets need no check, unless another process has written
     // there (EEXIST).
     if (m_newFolders.count(ParentOf(destination)) != 0) {
         TMountNode::TCopyHints hints;

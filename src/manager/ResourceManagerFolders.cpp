@@ -1,5 +1,6 @@
 // Operations on folders, and listings.
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <iterator>
 
@@ -29,6 +30,7 @@ std::ptrdiff_t Offset(std::size_t index)
 void MoveEntries(std::vector<TQvResFindItem>& from, std::size_t first,
                  std::vector<TQvResFindItem>& to)
 {
+    assert(&from != &to && first <= from.size());
     const auto moved = from.begin() + Offset(first);
     to.insert(to.end(), std::make_move_iterator(moved), std::make_move_iterator(from.end()));
     from.erase(moved, from.end());
@@ -54,6 +56,8 @@ bool TResourceManager::CreateFolder(const std::string& id) const
     return QvReport(DoCreateFolder(id));
 }
 
+/// Parents one by one, since they may belong to other nodes than the folder: a mount point below a
+/// folder of another mount.
 TQvResult TResourceManager::DoCreateFolder(const std::string& id) const
 {
     const std::string stripped = QvExcludeTrailingSlash(id);
@@ -111,8 +115,8 @@ void TResourceManager::RenameFolderE(const std::string& src, const std::string& 
         SetLastFailure(EBUSY, src);
         throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
     }
-    // Without the trailing "/" the folder's parent is its parent: a folder is never moved into
-    // itself.
+    // With the trailing "/" the id would count as its own parent, and the folder would be moved
+    // into itself.
     TQvResult result;
     try {
         NodeFor(stripped)->RenameFolderE(stripped, newName, &result);
@@ -136,7 +140,7 @@ TQvResult TResourceManager::DoDeleteFolder(const std::string& id, bool clearFirs
     if (!result)
         return result;
     const bool isMountPoint = IsMountNode(id);
-    // Of a link only the link is removed, its target stays.
+    // Only the link is removed, its target stays.
     if (clearFirst && (isMountPoint || !NodeFor(id)->IsLink(id)))
         result = DoClearFolder(id, progress);
     if (!result)
@@ -172,6 +176,8 @@ TQvResult TResourceManager::DoClearFolder(const std::string& id,
     }
 }
 
+/// The deepest entries come first, so that each folder is empty when its turn comes, unless
+/// something in it could not be deleted: that failure was the first.
 TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>& entries,
                                                TQvProgress& progress) const
 {
@@ -191,7 +197,8 @@ TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>
 TQvResult TResourceManager::DeleteEntry(const TQvResFindItem& entry, TQvFolderKeeper& folders,
                                         TMountedPaths& mounted) const
 {
-    // A disk name may be no valid part of an id; it stays, and the others are deleted.
+    assert(!entry.Id.empty()); // else the root of the tree would be meant
+    // A disk name may be no valid part of an id: that entry stays, the others are deleted.
     bool isValid = false;
     TMountNode* node = ResolveNode(entry.Id, true, false, &isValid);
     if (!isValid || node == nullptr)
@@ -247,6 +254,7 @@ void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFind
                                   std::size_t first, const std::string& folder,
                                   const std::string& mask, unsigned flags) const
 {
+    assert(first <= items.size());
     const auto mounts = make_var<std::vector<TQvResFindItem>>();
     if (m_mountNodes.back()->Type() == kRootNode)
         m_mountNodes.back()->Find(mounts, folder, "*", kFindFolders, nullptr);
@@ -271,7 +279,7 @@ void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFind
     for (const TQvResFindItem& mount : *mounts) {
         if (isShown[QvNormalizeResId(mount.Id)] || !nameMask.Matches(QvExtractResName(mount.Id)))
             continue;
-        // A resource does not become a folder because a mount point lies below its name.
+        // A mount point below the name of a resource does not make it a folder.
         if (IsMountNode(mount.Id) || node.ResourceExists(mount.Id) != kResResource)
             items.push_back(mount);
     }
@@ -324,8 +332,8 @@ void TResourceManager::DoFindBelow(const TFindItems& items, const TFindItems& op
             continue;
         QvPollProgress(progress);
         // A disk name may be no valid part of an id: it is listed and not entered. A link is not
-        // entered either, even one that has just replaced the folder, so that there are no loops
-        // and clearing never leaves the folder. A mount point of that id is entered all the same.
+        // entered either, even when it has just replaced the folder: that prevents loops, and
+        // clearing never deletes outside the folder. A mount point of that id is entered.
         const std::string below = (*open)[i].Id; // the list may be reallocated
         bool isValid = false;
         ResolveNode(below, true, false, &isValid);
@@ -334,6 +342,7 @@ void TResourceManager::DoFindBelow(const TFindItems& items, const TFindItems& op
     }
     if (onePass)
         MoveEntries(*open, first, *items);
+    assert(open->size() >= first); // else entries without an id would be added
     open->resize(first);
     if (!onePass)
         list(items, mask, flags);

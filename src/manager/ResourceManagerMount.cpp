@@ -41,7 +41,7 @@ constexpr char kUnmountNodeE[] =
     Throw(operation, "Cannot make persistent changes to the remote profile", EROFS, id);
 }
 
-/// Of the loaded configuration, whose string 9 is the folder "Config" in it.
+/// That of the loaded configuration: the parent folder of its string 9, the folder "Config".
 TQvPath VarFolder()
 {
     const std::string config = TQvPath(QvGetConfigString(9, true)).excludeSlash().toSysStr();
@@ -109,6 +109,7 @@ void TResourceManager::RefreshStaleMaps()
         RefreshNodeMaps();
 }
 
+/// An id that is not valid is no mount point: nothing is thrown.
 bool TResourceManager::IsMountNode(const std::string& id) const
 {
     return m_mountIndex->Find(QvNormalizeResId(id)) != TMountIndex::kNone;
@@ -218,8 +219,8 @@ void TResourceManager::CheckProfileCanBeSaved(const char* operation,
         Throw(operation, "Inconsistent profile data", EINVAL, mountPoint);
 }
 
-/// Makes one change of the profile, in the file and here: under the lock, merged with changes of
-/// others in the file. On failure the file and the profile are unchanged.
+/// Applies `change` to the profile, in the file and here: under the lock, merged with the changes
+/// of other processes in the file. On failure the file and the profile are unchanged.
 void TResourceManager::ChangeProfile(const char* operation, const std::string& mountPoint,
                                      const std::function<void(TQvProfileNodes&)>& change)
 {

@@ -1,13 +1,13 @@
 // The nodes of the mount table: their kinds, adding and removing them. Also registers the URL
 // scheme of the resources.
-#include "QvStd/URLManager.h"
+#include <cassert>
 
+#include "QvStd/URLManager.h"
 #include "manager/MountIndex.h"
 #include "manager/ResourceManager.h"
 #include "nodes/FileMountNode.h"
 #include "nodes/RootMountNode.h"
 #include "url/URLResourceHandler.h"
-#include <cassert>
 
 var_a<TResourceManager::TMountNode*>
 TResourceManager::LoadFileMountNode(const TQvResourceProfile::TNode& node) const
@@ -28,6 +28,7 @@ var_a<TResourceManager::TMountNode*> TResourceManager::LoadRootMountNode() const
 
 void TResourceManager::AppendNode(var_a<TMountNode*> node)
 {
+    assert(node);
     m_mountNodes.push_back(std::move(node));
     m_mountIndex->Add(m_mountNodes.back()->MountPointId());
     assert(m_mountIndex->Lengths().size() == m_mountNodes.size());
@@ -47,6 +48,7 @@ TMountFolders TResourceManager::TakeRootNode()
 {
     if (m_mountNodes.empty() || m_mountNodes.back()->Type() != kRootNode)
         return TMountFolders(m_mountNodes);
+    assert(dynamic_cast<TRootMountNode*>(m_mountNodes.back().get()) != nullptr);
     const auto root = std::static_pointer_cast<TRootMountNode>(m_mountNodes.back());
     RemoveNode(static_cast<std::uint32_t>(m_mountNodes.size() - 1));
     // A root node with other owners never changes.
@@ -64,6 +66,7 @@ void TResourceManager::AddToTable(var_a<TMountNode*> node)
 
 void TResourceManager::RemoveFromTable(std::uint32_t place)
 {
+    assert(place < m_mountNodes.size());
     const var_a<TMountNode*> removed = m_mountNodes[place];
     TMountFolders folders = TakeRootNode();
     if (removed->Type() != kRootNode) {

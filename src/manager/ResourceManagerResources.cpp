@@ -41,6 +41,7 @@ TQvResult WhyNotOpened(const TResourceManager::TMountNode& node, const std::stri
 }
 } // namespace
 
+/// The core of both forms: a stream that did not open goes to the caller as it is, with its error.
 var_a<TQvStream*> TResourceManager::OpenResource(const std::string& id, qvOpenMode mode,
                                                  qvShareMode share, unsigned long sizeHint) const
 {
@@ -86,6 +87,7 @@ bool TResourceManager::GetResourceAttr(const std::string& id, TQvResAttrib* attr
     return QvReportAnswer(NodeFor(id)->GetResourceAttr(id, attrib));
 }
 
+/// A node without disk files answers a lock that is not held: ENOTSUP says that none is possible.
 var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                                      bool forWriting,
                                                      const std::string& owner) const
@@ -99,16 +101,24 @@ var_a<TQvLockFile*> TResourceManager::CreateLockFile(const std::string& id, unsi
     return lock;
 }
 
+/// For a query: null for an id that is not valid, where nothing exists. Throws for a valid one
+/// without a node, as every operation does.
+const TResourceManager::TMountNode* TResourceManager::NodeToAsk(const std::string& id) const
+{
+    bool isValid = false;
+    const TMountNode* node = ResolveNode(id, true, false, &isValid);
+    if (!isValid || id.empty())
+        return nullptr;
+    return node != nullptr ? node : NodeFor(id);
+}
+
 TQvExistence TResourceManager::LookUp(const std::string& id) const
 {
     if (id.size() > 1 && id.back() == '/')
         return LookUp(QvExcludeTrailingSlash(id));
-    bool isValid = false;
-    const TMountNode* node = ResolveNode(id, true, false, &isValid);
-    if (!isValid || id.empty())
-        return {kResNothing, TQvResult::Nothing(id)};
-    // Valid, but nothing is mounted: reported like everywhere else.
-    return (node != nullptr ? node : NodeFor(id))->ResourceExists(id);
+    const TMountNode* node = NodeToAsk(id);
+    return node != nullptr ? node->ResourceExists(id)
+                           : TQvExistence{kResNothing, TQvResult::Nothing(id)};
 }
 
 unsigned TResourceManager::ResourceExists(const std::string& id) const
@@ -170,6 +180,7 @@ bool TResourceManager::GetResourceLabelWeak(const std::string& id, TQvResourceLa
     return true;
 }
 
+/// Creating goes through OpenResource, so that a stale sidecar is removed as with any new resource.
 std::string TResourceManager::GetResourceFile(const std::string& id, bool createIfMissing) const
 {
     TMountNode* node = NodeFor(id);

@@ -1,5 +1,6 @@
 #include "nodes/FileMountNode.h"
 
+#include <cassert>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -49,14 +50,14 @@ bool IsSidecarOf(const std::string& path, const std::string& resource)
            IsOneFolder(path, resource);
 }
 
-/// The files of a transfer, and what they are called in its results.
+/// The files of a transfer, and their ids, which its results name.
 struct TTransferEnds
 {
     std::string From;
     std::string To;
     const std::string& Src;
     const std::string& Dst;
-    /// What the content replaces: To, or what To leads to. The sidecar lies beside To.
+    /// What the content replaces: To, or the target of that link. The sidecar belongs to To.
     std::string ToContent = To;
 
     TQvResult ByIds(const TQvResult& result) const
@@ -69,7 +70,7 @@ struct TTransferEnds
     }
 };
 
-/// A file that `path` is or leads to.
+/// Done when `path` is a file or a link to one.
 TQvResult RequireResource(const std::string& path, const std::string& id)
 {
     bool isFolder = false;
@@ -97,8 +98,8 @@ TQvResult RequireRoomForSidecar(const std::string& sidecar, const std::string& i
     return errno == ENOENT ? TQvResult::Done() : TQvResult::Failed(errno, id);
 }
 
-/// Whether there is a sidecar to follow the resource, and at the target room for its name and no
-/// folder of that name: found out before the content is touched.
+/// Whether there is a sidecar to copy, and whether the target has room for its name and no folder
+/// of that name: checked before the content is changed.
 TQvResult LookForSidecar(const TTransferEnds& ends)
 {
     TQvResult found = SidecarExists(SidecarOf(ends.From), ends.Src);
@@ -107,7 +108,7 @@ TQvResult LookForSidecar(const TTransferEnds& ends)
     return RequireRoomForSidecar(SidecarOf(ends.To), ends.Dst);
 }
 
-/// Done where a resource can lie: not in the place of a mount's folder.
+/// Done unless the target is the node's own folder.
 TQvResult RequirePlace(const TResourceManager::TMountNode& target, const TTransferEnds& ends)
 {
     return ends.To == target.GetResourceFile(target.MountPointId())
@@ -126,10 +127,17 @@ TQvResult RefuseSidecars(const TTransferEnds& ends)
 /// Whether an open file is still the one at the path.
 bool IsAt(const std::string& path, const TQvFileStream& file)
 {
+    assert(file);
     struct stat opened = {};
     struct stat there = {};
     return fstat(file.Descriptor(), &opened) == 0 && stat(path.c_str(), &there) == 0 &&
-           opened.st_dev == there.st_dev && opened.st_ino == there.st_ino;
+           QvIsSameInode(opened, there);
+}
+
+/// With the rights that opening it would have: a thread may have another identity than its process.
+bool Allows(const std::string& path, int access)
+{
+    return faccessat(AT_FDCWD, path.c_str(), access, AT_EACCESS) == 0;
 }
 
 /// Whether a file named like a folder's sidecar is one.
@@ -139,12 +147,15 @@ enum class TFolderSidecar
     Deleted
 };
 
-/// An orphaned sidecar never survives into a new resource. A file that cannot be looked at may be
-/// there, and keeps its sidecar; so does a resource that is just being moved, whose mover holds the
-/// sidecar.
+/// A new resource must not get the sidecar of an earlier one. A file that cannot be examined may
+/// exist, and keeps its sidecar; so does a resource that is being moved, since the moving process
+/// has the sidecar locked.
 void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
                         TFolderSidecar ofFolder)
 {
+    // Most resources have none, and nothing else is asked for them.
+    if (!Allows(sidecar, F_OK) && errno == ENOENT)
+        return;
     const auto isStale = [&] {
         bool isFolder = false;
         const TQvResult exists = QvFileDirExists(path, &isFolder);
@@ -152,12 +163,13 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
     };
     if (!isStale())
         return;
+    assert(sidecar.empty() || sidecar == path + kSidecarSuffix); // else a resource would be deleted
     constexpr qvShareMode kForItself = 0;
     TQvFileStream hold;
-    // One that may not be read cannot be locked, not by a process that moves it either.
+    // A sidecar that may not be read cannot be locked, also not by a process that moves it.
     const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
                             ? IsAt(sidecar, hold)
-                            : access(sidecar.c_str(), R_OK) != 0 && errno == EACCES;
+                            : !Allows(sidecar, R_OK) && errno == EACCES;
     if (isFree && isStale())
         QvDeleteFile(sidecar);
 }
@@ -167,12 +179,13 @@ TQvResult CopyOnly(const std::string& from, const std::string& to, TQvProgressHa
     return QvCopyFileEx(from, to, false, progress);
 }
 
-/// The content first; the sidecar follows the source only: one at the target stays when the source
+/// The content first, then the sidecar of the source; a sidecar at the target stays when the source
 /// has none.
 template <class TCopy>
 TQvTransfer CopyWithSidecar(const TTransferEnds& ends, const TCopy& copy,
                             TQvProgressHandler* progress, bool mayHaveSidecar = true)
 {
+    assert(!ends.From.empty() && !ends.ToContent.empty());
     const TQvResult sidecar = mayHaveSidecar ? LookForSidecar(ends) : TQvResult::Nothing(ends.Src);
     if (sidecar.HasFailed())
         return {sidecar, {}};
@@ -195,6 +208,7 @@ TQvResult DeleteFileAt(const TQvPlace& place)
 TQvResult DeleteWithSidecar(TQvPlace place, const std::string& path, const std::string& id,
                             bool mayHaveSidecar)
 {
+    assert(!place.Name.empty() && path.size() >= place.Name.size());
     if (const TQvResult deleted = DeleteFileAt(place); !deleted || !mayHaveSidecar)
         return deleted.Named(id);
     place.Name += kSidecarSuffix;
@@ -226,7 +240,7 @@ TQvResult RequireUnchanged(const std::vector<TCopied>& copied, const TTransferEn
     return sidecar ? TQvResult::Failed(EBUSY, ends.Src) : TQvResult::Done();
 }
 
-/// Across file systems. The source goes only when all of it is at the target and on the disk.
+/// Across file systems. The source is deleted only when the copy is complete and synced.
 TQvTransfer CopyAndDelete(const TTransferEnds& ends, TQvProgressHandler* progress)
 {
     const TQvSameness sameness = QvCompareFiles(ends.From, ends.ToContent);
@@ -256,6 +270,7 @@ int ReadError(const TQvStream& stream)
 TQvResult WriteContent(TQvStream& content, const std::string& path, const std::string& id,
                        const TQvNewFile::TOptions& options, TQvProgressHandler* progress)
 {
+    assert(!path.empty());
     TQvNewFile file;
     if (const TQvResult opened = file.Open(path, options); !opened)
         return opened.Named(id);
@@ -287,8 +302,8 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
         const int error = -hold.getError();
         if (error == ENOENT || error == EISDIR || error == EINVAL)
             return ENOENT; // a folder is no sidecar, nor is what is no file
-        // One that may not be read cannot be locked, not by a process that removes it either.
-        if (access(sidecar.c_str(), R_OK) != 0)
+        // A sidecar that may not be read cannot be locked, also not by a process that removes it.
+        if (!Allows(sidecar, R_OK))
             return 0;
         if (error != 0 && error != EACCES)
             return error;
@@ -296,8 +311,8 @@ int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
     return EACCES;
 }
 
-/// Replacing asks the same as writing: whether the caller may, and whether no other opener
-/// holds the target exclusively.
+/// Replacing is allowed where writing is: the caller has the permission, and no other opener has
+/// locked the target exclusively.
 TQvResult HoldTarget(const TTransferEnds& ends, TQvFileStream& hold)
 {
     if (hold.Open(ends.ToContent, kQvOpenWrite, kQvShareAll) || hold.getError() == -ENOENT)
@@ -305,8 +320,8 @@ TQvResult HoldTarget(const TTransferEnds& ends, TQvFileStream& hold)
     return TQvResult::Failed(-hold.getError(), ends.Dst);
 }
 
-/// By renames. The sidecar is held meanwhile, so that no opener takes it for one left over from an
-/// earlier resource.
+/// By renames. The sidecar is locked meanwhile, so that no opener deletes it as that of an earlier
+/// resource.
 TQvTransfer RenameWithSidecar(const TTransferEnds& ends, TQvProgressHandler* progress)
 {
     const std::string sidecar = SidecarOf(ends.From);
@@ -322,7 +337,7 @@ TQvTransfer RenameWithSidecar(const TTransferEnds& ends, TQvProgressHandler* pro
         return CopyAndDelete(ends, progress);
     if (!content)
         return {ends.ByIds(content), {}};
-    // Looked for again: one may have been stored since.
+    // Checked again: a sidecar may have been stored since.
     if (SidecarExists(sidecar, ends.Src).IsNothing())
         return {};
     const TQvResult moved = QvMoveFileEx(sidecar, SidecarOf(ends.To), true, true);
@@ -338,6 +353,7 @@ TFileMountNode::TFileMountNode(const std::string& mountPointId, const TQvPath& f
 std::string_view TFileMountNode::RelativePart(const std::string& id) const
 {
     const std::size_t mountLength = MountPointId().size();
+    assert(id.size() <= mountLength || id[mountLength] == '/'); // else it belongs to another node
     return id.size() > mountLength ? std::string_view(id).substr(mountLength + 1)
                                    : std::string_view();
 }
@@ -357,7 +373,7 @@ bool TFileMountNode::IsOwnFolder(const std::string& path) const
     return TQvPath(path).excludeSlash() == m_folder;
 }
 
-/// As SidecarOf; that of the node's own folder would lie outside of it.
+/// As SidecarOf; "" for the node's own folder, whose sidecar would be outside of it.
 std::string TFileMountNode::MetaPath(const std::string& path) const
 {
     return path == m_folder.toSysStr() ? std::string() : SidecarOf(path);
@@ -367,11 +383,11 @@ var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode
                                                qvShareMode share, unsigned long sizeHint)
 {
     auto stream = make_var<TResFileStream>(id);
-    // In a creating mode the sidecar goes before the file appears; in the others a look at the disk
-    // is only needed when the file did not open.
+    // A mode that creates deletes the stale sidecar before the file appears; the others only check
+    // for one when the file did not open.
     if (Creates(mode)) {
         std::string path = PathFromId(id);
-        // A mount's folder that has vanished does not become a file.
+        // Where the mount's folder was deleted, no file is created in its place.
         if (IsOwnFolder(path))
             path += '/';
         DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
@@ -387,6 +403,8 @@ var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode
     return stream;
 }
 
+/// The resource is checked first: a sidecar without a resource must not be opened, and none
+/// created.
 var_a<TQvStream*> TFileMountNode::OpenResourceMeta(const std::string& id, qvOpenMode mode,
                                                    qvShareMode share, TQvResult* result)
 {
@@ -432,13 +450,15 @@ TQvResult TFileMountNode::DeleteResource(const std::string& id)
 
 TQvResult TFileMountNode::DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper& folders)
 {
-    // The disk file was listed by the node above: no id leads to it.
+    // The node above listed a disk file of the mount point's name: no id names that file.
     if (resource.Id.size() <= MountPointId().size())
         return DeleteResource(resource.Id);
     const std::string path = PathFromId(resource.Id);
     return DeleteWithSidecar(folders.Locate(path), path, resource.Id, resource.MayHaveSidecar);
 }
 
+/// Checks first, in an order that never changes anything before all of them have passed; then one
+/// rename inside the node, or a copy and a delete between two.
 TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, TMountNode& target,
                                            const std::string& dst, TQvProgressHandler* progress)
 {
@@ -452,7 +472,7 @@ TQvTransfer TFileMountNode::MoveResourceTo(const std::string& src, TMountNode& t
         return {allowed, {}};
     if (ends.From == ends.To && &target == this)
         return {};
-    // A link stays, what it leads to is replaced; a rename would replace the link.
+    // A link stays and its target is replaced; a rename would replace the link.
     if (QvIsSymLink(ends.To) && !QvFollowLinks(&ends.ToContent))
         return {TQvResult::Failed(errno, dst), {}};
     if (TQvResult refused = RefuseSidecars(ends); !refused)
@@ -492,20 +512,22 @@ TQvTransfer TFileMountNode::CopyResourceTo(const std::string& src, TMountNode& t
         const auto copyToNew = [&](const std::string& from, const std::string& to,
                                    TQvProgressHandler* ofCopy) {
             const TQvResult copied = QvCopyFileToNew(from, to, ofCopy, hints.Folders);
-            // The content has just arrived: a sidecar that another process has left there is
-            // replaced as anywhere else.
+            // The content was just copied: a sidecar that another process left there is replaced as
+            // in any copy.
             const bool isSidecar = to != ends.ToContent;
             return isSidecar && copied.Error() == EEXIST ? CopyOnly(from, to, ofCopy) : copied;
         };
         return CopyWithSidecar(ends, copyToNew, progress, hints.MayHaveSidecar);
     }
-    // A sidecar that a new resource would inherit goes, between two nodes as when it is opened
-    // there.
+    // Between two nodes the stale sidecar of a missing target is deleted, as opening the target
+    // would do.
     if (&target != this && QvFileExists(SidecarOf(ends.To)) && RequireResource(ends.From, src))
         DeleteStaleSidecar(ends.To, SidecarOf(ends.To), TFolderSidecar::Kept);
     return CopyWithSidecar(ends, &CopyOnly, progress, hints.MayHaveSidecar);
 }
 
+/// The new file gets the time of the source before its name, so that no other process sees another
+/// time.
 TQvResult TFileMountNode::ReceiveResource(const std::string& id, TQvStream& content,
                                           const TIncoming& incoming, TQvProgressHandler* progress)
 {
@@ -537,7 +559,7 @@ TQvResult TFileMountNode::ReceiveResourceMeta(const std::string& id, TQvStream& 
     return WriteContent(content, MetaPath(path), id, options, nullptr);
 }
 
-/// The time of the status change cannot be set back by a writer.
+/// Writers cannot set back the time of the status change.
 std::string TFileMountNode::ResourceVersion(const std::string& id) const
 {
     const std::string path = PathFromId(id);
@@ -564,7 +586,7 @@ TQvResult TFileMountNode::CreateFolder(const std::string& id)
 TQvResult TFileMountNode::CreateFolderLike(const std::string& id, const TMountNode& model,
                                            const std::string& modelId)
 {
-    // A folder above the mount points or of another kind of storage has no bits of its own.
+    // A folder above the mount points, or of a node without disk files, has no permission bits.
     const std::string folder = model.GetResourceFile(modelId);
     return folder.empty() ? CreateFolder(id)
                           : QvCreateDirectoryLike(PathFromId(id), folder).Named(id);
@@ -637,7 +659,7 @@ TQvResult TFileMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
     if ((flags & kFindNoLink) != 0 && IsOwnFolder(path))
         flags &= ~kFindNoLink; // a mount's own folder is followed
     else if ((flags & kFindNoLink) != 0)
-        path.resize(path.find_last_not_of('/') + 1); // behind a "/" a link is followed
+        path.resize(path.find_last_not_of('/') + 1); // with a trailing "/" a link would be followed
     return QvListFolder(path, QvIncludeTrailingSlash(folder), mask, flags, progress, items.get());
 }
 

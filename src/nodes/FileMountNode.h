@@ -1,14 +1,14 @@
 // The node that maps one point of the tree onto one disk folder.
 //
-// A resource is one file, named as the last part of its id; a folder is one directory; a resource's
-// metadata lies beside it in a sidecar named like the file plus ".meta". Nothing is cached and no
-// handle is kept between calls. Failures are answered with their cause; only RenameFolderE throws.
-// What was done before a failure is not undone.
+// A resource is one file, named as the last part of its id; a folder is one directory; the metadata
+// of a resource is in a sidecar, the file of that name with ".meta" appended. Nothing is cached and
+// no handle is kept between calls. Failures are answered with their cause; only RenameFolderE
+// throws. What was done before a failure is not undone.
 //
-// No id leads outside the folder: "." and ".." segments are resolved inside it, and the folder
-// itself, which a ".." may lead to, has no sidecar and is never deleted, moved or replaced.
-// Symbolic links to files are resources; those to folders are folders, but IsLink answers that
-// recursion must not enter them, and removing one removes the link.
+// No id names a file outside the folder: "." and ".." segments are resolved inside it. The folder
+// itself, which an id with ".." may name, has no sidecar and is never deleted, moved or replaced.
+// Symbolic links to files are resources; links to folders are folders, but recursion does not enter
+// them (IsLink), and removing one removes the link only.
 //
 // Thread-safety: never changes after construction; all operations may run on any thread at once.
 #pragma once
@@ -26,15 +26,15 @@ public:
 
     unsigned Type() const override { return TResourceManager::kFileNode; }
     bool IsPureVirtual() const override { return false; }
-    /// A stream whether or not the file opened. The sidecar of a resource that is not there is
-    /// deleted, unless another opener has it open: then the resource is being moved.
+    /// A stream whether or not the file opened. The sidecar of a missing resource is deleted,
+    /// unless another opener has it open: then the resource is being moved.
     var_a<TQvStream*> OpenResource(const std::string& id, qvOpenMode mode, qvShareMode share,
                                    unsigned long sizeHint) override;
     var_a<TQvStream*> OpenResourceMeta(const std::string& id, qvOpenMode mode, qvShareMode share,
                                        TQvResult* result = nullptr) override;
     TQvResult DeleteResource(const std::string& id) override;
     TQvResult CreateFolder(const std::string& id) override;
-    /// Renames to `newName` beside the folder. Throws with errno and its text.
+    /// Renames to `newName` in the parent folder. Throws a TQvMessage with errno and its text.
     void RenameFolderE(const std::string& id, const std::string& newName,
                        TQvResult* result = nullptr) override;
     TQvResult DeleteFolder(const std::string& id) override;
@@ -44,7 +44,7 @@ public:
     TQvResult Find(const var_a<std::vector<TQvResFindItem>*>& items, const std::string& folder,
                    const std::string& mask, unsigned flags,
                    TQvProgressHandler* progress) const override;
-    /// The file that holds the resource, whether or not it exists.
+    /// The file of the resource, whether or not it exists.
     std::string GetResourceFile(const std::string& id) const override { return PathFromId(id); }
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) override;
@@ -52,11 +52,11 @@ public:
     bool IsLink(const std::string& id) const override;
     TQvResult CreateFolderLike(const std::string& id, const TMountNode& model,
                                const std::string& modelId) override;
-    /// To a target with disk files by the copies of Files.h, without its streams.
+    /// To a target with disk files by the copies of Files.h, without streams.
     TQvTransfer CopyResourceTo(const std::string& src, TMountNode& target, const std::string& dst,
                                const TCopyHints& hints, TQvProgressHandler* progress) override;
-    /// Inside the node a single rename, for which `progress` is not used; across file systems,
-    /// which a link to a folder may bring about, a copy.
+    /// Inside the node a single rename, which does not use `progress`; a copy across file systems,
+    /// which links to folders make possible inside one node, too.
     TQvTransfer MoveResourceTo(const std::string& src, TMountNode& target, const std::string& dst,
                                TQvProgressHandler* progress) override;
     TQvResult DeleteListed(const TQvResFindItem& resource, TQvFolderKeeper& folders) override;
@@ -68,11 +68,11 @@ public:
                                   bool isSynced) override;
     std::string ResourceVersion(const std::string& id) const override;
 
-    /// The disk path of an id at or below the mount point.
+    /// The disk path of an id of this node.
     std::string PathFromId(const std::string& id) const;
 
 private:
-    /// The same for one call of the system.
+    /// The same for a single system call.
     TQvJoinedPath PathOf(const std::string& id) const;
     std::string_view RelativePart(const std::string& id) const;
     std::string MetaPath(const std::string& path) const;

@@ -22,14 +22,14 @@ enum class TEntryKind
     Folder
 };
 
-/// A link that leads nowhere is no entry; one that cannot be followed may lead to something.
+/// A dangling link is no entry; a link that cannot be followed may have a target.
 bool IsDangling(int error)
 {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
 
-/// The folder entry's own kind spares a look at the file; only links, and file systems that do not
-/// tell, need one. 0 or an errno.
+/// Most file systems report the kind with the entry; only for links and on other file systems the
+/// file is examined. 0 or an errno.
 int FindKind(int folder, const TQvFolderEntry& entry, TEntryKind* kind)
 {
     *kind = TEntryKind::Skipped;
@@ -129,7 +129,7 @@ TQvResult TFolderListing::Read(const std::string& path, TQvProgressHandler* prog
     const std::string id = QvExcludeTrailingSlash(m_idPrefix);
     const bool followsLink = (m_flags & kFindNoLink) == 0;
     if (const TQvResult opened = m_folder.OpenAt(AT_FDCWD, path.c_str(), followsLink); !opened)
-        // What is no folder, or a link that is not followed, holds nothing, and that is known.
+        // A file, or a link that is not followed, contains nothing: an answer, no failure.
         return opened.Error() == ENOTDIR ? TQvResult::Nothing(id) : opened.Named(id);
     const std::size_t first = m_items != nullptr ? m_items->size() : 0;
     TQvFolderEntry entry;
@@ -188,7 +188,8 @@ void TFolderListing::Note(int error, const std::string& id)
 /// The whole folder was read, and none was there.
 void TFolderListing::NoteNoSidecars(std::size_t first)
 {
-    assert(!m_hasSidecars); // else copies and deletions would leave sidecars behind
+    assert(m_items == nullptr || first <= m_items->size());
+    assert(!m_hasSidecars); // else copies and deletions would miss sidecars
     for (std::size_t i = first; m_items != nullptr && i < m_items->size(); ++i)
         (*m_items)[i].MayHaveSidecar = false;
 }
@@ -198,5 +199,6 @@ TQvResult QvListFolder(const std::string& path, const std::string& idPrefix,
                        const std::string& mask, unsigned flags, TQvProgressHandler* progress,
                        std::vector<TQvResFindItem>* items)
 {
+    assert(idPrefix.empty() || idPrefix.back() == '/');
     return TFolderListing(idPrefix, mask, flags, items).Read(path, progress);
 }

@@ -31,7 +31,7 @@ bool VisitFoldersUpFrom(std::string id, const TVisit& visit)
     while (!id.empty()) {
         const std::size_t slash = id.rfind('/');
         if (slash == std::string::npos)
-            break; // not absolute: no id ever leads there
+            break; // not absolute: no id can name it
         if (!visit(QvNormalizeResId(id), id.substr(slash)))
             return false;
         id.resize(slash);
@@ -62,6 +62,8 @@ void TMountFolders::Add(const std::string& mountPoint)
     });
 }
 
+/// Only counts: the name that is shown is that of the first mount point in the table, so that it is
+/// known after a removal when one mount point had the folder, or all spelled it alike.
 bool TMountFolders::Remove(const std::string& mountPoint)
 {
     const auto isKnown = [this](const std::string& normalId, const std::string&) {
@@ -86,7 +88,7 @@ void TRootMountNode::RenameFolderE(const std::string& src, const std::string&, T
     throw TQvMessage(QvResourceString("global.ErrNotSupported"));
 }
 
-/// There are only folders here, and nothing can be put beside them.
+/// There are only folders here, and nothing can be created.
 TQvResult TRootMountNode::NoResource(const std::string& id) const
 {
     return ResourceExists(id) == kResFolder ? TQvResult::Failed(EISDIR, id)
@@ -98,6 +100,7 @@ TQvResult TRootMountNode::ReadOnly(const std::string& id) const
     return TQvResult::Failed(EROFS, id);
 }
 
+/// "/" exists when anything is mounted. Unlike GetResourceAttr, "" is nothing here.
 TQvExistence TRootMountNode::ResourceExists(const std::string& id) const
 {
     const bool exists =
@@ -135,6 +138,7 @@ TQvResult TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
 
     bool found = false;
     const TMountFolders::TFolders& folders = m_folders.All();
+    // Sorted by normal forms, all folders below one follow each other.
     for (auto folderIt = folders.lower_bound(prefix);
          folderIt != folders.end() && folderIt->first.compare(0, prefix.size(), prefix) == 0;
          ++folderIt) {

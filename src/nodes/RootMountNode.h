@@ -1,8 +1,8 @@
-// The virtual node above the mount points: it answers for "/" and for every folder on the way to a
-// mount point. It can only list and describe those folders; everything else is refused.
+// The virtual node above the mount points: it has "/" and every parent folder of a mount point. It
+// can only list and describe these folders; everything else is refused.
 //
-// Thread-safety: never changes after construction; a listing with a mask uses one match buffer for
-// all and must not run twice at once.
+// Thread-safety: never changes after construction; listings with a mask share one match buffer, so
+// two must not run at once.
 #pragma once
 
 #include <map>
@@ -11,7 +11,7 @@
 
 #include "manager/ResourceManager.h"
 
-/// The folders on the way to the mount points of a table.
+/// The parent folders of the mount points of a table, and the mount points themselves.
 class TMountFolders
 {
 public:
@@ -19,18 +19,18 @@ public:
     {
         std::string Name; ///< with its leading "/", as the first mount point in the table writes it
         std::size_t MountPoints = 1; ///< in or below it
-        bool IsNameOfAll = true;     ///< all of them write it so, as far as known
+        bool IsNameOfAll = true;     ///< all of these mount points write it so, as far as known
     };
-    /// By the normal forms of their ids.
+    /// Keys are the normal forms of the ids.
     using TFolders = std::map<std::string, TFolder>;
 
     TMountFolders() = default;
     explicit TMountFolders(const std::vector<var_a<TResourceManager::TMountNode*>>& nodes);
 
-    /// For a mount point that was appended to the table.
+    /// Adds a mount point that was appended to the table.
     void Add(const std::string& mountPoint);
-    /// For one that was removed from it. False, and nothing is changed, when only the table can
-    /// show how a folder is written now.
+    /// Removes a mount point that was removed from it. False, and nothing is changed, when only the
+    /// table can show how a folder is spelled now.
     bool Remove(const std::string& mountPoint);
     const TFolders& All() const { return m_folders; }
 
@@ -80,7 +80,7 @@ public:
                    const std::string& mask, unsigned flags,
                    TQvProgressHandler* progress) const override;
     std::string GetResourceFile(const std::string&) const override { return {}; }
-    /// Always throws: asking for it is a programming error.
+    /// Always throws: the call is a programming error.
     var_a<TQvLockFile*> CreateLockFile(const std::string& id, unsigned long timeoutMs,
                                        bool forWriting, const std::string& owner) override;
 

@@ -62,6 +62,7 @@ void MoveTo(TEntries& target, TEntries& entries)
 class TProfileParts
 {
 public:
+    /// Comments wait for the entry that follows them, and belong to it.
     explicit TProfileParts(TEntries entries)
     {
         TEntries comments;
@@ -105,7 +106,7 @@ public:
 private:
     using TBlocks = std::vector<TMountBlock>;
 
-    /// Of several of one name the one with the same folder, else the last one, which is in force.
+    /// Of several of one name the one with the same folder, else the last one, which counts.
     TBlocks::iterator FindBlock(const TQvXIniEntry& mount)
     {
         auto best = m_blocks.end();
@@ -121,6 +122,7 @@ private:
 
     static TEntry Updated(TEntry old, TEntry mount)
     {
+        assert(old && mount);
         const bool isPath = FindElement(*mount, "path") != nullptr;
         if (isPath != (FindElement(*old, "path") != nullptr))
             return mount;
@@ -141,6 +143,8 @@ private:
     TEntries m_behind;
 };
 
+/// The mounts are first written as a new profile, so that this and SaveE cannot differ; then each
+/// takes the place of its old block, with the comments and unknown entries there.
 void PutProfileE(const var_a<TQvXIniTree*>& tree, const TQvResourceProfile& profile)
 {
     const auto fresh = make_var<TQvXIniTree>();
@@ -195,6 +199,7 @@ bool QvIsSameMount(const TNode& a, const TNode& b)
     return a.Kind == b.Kind && a.Name == b.Name && a.Path == b.Path;
 }
 
+/// Three-way: only differences between `before` and `own` are applied to `others`.
 TQvProfileNodes QvMergeProfileNodes(const TQvProfileNodes& before, const TQvProfileNodes& own,
                                     TQvProfileNodes others)
 {

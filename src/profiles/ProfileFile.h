@@ -1,5 +1,5 @@
 // The content of a profile file that is changed: comments and entries that this library does not
-// know survive.
+// define are kept.
 //
 // Thread-safety: one object belongs to one thread.
 #pragma once
@@ -27,8 +27,8 @@ public:
     const TQvResourceProfile& Content() const { return m_content; }
     /// The text with "remote" and the mounts of `profile`, in the order in which
     /// TQvResourceProfile::SaveE writes them; a new text, or one with nothing else in it, equals
-    /// what that writes. A comment goes with the mount that it stands before, and stays when the
-    /// mount goes.
+    /// what that writes. A comment moves with the mount that follows it, and stays when the mount
+    /// is removed.
     std::string With(const TQvResourceProfile& profile);
 
 private:
@@ -45,6 +45,6 @@ bool QvIsSameMount(const TQvResourceProfile::TNode& a, const TQvResourceProfile:
 TQvProfileNodes QvMergeProfileNodes(const TQvProfileNodes& before, const TQvProfileNodes& own,
                                     TQvProfileNodes others);
 
-/// The mounts of the file, under the keys that `own` has for them; new ones under the keys of the
-/// file.
+/// The mounts of the file under the keys of `own`; mounts that `own` does not have under the keys
+/// of the file.
 TQvProfileNodes QvFollowProfileNodes(const TQvProfileNodes& own, const TQvProfileNodes& file);

@@ -16,6 +16,7 @@ void CheckWritten(TQvXIniWriter* writer, bool written)
 }
 } // namespace
 
+/// The map is shared, not moved: the other profile can be loaded again and needs it.
 TQvResourceProfile& TQvResourceProfile::operator=(TQvResourceProfile&& other) noexcept
 {
     Name = std::move(other.Name);
@@ -27,6 +28,7 @@ TQvResourceProfile& TQvResourceProfile::operator=(TQvResourceProfile&& other) no
     return *this;
 }
 
+/// Emptied first: after a failure no mount of an earlier profile may remain.
 void TQvResourceProfile::LoadE(TQvXIniReader* reader, TQvProgressHandler* progressHandler)
 {
     TQvProgress progress(progressHandler);
@@ -52,6 +54,7 @@ void TQvResourceProfile::LoadE(TQvXIniReader* reader, TQvProgressHandler* progre
         TotalFreeSpace = FreeSpaceMap->GetTotalFreeSpace(serials);
 }
 
+/// A bad mount is dropped without an error, so that it does not hide the others.
 void TQvResourceProfile::LoadNode(TQvXIniReader* reader, TQvProgress& progress, double position,
                                   std::unordered_set<std::string>& serials)
 {
@@ -63,8 +66,7 @@ void TQvResourceProfile::LoadNode(TQvXIniReader* reader, TQvProgress& progress, 
     if (path >= 0) {
         node.Kind = kProfileNodePath;
         node.Path = reader->Read<TQvPath>(path, TQvPath());
-        // The volume is read before the path is judged: one of a path that then proves invalid
-        // still counts.
+        // The volume is read before the path is checked: the volume of an invalid path counts, too.
         if (FreeSpaceMap)
             ReadVolume(node, progress, position, serials);
     } else if (reader->FindF("storagegroup") >= 0) {
@@ -76,6 +78,8 @@ void TQvResourceProfile::LoadNode(TQvXIniReader* reader, TQvProgress& progress, 
         Nodes[toupper_locale(node.Name)] = std::move(node);
 }
 
+/// May be slow for a network folder: reported before, so that the user sees which one and can
+/// cancel.
 void TQvResourceProfile::ReadVolume(TNode& node, TQvProgress& progress, double position,
                                     std::unordered_set<std::string>& serials)
 {

@@ -1,6 +1,10 @@
 /// @file
 /// The resource profile: which disk folders are mounted, and where.
 ///
+/// TResourceManager::Init loads the current profile of the VAR folder, and persistent mounts change
+/// it. A program that edits profiles uses TQvCPUtils, which saves them under the lock of the VAR
+/// folder and keeps the changes of other programs. docs/formats.md describes the file.
+///
 /// Thread-safety: a plain value; one object belongs to one thread at a time.
 #pragma once
 
@@ -23,7 +27,7 @@ inline constexpr std::int32_t kProfileNodePath = 1;
 /// A storage group, which cannot be mounted here.
 inline constexpr std::int32_t kProfileNodeStorageGroup = 2;
 
-/// A profile, as its file holds it.
+/// A profile, as its file contains it.
 class QVSERVICES_API TQvResourceProfile
 {
 public:
@@ -34,7 +38,7 @@ public:
         std::string Name;                     ///< the mount point, with its case as written
         TQvPath Path;                         ///< the folder of a path node
         std::string VolumeSerial =
-            TQvFreeSpaceMap::InvalidVolSerial; ///< of the volume that holds `Path`, where a
+            TQvFreeSpaceMap::InvalidVolSerial; ///< of the volume of `Path`, where a
                                                ///< free-space map was attached
     };
 

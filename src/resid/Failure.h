@@ -1,5 +1,8 @@
 /// @file
-/// Why an operation on resources did not do what it was asked.
+/// Why an operation on resources failed.
+///
+///     if (!ResourceManager.CopyResource("/Data/a", "/Backup/a", nullptr))
+///         std::cerr << TResourceManager::LastFailure().text() << '\n';
 ///
 /// Thread-safety: plain values.
 #pragma once

@@ -9,8 +9,7 @@
 
 class QRegularExpression;
 
-/// Wildcards "*", "?" and "[...]" as Qt takes them, without regard to case. A text that is no valid
-/// mask matches nothing.
+/// Wildcards "*", "?" and "[...]" as in Qt, ignoring case. An invalid mask matches nothing.
 class TNameMask
 {
 public:

@@ -49,6 +49,7 @@ private:
     std::uint64_t* m_slashes;
 };
 
+/// Whether two separators follow each other, also from one word to the next.
 bool HasDoubled(const std::uint64_t* slashes, std::size_t words)
 {
     std::uint64_t before = 0;
@@ -73,6 +74,8 @@ TNormalResId::TNormalResId(std::string_view id, bool forbidWildcards)
     assert(m_length <= Words() * kWordBits); // whole blocks are written
     std::fill_n(m_slashes, Words(), 0);
     TPass pass(m_text, m_slashes);
+    // The last block ends with the id and overlaps the one before: no byte needs a loop of its own,
+    // and nothing after the id is read.
     if (m_length >= kBlock) {
         for (std::size_t i = 0; i + kBlock < m_length; i += kBlock)
             pass.Take(id.data() + i, i);
@@ -87,6 +90,7 @@ TNormalResId::TNormalResId(std::string_view id, bool forbidWildcards)
                                !HasDoubled(m_slashes, Words()));
 }
 
+/// Eight bytes a step. Not for untrusted tables: mount points come from the program or its profile.
 std::uint64_t QvHashNormalResId(std::string_view text)
 {
     constexpr std::uint64_t kOdd = 0x9E3779B97F4A7C15;

@@ -1,5 +1,5 @@
-// The normal form of an id for the resolution of ids: made, checked and split in one pass, without
-// an allocation for ids of usual length.
+// The normal form of an id for resolution: computed, checked and split in one pass, without an
+// allocation for ids of usual length.
 //
 // Thread-safety: plain values.
 #pragma once
@@ -39,5 +39,5 @@ private:
     std::vector<std::uint64_t> m_longSlashes;
 };
 
-/// The hash of a normal form or a part of one; it differs between processes.
+/// The hash of a normal form or a part of one; not for storage, since it depends on the machine.
 std::uint64_t QvHashNormalResId(std::string_view text);

@@ -24,7 +24,7 @@ inline constexpr unsigned kFindFolders = 2;    ///< list folders
 inline constexpr unsigned kFindRecursive = 4;  ///< list the content of sub-folders, too
 inline constexpr unsigned kFindAttributes = 8; ///< fill size and times too
 inline constexpr unsigned kFindHidden = 16;    ///< names with a leading ".", too
-/// The mount points directly below and the parent folders of deeper ones, which are not on the
+/// The mount points directly below, and the parent folders of deeper ones, that are not on the
 /// disk; with kFindRecursive in each folder, and their content. See TResourceManager::Find.
 inline constexpr unsigned kFindMounts = 32;
 inline constexpr unsigned kFindNoLink = 64; ///< a folder that is a symbolic link counts as empty

@@ -47,6 +47,7 @@ constexpr std::array<unsigned char, 256> MakeCharacterClasses()
 constexpr std::array<unsigned char, 256> kCharacterClasses = MakeCharacterClasses();
 
 /// The classes of all characters together.
+/// Without a branch for each character: most ids are valid, and are read completely anyway.
 unsigned ClassesIn(const std::string& text)
 {
     unsigned classes = kOrdinary;
@@ -124,6 +125,8 @@ bool QvIsDeeperRelativeResId(const std::string& id)
     return !id.empty() && id.front() != '/' && id.compare(0, 3, "../") != 0;
 }
 
+/// In place, from left to right. A "../" removes the last ordinary segment that is still there, so
+/// that one at the start, or after another one that has stayed, stays.
 std::string QvCompactResId(const std::string& id)
 {
     std::string s = id;
@@ -159,6 +162,7 @@ std::string QvMergeResId(const std::string& base, const std::string& rel)
     return QvCompactResId(QvIsAbsoluteResId(rel) ? rel : QvIncludeTrailingSlash(base) + rel);
 }
 
+/// Compares folder by folder; a name is never compared with a folder.
 std::string GetRelativeResId(const std::string& id, const std::string& base)
 {
     const std::string a = QvCompactResId(id);

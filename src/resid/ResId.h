@@ -25,9 +25,9 @@ QVSERVICES_API std::string QvNormalizeResId(const std::string& id);
 /// The same for the UTF-8 form of the id.
 QVSERVICES_API std::string QvNormalizeResId(const std::wstring& id);
 
-/// Up to and including the last "/"; "" when there is none.
+/// The part up to and including the last "/"; "" when there is none.
 QVSERVICES_API std::string QvExtractResPath(const std::string& id);
-/// After the last "/"; the whole id when there is none.
+/// The part after the last "/"; the whole id when there is none.
 QVSERVICES_API std::string QvExtractResName(const std::string& id);
 /// As QvExtractResName: the name, extension included.
 QVSERVICES_API std::string QvExtractResNameExt(const std::string& id);
@@ -38,17 +38,17 @@ QVSERVICES_API std::string QvExtractResExt(const std::string& id);
 /// Path and name without the extension: "/A/b.txt" gives "/A/b".
 QVSERVICES_API std::string QvExtractResPathNameOnly(const std::string& id);
 
-/// Begins with a "/".
+/// Whether `id` begins with a "/".
 QVSERVICES_API bool QvIsAbsoluteResId(const std::string& id);
-/// Does not begin with a "/"; the empty id is relative.
+/// Whether `id` does not begin with a "/"; the empty id is relative.
 QVSERVICES_API bool QvIsRelativeResId(const std::string& id);
-/// Relative, not empty, and not beginning with "../".
+/// Whether `id` is relative, not empty, and does not begin with "../".
 QVSERVICES_API bool QvIsDeeperRelativeResId(const std::string& id);
 
 /// `id` with "./" and "segment/../" removed. A "../" that has nothing to remove stays; the last
 /// segment, the one without a "/" after it, is never resolved ("/A/B/.." stays).
 QVSERVICES_API std::string QvCompactResId(const std::string& id);
-/// `rel` as seen from the folder `base`, compacted; an absolute `rel` stands for itself.
+/// `rel` relative to the folder `base`, compacted; an absolute `rel` ignores `base`.
 QVSERVICES_API std::string QvMergeResId(const std::string& base, const std::string& rel);
 /// `id` relative to the folder `base`, with as many "../" as needed; compared without regard to
 /// case. When only one of them is absolute, the compacted `id`.

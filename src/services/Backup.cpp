@@ -1,6 +1,7 @@
 #include "services/Backup.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <map>
 #include <utility>
@@ -61,6 +62,7 @@ std::string TBackupName::IdFor(TQvDateTime modified) const
     return Folder + "/" + Name + local.toString(".yyyy-MM-dd.hh-mm-ss").toStdString() + Extension;
 }
 
+/// By a mask, so that the folder's other entries need no attributes.
 std::vector<TQvResFindItem> FindBackups(const TBackupName& name)
 {
     const auto items = make_var<std::vector<TQvResFindItem>>();
@@ -75,6 +77,7 @@ std::vector<TQvResFindItem> FindBackups(const TBackupName& name)
 /// failure.
 TQvFailure Prune(const TBackupName& name, std::size_t keep)
 {
+    assert(keep > 0); // else the loop below would not end
     const std::vector<TQvResFindItem> items = FindBackups(name);
     TQvFailure first = TResourceManager::LastFailure();
     // A backup without a time would count as the oldest.
@@ -97,6 +100,8 @@ void BackupResource(const std::string& resId, std::size_t keep)
     MakeResourceBackup(resId, keep);
 }
 
+/// Old backups are deleted before the move, so that there is never one too many; a kill in between
+/// leaves the resource in place.
 std::string MakeResourceBackup(const std::string& resId, std::size_t keep)
 {
     if (ResourceManager.ResourceExists(resId) == kResNothing) {

@@ -13,6 +13,7 @@ const std::string kSuffix = ".done";
 
 constexpr std::size_t kJudgedBytes = 15;
 
+/// The whole marker is compared, within its first bytes: "ok" with anything after it is no "ok".
 bool ReadMarker(const var_a<TQvStream*>& stream, const std::string& name, bool* ok)
 {
     if (!stream || !*stream)
@@ -27,6 +28,7 @@ bool ReadMarker(const var_a<TQvStream*>& stream, const std::string& name, bool* 
     return true;
 }
 
+/// Synced: a step that counts as done must not be undone by a power cut.
 bool WriteMarker(const var_a<TQvStream*>& stream, const std::string& name, bool ok)
 {
     if (!stream || !*stream)

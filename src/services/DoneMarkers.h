@@ -1,9 +1,9 @@
 /// @file
-/// Done markers: beside a resource or URL a marker named like it plus ".done" says whether a step
-/// on it ended well.
+/// Done markers: a marker, whose name is that of a resource or URL with ".done" appended, says
+/// whether a step on it succeeded.
 ///
-/// A marker holds exactly "ok" or "fail". The functions that read and write take the marker's own
-/// id or URL. None throws on a missing or unreadable marker.
+/// A marker contains exactly "ok" or "fail". The functions that read and write take the marker's
+/// own id or URL. None throws on a missing or unreadable marker.
 ///
 /// Thread-safety: as the manager's operations on the marker.
 #pragma once

@@ -18,6 +18,8 @@ namespace
 constexpr char kSection[] = "resource_label";
 constexpr unsigned long kLockTimeoutMs = 10000;
 
+/// The message has the signature and line of the function that checks, so that each checks by
+/// itself.
 [[noreturn]] void ThrowLogicError(const char* function, int line, const char* expression)
 {
     throw TQvMessage("@Internal logic error in %1% (%2%): (%3%)==false.")
@@ -103,7 +105,7 @@ TComputed TryCompute(const std::string& resId, TQvResourceLabel* label, bool com
     label->Size = stream->getSize();
     if (computeCRC && label->Size != TQvStream::invalid_value64)
         label->ComputeCRC(stream.get());
-    if (stream->getError() != 0) { // the checksum of a part is none
+    if (stream->getError() != 0) { // the checksum of a part does not count
         Fail(-stream->getError(), resId);
         return TComputed::Failed;
     }
@@ -138,7 +140,7 @@ bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label)
     const bool isAtStart = stream->setPosition(0);
     if (isAtStart)
         label->ComputeCRC(stream);
-    // The checksum of a part is none.
+    // The checksum of a part does not count.
     const int error = -stream->getError();
     if (!isAtStart || error != 0 || label->Size == TQvStream::invalid_value64)
         return Fail(error != 0 ? error : EIO, stream->InfoName());
@@ -203,7 +205,8 @@ bool GetResResourceLabel(const std::string& resId, TQvResourceLabel* label, bool
         try {
             WriteResResourceLabel(resId, current);
         } catch (const std::exception&) {
-            // Storing only spares the next caller the checksum: the label is good without it.
+            // A stored label only saves the next caller the checksum: the label is valid without
+            // it.
         }
     }
     *label = current;

@@ -7,9 +7,9 @@
 /// TQvMessage
 /// ("@Internal logic error in ...").
 ///
-/// A label is computed only when the resource was last modified 20 ms ago or earlier, so that it
-/// never stands for a later change, too: computing waits for that, up to 1 s for a resource that is
-/// changed all the time, and not at all for a time in the future.
+/// A label is computed only when the resource was last modified 20 ms ago or earlier, so that a
+/// later change always has another time. Computing waits for that, at most 1 s for a resource that
+/// changes continually, and not for a time in the future.
 ///
 /// Thread-safety: as the manager's operations on the resource; writers of labels exclude each
 /// other, in one process or in several.
@@ -25,8 +25,8 @@
 /// changed while it is read is read again; after three times false.
 QVSERVICES_API bool ComputeResResourceLabel(const std::string& resId, TQvResourceLabel* label,
                                             bool computeCRC);
-/// Size and checksum from an open stream, which ends up behind its content; the time is 0. When the
-/// stream cannot go to its start or cannot be read to its end, false; LastFailure has the cause.
+/// Size and checksum from an open stream, which is at its end afterwards; the time is 0. False when
+/// the stream cannot be set to its start or read to its end; LastFailure has the cause.
 QVSERVICES_API bool ComputeResResourceLabelSC1(TQvStream* stream, TQvResourceLabel* label);
 /// The time only; size and checksum are left as they are. Together with SC1 it gives a full label
 /// for an open stream.
@@ -40,7 +40,7 @@ QVSERVICES_API bool WeakCheckResResourceLabel(const TQvResourceLabel& label,
 QVSERVICES_API bool StrongCheckResResourceLabel(const TQvResourceLabel& label,
                                                 const std::string& resId, TQvStream* stream);
 
-/// The section of the sidecar that holds the label.
+/// The section of the sidecar that contains the label.
 QVSERVICES_API const char* MetadataResourceLabelSectionName();
 
 /// The current label: the given one (with `trustGiven`) or the stored one when size and time still

@@ -4,7 +4,7 @@
 ///
 /// Thread-safety: a state belongs to one thread. Processes and threads exclude each other by the
 /// lock of the VAR folder (profiles/VarFolderLock.h), which every writing operation takes; a caller
-/// that holds it from ReloadState to SaveState sees no change by others in between.
+/// that keeps it from ReloadState to SaveState excludes changes by others in between.
 #pragma once
 
 #include <cstdint>
@@ -33,21 +33,22 @@ public:
         std::string CurrentProfile;               ///< its name; empty for none
         std::string SelectedProfile;              ///< what the dialog shows; not saved
         std::vector<TQvResourceProfile> Profiles; ///< sorted as they were read
-        /// By upper-cased name. The pointers are invalid after Profiles has changed: call
-        /// BuildIndex after each change.
+        /// By upper-cased name. The pointers of all three maps are invalid after Profiles has
+        /// changed: call BuildIndex after each change.
         std::map<std::string, TQvResourceProfile*> ProfileIndex;
         var_a<TQvFreeSpaceMap*> FreeSpaceMap; ///< shared by all profiles; made by ReloadState
-        std::map<std::int64_t, TQvResourceProfile*> ProfilesById; ///< for the dialog's list
-        std::map<TQvResourceProfile*, std::int64_t> ProfileIds;   ///< the reverse
-        /// True after a loading that listed all profiles. Without one, or after one that failed or
-        /// was cancelled, SaveState refuses: it would delete profiles that were not loaded.
+        std::map<std::int64_t, TQvResourceProfile*>
+            ProfilesById; ///< filled by the dialog, for its list
+        std::map<TQvResourceProfile*, std::int64_t> ProfileIds; ///< the reverse
+        /// True after a ReloadState that listed all profiles. Without one, or after one that failed
+        /// or was cancelled, SaveState refuses: it would delete profiles that were not loaded.
         bool Listed = false;
-        /// What the state was loaded from, or was saved to last: SaveState writes only what differs
-        /// from it.
+        /// What the state was last loaded from or saved to: SaveState writes only what differs from
+        /// it.
         struct TLoaded
         {
             TQvPath VarFolder; ///< where it was loaded from
-            /// The folders of the profiles, by their exact names; without a value one that holds no
+            /// The folders of the profiles, by their exact names; one without a value has no
             /// profile that could be read.
             std::map<std::string, std::optional<TQvResourceProfile>> Folders;
             std::string PolicyProfile;  ///< as the policy file names it
@@ -63,17 +64,17 @@ public:
         ~TCPState();
         TCPState(const TCPState&) = delete;
         TCPState& operator=(const TCPState&) = delete;
-        /// Makes ProfileIndex, ProfilesById and ProfileIds anew from Profiles.
+        /// Rebuilds ProfileIndex from Profiles. The dialog's maps are its own work.
         void BuildIndex();
-        /// The profile of that name, letter case aside; null when the index has none.
+        /// The profile of that name, ignoring letter case; null when the index has none.
         TQvResourceProfile* FindProfile(const std::string& name) const;
     };
 
     // Folders. None of these throws.
 
-    /// The configured VAR folder: the configuration's setting exactly as configured, else the
-    /// registry's with a trailing slash, else empty. `common` (may be null) says which scope is
-    /// wanted and receives the one found.
+    /// The configured VAR folder: the configuration's setting exactly as configured, else that of
+    /// the registry with a trailing slash, else empty. `common` (may be null, which means true)
+    /// says whether the setting common to all users is wanted, and receives whether the answer is.
     static TQvPath GetVARFolder(bool* common);
     /// As GetVARFolder, with GetDefaultVARFolder when nothing is configured.
     static TQvPath GetQvVARFolder(bool* common);
@@ -91,18 +92,18 @@ public:
 
     // The state of all profiles.
 
-    /// Loads the state after taking over what the repository publishes. A profile that cannot be
-    /// read is left out (and SaveState would remove it). Throws only when the user cancels
-    /// (TQvUserBreak, or a failure at the same time), with an empty state.
+    /// Copies the profiles that the repository publishes, then loads the state. A profile that
+    /// cannot be read is left out (and SaveState would remove it). Throws only when the user
+    /// cancels (TQvUserBreak, or a failure at the same time); the state is empty then.
     static void ReloadState(TCPState& state, TQvProgressHandler* progress);
-    /// Writes back, under the lock of the VAR folder, what changed since the loading, and removes
-    /// the folders that were there then and whose profiles are not in the index any more; one that
+    /// Writes, under the lock of the VAR folder, what changed since ReloadState, and removes the
+    /// folders that existed then and whose profiles are no longer in the index; a folder that
     /// cannot be removed is logged, one whose name is no profile name stays. Changes by others
-    /// since the loading stay: their profiles, their mounts in a profile that changed here, too,
+    /// since ReloadState stay: their profiles, their mounts, also in a profile that changed here,
     /// and their choice of the current profile unless it changed here. Throws a TQvMessage on the
-    /// first failure; nothing is rolled back. A VAR folder or a name that is not valid, a state
-    /// that is not Listed and a policy file that cannot be read, or could not be when the state was
-    /// loaded, are refused before anything is touched.
+    /// first failure; nothing is rolled back. Refused before anything is written: an invalid VAR
+    /// folder or name, a state that is not Listed, and a policy file that cannot be read or could
+    /// not be read by ReloadState.
     static void SaveState(TCPState& state);
     /// Appends an empty profile; call BuildIndex then.
     static void CreateProfileState(const std::string& name, TCPState& state);
@@ -112,21 +113,21 @@ public:
     /// nothing when there is no such profile.
     static void AddNodeState(const TQvPath& folder, const std::string& profileName,
                              TCPState& state);
-    /// Computes the profile's free space anew; false when there is no such profile.
+    /// Recomputes the profile's free space; false when there is no such profile.
     static bool RefreshProfileFreeSpaceState(const std::string& profileName, TCPState& state);
-    /// The first run: when there is no profile at all, readable and well named or not, makes
-    /// "LocalProfile" holding the folder, current, and saves it. Throws what SaveState throws; a
-    /// failed or cancelled loading changes nothing.
+    /// The first run: when there is no profile at all, not even one that is unreadable or badly
+    /// named, saves "LocalProfile" with the folder as the current profile. Throws what SaveState
+    /// throws; when loading fails or is cancelled, nothing is changed.
     static void CreateProfileNode(const TQvPath& folder, TQvProgressHandler* progress);
 
     // Settings.
 
     /// Checks and applies the VAR folder and the repository. False with a message for the user in
-    /// `error`; earlier steps stay done then. A common registry value that would hide the user's
-    /// own and cannot be removed is such a failure. Other failures of writing throw a TQvMessage. A
-    /// policy file that cannot be read is begun anew; the old one stays as "policy.x-ini.damaged"
-    /// (".damaged.2", ... when that is taken). The policy file is changed under the lock of the VAR
-    /// folder.
+    /// `error`; earlier steps are not undone. A common registry value that would hide the user's
+    /// own and cannot be removed is such a failure. Other write failures throw a TQvMessage. A
+    /// policy file that cannot be read is replaced by a new one; the old one is kept as
+    /// "policy.x-ini.damaged" (".damaged.2", ... when that is taken). The policy file is changed
+    /// under the lock of the VAR folder.
     static bool PerformOK(const TQvPath& varFolder, bool common, bool useRepository,
                           const TQvPath& repository, std::string& error);
 };

@@ -8,8 +8,8 @@
 namespace
 {
 constexpr char kValueName[] = "VarPath";
-// The plain key goes with the common root and the other one with the user's: other modules of the
-// suite store the setting under just these pairs.
+// The plain key is read from the common root and the other one from the user's: other modules of
+// the suite store the setting there.
 constexpr char kCommonKey[] = "Software\\Velmor\\KORVADEL\\6 Airlane";
 constexpr char kUserKey[] = "Software\\Wow6432Node\\Velmor\\KORVADEL\\6 Airlane";
 
@@ -95,6 +95,7 @@ TQvPath TQvCPUtils::GetRepositoryFolder(TQvPath varFolder, bool switchedOff)
     }
 }
 
+/// A folder that cannot be read is not usable either; the set-up reports why.
 bool TQvCPUtils::IsWizardNecessary()
 {
     try {

@@ -139,6 +139,7 @@ private:
     {
         assert(m_state.Listed); // else profiles that were not loaded would be removed
         for (const auto& [name, loaded] : m_state.Loaded.Folders) {
+            assert(QvIsProfileName(name)); // else another folder would be removed
             const TQvPath folder = m_state.VarFolder / kProfilesFolder / name;
             std::string error;
             if (!IsInState(name) && (loaded || !HasBecomeProfile(name)) &&
@@ -150,6 +151,7 @@ private:
 
     void SaveProfileE(const TQvResourceProfile& profile) const
     {
+        assert(QvIsProfileName(profile.Name)); // else a file elsewhere would be written
         const TQvResourceProfile* const loaded = Loaded(profile.Name);
         if (loaded != nullptr && loaded->Remote == profile.Remote &&
             HaveSameMounts(loaded->Nodes, profile.Nodes))

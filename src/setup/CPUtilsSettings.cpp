@@ -1,5 +1,4 @@
 #include <cerrno>
-#include <system_error>
 
 #include "QvConfig/Config.h"
 #include "QvStd/FileChange.h"
@@ -75,8 +74,8 @@ bool StoreVarFolder(const TQvPath& folder, bool common, std::string& error)
     if (current == folder && currentCommon == common)
         return true;
     const std::string key = QvGetStaticConfigString(kProductKey);
-    // A common value that stayed would hide the user's own. The other way round the own one stays:
-    // the common one is read first.
+    // A remaining common value would hide the user's own. In the other direction the user's value
+    // may stay, since the common one is read first.
     const bool removed = !currentCommon || common || RemoveCommonSetting(key);
     const TQvRegKey root = common ? TQvRegKey::Common : TQvRegKey::User;
     return (removed && TQvRegMan::writeString(root, key, kValueName, folder.toSysStr(), true)) ||
@@ -91,8 +90,7 @@ void PutAsideE(const std::string& file)
     for (int number = 2; !QvMoveFileEx(file, name, false, false); ++number) {
         const int error = errno;
         if (error != EEXIST)
-            throw QvMsg_helper("Err_WriteFile_name")
-                << file << std::generic_category().message(error);
+            throw QvMsg_helper("Err_WriteFile_name") << file << QvErrorText(error);
         name = first + '.' + std::to_string(number);
     }
 }
@@ -123,7 +121,7 @@ void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPat
         const char* otherKey = useRepository ? kSwitchedOffRepositoryKey : kRepositoryKey;
         if (!policy.Write(policy.FindCreateF(key), repository.addSlash().toSysStr()))
             policy.RaiseErrorE();
-        // All of them: a second one in a file written by hand would come into force now.
+        // All of them: in a file written by hand a second one would become effective now.
         while (policy.Delete(policy.FindF(otherKey))) {
         }
         return QvFormatXIniTree(*tree);

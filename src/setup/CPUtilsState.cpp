@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cassert>
 #include <unordered_set>
 
 #include "QvStd/FileChange.h"
@@ -48,11 +49,12 @@ bool HasNoProfileE(const TQvPath& folder)
 
 // Loading
 
-/// Takes over one published profile, marked as remote. The file is written once, mark included, so
-/// that no process sees a copy without it; and only when it changes. False when the repository has
-/// no readable file of it: the local file stays then.
+/// Copies one published profile and marks the copy as remote. The file is written once, with the
+/// mark, so that no process sees a copy without it, and only when it changes. False when the
+/// repository has no readable file of it: the local file stays then.
 bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std::string& name)
 {
+    assert(QvIsProfileName(name)); // else a file elsewhere would be written
     const var_a<TQvXIniTree*> tree = ReadQvXIniTree(QvProfileFile(repository, name));
     if (!tree)
         return false;
@@ -107,7 +109,7 @@ TNames CopyPublishedProfiles(TCPState& state, TQvProgress& progress)
     return copied;
 }
 
-/// Loading goes on without a file that cannot be read, and records that the file exists.
+/// Loading continues without a file that cannot be read, and records that the file exists.
 void NoteFailure(TCPState& state, const std::exception& failure)
 {
     if (state.Loaded.Failure.empty())
@@ -159,6 +161,8 @@ void Empty(TCPState& state)
     state.Listed = false;
 }
 
+/// The reader is made first: a file that cannot be read must not start a step that is never
+/// finished.
 TQvResourceProfile LoadProfileE(const TCPState& state, const std::string& name,
                                 TQvProgressVar& progress)
 {
@@ -234,6 +238,8 @@ TQvResourceProfile* TQvCPUtils::TCPState::FindProfile(const std::string& name) c
     return found != ProfileIndex.end() ? found->second : nullptr;
 }
 
+/// Published profiles first, because the loading reads their copies. Listed is true only when all
+/// folders were listed, so that a state that missed some cannot be saved.
 void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
 {
     TQvProgress progress(handler);
@@ -304,6 +310,8 @@ bool TQvCPUtils::RefreshProfileFreeSpaceState(const std::string& profileName, TC
     return true;
 }
 
+/// Checked without the lock, so that a set-up that is complete does not wait for it, and again
+/// under it.
 void TQvCPUtils::CreateProfileNode(const TQvPath& folder, TQvProgressHandler* handler)
 {
     TCPState state;

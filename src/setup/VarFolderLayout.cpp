@@ -10,6 +10,7 @@
 #include "QvStd/XIniReader.h"
 #include "module/ModuleInitializer.h"
 
+/// A registry file that cannot be read may contain the setting: an empty answer would be wrong.
 TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
 {
     if (pQvConfigData == nullptr)
@@ -23,6 +24,7 @@ TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
     return folder;
 }
 
+/// A missing file has no keys; one that cannot be read is an error, since saving would replace it.
 var_a<TQvXIniTree*> QvReadPolicyE(const TQvPath& file)
 {
     std::string content;
@@ -49,6 +51,7 @@ std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy)
     return reader.Read(reader.FindF(kCurrentProfileKey), std::string());
 }
 
+/// The name becomes a folder of "Profiles": it must not leave that, nor be the name of the list.
 bool QvIsProfileName(const std::string& name)
 {
     return name.find_first_of("/\\") == std::string::npos && name != "." && name != ".." &&
@@ -71,7 +74,7 @@ bool QvIsThereE(const std::string& path, bool asFolder)
 
 bool QvHoldsProfileE(const TQvPath& folder, const std::string& name)
 {
-    // The name is no path: it may hold a backslash.
+    // The name is no path: it may contain a backslash.
     return QvIsThereE((folder / kProfilesFolder).toSysStr() + '/' + name + '/' + kProfileFile,
                       false);
 }

@@ -1,4 +1,5 @@
-// The layout of a VAR folder, and the reading functions that the configuration back end shares.
+// The layout of a VAR folder, and the reading functions that the configuration back end shares. (A
+// storage has names of its own, in journal/JournalFormat.h.)
 //
 // Thread-safety: as QvConfig.
 #pragma once
@@ -36,10 +37,10 @@ var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std:
 /// The name of the current profile in a policy file; "" when there is none.
 std::string QvPolicyProfile(const var_a<TQvXIniTree*>& policy);
 
-/// Whether a folder of that name may lie in the profiles folder: no path out of it, and not the
-/// name of the list of profiles.
+/// Whether a profile's folder may have that name: one path component, and not the name of the list
+/// of profiles.
 bool QvIsProfileName(const std::string& name);
-/// Where the profile lies in a VAR folder or a repository.
+/// The path of the profile's file in a VAR folder or a repository.
 TQvPath QvProfileFile(const TQvPath& folder, const std::string& name);
 /// Whether a folder, or a file of another kind, is there. Throws a TQvMessage that names it when
 /// that cannot be found out.
@@ -48,8 +49,8 @@ bool QvIsThereE(const std::string& path, bool asFolder);
 /// as QvIsThereE.
 bool QvHoldsProfileE(const TQvPath& folder, const std::string& name);
 
-/// The folder with its missing parents, on the disk. Throws a TQvMessage that names it when that
-/// failed.
+/// Creates the folder with its missing parents, synced. Throws a TQvMessage that names it on
+/// failure.
 void QvForceDirectoriesE(const TQvPath& folder);
 
 /// A message of this module about the folder.

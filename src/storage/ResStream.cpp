@@ -9,6 +9,7 @@ TQvURL TQvResStream::ResourceURL(const std::string& id)
 
 TQvResStream::~TQvResStream() = default;
 
+/// Kept as a URL alone until it is asked for: most streams are never asked.
 const std::string& TQvResStream::ResId() const
 {
     if (m_id.empty())

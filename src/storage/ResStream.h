@@ -13,8 +13,10 @@
 inline constexpr unsigned kStreamPlainFile = 1;
 inline constexpr unsigned kStreamStorage = 2; ///< a stream of a resource storage
 
-/// The type of every opened resource: a module with a TQvStream gets its resource by a dynamic
-/// cast.
+/// The type of every opened resource. A module that has a TQvStream gets its resource so:
+///
+///     if (const auto* resource = dynamic_cast<const TQvResStream*>(stream.get()))
+///         Use(resource->ResId());
 class QVSERVICES_API TQvResStream : public virtual TQvURLStream
 {
 public:

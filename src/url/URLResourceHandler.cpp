@@ -24,6 +24,7 @@ const char* OpenErrorKey(qvOpenMode mode)
     }
 }
 
+/// Checked before the call: an exception would have to be caught, and its failure recorded again.
 bool AreReachable(const std::string& a, const std::string& b)
 {
     return ResourceManager.IsReachable(a) && ResourceManager.IsReachable(b);
@@ -157,6 +158,7 @@ std::string TQvURLResourceHandler::GetURLFolder(const TQvURL& url)
                                              : std::string();
 }
 
+/// Another scheme gives the empty id, which names no resource.
 std::string TQvURLResourceHandler::URL2Path(const TQvURL& url)
 {
     constexpr std::string_view kPrefix = "qvres:";

@@ -61,7 +61,7 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
     Expect({{"fallocate -l 2G a/big; echo old >b/big", ""}});
     const std::pair<const char*, const char*> calls[] = {{"cp /A/big /B/big", "% Copying /A/big"},
                                                          {"copy --overwrite /A/ /B", "% /A/big"},
-                                                         {"label /A/big", "% Reading /A/big"}};
+                                                         {"label /A/big", "/s 0:"}};
     for (const auto& [call, bar] : calls) {
         SCOPED_TRACE(call);
         TOnTerminal terminal(call);
@@ -71,7 +71,7 @@ TEST_F(TTerminalTest, ControlCBreaksLongWorkAndCleansTheLine)
         EXPECT_EQ(terminal.Wait(), 130);
         const std::string end = "\r\x1b[Kqvres: The operation was cancelled.\r\n";
         EXPECT_EQ(terminal.Shown.rfind(end) + end.size(), terminal.Shown.size()) << terminal.Shown;
-        Expect({{"cat b/big; ls -A a b", "old\na:\nbig\n\nb:\nbig\n"}});
+        Expect({{"grep -H '' b/*; ls -A a b", "b/big:old\na:\nbig\n\nb:\nbig\n"}});
     }
 }
 
@@ -82,7 +82,7 @@ TEST_F(TTerminalTest, CopyAsksAndTheEndOfInputMeansNo)
     ASSERT_TRUE(broken.WaitFor("none/quit] "));
     broken.Type("\x03");
     EXPECT_EQ(broken.Wait(), 130);
-    Expect({{"cat b/*", "old\nold\nold\n"}});
+    Expect({{"grep '' b/*", "b/1:old\nb/2:old\nb/3:old\n"}});
 
     TOnTerminal terminal("copy --ask /A/ /B");
     for (const auto& [id, answer] : {std::pair("/B/1", "y\n"), {"/B/2", "n\n"}, {"/B/3", "\x04"}}) {
@@ -91,7 +91,7 @@ TEST_F(TTerminalTest, CopyAsksAndTheEndOfInputMeansNo)
         terminal.Type(answer);
     }
     EXPECT_EQ(terminal.Wait(), 0);
-    Expect({{"cat b/*", "new\nold\nold\n"}});
+    Expect({{"grep '' b/*", "b/1:new\nb/2:old\nb/3:old\n"}});
 }
 
 TEST_F(TTerminalTest, SigtermBreaksAPutThatWaitsForInput)
@@ -103,5 +103,5 @@ TEST_F(TTerminalTest, SigtermBreaksAPutThatWaitsForInput)
     terminal.Signal(SIGTERM);
     EXPECT_EQ(terminal.Wait(), 130);
     EXPECT_EQ(terminal.Shown, "new line\r\nqvres: The operation was cancelled.\r\n");
-    Expect({{"cat a/*; ls -A a", "oldx\n"}});
+    Expect({{"grep -r '' a", "a/x:old\n"}});
 }

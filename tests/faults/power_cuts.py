@@ -78,7 +78,7 @@ class Inode:
 
 
 class Disk:
-    """Does traced calls on a snapshot and knows what of them may be lost."""
+    """Applies traced calls to a snapshot and records what of them may be lost."""
 
     def __init__(self, files, roots):
         self.roots = [os.path.realpath(root) for root in roots]

@@ -290,7 +290,7 @@ def holds(wanted):
 
 
 def keeps(*wanted):
-    """Until its last checkpoint, whatever stands behind."""
+    """Until its last checkpoint, whatever follows it."""
     return File(lambda data: records(data)[0] in wanted)
 
 

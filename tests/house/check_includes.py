@@ -16,7 +16,7 @@ MANAGER = ["manager/ResourceManager.h"]
 FACTORIES = ["nodes/", "url/"]
 INTERFACE = ["QvServices/QvServices.h"] + PLATFORM
 
-# (folder, prefixes that its headers may include, prefixes that its sources may include besides, prefixes of these that only
+# (folder, prefixes that its headers may include, prefixes that its sources may include, too, prefixes of these that only
 # one file of the folder may include); the first row that matches a file counts.
 RULES = [
     ("platform/QvStd/", ["QvStd/"], [], []),

@@ -1,4 +1,4 @@
-// Another process for a test of what processes do to each other.
+// A child process, for tests of several processes.
 #pragma once
 
 #include <cerrno>
@@ -51,7 +51,7 @@ private:
     pid_t m_process;
 };
 
-/// Whether `body`, run in another process, meets no failed expectation.
+/// Whether all expectations of `body` hold in a child process.
 inline bool PassesInChild(const std::function<void()>& body)
 {
     const auto failures = [&body] {
@@ -72,7 +72,7 @@ inline bool WaitUntil(const std::function<bool()>& condition)
     return false;
 }
 
-/// From now on a file of this process that grows further meets a full disk (EFBIG).
+/// From now on files of this process cannot grow beyond `bytes` (EFBIG), as on a full disk.
 inline void LimitFileSize(std::size_t bytes)
 {
     const rlimit limit = {bytes, bytes};

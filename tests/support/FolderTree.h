@@ -12,7 +12,7 @@
 
 #include "support/TempFolder.h"
 
-/// Replaces what the folder holds.
+/// Replaces the content of the folder.
 inline void MakeTree(const std::string& folder, const std::string& tree)
 {
     namespace fs = std::filesystem;

@@ -1,6 +1,6 @@
-// A node that keeps its resources in memory, written from the contract of TMountNode alone: what
-// the manager does with it, it needs no disk for. Its id "/M/f/x" is the entry "/f/x", and sidecars
-// are entries of their own, as an object store would have them.
+// A node that keeps its resources in memory, written from the contract of TMountNode alone: it
+// shows that the manager needs no disk. Its id "/M/f/x" is the entry "/f/x", and sidecars are
+// separate entries, as in an object store.
 //
 // Thread-safety: for one thread.
 #pragma once
@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,7 +21,7 @@
 #include "resid/NameMask.h"
 #include "resid/ResId.h"
 #include "storage/ResStream.h"
-#include "support/TempFolder.h"
+#include "support/FolderTree.h"
 
 struct TMemoryEntry
 {
@@ -50,24 +49,30 @@ public:
     explicit operator bool() const override { return m_entry != nullptr; }
     std::size_t Read(void* buffer, std::size_t count) override
     {
-        const std::size_t got = m_entry->Bytes.copy(static_cast<char*>(buffer), count, m_position);
+        const std::size_t start = std::min(m_position, m_entry->Bytes.size());
+        const std::size_t got = m_entry->Bytes.copy(static_cast<char*>(buffer), count, start);
         m_position += got;
         return got;
     }
     std::size_t Write(const void* buffer, std::size_t count) override
     {
+        m_entry->Bytes.resize(std::max(m_entry->Bytes.size(), m_position));
         m_entry->Bytes.replace(m_position, count, static_cast<const char*>(buffer), count);
         m_position += count;
         m_entry->Time = QvMemoryTime();
         return count;
     }
     std::uint64_t getSize() const override { return m_entry->Bytes.size(); }
-    bool setSize(std::uint64_t size) override { return m_entry->Bytes.resize(size), true; }
+    bool setSize(std::uint64_t size) override
+    {
+        m_entry->Bytes.resize(size);
+        return true;
+    }
     std::uint64_t getPosition() const override { return m_position; }
-    /// Not beyond the end.
     bool setPosition(std::uint64_t position) override
     {
-        return position <= getSize() && (m_position = position, true);
+        m_position = position;
+        return true;
     }
     bool Flush() override { return true; }
     bool Close() override { return std::exchange(m_entry, nullptr) != nullptr; }
@@ -94,6 +99,7 @@ public:
                                    unsigned long sizeHint) override
     {
         const auto stream = Open(id, PathOf(id), mode);
+        stream->SetInfoName("qvres:" + id);
         if (*stream && mode == kQvOpenCreate && sizeHint != 0)
             stream->setSize(sizeHint);
         return stream;
@@ -139,6 +145,7 @@ public:
         const int error = from == "/"           ? EBUSY
                           : At(from) == nullptr ? ENOENT
                           : At(to) != nullptr   ? EEXIST
+                          : IsIn(from, to)      ? EINVAL
                                                 : WhyNoPlace(to);
         if (result != nullptr)
             *result = error == 0 ? TQvResult::Done() : Reason(error, src);
@@ -269,7 +276,7 @@ private:
         const TQvExistence exists = ResourceExists(id);
         return exists == kResFolder ? TQvResult::Failed(EISDIR, id) : exists.Result;
     }
-    /// 0 when a resource can lie there.
+    /// 0 when a resource can have that path.
     int WhyNoPlace(const std::string& path) const
     {
         if (At(path) != nullptr)
@@ -277,7 +284,7 @@ private:
         const TMemoryEntry* parent = At(QvExcludeTrailingSlash(QvExtractResPath(path)));
         return parent == nullptr ? ENOENT : parent->IsFolder ? 0 : ENOTDIR;
     }
-    /// An entry that is made here inherits no sidecar.
+    /// A new entry does not get the sidecar of an earlier one.
     TMemoryEntry& Made(const std::string& path)
     {
         auto& entry = (*m_entries)[path];
@@ -337,29 +344,21 @@ inline void LoadEntries(const std::string& from, TMemoryEntries& entries)
     for (const fs::directory_entry& item : fs::recursive_directory_iterator(from)) {
         if (item.is_symlink())
             continue;
-        auto& entry = entries[item.path().string().substr(from.size())];
-        entry = std::make_shared<TMemoryEntry>();
-        entry->IsFolder = item.is_directory();
-        if (!entry->IsFolder)
-            entry->Bytes = ReadFile(item.path().string());
-        TQvFileInfo info;
-        QvGetFileInfo(item.path().string(), &info);
-        entry->Time = info.UpdateTime;
+        const std::string path = item.path().string();
+        entries[path.substr(from.size())] = std::make_shared<TMemoryEntry>(
+            TMemoryEntry{item.is_directory(), item.is_directory() ? "" : ReadFile(path),
+                         TQvPath(path).updateTime()});
     }
 }
 
 /// The reverse; without entries no folder is made.
 inline void SaveEntries(const TMemoryEntries& entries, const std::string& to)
 {
-    namespace fs = std::filesystem;
-    if (fs::exists(to))
-        for (const fs::directory_entry& item : fs::directory_iterator(to))
-            fs::remove_all(item.path());
-    for (const auto& [path, entry] : entries) {
-        if (path == "/")
-            continue;
-        fs::create_directories(to + (entry->IsFolder ? path : QvExtractResPath(path)));
-        if (!entry->IsFolder)
-            std::ofstream(to + path, std::ios::binary) << entry->Bytes;
+    std::string tree;
+    for (const auto& [path, entry] : entries)
+        tree += path.substr(1) + (entry->IsFolder ? "/ " : "=" + entry->Bytes + " ");
+    if (std::filesystem::exists(to) || entries.size() > 1) {
+        std::filesystem::create_directories(to);
+        MakeTree(to, tree);
     }
 }

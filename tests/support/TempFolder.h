@@ -1,4 +1,4 @@
-// A fresh folder for one test, removed with it, and short ways to look at files.
+// A fresh folder for one test, removed with it, and short functions to read files.
 #pragma once
 
 #include <algorithm>

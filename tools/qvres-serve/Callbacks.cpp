@@ -200,12 +200,15 @@ void MakeNode(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mo
         TFileSystem& files = Files(request);
         TEntry entry;
         TFileHandle* handle = nullptr;
-        int error =
-            files.Create(InodeOf(request, parent), name, mode, O_RDWR | O_EXCL, &entry, &handle);
+        int error = files.Create(InodeOf(request, parent), name, BitsFor(request, mode),
+                                 O_RDWR | O_EXCL, &entry, &handle);
         if (error != 0)
             return error;
         error = files.Close(*entry.Inode, handle);
-        return error != 0 ? error : ReplyEntry(request, entry);
+        if (error == 0)
+            return ReplyEntry(request, entry);
+        files.Forget(*entry.Inode, 1);
+        return error;
     });
 }
 
@@ -213,7 +216,8 @@ void MakeFolder(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t 
 {
     AnswerAsCaller(request, [&] {
         TEntry entry;
-        const int error = Files(request).MakeFolder(InodeOf(request, parent), name, mode, &entry);
+        const int error = Files(request).MakeFolder(InodeOf(request, parent), name,
+                                                    BitsFor(request, mode), &entry);
         return error != 0 ? error : ReplyEntry(request, entry);
     });
 }
@@ -253,8 +257,7 @@ void Rename(fuse_req_t request, fuse_ino_t parent, const char* name, fuse_ino_t 
 void SetHandle(fuse_file_info* info, TFileHandle* handle)
 {
     info->fh = reinterpret_cast<std::uint64_t>(handle);
-    // Closing a file that was only read has no error to report.
-    info->noflush = !handle->IsWritable();
+    info->noflush = !handle->MayFailAtClose(info->flags);
 }
 
 void Open(fuse_req_t request, fuse_ino_t number, fuse_file_info* info)
@@ -279,8 +282,8 @@ void Create(fuse_req_t request, fuse_ino_t parent, const char* name, mode_t mode
         TFileSystem& files = Files(request);
         TEntry entry;
         TFileHandle* handle = nullptr;
-        const int error =
-            files.Create(InodeOf(request, parent), name, mode, info->flags, &entry, &handle);
+        const int error = files.Create(InodeOf(request, parent), name, BitsFor(request, mode),
+                                       info->flags, &entry, &handle);
         if (error != 0)
             return error;
         SetHandle(info, handle);
@@ -312,13 +315,16 @@ void Write(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t size, 
            fuse_file_info* info)
 {
     Answer(request, [&] {
-        // A page of a shared mapping may come with any handle of the file: find one that can write.
-        const bool atEnd = (info->flags & O_APPEND) != 0 && info->writepage == 0;
+        // A page of a shared mapping has its place, whatever handle it comes with.
+        const bool isOfMapping = info->writepage != 0;
+        const bool atEnd = (info->flags & O_APPEND) != 0 && !isOfMapping;
         std::size_t written = 0;
         const int error = HandleOf(info)->Write(bytes, size, offset, atEnd, &written);
-        if (error == 0)
-            fuse_reply_write(request, written);
-        return error;
+        // A program sees that less was written. For a mapping only an error shows it.
+        if (error != 0 && (written == 0 || isOfMapping))
+            return error;
+        fuse_reply_write(request, written);
+        return 0;
     });
 }
 
@@ -378,9 +384,11 @@ void OpenFolder(fuse_req_t request, fuse_ino_t inode, fuse_file_info* info)
         std::unique_ptr<TFolderHandle> folder;
         if (const int error = Files(request).OpenFolder(InodeOf(request, inode), &folder))
             return error;
-        info->fh = reinterpret_cast<std::uint64_t>(folder.get());
-        if (fuse_reply_open(request, info) == 0)
-            folder.release();
+        // Not touched after the reply: another thread may close it by then.
+        TFolderHandle* const opened = folder.release();
+        info->fh = reinterpret_cast<std::uint64_t>(opened);
+        if (fuse_reply_open(request, info) != 0)
+            delete opened;
         return 0;
     });
 }
@@ -390,8 +398,10 @@ class TListing
 {
 public:
     TListing(fuse_req_t request, TInode& inode, TFolderHandle& folder, std::size_t room)
-        : m_request(request), m_inode(inode), m_folder(folder), m_buffer(room)
+        : m_request(request), m_inode(inode), m_folder(folder), m_room(room)
     {
+        if (m_buffer.size() < room)
+            m_buffer.resize(room);
     }
 
     int Fill(std::size_t start)
@@ -440,7 +450,7 @@ private:
 
     bool Add(const char* name, const fuse_entry_param& param, std::size_t next)
     {
-        const std::size_t room = m_buffer.size() - m_used;
+        const std::size_t room = m_room - m_used;
         const std::size_t size = fuse_add_direntry_plus(m_request, m_buffer.data() + m_used, room,
                                                         name, &param, static_cast<off_t>(next));
         if (size > room)
@@ -452,9 +462,12 @@ private:
     fuse_req_t m_request;
     TInode& m_inode;
     TFolderHandle& m_folder;
-    std::vector<char> m_buffer;
+    const std::size_t m_room;
     std::size_t m_used = 0;
+    static thread_local std::vector<char> m_buffer; ///< making one for each reply costs more
 };
+
+thread_local std::vector<char> TListing::m_buffer;
 
 void ReadFolder(fuse_req_t request, fuse_ino_t number, std::size_t size, off_t offset,
                 fuse_file_info* info)
@@ -487,8 +500,8 @@ void ReleaseFolder(fuse_req_t request, fuse_ino_t, fuse_file_info* info)
 void SyncFolder(fuse_req_t request, fuse_ino_t, int, fuse_file_info* info)
 {
     AnswerError(request, [&] {
-        const TQvDescriptor& descriptor = FolderOf(info).Descriptor;
-        return !descriptor || fsync(descriptor.Number()) == 0 ? 0 : errno;
+        const TQvFolderReader& reader = FolderOf(info).Reader;
+        return !reader || fsync(reader.Descriptor()) == 0 ? 0 : errno;
     });
 }
 

@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/uio.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace
@@ -16,7 +18,30 @@ std::string PathOf(int descriptor)
 {
     return "/proc/self/fd/" + std::to_string(descriptor);
 }
+/// As the file systems of the network do, and layered ones above them.
+bool DelaysErrors(int descriptor)
+{
+    struct statfs disk = {};
+    if (fstatfs(descriptor, &disk) != 0)
+        return true;
+    switch (disk.f_type) {
+    case BTRFS_SUPER_MAGIC:
+    case EXT4_SUPER_MAGIC:
+    case RAMFS_MAGIC:
+    case TMPFS_MAGIC:
+    case XFS_SUPER_MAGIC:
+        return false;
+    default:
+        return true;
+    }
+}
 } // namespace
+
+bool TFileHandle::MayFailAtClose(int flags) const
+{
+    const bool mayBeMapped = (flags & O_ACCMODE) == O_RDWR;
+    return m_isWritable && (mayBeMapped || DelaysErrors(Descriptor()));
+}
 
 int TFileHandle::Take(var_a<TQvStream*> stream, int error, bool isWritable,
                       std::unique_ptr<TFileHandle>* handle)
@@ -81,7 +106,7 @@ int TFileHandle::Read(char* bytes, std::size_t count, off_t offset, std::size_t*
                          offset + static_cast<off_t>(*got));
         });
         if (part < 0)
-            return *got > 0 ? 0 : errno;
+            return errno;
         if (part == 0)
             break;
         *got += static_cast<std::size_t>(part);
@@ -100,7 +125,7 @@ int TFileHandle::Write(const char* bytes, std::size_t count, off_t offset, bool 
                             atEnd ? RWF_APPEND : 0);
         });
         if (put <= 0)
-            return *written > 0 ? 0 : (put < 0 ? errno : EIO);
+            return put < 0 ? errno : EIO;
         *written += static_cast<std::size_t>(put);
     }
     return 0;

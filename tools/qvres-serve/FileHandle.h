@@ -24,10 +24,15 @@ public:
 
     int Descriptor() const { return m_both ? m_both.Number() : m_file->Descriptor(); }
     bool IsWritable() const { return m_isWritable; }
+    /// Whether an error may show when a program closes the file that it has opened with `flags`:
+    /// one that the disk has delayed, or that of a mapping, whose changes are written then.
+    bool MayFailAtClose(int flags) const;
 
     // 0 or an errno each.
-    /// All of it, unless an error or (when reading) the end of the file comes first.
+    /// All of it, unless the end of the file comes first. Less is never the answer to an error: the
+    /// kernel would take it for the end.
     int Read(char* bytes, std::size_t count, off_t offset, std::size_t* got);
+    /// `written` counts what was written before an error, too.
     int Write(const char* bytes, std::size_t count, off_t offset, bool atEnd, std::size_t* written);
     int Truncate(off_t size);
     /// Brings the content to the disk, with the name of a file that may be new; unless `dataOnly`

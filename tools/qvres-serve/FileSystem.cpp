@@ -8,20 +8,20 @@
 
 namespace
 {
-TInode RootInode(const TMountPoints& mounts, const std::string& id)
+TInode RootInode(const TMountPoints& mounts, const std::string& id, const std::string& path)
 {
     TInode root;
     const TMountPoint* const mount = mounts.Find(id);
     root.HoldsMounts = mount != nullptr && mount->HoldsMounts;
     root.IsMountPoint = true; // the served folder may be a link
     root.Kind = S_IFDIR;
-    root.IsVirtual =
-        id.empty() || ResourceManager.GetNode4Id(id, true, true, false)->IsPureVirtual();
+    root.Path = path;
+    root.IsVirtual = path.empty();
     return root;
 }
 } // namespace
 
-bool IsSidecarName(const std::string& name)
+bool IsSidecarName(std::string_view name)
 {
     constexpr std::size_t kLength = sizeof(kSidecarSuffix) - 1;
     return name.size() > kLength &&
@@ -29,7 +29,7 @@ bool IsSidecarName(const std::string& name)
 }
 
 TFileSystem::TFileSystem(const std::string& rootId)
-    : m_mounts(ResourceManager), m_inodes(rootId, RootInode(m_mounts, rootId))
+    : m_mounts(ResourceManager), m_inodes(rootId, RootInode(m_mounts, rootId, PathOf(rootId)))
 {
     m_virtualStatus.st_mode = S_IFDIR | 0555;
     m_virtualStatus.st_nlink = 1;
@@ -52,35 +52,38 @@ ino_t TFileSystem::VirtualNumber(const std::string& id)
     return kTopBit | std::hash<std::string>()(QvNormalizeResId(id));
 }
 
-int TFileSystem::FindPlace(const TInode& parent, const std::string& parentId,
-                           const std::string& name, TPlace* place) const
+/// The names of mount points compare as the tree compares them; elsewhere a name of the tree is one
+/// of the disk.
+int TFileSystem::FindPlace(const TInode& parent, const std::string& name, TPlace* place) const
 {
-    place->Id = parentId + "/" + name;
-    place->Name = name;
-    if (!TResourceManager::IsValidResId(place->Id, true))
+    if (!m_inodes.FindId(parent, &place->Id, &place->Path))
+        return ESTALE;
+    if (!TResourceManager::IsValidResId("/" + name, true))
         return EINVAL;
     // Sidecars follow their resources and have no name of their own.
     if (IsSidecarName(name))
         return ENOENT;
+    place->Name = name;
     if (parent.HoldsMounts) {
-        place->MountPoint = m_mounts.Find(place->Id);
+        place->MountPoint = m_mounts.Find(place->Id + "/" + name);
         if (place->MountPoint != nullptr) {
             place->Name = place->MountPoint->ShownName;
             place->IsMount = place->MountPoint->IsMount;
-            place->Id = parentId + "/" + place->Name;
         }
     }
-    const auto* const node = ResourceManager.GetNode4Id(place->Id, true, true, false);
-    place->Path = node->IsPureVirtual() ? std::string() : node->GetResourceFile(place->Id);
+    place->Id.append("/").append(place->Name);
+    place->Path.append("/").append(place->Name);
+    if (parent.HoldsMounts || parent.IsVirtual)
+        place->Path = PathOf(place->Id);
     return 0;
 }
 
-int TFileSystem::FindPlace(const TInode& parent, const std::string& name, TPlace* place) const
+std::string TFileSystem::PathOf(const std::string& id)
 {
-    std::string parentId;
-    if (!m_inodes.FindId(parent, &parentId))
-        return ESTALE;
-    return FindPlace(parent, parentId, name, place);
+    if (id.empty())
+        return {};
+    const auto* const node = ResourceManager.GetNode4Id(id, true, true, false);
+    return node->IsPureVirtual() ? std::string() : node->GetResourceFile(id);
 }
 
 /// For a new name: only the library makes sidecars.
@@ -93,16 +96,14 @@ int TFileSystem::NewPlace(const TInode& parent, const std::string& name, TPlace*
 /// ESTALE for an inode without a name: the kernel then looks the name up again.
 int TFileSystem::FindPlace(const TInode& inode, TPlace* place) const
 {
-    if (!m_inodes.FindId(inode, &place->Id))
+    if (!m_inodes.FindId(inode, &place->Id, &place->Path))
         return ESTALE;
     place->Name = QvExtractResName(place->Id);
+    place->IsMount = inode.IsMountPoint;
     if (inode.IsMountPoint || inode.HoldsMounts)
         place->MountPoint = m_mounts.Find(place->Id);
-    place->IsMount = inode.IsMountPoint;
-    if (place->Id.empty())
-        return 0;
-    const auto* const node = ResourceManager.GetNode4Id(place->Id, true, true, false);
-    place->Path = node->IsPureVirtual() ? std::string() : node->GetResourceFile(place->Id);
+    if (inode.IsVirtual)
+        place->Path = PathOf(place->Id);
     return 0;
 }
 
@@ -117,12 +118,11 @@ int TFileSystem::HoldName(TInode& inode, TNameHold* hold, TPlace* place)
 {
     hold->Folders = std::shared_lock<TNameLocks::TMutex>(m_locks.Folders);
     TInodeName name;
-    std::string parentId;
     // The file may get another name until its lock is held.
-    while (m_inodes.FindName(inode, &name, &parentId)) {
+    while (m_inodes.FindName(inode, &name)) {
         hold->Name = std::shared_lock<TNameLocks::TMutex>(m_locks.Of(name.Parent, name.Name));
         TInodeName again;
-        if (m_inodes.FindName(inode, &again, &parentId) && again == name)
+        if (m_inodes.FindName(inode, &again) && again == name)
             break;
         hold->Name = {};
     }
@@ -159,6 +159,8 @@ TEntry TFileSystem::Enter(TInode& parent, const TPlace& place, const struct stat
     found.Number = status.st_ino;
     found.IsVirtual = status.st_dev == 0;
     found.IsMountPoint = place.IsMount;
+    if (place.IsMount)
+        found.Path = place.Path;
     found.HoldsMounts = place.MountPoint != nullptr && place.MountPoint->HoldsMounts;
     TEntry entry{&m_inodes.Enter(parent, place.Name, found), status};
     if (!found.IsVirtual)

@@ -13,10 +13,13 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <string_view>
 #include <sys/statvfs.h>
 
 #include <QvServices/QvServices.h>
+#include <QvStd/FolderReader.h>
 
+#include "AwaitedCopies.h"
 #include "DiskMove.h"
 #include "FileHandle.h"
 #include "FileNumbers.h"
@@ -56,16 +59,15 @@ public:
         ino_t Number; ///< as it is shown; 0 for an unknown one
     };
 
-    std::mutex Mutex; ///< of all below
-    TQvDescriptor Descriptor;
-    std::string Id;
+    TQvFolderReader Reader; ///< nothing is open above the mount points
+    std::mutex Mutex;       ///< of what is read, and of all below
     std::vector<TName> Names;
     bool HasAttributes = false; ///< to be given with the names
     int Error = 0;              ///< the first error of the listing
 };
 
 /// Sidecars follow their resources and have no name of their own.
-bool IsSidecarName(const std::string& name);
+bool IsSidecarName(std::string_view name);
 
 class TFileSystem
 {
@@ -116,8 +118,7 @@ private:
         bool IsMount = false; ///< a link here stands for its target folder
     };
 
-    int FindPlace(const TInode& parent, const std::string& parentId, const std::string& name,
-                  TPlace* place) const;
+    static std::string PathOf(const std::string& id);
     int FindPlace(const TInode& parent, const std::string& name, TPlace* place) const;
     int FindPlace(const TInode& inode, TPlace* place) const;
     int NewPlace(const TInode& parent, const std::string& name, TPlace* place) const;
@@ -131,12 +132,14 @@ private:
     struct stat VirtualStatus() const;
     static ino_t VirtualNumber(const std::string& id);
 
-    int ChangeAt(const TPlace& place, const TChange& change) const;
+    static int ChangeAt(const TPlace& place, const struct stat& status, const TChange& change);
     int Keep(TInode& inode, std::unique_ptr<TFileHandle> opened, TFileHandle** handle);
     int AddDiskNames(TFolderHandle& folder);
+    int AddMountPoints(TInode& inode, TFolderHandle& folder);
     int RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent, unsigned flags);
     TDiskMove RenameFile(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);
+    int CarrySidecar(const TPlace& place);
     TDiskMove MoveAcross(const TInodeName& fromName, const TPlace& from, const TPlace& to,
                          const struct stat& status, unsigned flags);
 
@@ -145,6 +148,7 @@ private:
     struct stat m_virtualStatus = {};
     TInodes m_inodes;
     TNameLocks m_locks;
+    TAwaitedCopies m_copies;
     std::mutex m_handlesMutex;
     std::set<TFileHandle*> m_handles;
 };

@@ -121,12 +121,10 @@ static int ChangeOpen(int descriptor, const TChange& change)
     return error;
 }
 
-int TFileSystem::ChangeAt(const TPlace& place, const TChange& change) const
+/// `status` is that of the place.
+int TFileSystem::ChangeAt(const TPlace& place, const struct stat& status, const TChange& change)
 {
-    if (place.Path.empty())
-        return EROFS;
-    struct stat status = {};
-    int error = LookAt(place, &status);
+    int error = status.st_dev == 0 ? EROFS : 0; // above the mount points
     if (error == 0 && change.HasOwner)
         error = RequireOwner(change, status);
     // Through the library, which respects the file's other openers.
@@ -163,7 +161,7 @@ int TFileSystem::Change(TInode& inode, TFileHandle* handle, const TChange& chang
         if (error == 0 && !IsSame(inode, now))
             error = ESTALE;
         if (error == 0)
-            error = ChangeAt(place, change);
+            error = ChangeAt(place, now, change);
         const bool isModeAlone = !change.HasOwner && !change.HasSize && !change.HasTimes;
         if (error == ENOENT || error == ESTALE || (error == EPERM && isModeAlone))
             if (const TQvDescriptor open = m_inodes.CopyDescriptor(inode))
@@ -184,8 +182,7 @@ int TFileSystem::ReadLink(TInode& inode, std::string* target)
         return error;
     if (const int error = ReadLinkText(place.Path, target))
         return error;
-    std::string rootId;
-    m_inodes.FindId(m_inodes.Root(), &rootId);
+    const std::string& rootId = m_inodes.RootId();
     const auto* const node = ResourceManager.GetNode4Id(place.Id, true, true, false);
     const std::string& mountId = node->MountPointId();
     const std::size_t top = std::max(mountId.size(), rootId.size()) + 1;
@@ -220,7 +217,7 @@ int TFileSystem::GetSpace(TInode& inode, struct statvfs* space)
     TPlace place;
     if (const int error = HoldName(inode, &hold, &place))
         return error;
-    if (!place.Path.empty()) {
+    if (!inode.IsVirtual) {
         const bool isLink = inode.Kind == S_IFLNK;
         const std::string path = isLink ? QvExtractResPath(place.Path) : place.Path;
         return Result(statvfs(path.c_str(), space));
@@ -229,6 +226,28 @@ int TFileSystem::GetSpace(TInode& inode, struct statvfs* space)
     *space = {};
     space->f_bsize = space->f_frsize = 4096;
     space->f_namemax = 255;
+    return 0;
+}
+
+/// ENODATA where the tree knows nothing.
+static int AskTree(const std::string& id, const std::string& what, std::string* value)
+{
+    TQvResAttrib attrib;
+    TQvResourceLabel label;
+    bool isKnown = false;
+    if (what == "size" || what == "time")
+        isKnown = ResourceManager.GetResourceAttr(id, &attrib);
+    else if (what == "crc")
+        isKnown = ReadResResourceLabel(id, &label);
+    else
+        return ENODATA;
+    if (!isKnown) {
+        const int failure = TResourceManager::LastFailure().Error;
+        return failure != 0 ? failure : ENODATA;
+    }
+    *value = what == "size"   ? std::to_string(attrib.Size)
+             : what == "time" ? std::to_string(attrib.UpdateTime.Milliseconds())
+                              : std::to_string(label.CRC);
     return 0;
 }
 
@@ -249,15 +268,9 @@ int TFileSystem::GetExtended(TInode& inode, const std::string& name, std::string
         *value = std::to_string(getpid());
     else if (what == "id")
         *value = id;
-    else if (what == "file" && !place.Path.empty())
+    else if (what == "file" && !inode.IsVirtual)
         *value = place.Path;
-    TQvResAttrib attrib;
-    TQvResourceLabel label;
-    if (what == "size" && ResourceManager.GetResourceAttr(id, &attrib))
-        *value = std::to_string(attrib.Size);
-    if (what == "time" && ResourceManager.GetResourceAttr(id, &attrib))
-        *value = std::to_string(attrib.UpdateTime.Milliseconds());
-    if (what == "crc" && ReadResResourceLabel(id, &label))
-        *value = std::to_string(label.CRC);
-    return value->empty() ? ENODATA : 0;
+    else
+        return AskTree(id, what, value);
+    return 0;
 }

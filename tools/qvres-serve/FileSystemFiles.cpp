@@ -75,18 +75,20 @@ int TFileSystem::Create(TInode& parent, const std::string& name, mode_t mode, in
     TPlace place;
     if (const int error = HoldName(parent, name, &hold, &place))
         return error == ENOENT ? EPERM : error;
+    if (parent.IsVirtual)
+        return EROFS;
     std::unique_ptr<TFileHandle> opened;
     // Another process has just made it: the kernel then looks the name up again, and checks whether
     // it may be opened.
     if (const int error = TFileHandle::Create(place.Id, &opened))
         return error == EEXIST && (flags & O_EXCL) == 0 ? ESTALE : error;
+    // The server's mask lets its owner alone see the file until it has its bits. A disk without
+    // such bits refuses them (EPERM), and the file has those of the disk.
+    if (fchmod(opened->Descriptor(), mode & 07777) != 0 && errno != EPERM)
+        return errno;
     struct stat status = {};
     if (fstat(opened->Descriptor(), &status) != 0)
         return errno;
-    // The server's mask lets its owner alone see the file until it has its bits.
-    if (fchmod(opened->Descriptor(), mode & 07777) != 0)
-        return errno;
-    status.st_mode = S_IFREG | (mode & 07777);
     *entry = Enter(parent, place, status);
     return Keep(*entry->Inode, std::move(opened), handle);
 }

@@ -12,16 +12,18 @@
 #include "Identity.h"
 
 /// A new folder keeps the set-group-id bit of its parent, which who is not in that group cannot
-/// set.
-static int SetMode(int folder, mode_t mode)
+/// set. A disk without such bits refuses them (EPERM), and the folder has those of the disk.
+static int SetMode(int folder, mode_t mode, struct stat* status)
 {
-    struct stat status = {};
-    if (fchmod(folder, mode) != 0 || fstat(folder, &status) != 0)
+    const auto set = [&] {
+        return (fchmod(folder, mode) == 0 || errno == EPERM) && fstat(folder, status) == 0;
+    };
+    if (!set())
         return errno;
-    if ((status.st_mode & 07777) == mode)
+    if ((status->st_mode & 07777) == mode)
         return 0;
     const TServerIdentity server;
-    return fchmod(folder, mode) == 0 ? 0 : errno;
+    return set() ? 0 : errno;
 }
 
 int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode, TEntry* entry)
@@ -41,9 +43,8 @@ int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode
     if (!folder || fstat(folder.Number(), &status) != 0)
         return errno;
     const mode_t inherited = status.st_mode & S_ISGID;
-    if (const int error = SetMode(folder.Number(), (mode & 07777) | inherited))
+    if (const int error = SetMode(folder.Number(), (mode & 07777) | inherited, &status))
         return error;
-    status.st_mode = S_IFDIR | (mode & 07777) | inherited;
     *entry = Enter(parent, place, status);
     return 0;
 }
@@ -56,6 +57,7 @@ int TFileSystem::RemoveFolder(TInode& parent, const std::string& name)
         return error;
     if (!ResourceManager.DeleteFolder(place.Id, false, nullptr))
         return TResourceManager::LastFailure().Error;
+    m_copies.Forget(place.Id);
     m_inodes.Remove({&parent, place.Name});
     return 0;
 }
@@ -68,11 +70,10 @@ int TFileSystem::OpenFolder(TInode& inode, std::unique_ptr<TFolderHandle>* folde
         return error;
     auto opened = std::make_unique<TFolderHandle>();
     if (!inode.IsVirtual) {
-        opened->Descriptor =
-            TQvDescriptor(open(place.Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC |
-                                                       (inode.IsMountPoint ? 0 : O_NOFOLLOW)));
-        if (!opened->Descriptor)
-            return errno;
+        const TQvResult result =
+            opened->Reader.OpenAt(AT_FDCWD, place.Path.c_str(), inode.IsMountPoint);
+        if (!result)
+            return result.Error();
     }
     *folder = std::move(opened);
     return 0;
@@ -80,15 +81,18 @@ int TFileSystem::OpenFolder(TInode& inode, std::unique_ptr<TFolderHandle>* folde
 
 int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
 {
+    folder.Names.clear();
+    folder.Error = folder.Reader ? AddDiskNames(folder) : 0;
+    folder.HasAttributes = inode.HoldsMounts || m_inodes.WantsAttributes(inode);
+    return inode.HoldsMounts ? AddMountPoints(inode, folder) : 0;
+}
+
+int TFileSystem::AddMountPoints(TInode& inode, TFolderHandle& folder)
+{
     TNameHold hold;
     TPlace place;
     if (const int error = HoldName(inode, &hold, &place))
         return error;
-    folder.Names.clear();
-    folder.Error = folder.Descriptor ? AddDiskNames(folder) : 0;
-    folder.HasAttributes = inode.HoldsMounts || m_inodes.WantsAttributes(inode);
-    if (!inode.HoldsMounts)
-        return 0;
     // Several spellings on the disk are one mount point.
     for (TFolderHandle::TName& name : folder.Names)
         if (const TMountPoint* const mount = m_mounts.Find(place.Id + "/" + name.Name))
@@ -103,51 +107,51 @@ int TFileSystem::ReadFolder(TInode& inode, TFolderHandle& folder)
     return 0;
 }
 
+/// The kind of an entry: 0 for an unknown one, S_IFMT for one that is gone.
+static mode_t KindOf(int folder, const TQvFolderEntry& entry)
+{
+    if (entry.Type != DT_UNKNOWN)
+        return DTTOIF(static_cast<mode_t>(entry.Type));
+    struct stat status = {};
+    if (fstatat(folder, entry.Name.data(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+        return status.st_mode & S_IFMT;
+    return errno == ENOENT ? S_IFMT : 0;
+}
+
 /// Read from the disk itself: the library lists no link that leads nowhere, and looks at what the
 /// others lead to, which may be this server. 0 or an errno.
 int TFileSystem::AddDiskNames(TFolderHandle& folder)
 {
+    TQvFolderReader& reader = folder.Reader;
     struct stat own = {};
-    const int copy = dup(folder.Descriptor.Number());
-    DIR* const entries = copy >= 0 ? fdopendir(copy) : nullptr;
-    if (entries == nullptr) {
-        const int error = errno;
-        if (copy >= 0)
-            close(copy);
-        return error;
-    }
-    int error = fstat(copy, &own) == 0 ? 0 : errno;
-    rewinddir(entries);
-    while (error == 0) {
-        errno = 0;
-        const dirent* const entry = readdir(entries);
-        if (entry == nullptr) {
-            error = errno;
-            break;
-        }
-        const std::string name = entry->d_name;
-        if (name == "." || name == ".." || IsSidecarName(name))
+    if (fstat(reader.Descriptor(), &own) != 0)
+        return errno;
+    if (const TQvResult result = reader.Rewind(); !result)
+        return result.Error();
+    TQvFolderEntry entry;
+    while (reader.Next(&entry)) {
+        if (IsSidecarName(entry.Name))
             continue;
-        mode_t kind = DTTOIF(static_cast<mode_t>(entry->d_type));
-        struct stat status = {};
-        if (kind == 0 && fstatat(copy, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
-            kind = status.st_mode & S_IFMT;
+        const mode_t kind = KindOf(reader.Descriptor(), entry);
         // Devices and the like are no resources.
-        if (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK)
-            folder.Names.push_back({name, kind, m_numbers.NumberOf(own.st_dev, entry->d_ino)});
+        if (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK || kind == 0)
+            folder.Names.push_back(
+                {std::string(entry.Name), kind, m_numbers.NumberOf(own.st_dev, entry.Number)});
     }
-    closedir(entries);
-    return error;
+    return reader.Result().Error();
 }
 
 /// The kernel locks the folder while it is read, so that its names are not renamed meanwhile.
 int TFileSystem::LookUpListed(TInode& inode, const TFolderHandle& folder, const std::string& name,
                               TEntry* entry)
 {
-    if (inode.HoldsMounts || !folder.Descriptor)
+    if (inode.HoldsMounts || !folder.Reader)
         return LookUp(inode, name, entry);
+    // Found here, it could be used.
+    if (!TResourceManager::IsValidResId("/" + name, true))
+        return EINVAL;
     struct stat status = {};
-    if (fstatat(folder.Descriptor.Number(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    if (fstatat(folder.Reader.Descriptor(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
         return errno;
     TPlace place;
     place.Name = name;

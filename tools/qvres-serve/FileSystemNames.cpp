@@ -15,12 +15,11 @@ dev_t DeviceOf(const std::string& path)
     struct stat status = {};
     return stat(path.c_str(), &status) == 0 ? status.st_dev : 0;
 }
-/// The library would look at what the link leads to, which may be nothing, or this server.
-int UnlinkWithSidecar(const std::string& link)
+
+/// 0 or an errno. A folder is no sidecar, and a name that is too long for one has none.
+int UnlinkSidecar(const std::string& path)
 {
-    if (unlink(link.c_str()) != 0)
-        return errno;
-    const std::string sidecar = link + kSidecarSuffix;
+    const std::string sidecar = path + kSidecarSuffix;
     const bool isGone =
         unlink(sidecar.c_str()) == 0 || errno == ENOENT || errno == EISDIR || errno == ENAMETOOLONG;
     return isGone ? 0 : errno;
@@ -34,33 +33,50 @@ int TFileSystem::HoldToRemove(TInode& parent, const std::string& name, TNameHold
     return error == 0 && place->MountPoint != nullptr ? EBUSY : error;
 }
 
+/// The sidecar of a file that a program moves by a copy goes to that copy, if it has the size and
+/// the time of the source, which the program removes now.
+int TFileSystem::CarrySidecar(const TPlace& place)
+{
+    const std::string target = m_copies.CopyOf(place.Id);
+    struct stat source = {};
+    struct stat copy = {};
+    const bool isCopied = !target.empty() && lstat(place.Path.c_str(), &source) == 0 &&
+                          lstat(PathOf(target).c_str(), &copy) == 0 && S_ISREG(source.st_mode) &&
+                          S_ISREG(copy.st_mode) && copy.st_size == source.st_size &&
+                          copy.st_mtim.tv_sec == source.st_mtim.tv_sec &&
+                          copy.st_mtim.tv_nsec == source.st_mtim.tv_nsec;
+    if (!isCopied || ResourceManager.ResourceMetaExists(target) ||
+        ResourceManager.CopyResourceMeta(place.Id, target))
+        return 0;
+    const int error = TResourceManager::LastFailure().Error;
+    return error == ENOENT ? 0 : error; // most have none
+}
+
+/// As the library deletes a resource. It would look at what a link leads to, which may be nothing,
+/// or this server.
 int TFileSystem::Unlink(TInode& parent, const std::string& name)
 {
     TNameHold hold;
     TPlace place;
     if (const int error = HoldToRemove(parent, name, &hold, &place))
         return error;
-    if (place.MountPoint != nullptr)
-        return EBUSY;
-    struct stat status = {};
-    if (const int error = LookAt(place, &status))
+    if (const int error = CarrySidecar(place))
         return error;
-    if (S_ISLNK(status.st_mode)) {
-        if (const int error = UnlinkWithSidecar(place.Path))
-            return error;
-    } else if (!ResourceManager.DeleteResource(place.Id)) {
-        return TResourceManager::LastFailure().Error;
-    }
+    if (unlink(place.Path.c_str()) != 0)
+        return errno;
+    m_copies.Forget(place.Id);
     m_inodes.Remove({&parent, place.Name});
-    return 0;
+    return UnlinkSidecar(place.Path);
 }
 
 /// Replaces an empty folder, as on a disk, but not in one step.
 int TFileSystem::RenameFolder(const TPlace& from, const TPlace& to, bool isSameParent,
                               unsigned flags)
 {
-    if (!isSameParent)
+    if (!isSameParent) {
+        m_copies.Expect(from.Id, to.Id);
         return EXDEV;
+    }
     struct stat there = {};
     const int error = LookAt(to, &there);
     if (error == 0) {
@@ -94,8 +110,10 @@ TDiskMove TFileSystem::MoveAcross(const TInodeName& fromName, const TPlace& from
     const bool isSmallFile = S_ISREG(status.st_mode) && status.st_size <= kMaxSize;
     // A copy is another file, which what is open would not follow.
     if (!isSmallFile || m_inodes.HasHandles(fromName) ||
-        !ResourceManager.ResourceMetaExists(from.Id))
+        !ResourceManager.ResourceMetaExists(from.Id)) {
+        m_copies.Expect(from.Id, to.Id);
         return {EXDEV, false};
+    }
     // An empty file keeps the name for the move: whoever else makes it fails, or this does.
     const bool mustBeNew = (flags & RENAME_NOREPLACE) != 0;
     if (mustBeNew) {

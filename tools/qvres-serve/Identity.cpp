@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <sys/fsuid.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
 #include <unistd.h>
@@ -126,6 +127,13 @@ TCallerIdentity::TCallerIdentity(fuse_req_t request)
 TCallerIdentity::~TCallerIdentity()
 {
     BecomeServer();
+}
+
+mode_t BitsFor(fuse_req_t request, mode_t wanted)
+{
+    constexpr mode_t kSetIds = S_ISUID | S_ISGID;
+    const bool isOwner = Own().User == 0 || fuse_req_ctx(request)->uid == Own().User;
+    return isOwner ? wanted : wanted & ~kSetIds;
 }
 
 TServerIdentity::TServerIdentity() : m_user(g_current.User)

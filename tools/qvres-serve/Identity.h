@@ -23,6 +23,11 @@ public:
     TCallerIdentity& operator=(const TCallerIdentity&) = delete;
 };
 
+/// Of the permission bits that the sender of a request wants for what it makes, those that it gets.
+/// What others make in a server of another user than root belongs to that user: a set-user-id
+/// program among it would give them all rights of the server.
+mode_t BitsFor(fuse_req_t request, mode_t wanted);
+
 /// Inside a TCallerIdentity: the server's own user again.
 class TServerIdentity
 {

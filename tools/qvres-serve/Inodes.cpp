@@ -12,6 +12,8 @@ TInodes::TInodes(std::string rootId, const TInode& root)
     : m_rootId(std::move(rootId)), m_root(new TInode(root))
 {
     m_root->Uses = 1; // the kernel never forgets it
+    // Each step along a chain waits for memory: short chains are worth their room.
+    m_byName.max_load_factor(0.5F);
 }
 
 TInodes::~TInodes()
@@ -21,30 +23,33 @@ TInodes::~TInodes()
     delete m_root;
 }
 
-bool TInodes::AppendId(const TInode& inode, std::string* id) const
+bool TInodes::AppendId(const TInode& inode, std::string* id, std::string* path) const
 {
     if (&inode == m_root) {
-        id->append(m_rootId);
+        *id = m_rootId;
+        *path = inode.Path;
         return true;
     }
-    if (inode.Parent == nullptr || !AppendId(*inode.Parent, id))
+    if (inode.Parent == nullptr || !AppendId(*inode.Parent, id, path))
         return false;
     id->append("/").append(inode.Name);
+    if (inode.IsMountPoint)
+        *path = inode.Path;
+    else
+        path->append("/").append(inode.Name);
     return true;
 }
 
-bool TInodes::FindId(const TInode& inode, std::string* id) const
+bool TInodes::FindId(const TInode& inode, std::string* id, std::string* path) const
 {
     const TLock lock(m_mutex);
-    id->clear();
-    return AppendId(inode, id);
+    return AppendId(inode, id, path);
 }
 
-bool TInodes::FindName(const TInode& inode, TInodeName* name, std::string* parentId) const
+bool TInodes::FindName(const TInode& inode, TInodeName* name) const
 {
     const TLock lock(m_mutex);
-    parentId->clear();
-    if (inode.Parent == nullptr || !AppendId(*inode.Parent, parentId))
+    if (inode.Parent == nullptr)
         return false;
     *name = {inode.Parent, inode.Name};
     return true;

@@ -25,6 +25,7 @@ struct TInode
     bool IsVirtual = false;    ///< above the mount points: no folder of the disk
     bool IsMountPoint = false; ///< its folder may be a link, which is followed
     bool HoldsMounts = false;  ///< names in it may be mount points
+    std::string Path;          ///< on the disk; of mount points alone, others lie below
     mode_t Kind = 0;           ///< S_IFDIR, S_IFREG, ...
     dev_t Device = 0;
     ino_t Number = 0;
@@ -60,9 +61,12 @@ public:
     TInodes& operator=(const TInodes&) = delete;
 
     TInode& Root() { return *m_root; }
-    /// False for an inode without a name, or below such a folder.
-    bool FindName(const TInode& inode, TInodeName* name, std::string* parentId) const;
-    bool FindId(const TInode& inode, std::string* id) const;
+    /// False for an inode without a name.
+    bool FindName(const TInode& inode, TInodeName* name) const;
+    /// The id, and the path on the disk unless it is virtual. False for an inode without a name, or
+    /// below such a folder.
+    bool FindId(const TInode& inode, std::string* id, std::string* path) const;
+    const std::string& RootId() const { return m_rootId; }
 
     /// The inode of a name, which is new when `found` is another file than before; used once more.
     TInode& Enter(TInode& parent, const std::string& name, const TInode& found);
@@ -103,7 +107,7 @@ private:
         }
     };
 
-    bool AppendId(const TInode& inode, std::string* id) const;
+    bool AppendId(const TInode& inode, std::string* id, std::string* path) const;
     TInode* FindNamed(const TInodeName& name) const;
     void SetName(TInode& inode, TInode& parent, const std::string& name);
     void DropName(TInode& inode);

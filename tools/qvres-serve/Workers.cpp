@@ -10,8 +10,8 @@
 namespace
 {
 constexpr std::size_t kMaxThreads = 16;
-constexpr long kTick = 1000000; ///< ns
-constexpr int kTicksUntilSleep = 50;
+constexpr long kTick = 4000000; ///< ns
+constexpr int kTicksUntilSleep = 12;
 constexpr int kManySlowRequests = 16;
 constexpr int kWake = SIGUSR1;
 
@@ -210,7 +210,7 @@ int TWorkers::Settle(const std::function<int()>& work)
 
 int TWorkers::RunAside(const std::function<int()>& work, std::chrono::steady_clock::time_point end)
 {
-    constexpr int kQuiet = 10; ///< ticks without a request
+    constexpr int kQuiet = 3; ///< ticks without a request
     constexpr int kRunning = -1;
     // The thread may outlive this call: in the kernel it cannot be interrupted.
     const auto result = std::make_shared<std::atomic<int>>(kRunning);

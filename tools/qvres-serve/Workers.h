@@ -2,8 +2,8 @@
 //
 // One thread at a time, the reader, waits for requests and answers them itself for as long as it
 // keeps up: a thread that is woken for each request would cost more than most requests. More
-// threads join when the reader has been at one request for a millisecond, and, while many requests
-// are slower than memory, as soon as another one is waiting.
+// threads join when the reader has been at one request for some milliseconds, and, while many
+// requests are slower than memory, as soon as another one is waiting.
 //
 // Thread-safety: belongs to the thread that calls Run.
 #pragma once

@@ -154,9 +154,9 @@ void AddBackupCommands(CLI::App& app, THost& host)
     const auto options = std::make_shared<TBackupOptions>();
     CLI::App* backup = AddCommand(
         app, "backup",
-        "Move a resource into the folder \"backup\" beside it, named with the time of its last\n"
+        "Move a resource into the folder \"backup\" next to it, named with the time of its last\n"
         "modification, and delete the oldest of its backups. The id of the backup is printed",
-        "  qvres backup --keep 5 /Data/a.txt     (/Data/backup/a.2024-05-01.12-30-00.txt)\n"
+        "  qvres backup --keep 5 /Data/a.txt     # /Data/backup/a.2024-05-01.12-30-00.txt\n"
         "  qvres backup --list /Data/a.txt");
     backup
         ->add_option("--keep", options->Keep,

@@ -61,6 +61,8 @@ unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
                            Quoted(tree.GetNode4Id(id, true, true, false)->GetResourceFile(id)) +
                            " of the mount point " + Quoted(id) + " does not exist",
                        id, ENOENT);
+    if (ShownKind(tree, id) == kResFolder)
+        throw TFailure(what + Quoted(id) + " only contains mount points", id, EROFS);
     throw TFailure(what + Quoted(id) + " does not exist", id, ENOENT);
 }
 
@@ -130,6 +132,27 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
         throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
 }
 
+unsigned ShownKind(const TResourceManager& tree, const std::string& id)
+{
+    const unsigned kind = tree.ResourceExists(id);
+    const std::string normalId = QvNormalizeResId(id);
+    // What is missing on the disk below a mount point itself is no such folder.
+    if (kind == kResNothing && !tree.IsMountNode(id))
+        for (const auto& node : tree.MountNodes())
+            if (!node->IsPureVirtual() &&
+                IsAtOrBelow(QvNormalizeResId(node->MountPointId()), normalId))
+                return kResFolder;
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
+    return kind;
+}
+
+bool IsAtOrBelow(const std::string& path, const std::string& folder)
+{
+    const std::string prefix = QvIncludeTrailingSlash(folder);
+    return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
+}
+
 var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id)
 {
     var_a<TQvStream*> stream = tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
@@ -145,6 +168,11 @@ void ThrowNaming(const std::string& id, const TQvMessage& message)
                    TResourceManager::LastFailure().Error);
 }
 
+std::string CauseText(int error)
+{
+    return error == EAGAIN ? "another process has locked it" : QvErrorText(error);
+}
+
 TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id)
 {
     const std::string& about = id.empty() ? cause.Id : id;
@@ -152,7 +180,7 @@ TFailure WithCause(const std::string& message, const TQvFailure& cause, const st
         return TFailure(message, about);
     const bool isNamed = cause.Id.empty() || message.find(cause.Id) != std::string::npos;
     return TFailure(message + ": " + (isNamed ? "" : Quoted(cause.Id) + ": ") +
-                        QvErrorText(cause.Error),
+                        CauseText(cause.Error),
                     about, cause.Error);
 }
 

@@ -25,7 +25,7 @@ void CheckId(const std::string& id);
 void CheckClimb(const std::string& id);
 
 /// Whether it is a resource or a folder. Throws TFailure when nothing is there, or when that cannot
-/// be found out; `what` stands before the id then.
+/// be found out; the message begins with `what` and the id then.
 unsigned RequireExisting(const TResourceManager& tree, const std::string& id,
                          const std::string& what = {});
 
@@ -39,18 +39,28 @@ void RequireRealFolder(const TResourceManager& tree, const std::string& id);
 /// An id under which a resource can be written: no folder, and its parent folder exists.
 void RequireTarget(const TResourceManager& tree, const std::string& id);
 
+/// What a listing shows at `id`, where a folder that the disk does not have may contain mount
+/// points. Throws TFailure when that cannot be found out.
+unsigned ShownKind(const TResourceManager& tree, const std::string& id);
+
+/// Of two paths or normalized ids; a "/" at the end of either does not count.
+bool IsAtOrBelow(const std::string& path, const std::string& folder);
+
 /// An open resource. Throws TFailure with the cause.
 var_a<TQvStream*> OpenForReading(const TResourceManager& tree, const std::string& id);
 
-/// Ends a command with a message of the library; `id` stands before it unless it names that itself.
+/// Ends a command with a message of the library, preceded by `id` unless the message names it.
 [[noreturn]] void ThrowNaming(const std::string& id, const TQvMessage& message);
+
+/// The text of an errno; that of a lock that could not be had says so.
+std::string CauseText(int error);
 
 /// The message followed by the cause, which names its id when the message does not. `id` is what
 /// the failure is about, where that is not the cause's.
 TFailure WithCause(const std::string& message, const TQvFailure& cause, const std::string& id = {});
 
-/// The text of a message of the library, with the cause of its last operation behind it where the
-/// text does not have it.
+/// The text of a message of the library, followed by the cause of its last operation unless the
+/// text has it.
 TFailure WithMissingCause(const TQvMessage& message);
 
 /// Ends a command whose operation failed: with TQvUserBreak when the user cancelled it, else with a

@@ -38,11 +38,7 @@ void PrintValue(THost& host, const std::string& value)
 {
     if (!host.Json)
         return host.Out.Line(value);
-    if (IsUtf8(value))
-        return host.Out.Line(ToJsonText(value));
-    nlohmann::ordered_json record;
-    PutText(record, "value", value);
-    host.Out.Line(ToJsonText(record));
+    host.Out.Line(ToJsonText(ValueOf(value)));
 }
 
 void WriteContent(THost& host, TQvStream& stream, const std::string& name)

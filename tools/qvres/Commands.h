@@ -27,7 +27,8 @@ struct THost
     TSession Session;
 };
 
-/// A command whose help ends with `examples` (lines of their own) and a word on the common options.
+/// A command whose help ends with `examples` (separate lines) and a sentence about the common
+/// options.
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples);
 
@@ -45,11 +46,12 @@ CLI::Option* AddIdsOption(CLI::App& command, const std::string& name, std::vecto
 /// is no UTF-8.
 void PrintValue(THost& host, const std::string& value);
 
-/// Everything from the stream's position to its end goes to standard output; `name` is the user's
+/// Writes everything from the stream's position to its end to standard output; `name` is the user's
 /// name for it.
 void WriteContent(THost& host, TQvStream& stream, const std::string& name);
 
-// Each adds the commands of its file; `host` must outlive the parsing.
+// Each adds the commands of its file; `host` must outlive the parsing. Options are declared one by
+// one, though alike: a table could not have the parser's own checks.
 void AddMountCommands(CLI::App& app, THost& host);
 void AddListCommands(CLI::App& app, THost& host);
 void AddContentCommands(CLI::App& app, THost& host);

@@ -50,7 +50,7 @@ constexpr TTransfer kCopy = {&TResourceManager::CopyResource, "Copying ", "copie
 constexpr TTransfer kMove = {&TResourceManager::RenMovResource, "Moving ", "moved",
                              "\"qvres rename\" renames folders"};
 
-/// Inside a mount a move renames the link itself, whose text may lead elsewhere from its new
+/// Inside a mount a move renames the link itself, whose text may name another target from its new
 /// folder.
 void RefuseMoveThatBreaksLink(const TResourceManager& tree, const std::string& source,
                               const std::string& target)

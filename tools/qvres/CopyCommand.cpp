@@ -131,12 +131,6 @@ std::string DiskFolder(const TResourceManager& tree, const std::string& id)
                : std::filesystem::weakly_canonical(node->GetResourceFile(id), error).string();
 }
 
-bool IsAtOrBelow(const std::string& path, const std::string& folder)
-{
-    const std::string prefix = QvIncludeTrailingSlash(folder);
-    return QvIncludeTrailingSlash(path).compare(0, prefix.size(), prefix) == 0;
-}
-
 /// Each call would copy the copies of the calls before, too. A link or another mount may lead into
 /// the folder.
 void RefuseCopyIntoItself(const TResourceManager& tree, const std::string& source,
@@ -174,7 +168,7 @@ struct TLeftOut
     std::size_t Failed = 0;
 };
 
-/// The content of a folder whose name is no valid id is left out with it.
+/// A folder whose name is no valid id is left out with its content.
 bool IsBelowInvalid(const std::string& id)
 {
     const std::string folder = QvExcludeTrailingSlash(QvExtractResPath(id));
@@ -295,9 +289,9 @@ void AddCopyCommand(CLI::App& app, THost& host)
         "skipped, hidden names are left out. Each one that could not be copied is named on "
         "standard\n"
         "error, and the exit status is 1 then. The last line has the counts",
-        "  qvres copy /Data/a /Data/b /Backup     (/Backup/a, /Backup/b)\n"
-        "  qvres copy /Data/2024 /Backup          (/Backup/2024)\n"
-        "  qvres copy /Data/2024/ /Backup/2024    (the content of /Data/2024)\n"
+        "  qvres copy /Data/a /Data/b /Backup     # /Backup/a, /Backup/b\n"
+        "  qvres copy /Data/2024 /Backup          # /Backup/2024\n"
+        "  qvres copy /Data/2024/ /Backup/2024    # the content of /Data/2024\n"
         "  qvres copy --ask /Data /Backup");
     command->formatter(std::make_shared<TCopyFormatter>());
     CLI::Option* overwrite =
@@ -310,7 +304,7 @@ void AddCopyCommand(CLI::App& app, THost& host)
     command->add_flag("--dry-run", options->DryRun,
                       "Change nothing; print the ids that would be written");
     AddIdsOption(*command, "SRC", options->Ids,
-                 "Resources and folders, then the folder to copy into")
+                 "Resources and folders, then DESTFOLDER, the folder to copy into")
         ->required()
         ->expected(2, -1);
     command->callback([&host, options] { Copy(host, *options); });

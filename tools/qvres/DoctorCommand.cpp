@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <chrono>
 #include <memory>
+#include <set>
 #include <unistd.h>
 #include <vector>
 
@@ -72,6 +73,7 @@ private:
     const TResourceManager& m_tree;
     bool m_repairs;
     bool m_foundAny = false;
+    std::set<std::string> m_reported; ///< folders that cannot be examined
 };
 
 void TDoctor::CannotRead(const std::string& id, int error)
@@ -98,7 +100,7 @@ void TDoctor::Found(const std::string& id, const std::string& problem, const std
     }
     std::string line = id + ": " + problem;
     if (error != kNotTried)
-        line += error == 0 ? "; " + repaired : "; not repaired: " + QvErrorText(error);
+        line += error == 0 ? "; " + repaired : "; not repaired: " + CauseText(error);
     m_host.Out.Line(line);
 }
 
@@ -107,11 +109,11 @@ void TDoctor::Examine(const std::string& givenId)
     const std::string id = QvExcludeTrailingSlash(givenId);
     CheckId(id);
     ExamineMounts(id);
-    const unsigned kind = m_tree.ResourceExists(id);
+    const unsigned kind = ShownKind(m_tree, id);
     if (kind == kResResource)
         return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
     // When the folder of a mount is missing, that was reported already.
-    if (!m_foundAny)
+    if (!m_foundAny && kind != kResFolder)
         RequireFolder(m_tree, id);
     TQvProgress progress(&m_host.Progress);
     progress.SetMessage("Examining " + id);
@@ -125,18 +127,19 @@ void TDoctor::Examine(const std::string& givenId)
 
 void TDoctor::ExamineMounts(const std::string& id)
 {
-    const std::string prefix = QvNormalizeResId(QvIncludeTrailingSlash(id));
     for (const auto& node : m_tree.MountNodes()) {
         const std::string& point = node->MountPointId();
-        if (node->IsPureVirtual() ||
-            QvNormalizeResId(point + "/").compare(0, prefix.size(), prefix) != 0)
+        if (node->IsPureVirtual() || !IsAtOrBelow(QvNormalizeResId(point), QvNormalizeResId(id)))
             continue;
         const std::string folder = node->GetResourceFile(point);
         bool isFolder = false;
         const TQvResult exists = QvFileDirExists(folder, &isFolder);
         if (exists.HasFailed())
             CannotRead(point, exists.Error());
-        else if (!isFolder)
+        if (exists && isFolder)
+            continue;
+        m_reported.insert(point);
+        if (!exists.HasFailed())
             Found(point,
                   "its folder " + Quoted(folder) + " is gone; \"qvres unmount " + point +
                       "\" takes it out of the tree",
@@ -151,7 +154,8 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
     m_tree.Find(items, id, "*", kFindFolders | kFindRecursive | kFindHidden | kFindMounts,
                 &m_host.Progress, &failures);
     for (const TQvFailure& failure : failures)
-        CannotRead(failure.Id, failure.Error);
+        if (m_reported.insert(failure.Id).second)
+            CannotRead(failure.Id, failure.Error);
     std::vector<std::string> folders = {id};
     for (TQvResFindItem& item : *items)
         folders.push_back(std::move(item.Id));
@@ -162,6 +166,8 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
 /// With the name of a resource only the files that belong to it.
 void TDoctor::ExamineFolder(const std::string& id, const std::string& onlyName)
 {
+    if (m_reported.count(id) != 0)
+        return;
     // A disk name that is no valid id cannot be opened.
     if (!TResourceManager::IsValidResId(id, true))
         return CannotRead(id, EINVAL);
@@ -336,17 +342,17 @@ void AddDoctorCommand(CLI::App& app, THost& host)
     const auto repairs = std::make_shared<bool>(false);
     CLI::App* doctor = AddCommand(
         app, "doctor",
-        "Look for what was left behind or damaged below a folder, or with one resource; one line "
+        "Find leftovers and damage below a folder, or of one resource; one line "
         "each:\nmetadata without its resource, metadata that is not well formed, temporary files "
         "older than\na day, markers (\"qvres done\") without a resource or folder, labels of an "
-        "earlier content,\nmount points whose folder is gone. The exit status is 1 when something "
+        "earlier content,\nmount points without their folder. The exit status is 1 when something "
         "was found and not\nrepaired. Contents are not read: \"qvres check\" does that",
         "  qvres doctor /Data\n"
         "  qvres doctor --repair /Data");
     doctor->add_flag("--repair,--mend", *repairs,
-                     "Remove metadata, markers and temporary files that belong to nothing, rename "
+                     "Remove metadata, markers and temporary files without an owner, rename "
                      "damaged\nmetadata to \".meta.damaged\" (with a number when that is taken), "
-                     "and compute labels anew");
+                     "and compute labels again");
     AddIdOption(*doctor, "ID", *id, "A folder or resource; \"/\" for the whole tree")->required();
     doctor->callback([&host, id, repairs] { TDoctor(host, *repairs).Examine(*id); });
 }

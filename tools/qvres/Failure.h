@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-/// The operation failed: one line for the user, exit status 1. `Id` and `Error` tell a program what
-/// it is about and why.
+/// The operation failed: one line for the user, exit status 1. `Id` and `Error` say to a program
+/// what it is about and why.
 class TFailure : public std::runtime_error
 {
 public:

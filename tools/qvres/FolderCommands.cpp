@@ -120,7 +120,8 @@ void AddFolderCommands(CLI::App& app, THost& host)
     CLI::App* remove = AddCommand(app, "rmdir", "Remove an empty folder",
                                   "  qvres rmdir /Data/old\n"
                                   "  qvres rmdir --clear /Data/old");
-    remove->add_flag("--clear", *clearFirst, "Delete everything in it first");
+    remove->add_flag("--clear", *clearFirst,
+                     "First delete everything in it, as \"qvres clear\" does");
     AddIdOption(*remove, "ID", *id, "The folder; not a mount point")->required();
     remove->callback([&host, id, clearFirst] { RemoveFolder(host, *id, *clearFirst); });
 

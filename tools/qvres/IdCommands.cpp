@@ -40,7 +40,7 @@ void AddValid(CLI::App& app, THost& host)
     const auto id = std::make_shared<std::string>();
     const auto wildcards = std::make_shared<bool>(false);
     CLI::App* command = AddCommand(app, "valid", "Print whether an id is valid: true or false",
-                                   "  qvres id valid /Data/a  (true)");
+                                   "  qvres id valid /Data/a  # true");
     command->add_flag("--wildcards", *wildcards, "\"*\" and \"?\" are allowed");
     command->add_option("ID", *id)->required();
     command->callback([&host, id, wildcards] {
@@ -51,18 +51,22 @@ void AddValid(CLI::App& app, THost& host)
 void PrintParts(THost& host, const std::string& id)
 {
     const std::vector<std::string> parts = BreakIdIntoParts(id);
-    if (host.Json)
-        host.Out.Line(ToJsonText(parts));
-    else
+    if (host.Json) {
+        auto values = nlohmann::ordered_json::array();
         for (const std::string& part : parts)
-            host.Out.Line(part);
+            values.push_back(ValueOf(part));
+        host.Out.Line(ToJsonText(values));
+        return;
+    }
+    for (const std::string& part : parts)
+        host.Out.Line(part);
 }
 
 void AddParts(CLI::App& app, THost& host)
 {
     const auto id = std::make_shared<std::string>();
     CLI::App* command = AddCommand(app, "parts", "Print the segments of an absolute id",
-                                   "  qvres id parts /Data/a  (Data, a)");
+                                   "  qvres id parts /Data/a  # Data, a");
     command->add_option("ID", *id)->required();
     command->callback([&host, id] { PrintParts(host, *id); });
 }
@@ -73,11 +77,11 @@ void AddIdCommands(CLI::App& app, THost& host)
     CLI::App* id = AddCommand(app, "id", "Work on ids as text; needs no VAR folder", "");
     id->require_subcommand(1);
     AddForOne(*id, host, "compact", "Remove \"./\" and \"segment/../\"",
-              "  qvres id compact /A/../B/c  (/B/c)", "ID", &QvCompactResId);
+              "  qvres id compact /A/../B/c  # /B/c", "ID", &QvCompactResId);
     AddForTwo(*id, host, "merge", "A relative id as seen from a folder",
-              "  qvres id merge /A/B/ ../c  (/A/c)", "BASE", "REL", &QvMergeResId);
+              "  qvres id merge /A/B/ ../c  # /A/c", "BASE", "REL", &QvMergeResId);
     AddForTwo(*id, host, "relative", "An id relative to a folder",
-              "  qvres id relative /A/c /A/B/  (../c)", "ID", "BASE", &GetRelativeResId);
+              "  qvres id relative /A/c /A/B/  # ../c", "ID", "BASE", &GetRelativeResId);
     AddParts(*id, host);
     AddValid(*id, host);
     AddForOne(*id, host, "mask", "The regular expression for a search mask",

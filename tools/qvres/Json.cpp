@@ -15,7 +15,6 @@ std::string Hex(const std::string& bytes)
     }
     return text;
 }
-} // namespace
 
 bool IsUtf8(const std::string& text)
 {
@@ -28,6 +27,16 @@ bool IsUtf8(const std::string& text)
     } catch (const nlohmann::json::type_error&) {
         return false;
     }
+}
+} // namespace
+
+nlohmann::ordered_json ValueOf(const std::string& text)
+{
+    if (IsUtf8(text))
+        return text;
+    nlohmann::ordered_json record;
+    PutText(record, "value", text);
+    return record;
 }
 
 void PutText(nlohmann::ordered_json& record, const std::string& name, const std::string& text)

@@ -1,7 +1,7 @@
 // JSON for output.
 //
-// A text that is no UTF-8, such as some file names, has replacement characters in JSON. Beside it
-// stands a member of the same name with "Hex" behind it: all its bytes, two digits each.
+// A text that is no UTF-8, such as some file names, has replacement characters in JSON. A second
+// member of that name with "Hex" appended then has all its bytes, two digits each.
 #pragma once
 
 #include <string>
@@ -14,7 +14,8 @@ inline std::string ToJsonText(const nlohmann::ordered_json& value)
     return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-bool IsUtf8(const std::string& text);
+/// A string; for a text that is no UTF-8 an object with the members "value" and "valueHex".
+nlohmann::ordered_json ValueOf(const std::string& text);
 
 /// Adds the member `name`, and the one with "Hex" where the text needs it.
 void PutText(nlohmann::ordered_json& record, const std::string& name, const std::string& text);

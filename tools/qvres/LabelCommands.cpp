@@ -45,8 +45,9 @@ void PrintLabel(THost& host, const std::string& id, const TQvResourceLabel& labe
     std::array<char, 24> checksum{};
     std::snprintf(checksum.data(), checksum.size(), "%08" PRIx64, label.CRC);
     if (host.Json) {
-        nlohmann::ordered_json record = {
-            {"id", id}, {"size", label.Size}, {"time", IsoTimeValue(label.Time)}};
+        nlohmann::ordered_json record = RecordOf(id);
+        record["size"] = label.Size;
+        record["time"] = IsoTimeValue(label.Time);
         if (withChecksum)
             record["checksum"] = checksum.data();
         host.Out.Line(ToJsonText(record));
@@ -95,11 +96,11 @@ void AddLabelCommands(CLI::App& app, THost& host)
     AddIdOption(*label, "ID", *id, "A resource")->required();
     label->callback([&host, id, isStored, isWeak] { Label(host, *id, *isStored, *isWeak); });
 
-    CLI::App* check = AddCommand(
-        app, "check",
-        "Compare a resource, content included, with its stored label: prints \"ok\", or\n"
-        "\"changed\" with exit status 1",
-        "  qvres label /Data/a && qvres check /Data/a");
+    CLI::App* check =
+        AddCommand(app, "check",
+                   "Compare a resource with its stored label, content included: prints \"ok\", or\n"
+                   "\"changed\" with exit status 1",
+                   "  qvres label /Data/a && qvres check /Data/a");
     AddIdOption(*check, "ID", *id, "A resource with a stored label")->required();
     check->callback([&host, id] { Check(host, *id); });
 }

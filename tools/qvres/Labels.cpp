@@ -73,7 +73,7 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
     throw TFailure(Quoted(id) + " is being changed all the time", id, EBUSY);
 }
 
-/// The label is good without it: storing only spares the next caller the checksum. But "check"
+/// The label is valid without it: a stored one only saves the next caller the checksum. But "check"
 /// needs a stored one.
 void StoreLabel(const TResourceManager& tree, const std::string& id, const TQvResourceLabel& label)
 {

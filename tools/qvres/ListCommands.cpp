@@ -128,9 +128,10 @@ TQvResFindItem ItemOf(const TResourceManager& tree, const std::string& id)
     TQvResFindItem item{id, {}};
     if (tree.GetResourceAttr(id, &item.Attrib))
         return item;
-    if (TResourceManager::LastFailure().Error != 0)
-        ThrowFailed(Quoted(id) + " cannot be accessed");
-    throw TFailure(Quoted(id) + " does not exist", id, ENOENT);
+    if (ShownKind(tree, id) != kResFolder)
+        throw TFailure(Quoted(id) + " does not exist", id, ENOENT);
+    item.Attrib.Kind = kResFolder;
+    return item;
 }
 
 unsigned FindFlags(const TListOptions& options, bool withAttributes)
@@ -172,7 +173,8 @@ TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options,
         items->push_back(ItemOf(tree, id));
         return items;
     }
-    RequireFolder(tree, id);
+    if (ShownKind(tree, id) != kResFolder)
+        RequireFolder(tree, id);
     host.Progress.SetMessage("Listing " + id);
     std::vector<TQvFailure> failures;
     if (options.Recursive)
@@ -234,10 +236,7 @@ void Stat(THost& host, const std::string& givenId)
 void PrintExists(THost& host, const std::string& id)
 {
     CheckClimb(id);
-    const unsigned exists = host.Session.Tree().ResourceExists(id);
-    if (TResourceManager::LastFailure().Error != 0)
-        ThrowFailed(Quoted(id) + " cannot be accessed");
-    host.Out.Line(std::to_string(exists));
+    host.Out.Line(std::to_string(ShownKind(host.Session.Tree(), id)));
 }
 
 void PrintFile(THost& host, const std::string& id)
@@ -258,7 +257,7 @@ void AddList(CLI::App& app, THost& host)
         "  qvres ls -lh --sort time /Data /Backup\n"
         "  qvres ls -R --mask '*.txt' --kind resource /Data\n"
         "  qvres --json ls /Data\n"
-        "  qvres ls -0 --mask '*.tmp' --kind resource /Data | xargs -0 qvres rm");
+        "  qvres ls -0 --mask '*.tmp' --kind resource /Data | xargs -0 -r -n 1 qvres rm");
     command->set_help_flag("--help", "Print this help message and exit"); // -h is taken
     command->add_flag("-l,--long", options->Long, "Kind, size in bytes, time and id");
     command->add_flag("-h,--human-readable", options->HumanSizes,
@@ -298,7 +297,7 @@ void AddListCommands(CLI::App& app, THost& host)
     AddIdOption(*exists, "ID", *id, "Any id")->required();
     exists->callback([&host, id] { PrintExists(host, *id); });
 
-    CLI::App* file = AddCommand(app, "file", "Print the path of the disk file behind a resource",
+    CLI::App* file = AddCommand(app, "file", "Print the path of the disk file of a resource",
                                 "  less \"$(qvres file /Data/a)\"");
     AddIdOption(*file, "ID", *id, "A resource")->required();
     file->callback([&host, id] { PrintFile(host, *id); });

@@ -10,7 +10,7 @@ namespace
 {
 using TItem = TQvResFindItem;
 
-/// The entries of one folder, as they stand in the listing.
+/// The entries of one folder, in the order of the listing.
 struct TPart
 {
     std::string_view Prefix; ///< of their ids, up to the last "/"
@@ -18,7 +18,7 @@ struct TPart
     const TItem* End;
 };
 
-/// A name by its first bytes, which mostly decide, so that sorting hardly ever looks at the ids.
+/// A name by its first bytes, which mostly decide, so that sorting rarely reads the ids.
 struct TSortKey
 {
     std::uint64_t FirstBytes;
@@ -98,8 +98,8 @@ std::vector<TPart> PartsOf(const std::vector<TItem>& items)
 
 void VisitById(const std::vector<TItem>& items, const std::function<void(const TItem&)>& visit)
 {
-    // Some entries of a folder belong before what lies in a sub-folder, the others behind it:
-    // "/A/b", "/A/b.txt", "/A/b/x", "/A/c". Each open folder lies in the one before it.
+    // Some entries of a folder belong before the content of a sub-folder, the others after it:
+    // "/A/b", "/A/b.txt", "/A/b/x", "/A/c". Each open folder is in the one before it.
     std::vector<TOpenFolder> open;
     const auto visitWhile = [&](const auto& isWanted) {
         TOpenFolder& folder = open.back();

@@ -8,7 +8,7 @@
 
 #include <QvServices/QvServices.h>
 
-/// Visits the entries of a listing in byte order of their ids. Quick when the entries of each
-/// folder stand together, as TResourceManager::Find puts them.
+/// Visits the entries of a listing in byte order of their ids. Fast when the entries of each folder
+/// follow each other, as TResourceManager::Find lists them.
 void VisitById(const std::vector<TQvResFindItem>& items,
                const std::function<void(const TQvResFindItem&)>& visit);

@@ -31,14 +31,19 @@ void Keep(TQvLogKind kind, const TQvMessage& message, int level)
 
 void LogWarnings::Collect()
 {
-    if (std::getenv("QV_LOG_LEVEL") == nullptr)
+    const char* const level = std::getenv("QV_LOG_LEVEL");
+    if (level == nullptr || *level == '\0')
         QvSetLogSink(&Keep);
 }
 
-std::string LogWarnings::Last()
+std::string LogWarnings::WithLast(std::string message)
 {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    return g_warnings.empty() ? std::string() : g_warnings.back();
+    if (g_warnings.empty())
+        return message;
+    if (!message.empty() && message.back() == '.')
+        message.pop_back();
+    return message + ": " + g_warnings.back();
 }
 
 void LogWarnings::PrintUnsaid()
@@ -47,5 +52,11 @@ void LogWarnings::PrintUnsaid()
     for (const std::string& text : g_warnings)
         if (!WasPrinted(text))
             PrintError("warning: " + text);
+    g_warnings.clear();
+}
+
+void LogWarnings::Drop()
+{
+    const std::lock_guard<std::mutex> guard(g_mutex);
     g_warnings.clear();
 }

@@ -11,9 +11,13 @@ namespace LogWarnings
 /// From now on warnings are kept. When QV_LOG_LEVEL is set, the library still writes its log.
 void Collect();
 
-/// The last one, without the "." at its end; "" when there is none.
-std::string Last();
+/// The message with the last one as its cause, without the "." at their ends; unchanged when there
+/// is none.
+std::string WithLast(std::string message);
 
 /// Prints those that were in no error.
 void PrintUnsaid();
+
+/// Prints none of those that there are.
+void Drop();
 } // namespace LogWarnings

@@ -62,7 +62,7 @@ void Unmount(THost& host, const std::string& givenId)
         throw TFailure("nothing is mounted at " + Quoted(id), id, ENOENT);
     if (!IsInProfile(tree, id))
         throw TFailure(Quoted(id) + " is mounted for this call only", id, EINVAL);
-    // A loaded profile knows its nodes by their upper-cased ids.
+    // A loaded profile has its nodes under their upper-cased ids.
     tree.UnmountNodeE(QvNormalizeResId(id), true);
 }
 } // namespace

@@ -1,6 +1,5 @@
 #include "Output.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <unistd.h>
@@ -34,6 +33,20 @@ int ErrorNamedIn(std::string text)
     return 0;
 }
 
+/// Without what drives a terminal: the control characters of ASCII, and those that UTF-8 encodes as
+/// a byte 0xc2 and one below 0xa0.
+std::string WithoutControls(std::string_view text, char replacement, char kept = ' ')
+{
+    std::string shown(text);
+    for (std::size_t i = 0; i < shown.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const bool isEncoded = i > 0 && text[i - 1] == '\xc2' && byte >= 0x80 && byte < 0xa0;
+        if ((byte < 0x20 && text[i] != kept) || byte == 0x7f || isEncoded)
+            shown[i] = replacement;
+    }
+    return shown;
+}
+
 [[noreturn]] void ThrowWriteError(int error)
 {
     throw TFailure("standard output cannot be written: " + QvErrorText(error), "", error);
@@ -54,15 +67,10 @@ void TOutput::Write(std::string_view bytes)
 
 void TOutput::Line(std::string_view text)
 {
-    if (m_isTerminal) {
-        std::string shown(text);
-        std::replace_if(
-            shown.begin(), shown.end(),
-            [](char c) { return (c >= 0 && c < 0x20 && c != '\t') || c == 0x7f; }, '?');
-        Write(shown);
-    } else {
+    if (m_isTerminal)
+        Write(WithoutControls(text, '?', '\t'));
+    else
         Write(text);
-    }
     Write("\n");
 }
 
@@ -106,7 +114,7 @@ void PrintError(const TFailure& failure)
         record["id"] = nullptr;
     else
         PutText(record, "id", failure.Id);
-    record["errno"] = failure.Error != 0 ? failure.Error : ErrorNamedIn(failure.what());
+    record["errno"] = ErrorOf(failure);
     std::fprintf(stderr, "%s\n", ToJsonText(record).c_str());
 }
 
@@ -115,10 +123,12 @@ void PrintError(const std::string& message)
     if (g_errorsAsJson)
         return PrintError(TFailure(message));
     g_printed += message + "\n";
-    std::string line = message;
-    std::replace_if(
-        line.begin(), line.end(), [](char c) { return c >= 0 && c < 0x20; }, ' ');
-    std::fprintf(stderr, "qvres: %s\n", line.c_str());
+    std::fprintf(stderr, "qvres: %s\n", WithoutControls(message, ' ').c_str());
+}
+
+int ErrorOf(const TFailure& failure)
+{
+    return failure.Error != 0 ? failure.Error : ErrorNamedIn(failure.what());
 }
 
 bool WasPrinted(const std::string& text)

@@ -40,5 +40,7 @@ private:
 void PrintError(const TFailure& failure);
 void PrintError(const std::string& message);
 void ErrorsAsJson();
+/// The errno of a failure, from the end of its text where it has no other; 0 for none.
+int ErrorOf(const TFailure& failure);
 /// Whether an error with this text was printed.
 bool WasPrinted(const std::string& text);

@@ -12,6 +12,7 @@
 #include "Failure.h"
 #include "HumanText.h"
 #include "Json.h"
+#include "LogWarnings.h"
 #include "ProfileState.h"
 
 namespace
@@ -71,6 +72,8 @@ void List(THost& host)
     }
     if (host.Json)
         host.Out.Line(ToJsonText(records));
+    if (!state.Loaded.Failure.empty())
+        throw TFailure(state.Loaded.Failure);
 }
 
 std::string NodeTarget(const TQvResourceProfile::TNode& node)
@@ -101,7 +104,7 @@ void Show(THost& host, const std::string& name)
         host.Out.Line(node.Name + "\t" + NodeTarget(node));
 }
 
-/// A profile is a folder of its name beside the list of profiles.
+/// A profile is a folder of its name, in the folder of the list of profiles.
 void CheckName(const std::string& name)
 {
     std::string problem = NameProblem(name);
@@ -171,7 +174,8 @@ void Remove(THost& host, const std::string& name)
     change.Save();
     // Saving only logs a folder that stays.
     if (QvFileDirExists(folder, nullptr))
-        throw TFailure("the folder " + Quoted(folder.toSysStr()) + " could not be removed");
+        throw TFailure(LogWarnings::WithLast("the folder " + Quoted(folder.toSysStr()) +
+                                             " could not be removed"));
 }
 
 using TOnProfile = void (*)(THost&, const std::string&);
@@ -195,7 +199,7 @@ void AddProfileCommands(CLI::App& app, THost& host)
                                 "List the profiles: \"*\" for the current one, local or remote "
                                 "(from the repository),\nnumber of mounts, free space, name",
                                 "  qvres profile list\n"
-                                "  qvres --json profile list     (free space in bytes)");
+                                "  qvres --json profile list     # free space in bytes");
     list->callback([&host] { List(host); });
     AddForName(*profile, host, "show", "Show a profile with its mount points", &Show);
     AddForName(*profile, host, "create",
@@ -205,7 +209,7 @@ void AddProfileCommands(CLI::App& app, THost& host)
     const auto folder = std::make_shared<std::string>();
     CLI::App* add = AddCommand(*profile, "add",
                                "Mount a folder in a profile, at / and its name; that id is printed",
-                               "  qvres profile add Work /srv/work     (/work)");
+                               "  qvres profile add Work /srv/work     # /work");
     add->add_option("NAME", *name, "The profile; not one from the repository")->required();
     add->add_option("FOLDER", *folder, "The folder on the disk")->required();
     add->callback([&host, name, folder] { Add(host, *name, *folder); });

@@ -53,6 +53,8 @@ TProfileChange::TProfileChange(TQvProgressHandler& progress) : m_lock(TSession::
 TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std::string& name)
 {
     TQvResourceProfile* const profile = state.FindProfile(name);
+    if (profile == nullptr && !state.Loaded.Failure.empty())
+        throw TFailure(state.Loaded.Failure); // it may be the one that could not be read
     if (profile == nullptr)
         throw TFailure("there is no profile " + Quoted(name), "", ENOENT);
     return *profile;
@@ -69,9 +71,7 @@ TQvResourceProfile& CreateProfile(TQvCPUtils::TCPState& state, const std::string
 
 TQvPath FolderToMount(const std::string& given)
 {
-    TQvPath folder = given.empty() ? TQvPath() : TQvPath(TSession::Absolute(given)).excludeSlash();
-    if (!folder.isFolder())
-        throw TFailure("the folder " + Quoted(given) + " does not exist", "", ENOENT);
+    TQvPath folder = TQvPath(TSession::RequireDiskFolder(given, "")).excludeSlash();
     const std::string problem = TSession::CheckMountPoint(MountPointOf(folder));
     if (!problem.empty())
         throw TFailure(problem);

@@ -7,6 +7,19 @@
 
 #include "Commands.h"
 
+namespace
+{
+/// What is wrong with the time; "" when nothing is.
+std::string CheckSeconds(const std::string& text)
+{
+    constexpr double kLongest = 86400;
+    double seconds = -1;
+    return CLI::detail::lexical_cast(text, seconds) && seconds >= 0 && seconds <= kLongest
+               ? std::string()
+               : "\"" + text + "\" is not a number of seconds from 0 to 86400";
+}
+} // namespace
+
 void AddServeCommand(CLI::App& app, THost& host)
 {
     CLI::App* const serve =
@@ -19,7 +32,8 @@ void AddServeCommand(CLI::App& app, THost& host)
     const auto options = std::make_shared<TServeOptions>();
     const auto places = std::make_shared<std::vector<std::string>>();
     serve->add_flag("--read-only", options->ReadOnly, "Nothing can be changed");
-    serve->add_flag("--foreground", options->Foreground, "Do not return; Ctrl-C ends it");
+    serve->add_flag("--foreground", options->Foreground,
+                    "Do not return; Ctrl-C or SIGTERM ends it, with exit status 0");
     serve->add_flag("--allow-other", options->AllowOther,
                     "Show the tree to other users, too: root may, others where /etc/fuse.conf has "
                     "user_allow_other");
@@ -27,7 +41,7 @@ void AddServeCommand(CLI::App& app, THost& host)
         ->add_option("--attr-timeout", options->AttrTimeout,
                      "Changes from outside are seen after this time at the latest (1)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 86400.0));
+        ->check(&CheckSeconds, "", "");
     serve->add_flag("--stop", options->Stop, "End the server of FOLDER");
     serve
         ->add_option("[ID] FOLDER", *places, "What to show, and a folder of the disk to show it at")

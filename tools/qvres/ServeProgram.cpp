@@ -42,6 +42,7 @@ void RunServe(THost& host, const TServeOptions& options)
     const std::filesystem::path program = (self.parent_path() / QVRES_SERVE).lexically_normal();
     std::vector<std::string> arguments = Arguments(host, options);
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);

@@ -182,18 +182,33 @@ std::string TSession::CheckMountPoint(const std::string& id)
 
 std::string TSession::Absolute(const std::string& folder)
 {
-    return std::filesystem::absolute(folder).lexically_normal().string();
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::absolute(folder, error);
+    if (error)
+        ThrowFailed(Quoted(folder) + " is no usable path of a folder", error.value());
+    return path.lexically_normal().string();
 }
 
-void TSession::Mount(const std::string& id, const std::string& folder, bool persistent)
+std::string TSession::RequireDiskFolder(const std::string& folder, const std::string& id)
 {
     const std::string fullPath = Absolute(folder);
     bool isFolder = false;
     const TQvResult exists = QvFileDirExists(fullPath, &isFolder);
     if (exists.HasFailed())
         ThrowFailed("the folder " + Quoted(folder) + " cannot be accessed", exists.Error(), id);
-    if (!isFolder)
+    if (!exists)
         throw TFailure("the folder " + Quoted(folder) + " does not exist", id, ENOENT);
+    if (!isFolder)
+        throw TFailure(Quoted(folder) + " is not a folder", id, ENOTDIR);
+    if (fullPath.find('\\') != std::string::npos)
+        throw TFailure("the path of a mounted folder must not contain a backslash: " + fullPath, id,
+                       EINVAL);
+    return fullPath;
+}
+
+void TSession::Mount(const std::string& id, const std::string& folder, bool persistent)
+{
+    const std::string fullPath = RequireDiskFolder(folder, id);
     if (ResourceManager.IsMountNode(id))
         throw TFailure(Quoted(id) + " is already a mount point", id, EEXIST);
     try {

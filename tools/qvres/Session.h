@@ -43,6 +43,8 @@ public:
     static std::string CheckMountPoint(const std::string& id);
     /// `folder` as seen from the root of the disk.
     static std::string Absolute(const std::string& folder);
+    /// The same; throws TFailure when that cannot be mounted. `id` is for the error alone.
+    static std::string RequireDiskFolder(const std::string& folder, const std::string& id);
     /// Mounts `folder`, which may be relative to the current folder.
     static void Mount(const std::string& id, const std::string& folder, bool persistent);
 

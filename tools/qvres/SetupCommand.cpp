@@ -20,7 +20,7 @@ struct TSetupOptions
 {
     bool Common = false;
     std::optional<std::string> Repository; ///< "" switches it off
-    std::string Folder;                    ///< "" for none
+    std::optional<std::string> Folder;
 };
 
 struct TSettings
@@ -72,12 +72,8 @@ void ApplySettings(const TSettings& settings)
 {
     std::string error;
     if (!TQvCPUtils::PerformOK(settings.VarFolder, settings.Common, settings.UseRepository,
-                               settings.Repository, error)) {
-        const std::string cause = LogWarnings::Last();
-        if (!cause.empty() && error.back() == '.')
-            error.pop_back();
-        throw TFailure(error + (cause.empty() ? cause : ": " + cause));
-    }
+                               settings.Repository, error))
+        throw TFailure(LogWarnings::WithLast(error));
 }
 
 /// A repository may publish one of the first profile's name.
@@ -137,10 +133,10 @@ void Setup(THost& host, const TSetupOptions& options)
     if (options.Common && !host.Session.VarFolder.empty())
         throw CLI::ValidationError("--common", "does not go with --var, which is for one call; "
                                                "QV_VAR_FOLDER names another VAR folder");
-    const TQvPath folder = options.Folder.empty() ? TQvPath() : FolderToMount(options.Folder);
+    const TQvPath folder = options.Folder ? FolderToMount(*options.Folder) : TQvPath();
     host.Session.StartConfiguration(false);
     TSettings settings = ChooseVarFolder(options);
-    ChooseRepository(options, settings); // a refusal leaves no folder behind
+    ChooseRepository(options, settings); // a refusal leaves no folder
     const TQvVarFolderLock lock(settings.VarFolder);
     ChooseRepository(options, settings); // another process may have changed it
     if (settings.StartsRepository)
@@ -166,7 +162,7 @@ void AddSetupCommand(CLI::App& app, THost& host)
         "first\n"
         "profile, which mounts FOLDER at / and its name; that id is printed. May be run again: "
         "where no\nprofile is the current one, one is selected",
-        "  qvres setup /srv/data                (then: qvres ls /data)\n"
+        "  qvres setup /srv/data                # then: qvres ls /data\n"
         "  qvres setup --repository /mnt/server/profiles\n"
         "  qvres --var ./var setup ./data");
     command->add_flag("--common", options->Common,

@@ -60,7 +60,8 @@ void TTerminalProgress::Start()
 
 void TTerminalProgress::Stop()
 {
-    if (m_started && m_kind == TKind::Json)
+    // After a break the position may be that of a part of the work.
+    if (m_started && m_kind == TKind::Json && !BreakSignal::Wanted())
         PrintRecord();
     m_started = false;
     m_total = nullptr;

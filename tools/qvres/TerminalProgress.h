@@ -22,11 +22,11 @@ public:
     /// Shows the bar where standard error is a terminal that can redraw a line.
     void ShowOnTerminal();
 
-    /// JSON instead, wherever standard error goes.
+    /// JSON instead, also when standard error is no terminal.
     void ShowAsJson() { m_kind = TKind::Json; }
 
-    /// The position stands for bytes of this total, which must outlive the work; 0 while it is not
-    /// known.
+    /// The position is a share of this total of bytes, which must outlive the work; 0 while it is
+    /// not known.
     void CountBytesOf(const std::uint64_t& total) { m_total = &total; }
 
     /// Cleans the line for other output; the next update draws it again.

@@ -21,12 +21,6 @@ const char* KindName(unsigned kind)
     return kNames[kind];
 }
 
-bool IsAbove(const TMountNode& node, const std::string& id)
-{
-    const std::string point = QvNormalizeResId(node.MountPointId()) + "/";
-    return QvNormalizeResId(id + "/").compare(0, point.size(), point) == 0;
-}
-
 std::string LabelState(const TResourceManager& tree, const std::string& id)
 {
     TQvResourceLabel label;
@@ -60,9 +54,7 @@ void AddBelongings(const TResourceManager& tree, TRecord& record, const TMountNo
 
 TRecord Answer(const TResourceManager& tree, const std::string& id)
 {
-    const unsigned kind = tree.ResourceExists(id);
-    if (TResourceManager::LastFailure().Error != 0)
-        ThrowFailed(Quoted(id) + " cannot be accessed");
+    const unsigned kind = ShownKind(tree, id);
     TRecord record = RecordOf(id);
     record["kind"] = KindName(kind);
     const TMountNode* const node = tree.GetNode4Id(id, true, true, false);
@@ -71,7 +63,8 @@ TRecord Answer(const TResourceManager& tree, const std::string& id)
         record["mount"] = MountRecord(*node, id);
     record["shadows"] = TRecord::array();
     for (const auto& other : tree.MountNodes())
-        if (other.get() != node && !other->IsPureVirtual() && IsAbove(*other, id))
+        if (other.get() != node && !other->IsPureVirtual() &&
+            IsAtOrBelow(QvNormalizeResId(id), QvNormalizeResId(other->MountPointId())))
             record["shadows"].push_back(MountRecord(*other, id));
     if (kind == kResResource)
         AddBelongings(tree, record, *node, id);

@@ -29,7 +29,9 @@ constexpr char kDescription[] =
 
 constexpr char kFooter[] =
     "Without --var the VAR folder is the one in QV_VAR_FOLDER, else the configured one, else\n"
-    "the default folder under the home folder. Ids compare without regard to letter case.\n"
+    "the default folder under the home folder. Mount points are found in any letter case, what "
+    "lies\n"
+    "in their folders as the disk spells it.\n"
     "\n"
     "Examples:\n"
     "  qvres --mount /Src=. ls -l /Src\n"
@@ -51,7 +53,13 @@ void OccupyClosedStandardStreams()
 
 void AddOptions(CLI::App& app, THost& host)
 {
-    app.add_option("--var", host.Session.VarFolder, "The VAR folder")->type_name("DIR");
+    app.add_option("--var", host.Session.VarFolder, "The VAR folder")
+        ->type_name("DIR")
+        ->check(
+            [](const std::string& folder) {
+                return folder.empty() ? "\"\" names no folder" : std::string();
+            },
+            "", "");
     app.add_option("--mount", host.Session.Mounts,
                    "Mount the folder DIR at ID for this call only; may be repeated. A call with it "
                    "needs no VAR folder")
@@ -66,7 +74,7 @@ void AddOptions(CLI::App& app, THost& host)
         ->type_name("KIND");
     app.add_flag("--quiet", host.Quiet, "No progress bar, and no summary of a copy");
     app.set_version_flag("--version", "qvres " QVRES_VERSION);
-    // The common options are understood behind the command, too.
+    // The common options are accepted after the command, too.
     app.fallthrough();
     app.require_subcommand(1);
     app.footer(kFooter);
@@ -119,6 +127,16 @@ void FlushAfterFailure(TOutput& out)
     }
 }
 
+int Report(THost& host, const TFailure& failure)
+{
+    FlushAfterFailure(host.Out);
+    PrintError(failure);
+    // What was logged on the way to a failure with a known cause says the same again.
+    if (ErrorOf(failure) != 0)
+        LogWarnings::Drop();
+    return kFailed;
+}
+
 int RunAndReport(CLI::App& app, THost& host, int argc, char** argv)
 {
     try {
@@ -127,18 +145,12 @@ int RunAndReport(CLI::App& app, THost& host, int argc, char** argv)
         PrintError(TFailure(cancelled.what(), "", ECANCELED));
         return kCancelled;
     } catch (const TFailure& failure) {
-        FlushAfterFailure(host.Out);
-        PrintError(failure);
-        return kFailed;
+        return Report(host, failure);
     } catch (const TQvMessage& message) {
-        FlushAfterFailure(host.Out);
         const TQvFailure& cause = TResourceManager::LastFailure();
-        PrintError(TFailure(message.what(), cause.Id, cause.Error));
-        return kFailed;
+        return Report(host, TFailure(message.what(), cause.Id, cause.Error));
     } catch (const std::exception& failure) {
-        FlushAfterFailure(host.Out);
-        PrintError(failure.what());
-        return kFailed;
+        return Report(host, TFailure(failure.what()));
     }
 }
 } // namespace

@@ -13,9 +13,9 @@
 
 namespace
 {
-constexpr std::uint64_t kBlock = 256 * 1024;
-constexpr std::uint64_t kSmallBlock = 16 * 1024;
-constexpr std::uint64_t kReportEvery = 8 * 1024 * 1024;
+constexpr std::uint64_t kBlock = std::uint64_t{256} * 1024;
+constexpr std::uint64_t kSmallBlock = std::uint64_t{16} * 1024;
+constexpr std::uint64_t kReportEvery = std::uint64_t{8} * 1024 * 1024;
 constexpr std::uint64_t kUntilTheEnd = UINT64_MAX;
 constexpr off_t kStatusBlock = 512;
 
@@ -114,6 +114,8 @@ bool TContentCopy::CopyInKernel(std::uint64_t* offset, std::uint64_t end)
     return true;
 }
 
+/// By reading and writing at offsets, which works on every file system. A source that ends early
+/// ends the copy; its size is then what was copied.
 bool TContentCopy::CopyBlocks(std::uint64_t offset, std::uint64_t end)
 {
     // A file without a known size is small or empty.
@@ -142,6 +144,7 @@ bool TContentCopy::CopyBlocks(std::uint64_t offset, std::uint64_t end)
 
 bool TContentCopy::WriteAt(const char* bytes, std::size_t count, std::uint64_t offset)
 {
+    assert(offset <= static_cast<std::uint64_t>(INT64_MAX) - count);
     while (count > 0) {
         const ssize_t put = QvRetryInterrupted(
             [&] { return pwrite(m_to, bytes, count, static_cast<off_t>(offset)); });
@@ -175,6 +178,7 @@ bool TContentCopy::FailWriting()
 }
 } // namespace
 
+/// The last report is left to Whole, so that it comes exactly once.
 void TQvCopyReport::Advance(std::uint64_t bytes)
 {
     m_done += bytes;

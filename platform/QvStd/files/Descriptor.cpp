@@ -39,6 +39,7 @@ int QvOpenRegular(const char* path, int flags, TQvDescriptor* file, struct stat*
     return 0;
 }
 
+/// O_PATH: the folder need not be readable, only searchable, as for the path itself.
 TQvPlace TQvFolderKeeper::Locate(const std::string& path)
 {
     const std::size_t length = path.rfind('/') + 1;
@@ -54,6 +55,7 @@ TQvPlace TQvFolderKeeper::Locate(const std::string& path)
     return m_folder ? TQvPlace{m_folder.Number(), path.substr(length)} : TQvPlace{AT_FDCWD, path};
 }
 
+/// A file system without locks counts as granted: refusing would make its files unusable.
 int QvTakeShareLock(int descriptor, qvShareMode share)
 {
     const int kind = share == kQvShareAll ? LOCK_SH : LOCK_EX;

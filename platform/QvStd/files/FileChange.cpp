@@ -1,22 +1,18 @@
 #include "QvStd/FileChange.h"
 
 #include <cerrno>
-#include <chrono>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 #include "QvStd/Descriptor.h"
 #include "QvStd/FreshFile.h"
 #include "QvStd/Message.h"
 #include "QvStd/NewFile.h"
+#include "QvStd/files/StaleRetry.h"
 
 namespace
 {
-constexpr std::chrono::seconds kCachesLast(5);
-constexpr std::chrono::milliseconds kPause(50);
-
 /// A file's content, and which file it was.
 struct TFound
 {
@@ -94,13 +90,11 @@ bool QvIsStale(const std::string& path, int error)
 
 TQvFileChange QvChangeFile(const std::string& path, const TQvContentChange& change)
 {
-    const auto end = std::chrono::steady_clock::now() + kCachesLast;
-    for (;;) {
+    for (const TStaleRetry retry;;) {
         TQvFileChange done = TryChange(path, change);
         const bool isStale = done.Reading.Error() == ESTALE || done.Writing.Error() == ESTALE;
-        if (!isStale || std::chrono::steady_clock::now() > end)
+        if (!isStale || !retry.Wait())
             return done;
-        std::this_thread::sleep_for(kPause);
     }
 }
 

@@ -48,6 +48,7 @@ std::string HolderBehindColon(const std::string& path)
 }
 } // namespace
 
+/// Waits by trying again, since each attempt must open the file that is at the path then.
 TQvFileLock::TQvFileLock(const std::string& path, unsigned long timeoutMs)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);

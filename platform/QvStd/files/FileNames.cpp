@@ -73,6 +73,8 @@ TQvSameness CompareSpellings(const std::string& folder, const std::string& a, co
 }
 } // namespace
 
+/// One inode is not enough: two hard links are two entries, of which a move may remove one. With a
+/// link count of 1, or the same name in the same folder, both paths name one entry.
 TQvSameness QvCompareFiles(const std::string& a, const std::string& b)
 {
     struct stat fileA = {};

@@ -1,4 +1,4 @@
-// Taking a name that is free.
+// Renaming to a name that is not taken.
 //
 // Thread-safety: callable from any thread.
 #pragma once

@@ -18,8 +18,8 @@ bool Look(const std::string& path, struct stat* status)
     return stat(path.c_str(), status) == 0;
 }
 
-/// Nothing exists below a file, behind an endless link, or under a component that is too long:
-/// these are answers, no failures. A path that is too long as a whole may exist.
+/// Nothing exists below a file, below an endless chain of links, or with a component that is too
+/// long: these are answers, no failures. A path that is too long as a whole may exist.
 TQvResult AnswerLook(const char* path)
 {
     const bool isNothing = errno == ENOTDIR || errno == ELOOP ||
@@ -35,7 +35,7 @@ bool SyncName(const std::string& path)
     return folder && QvSyncFolderOf(plain, folder.Number());
 }
 
-/// Creates a folder or finds it there; on failure errno is that of the creation.
+/// Creates a folder unless it exists; on failure errno is that of the creation.
 bool MakeOrFindFolder(const std::string& path, mode_t mode = 0777, bool synced = false)
 {
     if (mkdir(path.c_str(), mode) == 0)
@@ -73,6 +73,7 @@ TQvResult QvGetFileInfo(const std::string& path, TQvFileInfo* info)
     return QvGetFileInfoAt(AT_FDCWD, path.c_str(), info);
 }
 
+/// statx, because stat has no birth time.
 TQvResult QvGetFileInfoAt(int folderDescriptor, const char* name, TQvFileInfo* info)
 {
     struct statx status = {};
@@ -145,12 +146,13 @@ TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& mode
     return isMade ? TQvResult::Done() : TQvResult::FromErrno();
 }
 
+/// From the end, because most folders have their parents: then one call is enough.
 TQvResult QvForceDirectories(const std::string& path, bool synced)
 {
     constexpr mode_t kMode = 0777;
     if (MakeOrFindFolder(path, kMode, synced))
         return TQvResult::Done();
-    // Back to the first parent that can be made or is there, then forward again.
+    // Goes up to the first parent that exists or can be made, then down again.
     std::size_t end = path.size();
     do {
         if (errno != ENOENT)

@@ -23,8 +23,10 @@ TQvFolderReader::TQvFolderReader(TQvFolderReader&& other) noexcept
     *this = std::move(other);
 }
 
+/// By exchange with a closed reader.
 TQvFolderReader& TQvFolderReader::operator=(TQvFolderReader&& other) noexcept
 {
+    Close();
     std::swap(m_descriptor, other.m_descriptor);
     std::swap(m_ownBuffer, other.m_ownBuffer);
     std::swap(m_buffer, other.m_buffer);
@@ -62,6 +64,13 @@ void TQvFolderReader::Close()
     errno = error;
 }
 
+TQvResult TQvFolderReader::Rewind()
+{
+    m_length = m_next = 0;
+    m_result = lseek(m_descriptor, 0, SEEK_SET) == 0 ? TQvResult::Done() : TQvResult::Failed(errno);
+    return m_result;
+}
+
 bool TQvFolderReader::Fill()
 {
     if (m_buffer == nullptr) {
@@ -78,6 +87,7 @@ bool TQvFolderReader::Fill()
     return m_length > 0;
 }
 
+/// The kernel writes records of different lengths one after the other; names point into the buffer.
 bool TQvFolderReader::Next(TQvFolderEntry* entry)
 {
     while (m_next < m_length || Fill()) {
@@ -86,6 +96,7 @@ bool TQvFolderReader::Next(TQvFolderEntry* entry)
         m_next += record->d_reclen;
         entry->Name = record->d_name;
         entry->Type = record->d_type;
+        entry->Number = record->d_ino;
         if (entry->Name != "." && entry->Name != "..")
             return true;
     }

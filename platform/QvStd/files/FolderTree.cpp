@@ -24,7 +24,8 @@ struct TEntry
     unsigned char Type; ///< DT_...
 };
 
-/// The type of the entry `name` of `folder`; DT_UNKNOWN when it is gone or cannot be examined.
+/// The type of the entry `name` of `folder`; DT_UNKNOWN when it does not exist or cannot be
+/// examined.
 unsigned char TypeOf(int folder, const char* name, int flags)
 {
     struct stat status = {};
@@ -69,6 +70,7 @@ bool IsListed(const TSearch& search, int folder, const TEntry& entry)
     return type != DT_DIR;
 }
 
+/// Only the top may be a link: others are listed and not entered, so that there are no loops.
 TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
 {
     TQvFolderReader folder;
@@ -194,7 +196,8 @@ private:
         TQvResult result = Open(parent, name, level.Folder);
         if (result.IsNothing())
             return true;
-        // Read to the end before anything goes: a listing of a changing folder may skip entries.
+        // Read to the end before anything is removed: reading a folder that changes may skip
+        // entries.
         if (result && fstat(level.Number(), &level.Status) != 0)
             result = TQvResult::FromErrno();
         if (result)
@@ -234,6 +237,7 @@ private:
     /// The level above by its "..", unless the folder was moved meanwhile.
     bool Reopen(int below)
     {
+        assert(!m_levels.empty() && below >= 0);
         TLevel& level = m_levels.back();
         TQvDescriptor upper(openat(below, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
         struct stat status = {};
@@ -281,6 +285,7 @@ bool MayBeRemoved(const std::string& path)
 
 void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
 {
+    assert(path.empty() || path.back() != '/'); // else a link would be followed
     struct stat status = {};
     if (!MayBeRemoved(path))
         remover.Note(EINVAL, path);

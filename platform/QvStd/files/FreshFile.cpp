@@ -68,6 +68,7 @@ int QvCompareWithPath(const std::string& path, const struct stat& file)
 
 int TQvFreshFile::Open(const std::string& path, int flags, struct stat* status)
 {
+    assert((flags & O_ACCMODE) != O_WRONLY); // reads would fail, and the size not be corrected
     m_direct = TQvDescriptor();
     bool isCached = false;
     int error = QvRefreshName(path, &isCached);

@@ -28,7 +28,7 @@ constexpr mode_t kNewFileBits = 0666;
 constexpr std::size_t kMaxComponent = 255;
 constexpr std::size_t kRandomDigits = 16;
 constexpr std::string_view kTemporarySuffix = ".tmp";
-/// What a temporary name has behind the name of its target: ".", the digits and the suffix.
+/// What follows the target's name in a temporary name: ".", the digits and the suffix.
 constexpr std::size_t kTemporaryEnd = 1 + kRandomDigits + kTemporarySuffix.size();
 
 std::uint64_t NextRandom()
@@ -47,7 +47,8 @@ std::uint64_t NextRandom()
     return value ^ value >> 31;
 }
 
-/// ".<name>.<random>.tmp" beside `target`, the name cut between characters where it is too long.
+/// ".<name>.<random>.tmp" in the folder of `target`, the name cut between characters where it is
+/// too long.
 std::string TemporaryName(const std::string& target)
 {
     const std::string folder = QvFolderPart(target);
@@ -58,7 +59,7 @@ std::string TemporaryName(const std::string& target)
                                    kTemporarySuffix.data()));
 }
 
-/// Calls `make` with a free temporary name beside `target` until it does not answer EEXIST.
+/// Calls `make` with temporary names in the folder of `target` until it does not answer EEXIST.
 template <class TMake>
 int MakeTemporary(const std::string& target, std::string* name, const TMake& make)
 {
@@ -90,7 +91,7 @@ int LinkUnnamed(int file, const char* name, int folder = AT_FDCWD)
     return linked;
 }
 
-/// In a folder that is open, or that has this path.
+/// In an open folder, or in the folder `path`.
 int OpenUnnamed(const std::string& path, mode_t mode, int folder = AT_FDCWD)
 {
     static const bool kCanBeNamed = access("/proc/self/fd", X_OK) == 0;
@@ -109,7 +110,7 @@ bool LacksUnnamedFiles(int error)
     return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
 }
 
-/// The folder refuses a new file, or refuses to replace the old one.
+/// Whether the folder refuses a new file, or refuses to replace the old one.
 bool KeepsItsFiles(int error)
 {
     return error == EACCES || error == EPERM || error == EROFS || error == EBUSY;
@@ -195,7 +196,7 @@ struct TQvNewFile::TState
     int DiscardUnclosed();
 
     TOptions Options;
-    std::string Target;     ///< behind all links
+    std::string Target;     ///< after all links
     TQvPlace Place;         ///< the target in its open folder, as long as that is the right one
     TQvDescriptor Existing; ///< the target, open for writing, with its share lock
     struct stat Old = {};
@@ -216,7 +217,7 @@ int TQvNewFile::TState::Open()
     return IsSame ? 0 : CreateContent();
 }
 
-/// Finds out what is at the target.
+/// Examines the target.
 int TQvNewFile::TState::OpenTarget()
 {
     int error = QvOpenRegular(Target, O_WRONLY | O_NOFOLLOW, &Existing, &Old);
@@ -351,6 +352,7 @@ int TQvNewFile::TState::Publish()
 /// Gives the unnamed file the name of the target. -1 with errno.
 int TQvNewFile::TState::LinkToTarget()
 {
+    assert(File && Temporary.empty());
     if (Place.Folder != AT_FDCWD &&
         LinkUnnamed(File.Number(), Place.Name.c_str(), Place.Folder) == 0)
         return 0;
@@ -407,6 +409,7 @@ int TQvNewFile::TState::DiscardUnclosed()
 /// Before content is written over another file: no user may see more of it than the source shows.
 int TQvNewFile::TState::HideContent() const
 {
+    assert(Existing);
     constexpr mode_t kReadable = S_IRUSR | S_IRGRP | S_IROTH;
     const bool showsMore =
         Options.Permissions && (Old.st_mode & kReadable & ~*Options.Permissions) != 0;

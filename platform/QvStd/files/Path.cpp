@@ -69,7 +69,7 @@ bool IsPlain(std::string_view right)
     return IsSurelyPlainRelative(right) || IsPlainRelative(right);
 }
 
-/// Appends `text` segment by segment; nothing before `floor` is ever taken away.
+/// Appends `text` segment by segment; nothing before `floor` is ever removed.
 void AppendResolved(std::string& result, std::string_view text)
 {
     const std::size_t floor = result.size();
@@ -156,6 +156,8 @@ TQvPath TQvPath::operator/(const TQvPath& right) const
     return *this / std::string_view(right.m_text);
 }
 
+/// The left side is never resolved: it comes from the program, the right side may come from
+/// anywhere.
 TQvPath TQvPath::operator/(std::string_view right) const
 {
     TQvPath result;
@@ -170,11 +172,13 @@ TQvPath TQvPath::operator/(std::string_view right) const
     else
         // The system ignores the text after a zero byte: it must not hide a "..".
         AppendResolved(text, right.substr(0, right.find('\0')));
+    // Nothing was appended: the left side keeps its own end, with or without a separator.
     if (text.size() == start)
         text.resize(m_text.size());
     return result;
 }
 
+/// Most paths are short and need no resolution: these are put together on the stack.
 TQvJoinedPath::TQvJoinedPath(const TQvPath& folder, std::string_view right)
 {
     const std::string& left = folder.toSysStr();
@@ -202,6 +206,7 @@ TQvPath TQvPath::homeDir()
     const char* home = std::getenv("HOME");
     if (home != nullptr && home[0] == '/')
         return TQvPath(home);
+    // Without HOME, as in services: the password file.
     std::array<char, 16384> buffer{};
     passwd entry{};
     passwd* found = nullptr;

@@ -23,7 +23,7 @@ constexpr off_t kUpgradeByte = 1;
 constexpr off_t kTurnByte = 2;
 
 constexpr double kPatienceMs = 2000;
-/// How often a lock is taken anew because its file was replaced meanwhile.
+/// How often a lock is retried because its file was replaced meanwhile.
 constexpr int kReplacedAtMost = 100;
 
 /// Waits in sleeps that grow, so that a short lock is noticed soon and waiting for a long one is
@@ -97,8 +97,8 @@ int TakeUnlessOthersWait(int descriptor, short kind)
     return SetLock(descriptor, kLockByte, kind);
 }
 
-/// Waits in a queue, whose head takes the lock as soon as it is free. Readers queue with a shared
-/// lock, which needs no right to write. 0 or a negative errno.
+/// Waits in a queue; the head of the queue takes the lock as soon as it is free. Readers queue with
+/// a shared lock, which needs no right to write. 0 or a negative errno.
 int TakeInTurn(int descriptor, short kind, TWaiting* waiting)
 {
     bool isHead = false;
@@ -173,12 +173,15 @@ bool TQvLockFile::Relock(bool forWriting, bool waits)
     return true;
 }
 
+/// Released first: its file is not the one at the path any more, so that it excludes no new
+/// request.
 bool TQvLockFile::Renew()
 {
     Release();
     return Acquire(m_exclusive);
 }
 
+/// Each round locks the file that is at the path now: a lock on a replaced file protects nothing.
 bool TQvLockFile::Acquire(bool forWriting)
 {
     const short kind = forWriting ? F_WRLCK : F_RDLCK;
@@ -244,6 +247,7 @@ int TQvLockFile::Upgrade(bool waits)
 
 bool TQvLockFile::OpenFile(bool forWriting)
 {
+    assert(m_descriptor < 0); // else the old descriptor would keep its lock
     const bool isPath = m_path.find('\0') == std::string::npos;
     m_created = m_noted = false;
     m_process = getpid();
@@ -286,7 +290,7 @@ void TQvLockFile::CloseFile()
 void TQvLockFile::ReadHolder()
 {
     const TQvLockHolder holder = QvReadLockHolder(QvReadLockNote(m_descriptor));
-    // The own note of a shared lock does not name the others.
+    // This process's own note of a shared lock does not name the other holders.
     if (!m_held || holder.Process != getpid())
         m_holder = holder.Text;
 }

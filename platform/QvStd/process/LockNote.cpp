@@ -15,7 +15,7 @@ constexpr std::string_view kProcess = " pid=";
 constexpr std::string_view kTime = " time=";
 constexpr std::string_view kFree = "lock free";
 /// All notes are of one length, filled up with blanks: holders that share a lock may write at the
-/// same time, and a long note must leave nothing behind a short one.
+/// same time, and a short note must replace a long one completely.
 constexpr std::size_t kLength = 256;
 constexpr std::size_t kMaxOwner = 180;
 
@@ -65,6 +65,7 @@ std::string QvReadLockNote(int descriptor)
     return std::string(content, length > 0 ? static_cast<std::size_t>(length) : 0);
 }
 
+/// From the end: the owner's name may contain the words that follow it.
 TQvLockHolder QvReadLockHolder(const std::string& note)
 {
     const std::size_t process = note.rfind(kProcess);

@@ -1,4 +1,4 @@
-// The note in a lock file: who has the lock, for people to read. The lock is what counts.
+// The note in a lock file: it names the holder, for people to read. Only the lock counts.
 //
 // Thread-safety: callable from any thread.
 #pragma once

@@ -30,6 +30,8 @@ public:
         m_started = false;
     }
     bool Started() const override { return m_started; }
+    /// The outer handler is started by its own owner; before that, and without a display, nothing
+    /// is set.
     bool Active() const override { return m_started && m_outer.Active(); }
     /// Limited to the range: a file that grows during the copy must not move the bar beyond it.
     void SetPosition(double position) override
@@ -89,6 +91,7 @@ void TQvBreakOnly::Update()
         throw TQvUserBreak();
 }
 
+/// A handler that is started already belongs to an outer operation, which also stops it.
 void TQvProgress::Start()
 {
     if (m_handler != nullptr && !m_handler->Started()) {

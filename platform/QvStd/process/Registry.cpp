@@ -136,6 +136,7 @@ TQvResult TQvRegMan::readString(TQvRegKey root, const std::string& key,
     return TQvResult::Done();
 }
 
+/// The folder is made first, since the lock file is in it; the tree is read under the lock.
 bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::string& valueName,
                             const std::string& value, bool create)
 {

@@ -108,6 +108,7 @@ bool TQvFileStream::Open(const char* path, qvOpenMode mode, qvShareMode share)
     return Fail(error);
 }
 
+/// Served from the buffer where it has all bytes; so most small reads are a comparison and a copy.
 std::size_t TQvFileStream::Read(void* buffer, std::size_t count)
 {
     // A position before the buffer wraps round to a big offset, a closed stream has no buffer.
@@ -125,6 +126,9 @@ std::size_t TQvFileStream::Read(void* buffer, std::size_t count)
     return count < kStraightFrom ? ReadBuffered(bytes, count) : ReadStraight(bytes, count);
 }
 
+/// The buffer has m_bufferLength bytes of the file from m_bufferStart on. Writes, setSize and Close
+/// empty it, so it never has bytes that this stream has changed; those that others change may be
+/// old.
 std::size_t TQvFileStream::ReadBuffered(char* buffer, std::size_t count)
 {
     std::size_t done = 0;
@@ -166,6 +170,8 @@ bool TQvFileStream::FillBuffer()
     return true;
 }
 
+/// Without the buffer, which stays valid: reads have their own position and do not move another
+/// one.
 std::size_t TQvFileStream::ReadStraight(char* buffer, std::size_t count)
 {
     std::size_t done = 0;
@@ -185,6 +191,7 @@ std::size_t TQvFileStream::ReadAt(char* buffer, std::size_t count, std::uint64_t
 {
     assert(m_descriptor >= 0);
     assert(position <= kMaxPosition);
+    // Of the bytes beyond the largest position none can be read: that is an end, no error.
     const std::uint64_t room = kMaxPosition - position;
     const std::size_t wanted =
         static_cast<std::size_t>(std::min<std::uint64_t>({count, kMaxTransfer, room}));
@@ -196,6 +203,7 @@ std::size_t TQvFileStream::ReadAt(char* buffer, std::size_t count, std::uint64_t
     return invalid_value;
 }
 
+/// Not buffered, at the stream's own position: that of the descriptor is not used.
 std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
 {
     m_bufferLength = 0;
@@ -223,6 +231,7 @@ std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
     return done;
 }
 
+/// Asked each time: others may change the size. A closed stream has the descriptor -1 and fails.
 std::uint64_t TQvFileStream::getSize() const
 {
     struct stat status;

@@ -14,6 +14,7 @@ void TQvResourceLabel::ComputeCRC(TQvStream* stream)
     CRC = ComputePartialCRC(stream);
 }
 
+/// All three or none: a label with a missing part would match other states.
 bool TQvResourceLabel::Load(const TQvXIniReader* reader)
 {
     const auto read = [reader](const char* key, auto& value) {

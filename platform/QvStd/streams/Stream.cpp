@@ -28,6 +28,7 @@ const std::string& TQvStream::DefaultInfoName() const
     return none;
 }
 
+/// The last report comes after the last block, also when the size was not known or has changed.
 bool QvReadBlocks(TQvStream& from, const std::function<bool(const char*, std::size_t)>& take,
                   TQvProgressHandler* handler)
 {

@@ -14,12 +14,16 @@ void TQvURLManager::RegisterSchemeHandler(const std::string& scheme, var_a<TQvUR
     m_handlers[scheme].swap(handler);
 }
 
+/// A reference of its own: the handler lives as long as the call, also when it is replaced
+/// meanwhile.
 var_a<TQvURLHandler*> TQvURLManager::SchemeHandler(const std::string& scheme) const
 {
     const std::lock_guard<std::mutex> guard(m_mutex);
     const auto found = m_handlers.find(scheme);
     return found != m_handlers.end() ? found->second : nullptr;
 }
+
+// The operations differ in arguments and results, so that each forwards by itself.
 
 var_a<TQvStream*> TQvURLManager::OpenURL(const TQvURL& url, qvOpenMode mode, qvShareMode share,
                                          unsigned long sizeHint) const

@@ -16,6 +16,7 @@ TQvMessage& TQvMessage::operator<<(const std::string& argument)
     return *this;
 }
 
+/// Formatted at once, not in what(), which must not throw; again with each argument.
 void TQvMessage::Format()
 {
     std::string pattern = m_text;

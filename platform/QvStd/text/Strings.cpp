@@ -5,7 +5,7 @@
 
 namespace
 {
-/// Whether a byte of UTF-8 goes on with the character of the byte before it.
+/// Whether a byte of UTF-8 continues the character of the byte before it.
 bool IsContinuation(char c)
 {
     return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
@@ -21,6 +21,7 @@ std::size_t CharacterLength(std::string_view text)
 }
 } // namespace
 
+/// Not std::toupper: its result depends on the process's locale, and it may break UTF-8.
 std::string toupper_locale(std::string_view text)
 {
     std::string result(text);
@@ -97,6 +98,8 @@ std::string_view QvCutUtf8(std::string_view text, std::size_t maxBytes)
     return text.substr(0, maxBytes);
 }
 
+/// Only the last star is ever extended, so that the time is at most the product of both lengths,
+/// whatever the mask.
 bool QvMatchesWildcards(std::string_view name, std::string_view mask)
 {
     std::size_t atName = 0;
@@ -133,6 +136,7 @@ std::string ssprintf(const char* format, ...)
     va_start(arguments, format);
     va_list again;
     va_copy(again, arguments);
+    // Twice: the first call only measures, and a va_list can be used once.
     const int length = std::vsnprintf(nullptr, 0, format, arguments);
     va_end(arguments);
     std::string result;

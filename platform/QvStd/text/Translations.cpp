@@ -17,7 +17,7 @@ std::string Environment(const char* name)
     return value != nullptr ? value : "";
 }
 
-/// "" stands for English only.
+/// "" means English only.
 std::string Language()
 {
     std::string locale;
@@ -54,6 +54,8 @@ bool ReadFile(const std::string& path, TQvTranslation& translation, TQvMessage* 
     return true;
 }
 
+/// The first folder with a usable file counts. Problems are logged later, without the lock of the
+/// tables: the log's sink may look up texts.
 TQvTranslation Read(const std::string& module)
 {
     TQvTranslation translation;

@@ -9,6 +9,7 @@
 
 namespace
 {
+/// Of a stream that grows meanwhile reads the first part, of one that is truncated what is left.
 bool ReadAll(TQvStream& stream, TQvProgressHandler* progress, std::string* text)
 {
     constexpr std::uint64_t kBlockSize = std::uint64_t{1} << 20;

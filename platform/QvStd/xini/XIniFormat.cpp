@@ -20,6 +20,8 @@ bool HasByteBelowBlank(const std::string& name)
                        [](char c) { return static_cast<unsigned char>(c) < 0x20; });
 }
 
+/// Only where the plain form would be read as another value: blanks at the ends, a double quote in
+/// front, and bytes that would end the line or not be seen.
 bool NeedsQuotes(const std::string& value)
 {
     return !value.empty() && (value.front() == '"' || XIniTrim(value).size() != value.size() ||
@@ -55,7 +57,7 @@ void AppendEscaped(char c, std::string* text)
     *text += kHexDigits[static_cast<unsigned char>(c) & 0xF];
 }
 
-/// Takes the escape whose letter stands at the start of `rest`; false when it is none.
+/// Takes the escape whose letter is first in `rest`; false when there is none.
 bool TakeEscape(std::string_view* rest, std::string* value)
 {
     constexpr std::string_view kLetters = "\\\"nrt";
@@ -88,6 +90,7 @@ std::string_view XIniTrim(std::string_view text)
     return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
+/// A CR without a LF counts, too: the last line of a file that was cut between them.
 std::size_t XIniLineEndSize(std::string_view line)
 {
     std::size_t size = !line.empty() && line.back() == '\n' ? 1 : 0;
@@ -127,6 +130,8 @@ std::string XIniQuote(const std::string& value)
     return text;
 }
 
+/// A text without a double quote in front is the value as it is: backslashes in paths need no
+/// escape.
 const char* XIniUnquote(std::string_view text, std::string* value)
 {
     if (text.empty() || text.front() != '"') {
@@ -157,6 +162,7 @@ void XIniReplaceValue(TQvXIniEntry& key, const std::string& value)
         return;                                     // it is formatted from the value anyway
     assert(key.Raw.find('=') != std::string::npos); // else the name would be overwritten
     const std::size_t end = key.Raw.size() - XIniLineEndSize(key.Raw);
+    // The name, the blanks around the "=" and the line end stay as they are.
     const std::size_t afterName = key.Raw.find('=') + 1;
     const std::size_t start = std::min(key.Raw.find_first_not_of(kBlanks, afterName), end);
     key.Raw.replace(start, end - start, XIniQuote(value));

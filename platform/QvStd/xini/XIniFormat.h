@@ -1,7 +1,7 @@
 // The line grammar of X-Ini documents, shared by the parser, the formatter and the writers, and
 // documents over streams with the reason of a failure. Private to this library.
 //
-// Thread-safety: pure functions, but for the streams that are handed in.
+// Thread-safety: pure functions, except on the streams that are passed in.
 #pragma once
 
 #include <cstddef>

@@ -108,6 +108,7 @@ private:
 
     TQvXIniEntry& Append(TQvXIniEntry::Kind kind, std::string_view name, std::string_view raw)
     {
+        assert(!m_open.empty());
         auto& entries = m_open.back().Section->Children;
         entries.push_back(std::make_unique<TQvXIniEntry>());
         TQvXIniEntry& entry = *entries.back();
@@ -187,7 +188,8 @@ std::string QvFormatXIniTree(const TQvXIniTree& tree)
 {
     TFormatter formatter;
     formatter.AppendChildren(tree.Root, 0);
-    // A first name that begins with these bytes keeps them only behind a mark of the document.
+    // When the first name begins with these bytes, a reader would take them for a mark: write a
+    // mark before them.
     if (tree.HasByteOrderMark || StartsWithMark(formatter.Text))
         formatter.Text.insert(0, kXIniByteOrderMark);
     return std::move(formatter.Text);

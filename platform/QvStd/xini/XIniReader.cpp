@@ -2,23 +2,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <thread>
 
 #include "QvStd/FileChange.h"
 #include "QvStd/FileStream.h"
 #include "QvStd/Message.h"
 #include "QvStd/Result.h"
+#include "QvStd/files/StaleRetry.h"
 #include "QvStd/xini/XIniFormat.h"
 
 using TKind = TQvXIniEntry::Kind;
-
-namespace
-{
-/// How long caches may refer to a file that another machine has replaced (QvIsStale).
-constexpr std::chrono::seconds kCachesLast(5);
-constexpr std::chrono::milliseconds kPause(50);
-} // namespace
 
 TQvXIniReader::TQvXIniReader(var_a<TQvXIniTree*> tree, std::string name)
 {
@@ -27,6 +19,7 @@ TQvXIniReader::TQvXIniReader(var_a<TQvXIniTree*> tree, std::string name)
 
 TQvXIniReader::~TQvXIniReader() = default;
 
+/// A reader always has a tree and at least one level, the top one: after an error an empty tree.
 void TQvXIniReader::Init(var_a<TQvXIniTree*> tree, std::string name, std::string error,
                          const char* errorKey)
 {
@@ -57,6 +50,7 @@ int TQvXIniReader::FindFE(const std::string& name, int start) const
     throw QvMsg_helper("Err_XIniNoKey_name") << m_name << WhereAmI() + name;
 }
 
+/// Begins after the position, so that a loop finds every element of that name once.
 bool TQvXIniReader::FindFP(const std::string& name, int* position) const
 {
     const int next = *position < Count() ? FindF(name, *position + 1) : -1;
@@ -130,6 +124,8 @@ TQvXIniSection TQvXIniReader::EnterSection(int position)
     return section;
 }
 
+/// Searches the level, since callers may leave several sections at once; the top level stays. A
+/// section that is not open (left already, or of another reader) changes nothing.
 void TQvXIniReader::ExitSection(TQvXIniSection section)
 {
     for (std::size_t level = 1; level < m_levels.size(); ++level) {
@@ -140,6 +136,7 @@ void TQvXIniReader::ExitSection(TQvXIniSection section)
     }
 }
 
+/// The elements of the section in file order: positions do not count comments and blank lines.
 void TQvXIniReader::Enter(const TQvXIniEntry* section)
 {
     TLevel level{section, {}};
@@ -158,6 +155,7 @@ std::string TQvXIniReader::WhereAmI() const
     return path;
 }
 
+/// A malformed document reads as empty: the parse error, not a missing key, is then the reason.
 void TQvXIniReader::ThrowIfMalformed() const
 {
     if (ParseError())
@@ -197,10 +195,11 @@ bool TQvXIniStreamReader::ReadDocument(TQvProgressHandler* progress)
     return !ParseError();
 }
 
+/// Tries again while the failure may come from a cache: another machine may have replaced the file
+/// between the look-up of its name and the open.
 var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
 {
-    const auto end = std::chrono::steady_clock::now() + kCachesLast;
-    for (;;) {
+    for (const TStaleRetry retry;;) {
         TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
         const bool isOpen = static_cast<bool>(stream);
         TXIniFailure failure;
@@ -209,8 +208,7 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
             tree = XIniReadDocument(stream, nullptr, &failure);
         if (tree)
             return make_var<TQvXIniReader>(std::move(tree), path.toSysStr());
-        if (!QvIsStale(path.toSysStr(), -stream.getError()) ||
-            std::chrono::steady_clock::now() > end) {
+        if (!QvIsStale(path.toSysStr(), -stream.getError()) || !retry.Wait()) {
             if (error != nullptr)
                 *error = stream.getError() != 0 ? -stream.getError() : EBADMSG;
             if (stream.getError() == -ENOENT)
@@ -220,6 +218,5 @@ var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
                     << path.toSysStr() << QvErrorText(-stream.getError());
             throw failure.Message(path.toSysStr());
         }
-        std::this_thread::sleep_for(kPause);
     }
 }

@@ -13,8 +13,10 @@ namespace
 {
 using TKind = TQvXIniEntry::Kind;
 
+/// Entries are allocated one by one, so that pointers to open sections stay valid.
 TQvXIniEntry& Append(TQvXIniEntry& section, TKind kind, const std::string& name)
 {
+    assert(kind != TKind::Other && !name.empty()); // else the document would be malformed
     auto entry = std::make_unique<TQvXIniEntry>();
     entry->Type = kind;
     entry->Name = name;
@@ -61,6 +63,7 @@ TQvXIniWriteSection TQvXIniWriter::BeginSectionSE(const std::string& name)
     return &section;
 }
 
+/// The top level stays: its pointer is never searched. A section that is not open changes nothing.
 void TQvXIniWriter::EndSection(TQvXIniWriteSection section)
 {
     assert(!m_levels.empty());
@@ -86,6 +89,8 @@ void TQvXIniWriter::Commit(const TStore& store)
     m_committed = true;
 }
 
+/// Not after a refused entry, and not while an exception that began after the construction is
+/// active: the document is incomplete then.
 void TQvXIniWriter::CommitSilently() noexcept
 {
     if (!m_error.empty() || std::uncaught_exceptions() > m_exceptions)
@@ -144,6 +149,8 @@ void TQvXIniStreamWriter::CommitE()
     Commit([this](const std::string& text) { return Store(text); });
 }
 
+/// Truncated after the write: when the write fails, no more of the old content is lost than it has
+/// overwritten.
 std::string TQvXIniStreamWriter::Store(const std::string& text)
 {
     if (!m_stream || !*m_stream)
@@ -177,6 +184,7 @@ int TQvXIniTreeWriter::FindF(const std::string& name, Kind kind) const
     return -1;
 }
 
+/// A new element is the last of its section, so that its position is their number less one.
 int TQvXIniTreeWriter::FindCreateF(const std::string& name, Kind kind)
 {
     const int position = FindF(name, kind);
@@ -240,6 +248,7 @@ TQvXIniEntry* TQvXIniTreeWriter::At(int position) const
     return nullptr;
 }
 
+/// The same value changes nothing, so that its quotes and blanks stay as a person wrote them.
 bool TQvXIniTreeWriter::WriteAt(int position, const std::string& value)
 {
     TQvXIniEntry* const key = At(position);

@@ -85,7 +85,8 @@ TEST_F(Files, RefusalsReportTheErrorAndChangeNothing)
     EXPECT_EQ(ReadFile(m_to), "old");
     EXPECT_EQ(read, "kept");
     // A file that claims to be empty.
-    EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read) && !read.empty());
+    EXPECT_TRUE(QvReadWholeFile("/proc/filesystems", &read));
+    EXPECT_NE(read, "");
     EXPECT_TRUE(QvCopyFile("/proc/filesystems", m_to, false));
     EXPECT_EQ(ReadFile(m_to), read);
 }
@@ -149,7 +150,7 @@ TEST_F(Files, MoveReplacesOnlyWithOverwrite)
     }
 }
 
-TEST_F(Files, RemovalIsNeverLedOutByLinks)
+TEST_F(Files, RemovalNeverFollowsLinks)
 {
     MakeTree(m_temp.Path(), "to=old tree/deep/er/file= tree/back\\slash= tree/link>.. "
                             "tree/deep/er/link>../../../to first>tree second>tree");
@@ -159,7 +160,7 @@ TEST_F(Files, RemovalIsNeverLedOutByLinks)
         EXPECT_EQ(Failure(QvRemoveDirectoryEx(refused, true, true, nullptr)), EINVAL) << refused;
     EXPECT_EQ(Failure(QvRemoveDirectory(m_temp / "tree")), ENOTEMPTY);
     EXPECT_EQ(Failure(QvRemoveDirectoryEx(m_temp / "tree", false, true, nullptr)), ENOTEMPTY);
-    // Of a link to a folder only the link goes.
+    // Of a link to a folder only the link is removed.
     EXPECT_TRUE(QvRemoveDirectoryEx(m_temp / "first/", true, true, nullptr));
     EXPECT_TRUE(QvRemoveDirectory(m_temp / "second//"));
     EXPECT_EQ(Names(), (TNames{"to", "tree"}));
@@ -181,7 +182,7 @@ TEST_F(Files, OnlyForceRemovesWriteProtectedEntries)
         std::string text;
         EXPECT_EQ(Failure(QvRemoveDirectoryEx(tree, true, false, &text)), EACCES);
         EXPECT_EQ(text, "\"" + tree + "/protected/sub\": Permission denied");
-        EXPECT_EQ(NamesIn(tree), TNames{"protected"}) << "the rest goes";
+        EXPECT_EQ(NamesIn(tree), TNames{"protected"}) << "the rest is removed";
         EXPECT_TRUE(QvRemoveDirectoryEx(tree, true, true, &text));
         EXPECT_FALSE(Exists(tree));
     }));

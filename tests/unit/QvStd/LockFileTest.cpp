@@ -22,7 +22,7 @@ class LockFileTest : public testing::Test
 {
 protected:
     /// Processes report their progress to each other through files.
-    void Tell(const std::string& word) const { m_folder.Write(word, ""); }
+    void Report(const std::string& word) const { m_folder.Write(word, ""); }
     bool Await(const std::string& word) const
     {
         return WaitUntil([&] { return Exists(m_folder / word); });
@@ -39,11 +39,11 @@ TEST_F(LockFileTest, AWaiterLeavesTheQueueAndASuspendedOneDelaysOthersOnlyBriefl
     TChildProcess reader([&] {
         const bool written = Await("written");
         const TQvLockFile lock(m_path, kShared, "child", kLong);
-        Tell("reads");
+        Report("reads");
         return written && lock && Await("done") ? 0 : 1;
     });
     auto writer = std::make_unique<TQvLockFile>(m_path, kExclusive, "parent", 0);
-    Tell("written");
+    Report("written");
     const int descriptor = open(m_path.c_str(), O_RDWR | O_CLOEXEC);
     // The byte that the head of the queue locks.
     const auto turn = [descriptor](int command) {
@@ -57,7 +57,7 @@ TEST_F(LockFileTest, AWaiterLeavesTheQueueAndASuspendedOneDelaysOthersOnlyBriefl
     writer.reset();
     ASSERT_TRUE(Await("reads"));
     EXPECT_TRUE(IsFree(kShared));
-    Tell("done");
+    Report("done");
     EXPECT_EQ(reader.Wait(), 0);
 
     ASSERT_TRUE(turn(F_OFD_SETLK)); // as a suspended waiter
@@ -68,25 +68,26 @@ TEST_F(LockFileTest, AWaiterLeavesTheQueueAndASuspendedOneDelaysOthersOnlyBriefl
     close(descriptor);
 }
 
-TEST_F(LockFileTest, UpgradeLetsNoWriterSlipInAndASecondOneIsRefusedAtOnce)
+TEST_F(LockFileTest, AnUpgradeExcludesWritersAndASecondOneIsRefusedAtOnce)
 {
     TChildProcess child([&] {
         TQvLockFile lock(m_path, kShared, "child", kLong);
-        Tell("shared");
+        Report("shared");
         return Await("upgrade") && lock.Relock(true) && lock.IsExclusive() && Await("end") ? 0 : 1;
     });
     ASSERT_TRUE(Await("shared"));
     auto lock = std::make_unique<TQvLockFile>(m_path, kShared, "parent", kLong);
-    Tell("upgrade");
+    Report("upgrade");
     ASSERT_TRUE(WaitUntil([&] { return !IsFree(kShared); })) << "readers would starve it";
     const std::uint32_t start = QvGetTickCount();
     EXPECT_FALSE(lock->Relock(true));
     EXPECT_LT(QvGetTickCount() - start, kLong / 2);
     EXPECT_EQ(lock->getError(), -EDEADLK);
-    EXPECT_TRUE(*lock && !lock->IsExclusive()) << "it keeps its shared lock";
+    EXPECT_TRUE(*lock) << "it keeps its shared lock";
+    EXPECT_FALSE(lock->IsExclusive());
     lock.reset();
     EXPECT_FALSE(IsFree(kExclusive));
-    Tell("end");
+    Report("end");
     EXPECT_EQ(child.Wait(), 0);
 }
 
@@ -110,7 +111,7 @@ TEST_F(LockFileTest, NoteNamesTheHolderAndForeignContentIsNeverWritten)
          {std::string(), std::string("lock held by owner=me\n"), free + "more\n",
           "lock held by owner=PC pid=1 time=20" + std::string(1000, 'x') + "\n"}) {
         m_folder.Write("file.lock", foreign);
-        TQvLockFile lock(m_path, kShared, "somebody with a long name", 0);
+        TQvLockFile lock(m_path, kShared, "an owner with a long name", 0);
         EXPECT_EQ(TQvLockFile(m_path, kExclusive, "b", 0).getHolder(), "");
         EXPECT_TRUE(lock.Relock(true));
         EXPECT_EQ(ReadFile(m_path), foreign);
@@ -125,7 +126,7 @@ TEST_F(LockFileTest, AWaiterTakesTheFileAtThePath)
         return isHeld && lock.IsAtPath() ? 0 : 1;
     });
     auto holder = std::make_unique<TQvLockFile>(m_path, kShared, "a", 0);
-    Tell("held");
+    Report("held");
     ASSERT_TRUE(WaitUntil([&] { return !IsFree(kShared); })) << "the child waits for the old file";
     ASSERT_EQ(unlink(m_path.c_str()), 0);
     EXPECT_TRUE(TQvLockFile(m_path, kExclusive, "c", 0)) << "the new file is not locked";
@@ -142,7 +143,7 @@ TEST_F(LockFileTest, ReadersWithoutWritePermissionQueue)
             const TQvLockFile lock(m_path, kExclusive, "writer", kLong);
             usleep(2000); // nearly always locked
             if (i == 1)
-                Tell("running");
+                Report("running");
         }
         return 1;
     });

@@ -20,7 +20,7 @@ protected:
     std::string m_file = m_folder / "reg/user.x-ini";
 };
 
-TEST_F(RegistryTest, ValuesComeBackWhateverTheCaseOfTheirNames)
+TEST_F(RegistryTest, NamesIgnoreLetterCase)
 {
     const std::string value = " two\nlines \\ \"quoted\" ";
     ASSERT_TRUE(TQvRegMan::writeString(kUser, kKey, "V", value, true));

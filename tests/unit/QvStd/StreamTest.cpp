@@ -91,7 +91,7 @@ TEST_F(FileStream, SharesOnlyWithOpenersThatShare)
     }
 }
 
-TEST_F(FileStream, AgreesWithTheBytesWhateverTheSizes)
+TEST_F(FileStream, EqualsTheBytesForAllSizes)
 {
     std::minstd_rand random;
     const auto below = [&random](std::size_t limit) { return random() % limit; };
@@ -125,7 +125,7 @@ TEST_F(FileStream, AgreesWithTheBytesWhateverTheSizes)
     EXPECT_EQ(ReadFile(m_folder / "file"), bytes);
 }
 
-TEST_F(FileStream, OpeningAnotherFileForgetsTheOldOne)
+TEST_F(FileStream, OpeningAnotherFileClosesTheOldOne)
 {
     TQvFileStream stream;
     ASSERT_TRUE(stream.Open(m_folder.Write("a", "aaaa"), kQvOpenRead, kAlone));
@@ -135,20 +135,24 @@ TEST_F(FileStream, OpeningAnotherFileForgetsTheOldOne)
     EXPECT_EQ(OpenError(m_folder / "a", kQvOpenRead, kAlone), 0);
 }
 
-TEST_F(FileStream, RefusesWhatCannotBe)
+TEST_F(FileStream, RefusesPositionsBeyondTheLimitAndAClosedStream)
 {
     TQvFileStream stream(TQvPath(m_folder / "file"), kQvOpenReadWrite, kQvShareAll);
     EXPECT_FALSE(stream.setPosition(std::uint64_t{INT64_MAX} + 1));
     EXPECT_TRUE(PassesInChild([&] {
         LimitFileSize(10'000);
-        EXPECT_EQ(stream.Write(Pattern(12'000).data(), 12'000), 10'000u) << "how far it came";
+        EXPECT_EQ(stream.Write(Pattern(12'000).data(), 12'000), 10'000u)
+            << "what was written before the failure";
         EXPECT_EQ(stream.getPosition(), 10'000u);
         EXPECT_EQ(stream.Write("x", 1), TQvStream::invalid_value);
         EXPECT_EQ(stream.getError(), -EFBIG);
     }));
     EXPECT_TRUE(stream.Close());
     EXPECT_EQ(ReadSome(stream, 1), "<error>");
-    EXPECT_FALSE(stream.Close() || stream.setPosition(0) || stream.setSize(0) || stream.Flush());
+    EXPECT_FALSE(stream.Close());
+    EXPECT_FALSE(stream.setPosition(0));
+    EXPECT_FALSE(stream.setSize(0));
+    EXPECT_FALSE(stream.Flush());
     EXPECT_EQ(stream.getError(), -EBADF);
 }
 

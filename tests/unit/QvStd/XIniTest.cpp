@@ -69,20 +69,25 @@ TEST_F(XIni, ErrorsNameTheirLine)
 
 TEST_F(XIni, UnderstandsValues)
 {
-    const auto value = [](const std::string& text) {
-        return Parse(text)->Root.Children.at(0)->Value;
-    };
-    EXPECT_EQ(value("a= \t") + value("a=\"\""), "");
-    EXPECT_EQ(value("a = b c \r") + value("a=b=c") + value("a=; c"), "b cb=c; c");
-    EXPECT_EQ(value("a=C:\\new \"x\""), "C:\\new \"x\"");
-    EXPECT_EQ(value("a=\" b \"  "), " b ");
-    EXPECT_EQ(value(R"(a="\\\"\n\r\t\x00\xfF\x4a")"), std::string("\\\"\n\r\t\0\xFF\x4A", 8));
+    const std::pair<const char*, std::string> rows[] = {
+        {"a= \t", ""},
+        {"a=\"\"", ""},
+        {"a = b c \r", "b c"},
+        {"a=b=c", "b=c"},
+        {"a=; c", "; c"},
+        {"a=C:\\new \"x\"", "C:\\new \"x\""},
+        {"a=\" b \"  ", " b "},
+        {R"(a="\\\"\n\r\t\x00\xfF\x4a")", std::string("\\\"\n\r\t\0\xFF\x4A", 8)}};
+    for (const auto& [text, expected] : rows)
+        EXPECT_EQ(Parse(text)->Root.Children.at(0)->Value, expected) << text;
     std::int32_t number = 7;
     for (const char* text : {"", " 1", "1 ", "+1", "0x1", "1.0", "2147483648", "-2147483649"})
         EXPECT_FALSE(QvXIniParseValue(text, number)) << text;
-    EXPECT_TRUE(number == 7 && QvXIniParseValue("-2147483648", number));
+    EXPECT_EQ(number, 7);
+    EXPECT_TRUE(QvXIniParseValue("-2147483648", number));
     std::uint32_t natural = 7;
-    EXPECT_TRUE(!QvXIniParseValue("-1", natural) && QvXIniParseValue("4294967295", natural));
+    EXPECT_FALSE(QvXIniParseValue("-1", natural));
+    EXPECT_TRUE(QvXIniParseValue("4294967295", natural));
 }
 
 TEST_F(XIni, WritesNothingBeforeTheCommit)
@@ -114,7 +119,8 @@ TEST_F(XIni, TheReaderWalksPositionsAndNamesWhatIsMissing)
     EXPECT_TRUE(reader->FindFP("a", &position));
     EXPECT_FALSE(reader->FindFP("a", &position));
     EXPECT_EQ(position, 3) << "it stays where it was";
-    EXPECT_FALSE(reader->EnterSection(0) || reader->EnterSection(-1)) << "a key, nothing";
+    EXPECT_FALSE(reader->EnterSection(0)) << "a key";
+    EXPECT_FALSE(reader->EnterSection(-1));
     EXPECT_EQ(reader->Read(1, std::string("default")), "default") << "a section";
     EXPECT_EQ(Told([&] { reader->FindFE("b"); }), " has no key \"b\".");
     const auto section = reader->EnterSectionSE("s");
@@ -145,7 +151,8 @@ TEST_F(XIni, MissingAndMalformedFilesAreNamed)
     EXPECT_TRUE(reader.ReadDocument());
     EXPECT_EQ(reader.ReadE<int>(reader.FindFE("a")), 1);
     stream->Close();
-    EXPECT_FALSE(reader.ReadDocument() || ReadQvXIniTree(stream.get()));
+    EXPECT_FALSE(reader.ReadDocument());
+    EXPECT_FALSE(ReadQvXIniTree(stream.get()));
     EXPECT_EQ(Told([&] { reader.FindFE("a"); }), " cannot be read: Bad file descriptor.");
     ASSERT_EQ(std::remove(m_path.toSysStr().c_str()), 0);
     EXPECT_EQ(Told([&] { GetXIniReader(m_path); }), " cannot be opened for reading.");
@@ -157,17 +164,21 @@ TEST_F(XIni, TheTreeWriterKeepsAllOtherEntries)
                             "[/s]\ngone=1\n; stays\n[gone]\nx=1\n[/]\nempty=\r\nlast= 1");
     TQvXIniTreeWriter writer(tree);
     EXPECT_TRUE(writer.Write(writer.FindF("key"), std::string("new ")));
-    EXPECT_TRUE(writer.WriteS("empty", 5) && writer.WriteS("last", 2));
+    EXPECT_TRUE(writer.WriteS("empty", 5));
+    EXPECT_TRUE(writer.WriteS("last", 2));
     EXPECT_TRUE(writer.Delete(writer.FindF("gone", TKind::Section)));
     EXPECT_TRUE(writer.Delete(writer.FindF("gone")));
     ASSERT_TRUE(writer.OpenSection(writer.FindCreateF("s", TKind::Section)));
     EXPECT_TRUE(writer.WriteS("same", 1)) << "its quotes stay";
     ASSERT_TRUE(writer.OpenSection(writer.FindF("t", TKind::Section)));
     EXPECT_TRUE(writer.WriteS("added", std::string("1")));
-    EXPECT_TRUE(writer.ExitSection() && writer.ExitSection() && !writer.ExitSection());
+    for (const bool isInside : {true, true, false})
+        EXPECT_EQ(writer.ExitSection(), isInside);
     EXPECT_EQ(writer.FindCreateF("u", TKind::Section), 4);
-    EXPECT_FALSE(writer.Write(1, 1) || writer.OpenSection(0)) << "a section, a key";
-    EXPECT_FALSE(writer.Write(-1, 1) || writer.Delete(-1));
+    EXPECT_FALSE(writer.Write(1, 1)) << "a section";
+    EXPECT_FALSE(writer.OpenSection(0)) << "a key";
+    EXPECT_FALSE(writer.Write(-1, 1));
+    EXPECT_FALSE(writer.Delete(-1));
     EXPECT_EQ(writer.FindCreateF("a=b"), -1);
     WriteQvXIniTreeE(m_path, *tree);
     EXPECT_EQ(Content(),
@@ -201,7 +212,7 @@ TEST_F(XIni, ADocumentWithARefusedEntryIsNotCommitted)
     EXPECT_THROW(write("b", true), TQvUserBreak);
     EXPECT_EQ(Content(), "old=1\n");
     write("b", false);
-    EXPECT_EQ(Content(), "b=1\n") << "a writer that goes commits";
+    EXPECT_EQ(Content(), "b=1\n") << "destroying a writer commits";
     const TQvPath nowhere(m_folder / "no/file");
     EXPECT_THROW(GetXIniWriter(nowhere)->CommitE(), TQvMessage);
     EXPECT_THROW(WriteQvXIniTreeE(nowhere, *Parse("")), TQvMessage);

@@ -75,7 +75,8 @@ TEST_F(TDamageTest, EveryByteChangedToEveryOther)
             text[position] = static_cast<char>(text[position] ^ change);
             TJournalEntries entries;
             const bool isWhole = ReadJournal(text, &entries).State == TJournalState::Whole;
-            // No checksum covers that of a checkpoint, but a change there brings no other entry.
+            // No checksum covers the number of a checkpoint; a change there must not change an
+            // entry.
             ASSERT_FALSE(isWhole && kText[line] != '*') << position << " " << change;
             ASSERT_TRUE(!isWhole || Copied(entries) == kComplete) << position << " " << change;
         }

@@ -1,4 +1,4 @@
-// What the tests of the journal share: a storage in a fresh folder, and journals by hand.
+// For the tests of the journal: a storage in a fresh folder, and journals made of text.
 #pragma once
 
 #include <map>

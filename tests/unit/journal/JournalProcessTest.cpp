@@ -1,4 +1,4 @@
-// What processes that share a storage do to each other.
+// Processes that share a storage.
 #include "JournalFixture.h"
 
 #include <cstdlib>
@@ -35,8 +35,8 @@ void ExpectDone(const TChildren& children)
         EXPECT_EQ(child->Wait(), 0);
 }
 
-// Writers in C++ and in Python, of which one reaches the storage by another path, and so by another
-// lock file; two processes that rewrite it; one that deletes the lock file again and again.
+// Writers in C++ and in Python, one of which uses another path, and so another lock file; two
+// processes that rewrite; one that deletes the lock file again and again.
 TEST_F(TStorageTest, WritersLoseNothingWhateverHappensToTheirLock)
 {
     constexpr int kRecords = 200;

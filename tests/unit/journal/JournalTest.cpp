@@ -65,7 +65,7 @@ TEST_F(TStorageTest, ReplaysLines)
         {"split at the last ?", "/x?y?z\r\n", {{"/x?y", "z"}}},
         {"no ?", "/AB\r\n/C?c\r\n", {{"/C", "c"}}},
         {"trimmed, CR dropped, LF alone taken", "/A? a b\t \r\n-A \n/B?b\n", {{"/B", "b"}}},
-        {"ids stay as they stand, in byte order",
+        {"ids are not changed, in byte order",
          "/b?1\r\n/a?2\r\n/B?3\r\n/\xFF?4\r\n",
          {{"/B", "3"}, {"/a", "2"}, {"/b", "1"}, {"/\xFF", "4"}}},
         {"unknown lines and stamps", "!x\r\n\r\n:1\r\n;2\r\n /A?a\r\n/B?\r\n", {{"/B", ""}}},
@@ -77,7 +77,7 @@ TEST_F(TStorageTest, ReplaysLines)
     }
 }
 
-TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
+TEST_F(TStorageTest, PiecesDoNotChangeTheResult)
 {
     // Longer than any buffer: lines that cross the end of a piece, and one that fills several.
     std::string block = ";QV5Dir\r\n";
@@ -96,7 +96,8 @@ TEST_F(TStorageTest, WorksInPiecesThatDoNotShow)
     EXPECT_NE(Journal().substr(0, 11), saved.substr(0, 11)) << "no two rewrites are alike";
 }
 
-// What cannot be read is neither empty nor broken. Each row: a link, where it leads, the error.
+// A journal that cannot be read is neither empty nor broken. Each row: a link, its target, the
+// error.
 TEST_F(TStorageTest, ChangesNothingThatItCannotRead)
 {
     const std::tuple<const char*, const char*, int> kRows[] = {
@@ -106,7 +107,7 @@ TEST_F(TStorageTest, ChangesNothingThatItCannotRead)
         {"$QvStorage.list", ".", EISDIR},
         {"content", "$QvStorage.list", ENOTDIR},
         {"content", "volume-that-is-not-there", ENOENT},
-        {"content", "content", ENOENT}}; // a link without an end leads to nothing
+        {"content", "content", ENOENT}}; // an endless link
     const std::string torn = Sealed(kJournalHead + "/A?a\r\n") + "/B?b\r\n";
     for (const auto& [name, target, error] : kRows) {
         const bool isContent = name == std::string("content");
@@ -128,7 +129,7 @@ TEST_F(TStorageTest, ChangesNothingThatItCannotRead)
     }
 }
 
-TEST_F(TStorageTest, KnowsWhetherOthersTouchedTheJournal)
+TEST_F(TStorageTest, NoticesChangesByOthers)
 {
     EXPECT_FALSE(Storage.LoadDirUpdate());
     TResStorage other = Another();
@@ -163,7 +164,7 @@ TEST_F(TStorageTest, RewritesAboveTheThreshold)
     EXPECT_EQ(Copied(Storage.Dir()), (TEntries{{"/B", "b"}}));
     EXPECT_TRUE(std::filesystem::is_symlink(File()));
     EXPECT_EQ(static_cast<int>(std::filesystem::status(Temp / "elsewhere").permissions()), 0640);
-    EXPECT_EQ(Storage.DoLoadDir() && !Storage.DirChanged(), true);
+    EXPECT_FALSE(Storage.DirChanged());
 }
 
 TEST_F(TStorageTest, RebuildsFromTheContentFolderAndKeepsWhatItReplaces)
@@ -198,7 +199,7 @@ TEST_F(TStorageTest, RebuildsFromTheContentFolderAndKeepsWhatItReplaces)
     EXPECT_EQ(ReadFile(Damaged()), torn) << "an empty journal is not worth keeping";
 }
 
-TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
+TEST_F(TStorageTest, RefusesIdsThatAJournalCannotRepresent)
 {
     ASSERT_TRUE(Storage.LoadDir());
     const std::string before = Journal();
@@ -216,7 +217,7 @@ TEST_F(TStorageTest, RefusesIdsThatAJournalCannotGiveBack)
     EXPECT_EQ(Journal(), before + Sealed("-A /\r\n"));
 }
 
-TEST_F(TStorageTest, LockingWantsAnOwner)
+TEST_F(TStorageTest, LockingNeedsAnOwner)
 {
     Storage.Settings.Owner.reset();
     EXPECT_EQ(ThrownText([this] { Storage.LoadDir(); }), "@QvConfigData is not initialized");
@@ -292,10 +293,10 @@ TEST_F(TStorageTest, WorksUnderAGivenLock)
         EXPECT_EQ(operation.Run(Storage, refused), !operation.Reads)
             << operation.Name << ": only a writer tries once more";
         refused.reset();
-        // A rewrite that loading wants goes under the same lock, so few blocks for the readers.
+        // Few blocks for the readers: loading more would rewrite, under the same lock.
         WriteJournal(operation.Reads ? kEmpty : kTwoBlocks);
         const auto shared = TStorageLocker::VCreate(Storage, false);
-        for (int i = 0; i < 2; ++i) { // under what it made of the lock, too
+        for (int i = 0; i < 2; ++i) { // again, with the lock that the operation has left
             EXPECT_TRUE(operation.Run(Storage, shared)) << operation.Name;
             EXPECT_EQ(shared->IsExclusive(), !operation.Reads) << operation.Name;
         }
@@ -317,7 +318,8 @@ TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShareOrThatWasReplaced)
             EXPECT_EQ(LogOf(log), TLines{refused + kNotLocked});
             const int error = isReplaced ? ESTALE : EAGAIN;
             EXPECT_EQ(Storage.Failure().Error(), operation.Reads ? 0 : error) << operation.Name;
-            EXPECT_TRUE(*shared && !shared->IsExclusive()) << operation.Name;
+            EXPECT_TRUE(*shared) << operation.Name;
+            EXPECT_FALSE(shared->IsExclusive()) << operation.Name;
         }
         reader.reset();
         unlink(Lock().c_str());
@@ -330,7 +332,8 @@ TEST_F(TStorageTest, WritesNothingUnderALockThatOthersShareOrThatWasReplaced)
     EXPECT_EQ(Storage.Failure().Error(), ESTALE);
     EXPECT_EQ(Journal(), kTwoBlocks);
     EXPECT_TRUE(Storage.AddResourceRecord("/c", false, exclusive));
-    EXPECT_TRUE(exclusive->IsAtPath() && exclusive->IsExclusive());
+    EXPECT_TRUE(exclusive->IsAtPath());
+    EXPECT_TRUE(exclusive->IsExclusive());
     EXPECT_EQ(Journal(), kTwoBlocks + Sealed("/C?c\r\n") + Sealed("/C?c\r\n"));
 }
 

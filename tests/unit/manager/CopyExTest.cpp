@@ -33,13 +33,13 @@ TEST_P(CopyEx, LayoutFollowsTheCommonParent)
         {{"/A/sub"}, "/B", "sub/1= sub/in/2="},
         {{"/A/sub/"}, "/B", "1= in/2="}, // is its own parent
         {{"/A/x"}, "/B/new/er/", "new/er/x="},
-        // several: the nearest "/" that both of them have before they differ
+        // several: the last "/" before they differ
         {{"/A/x", "/A/sub/"}, "/B", "sub/1= sub/in/2= x="},
         {{"/A/sub/1", "/A/subway/3"}, "/B", "sub/1= subway/3="},
         {{"/A/sub/", "/A/sub/1"}, "/B", "1= in/2="},
         // ids that only share the first "/" keep their whole text; mounts are crossed
         {{"/A/in/", "/V/"}, "/B", "A/in/M/4= V/D/"},
-        // what is missing is left out; a source is listed even through a link
+        // a missing source is left out; a source that is a link is listed
         {{"/A/none", "/A/x", "no id"}, "/B", "A/x="},
         {{"/A/link"}, "/B", "link/4="},
     };
@@ -88,7 +88,7 @@ TEST_P(CopyEx, FailuresAndSkippedOnes)
     EXPECT_FALSE(Manager.CopyResourceEx(Params));
 }
 
-TEST_P(CopyEx, SidecarsFollowAlsoThoseThatTheCopyAdds)
+TEST_P(CopyEx, SidecarsAreCopiedAlsoThoseThatTheCopyAdds)
 {
     Fill("A/f=1 A/f.meta=m A/z/f=2 A/z/g=3");
     EXPECT_TRUE(Copy({"/A"}, "/B"));
@@ -98,7 +98,7 @@ TEST_P(CopyEx, SidecarsFollowAlsoThoseThatTheCopyAdds)
     EXPECT_EQ(Tree("A/z"), "f=1 f.meta=m g=3 z/f=1 z/f.meta=m z/g=3");
 }
 
-TEST_P(CopyEx, AParentThatGoesIsMadeAgain)
+TEST_P(CopyEx, ADeletedParentIsMadeAgain)
 {
     Fill("A/f/1= A/f/2= B/f/2=");
     Params.CallbackContext = &Manager;

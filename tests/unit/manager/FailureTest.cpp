@@ -1,5 +1,4 @@
-// What operations answer, and what LastFailure has, where a link leads elsewhere, and where two ids
-// are one file.
+// What operations answer, and what LastFailure has, with links and with two ids of one file.
 #include <cerrno>
 #include <fcntl.h>
 #include <sched.h>
@@ -120,7 +119,7 @@ TEST_F(Failures, WhatABindMountShowsTwiceIsNotLost)
     }));
 }
 
-TEST_F(Failures, AMoveKeepsTheSidecarFromOneWhoOpens)
+TEST_F(Failures, AResourceBeingMovedKeepsItsSidecar)
 {
     MakeTree(Temp.Path(), "A/x=1 A/x.meta=m");
     const TQvFileStream mover(TQvPath(Temp / "A/x.meta"), kQvOpenRead, kQvShareAll);
@@ -133,7 +132,7 @@ TEST_F(Failures, AMoveKeepsTheSidecarFromOneWhoOpens)
     EXPECT_EQ(TreeOf(Temp.Path()), "A/f/ A/f.meta=kept");
 }
 
-TEST_F(Failures, DeeperThanAPathIsCopiedAsFarAsOneReachesAndRemoved)
+TEST_F(Failures, FoldersDeeperThanAPathAreRemovedAndTheirCopyFails)
 {
     int folder = open((Temp / "A").c_str(), O_RDONLY);
     const std::string name(200, 'd');

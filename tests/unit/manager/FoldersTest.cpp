@@ -22,7 +22,7 @@ TEST_P(Folders, CreatedClearedAndDeleted)
                  // a failure does not end it
                  {"clear /A", false, "A/in/x= A/in/x.meta= A/in/.hidden= A/in/bad:name/x= A/z/y=",
                   "A/in/.hidden= A/in/bad:name/x="},
-                 // a link goes, not what it leads to
+                 // a link is deleted, not its target
                  {"clear /A", true, "A/link>../other other/kept=", "A/ other/kept="},
                  // across a mount point, which stays
                  {"clear /A/in", false, "A/in/M/ M/x=", "A/in/M/ M/"},
@@ -42,7 +42,7 @@ TEST_P(Folders, CreatedClearedAndDeleted)
     EXPECT_EQ(log.Entries[0].Level, 5);
 }
 
-TEST_P(Folders, ClearShowsProgressAndHeedsTheUser)
+TEST_P(Folders, ClearShowsProgressAndCanBeCancelled)
 {
     Fill("D/1= D/2= D/3=");
     TTestProgress progress;
@@ -76,6 +76,8 @@ TEST_P(Folders, RenameKeepsMountPoints)
         EXPECT_EQ(rename(id, "x"),
                   "The folder \"" + id +
                       "\" cannot be renamed: it is a mount point or contains one.");
+    EXPECT_NE(rename("/A/other", "other/sub/below"), "");
+    EXPECT_EQ(TResourceManager::LastFailure().Error, EINVAL) << "a folder inside itself";
     EXPECT_EQ(rename("/A/other/", "renamed"), "");
     EXPECT_EQ(rename("/A/i", "j"), "") << "begins like a mount point, and is none";
     EXPECT_EQ(Tree(), "A/in/ A/j/ A/renamed/sub/ D/ M/");
@@ -95,7 +97,7 @@ TEST_P(Folders, RecursiveListingIsDeepestFirstAndCrossesMounts)
     if (OnDisk("A"))
         expected.insert(expected.begin() + 4, "/A/in/loop/");
     EXPECT_EQ(all, expected) << "each once; the link is shown and not entered";
-    // a mask, or folders left out, gives the same entries less what does not match
+    // a mask, or a listing without folders, gives those of the same entries that match
     TIds masked = Listed(Manager, "/A", "*.txt", 5);
     std::sort(masked.begin(), masked.end());
     EXPECT_EQ(masked, (TIds{"/A/in/3.TXT", "/A/in/M/2.txt", "/A/in/one/1.txt"}));

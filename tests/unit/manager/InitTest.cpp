@@ -23,20 +23,14 @@ TEST(Module, InitNeedsAStartedAndLoadedConfiguration)
     EXPECT_EQ(failure(), "@QvConfigData is not initialized");
 }
 
-TEST_F(Init, KnowsItsModulesFile)
+TEST_F(Init, SplitsThePathOfTheModule)
 {
     auto& module = QvModule_Initializer::getInst();
     const std::string file = module.ModuleFile();
-    constexpr const char* kRows[][4] = {
-        {"/a/libQv.so", "/a/", "libQv.so", "so"},
-        {"/a.b/end.", "/a.b/", "end.", ""},
-    };
-    for (const auto& [path, folder, name, extension] : kRows) {
-        module.SetModuleFile(path);
-        EXPECT_EQ(module.ModuleFolder(), folder) << path;
-        EXPECT_EQ(module.ModuleFileName(), name) << path;
-        EXPECT_EQ(module.ModuleExtension(), extension) << path;
-    }
+    module.SetModuleFile("/a.b/libQv.so");
+    EXPECT_EQ(module.ModuleFolder(), "/a.b/");
+    EXPECT_EQ(module.ModuleFileName(), "libQv.so");
+    EXPECT_EQ(module.ModuleExtension(), "so");
     module.SetModuleFile(file);
     EXPECT_EQ(module.get_resource_string("global.None"), "");
     EXPECT_EQ(module.get_resource_string("global.None", "default"), "default");
@@ -75,7 +69,7 @@ TEST_F(Init, SettingsHaveDefaultsButOneIsKept)
     }
 }
 
-TEST_F(Init, FailureLeavesNoIndexIntoNothing)
+TEST_F(Init, AFailureLeavesNoNodeInTheIndexes)
 {
     const auto init = [this] { Manager.Init(); };
     Var.Write("Profiles/Test/profile.x-ini",

@@ -52,7 +52,7 @@ protected:
     bool OnDisk(const std::string& name) const { return m_inMemory.count(name) == 0; }
     bool IsAllOnDisk() const { return m_inMemory.empty(); }
 
-    /// Fills what is in memory from the folder of its name, where Save shows it.
+    /// Fills the nodes in memory from the folders of their names.
     void Load()
     {
         for (auto& [name, entries] : m_inMemory)
@@ -69,8 +69,8 @@ protected:
         Temp.Write(name, content);
         Load();
     }
-    std::string Tree(const std::string& name = {}) { return Save(), TreeOf(Temp / name); }
-    std::string Content(const std::string& name) { return Save(), ReadFile(Temp / name); }
+    std::string Tree(const std::string& name = {}) { return TreeOf(Saved(name)); }
+    std::string Content(const std::string& name) { return ReadFile(Saved(name)); }
     /// Rows with a link are for disks alone.
     void ExpectTrees(const std::vector<TTreeCase>& cases)
     {
@@ -91,6 +91,11 @@ private:
     {
         for (auto& [name, entries] : m_inMemory)
             SaveEntries(*entries, Temp / name);
+    }
+    std::string Saved(const std::string& name)
+    {
+        Save();
+        return Temp / name;
     }
 
     std::map<std::string, std::shared_ptr<TMemoryEntries>> m_inMemory; ///< by name

@@ -37,7 +37,7 @@ TEST_F(Mount, RefusesBeforeAnythingChanges)
     EXPECT_EQ(Manager.MountNodes().size(), 2u);
 }
 
-TEST_F(Mount, ANodeOfTheHostsOwn)
+TEST_F(Mount, MountsANodeOfTheHost)
 {
     const auto mounted = [this](const var_a<TResourceManager::TMountNode*>& node) {
         return ThrownText([&] { Manager.MountNodeE(node); });
@@ -54,7 +54,7 @@ TEST_F(Mount, ANodeOfTheHostsOwn)
     EXPECT_EQ(Manager.ResourceExists("/own"), kResNothing);
 }
 
-TEST_F(Mount, RootIsFreshAndLast)
+TEST_F(Mount, TheRootIsRebuiltAndStaysLast)
 {
     EXPECT_EQ(Mounted("/new/Point", Data.Path() + "/"), "");
     EXPECT_EQ(Manager.ResourceExists("/NEW"), kResFolder);
@@ -108,7 +108,7 @@ TEST_F(Mount, PersistentChangesKeepWhatOthersWrote)
     EXPECT_EQ(ReadFile(Var.ProfileFile()), "broken");
 }
 
-TEST_F(Mount, TableStaysChangedWhenTheProfileCannotBe)
+TEST_F(Mount, TheTableStaysChangedWhenTheProfileFails)
 {
     Unmounted("/DATA");
     EXPECT_EQ(Mounted("/DATA", Data.Path(), true),

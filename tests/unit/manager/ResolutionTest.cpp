@@ -13,7 +13,7 @@ const std::string kGetNode4Id =
     "@TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::__cxx11::string "
     "&, bool, bool, bool) const: ";
 
-TEST(Resolution, QuestionsAboutIds)
+TEST(Resolution, QueriesOfIds)
 {
     TResourceManager manager;
     EXPECT_EQ(ThrownText([&] { manager.GetNode4Id("/x", true, true, false); }),
@@ -32,7 +32,7 @@ TEST(Resolution, QuestionsAboutIds)
     EXPECT_FALSE(manager.IsInsideMyComputer("/My Computer"));
 }
 
-TEST(Resolution, InvalidIdThrowsWhateverIsAsked)
+TEST(Resolution, AnInvalidIdAlwaysThrows)
 {
     TResourceManager manager;
     manager.MountFileNodeE("/A", "/tmp", false);
@@ -123,7 +123,7 @@ std::string RootFolders(const TResourceManager::TMountNode& root)
     return found;
 }
 
-TEST(Resolution, AgreesWithThePlainWayAfterEachMountAndUnmount)
+TEST(Resolution, EqualsThePlainSearchAfterEachMountAndUnmount)
 {
     TRandomIds randomId;
     for (int round = 0; round < 100; ++round) {

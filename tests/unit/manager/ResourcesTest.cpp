@@ -13,7 +13,7 @@ namespace
 using Resources = TAnyMountedTree;
 QV_WITH_ANY_NODES(Resources);
 
-TEST_P(Resources, OpenTellsWhatItCouldNotDo)
+TEST_P(Resources, OpenNamesWhatFailed)
 {
     const std::pair<const char*, std::vector<qvOpenMode>> kRows[] = {
         {"The resource \"%1%\" cannot be created.", {7, 11, 12}},
@@ -87,7 +87,7 @@ TEST_P(Resources, CopiedAndMovedBetweenNodes)
     EXPECT_EQ(TreeOf(Temp.Path()), "A/ B/h=linked");
 }
 
-TEST_P(Resources, TheUpdateTimeFollows)
+TEST_P(Resources, TheUpdateTimeIsCopied)
 {
     const auto yesterday = std::filesystem::file_time_type::clock::now() - std::chrono::hours(24);
     std::filesystem::last_write_time(Temp.Write("A/x", "1"), yesterday);

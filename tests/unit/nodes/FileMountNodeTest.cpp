@@ -33,7 +33,7 @@ protected:
     TFileMountNode Node{"/D", TQvPath(Folder)};
 };
 
-TEST_F(FileMountNode, NoIdLeadsOutOfTheFolder)
+TEST_F(FileMountNode, NoIdNamesAFileOutsideTheFolder)
 {
     // what lies beside the folder is no sidecar of it, and the folder itself is not deleted by way
     // of ".."
@@ -42,6 +42,7 @@ TEST_F(FileMountNode, NoIdLeadsOutOfTheFolder)
         for (const qvOpenMode mode : {7, 8, 9, 10, 11, 12, 0, 13})
             EXPECT_FALSE(Opens(folder, mode)) << folder << " in mode " << mode;
     EXPECT_FALSE(Node.ResourceMetaExists("/D/.."));
+    EXPECT_TRUE(Node.IsSameResource("/D/a/../none", Node, "/D/none"));
     EXPECT_FALSE(Node.DeleteResource("/D/../x.txt"));
     EXPECT_FALSE(Node.DeleteFolder("/D/.."));
     EXPECT_NO_THROW(Node.RenameFolderE("/D/sub", "../../renamed"));
@@ -115,7 +116,7 @@ TEST_F(FileMountNode, AttributesAreTheSystemsOwn)
     EXPECT_FALSE(Node.Find(items, "/D", "none", kFindResources, nullptr)) << "nothing new";
 }
 
-TEST_F(FileMountNode, FindGivesWhatQtGivesInItsOrderButNoSidecar)
+TEST_F(FileMountNode, FindEqualsQtExceptForSidecars)
 {
     MakeTree(Folder, "a= B/ x= 1a= ab/ aB= Ba/ xb.a= a.x= a.B/ x.= [= ]= [a]= [b]b/ b*= *a/ -a= "
                      "*.*= B.TXT= a.meta= a.meta.txt= .hidden= .meta= $QvStorage.list= "

@@ -49,7 +49,7 @@ TEST(RootMountNode, ListsDirectChildrenOnceAsWritten)
     EXPECT_EQ(items->at(0).Attrib.Origin, kOriginRootNode);
 }
 
-TEST(RootMountNode, AnswersForTheWayToEachMountPoint)
+TEST(RootMountNode, HasTheParentFoldersOfMountPoints)
 {
     TRootMountNode root = MakeRoot({"/A/B"});
     TQvResAttrib attrib;

@@ -54,7 +54,8 @@ TEST_F(ResourceProfile, MissingSectionOrKeyThrows)
         Profile.Nodes["/OLD"];
         Profile.TotalFreeSpace = 5;
         EXPECT_THROW(Load(text), TQvMessage) << text;
-        EXPECT_TRUE(Profile.Nodes.empty() && Profile.TotalFreeSpace == 0) << text;
+        EXPECT_TRUE(Profile.Nodes.empty()) << text;
+        EXPECT_EQ(Profile.TotalFreeSpace, 0u) << text;
     }
 }
 

@@ -3,10 +3,18 @@
 
 #include <QRegularExpression>
 
+#include "QvStd/Strings.h"
 #include "resid/NameMask.h"
 
 namespace
 {
+std::vector<std::string> Words(const std::string& text)
+{
+    std::vector<std::string> words;
+    append_parse_strings(words, text, ' ', false);
+    return words;
+}
+
 /// One to six of `pieces`, which may make characters together or break them.
 std::string RandomText(std::mt19937& random, const std::vector<std::string>& pieces)
 {
@@ -20,33 +28,11 @@ std::string RandomText(std::mt19937& random, const std::vector<std::string>& pie
 // characters of two code units, broken UTF-8, characters of regular expressions.
 TEST(NameMask, AnswersAsQtDoes)
 {
-    const std::vector<std::string> letters = {"a",
-                                              "A",
-                                              "k",
-                                              "S",
-                                              ".",
-                                              "-",
-                                              "$",
-                                              "(",
-                                              "\\",
-                                              "]",
-                                              "{2}",
-                                              "\n",
-                                              u8"\u00E4",
-                                              u8"\u00C4",
-                                              u8"\u017F",
-                                              u8"\u212A",
-                                              u8"\uFEFF",
-                                              u8"\U0001F600",
-                                              "\xC3",
-                                              "\xA4",
-                                              "\xE2\x84",
-                                              "\xFF",
-                                              "\xED\xA0\x80",
-                                              u8"\uFFFD"};
-    const std::vector<std::string> wildcards = {"*", "*", "?", "[ak]", "[!a]", "["};
-    std::vector<std::string> ofMasks = {"a", "k",  "s", ".", "*", "*",
-                                        "?", "\\", "]", "(", "^", "+"};
+    const std::vector<std::string> letters =
+        Words(u8"a A k S . - $ ( \\ ] {2} \n \u00E4 \u00C4 \u017F \u212A \uFEFF \U0001F600 \uFFFD "
+              "\xC3 \xA4 \xE2\x84 \xFF \xED\xA0\x80");
+    const std::vector<std::string> wildcards = Words("* * ? [ak] [!a] [");
+    std::vector<std::string> ofMasks = Words("a k s . * * ? \\ ] ( ^ +");
     std::mt19937 random(20240229);
     int matches = 0;
     for (int i = 0; i < 3000; ++i) {

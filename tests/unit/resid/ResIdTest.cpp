@@ -32,19 +32,26 @@ TEST(ResId, SlashesNormalFormAndMasks)
 
 TEST(ResId, PartsOfAnId)
 {
-    const auto parts = [](const std::string& id) {
-        EXPECT_EQ(QvExtractResNameExt(id), QvExtractResName(id));
-        return QvExtractResPath(id) + ", " + QvExtractResName(id) + ", " +
-               QvExtractResNameOnly(id) + ", " + QvExtractResExt(id) + ", " +
-               QvExtractResPathNameOnly(id);
-    };
-    ExpectEach(
-        parts,
-        {"/A/b.txt > /A/, b.txt, b, .txt, /A/b", "/A/ > /A/, , , , /A/", "abc > , abc, abc, , abc",
-         "/A.b/c > /A.b/, c, c, , /A.b/c", "/A/x.tar.gz > /A/, x.tar.gz, x.tar, .gz, /A/x.tar",
-         // a name that begins with its only "." has no extension, one that ends in it an empty one
-         "/A/.hidden > /A/, .hidden, .hidden, , /A/.hidden", "/A/.. > /A/, .., .., , /A/..",
-         "/A/a. > /A/, a., a, ., /A/a"});
+    // id; path, name, name without extension, extension, path and name without extension
+    constexpr const char* kRows[][6] = {
+        {"/A/b.txt", "/A/", "b.txt", "b", ".txt", "/A/b"},
+        {"/A/", "/A/", "", "", "", "/A/"},
+        {"abc", "", "abc", "abc", "", "abc"},
+        {"/A.b/c", "/A.b/", "c", "c", "", "/A.b/c"},
+        {"/A/x.tar.gz", "/A/", "x.tar.gz", "x.tar", ".gz", "/A/x.tar"},
+        // a name that begins with its only "." has no extension, one that ends in it the extension
+        // "."
+        {"/A/.hidden", "/A/", ".hidden", ".hidden", "", "/A/.hidden"},
+        {"/A/..", "/A/", "..", "..", "", "/A/.."},
+        {"/A/a.", "/A/", "a.", "a", ".", "/A/a"}};
+    for (const auto& [id, path, name, nameOnly, extension, pathNameOnly] : kRows) {
+        EXPECT_EQ(QvExtractResPath(id), path) << id;
+        EXPECT_EQ(QvExtractResName(id), name) << id;
+        EXPECT_EQ(QvExtractResNameExt(id), name) << id;
+        EXPECT_EQ(QvExtractResNameOnly(id), nameOnly) << id;
+        EXPECT_EQ(QvExtractResExt(id), extension) << id;
+        EXPECT_EQ(QvExtractResPathNameOnly(id), pathNameOnly) << id;
+    }
 }
 
 TEST(ResId, CompactAndMerge)
@@ -54,7 +61,7 @@ TEST(ResId, CompactAndMerge)
                {" > ", "/ > /", "/A/B/.. > /A/B/..", "/A/. > /A/.", "../../A/ > ../../A/",
                 "/../A/ > /../A/", "/A/./B/ > /A/B/", "./A > A", "/./././ > /", "/A/B/../../C > /C",
                 "/A/B/../ > /A/", "a/b/../c/../../d > d"});
-    // a ".." never eats another one
+    // a ".." never removes another one
     ExpectEach(QvCompactResId,
                {"A/../../B/ > ../B/", "/../../A/../ > /../../", "../A/../../B > ../../B"});
     // an empty segment is a segment; one that only begins with ".." is ordinary
@@ -117,7 +124,7 @@ TEST(ResId, Kinds)
     }
 }
 
-TEST(ResId, NormalFormInOnePassIsThePlainOne)
+TEST(ResId, NormalFormInOnePassEqualsThePlainOne)
 {
     std::minstd_rand random;
     for (int i = 0; i < 20000; ++i) {

@@ -9,8 +9,8 @@
 
 namespace
 {
-/// In these trees a file that holds "5" was last written in 2005, at the end of the second that its
-/// stamp says, and "#5" stands for that stamp.
+/// In these trees a file with the content "5" was last written in 2005, at the end of the second
+/// that its stamp says; "#5" is that stamp.
 class Backups : public TMountedFolder
 {
 protected:
@@ -57,7 +57,7 @@ TEST_F(Backups, KeepsAtMostThatManyOfItsOwn)
     Expect("a.b", 0, before, "backup/a#1.b=3 backup/a#2.b=2 backup/a#3.b=1");
     Expect("a", 2, "a=9 backup/a#1=1 backup/a#2=1",
            "backup/a#1=1 backup/a#2=1 backup/a#9=9"); // two of one time count as one
-    // A mask made of the name as it is, or read without regard to case, takes each for its own.
+    // A mask made of the unescaped name, or one that ignores case, would match all of these.
     Expect("a[1].b", 1,
            "a[1].b=9 backup/A[1]#1.b=1 backup/a#1.b=1 backup/a1#1.b=1 backup/a[1]#1.b=1 "
            "backup/a[1]#1.c=1 backup/a[1]x#1.b=1",

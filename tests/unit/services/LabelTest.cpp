@@ -53,7 +53,8 @@ TEST_F(Labels, Computed)
     stream.Close();
     EXPECT_FALSE(ComputeResResourceLabelSC1(&stream, &label));
 
-    // From where the stream stands, over several blocks; an independent implementation's sums.
+    // From the position of the stream, over several blocks; the sums of an independent
+    // implementation.
     for (const auto& [size, crc] :
          {std::pair(std::size_t{0}, 0u), {256 * 1024, 0xBA8D8DC4}, {600000, 0xB8E3E871}}) {
         ASSERT_TRUE(stream.Open(Temp.Write("a", "xx" + std::string(size, 'a')), 10, kQvShareAll));
@@ -71,7 +72,7 @@ TEST_F(Labels, NothingToLabel)
         EXPECT_FALSE(WriteResResourceLabel(id, label)) << id;
         EXPECT_FALSE(WeakCheckResResourceLabel(Label(0, 0, 0), id)) << id;
     }
-    // What opens and cannot be read to its end has no checksum.
+    // A resource that opens and cannot be read to its end has no checksum.
     ASSERT_EQ(symlink("/proc/self/mem", (Temp / "unreadable").c_str()), 0);
     EXPECT_FALSE(GetResResourceLabel("/T/unreadable", &label, false));
     EXPECT_EQ(Text(label), Text(Label(9, 9, 9)));
@@ -102,7 +103,7 @@ TEST_F(Labels, Checks)
     }
 }
 
-TEST_F(Labels, OnlyAWholeLabelIsRead)
+TEST_F(Labels, OnlyACompleteLabelIsRead)
 {
     const TQvResourceLabel extreme = Label(UINT64_MAX, UINT32_MAX, -5);
     for (const char* unlabelled : {"[other]\n[/]\n", "[resource_label]\nsize=1\ntime=2\n[/]\n",
@@ -128,7 +129,7 @@ TEST_F(Labels, OnlyAWholeLabelIsRead)
     EXPECT_EQ(Sidecar(), broken);
 }
 
-TEST_F(Labels, GetTakesTheCheapestGoodOne)
+TEST_F(Labels, GetPrefersAGivenOrStoredLabel)
 {
     Temp.Write("r.meta", "[other]\n[/other]\n" + Text(Label(5, 77)));
     label = Label(4, 66);

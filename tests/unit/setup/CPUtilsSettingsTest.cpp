@@ -46,26 +46,27 @@ TEST_F(Settings, Refusals)
 
 TEST_F(Settings, RegistryKeepsOneScope)
 {
-    // The refusal, and what the registry holds then, common and the user's own.
-    const auto apply = [this](const char* folder, bool common) {
-        std::string held = Apply(Temp / folder, common);
-        for (const TQvRegKey root : {TQvRegKey::Common, TQvRegKey::User})
-            held += "," + TQvPath(TQvRegMan::readString(root, kPlainKey, "VarPath")).fileName();
-        return held;
+    const auto valueOf = [](TQvRegKey root) {
+        return TQvPath(TQvRegMan::readString(root, kPlainKey, "VarPath")).fileName();
     };
-    EXPECT_EQ(apply("one", true), ",one,");
-    EXPECT_EQ(apply("one", false), ",,one") << "the common value goes, it would hide the user's";
-    EXPECT_EQ(apply("two", true), ",two,one") << "the user's own stays, it is hidden";
+    const auto expect = [&](const char* folder, bool common, const char* refusal, const char* ofAll,
+                            const char* own) {
+        EXPECT_EQ(Apply(Temp / folder, common), refusal) << folder;
+        EXPECT_EQ(valueOf(TQvRegKey::Common), ofAll) << folder;
+        EXPECT_EQ(valueOf(TQvRegKey::User), own) << folder;
+    };
+    expect("one", true, "", "one", "");
+    expect("one", false, "", "", "one"); // the common value would hide the user's own
+    expect("two", true, "", "two", "one");
 
     unlink((Temp / "registry/common.x-ini.lock").c_str());
     Temp.MakeFolder("registry/common.x-ini.lock");
-    EXPECT_EQ(apply("two", true), ",two,one") << "what stays the same needs no registry";
-    EXPECT_EQ(apply("one", false), kNoRegistry + std::string(",two,one"))
-        << "a common value that cannot go hides the user's own";
+    expect("two", true, "", "two", "one"); // no change needs no registry
+    expect("one", false, kNoRegistry, "two", "one");
     Temp.Write("registry/common.x-ini", "broken\n");
-    EXPECT_EQ(apply("two", false), ",,two") << "a file that cannot be read hides nothing";
+    expect("two", false, "", "", "two"); // an unreadable file hides nothing
     Configure();
-    EXPECT_EQ(apply("var", false), ",,two") << "the environment's setting is in force";
+    expect("var", false, "", "", "two"); // the environment variable is used
 }
 
 TEST_F(Settings, PolicyFileKeepsEverythingElse)
@@ -79,7 +80,7 @@ TEST_F(Settings, PolicyFileKeepsEverythingElse)
     EXPECT_EQ(Policy(), head + tail + "repository=" + Temp.Path() + "/\n");
 }
 
-TEST_F(Settings, UnreadablePolicyFileIsPutAside)
+TEST_F(Settings, AnUnreadablePolicyFileIsRenamed)
 {
     TLogCapture log;
     Temp.Write("var/$cp.tmp", "old probe");

@@ -71,10 +71,12 @@ TEST_F(State, LoadLeavesOutUnreadableProfiles)
     Temp.Write("var/Profiles/Nothing/x", "");
     EXPECT_EQ(Reload(), (TNames{"Also", "Good"}));
     EXPECT_EQ(state.ProfileIndex.at("GOOD"), &state.Profiles[1]);
-    EXPECT_EQ(state.CurrentProfile + state.SelectedProfile, "gOOdgOOd");
+    EXPECT_EQ(state.CurrentProfile, "gOOd");
+    EXPECT_EQ(state.SelectedProfile, "gOOd");
     WritePolicy("profile=Absent\n");
     Reload();
-    EXPECT_EQ(state.CurrentProfile + state.SelectedProfile, "Also");
+    EXPECT_EQ(state.CurrentProfile, "");
+    EXPECT_EQ(state.SelectedProfile, "Also");
     state.Remote = true;
     WritePolicy("profile=Good\n");
     EXPECT_EQ(Reload(), (TNames{"Also*", "Good*"}));
@@ -188,7 +190,7 @@ TEST_F(State, SaveKeepsWhatOthersHaveChangedMeanwhile)
     EXPECT_EQ(Policy(), "profile=Theirs\n");
 }
 
-TEST_F(State, TheLockIsOneForAThreadAndNamesItsFile)
+TEST_F(State, AThreadMayTakeTheLockTwiceAndARefusalNamesTheFile)
 {
     Temp.MakeFolder("var/Profiles");
     const TQvVarFolderLock lock(TQvPath(Var("/Profiles/..")), 0);
@@ -254,12 +256,12 @@ TEST_F(State, FirstProfileNeverChangesAnExistingConfiguration)
     EXPECT_FALSE(Exists(Profiles())) << "the user cancelled it";
     WriteProfiles({"a\\b"});
     TQvCPUtils::CreateProfileNode(data, nullptr);
-    EXPECT_EQ(Folders(), TNames{"a\\b"}) << "one whose name is none is there, too";
+    EXPECT_EQ(Folders(), TNames{"a\\b"}) << "its name is no profile name, but it exists";
     std::filesystem::remove_all(Profiles());
     for (const char* text : {"[profile]\n  remote=0\n[/profile]\n", "broken\n"}) {
         const std::string file = Temp.Write("var/Profiles/LocalProfile/profile.x-ini", text);
         TQvCPUtils::CreateProfileNode(data, nullptr);
-        EXPECT_EQ(ReadFile(file), text) << "one that cannot be read is there, too";
+        EXPECT_EQ(ReadFile(file), text) << "it may be unreadable, but it exists";
     }
 }
 } // namespace

@@ -1,4 +1,4 @@
-// A machine with nothing configured: home folder and registry lie in a fresh temporary folder.
+// A machine with nothing configured: home folder and registry are in a fresh temporary folder.
 #pragma once
 
 #include <gtest/gtest.h>

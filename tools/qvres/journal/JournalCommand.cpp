@@ -58,21 +58,22 @@ void AddJournalCommand(CLI::App& app, THost& host)
          "Load the journal, repairing a broken one, and print its records: one \"id<TAB>name\" a "
          "line"},
         {"verify", false,
-         "Look at the journal without changing it and print what it is: whole, missing, torn tail, "
+         "Read the journal without changing it and print its state: whole, missing, torn tail, "
          "damage at byte N, or bad signature; the exit status is 0 only for whole"},
         {"add", true, "Record a resource; an ID with a \"/\" at its end is a folder"},
         {"remove", true, "Remove the record of a resource or folder"},
-        {"rebuild", false, "Make the journal anew from what lies in FOLDER/content"},
+        {"rebuild", false, "Rebuild the journal from the files in FOLDER/content"},
         {"merge", false, "Rewrite the journal in its shortest form"},
     };
     CLI::App* const journal =
-        AddCommand(app, "journal", "Work on the journal of a resource storage",
-                   "  qvres journal load /srv/storage\n"
-                   "  qvres journal add /srv/storage /Data/a.txt\n");
+        AddCommand(app, "journal", "Work on the journal of a resource storage", "");
     journal->require_subcommand(1);
     const auto call = std::make_shared<TJournalCall>();
     for (const TOperation& operation : kOperations) {
-        CLI::App* const command = journal->add_subcommand(operation.Name, operation.Description);
+        CLI::App* const command =
+            AddCommand(*journal, operation.Name, operation.Description,
+                       std::string("  qvres journal ") + operation.Name + " /srv/storage" +
+                           (operation.HasId ? " /Data/a.txt" : ""));
         command->add_option("FOLDER", call->Folder, "The storage folder")->required();
         if (operation.HasId)
             command->add_option("ID", call->Id, "An absolute id")->required();

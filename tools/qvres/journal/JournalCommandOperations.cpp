@@ -7,6 +7,7 @@
 #include <QvStd/Log.h>
 
 #include "BreakSignal.h"
+#include "Checks.h"
 #include "Failure.h"
 #include "Json.h"
 #include "journal/JournalFormat.h"
@@ -57,7 +58,7 @@ void RequireHeld(const TQvLockFile& lock, const TResStorage& storage)
 {
     if (!lock)
         throw TFailure("cannot lock " + storage.Folder + kStorageLockSuffix + ": " +
-                       (lock.getHolder().empty() ? QvErrorText(-lock.getError())
+                       (lock.getHolder().empty() ? CauseText(-lock.getError())
                                                  : "it is locked by " + lock.getHolder()));
 }
 
@@ -75,9 +76,8 @@ void Require(bool done, const TResStorage& storage)
 {
     const TQvResult& why = storage.Failure();
     if (!done)
-        throw TFailure(
-            why.Name() + ": " +
-            (why.Error() == EBUSY ? "another program has locked it" : QvErrorText(why.Error())));
+        throw TFailure(why.Name() + ": " + CauseText(why.Error() == EBUSY ? EAGAIN : why.Error()),
+                       "", why.Error());
 }
 
 struct TLook
@@ -161,7 +161,7 @@ void Load(THost& host, TResStorage& storage)
     if (host.Json) {
         auto records = nlohmann::ordered_json::array();
         for (const auto& [id, name] : storage.Dir())
-            records.push_back({{"id", id}, {"name", name}});
+            PutText(records.emplace_back(RecordOf(std::string(id))), "name", std::string(name));
         host.Out.Line(ToJsonText(records));
         return;
     }
@@ -171,18 +171,20 @@ void Load(THost& host, TResStorage& storage)
 
 void Change(TResStorage& storage, const std::string& id, bool adding)
 {
-    if (id.empty() || id == "/" || !TResourceManager::IsValidResId(id, false))
-        throw TFailure("no valid id of a resource or folder: " + id);
+    if (id.empty() || !TResourceManager::IsValidResId(id, false))
+        throw TFailure(Quoted(id) + " is not a valid resource id: " + IdProblem(id), id, EINVAL);
+    if (id == "/")
+        throw TFailure("a journal has no record of \"/\" itself", id, EINVAL);
     const bool isFolder = id.back() == '/';
     const std::string bare = isFolder ? id.substr(0, id.size() - 1) : id;
     const auto locker = Lock(storage, true);
     LoadKeepingSealed(storage, locker);
     if (!adding && storage.Dir().count(QvNormalizeResId(id)) == 0)
-        throw TFailure("the journal has no record of " + id);
+        throw TFailure("the journal has no record of " + Quoted(id), id, ENOENT);
     const bool done = adding ? storage.AddResourceRecord(bare, isFolder, locker)
                              : storage.DeleteResourceRecord(bare, isFolder, locker);
     if (storage.Failure().Error() == EINVAL)
-        throw TFailure("a journal cannot contain the id " + id);
+        throw TFailure("a journal cannot contain the id " + Quoted(id), id, EINVAL);
     Require(done, storage);
 }
 } // namespace
