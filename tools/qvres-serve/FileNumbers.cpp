@@ -4,7 +4,7 @@
 
 void TFileNumbers::Show(struct stat* status)
 {
-    status->st_ino = NumberOf(status->st_dev, status->st_ino);
+    status->st_ino = status->st_ino ^ MarkOf(status->st_dev);
     // 1 means "not counted": mount points appear as additional sub-folders.
     if (S_ISDIR(status->st_mode))
         status->st_nlink = 1;
@@ -13,7 +13,7 @@ void TFileNumbers::Show(struct stat* status)
         status->st_mode = S_IFREG | (status->st_mode & ~static_cast<mode_t>(S_IFMT));
 }
 
-ino_t TFileNumbers::NumberOf(dev_t device, ino_t number)
+ino_t TFileNumbers::MarkOf(dev_t device)
 {
     constexpr unsigned kDeviceShift = 54;
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -21,5 +21,5 @@ ino_t TFileNumbers::NumberOf(dev_t device, ino_t number)
     const auto index = static_cast<ino_t>(known - m_devices.begin());
     if (known == m_devices.end())
         m_devices.push_back(device);
-    return number ^ (index << kDeviceShift);
+    return index << kDeviceShift;
 }

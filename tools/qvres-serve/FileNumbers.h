@@ -15,7 +15,8 @@ public:
     /// `status` as it is shown: its number, its kind and its link count.
     void Show(struct stat* status);
 
-    ino_t NumberOf(dev_t device, ino_t number);
+    /// What is shown is a number of the disk with these bits changed.
+    ino_t MarkOf(dev_t device);
 
 private:
     std::mutex m_mutex;

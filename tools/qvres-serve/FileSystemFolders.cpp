@@ -128,6 +128,9 @@ int TFileSystem::AddDiskNames(TFolderHandle& folder)
         return errno;
     if (const TQvResult result = reader.Rewind(); !result)
         return result.Error();
+    constexpr std::size_t kUsual = 64;
+    folder.Names.reserve(kUsual);
+    const ino_t ofDisk = m_numbers.MarkOf(own.st_dev);
     TQvFolderEntry entry;
     while (reader.Next(&entry)) {
         if (IsSidecarName(entry.Name))
@@ -135,8 +138,7 @@ int TFileSystem::AddDiskNames(TFolderHandle& folder)
         const mode_t kind = KindOf(reader.Descriptor(), entry);
         // Devices and the like are no resources.
         if (kind == S_IFREG || kind == S_IFDIR || kind == S_IFLNK || kind == 0)
-            folder.Names.push_back(
-                {std::string(entry.Name), kind, m_numbers.NumberOf(own.st_dev, entry.Number)});
+            folder.Names.push_back({std::string(entry.Name), kind, entry.Number ^ ofDisk});
     }
     return reader.Result().Error();
 }
