@@ -14,7 +14,7 @@
 
 namespace
 {
-TEST(Message, ShownText)
+TEST(Message, FillsEachPlaceOnce)
 {
     // A place in an argument is not filled, and a place without an argument stays.
     EXPECT_STREQ((TQvMessage("@%1%/%2%/%3%/%1%") << "%2%" << 7).what(), "%2%/7/%3%/%2%");

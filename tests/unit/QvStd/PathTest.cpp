@@ -57,7 +57,7 @@ TEST(Path, JoinInBlocksEqualsThePlainJoin)
     }
 }
 
-TEST(Path, Validity)
+TEST(Path, OnlyPathsWithinTheLimitsAreValid)
 {
     const std::string longest = "/" + std::string(255, 'n');
     std::string full;
@@ -69,7 +69,7 @@ TEST(Path, Validity)
         EXPECT_FALSE(TQvPath(bad).isPathValid()) << bad;
 }
 
-TEST(Path, Parts)
+TEST(Path, SplitsAPathIntoItsParts)
 {
     std::istringstream ends("- - - - -   / - / / -   a a a/ a a   //a/b// a/b// //a/b// //a/b -");
     for (std::string text, bare, slash, plain, name; Next(ends, text, bare, slash, plain, name);) {

@@ -53,7 +53,7 @@ TEST_P(CopyEx, LayoutFollowsTheCommonParent)
     }
 }
 
-TEST_P(CopyEx, RefusedDestinations)
+TEST_P(CopyEx, RefusesVirtualDestinationsAndTheCommonParent)
 {
     Write("A/x", "content");
     for (const char* virtualFolder : {"/", "/V", "/V/", ""})
@@ -66,7 +66,7 @@ TEST_P(CopyEx, RefusedDestinations)
     EXPECT_EQ(Content("A/x"), "content");
 }
 
-TEST_P(CopyEx, FailuresAndSkippedOnes)
+TEST_P(CopyEx, ListsFailuresAndNotSkippedResources)
 {
     Fill("A/1=new A/2=new A/file=new A/folder/in=new A/bad:name=new A/link>folder "
          "B/1=old B/2=old B/file/is_a_folder=old B/folder=is_a_file");

@@ -56,7 +56,7 @@ TEST_P(Folders, ClearShowsProgressAndCanBeCancelled)
     EXPECT_EQ(patient.Positions, (std::vector<double>{0, 0.5}));
 }
 
-TEST_P(Folders, RealAndEmpty)
+TEST_P(Folders, VirtualFoldersAreNotRealAndNotEmpty)
 {
     EXPECT_TRUE(Manager.IsFolder("/V/d/", true));
     EXPECT_FALSE(Manager.IsFolder("/V", true));
@@ -148,7 +148,7 @@ TEST_P(Folders, FindShowsHiddenNamesAndMountsWhenAsked)
     EXPECT_EQ(items->at(0).Attrib.Origin, kOriginRootNode);
 }
 
-TEST_P(Folders, FindWithProgress)
+TEST_P(Folders, FindStartsOnlyAnIdleProgress)
 {
     TTestProgress progress;
     Listed(Manager, "/V", "*", 2, &progress);

@@ -13,7 +13,7 @@ const std::string kGetNode4Id =
     "@TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::__cxx11::string "
     "&, bool, bool, bool) const: ";
 
-TEST(Resolution, QueriesOfIds)
+TEST(Resolution, QueriesIgnoreLetterCase)
 {
     TResourceManager manager;
     EXPECT_EQ(ThrownText([&] { manager.GetNode4Id("/x", true, true, false); }),

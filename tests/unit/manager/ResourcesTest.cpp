@@ -168,7 +168,7 @@ TEST_P(Resources, FailedMoveLeavesNoHalfTarget)
     EXPECT_EQ(Tree("B"), "old=old");
 }
 
-TEST_P(Resources, DiskFileOfAResource)
+TEST_P(Resources, OnlyDiskNodesHaveFilesAndLocks)
 {
     EXPECT_EQ(Manager.GetResourceFile("/A/x", false), "");
     EXPECT_EQ(Manager.GetResourceFileFolder("/A/x"), "");

@@ -57,7 +57,7 @@ TEST_F(FileMountNode, NoIdNamesAFileOutsideTheFolder)
               std::to_string(ENOENT));
 }
 
-TEST_F(FileMountNode, StreamsAndMetadata)
+TEST_F(FileMountNode, OpeningRemovesStaleMetadataOnly)
 {
     MakeTree(Folder, "a=1");
     EXPECT_FALSE(Node.OpenResourceMeta("/D/none", kQvOpenReadWrite, kQvShareAll));

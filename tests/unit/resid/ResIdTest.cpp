@@ -30,7 +30,7 @@ TEST(ResId, SlashesNormalFormAndMasks)
     EXPECT_EQ(QvNormalizeResId(std::wstring(L"/a\u00e4\U0001F600")), "/A\xC3\xA4\xF0\x9F\x98\x80");
 }
 
-TEST(ResId, PartsOfAnId)
+TEST(ResId, SplitsAnIdIntoItsParts)
 {
     // id; path, name, name without extension, extension, path and name without extension
     constexpr const char* kRows[][6] = {
@@ -54,7 +54,7 @@ TEST(ResId, PartsOfAnId)
     }
 }
 
-TEST(ResId, CompactAndMerge)
+TEST(ResId, CompactingResolvesDotSegmentsExceptTheLast)
 {
     // the last segment and a "../" without a segment before it stay
     ExpectEach(QvCompactResId,
@@ -73,7 +73,7 @@ TEST(ResId, CompactAndMerge)
     EXPECT_EQ(QvMergeResId("", "a/./b"), "a/b");
 }
 
-TEST(ResId, Relative)
+TEST(ResId, ARelativeIdClimbsToTheCommonFolder)
 {
     const auto from = [](const char* base) {
         return [base](const std::string& id) { return GetRelativeResId(id, base); };
@@ -86,7 +86,7 @@ TEST(ResId, Relative)
     ExpectEach(from("a/b/c"), {"a/x > ../../x"});
 }
 
-TEST(ResId, BreakIntoParts)
+TEST(ResId, BreaksOnlyAbsoluteIds)
 {
     EXPECT_EQ(BreakIdIntoParts("/"), TIds());
     EXPECT_EQ(BreakIdIntoParts("/A/b c//d/"), (TIds{"A", "b c", "", "d"}));

@@ -65,7 +65,7 @@ TEST_F(Backups, KeepsAtMostThatManyOfItsOwn)
            "backup/a[1]x#1.b=1");
 }
 
-TEST_F(Backups, Failures)
+TEST_F(Backups, FailuresKeepTheResource)
 {
     const std::string signature = "@void BackupResource(const std::__cxx11::string &, size_t): ";
     Expect("none", 3, "a=5", "a=5", signature + "Invalid resource ID");

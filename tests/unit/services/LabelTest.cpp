@@ -39,7 +39,7 @@ protected:
     TQvResourceLabel label = Label(9, 9, 9);
 };
 
-TEST_F(Labels, Computed)
+TEST_F(Labels, AreComputedFromTheContent)
 {
     EXPECT_TRUE(ComputeResResourceLabel("/t/r", &label, false));
     EXPECT_EQ(Text(label), Text(Label(5, 0)));
@@ -63,7 +63,7 @@ TEST_F(Labels, Computed)
     }
 }
 
-TEST_F(Labels, NothingToLabel)
+TEST_F(Labels, ExistOnlyForReadableResources)
 {
     Temp.MakeFolder("folder");
     for (const char* id : {"/T/none", "/T/folder", "no id"}) {
@@ -86,7 +86,7 @@ TEST_F(Labels, NothingToLabel)
     EXPECT_EQ(NamesIn(Temp.Path()), (std::vector<std::string>{"folder", "r", "unreadable"}));
 }
 
-TEST_F(Labels, Checks)
+TEST_F(Labels, AreCheckedBySizeTimeAndChecksum)
 {
     const std::tuple<TQvResourceLabel, bool, bool> kRows[] = {
         {Label(5, kCrcOfHello), true, true},

@@ -6,7 +6,7 @@ using Folders = TMachine;
 
 constexpr char kBad[] = "bad\x01";
 
-TEST_F(Folders, SettingThenRegistry)
+TEST_F(Folders, TheSettingCountsBeforeTheRegistry)
 {
     // setting; registry: common, user's, user's under the other key; wanted scope; folder, scope
     constexpr const char* kRows[][7] = {

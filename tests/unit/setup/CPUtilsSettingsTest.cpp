@@ -20,7 +20,7 @@ std::string Apply(const std::string& folder, bool common = false, bool useReposi
 
 constexpr char kNoRegistry[] = "The setting of the VAR folder cannot be written to the registry.";
 
-TEST_F(Settings, Refusals)
+TEST_F(Settings, RefusalsChangeNothing)
 {
     const std::string file = Temp.Write("file", "");
     const std::string blocked = Temp / "blocked";

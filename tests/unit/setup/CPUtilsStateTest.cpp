@@ -230,7 +230,7 @@ TEST_F(State, SaveRefusesBeforeItWrites)
     EXPECT_EQ(Policy(), "profile=Drop\n");
 }
 
-TEST_F(State, NodesAndFreeSpace)
+TEST_F(State, AddedNodesReplaceOthersOfTheirNameAndCountTheirSpace)
 {
     TQvCPUtils::AddNodeState(TQvPath("/usr"), "Absent", state);
     EXPECT_FALSE(TQvCPUtils::RefreshProfileFreeSpaceState("Absent", state));

@@ -10,7 +10,7 @@ namespace
 using URLResourceHandler = TMountedFolder;
 TQvURLResourceHandler Handler;
 
-TEST_F(URLResourceHandler, PathOfAURL)
+TEST_F(URLResourceHandler, ThePathIsTheTextAfterTheScheme)
 {
     EXPECT_EQ(Handler.URL2Path(TQvURL("qvres:/a%20b/../c")), "/a%20b/../c") << "as it stands";
     EXPECT_EQ(Handler.URL2Path(TQvURL("QVRES:/x")), "");
