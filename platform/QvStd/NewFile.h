@@ -50,10 +50,10 @@ public:
     {
         /// An existing target is refused (EEXIST), also one that appears before Publish.
         bool FailIfExists = false;
-        /// Open does not check the target unless it cannot make an unnamed file; Publish does, when
-        /// the name turns out to be taken. For a small content, or a target that is probably
-        /// missing; with Permissions or FailIfExists only. A target that is a link to another file
-        /// system is refused (EXDEV).
+        /// Open does not check the target, Publish does when the name turns out to be taken. For a
+        /// small content, or a target that is probably missing; with Permissions or FailIfExists
+        /// only. Without FailIfExists a failure may be caused by this option, as with a target that
+        /// is a link to another folder, or a file system without unnamed files: try again without.
         bool ExpectsNone = false;
         /// The content is synced before the file gets its name, and the name before Publish
         /// answers.

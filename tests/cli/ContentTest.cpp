@@ -40,10 +40,14 @@ TEST_F(TContentTest, WhatTheSystemRefusesIsSaidAsSuchAndOnce)
          {"nameless --var a/s/v ls", "", R"("$T/a/s/v" cannot be read: Permission denied.)"},
          {"nameless setup a/s/t", "",
           R"(the folder "a/s/t" cannot be accessed: Permission denied)"},
+         {"mkdir -m 777 w; echo 1 >w/x; ln -s ../w/y a/l; nameless --mount /A=a --mount /W=w cp "
+          "/W/x /A/l; cat w/y",
+          "1\n"},
          {R"(unshare -m sh -c 'mount -t tmpfs -o size=8k full b; head -c 9999 "$QVRES" >f
-                    "$QVRES" --mount /B=b put /B/x f; "$QVRES" --var b setup; mount -o remount,ro b
-                    "$QVRES" --mount /B=b mkdir /B/d; ls b')",
-          "Config\nLogs\nProfiles\nTmp\nUserData\npolicy.x-ini\n",
+                    "$QVRES" --mount /B=b put /B/x f; "$QVRES" --var b setup
+                    ln b/policy.x-ini b/z; "$QVRES" --mount /B=b cp /B/policy.x-ini /B/z && echo 2
+                    mount -o remount,ro b; "$QVRES" --mount /B=b mkdir /B/d; ls b')",
+          "2\nConfig\nLogs\nProfiles\nTmp\nUserData\npolicy.x-ini\nz\n",
           R"("/B/x" cannot be written: No space left on device
 "$T/b/Profiles/LocalProfile/profile.x-ini" cannot be written: No space left on device.
 the folder "/B/d" cannot be created: Read-only file system)",

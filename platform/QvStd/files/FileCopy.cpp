@@ -97,7 +97,9 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
     options.NotOnto = input.Number();
     options.Folder = folders != nullptr ? &folders->Target : nullptr;
     TQvResult copied = CopyOpened(input.Number(), source, from, to, options, progress);
-    if (isSmall && copied.Error() == EXDEV) { // the target is a link to another file system
+    // Whatever the reason: with a look at the target first, the copy succeeds or reports the right
+    // one. The target may be a link to another folder, or the source itself on a full disk.
+    if (isSmall && !copied) {
         options.ExpectsNone = false;
         copied = CopyOpened(input.Number(), source, from, to, options, progress);
     }

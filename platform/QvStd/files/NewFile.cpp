@@ -264,14 +264,9 @@ int TQvNewFile::TState::CreateContent()
     int file = -1;
     if (!Existing)
         file = OpenUnnamedBeside(Options.Permissions.value_or(kNewFileBits));
-    const bool lacksUnnamed = file < 0 && LacksUnnamedFiles(errno);
     // A named file cannot tell, when it gets the target's name, whether there is a target.
-    if (file < 0 && !Existing && Options.ExpectsNone && !Options.FailIfExists) {
-        const int error = errno;
-        if (const int refused = OpenTarget(); refused != 0 || IsSame)
-            return refused;
-        errno = error;
-    }
+    const bool needsUnnamed = Options.ExpectsNone && !Options.FailIfExists;
+    const bool lacksUnnamed = file < 0 && !needsUnnamed && LacksUnnamedFiles(errno);
     const mode_t mode =
         Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
     if (Existing || lacksUnnamed) {
