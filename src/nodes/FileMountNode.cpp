@@ -1,5 +1,6 @@
 #include "nodes/FileMountNode.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cerrno>
 #include <chrono>
@@ -352,10 +353,12 @@ TFileMountNode::TFileMountNode(const std::string& mountPointId, const TQvPath& f
 
 std::string_view TFileMountNode::RelativePart(const std::string& id) const
 {
-    const std::size_t mountLength = MountPointId().size();
-    assert(id.size() <= mountLength || id[mountLength] == '/'); // else it belongs to another node
-    return id.size() > mountLength ? std::string_view(id).substr(mountLength + 1)
-                                   : std::string_view();
+    const std::size_t mountLength = std::min(MountPointId().size(), id.size());
+    std::string_view relative = std::string_view(id).substr(mountLength);
+    // It begins with a "/", unless the mount point ends with one, as "/" in a profile does.
+    if (!relative.empty() && relative.front() == '/')
+        relative.remove_prefix(1);
+    return relative;
 }
 
 std::string TFileMountNode::PathFromId(const std::string& id) const

@@ -198,7 +198,9 @@ bool OpensForWriting(const TResourceManager& tree, const std::string& id, const 
         const bool isLocked = error == EACCES && access(file.c_str(), W_OK) == 0;
         if (!isLocked && !QvIsStale(file, error))
             return false;
-        TQvFileLock(file, kLockTimeoutMs); // gained when the change of another process is done
+        // Gained when the change of another process is done. A refusal ends the command: waiting
+        // for as many as there are tries would take minutes.
+        CheckLock(TQvFileLock(file, kLockTimeoutMs), id, file);
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return false;

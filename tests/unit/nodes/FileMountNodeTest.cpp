@@ -43,6 +43,8 @@ TEST_F(FileMountNode, NoIdNamesAFileOutsideTheFolder)
             EXPECT_FALSE(Opens(folder, mode)) << folder << " in mode " << mode;
     EXPECT_FALSE(Node.ResourceMetaExists("/D/.."));
     EXPECT_TRUE(Node.IsSameResource("/D/a/../none", Node, "/D/none"));
+    EXPECT_EQ(TFileMountNode("/", TQvPath(Folder)).GetResourceFile("/../x"), Folder + "/x")
+        << "as a profile may name it";
     EXPECT_FALSE(Node.DeleteResource("/D/../x.txt"));
     EXPECT_FALSE(Node.DeleteFolder("/D/.."));
     EXPECT_NO_THROW(Node.RenameFolderE("/D/sub", "../../renamed"));
