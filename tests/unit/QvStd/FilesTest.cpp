@@ -99,7 +99,7 @@ TEST_F(Files, ACopyKeepsHoles)
     EXPECT_LT(Status(m_to).st_blocks, 1000);
 }
 
-TEST_F(Files, ACopyReplacesWhatALinkToAnotherFileSystemLeadsTo)
+TEST_F(Files, AnotherFileSystemIsReachedByALinkAndByAMove)
 {
     const TTempFolder memory("/dev/shm");
     const std::string there = memory.Write("there", "old");
@@ -107,6 +107,12 @@ TEST_F(Files, ACopyReplacesWhatALinkToAnotherFileSystemLeadsTo)
     EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
     EXPECT_EQ(ReadFile(there), "new");
     EXPECT_TRUE(std::filesystem::is_symlink(m_temp / "link"));
+    TTestProgress breaking;
+    breaking.BreakAfter = 1;
+    EXPECT_EQ(Failure(QvMoveFileEx(m_from, there, true, true, &breaking)), ECANCELED);
+    EXPECT_TRUE(Exists(m_from));
+    EXPECT_TRUE(QvMoveFileEx(m_from, there, true, true));
+    EXPECT_FALSE(Exists(m_from));
 }
 
 TEST_F(Files, CopiesAfterEachOtherFindFoldersThatWereReplaced)

@@ -164,7 +164,9 @@ TEST_P(Resources, FailedMoveLeavesNoHalfTarget)
     if (!OnDisk("B"))
         return; // memory has no share modes
     const TQvFileStream alone(TQvPath(Temp / "B/old"), kQvOpenWrite, 0);
-    EXPECT_FALSE(Manager.CopyResource("/A/big", "/B/old", nullptr)) << "another has it open alone";
+    Write("A/small", "1");
+    for (const char* source : {"/A/big", "/A/small"})
+        EXPECT_FALSE(Manager.CopyResource(source, "/B/old", nullptr)) << "another has it open";
     EXPECT_EQ(Tree("B"), "old=old");
 }
 
