@@ -1,158 +1,25 @@
 #include "journal/ResStorage.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cerrno>
-#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "QvStd/Clock.h"
 #include "QvStd/Files.h"
 #include "QvStd/Log.h"
 #include "QvStd/Message.h"
 #include "QvStd/Strings.h"
+#include "journal/JournalBlock.h"
 #include "journal/JournalFormat.h"
-#include "resid/ResAttrib.h"
+#include "journal/StorageMessages.h"
 #include "resid/ResId.h"
 
 namespace
 {
-constexpr int kLevelRead = 3; ///< retries and read failures
-constexpr int kLevelWrite = 5;
-constexpr int kLevelWarning = 6;
 constexpr std::uint32_t kRetryPauseMs = 100;
-
-bool IsControl(char c)
-{
-    return static_cast<unsigned char>(c) < 0x20;
-}
-
-/// Whether a journal line can contain `id`: a control character could end the line, and the name is
-/// split off at the last "?".
-bool IsStorable(const std::string& id)
-{
-    return id.find(kNameMark) == std::string::npos && std::none_of(id.begin(), id.end(), IsControl);
-}
-
-std::string Checkpoint(std::uint32_t checksum)
-{
-    return Korvadel::ssprintf("%c%08X", kCheckpointMark, checksum).append(kLineEnd);
-}
-
-/// Writes one block in pieces of a fixed size: a text of the whole block costs more to
-/// get than to fill, and a piece is still in the processor's cache when it is summed and written.
-class TBlockWriter
-{
-public:
-    explicit TBlockWriter(TJournalRewrite* rewrite) : m_rewrite(rewrite)
-    {
-        m_piece.reserve(kPiece);
-    }
-
-    void Add(std::string_view text)
-    {
-        m_piece.append(text);
-        if (m_piece.size() >= kPiece - kRoom) {
-            Sum();
-            Write();
-        }
-    }
-    void AddRecord(std::string_view key, std::string_view name)
-    {
-        // In place: QvNormalizeResId would make a string for each record.
-        assert(!key.empty() && key.front() == kRecordMark); // else the line would be no record
-        assert(key.find('\n') == std::string::npos && name.find('\n') == std::string::npos);
-        const std::size_t start = m_piece.size();
-        m_piece.resize(start + key.size());
-        std::transform(key.begin(), key.end(), m_piece.data() + start, QvToUpper);
-        m_piece.append(1, kNameMark).append(name);
-        Add(kLineEnd);
-    }
-    TQvResult Seal()
-    {
-        Sum();
-        m_piece += Checkpoint(m_checksum);
-        Write();
-        return m_result;
-    }
-
-private:
-    static constexpr std::size_t kPiece = std::size_t{256} * 1024;
-    static constexpr std::size_t kRoom = 4096; ///< so that a record hardly ever outgrows a piece
-
-    void Sum() { m_checksum = JournalChecksum(m_piece, m_checksum); }
-    void Write()
-    {
-        if (m_result)
-            m_result = m_rewrite->Write(m_piece);
-        m_piece.clear();
-    }
-
-    TJournalRewrite* m_rewrite;
-    TQvResult m_result; ///< of the first write that failed
-    std::string m_piece;
-    std::uint32_t m_checksum = 0;
-};
-
-bool HasMetaExtension(const std::string& name)
-{
-    constexpr std::string_view kSuffix = kSidecarSuffix;
-    return name.size() >= kSuffix.size() &&
-           toupper_locale(name.substr(name.size() - kSuffix.size())) == toupper_locale(kSuffix);
-}
 } // namespace
-
-/// What an operation logs. Only operations that open the journal themselves have more than
-/// NotLocked.
-struct TResStorage::TMessages
-{
-    const char* NotLocked;
-    const char* Busy = nullptr;
-    const char* NotOpened = nullptr; ///< or not read or written
-    const char* Refused = nullptr;
-
-    static const TMessages LoadDir;
-    static const TMessages DoLoadDir;
-    static const TMessages RecreateDir;
-    static const TMessages SaveDir;
-    static const TMessages AddResourceRecord;
-    static const TMessages DeleteResourceRecord;
-    static const TMessages CutTornTail;
-    static const TMessages MergeDir;
-};
-
-const TResStorage::TMessages TResStorage::TMessages::LoadDir{
-    "TResStorage::LoadDir(): error locking storage (%1%)"};
-const TResStorage::TMessages TResStorage::TMessages::DoLoadDir{
-    "TResStorage::DoLoadDir(): error locking storage (%1%)",
-    "TResStorage::DoLoadDir(): Storage (%1%) dir busy, retrying",
-    "TResStorage::DoLoadDir(): Storage (%1%) dir open failure"};
-const TResStorage::TMessages TResStorage::TMessages::RecreateDir{
-    "TResStorage::RecreateDir(): error locking storage (%1%)", nullptr, nullptr,
-    "TResStorage::RecreateDir(): Storage (%1%) cannot hold the id (%2%)"};
-const TResStorage::TMessages TResStorage::TMessages::SaveDir{
-    "TResStorage::SaveDir(): error locking storage (%1%)",
-    "TResStorage::SaveDir(): Storage (%1%) dir busy, retrying",
-    "TResStorage::SaveDir(): error writing storage (%1%)"};
-const TResStorage::TMessages TResStorage::TMessages::AddResourceRecord{
-    "TResStorage::AddResourceRecord(): error locking storage (%1%)",
-    "TResStorage::AddResourceRecord(): Storage (%1%) dir busy, retrying",
-    "TResStorage::AddResourceRecord(): error writing storage (%1%)",
-    "TResStorage::AddResourceRecord(): Storage (%1%) cannot hold the id (%2%)"};
-const TResStorage::TMessages TResStorage::TMessages::DeleteResourceRecord{
-    "TResStorage::DeleteResourceRecord(): error locking storage (%1%)",
-    "TResStorage::DeleteResourceRecord(): Storage (%1%) dir busy, retrying",
-    "TResStorage::DeleteResourceRecord(): error writing storage (%1%)",
-    "TResStorage::DeleteResourceRecord(): Storage (%1%) cannot hold the id (%2%)"};
-const TResStorage::TMessages TResStorage::TMessages::CutTornTail{
-    "TResStorage::CutTornTail(): error locking storage (%1%)",
-    "TResStorage::CutTornTail(): Storage (%1%) dir busy, retrying",
-    "TResStorage::CutTornTail(): error writing storage (%1%)"};
-const TResStorage::TMessages TResStorage::TMessages::MergeDir{
-    "TResStorage::MergeDir(): error locking storage (%1%)"};
 
 TQvPath TResStorage::DirFile() const
 {
@@ -253,92 +120,6 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
         Fail(TMessages::DoLoadDir.NotOpened, kLevelRead,
              TQvResult::Failed(error, DirFile().toSysStr()));
     return reading;
-}
-
-/// Keeps the replaced journal and logs one warning with what was lost: a rebuild loses the
-/// creators' spelling of names and every record without content.
-bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
-{
-    const TJournalReading broken = m_reading;
-    TLocker exclusive = locker;
-    const bool isMissing = broken.State == TJournalState::Missing;
-    const bool keeps = !isMissing && read.Size() != 0;
-    if (!Lock(&exclusive, true, TMessages::RecreateDir) || !ListContent() ||
-        !Save(exclusive, &read, keeps))
-        return false;
-    if (isMissing && m_dir->empty())
-        return true; // a new storage
-    const std::string kept = DirFile().toSysStr() + kDamagedJournalSuffix;
-    QvLogWriteWarning(TQvMessage("TResStorage::LoadDir(): Storage (%1%) was broken (%2%) and "
-                                 "rebuilt from its content: %3% records were sealed in %4% bytes, "
-                                 "%5% are there now%6%")
-                          << Name << JournalFinding(broken) << broken.SealedRecords
-                          << broken.SealedBytes << m_dir->size()
-                          << (keeps ? "; the old journal is kept as " + kept : ""),
-                      kLevelWarning, 0);
-    return true;
-}
-
-bool TResStorage::RecreateDir(const TLocker& given)
-{
-    const TLocker locker = Begin(given, true, TMessages::RecreateDir);
-    return locker && ListContent() && Save(locker, nullptr, false);
-}
-
-bool TResStorage::ListContent()
-{
-    const std::string content =
-        QvIncludeTrailingBackslash(TQvPath(Folder)).toSysStr() + kStorageContentName;
-    m_dir->Clear();
-    m_failure = TakeContent(content);
-    if (m_failure)
-        return true;
-    QvLogWriteInfo(QvMsg_helper("Err_ReadFolder_name")
-                       << m_failure.Name() << QvErrorText(m_failure.Error()),
-                   kLevelWrite, 0);
-    m_dir->Clear(); // an incomplete listing must not become the journal
-    return false;
-}
-
-TQvResult TResStorage::TakeContent(const std::string& content)
-{
-    const TQvResult made = QvCreateDirectory(content);
-    bool isFolder = false;
-    const TQvResult there = QvFileDirExists(content, &isFolder);
-    if (there.HasFailed() || (there && !isFolder))
-        return TQvResult::Failed(there ? ENOTDIR : there.Error(), content);
-    if (!there) // a link to a volume that is not mounted is no empty folder
-        return TQvResult::Failed(made.Error() == EEXIST ? ENOENT : made.Error(), content);
-    std::vector<std::string> found;
-    TQvResult result = QvSearchFiles(content, "*", true, true, &found);
-    for (std::size_t i = 0; result && i < found.size(); ++i)
-        result = TakeFound(found[i], content.size());
-    return result;
-}
-
-TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLength)
-{
-    assert(path.size() > contentLength && path[contentLength] == '/');
-    std::string id = path.substr(contentLength);
-    if (HasMetaExtension(id))
-        return TQvResult::Done();
-    // The names of a storage separate folders by backslashes. Where a path has none, the name is
-    // the whole relative part with its leading "/": readers of rebuilt journals expect that.
-    std::string name = id.substr(id.rfind('\\') + 1);
-    if (!IsStorable(id)) {
-        QvLogWriteWarning(TQvMessage(TMessages::RecreateDir.Refused) << Name << id, kLevelWarning,
-                          0);
-        return TQvResult::Done();
-    }
-    bool isFolder = false;
-    const TQvResult there = QvFileDirExists(path, &isFolder);
-    if (there.HasFailed() && !QvIsSymLink(path)) // a dangling link is recorded, too
-        return there.Named(path);
-    if (isFolder)
-        id += '/';
-    std::replace(id.begin(), id.end(), '\\', '/');
-    m_dir->Set(QvNormalizeResId(id), name);
-    return TQvResult::Done();
 }
 
 bool TResStorage::SaveDir(const TLocker& given)

@@ -30,6 +30,8 @@
 #include "journal/JournalReader.h"
 #include "journal/StorageLocker.h"
 
+struct TStorageMessages;
+
 class TResStorage : public TStorageHome
 {
 public:
@@ -86,7 +88,7 @@ public:
     bool MergeDir(const TLocker& given = {});
 
 private:
-    struct TMessages;
+    using TMessages = TStorageMessages;
     enum class TLoaded
     {
         Failed,

@@ -99,7 +99,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q mkdir /A/x/y/z", "", R"("/A/x" is a resource)"},
             {"q mkdir /C/y", "", R"("/C/y" is outside the mounted folders)"},
             {"q rmdir --clear /A", "",
-             R"("/A" is a mount point; "qvres clear" empties it, "qvres unmount" takes it out of )"
+             R"("/A" is a mount point; "qvres clear" empties it, "qvres unmount" removes it from )"
              "the tree"},
             {"q clear /", "", R"("/" only contains mount points)"},
             {"q rename /A C", "",

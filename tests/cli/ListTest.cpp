@@ -19,10 +19,10 @@ TEST_F(TListTest, WrongUsageIsStatus2AndOneLine)
         {"q ls --kind device", "device not in"},
         {"q backup --keep -1 /A/y", R"(--keep: "-1" is not a whole number from 0 to 1000000)"},
         {"q xini set /A/x a//k 1", R"("a//k" is not of the form section/section/key)"},
-        {"q serve --stop /A $T/a", "--stop: goes with FOLDER alone"},
+        {"q serve --stop /A $T/a", "--stop: takes FOLDER only, no ID"},
         {"q serve --attr-timeout -1 b", R"("-1" is not a number of seconds from 0 to 86400)"},
         {"qvres --var '' ls", "\"\" names no folder"},
-        {"qvres --var $T/var setup --common", "does not go with --var"}};
+        {"qvres --var $T/var setup --common", "cannot be combined with --var"}};
     for (const auto& [call, reason] : calls) {
         const TAnswer answer = Answer(call);
         EXPECT_EQ(answer.Status, 2) << call;
@@ -61,7 +61,7 @@ TEST_F(TListTest, ListsSortedWithMaskAndKind)
             {"q stat '/A/no\nline'", "",
              R"("/A/no line" is not a valid resource id: it contains the control character 0x0a)"},
             {"q stat /A/no", "", R"("/A/no" does not exist)"}});
-    // A name with a byte below "/" stands between a folder and what lies in it.
+    // A name with a byte below "/" is sorted between a folder and its content.
     Expect(
         {{"cd b; mkdir -p d/e 'd x/d' d.y/d D; touch d/1 d/e/2 'd x/3' 'd x/d/4' d-5 d.y/6 d0 D/7",
           ""},

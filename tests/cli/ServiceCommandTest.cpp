@@ -67,9 +67,9 @@ TEST_F(TServiceCommandTest, LabelsAreStoredAndChecked)
 
 TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
 {
-    const std::string isThere = R"("/A/x.txt" is there; "qvres backup" puts it aside first, and )"
+    const std::string isThere = R"("/A/x.txt" exists; "qvres backup" moves it away first, and )"
                                 "--overwrite replaces it";
-    const std::string copies = R"("qvres cp" copies what it leads to)";
+    const std::string copies = R"("qvres cp" copies the target of the link)";
     Expect(
         {{"for day in 11 12 13 14; do echo $day >a/x.txt; touch -d 2023-01-$day a/x.txt; "
           "q backup /A/x.txt; done | tail -1; ls a",
@@ -80,16 +80,16 @@ TEST_F(TServiceCommandTest, BackupsAreBoundedAndFailuresShow)
          {"q restore /A/x.txt; cat a/x.txt", "/A/backup/x.2023-01-14.00-00-00.txt\n14\n"},
          {"q restore /A/x.txt", "", isThere},
          {"q restore --overwrite /A/x.txt x.2023-01-12.00-00-00.txt >dead; cat a/x.txt", "12\n"},
-         // Nothing is there when it looks, and a file when it has copied.
+         // The target is missing at the first check and exists after the copy.
          {"rm a/x.txt; ln -s gone a/x.txt; q restore /A/x.txt; ls a", "backup\nx.txt\n", isThere},
          {"touch a/t; ln -s t a/l; q backup /A/l", "",
           R"("/A/l" is a symbolic link, and moving it would not keep the content; )" + copies},
          {"q mv /A/l /A/backup/l; q mv /A/l /A/k; ls a", "backup\nk\nt\nx.txt\n",
-          R"("/A/l" is a symbolic link to "t", which leads elsewhere from "/A/backup/l"; )" +
+          R"("/A/l" is a symbolic link to "t", which would point to another file from "/A/backup/l"; )" +
               copies},
          {"q restore /A/no", "", R"("/A/no" has no backups)"},
          {"touch -d 2023-01-11 a/y; mkdir a/backup/y.2023-01-11.00-00-00; q backup /A/y", "",
-          R"("/A/y" could not be put aside: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},
+          R"("/A/y" could not be moved into the backups: "/A/backup/y.2023-01-11.00-00-00": Is a directory)"},
          {"touch b/backup b/y; q backup /B/y", "", R"("/B/backup" is a resource)"}});
 }
 
@@ -116,7 +116,7 @@ TEST_F(TServiceCommandTest, WhichShowsTheMountAndTheFilesOfAnId)
 TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
 {
     const std::string gone =
-        "/c: its folder \"$T/c\" is gone; \"qvres unmount /c\" takes it out of the tree\n";
+        "/c: its folder \"$T/c\" is gone; \"qvres unmount /c\" removes it from the tree\n";
     Expect(
         {{"cd a; mkdir d .h; touch x y z x.done d.done .x.0123456789abcdef.tmp d/t.done; "
           "echo x=1 | tee x.meta d.meta >.h/no.meta; printf ok | tee s.done >d.done; "
@@ -134,7 +134,7 @@ TEST_F(TServiceCommandTest, DoctorFindsAndRepairs)
           "/A/o.meta: metadata without its resource, and not well formed; renamed to "
           "\".meta.damaged\"\n"
           "/A/s.done: marker without its resource or folder; removed\n"
-          "/A/y: its label is of an earlier content; computed anew\n"
+          "/A/y: its label belongs to an earlier content; computed again\n"
           "/A/.h/no.meta: metadata without its resource; removed\n",
           "", 1},
          {"cd a; rm a:b.meta d.meta; q doctor /; ls -A . .h d; q check /A/y",

@@ -134,7 +134,7 @@ TEST_F(TSetupTest, ErrorsNameTheFileAndTheCauseOnce)
         breaks("$T/registry/user.x-ini", call);
     for (const std::string file : {"policy.x-ini", "Profiles/profiles.x-ini"})
         Expect({{"mv " + var + file + " kept; qvres ls; mv kept " + var + file, "",
-                 "\"" + var + file + "\" is missing; \"qvres setup\" makes it anew"}});
+                 "\"" + var + file + "\" is missing; \"qvres setup\" creates it again"}});
     Expect(
         {{"touch f; export QV_REGISTRY_DIR=$T/f/no; qvres --json setup", "",
           R"({"error":"The setting of the VAR folder cannot be written to the registry: )"
@@ -146,7 +146,7 @@ TEST_F(TSetupTest, AProfileThatCannotBeReadIsNeverRemoved)
     const std::string damage = R"("$T/var/Profiles/Bad/profile.x-ini" is not well formed: line 1: )"
                                "expected name=value, [section] or a comment.";
     const std::string refusal = R"("$T/var/Profiles/Bad/profile.x-ini" cannot be read, and saving )"
-                                "would remove it; repair it or put it elsewhere first: " +
+                                "would remove it; repair it or move it away first: " +
                                 damage;
     Expect({{"qvres --var var setup a", "/a\n"}});
     m_temp.Write("var/Profiles/Bad/profile.x-ini", "half a line");

@@ -77,7 +77,7 @@ void Backup(THost& host, const TBackupOptions& options)
     if (options.Keep > 0 && tree.GetNode4Id(id, true, true, false)->IsLink(id))
         throw TFailure(Quoted(id) +
                            " is a symbolic link, and moving it would not keep the content; "
-                           "\"qvres cp\" copies what it leads to",
+                           "\"qvres cp\" copies the target of the link",
                        id, ENOTSUP);
     const std::string folder = QvExtractResPath(id) + "backup";
     if (tree.IsResource(folder))
@@ -86,12 +86,13 @@ void Backup(THost& host, const TBackupOptions& options)
     try {
         backup = MakeResourceBackup(id, options.Keep);
     } catch (const TQvMessage& message) {
-        throw WithCause(Quoted(id) + " could not be put aside", TResourceManager::LastFailure());
+        throw WithCause(Quoted(id) + " could not be moved into the backups",
+                        TResourceManager::LastFailure());
     }
     // The backup function does not return later failures.
     const TQvFailure failure = TResourceManager::LastFailure();
     if (tree.ResourceExists(id) != kResNothing)
-        throw WithCause(Quoted(id) + " could not be put aside", failure);
+        throw WithCause(Quoted(id) + " could not be moved into the backups", failure);
     if (!backup.empty())
         PrintValue(host, backup);
     if (failure.Error != 0)
@@ -121,11 +122,11 @@ void Restore(THost& host, const TRestoreOptions& options)
     const TResourceManager& tree = host.Session.Tree();
     RequireTarget(tree, id);
     const std::string backup = ChooseBackup(host, options);
-    const TFailure isThere(Quoted(id) + " is there; \"qvres backup\" puts it aside first, and "
-                                        "--overwrite replaces it",
-                           id, EEXIST);
+    const TFailure exists(Quoted(id) + " exists; \"qvres backup\" moves it away first, and "
+                                       "--overwrite replaces it",
+                          id, EEXIST);
     if (tree.IsResource(id) && !options.Overwrite)
-        throw isThere;
+        throw exists;
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Restoring " + id);
     progress.Start();
@@ -136,7 +137,7 @@ void Restore(THost& host, const TRestoreOptions& options)
                                    ->CopyResourceTo(backup, *tree.GetNode4Id(id, true, true, false),
                                                     id, hints, &host.Progress);
     if (copied.Content.Error() == EEXIST && !options.Overwrite)
-        throw isThere;
+        throw exists;
     if (!copied.Content)
         ThrowFailed(Quoted(id) + " cannot be restored from " + Quoted(backup),
                     copied.Content.Error(), id);
@@ -160,25 +161,26 @@ void AddBackupCommands(CLI::App& app, THost& host)
         "  qvres backup --list /Data/a.txt");
     backup
         ->add_option("--keep", options->Keep,
-                     "How many backups there are at most afterwards, 3 when left out; with 0 the\n"
-                     "resource is deleted and no backup made")
+                     "How many backups to keep, the new one included (default 3); with 0 the\n"
+                     "resource is deleted without a backup")
         ->type_name("N")
         ->check(&CheckCount, "", "");
     backup->add_flag("--list", options->List,
                      "Only print the ids of its backups, the oldest first; the resource need not "
-                     "be there");
+                     "exist");
     AddIdOption(*backup, "ID", options->Id, "A resource")->required();
     backup->callback([&host, options] { Backup(host, *options); });
 
     const auto choice = std::make_shared<TRestoreOptions>();
-    CLI::App* restore = AddCommand(app, "restore",
-                                   "Copy a backup of a resource to its place, with its metadata, "
-                                   "and print the id of the backup",
-                                   "  qvres restore /Data/a.txt\n"
-                                   "  qvres restore /Data/a.txt a.2024-05-01.12-30-00.txt");
+    CLI::App* restore =
+        AddCommand(app, "restore",
+                   "Copy a backup back to the id of the resource, with its metadata, "
+                   "and print the id of the backup",
+                   "  qvres restore /Data/a.txt\n"
+                   "  qvres restore /Data/a.txt a.2024-05-01.12-30-00.txt");
     restore->add_flag("--overwrite", choice->Overwrite, "Replace what is there now");
     AddIdOption(*restore, "ID", choice->Id, "The resource")->required();
     restore->add_option("BACKUP", choice->Backup,
-                        "The name or id of one of its backups; the latest when left out");
+                        "The name or id of one of its backups; by default the latest");
     restore->callback([&host, choice] { Restore(host, *choice); });
 }

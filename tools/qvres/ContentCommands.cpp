@@ -67,8 +67,8 @@ void RefuseMoveThatBreaksLink(const TResourceManager& tree, const std::string& s
     const std::string leadsTo = (std::filesystem::path(to).parent_path() / text).string();
     if (QvCompareFiles(from, leadsTo) == TQvSameness::Different)
         throw TFailure(Quoted(source) + " is a symbolic link to " + Quoted(text.string()) +
-                           ", which leads elsewhere from " + Quoted(target) +
-                           "; \"qvres cp\" copies what it leads to",
+                           ", which would point to another file from " + Quoted(target) +
+                           "; \"qvres cp\" copies the target of the link",
                        source, ENOTSUP);
 }
 

@@ -142,7 +142,7 @@ void TDoctor::ExamineMounts(const std::string& id)
         if (!exists.HasFailed())
             Found(point,
                   "its folder " + Quoted(folder) + " is gone; \"qvres unmount " + point +
-                      "\" takes it out of the tree",
+                      "\" removes it from the tree",
                   "", [] { return kNotTried; });
     }
 }
@@ -311,7 +311,7 @@ void TDoctor::ExamineLabel(const std::string& id)
     };
     if (!TResourceManager::IsValidResId(id, true) || matches())
         return;
-    Found(id, "its label is of an earlier content", "computed anew", [&] {
+    Found(id, "its label belongs to an earlier content", "computed again", [&] {
         try {
             CurrentLabel(m_host, id);
         } catch (const TFailure& failure) {

@@ -73,7 +73,7 @@ void RemoveFolder(THost& host, const std::string& givenId, bool clearFirst)
     // Checked before anything in it is deleted.
     if (tree.IsMountNode(id))
         throw TFailure(Quoted(id) + " is a mount point; \"qvres clear\" empties it, \"qvres "
-                                    "unmount\" takes it out of the tree",
+                                    "unmount\" removes it from the tree",
                        id, EBUSY);
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Removing " + id);
@@ -110,9 +110,10 @@ void RenameFolder(THost& host, const std::string& givenId, const std::string& ne
 void AddFolderCommands(CLI::App& app, THost& host)
 {
     const auto id = std::make_shared<std::string>();
-    CLI::App* make = AddCommand(
-        app, "mkdir", "Create a folder with its missing parents; one that is there already is fine",
-        "  qvres mkdir /Data/2024/spring");
+    CLI::App* make =
+        AddCommand(app, "mkdir",
+                   "Create a folder with its missing parents; an existing folder is not an error",
+                   "  qvres mkdir /Data/2024/spring");
     AddIdOption(*make, "ID", *id, "The folder")->required();
     make->callback([&host, id] { MakeFolder(host, *id); });
 
@@ -133,8 +134,8 @@ void AddFolderCommands(CLI::App& app, THost& host)
     clear->callback([&host, id] { ClearFolder(host, QvExcludeTrailingSlash(*id)); });
 
     const auto newName = std::make_shared<std::string>();
-    CLI::App* rename =
-        AddCommand(app, "rename", "Rename a folder where it is", "  qvres rename /Data/old new");
+    CLI::App* rename = AddCommand(app, "rename", "Rename a folder; it stays in its parent folder",
+                                  "  qvres rename /Data/old new");
     AddIdOption(*rename, "ID", *id, "The folder; neither a mount point nor above one")->required();
     rename->add_option("NEWNAME", *newName, "The new name, without a \"/\"")->required();
     rename->callback([&host, id, newName] { RenameFolder(host, *id, *newName); });

@@ -253,7 +253,7 @@ void AddList(CLI::App& app, THost& host)
     CLI::App* command = AddCommand(
         app, "ls",
         "List folders, one id a line; a folder's id ends with a \"/\". A name on the disk "
-        "that is\nno valid id is marked, and nothing can be done with it here",
+        "that is\nnot a valid id is marked; no command can use it",
         "  qvres ls -lh --sort time /Data /Backup\n"
         "  qvres ls -R --mask '*.txt' --kind resource /Data\n"
         "  qvres --json ls /Data\n"
@@ -276,7 +276,7 @@ void AddList(CLI::App& app, THost& host)
         ->type_name("MASK");
     command->add_option("--kind", options->Kind, "Only entries of one kind")
         ->check(CLI::IsMember({"resource", "folder"}));
-    AddIdsOption(*command, "ID", options->Ids, "Folders or resources; \"/\" when left out");
+    AddIdsOption(*command, "ID", options->Ids, "Folders or resources; by default \"/\"");
     command->callback([&host, options] { List(host, *options); });
 }
 } // namespace

@@ -77,14 +77,14 @@ void AddMountCommands(CLI::App& app, THost& host)
 
     const auto id = std::make_shared<std::string>();
     const auto folder = std::make_shared<std::string>();
-    CLI::App* mount = AddCommand(app, "mount", "Mount a folder for good, in the current profile",
+    CLI::App* mount = AddCommand(app, "mount", "Mount a folder permanently, in the current profile",
                                  "  qvres mount /Data /srv/data");
     AddIdOption(*mount, "ID", *id, "Where in the tree")->required();
     mount->add_option("DIR", *folder, "The folder on the disk")->required();
     mount->callback([&host, id, folder] { Mount(host, *id, *folder); });
 
     CLI::App* unmount = AddCommand(
-        app, "unmount", "Take a mount point out of the current profile; its folder stays as it is",
+        app, "unmount", "Remove a mount point from the current profile; its folder is not changed",
         "  qvres unmount /Data");
     AddIdOption(*unmount, "ID", *id, "The mount point")->required();
     unmount->callback([&host, id] { Unmount(host, *id); });

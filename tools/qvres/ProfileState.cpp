@@ -30,7 +30,7 @@ void RequireAllRead(const TQvCPUtils::TCPState& state)
             QvDirExists(folder) && MayHoldProfile(file))
             throw TFailure(Quoted(file) +
                            " cannot be read, and saving would remove it; "
-                           "repair it or put it elsewhere first" +
+                           "repair it or move it away first" +
                            (failure.empty() ? "" : ": " + failure));
     }
     if (!failure.empty())

@@ -103,12 +103,12 @@ void AddPutCommand(CLI::App& app, THost& host)
     const auto id = std::make_shared<std::string>();
     const auto file = std::make_shared<std::string>("-");
     CLI::App* command = AddCommand(app, "put",
-                                   "Write a resource from a file or standard input. Until all of "
-                                   "it is there and on the disk,\n"
-                                   "the old content stays, whatever happens",
+                                   "Write a resource from a file or standard input. The old "
+                                   "content stays until all of the\n"
+                                   "new content is on the disk",
                                    "  qvres put /Data/a ./a.txt\n"
                                    "  tar c . | qvres put /Backup/all.tar");
-    AddIdOption(*command, "ID", *id, "The resource; its folder must be there")->required();
+    AddIdOption(*command, "ID", *id, "The resource; its folder must exist")->required();
     command->add_option("FILE", *file, "The file; \"-\" (or none) is standard input");
     command->callback([&host, id, file] { Put(host, *id, *file); });
 }

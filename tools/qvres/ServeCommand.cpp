@@ -49,7 +49,7 @@ void AddServeCommand(CLI::App& app, THost& host)
         ->expected(1, 2);
     serve->callback([&host, options, places] {
         if (options->Stop && places->size() > 1)
-            throw CLI::ValidationError("--stop", "goes with FOLDER alone");
+            throw CLI::ValidationError("--stop", "takes FOLDER only, no ID");
         options->Folder = TSession::Absolute(places->back());
         if (places->size() > 1)
             options->Id = places->front();

@@ -61,7 +61,7 @@ void AddServiceCommands(CLI::App& app, THost& host)
                                 "is no marker), or write it",
                                 "  qvres done /Data/import ok\n"
                                 "  [ \"$(qvres done /Data/import)\" = ok ] || echo again");
-    AddIdOption(*done, "ID", *id, "What the marker belongs to; it need not be there")->required();
+    AddIdOption(*done, "ID", *id, "What the marker belongs to; it need not exist")->required();
     done->add_option("RESULT", *result, "What to write: ok or fail")
         ->check(CLI::IsMember({"ok", "fail"}));
     done->callback([&host, id, result] { Done(host, *id, *result); });

@@ -159,7 +159,7 @@ std::string TSession::SetUpHint() const
         return problem + "; \"" + command + " --repository DIR\" names another one, \"\" none";
     const std::string missing = MissingPart(folder);
     if (!missing.empty())
-        return Quoted(missing) + " is missing; \"" + command + "\" makes it anew";
+        return Quoted(missing) + " is missing; \"" + command + "\" creates it again";
     return "the VAR folder " + Quoted(folder.toSysStr()) + " is not set up; run \"" + command +
            " FOLDER\" first";
 }

@@ -131,8 +131,9 @@ std::string SetUpProfiles(TQvProgressHandler& progress, const TQvPath& folder)
 void Setup(THost& host, const TSetupOptions& options)
 {
     if (options.Common && !host.Session.VarFolder.empty())
-        throw CLI::ValidationError("--common", "does not go with --var, which is for one call; "
-                                               "QV_VAR_FOLDER names another VAR folder");
+        throw CLI::ValidationError("--common",
+                                   "cannot be combined with --var, which is for one call; "
+                                   "set QV_VAR_FOLDER to use another VAR folder");
     const TQvPath folder = options.Folder ? FolderToMount(*options.Folder) : TQvPath();
     host.Session.StartConfiguration(false);
     TSettings settings = ChooseVarFolder(options);
@@ -160,18 +161,18 @@ void AddSetupCommand(CLI::App& app, THost& host)
         "store\n"
         "it as the setting of this user unless --var or QV_VAR_FOLDER names it, and make the "
         "first\n"
-        "profile, which mounts FOLDER at / and its name; that id is printed. May be run again: "
-        "where no\nprofile is the current one, one is selected",
+        "profile, which mounts FOLDER at / and its name; that id is printed. When it is run "
+        "again and\nno profile is current, it selects one",
         "  qvres setup /srv/data                # then: qvres ls /data\n"
         "  qvres setup --repository /mnt/server/profiles\n"
         "  qvres --var ./var setup ./data");
     command->add_flag("--common", options->Common,
-                      "Store the setting for all users; one that is common stays so");
+                      "Store the setting for all users; a common setting stays common");
     command
         ->add_option("--repository", options->Repository,
                      "Take over the profiles that are published in this folder, now and whenever "
-                     "profiles\nare listed or changed; one that publishes nothing yet gets an "
-                     "empty list; \"\" switches\nthat off")
+                     "profiles\nare listed or changed. A folder that publishes nothing yet gets an "
+                     "empty list;\n\"\" ends it")
         ->type_name("DIR");
     command->add_option("FOLDER", options->Folder, "The folder of the first profile");
     command->callback([&host, options] { Setup(host, *options); });

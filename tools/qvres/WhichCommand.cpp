@@ -119,6 +119,6 @@ void AddWhichCommand(CLI::App& app, THost& host)
         "hides there, and what belongs to a resource: its metadata file, its label (none,\n"
         "matches, differs, damaged) and its backups",
         "  qvres which /Data/a.txt");
-    AddIdOption(*which, "ID", *id, "Any id; nothing need be there")->required();
+    AddIdOption(*which, "ID", *id, "Any id; nothing need exist there")->required();
     which->callback([&host, id] { Which(host, *id); });
 }

@@ -29,9 +29,9 @@ constexpr char kDescription[] =
 
 constexpr char kFooter[] =
     "Without --var the VAR folder is the one in QV_VAR_FOLDER, else the configured one, else\n"
-    "the default folder under the home folder. Mount points are found in any letter case, what "
-    "lies\n"
-    "in their folders as the disk spells it.\n"
+    "the default folder under the home folder. Letter case does not matter in the names "
+    "of\n"
+    "mount points; the files in their folders are named as on the disk.\n"
     "\n"
     "Examples:\n"
     "  qvres --mount /Src=. ls -l /Src\n"
@@ -68,8 +68,8 @@ void AddOptions(CLI::App& app, THost& host)
         ->check(&TSession::CheckMountOption, "", "");
     app.add_flag("--json", host.Json, "Listings, records, values and errors as JSON");
     app.add_option("--progress", host.ProgressKind,
-                   "How long work shows its progress on standard error: as a bar when that is a\n"
-                   "terminal (bar, as when left out), as an object a line (json), or not (none)")
+                   "How progress is shown on standard error: as a bar when that is a terminal\n"
+                   "(bar, the default), as one object on each line (json), or not (none)")
         ->check(CLI::IsMember({"bar", "json", "none"}))
         ->type_name("KIND");
     app.add_flag("--quiet", host.Quiet, "No progress bar, and no summary of a copy");

@@ -6,20 +6,19 @@
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
-#include <linux/limits.h>
 #include <string_view>
 #include <sys/random.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 #include "QvStd/Descriptor.h"
 #include "QvStd/Files.h"
 #include "QvStd/Strings.h"
 #include "QvStd/files/ContentCopy.h"
 #include "QvStd/files/FileNames.h"
+#include "QvStd/files/FileOwner.h"
+#include "QvStd/files/UnnamedFile.h"
 
 namespace
 {
@@ -72,102 +71,10 @@ int MakeTemporary(const std::string& target, std::string* name, const TMake& mak
     return made;
 }
 
-/// Gives an unnamed file its first name, in `folder` unless the name is an absolute path. -1 with
-/// errno.
-int LinkUnnamed(int file, const char* name, int folder = AT_FDCWD)
-{
-    // The direct way, which older kernels allow administrators only.
-    static std::atomic<bool> isDirect{true};
-    if (isDirect) {
-        if (linkat(file, "", folder, name, AT_EMPTY_PATH) == 0)
-            return 0;
-        if (errno != ENOENT)
-            return -1;
-    }
-    const std::string path = "/proc/self/fd/" + std::to_string(file);
-    const int linked = linkat(AT_FDCWD, path.c_str(), folder, name, AT_SYMLINK_FOLLOW);
-    if (linked == 0)
-        isDirect = false;
-    return linked;
-}
-
-/// In an open folder, or in the folder `path`.
-int OpenUnnamed(const std::string& path, mode_t mode, int folder = AT_FDCWD)
-{
-    static const bool kCanBeNamed = access("/proc/self/fd", X_OK) == 0;
-    if (!kCanBeNamed) {
-        errno = EOPNOTSUPP;
-        return -1;
-    }
-    return QvRetryInterrupted([&] {
-        return openat(folder, path.empty() ? "." : path.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC,
-                      mode);
-    });
-}
-
-bool LacksUnnamedFiles(int error)
-{
-    return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
-}
-
 /// Whether the folder refuses a new file, or refuses to replace the old one.
 bool KeepsItsFiles(int error)
 {
     return error == EACCES || error == EPERM || error == EROFS || error == EBUSY;
-}
-
-/// The errno of a file system that has no owners, permission bits or attributes, or that lets only
-/// an administrator set them.
-bool MayBeLeftOut(int error)
-{
-    return error == EPERM || error == EOPNOTSUPP || error == EACCES;
-}
-
-bool CopyAttribute(int from, int to, const char* name)
-{
-    std::vector<char> value(XATTR_SIZE_MAX);
-    const ssize_t size = fgetxattr(from, name, value.data(), value.size());
-    if (size < 0)
-        return errno == ENODATA || MayBeLeftOut(errno);
-    return fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) == 0 ||
-           MayBeLeftOut(errno);
-}
-
-bool CopyAttributes(int from, int to)
-{
-    std::vector<char> names(XATTR_LIST_MAX);
-    const ssize_t length = flistxattr(from, names.data(), names.size());
-    if (length < 0)
-        return MayBeLeftOut(errno);
-    for (const char* name = names.data(); name < names.data() + length;
-         name += std::string_view(name).size() + 1)
-        if (!CopyAttribute(from, to, name))
-            return false;
-    return true;
-}
-
-/// Gives `to` the owner and the group of another file, as far as that is allowed, and removes from
-/// `mode` the bits that would then apply to another user or group. 0 or an errno.
-int CopyOwner(const struct stat& from, int to, mode_t* mode)
-{
-    struct stat now = {};
-    if (fstat(to, &now) != 0)
-        return errno;
-    if (from.st_uid == now.st_uid && from.st_gid == now.st_gid)
-        return 0;
-    if (fchown(to, from.st_uid, from.st_gid) == 0)
-        return 0;
-    // Only an administrator can give a file away: for other users it becomes their own.
-    if (!MayBeLeftOut(errno))
-        return errno;
-    *mode &= static_cast<mode_t>(~(S_ISUID | S_ISGID));
-    if (from.st_gid == now.st_gid || fchown(to, static_cast<uid_t>(-1), from.st_gid) == 0)
-        return 0;
-    if (!MayBeLeftOut(errno))
-        return errno;
-    const mode_t ofOthers = (*mode & S_IRWXO) << 3;
-    *mode &= ~static_cast<mode_t>(S_IRWXG) | ofOthers;
-    return 0;
 }
 } // namespace
 
@@ -251,12 +158,12 @@ int TQvNewFile::TState::OpenUnnamedBeside(mode_t mode)
 {
     if (Options.Folder != nullptr && Options.ExpectsNone) {
         Place = Options.Folder->Locate(Target);
-        const int file = Place.Folder == AT_FDCWD ? -1 : OpenUnnamed({}, mode, Place.Folder);
+        const int file = Place.Folder == AT_FDCWD ? -1 : QvOpenUnnamed({}, mode, Place.Folder);
         if (file >= 0)
             return file;
         Place = {};
     }
-    return OpenUnnamed(QvFolderPart(Target), mode);
+    return QvOpenUnnamed(QvFolderPart(Target), mode);
 }
 
 int TQvNewFile::TState::CreateContent()
@@ -266,7 +173,7 @@ int TQvNewFile::TState::CreateContent()
         file = OpenUnnamedBeside(Options.Permissions.value_or(kNewFileBits));
     // A named file cannot tell, when it gets the target's name, whether there is a target.
     const bool needsUnnamed = Options.ExpectsNone && !Options.FailIfExists;
-    const bool lacksUnnamed = file < 0 && !needsUnnamed && LacksUnnamedFiles(errno);
+    const bool lacksUnnamed = file < 0 && !needsUnnamed && QvLacksUnnamedFiles(errno);
     const mode_t mode =
         Options.Permissions.value_or(Existing ? Old.st_mode & kPermissionBits : kNewFileBits);
     if (Existing || lacksUnnamed) {
@@ -278,7 +185,7 @@ int TQvNewFile::TState::CreateContent()
     }
     if (file < 0 && Existing && KeepsItsFiles(errno)) {
         IsInPlace = true;
-        file = OpenUnnamed(P_tmpdir, S_IRUSR | S_IWUSR);
+        file = QvOpenUnnamed(P_tmpdir, S_IRUSR | S_IWUSR);
     }
     if (file < 0)
         return errno;
@@ -297,14 +204,14 @@ int TQvNewFile::TState::Dress(int file, bool isNew) const
     if (Options.AttributesOf >= 0 && fstat(Options.AttributesOf, &owner) != 0)
         return errno;
     if (keepsOld || Options.AttributesOf >= 0)
-        if (const int error = CopyOwner(owner, file, &mode))
+        if (const int error = QvCopyOwner(owner, file, &mode))
             return error;
-    if (Options.AttributesOf >= 0 && !CopyAttributes(Options.AttributesOf, file))
+    if (Options.AttributesOf >= 0 && !QvCopyAttributes(Options.AttributesOf, file))
         return errno;
     if (!Options.Permissions && !keepsOld)
         return 0;
     // Not left to the creation: the umask, or a default of the folder, may have taken bits away.
-    return fchmod(file, mode) == 0 || MayBeLeftOut(errno) ? 0 : errno;
+    return fchmod(file, mode) == 0 || QvMayBeLeftOut(errno) ? 0 : errno;
 }
 
 int TQvNewFile::TState::SetTime(int file) const
@@ -349,11 +256,11 @@ int TQvNewFile::TState::LinkToTarget()
 {
     assert(File && Temporary.empty());
     if (Place.Folder != AT_FDCWD &&
-        LinkUnnamed(File.Number(), Place.Name.c_str(), Place.Folder) == 0)
+        QvLinkUnnamed(File.Number(), Place.Name.c_str(), Place.Folder) == 0)
         return 0;
     // When that fails in the open folder, try the path: there may be another folder now.
     Place = {AT_FDCWD, Target};
-    return LinkUnnamed(File.Number(), Target.c_str());
+    return QvLinkUnnamed(File.Number(), Target.c_str());
 }
 
 int TQvNewFile::TState::NameIt()
@@ -367,7 +274,7 @@ int TQvNewFile::TState::NameIt()
         // Check the target and replace it like any other.
         if (const int error = OpenTarget(); error != 0 || IsSame)
             return error;
-        const auto link = [this](const char* name) { return LinkUnnamed(File.Number(), name); };
+        const auto link = [this](const char* name) { return QvLinkUnnamed(File.Number(), name); };
         if (MakeTemporary(Target, &Temporary, link) != 0) {
             const int error = errno;
             Temporary.clear();
@@ -434,7 +341,7 @@ int TQvNewFile::TState::WriteInPlace()
         return undressed;
     // Only the owner may set a time; the content is there nevertheless.
     const int time = SetTime(Existing.Number());
-    if (time != 0 && !MayBeLeftOut(time))
+    if (time != 0 && !QvMayBeLeftOut(time))
         return time;
     if (Options.Synced && fsync(Existing.Number()) != 0)
         return errno;
