@@ -44,11 +44,13 @@ TEST_F(TContentTest, WhatTheSystemRefusesIsSaidAsSuchAndOnce)
           "/W/x /A/l; cat w/y",
           "1\n"},
          {R"(unshare -m sh -c 'mount -t tmpfs -o size=8k full b; head -c 9999 "$QVRES" >f
-                    "$QVRES" --mount /B=b put /B/x f; "$QVRES" --var b setup
+                    "$QVRES" --mount /B=b put /B/x f; "$QVRES" --mount /B=b --mount /T=. cp /T/f /B/x
+                    "$QVRES" --var b setup
                     ln b/policy.x-ini b/z; "$QVRES" --mount /B=b cp /B/policy.x-ini /B/z && echo 2
                     mount -o remount,ro b; "$QVRES" --mount /B=b mkdir /B/d; ls b')",
           "2\nConfig\nLogs\nProfiles\nTmp\nUserData\npolicy.x-ini\nz\n",
           R"("/B/x" cannot be written: No space left on device
+"/T/f" cannot be copied to "/B/x": No space left on device
 "$T/b/Profiles/LocalProfile/profile.x-ini" cannot be written: No space left on device.
 the folder "/B/d" cannot be created: Read-only file system)",
           0}});
