@@ -96,6 +96,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q put /A/x a", "", R"("a" is a folder)"},
             {"q cp /A/d /B/d", "", R"("/A/d" is a folder; "qvres copy" copies folders)"},
             {"q cp /A/x /B", "", R"("/B")" + isFolder},
+            {"mkfifo b/p; q cp /A/x /B/p; rm b/p", "", R"("/B/p" is not a regular file)"},
             {"q mv /A/d /B/d", "", R"("/A/d" is a folder; "qvres rename" renames folders)"},
             {"q rm /A/d", "", R"("/A/d" is a folder; "qvres rmdir" removes folders)"},
             {"q mkdir /A/x/y/z", "", R"("/A/x" is a resource)"},
