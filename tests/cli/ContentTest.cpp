@@ -44,11 +44,13 @@ TEST_F(TContentTest, WhatTheSystemRefusesIsSaidAsSuchAndOnce)
           "/W/x /A/l; cat w/y",
           "1\n"},
          {R"(unshare -m sh -c 'mount -t tmpfs -o size=8k full b; head -c 9999 "$QVRES" >f
-                    "$QVRES" --mount /B=b put /B/x f; "$QVRES" --var b setup
+                    "$QVRES" --mount /B=b put /B/x f; "$QVRES" --mount /B=b --mount /T=. cp /T/f /B/x
+                    "$QVRES" --var b setup
                     ln b/policy.x-ini b/z; "$QVRES" --mount /B=b cp /B/policy.x-ini /B/z && echo 2
                     mount -o remount,ro b; "$QVRES" --mount /B=b mkdir /B/d; ls b')",
           "2\nConfig\nLogs\nProfiles\nTmp\nUserData\npolicy.x-ini\nz\n",
           R"("/B/x" cannot be written: No space left on device
+"/T/f" cannot be copied to "/B/x": No space left on device
 "$T/b/Profiles/LocalProfile/profile.x-ini" cannot be written: No space left on device.
 the folder "/B/d" cannot be created: Read-only file system)",
           0}});
@@ -94,6 +96,7 @@ TEST_F(TContentTest, RefusalsNameTheIdAndChangeNothing)
             {"q put /A/x a", "", R"("a" is a folder)"},
             {"q cp /A/d /B/d", "", R"("/A/d" is a folder; "qvres copy" copies folders)"},
             {"q cp /A/x /B", "", R"("/B")" + isFolder},
+            {"mkfifo b/p; q cp /A/x /B/p; rm b/p", "", R"("/B/p" is not a regular file)"},
             {"q mv /A/d /B/d", "", R"("/A/d" is a folder; "qvres rename" renames folders)"},
             {"q rm /A/d", "", R"("/A/d" is a folder; "qvres rmdir" removes folders)"},
             {"q mkdir /A/x/y/z", "", R"("/A/x" is a resource)"},

@@ -96,10 +96,14 @@ void Transfer(THost& host, const TTransfer& transfer, const std::string& source,
                             ", but not its metadata" + (isKept ? ", and the source was kept" : ""),
                         failure, source);
     }
-    if (!isDone && failure.Error == EINVAL && failure.Id == target)
+    if (!isDone && failure.Error == EINVAL && failure.Id == target) {
+        std::error_code error;
+        if (std::filesystem::is_other(tree.GetResourceFile(target, false), error))
+            throw TFailure(Quoted(target) + " is not a regular file", target, EINVAL);
         throw TFailure(Quoted(source) + " and " + Quoted(target) +
                            " are one file, or one is the metadata of the other",
                        source, EINVAL);
+    }
     if (!isDone)
         ThrowFailed(Quoted(source) + " cannot be " + transfer.Done + " to " + Quoted(target));
 }

@@ -20,7 +20,7 @@ namespace
 {
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kModeBits = 07777;
-constexpr off_t kSmall = 256 * 1024;
+constexpr off_t kSmall = off_t{256} * 1024;
 
 /// Sets errno, too, for callers that use the result as a bool.
 TQvResult Answer(TQvResult result)

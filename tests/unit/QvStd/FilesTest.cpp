@@ -103,6 +103,8 @@ TEST_F(Files, AnotherFileSystemIsReachedByALinkAndByAMove)
 {
     const TTempFolder memory("/dev/shm");
     const std::string there = memory.Write("there", "old");
+    if (Status(there).st_dev == Status(m_from).st_dev)
+        GTEST_SKIP() << "the folder of temporary files is on it";
     Link(there, "link");
     EXPECT_TRUE(QvCopyFile(m_from, m_temp / "link", false));
     EXPECT_EQ(ReadFile(there), "new");

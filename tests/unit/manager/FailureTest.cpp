@@ -4,6 +4,7 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
+#include <utility>
 
 #include "ManagerFixtures.h"
 #include "QvStd/FileStream.h"
@@ -135,23 +136,25 @@ TEST_F(Failures, AResourceBeingMovedKeepsItsSidecar)
 TEST_F(Failures, FoldersDeeperThanAPathAreRemovedAndTheirCopyFails)
 {
     int folder = open((Temp / "A").c_str(), O_RDONLY);
-    const std::string name(200, 'd');
-    for (int i = 0; i < 30; ++i) {
+    const std::string name(20, 'd');
+    for (int i = 0; i < 300; ++i) {
         ASSERT_EQ(mkdirat(folder, name.c_str(), 0777), 0);
-        folder = openat(folder, name.c_str(), O_RDONLY);
+        const int parent = std::exchange(folder, openat(folder, name.c_str(), O_RDONLY));
+        close(parent);
     }
-    std::set<std::string> failed;
-    TResourceManager::TCopyResourceExParams params;
-    params.Sources = {"/A/"};
-    params.DestFolder = "/B";
-    params.Failed = &failed;
-    EXPECT_FALSE(Manager.CopyResourceEx(params));
-    EXPECT_EQ(TResourceManager::LastFailure().Error, ENAMETOOLONG);
-    ASSERT_EQ(failed.size(), 1u);
-    EXPECT_GT(failed.begin()->size(), 3000u);
+    close(folder);
     EXPECT_TRUE(PassesInChild([this] {
-        const rlimit limit = {64, 64};
+        const rlimit limit = {64, 64}; // fewer descriptors than levels
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+        std::set<std::string> failed;
+        TResourceManager::TCopyResourceExParams params;
+        params.Sources = {"/A/"};
+        params.DestFolder = "/B";
+        params.Failed = &failed;
+        EXPECT_FALSE(Manager.CopyResourceEx(params));
+        EXPECT_EQ(TResourceManager::LastFailure().Error, ENAMETOOLONG);
+        ASSERT_EQ(failed.size(), 1u);
+        EXPECT_GT(failed.begin()->size(), 3000u);
         EXPECT_TRUE(QvRemoveDirectoryEx(Temp / "A", true, false, nullptr));
     }));
     EXPECT_FALSE(Exists(Temp / "A"));
