@@ -224,7 +224,7 @@ void TResourceManager::Find(const TFindItems& items, const std::string& folder,
                             std::vector<TQvFailure>* failures) const
 {
     TQvProgress progress(progressHandler);
-    // The caller's progress is running: a second start would reset it.
+    // It belongs to an outer operation, which also stops it.
     if (progressHandler != nullptr && progressHandler->Started())
         QvLogWriteWarning(TQvMessage("@TResourceManager::Find(): Progress already started!"),
                           kLogLevel, 0);
