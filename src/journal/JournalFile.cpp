@@ -203,7 +203,7 @@ TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity*
     // First the tail of a writer that was killed: the new block would continue its last line.
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
-    // What the cut has left: the end that a failed append goes back to.
+    // The size after the cut, which a failed append restores.
     const std::uint64_t before = m_size;
     int error = Write(block);
     if (error == 0 && fdatasync(m_file.Number()) != 0)
@@ -250,8 +250,8 @@ void TJournalFile::CutBack(std::uint64_t size, std::size_t blockSize)
     const bool isHeld = static_cast<bool>(m_file);
     if (!isHeld && (!Open(m_path, TJournalAccess::Change) || m_size != size + blockSize))
         return;
-    // Nothing more can be done after a failure here: what remains is a tail without a checkpoint,
-    // or a block that was reported as failed and is loaded all the same.
+    // Nothing more can be done after a failure here: a tail without a checkpoint remains, or a
+    // whole block, which the next load takes although its append was reported as failed.
     if (ftruncate(m_file.Number(), static_cast<off_t>(size)) == 0)
         fdatasync(m_file.Number());
     m_file.Close();
@@ -321,7 +321,7 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
 int TJournalRewrite::KeepOld() const
 {
     const std::string kept = m_path + kDamagedJournalSuffix;
-    // An older one goes: the newest damage is the one to be examined.
+    // An older one is replaced: the newest damage is the one to be examined.
     if (unlink(kept.c_str()) != 0 && errno != ENOENT)
         return errno;
     return link(m_target.c_str(), kept.c_str()) == 0 || QvCopyFileToMove(m_target, kept, nullptr)

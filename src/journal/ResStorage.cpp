@@ -273,7 +273,8 @@ bool TResStorage::DirChanged() const
               &now) != 0 &&
         errno != ENOENT)
         return true;
-    // The time alone misses an append within one second, the size a rewrite of the same length.
+    // Both are needed: the time misses an append within one second, the size misses a rewrite of
+    // the same length.
     return m_isStale || now.stx_size != m_dirSize ||
            static_cast<std::uint32_t>(now.stx_mtime.tv_sec) != m_dirTime;
 }

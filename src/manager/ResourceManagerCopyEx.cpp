@@ -189,8 +189,7 @@ void TExtendedCopy::AddSource(const std::string& source)
     // Everything is listed before the first copy: when the destination is below a source, the
     // copies would be found and copied in turn.
     m_manager.DoFind(found, source, "*", kEverythingBelow, &m_break, failures);
-    // What could be listed is copied all the same; each folder that could not be read counts as
-    // failed.
+    // What could be listed is copied; each folder that could not be read counts as failed.
     for (const TQvFailure& failure : failures)
         Fail(failure.Id + '/' == source ? source : failure.Id,
              TQvResult::Failed(failure.Error, failure.Id));

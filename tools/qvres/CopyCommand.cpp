@@ -76,7 +76,7 @@ bool AskToOverwrite(const std::string& destinationId, void* context)
     TCopyCall& call = *static_cast<TCopyCall*>(context);
     if (call.Answer != TAnswer::Each)
         return call.Answer == TAnswer::All;
-    // The bar is on the line where the question goes.
+    // The question is written to the line that the bar uses.
     call.Host.Progress.Hide();
     std::fprintf(stderr, "overwrite \"%s\"? [yes/No/all/none/quit] ", destinationId.c_str());
     std::string answer = ReadAnswer();

@@ -113,7 +113,7 @@ void TDoctor::Examine(const std::string& givenId)
     CheckId(id);
     ExamineMounts(id);
     const unsigned kind = ShownKind(m_tree, id);
-    // Its files lie in its folder, beside those of other resources.
+    // Its metadata and temporary files are in its folder, beside those of other resources.
     if (kind == kResResource)
         return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
     // When the folder of a mount is missing, that was reported already.

@@ -72,7 +72,7 @@ void List(THost& host)
     }
     if (host.Json)
         host.Out.Line(ToJsonText(records));
-    // After the list: the other profiles are of use all the same.
+    // After the list, which has the profiles that could be read.
     if (!state.Loaded.Failure.empty())
         throw TFailure(state.Loaded.Failure);
 }

@@ -95,7 +95,7 @@ void Put(THost& host, const std::string& id, const std::string& file)
         if (source.Size() > 0)
             progress.Report(done / static_cast<double>(source.Size()));
         else
-            // A pipe has no size: the bar shows only that the work goes on.
+            // A pipe has no size: the bar only shows that the work continues.
             host.Progress.Update();
     }
     // Not reached after a break or a failed read: then the new content is discarded.

@@ -94,8 +94,7 @@ void PutIntoFirstProfile(TQvCPUtils::TCPState& state, const TQvPath& folder)
                     [](const TQvResourceProfile& profile) { return profile.Remote; });
     TQvResourceProfile* profile =
         allRemote ? &CreateProfile(state, FreeName(state)) : state.FindProfile(kFirstProfile);
-    // The first profile with other mounts belongs to the user by now: setup must not extend it
-    // unasked.
+    // A first profile with other mounts was changed by the user: setup does not extend it.
     if (profile == nullptr || profile->Remote ||
         (!profile->Nodes.empty() &&
          profile->Nodes.count(QvNormalizeResId(MountPointOf(folder))) == 0))

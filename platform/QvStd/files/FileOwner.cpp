@@ -58,7 +58,7 @@ int QvCopyOwner(const struct stat& from, int to, mode_t* mode)
         return 0;
     if (!QvMayBeLeftOut(errno))
         return errno;
-    // The bits of the group were for other people: the new group gets no more than all users.
+    // The bits were meant for another group: the new one gets no more than all users have.
     const mode_t ofOthers = (*mode & S_IRWXO) << 3;
     *mode &= ~static_cast<mode_t>(S_IRWXG) | ofOthers;
     return 0;

@@ -297,7 +297,7 @@ void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
         remover.Note(EINVAL, path);
     else if (lstat(path.c_str(), &status) != 0)
         remover.Note(errno, path);
-    // Only the link: its target may be used elsewhere.
+    // Only the link is removed: its target may be in use.
     else if (S_ISLNK(status.st_mode))
         remover.Unlink(AT_FDCWD, path.c_str(), 0, path);
     else if (recursive && S_ISDIR(status.st_mode))
