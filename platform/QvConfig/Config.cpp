@@ -39,6 +39,7 @@ std::string ReadProfileName(const std::string& policyFile)
                           0);
         return std::string();
     }
+    // A missing key means that no profile is selected.
     const TQvXIniReader reader(tree, policyFile);
     return reader.Read(reader.FindF("profile"), std::string());
 }
@@ -73,6 +74,7 @@ std::string TQvConfigData::getVarFolderSetting(bool wantCommon, bool* isCommon,
             *isCommon = common;
         return folder;
     };
+    // Before the registry, so that one process can use another folder than the rest.
     const char* setting = std::getenv("QV_VAR_FOLDER");
     if (setting != nullptr && *setting != '\0')
         return answer(setting, false);
@@ -100,6 +102,7 @@ void Init_QvConfig()
     if (pQvConfigData == nullptr)
         pQvConfigData = new TQvConfigData;
     ++startCount;
+    // Also for a further user: the settings may have been changed since the first one came.
     pQvConfigData->Load();
 }
 
@@ -119,6 +122,7 @@ std::string QvGetConfigString(int number, bool mustExist)
             throw TQvMessage(QvMsg_helper("Err_ConfigString_number") << number);
         return std::string();
     }
+    // A path made of an empty folder would be relative to the current one.
     if (pQvConfigData == nullptr || !pQvConfigData->getLoaded())
         return std::string();
     const TQvPath folder(pQvConfigData->m_varFolder);

@@ -14,7 +14,9 @@
 
 namespace
 {
+/// Enough for the last block of most journals: one read finds its checkpoint.
 constexpr std::size_t kTail = 4096;
+/// Large enough that the disk writes in long runs, small enough that little is left for the sync.
 constexpr std::uint64_t kWriteBackEvery = std::uint64_t{4} * 1024 * 1024;
 
 int FlagsOf(TJournalAccess access)
@@ -39,6 +41,7 @@ int Passing(int error)
     return error == EAGAIN || error == EACCES || error == ESTALE ? EBUSY : error;
 }
 
+/// On a file system without locks only the lock file beside the folder protects the journal.
 bool LacksLocks(int error)
 {
     return error == ENOLCK || error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
@@ -94,6 +97,7 @@ int TJournalFile::LockContent(short kind) const
 void TJournalFile::Unlock() const
 {
     LockContent(F_UNLCK);
+    // Neither result is checked: closing the file releases both locks at the latest.
     flock(m_file.Number(), LOCK_UN);
 }
 
@@ -196,8 +200,10 @@ TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity*
 {
     assert(m_file && synced != nullptr);
     assert(!block.empty() && block.back() == '\n'); // else the next append would cut it off
+    // First the tail of a writer that was killed: the new block would continue its last line.
     if (const TQvResult cut = CutUnsealed(); !cut)
         return cut;
+    // The size after the cut, which a failed append restores.
     const std::uint64_t before = m_size;
     int error = Write(block);
     if (error == 0 && fdatasync(m_file.Number()) != 0)
@@ -210,6 +216,7 @@ TQvResult TJournalFile::AppendAndClose(std::string_view block, TJournalIdentity*
         *synced = m_identity;
     if (error == 0)
         error = AskServer();
+    // Network file systems may report only here that the bytes did not reach the server.
     if (error == 0 && !m_file.Close())
         error = errno;
     if (error != 0)
@@ -243,6 +250,8 @@ void TJournalFile::CutBack(std::uint64_t size, std::size_t blockSize)
     const bool isHeld = static_cast<bool>(m_file);
     if (!isHeld && (!Open(m_path, TJournalAccess::Change) || m_size != size + blockSize))
         return;
+    // Nothing more can be done after a failure here: a tail without a checkpoint remains, or a
+    // whole block, which the next load takes although its append was reported as failed.
     if (ftruncate(m_file.Number(), static_cast<off_t>(size)) == 0)
         fdatasync(m_file.Number());
     m_file.Close();
@@ -268,6 +277,7 @@ TQvResult TJournalRewrite::Open(const std::string& path, const TJournalFile& old
     // A fixed name, so that the next rewrite replaces the file that a killed one left.
     const std::string folder = QvFolderPart(m_target);
     m_temporary = folder + '.' + m_target.substr(folder.size()) + ".new";
+    // Under the lock of the storage: no other process is writing this file now.
     if (unlink(m_temporary.c_str()) != 0 && errno != ENOENT)
         return TQvResult::Failed(errno, m_temporary);
     return m_file.Open(m_temporary, options);
@@ -301,6 +311,7 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
     m_hasReplaced = error == 0;
     if (error != 0)
         unlink(m_temporary.c_str());
+    // The rename has happened: this failure says only that a power cut may undo it.
     if (error == 0 && !QvSyncFolderOf(m_target, m_old))
         error = errno;
     return error == 0 ? TQvResult::Done() : TQvResult::Failed(error, m_path);
@@ -310,6 +321,7 @@ TQvResult TJournalRewrite::Publish(bool keepsOld)
 int TJournalRewrite::KeepOld() const
 {
     const std::string kept = m_path + kDamagedJournalSuffix;
+    // An older one is replaced: the newest damage is the one to be examined.
     if (unlink(kept.c_str()) != 0 && errno != ENOENT)
         return errno;
     return link(m_target.c_str(), kept.c_str()) == 0 || QvCopyFileToMove(m_target, kept, nullptr)

@@ -18,6 +18,7 @@
 
 namespace
 {
+/// Other processes are busy for the time of one append or load.
 constexpr std::uint32_t kRetryPauseMs = 100;
 } // namespace
 
@@ -61,6 +62,7 @@ bool TResStorage::Load(const TLocker& locker, TJournalFile* read, bool shortens)
 {
     m_dir->Clear();
     m_reading = ReadDirFile(read);
+    // The map keeps what was read: it is what a caller can still see of a broken journal.
     if (m_reading.State != TJournalState::Whole)
         return false;
     if (shortens && m_reading.Checkpoints > Settings.ChangeCount2Merge)
@@ -73,6 +75,7 @@ TResStorage::TLoaded TResStorage::LoadOrRepair(const TLocker& locker, TJournalFi
 {
     if (Load(locker, read, shortens))
         return TLoaded::AsItIs;
+    // The second load finds a whole journal; callers want to know what was wrong with the first.
     const TJournalReading broken = m_reading;
     if (broken.State == TJournalState::Unreadable || broken.State == TJournalState::Whole)
         return TLoaded::Failed; // nothing is broken
@@ -105,6 +108,7 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
         Fail(TMessages::DoLoadDir.NotOpened, kLevelRead, opened);
         return {TJournalState::Unreadable};
     }
+    // Before the content is read: a change by others during the reading then shows as one.
     NoteDirFile(*read);
     int error = 0;
     const TJournalReading reading = ReadJournal(
@@ -114,6 +118,7 @@ TJournalReading TResStorage::ReadDirFile(TJournalFile* read)
             return got;
         },
         m_dir.get());
+    // From here on only the lock file protects the journal; a rewrite compares it with this file.
     read->Unlock();
     m_isStale = reading.State == TJournalState::Unreadable;
     if (m_isStale)
@@ -132,6 +137,8 @@ bool TResStorage::SaveDir(const TLocker& given)
 bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool keepsOld)
 {
     assert(locker->IsExclusive()); // else appends of others would be lost
+    // Set by the rename only: a failure after it must not count as "the old journal is still
+    // there".
     m_hasReplaced = false;
     TJournalFile old;
     TQvResult result = Open(&old, TJournalAccess::Change, TMessages::SaveDir);
@@ -146,6 +153,8 @@ bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool kee
         result = WriteDir(&rewrite);
     if (result)
         result = rewrite.Sync();
+    // As late as possible, just before the rename: a lock file that was replaced until now no
+    // longer excludes others.
     const TQvResult held =
         isAsRead ? locker->IsAtPath() : TQvResult::Failed(ESTALE, Folder + kStorageLockSuffix);
     if (result && !held)
@@ -156,6 +165,8 @@ bool TResStorage::Save(const TLocker& locker, const TJournalFile* read, bool kee
     if (!result)
         return Fail(TMessages::SaveDir.NotOpened, kLevelWrite, result.Named(DirFile().toSysStr()));
     TJournalFile written;
+    // Opened again for size and time as the server has them; without them the next check counts as
+    // a change.
     const TQvResult opened = written.Open(DirFile().toSysStr(), TJournalAccess::Read);
     NoteDirFile(written);
     m_isStale = !opened || written.Size() != rewrite.Size();
@@ -185,6 +196,7 @@ bool TResStorage::AddResourceRecord(const std::string& id, bool isFolder, const 
 bool TResStorage::DeleteResourceRecord(const std::string& id, bool isFolder, const TLocker& given)
 {
     std::string line = QvNormalizeResId(id);
+    // The mark takes the place of the leading "/", which every absolute id has.
     line.replace(0, 1, 1, kRemovalMark);
     if (isFolder)
         line += '/';
@@ -204,6 +216,7 @@ bool TResStorage::Append(const std::string& id, std::string line, const TLocker&
     }
     line += kLineEnd;
     line += Checkpoint(JournalChecksum(line));
+    // The line is complete before the lock is taken, which others wait for.
     const TLocker locker = Begin(given, true, messages);
     if (!locker)
         return false;
@@ -226,6 +239,7 @@ bool TResStorage::AppendBlock(const std::string& block, const TMessages& message
 {
     TJournalFile file;
     TQvResult result = Open(&file, TJournalAccess::Append, messages);
+    // Compared before the append changes the size.
     const bool wasKnown = file.Size() == m_dirSize;
     if (result)
         result = file.AppendAndClose(block, &m_syncedFile);
@@ -259,6 +273,8 @@ bool TResStorage::DirChanged() const
               &now) != 0 &&
         errno != ENOENT)
         return true;
+    // Both are needed: the time misses an append within one second, the size misses a rewrite of
+    // the same length.
     return m_isStale || now.stx_size != m_dirSize ||
            static_cast<std::uint32_t>(now.stx_mtime.tv_sec) != m_dirTime;
 }
@@ -294,6 +310,7 @@ bool TResStorage::Lock(TLocker* locker, bool forWriting, const TMessages& messag
     if (!*locker)
         *locker = TStorageLocker::VCreate(*this, forWriting);
     else if (forWriting)
+        // The result shows in IsExclusive below.
         (*locker)->Relock(true);
     // After a refused upgrade the shared lock remains, which does not allow writing.
     if (**locker && (!forWriting || (*locker)->IsExclusive()))

@@ -33,7 +33,10 @@ bool TResStorage::Repair(const TLocker& locker, const TJournalFile& read)
     const TJournalReading broken = m_reading;
     TLocker exclusive = locker;
     const bool isMissing = broken.State == TJournalState::Missing;
+    // An empty journal has nothing to be kept.
     const bool keeps = !isMissing && read.Size() != 0;
+    // Listed under the exclusive lock: a resource that another process adds meanwhile would be
+    // missing in the new journal.
     if (!Lock(&exclusive, true, TMessages::RecreateDir) || !ListContent() ||
         !Save(exclusive, &read, keeps))
         return false;
@@ -73,6 +76,7 @@ bool TResStorage::ListContent()
 
 TQvResult TResStorage::TakeContent(const std::string& content)
 {
+    // The result matters only when no folder is there afterwards: mostly it exists already.
     const TQvResult made = QvCreateDirectory(content);
     bool isFolder = false;
     const TQvResult there = QvFileDirExists(content, &isFolder);
@@ -91,6 +95,7 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
 {
     assert(path.size() > contentLength && path[contentLength] == '/');
     std::string id = path.substr(contentLength);
+    // Sidecars belong to their resources and have no records.
     if (HasMetaExtension(id))
         return TQvResult::Done();
     // The names of a storage separate folders by backslashes. Where a path has none, the name is
@@ -107,6 +112,7 @@ TQvResult TResStorage::TakeFound(const std::string& path, std::size_t contentLen
         return there.Named(path);
     if (isFolder)
         id += '/';
+    // After the name was taken from it: the journal separates the folders of an id by "/" only.
     std::replace(id.begin(), id.end(), '\\', '/');
     m_dir->Set(QvNormalizeResId(id), name);
     return TQvResult::Done();

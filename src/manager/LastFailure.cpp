@@ -19,6 +19,7 @@ void Set(int error, const std::string& id)
     TQvFailure& record = Record();
     record.Error = error;
     record.OfMetadata = false;
+    // The id is kept out of a success, so that the frequent case copies no text.
     if (error == 0)
         record.Id.clear();
     else
@@ -53,6 +54,7 @@ void QvReportSidecar(const TQvResult& sidecar, const std::string& src, const std
 {
     if (sidecar)
         return;
+    // The result of the copy may not show this failure, so the log does.
     constexpr int kLogLevel = 5;
     QvLogWriteWarning(TQvMessage("@The metadata of %1% could not be copied to %2%: %3%")
                           << src << dst << QvErrorText(sidecar.Error()),

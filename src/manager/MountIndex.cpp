@@ -8,6 +8,7 @@
 
 namespace
 {
+/// A power of two, since a slot is found by masking the hash; half of them stay free.
 constexpr std::size_t kFewestSlots = 16;
 constexpr std::size_t kWordBits = TNormalResId::kWordBits;
 
@@ -44,6 +45,7 @@ void TMountIndex::Add(const std::string& mountPoint)
         return;
     if (m_ids.size() * 2 <= m_slots.size())
         return InsertSlot(*entry);
+    // Doubled, so that mounting many folders costs a constant time for each.
     m_slots.assign(m_slots.size() * 2, {});
     for (const TIds::value_type& each : m_ids)
         InsertSlot(each);
@@ -51,6 +53,8 @@ void TMountIndex::Add(const std::string& mountPoint)
 
 bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
 {
+    // Two equal mount points share an entry, and it does not say which other node it now belongs
+    // to: the caller builds the index again.
     if (m_ids.size() != m_lengths.size())
         return false;
     const auto entry = m_ids.find(QvNormalizeResId(mountPoint));
@@ -58,6 +62,7 @@ bool TMountIndex::Remove(std::uint32_t place, const std::string& mountPoint)
     EraseSlot(SlotOf(entry->first));
     m_ids.erase(entry);
     auto [first, last] = m_lengths.equal_range(mountPoint.size());
+    // A bit for a length that no mount point has would only cost look-ups, but for each id.
     const bool isOnlyOne = std::next(first) == last;
     while (first != last && first->second != place)
         ++first;

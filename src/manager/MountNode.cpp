@@ -107,6 +107,7 @@ TQvTransfer TMountNode::CopyByStreams(const std::string& src, TMountNode& target
     TQvResAttrib attrib;
     if (const TQvResult source = RequireResource(*this, src, &attrib); !source)
         return {source, {}};
+    // These checks come before anything is opened: a refused copy leaves both sides unchanged.
     if (target.IsPureVirtual())
         return {TQvResult::Failed(EROFS, dst), {}};
     if (dst.size() == target.MountPointId().size())
@@ -115,9 +116,12 @@ TQvTransfer TMountNode::CopyByStreams(const std::string& src, TMountNode& target
         return {};
     if (IsOneTheSidecar(*this, src, target, dst))
         return {TQvResult::Failed(EINVAL, dst), {}};
+    // Before the content: a sidecar that cannot be examined would be lost by a move, and the copy
+    // would look complete.
     const TQvResult sidecar = hints.MayHaveSidecar ? ResourceMetaExists(src) : TQvResult::Nothing();
     if (sidecar.HasFailed())
         return {sidecar, {}};
+    // Shared: other openers may use the source meanwhile; a move compares its version afterwards.
     const var_a<TQvStream*> content = OpenResource(src, kQvOpenRead, kQvShareAll, 0);
     if (!content || !*content)
         return {WhyNotOpened(content.get(), src), {}};
@@ -128,6 +132,7 @@ TQvTransfer TMountNode::CopyByStreams(const std::string& src, TMountNode& target
     incoming.IsSynced = isSynced;
     const TQvResult received =
         NamedByIds(target.ReceiveResource(dst, *content, incoming, progress), src);
+    // The sidecar only when its content has arrived: it describes that content.
     if (!received || !sidecar)
         return {received, {}};
     return {received, CopyMetaByStreams(*this, src, target, dst, isSynced)};
@@ -141,8 +146,10 @@ TQvTransfer TMountNode::MoveResourceTo(const std::string& src, TMountNode& targe
         return {source, {}};
     if (IsSameResource(src, target, dst))
         return {&target == this ? TQvResult::Done() : TQvResult::Failed(EINVAL, dst), {}};
+    // Taken before the first byte is read, so that each later write shows.
     const std::string version = ResourceVersion(src);
     TQvTransfer done = CopyByStreams(src, target, dst, {}, true, progress);
+    // The source stays: without its sidecar the target is no full replacement.
     if (!done.Content || !done.Sidecar)
         return done;
     // What was written meanwhile is not in the copy. A version that could not be found out may
@@ -174,6 +181,7 @@ bool TMountNode::IsSameResource(const std::string& id, const TMountNode& other,
 {
     if (&other == this && PartInside(*this, id) == PartInside(*this, otherId))
         return true;
+    // Two nodes may show one disk folder, and links may give one file two names.
     const std::string file = GetResourceFile(id);
     const std::string otherFile = other.GetResourceFile(otherId);
     return !file.empty() && !otherFile.empty() &&

@@ -17,6 +17,7 @@ const std::uint32_t TResourceManager::SConfig::StDirSyncMinInterval_Default = 10
 const std::uint32_t TResourceManager::SConfig::StDirChangeCount2Merge_Default = 256;
 const bool TResourceManager::SConfig::MountMyComputer_Default = false;
 
+/// Constructed when the library is loaded; it touches no file and no configuration before Init.
 TResourceManager ResourceManager;
 
 TResourceManager::TResourceManager()
@@ -53,15 +54,19 @@ void TResourceManager::Load(int* error)
     // Cleared with the list, so that after a failure below no index refers to a missing node.
     m_mountNodes.clear();
     RefreshNodeMaps();
+    // A missing profile throws here: an empty tree would look as if all resources were deleted.
     const auto profile = GetXIniReader(TQvPath(QvGetConfigString(12, true)), error);
     *error = EBADMSG;
     m_profile.LoadE(profile.get(), nullptr);
     *error = EINVAL;
+    // The file does not contain its own name.
     m_profile.Name = QvConfiguration().getCurProfileName();
     LoadProfileNodes();
+    // Last, since it is built from the mount points of all others; mounting finds it at this place.
     m_mountNodes.push_back(LoadRootMountNode());
     RefreshNodeMaps();
 
+    // Only when the table is complete: an Init that fails leaves no handler for it behind.
     RegisterURLScheme();
 }
 
@@ -73,6 +78,7 @@ void TResourceManager::ReadSettings(int* error)
     m_config.StDirChangeCount2Merge = SConfig::StDirChangeCount2Merge_Default;
 
     const std::string path = QvGetConfigString(9, true) + "ResourceManager.x-ini";
+    // No file is the normal case: a new installation has only the defaults.
     if (!QvFileExists(path))
         return;
     const auto reader = GetXIniReader(TQvPath(path), error);

@@ -16,6 +16,7 @@ namespace
 {
 constexpr unsigned kEverythingBelow =
     kFindResources | kFindFolders | kFindRecursive | kFindAttributes;
+/// For smaller resources the reports between two items are enough.
 constexpr double kBytesWithoutProgress = 1000000;
 constexpr int kLogLevel = 3;
 
@@ -115,6 +116,7 @@ bool TExtendedCopy::Run()
     } catch (const TQvUserBreak&) {
         m_result = false;
         if (m_failure)
+            // An earlier failure stays the first one, as LastFailure promises.
             m_failure = TQvResult::Failed(ECANCELED, m_params.DestFolder);
     }
     m_progress.Stop();
@@ -131,6 +133,8 @@ void TExtendedCopy::Fail(const std::string& id, const TQvResult& reason)
     if (m_failure)
         m_failure = reason;
     m_parentFolder.clear();
+    // By the id of the listing, which the caller gave or can look up; the reason names the file
+    // that failed.
     if (m_params.Failed != nullptr)
         m_params.Failed->insert(id);
     if (m_params.Failures != nullptr)
@@ -173,6 +177,7 @@ void TExtendedCopy::AddSource(const std::string& source)
         return Fail(source, exists.Named(source));
     if (!exists)
         return;
+    // One map for all sources: what two sources share is copied once.
     TItem& item = m_items[source];
     item.Kind = attrib.Kind;
     item.Size = static_cast<double>(attrib.Size);
@@ -181,7 +186,10 @@ void TExtendedCopy::AddSource(const std::string& source)
         return;
     const auto found = make_var<std::vector<TQvResFindItem>>();
     std::vector<TQvFailure> failures;
+    // Everything is listed before the first copy: when the destination is below a source, the
+    // copies would be found and copied in turn.
     m_manager.DoFind(found, source, "*", kEverythingBelow, &m_break, failures);
+    // What could be listed is copied; each folder that could not be read counts as failed.
     for (const TQvFailure& failure : failures)
         Fail(failure.Id + '/' == source ? source : failure.Id,
              TQvResult::Failed(failure.Error, failure.Id));
@@ -207,6 +215,7 @@ void TExtendedCopy::CopyAll()
         m_progress.Report(m_scale * m_done);
         if (const TQvResult copied = CopyItem(id, item); !copied) {
             Fail(id, copied);
+            // All other failures concern one item: the next items may succeed.
             if (m_progress.UserBreak())
                 break; // a copy that was cancelled has failed like any other
         }
@@ -234,6 +243,7 @@ TQvResult TExtendedCopy::CopyItem(const std::string& source, const TItem& item)
 TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
                                     const std::string& destination)
 {
+    // A folder that was deleted after the listing is no failure.
     const TQvExistence exists = node.ResourceExists(QvExcludeTrailingSlash(source));
     if (exists == kResNothing)
         return exists.Result.IsNothing() ? TQvResult::Done() : exists.Result.Named(source);
@@ -250,12 +260,15 @@ TQvResult TExtendedCopy::CopyFolder(TMountNode& node, const std::string& source,
         return target.Result.Named(destination);
     const std::string folder = QvExcludeTrailingSlash(destination);
     if (!m_params.DryRun) {
+        // The parent may belong to another node than the folder, where only the manager can create
+        // it.
         if (TQvResult parent = MakeParent(folder); !parent)
             return parent;
         TQvResult created = m_manager.NodeFor(folder)->CreateFolderLike(
             folder, node, QvExcludeTrailingSlash(source));
         if (!created)
             return created;
+        // Only folders that this copy created: in others any name may be taken.
         m_newFolders.insert(folder);
     }
     CountFolder(folder);
@@ -282,6 +295,7 @@ TQvResult TExtendedCopy::CopyResource(TMountNode& node, const std::string& sourc
     if (target == kResFolder)
         return TQvResult::Failed(EISDIR, destination);
     if (target == kResResource && !MayOverwrite(destination)) {
+        // Skipping is what the caller asked for: done, and not in Failed.
         ++m_counts.Skipped;
         return TQvResult::Done();
     }
@@ -324,6 +338,7 @@ TQvResult TExtendedCopy::Transfer(TMountNode& node, const std::string& source,
     if (!copied.Content || copied.Sidecar)
         return copied.Content;
     QvReportSidecar(copied.Sidecar, source, destination);
+    // Inside one node the sidecar decides, too, as for a single copy.
     if (&node == target)
         return copied.Sidecar;
     // Between two nodes only the content decides the result, but the failure is reported.

@@ -62,6 +62,7 @@ TQvResult TResourceManager::DoCreateFolder(const std::string& id) const
 {
     const std::string stripped = QvExcludeTrailingSlash(id);
     const std::string parent = QvExtractResPath(stripped);
+    // Ends at "/", which no node creates.
     if (parent.size() >= 2 && LookUp(parent) != kResFolder)
         if (TQvResult created = DoCreateFolder(parent); !created)
             return created;
@@ -102,6 +103,8 @@ void TResourceManager::RenameFolderE(const std::string& src, const std::string& 
         SetLastFailure(notFolder.Error(), src);
         throw TQvMessage(QvResourceString("global.ErrNotFolder")) << src;
     }
+    // A rename would leave the mount point where it is in the tree, while its parent folder is
+    // gone.
     const std::string normal = QvNormalizeResId(stripped);
     for (const auto& node : m_mountNodes) {
         const std::string mountPoint = QvNormalizeResId(node->MountPointId());
@@ -111,6 +114,8 @@ void TResourceManager::RenameFolderE(const std::string& src, const std::string& 
             throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
         }
     }
+    // The disk folder of another mount may be below this one, under ids that do not show it: that
+    // mount would lose its folder.
     if (TMountedPaths mounted(m_mountNodes); HoldsMountFolder(stripped, mounted)) {
         SetLastFailure(EBUSY, src);
         throw TQvMessage(QvResourceString("global.ErrRenameMtPoint")) << src;
@@ -165,10 +170,12 @@ TQvResult TResourceManager::DoClearFolder(const std::string& id,
     TQvProgress progress(progressHandler);
     const auto entries = make_var<std::vector<TQvResFindItem>>();
     std::vector<TQvFailure> failures;
+    // The search must not move the bar, which measures deletions, but a user can cancel it.
     TQvBreakOnly breakOnly(progressHandler);
     try {
         DoFind(entries, id, "*", kEverythingBelow, &breakOnly, failures);
         const TQvResult deleted = ClearFolderEntries(*entries, progress);
+        // A folder that could not be listed is the cause of the deletions that failed after it.
         return failures.empty() ? deleted
                                 : TQvResult::Failed(failures.front().Error, failures.front().Id);
     } catch (const TQvUserBreak&) {
@@ -186,6 +193,7 @@ TQvResult TResourceManager::ClearFolderEntries(const std::vector<TQvResFindItem>
     TQvFolderKeeper folders;
     TMountedPaths mounted(m_mountNodes);
     for (std::size_t i = 0; i < entries.size(); ++i) {
+        // Before each entry: this is where a user can cancel, and entries are deleted whole.
         progress.Report(static_cast<double>(i) * step);
         const TQvResult deleted = DeleteEntry(entries[i], folders, mounted);
         if (result)
@@ -216,6 +224,7 @@ void TResourceManager::Find(const TFindItems& items, const std::string& folder,
                             std::vector<TQvFailure>* failures) const
 {
     TQvProgress progress(progressHandler);
+    // It belongs to an outer operation, which also stops it.
     if (progressHandler != nullptr && progressHandler->Started())
         QvLogWriteWarning(TQvMessage("@TResourceManager::Find(): Progress already started!"),
                           kLogLevel, 0);
@@ -242,6 +251,7 @@ TQvResult TResourceManager::ListFolder(const TMountNode& node, const TFindItems&
                                        unsigned flags, TQvProgressHandler* progress) const
 {
     const std::size_t first = items ? items->size() : 0;
+    // Mount points are added to whatever was found, since they do not depend on the disk.
     const TQvResult result = node.Find(items, folder, mask, flags, progress);
     // Above the mount points the node shows them itself.
     if (items && (flags & kFindMounts) != 0 && !node.IsPureVirtual())
@@ -256,6 +266,7 @@ void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFind
 {
     assert(first <= items.size());
     const auto mounts = make_var<std::vector<TQvResFindItem>>();
+    // After a failed Init there may be no root node.
     if (m_mountNodes.back()->Type() == kRootNode)
         m_mountNodes.back()->Find(mounts, folder, "*", kFindFolders, nullptr);
     if (mounts->empty())
@@ -271,6 +282,7 @@ void TResourceManager::ShowMounts(const TMountNode& node, std::vector<TQvResFind
         mount->second = mount->second || !isHidden;
         return isHidden;
     };
+    // Only the entries of this folder: those before `first` belong to the caller.
     items.erase(std::remove_if(items.begin() + Offset(first), items.end(), isHiddenByMount),
                 items.end());
     if ((flags & kFindFolders) == 0)

@@ -36,6 +36,8 @@ constexpr char kUnmountNodeE[] =
     throw TQvMessage(operation + reason);
 }
 
+/// Another computer publishes a remote profile, and the next update would replace what is written
+/// here.
 [[noreturn]] void ThrowRemote(const char* operation, const std::string& id)
 {
     Throw(operation, "Cannot make persistent changes to the remote profile", EROFS, id);
@@ -69,6 +71,8 @@ TResourceManager::PTMountNode TResourceManager::GetNode4Id(const std::string& id
         Throw(kGetNode4Id, "Invalid resource id " + id, EINVAL, id);
     if (node == nullptr && throwIfNone)
         Throw(kGetNode4Id, "Mount node not found for id " + id, ENOENT, id);
+    // Success, too, also without a node: the caller of this function gets an answer, and an earlier
+    // failure must not be taken for its own.
     SetLastFailure(0, id);
     return node;
 }
@@ -126,6 +130,7 @@ bool TResourceManager::IsInsideMountedNodes(const std::string& id) const
     return node != nullptr && !node->IsPureVirtual();
 }
 
+/// Compares texts, since nothing need exist there.
 bool TResourceManager::IsInsideMyComputer(const std::string& id) const
 {
     return QvNormalizeResId(id).compare(0, m_myComputerFolder.size(), m_myComputerFolder) == 0;
@@ -154,6 +159,8 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
     if (!node)
         Throw(kMountFileNodeE, "Failure mounting node", EIO, mountPoint);
 
+    // In the table before the profile: a profile that cannot be written must not prevent the mount
+    // for this run.
     AddToTable(std::move(node));
     SetLastFailure(0, mountPoint);
     if (!persistent)
@@ -162,6 +169,8 @@ void TResourceManager::MountFileNodeE(const std::string& mountPoint, const std::
     // The node stays mounted when anything below fails: only the profile file is left as it was.
     ChangeProfile(kMountFileNodeE, mountPoint, [&](TQvProfileNodes& nodes) {
         const std::string loadedKey = toupper_locale(mountPoint);
+        // Another process has mounted there since this one read the profile: the file would get two
+        // entries for one mount point.
         const bool isOthers = nodes.count(loadedKey) != 0 && m_profile.Nodes.count(loadedKey) == 0;
         if (nodes.count(mountPoint) != 0 || isOthers)
             Throw(kMountFileNodeE,
@@ -215,6 +224,7 @@ void TResourceManager::CheckProfileCanBeSaved(const char* operation,
 {
     if (m_profile.Remote)
         ThrowRemote(operation, mountPoint);
+    // Since Init another profile was selected: its file is not the one that this table came from.
     if (QvConfiguration().getCurProfileName() != m_profile.Name)
         Throw(operation, "Inconsistent profile data", EINVAL, mountPoint);
 }
@@ -228,6 +238,8 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
     SetLastFailure(EINVAL, mountPoint);
     CheckProfileCanBeSaved(operation, mountPoint);
     int error = 0;
+    // Taken before the file is read and kept until it is written, so that no change of another
+    // process is lost in between.
     const auto lock = [&] {
         try {
             return std::make_unique<TQvVarFolderLock>(VarFolder(), TQvVarFolderLock::kTimeoutMs,
@@ -238,9 +250,12 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
         }
     }();
     const TQvPath file(QvGetConfigString(12, true));
+    // A copy that replaces the manager's own only after the file was written: both agree after any
+    // failure.
     TQvResourceProfile profile;
     const auto changeText = [&](const std::optional<std::string>& text) {
         SetLastFailure(EBADMSG, mountPoint);
+        // May throw for a malformed file: it is left as it is, since only a person can repair it.
         TQvProfileText old(file, text);
         SetLastFailure(EINVAL, mountPoint);
         profile = m_profile;
@@ -248,6 +263,7 @@ void TResourceManager::ChangeProfile(const char* operation, const std::string& m
             profile.Remote = old.Content().Remote;
             profile.Nodes = QvFollowProfileNodes(m_profile.Nodes, old.Content().Nodes);
         }
+        // Checked again: another process may have replaced the file by a remote profile meanwhile.
         if (profile.Remote)
             ThrowRemote(operation, mountPoint);
         change(profile.Nodes);

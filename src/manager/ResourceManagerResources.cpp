@@ -47,6 +47,7 @@ var_a<TQvStream*> TResourceManager::OpenResource(const std::string& id, qvOpenMo
 {
     TMountNode* node = NodeFor(id);
     var_a<TQvStream*> stream = node->OpenResource(id, mode, share, sizeHint);
+    // An empty reference has no error of its own: only the node knows whether the id is a folder.
     if (!stream)
         QvReport(WhyNotOpened(*node, id, mode));
     else if (!*stream)
@@ -123,6 +124,7 @@ TQvExistence TResourceManager::LookUp(const std::string& id) const
 
 unsigned TResourceManager::ResourceExists(const std::string& id) const
 {
+    // A failure is recorded with the id as the caller wrote it, with its trailing "/".
     const TQvExistence existence = LookUp(id);
     if (existence.Result.HasFailed())
         SetLastFailure(existence.Result.Error(), id);
@@ -145,6 +147,7 @@ bool TResourceManager::CopyResource(const std::string& src, const std::string& d
     QvReport(copied.Content);
     if (!copied.Content)
         return false;
+    // Content and sidecar are two files: the copy of the first stays when the second fails.
     QvReportSidecar(copied.Sidecar, src, dst);
     // Between two nodes only the content decides the result.
     return copied.Sidecar || from != to;
@@ -160,6 +163,8 @@ bool TResourceManager::RenMovResource(const std::string& src, const std::string&
                                       TQvProgressHandler* progress) const
 {
     TMountNode* from = NodeFor(src);
+    // The node of the source does the work: only it can rename, and it knows whether the target is
+    // its own.
     const TQvTransfer moved = from->MoveResourceTo(src, *NodeFor(dst), dst, progress);
     QvReport(moved.Content);
     if (!moved.Content)
@@ -190,6 +195,7 @@ std::string TResourceManager::GetResourceFile(const std::string& id, bool create
         OpenResource(id, kQvOpenCreate, kQvShareAll, 0); // closed at once: an empty resource
         if (LastFailure().Error != 0)
             return {};
+        // Another process may have deleted it meanwhile, or created a folder of that name.
         exists = node->ResourceExists(id);
         QvReport(exists.Result.Named(id));
     }

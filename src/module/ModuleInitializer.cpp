@@ -20,8 +20,10 @@ QvModule_Initializer& QvModule_Initializer::getInst()
 
 void QvModule_Initializer::init()
 {
+    // Counted: several modules of one process may use the library, each with its own pair of calls.
     if (m_initCount == 0) {
         Init_QvConfig();
+        // The file that this code was loaded from, however the process has found it.
         Dl_info info{};
         if (dladdr(reinterpret_cast<const void*>(&Init_QvServices), &info) != 0 &&
             info.dli_fname != nullptr)

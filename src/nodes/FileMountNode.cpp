@@ -51,9 +51,11 @@ TQvJoinedPath TFileMountNode::PathOf(const std::string& id) const
     return TQvJoinedPath(m_folder, RelativePart(id));
 }
 
+/// Compared as texts: `path` begins with the folder's, and every creating open comes through here.
 bool TFileMountNode::IsOwnFolder(const std::string& path) const
 {
-    return TQvPath(path).excludeSlash() == m_folder;
+    const std::size_t last = path.find_last_not_of('/');
+    return path.compare(0, last == std::string::npos ? 1 : last + 1, m_folder.toSysStr()) == 0;
 }
 
 /// As SidecarOf; "" for the node's own folder, whose sidecar would be outside of it.
@@ -79,6 +81,7 @@ var_a<TQvStream*> TFileMountNode::OpenResource(const std::string& id, qvOpenMode
         const std::string path = PathFromId(id);
         DeleteStaleSidecar(path, MetaPath(path), TFolderSidecar::Deleted);
     }
+    // Only a hint: a disk without that much space fails at the write that needs it.
     if (mode == kQvOpenCreate && sizeHint != 0 && *stream) {
         stream->setSize(sizeHint);
         stream->setPosition(0);
@@ -98,6 +101,7 @@ var_a<TQvStream*> TFileMountNode::OpenResourceMeta(const std::string& id, qvOpen
         stream = TQvFileStream::VCreate(MetaPath(path), mode, share);
         if (!*stream) {
             const int error = -stream->getError();
+            // A folder or a special file of that name is no sidecar either.
             const bool isNothing = error == ENOENT || SidecarExists(MetaPath(path), id).IsNothing();
             opened = isNothing && mode == kQvOpenRead ? TQvResult::Nothing(id)
                                                       : TQvResult::Failed(error, id);
@@ -135,6 +139,7 @@ std::string TFileMountNode::ResourceVersion(const std::string& id) const
     struct stat sidecar = {};
     if (stat(path.c_str(), &file) != 0)
         return {};
+    // A sidecar that is missing is part of the version, too: one that appears changes it.
     if (stat(SidecarOf(path).c_str(), &sidecar) != 0 && errno != ENOENT && errno != ENAMETOOLONG)
         return {};
     std::string version;
@@ -168,6 +173,7 @@ void TFileMountNode::RenameFolderE(const std::string& id, const std::string& new
     TQvResult renamed;
     if (newName.find('\0') != std::string::npos)
         renamed = TQvResult::Failed(EINVAL); // the system would cut the name
+    // The mount point would stay in the tree without a folder.
     else if (IsOwnFolder(path))
         renamed = TQvResult::Failed(EBUSY);
     else

@@ -117,6 +117,7 @@ private:
     TNameMask m_mask;
     unsigned m_flags;
     std::vector<TQvResFindItem>* m_items;
+    // On the stack with this object: listings of many small folders need no allocation.
     alignas(dirent64) char m_buffer[std::size_t{32} << 10];
     TQvFolderReader m_folder{m_buffer, sizeof m_buffer};
     bool m_found = false;
@@ -134,13 +135,16 @@ TQvResult TFolderListing::Read(const std::string& path, TQvProgressHandler* prog
     const std::size_t first = m_items != nullptr ? m_items->size() : 0;
     TQvFolderEntry entry;
     while ((m_items != nullptr || !m_found) && m_folder.Next(&entry)) {
+        // First, because it is the cheapest test.
         if (entry.Name.front() == '.' && (m_flags & kFindHidden) == 0)
             continue;
         QvPollProgress(progress);
+        // Before the mask, which may exclude them.
         m_hasSidecars = m_hasSidecars || MayBeSidecar(entry.Name);
         if (!IsSidecar(entry.Name) && m_mask.Matches(entry.Name))
             Take(entry);
     }
+    // After a failure sidecars may be among the names that were not read.
     if (!m_folder.Result())
         Note(m_folder.Result().Error(), id);
     else if (!m_hasSidecars)
@@ -162,6 +166,7 @@ void TFolderListing::Take(const TQvFolderEntry& entry)
 
 void TFolderListing::Add(std::string_view name, TEntryKind kind)
 {
+    // With attributes only when they were read: the file may be gone by then.
     if (m_items == nullptr || (m_flags & kFindAttributes) == 0)
         m_found = true;
     if (m_items == nullptr)

@@ -134,6 +134,7 @@ TQvResult TRootMountNode::Find(const var_a<std::vector<TQvResFindItem>*>& items,
     if (!all)
         expression.SetExpr(QvResSearchMaskToRegExpPattern(
             mask)); // one that is no valid expression matches nothing
+    // Shared by all calls: therefore two such listings must not run at once.
     static SMatches matches;
 
     bool found = false;

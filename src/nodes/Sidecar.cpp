@@ -82,6 +82,7 @@ TQvResult RequireRoomForSidecar(const std::string& sidecar, const std::string& i
     struct stat status = {};
     if (stat(sidecar.c_str(), &status) == 0)
         return S_ISDIR(status.st_mode) ? TQvResult::Failed(EISDIR, id) : TQvResult::Done();
+    // ENAMETOOLONG fails here, before the content is changed.
     return errno == ENOENT ? TQvResult::Done() : TQvResult::Failed(errno, id);
 }
 
@@ -105,6 +106,7 @@ void DeleteStaleSidecar(const std::string& path, const std::string& sidecar,
     const bool isFree = hold.Open(sidecar, kQvOpenRead, kForItself)
                             ? IsAt(sidecar, hold)
                             : !Allows(sidecar, R_OK) && errno == EACCES;
+    // Asked again under the lock: a resource may have been created meanwhile, with this sidecar.
     if (isFree && isStale())
         QvDeleteFile(sidecar);
 }
@@ -115,6 +117,8 @@ TQvResult DeleteWithSidecar(TQvPlace place, const std::string& path, const std::
     assert(!place.Name.empty() && path.size() >= place.Name.size());
     if (const TQvResult deleted = DeleteFileAt(place); !deleted || !mayHaveSidecar)
         return deleted.Named(id);
+    // The resource first: a sidecar without one is deleted by the next opener, a resource without
+    // its sidecar would lose its label.
     place.Name += kSidecarSuffix;
     const TQvResult gone = DeleteFileAt(place);
     if (gone || gone.IsNothing() || SidecarExists(SidecarOf(path), id).IsNothing())
@@ -124,6 +128,7 @@ TQvResult DeleteWithSidecar(TQvPlace place, const std::string& path, const std::
 
 int ShareSidecar(const std::string& sidecar, TQvFileStream& hold)
 {
+    // Together a tenth of a second: deleting a stale sidecar takes a few system calls.
     constexpr int kTries = 50;
     constexpr auto kPause = std::chrono::milliseconds(2);
     for (int i = 0; i < kTries; ++i) {

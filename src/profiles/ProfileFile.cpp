@@ -73,6 +73,8 @@ public:
                 m_blocks.push_back({std::move(comments), std::move(entry)});
                 comments.clear();
             } else {
+                // Entries that are no mounts keep their side of the mounts; between two mounts they
+                // move behind them.
                 TEntries& place = m_blocks.empty() ? m_before : m_behind;
                 MoveTo(place, comments);
                 place.push_back(std::move(entry));
@@ -124,10 +126,13 @@ private:
     {
         assert(old && mount);
         const bool isPath = FindElement(*mount, "path") != nullptr;
+        // Another kind of mount: the old entries would describe what it no longer is.
         if (isPath != (FindElement(*old, "path") != nullptr))
             return mount;
         assert(FindElement(*mount, "node") != nullptr);
         const std::string name = FindElement(*mount, "node")->Value;
+        // In a tree of its own, since the writer works on the first section of a name and a profile
+        // has many mounts.
         const auto tree = make_var<TQvXIniTree>();
         tree->Root.Children.push_back(std::move(old));
         TQvXIniTreeWriter writer(tree);
@@ -153,6 +158,8 @@ void PutProfileE(const var_a<TQvXIniTree*>& tree, const TQvResourceProfile& prof
 
     TQvXIniTreeWriter writer(tree);
     const int position = writer.FindF(kProfileSection, Kind::Section);
+    // A file without the section has nothing that could be kept in it; its comments stay before the
+    // new one.
     if (position < 0) {
         MoveTo(tree->Root.Children, fresh->Root.Children);
         return;
@@ -205,6 +212,7 @@ TQvProfileNodes QvMergeProfileNodes(const TQvProfileNodes& before, const TQvProf
 {
     for (const auto& [key, node] : before)
         if (own.count(key) == 0)
+            // Also where others have changed it since: the removal here was a decision of the user.
             others.erase(key);
     for (const auto& [key, node] : own) {
         const auto old = before.find(key);

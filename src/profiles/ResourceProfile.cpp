@@ -39,6 +39,7 @@ void TQvResourceProfile::LoadE(TQvXIniReader* reader, TQvProgressHandler* progre
     const TQvXIniSection profile = reader->EnterSectionSE("profile");
     Remote = reader->ReadE<std::int32_t>(reader->FindFE("remote")) != 0;
 
+    // Only to report progress: the loop below ends by itself.
     const double count = reader->Count("mount");
     std::unordered_set<std::string> serials;
     int position = -1;
@@ -93,6 +94,7 @@ void TQvResourceProfile::ReadVolume(TNode& node, TQvProgress& progress, double p
     if (node.VolumeSerial == TQvFreeSpaceMap::InvalidVolSerial)
         FreeSpaceIncomplete = true;
     else
+        // By volume: two mounts on one disk share its free space.
         serials.insert(node.VolumeSerial);
 }
 

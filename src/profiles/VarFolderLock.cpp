@@ -54,10 +54,13 @@ TQvVarFolderLock::TQvVarFolderLock(const TQvPath& varFolder, unsigned long timeo
         *error = EINVAL;
     if (!varFolder.isPathValid())
         throw TQvMessage(QvResourceString("global.MustSetVarFolder"));
+    // The lock file needs the folder; the first set-up creates both.
     if (const TQvResult made = QvForceDirectories(varFolder.toSysStr(), true); !made)
         Throw(varFolder, made.Error(), error);
+    // Weak, so that the last user of the lock on this thread releases it.
     std::weak_ptr<TQvLockFile>& held = HeldLocks()[KeyOfE(varFolder, error)];
     m_lock = held.lock();
+    // A second lock of this thread would wait for the first one until the time-out.
     if (m_lock)
         return;
     const std::string file = (varFolder / kLockFile).toSysStr();

@@ -11,6 +11,7 @@ const std::string kOk = "ok";
 const std::string kFail = "fail";
 const std::string kSuffix = ".done";
 
+/// More than both texts have; a longer file is no "ok" in any case.
 constexpr std::size_t kJudgedBytes = 15;
 
 /// The whole marker is compared, within its first bytes: "ok" with anything after it is no "ok".

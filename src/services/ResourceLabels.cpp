@@ -16,6 +16,7 @@
 namespace
 {
 constexpr char kSection[] = "resource_label";
+/// Writers keep the lock for milliseconds: after this time one is suspended.
 constexpr unsigned long kLockTimeoutMs = 10000;
 
 /// The message has the signature and line of the function that checks, so that each checks by
@@ -196,6 +197,7 @@ bool GetResResourceLabel(const std::string& resId, TQvResourceLabel* label, bool
     TQvResAttrib attrib;
     if (!CurrentState(resId, &attrib))
         return false;
+    // Saves reading the sidecar for callers that keep their labels.
     if (trustGiven && Matches(*label, attrib))
         return true;
     TQvResourceLabel current;

@@ -17,6 +17,7 @@ TQvPath ReadRegistry(bool wantCommon, bool* common)
 {
     const auto read = [common](TQvRegKey root, const char* key) {
         const TQvPath folder(TQvRegMan::readString(root, key, kValueName));
+        // A value that is no path counts as none: the next place is tried.
         if (!folder.isPathValid())
             return TQvPath();
         if (common != nullptr)
@@ -25,6 +26,7 @@ TQvPath ReadRegistry(bool wantCommon, bool* common)
     };
     TQvPath folder;
     if (wantCommon)
+        // The common setting has precedence: an administrator sets it for all users.
         folder = read(TQvRegKey::Common, kCommonKey);
     return folder.isPathEmpty() ? read(TQvRegKey::User, kUserKey) : folder;
 }
@@ -116,6 +118,8 @@ bool TQvCPUtils::IsWizardNecessaryE()
     const TQvPath repository(ReadRepositoryE(varFolder, kRepositoryKey));
     CheckProfileListE(varFolder);
     try {
+        // A repository that cannot be used makes the wizard necessary, unlike damage in the user's
+        // own files, which is thrown.
         if (repository.isPathValid())
             CheckProfileListE(repository);
         return false;

@@ -47,6 +47,7 @@ bool CheckRepository(const TQvPath& repository, std::string& error)
 
 bool CheckWritable(const TQvPath& folder, std::string& error)
 {
+    // A fixed name: what a killed process left is removed by the next check.
     const TQvPath path = folder / "$cp.tmp";
     if (path.rmFile()) {
         TQvFileStream probe(path, kQvOpenCreate, kQvShareAll);
@@ -71,6 +72,7 @@ bool StoreVarFolder(const TQvPath& folder, bool common, std::string& error)
 {
     bool currentCommon = true;
     const TQvPath current = QvVarFolderSettingE(true, &currentCommon);
+    // Not written again: the common registry may be read-only for this user.
     if (current == folder && currentCommon == common)
         return true;
     const std::string key = QvGetStaticConfigString(kProductKey);
@@ -111,6 +113,7 @@ void PutUnreadablePolicyAsideE(const TQvPath& file)
 void StoreRepositoryE(const TQvPath& varFolder, bool useRepository, const TQvPath& repository)
 {
     const TQvPath file = varFolder / kPolicyFile;
+    // Before the policy is examined: another process may be writing it.
     const TQvVarFolderLock lock(varFolder);
     PutUnreadablePolicyAsideE(file);
     QvChangeFileE(file, [&](const std::optional<std::string>& text) {
@@ -138,6 +141,7 @@ bool TQvCPUtils::PerformOK(const TQvPath& varFolder, bool common, bool useReposi
         return false;
     for (const char* name : {"Config", "Logs", kProfilesFolder, "Tmp", "UserData"})
         (varFolder / name).makePath(true); // a later use of a missing one reports it
+    // After the folders: a stored setting must name a folder that can be used.
     if (!StoreVarFolder(varFolder, common, error))
         return false;
     StoreRepositoryE(varFolder, useRepository, repository);

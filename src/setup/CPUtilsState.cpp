@@ -32,6 +32,7 @@ std::vector<std::string> FindFoldersE(const TQvPath& folder)
     // Without a valid folder the working directory would be searched.
     if (!folder.isPathValid())
         return names;
+    // Links to folders count as folders, too; a file of that name, such as the list, is no profile.
     for (const std::string& entry : QvFindFiles(folder / kProfilesFolder, "*.*", true, false)) {
         if (QvIsThereE(entry, true))
             names.push_back(entry.substr(entry.rfind('/') + 1));
@@ -55,6 +56,8 @@ bool HasNoProfileE(const TQvPath& folder)
 bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std::string& name)
 {
     assert(QvIsProfileName(name)); // else a file elsewhere would be written
+    // Parsed, not copied as bytes: a file that is just being published, or is damaged, must not
+    // replace a good local one.
     const var_a<TQvXIniTree*> tree = ReadQvXIniTree(QvProfileFile(repository, name));
     if (!tree)
         return false;
@@ -66,6 +69,8 @@ bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std
     const TQvPath copy = QvProfileFile(varFolder, name);
     const std::string text = QvFormatXIniTree(*tree);
     std::string old;
+    // Compared without the lock, so that a program that only reads the profiles needs no right to
+    // write.
     if (!QvReadWholeFile(copy.toSysStr(), &old) || old != text) {
         const TQvVarFolderLock lock(varFolder);
         QvForceDirectoriesE(varFolder / kProfilesFolder / name);
@@ -76,8 +81,11 @@ bool CopyProfileE(const TQvPath& repository, const TQvPath& varFolder, const std
 
 void CopyPublishedProfilesE(TCPState& state, TQvProgress& progress, TNames& copied)
 {
+    // The repository is a setting of the configured VAR folder, so the state is about that folder
+    // from here on.
     state.VarFolder = QvVarFolderSettingE();
     const TQvPath repository = TQvCPUtils::GetRepositoryFolder(state.VarFolder, false);
+    // A server that cannot be reached now is no failure: the local copies stay in use.
     if (!repository.isFolder())
         return;
     const auto reader = GetXIniReader(repository / kProfilesFolder / kProfileListFile);
@@ -90,6 +98,7 @@ void CopyPublishedProfilesE(TCPState& state, TQvProgress& progress, TNames& copi
     for (int i = 0; i < count; ++i) {
         const std::string name = reader->Read(i, std::string());
         if (QvIsProfileName(name) && CopyProfileE(repository, state.VarFolder, name))
+            // Names of profiles ignore case, and the folder on the disk may be spelled differently.
             copied.insert(tolower_locale(name));
         step.Report((i + 1.0) / count);
     }
@@ -125,6 +134,7 @@ std::string ReadCurrentProfile(TCPState& state)
         return QvPolicyProfile(QvReadPolicyE(state.VarFolder / kPolicyFile));
     } catch (const std::exception& unread) {
         NoteFailure(state, unread);
+        // Saving is refused then: it would replace the current profile that could not be read.
         state.Loaded.IsPolicyUnread = true;
         return std::string();
     }
@@ -138,10 +148,12 @@ std::vector<std::string> FindProfiles(TCPState& state)
         for (const std::string& name : FindFoldersE(state.VarFolder)) {
             if (!QvIsProfileName(name))
                 continue;
+            // Also a folder without a profile: saving may remove only what this state has seen.
             state.Loaded.Folders[name];
             if (QvHoldsProfileE(state.VarFolder, name))
                 names.push_back(name);
         }
+        // Last, after everything that may throw.
         state.Listed = true;
     } catch (const std::exception& unread) {
         NoteFailure(state, unread);
@@ -188,6 +200,7 @@ void LoadProfile(TCPState& state, const std::string& name, bool remote, TQvProgr
         TQvResourceProfile profile = LoadProfileE(state, name, step);
         step.Report(1.0);
         step.Stop();
+        // As it is in the file, before the origin is set: saving compares with this.
         state.Loaded.Folders[name] = profile;
         profile.Remote = remote; // the origin decides, not the file
         state.Profiles.push_back(std::move(profile));
@@ -208,6 +221,7 @@ void LoadProfilesE(TCPState& state, const TNames& copied, TQvProgress& progress)
     state.Profiles.reserve(names.size());
     try {
         for (const std::string& name : names) {
+            // Remote are the profiles that the repository publishes now: all others count as local.
             const bool remote = state.Remote || copied.count(tolower_locale(name)) != 0;
             LoadProfile(state, name, remote, progress,
                         progress.SubProgress(done / count, (done + 1) / count, kStepLogLevel,
@@ -255,6 +269,7 @@ void TQvCPUtils::ReloadState(TCPState& state, TQvProgressHandler* handler)
     state.Loaded.PolicyProfile = state.CurrentProfile;
     LoadProfilesE(state, copied, progress);
     state.BuildIndex();
+    // The policy may name a profile that was removed, or that could not be read.
     if (state.FindProfile(state.CurrentProfile) == nullptr)
         state.CurrentProfile.clear();
     state.Loaded.CurrentProfile = state.CurrentProfile;
@@ -287,6 +302,7 @@ void TQvCPUtils::AddNodeState(const TQvPath& folder, const std::string& profileN
     node.Name = '/' + folder.excludeSlash().fileName();
     node.Path = folder;
     profile->Nodes[toupper_locale(node.Name)] = std::move(node);
+    // The folder may be on a volume that the profile had no mount on.
     RefreshProfileFreeSpaceState(profileName, state);
 }
 

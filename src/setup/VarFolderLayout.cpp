@@ -17,6 +17,7 @@ TQvPath QvVarFolderSettingE(bool wantCommon, bool* isCommon)
         throw std::runtime_error("@QvConfigData is not initialized");
     TQvResult unread;
     const TQvPath folder(pQvConfigData->getVarFolderSetting(wantCommon, isCommon, &unread));
+    // The registry reports only that the file is malformed; reading it once more finds the line.
     if (unread.Error() == EBADMSG)
         GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
     if (!unread)
@@ -40,6 +41,7 @@ var_a<TQvXIniTree*> QvParsePolicyE(const TQvPath& file, const std::optional<std:
 {
     std::string error;
     var_a<TQvXIniTree*> tree = QvParseXIniTree(content.value_or(""), &error);
+    // A malformed file is refused and not repaired: a repair would drop entries of other programs.
     if (!tree)
         throw QvMsg_helper("Err_XIniParse_name") << file.toSysStr() << error;
     return tree;
@@ -81,6 +83,7 @@ bool QvHoldsProfileE(const TQvPath& folder, const std::string& name)
 
 void QvForceDirectoriesE(const TQvPath& folder)
 {
+    // Synced: a power cut must not remove the folder of a profile that was reported as saved.
     if (const TQvResult made = QvForceDirectories(folder.toSysStr(), true); !made)
         throw QvMsg_helper("Err_CreateFolder_name")
             << folder.toSysStr() << QvErrorText(made.Error());

@@ -47,6 +47,7 @@ var_a<TQvStream*> TQvURLResourceHandler::OpenURL(const TQvURL& url, qvOpenMode m
     if (!ResourceManager.IsReachable(path))
         return {};
     var_a<TQvStream*> stream = ResourceManager.OpenResource(path, mode, share, sizeHint);
+    // Users of URLs know only references: a stream that did not open would look like one that did.
     if (stream && !*stream)
         stream.reset();
     return stream;
@@ -56,6 +57,7 @@ var_a<TQvStream*> TQvURLResourceHandler::OpenURLE(const TQvURL& url, qvOpenMode 
                                                   qvShareMode share, unsigned long sizeHint)
 {
     var_a<TQvStream*> stream = OpenURL(url, mode, share, sizeHint);
+    // With the URL, not the id: the caller knows only that.
     if (!stream || !*stream)
         throw QvMsg_helper(OpenErrorKey(mode)) << url.std_str();
     return stream;
@@ -174,6 +176,7 @@ bool TQvURLResourceHandler::GetURLAttr(const TQvURL& url, TQvURLAttrib* attribut
     if (attributes == nullptr || !ResourceManager.IsReachable(path) ||
         !ResourceManager.GetResourceAttr(path, &attrib))
         return false;
+    // Kind and origin are left out: the URL manager has no names for them.
     attributes->Size = attrib.Size;
     attributes->UpdateTime = attrib.UpdateTime;
     attributes->CreationTime = attrib.CreationTime;

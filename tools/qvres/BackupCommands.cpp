@@ -14,6 +14,7 @@
 namespace
 {
 constexpr std::size_t kBackupsKept = 3;
+/// More would be a mistake in the arguments.
 constexpr std::size_t kMostBackups = 1000000;
 
 struct TBackupOptions
@@ -80,6 +81,7 @@ void Backup(THost& host, const TBackupOptions& options)
                            "\"qvres cp\" copies the target of the link",
                        id, ENOTSUP);
     const std::string folder = QvExtractResPath(id) + "backup";
+    // The library would report only that the folder cannot be created.
     if (tree.IsResource(folder))
         throw TFailure(Quoted(folder) + " is a resource", folder, ENOTDIR);
     std::string backup;
@@ -91,6 +93,7 @@ void Backup(THost& host, const TBackupOptions& options)
     }
     // The backup function does not return later failures.
     const TQvFailure failure = TResourceManager::LastFailure();
+    // The function answers no failure of the move; what counts is whether the id is free now.
     if (tree.ResourceExists(id) != kResNothing)
         throw WithCause(Quoted(id) + " could not be moved into the backups", failure);
     if (!backup.empty())
@@ -103,6 +106,7 @@ void Backup(THost& host, const TBackupOptions& options)
 std::string ChooseBackup(THost& host, const TRestoreOptions& options)
 {
     const std::vector<TQvResFindItem> backups = Backups(host, options.Id);
+    // Before the resource is touched.
     if (backups.empty())
         throw TFailure(Quoted(options.Id) + " has no backups", options.Id, ENOENT);
     if (options.Backup.empty())

@@ -16,6 +16,8 @@ constexpr int kSignals[] = {SIGINT, SIGTERM};
 
 void OnSignal(int)
 {
+    // The rest is done by polling. A second signal ends the process, when the first one is not
+    // polled for.
     BreakSignal::g_wanted = 1;
     for (const int signalNumber : kSignals)
         std::signal(signalNumber, SIG_DFL);
@@ -26,9 +28,11 @@ void BreakSignal::Install()
 {
     for (const int signalNumber : kSignals) {
         struct sigaction before = {};
+        // Started by nohup, or in the background: then it is to be ignored.
         if (sigaction(signalNumber, nullptr, &before) == 0 && before.sa_handler == SIG_IGN)
             continue;
         struct sigaction action = {};
+        // Without SA_RESTART, so that a waiting call returns and the break is seen.
         action.sa_handler = OnSignal;
         sigemptyset(&action.sa_mask);
         sigaction(signalNumber, &action, nullptr);

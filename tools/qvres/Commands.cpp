@@ -9,8 +9,9 @@
 
 namespace
 {
+/// As the library copies: large enough that calls cost little beside the content.
 constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
-}
+} // namespace
 
 CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& examples)
@@ -43,6 +44,7 @@ void PrintValue(THost& host, const std::string& value)
 
 void WriteContent(THost& host, TQvStream& stream, const std::string& name)
 {
+    // Only for the bar: the loop ends where the stream does, whatever its size was.
     const std::uint64_t bytes = stream.getSize();
     TQvProgress progress(&host.Progress);
     progress.SetMessage("Reading " + name);
@@ -55,6 +57,8 @@ void WriteContent(THost& host, TQvStream& stream, const std::string& name)
     for (double done = 0;;) {
         BreakSignal::ThrowIfWanted();
         const std::size_t count = stream.Read(block.data(), block.size());
+        // What was written already is on standard output: the exit status says that it is
+        // incomplete.
         if (count == TQvStream::invalid_value)
             ThrowFailed(Quoted(name) + " cannot be read", -stream.getError(), name);
         if (count == 0)

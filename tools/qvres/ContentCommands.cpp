@@ -28,6 +28,7 @@ void Meta(THost& host, const std::string& id)
     RequireResource(tree, id);
     const var_a<TQvStream*> stream = tree.OpenResourceMeta(id, kQvOpenRead, kQvShareAll);
     if (!stream) {
+        // No metadata is the normal case and has its own sentence.
         if (TResourceManager::LastFailure().Error == ENOENT)
             throw TFailure(Quoted(id) + " has no metadata", id, ENOENT);
         ThrowFailed("the metadata of " + Quoted(id) + " cannot be read");
@@ -65,6 +66,7 @@ void RefuseMoveThatBreaksLink(const TResourceManager& tree, const std::string& s
     if (error || !QvFollowLinks(&to))
         return; // the move finds out why
     const std::string leadsTo = (std::filesystem::path(to).parent_path() / text).string();
+    // A relative link in another folder is harmless when both places resolve to one file.
     if (QvCompareFiles(from, leadsTo) == TQvSameness::Different)
         throw TFailure(Quoted(source) + " is a symbolic link to " + Quoted(text.string()) +
                            ", which would point to another file from " + Quoted(target) +

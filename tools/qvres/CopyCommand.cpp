@@ -59,6 +59,7 @@ public:
 std::string ReadAnswer()
 {
     std::string answer;
+    // Byte by byte, so that no input after the line is taken from a program that runs next.
     for (char c = 0;;) {
         BreakSignal::WaitForInput(STDIN_FILENO);
         const ssize_t count = read(STDIN_FILENO, &c, 1);
@@ -75,9 +76,11 @@ bool AskToOverwrite(const std::string& destinationId, void* context)
     TCopyCall& call = *static_cast<TCopyCall*>(context);
     if (call.Answer != TAnswer::Each)
         return call.Answer == TAnswer::All;
+    // The question is written to the line that the bar uses.
     call.Host.Progress.Hide();
     std::fprintf(stderr, "overwrite \"%s\"? [yes/No/all/none/quit] ", destinationId.c_str());
     std::string answer = ReadAnswer();
+    // On a terminal the user's own line feed ends the line.
     if (isatty(STDIN_FILENO) == 0)
         std::fputc('\n', stderr);
     answer = tolower_locale(answer);
@@ -116,6 +119,7 @@ std::string Destination(const TResourceManager& tree, const std::string& givenId
     CheckId(id);
     if (tree.IsResource(id))
         throw TFailure(Quoted(id) + " is not a folder", id, ENOTDIR);
+    // Checked here, because the copy would report each resource instead of the cause.
     if (!tree.IsInsideMountedNodes(id))
         throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
     return id;
@@ -139,6 +143,7 @@ void RefuseCopyIntoItself(const TResourceManager& tree, const std::string& sourc
     const std::string folder = QvExcludeTrailingSlash(source);
     if (!tree.IsFolder(folder, false))
         return;
+    // Checked by ids and on the disk, since each check misses cases that the other one finds.
     const std::string from = DiskFolder(tree, folder);
     if (IsAtOrBelow(QvNormalizeResId(destination), QvNormalizeResId(folder)) ||
         (!from.empty() && IsAtOrBelow(DiskFolder(tree, destination), from)))
@@ -152,6 +157,7 @@ std::size_t HiddenNames(const TResourceManager& tree, const std::string& source)
     const auto items = make_var<std::vector<TQvResFindItem>>();
     tree.Find(items, source, "*", kFindResources | kFindFolders | kFindRecursive | kFindHidden,
               nullptr);
+    // A source that is itself hidden was named by the user, and is copied.
     const std::size_t skipped = QvExcludeTrailingSlash(source).size();
     return static_cast<std::size_t>(
         std::count_if(items->begin(), items->end(), [skipped](const TQvResFindItem& item) {
@@ -234,6 +240,7 @@ TLeftOut CopyAll(THost& host, TCopyCall& call, TResourceManager::TCopyResourceEx
     const TResourceManager& tree = host.Session.Tree();
     const bool isDone = tree.CopyResourceEx(params);
     const TQvFailure failure = TResourceManager::LastFailure();
+    // Before the failures: after a break they are the consequence, and one line is enough.
     BreakSignal::ThrowIfWanted();
     if (call.Answer == TAnswer::Quit)
         throw TQvUserBreak();
@@ -241,6 +248,7 @@ TLeftOut CopyAll(THost& host, TCopyCall& call, TResourceManager::TCopyResourceEx
         ThrowFailed("nothing can be copied to " + Quoted(params.DestFolder));
     if (!isDone || failure.Error != 0)
         host.Status = 1;
+    // Between two mounts the copy counts as done; this failure is in no list.
     if (isDone && failure.Error != 0)
         PrintError(WithCause("the metadata of a resource could not be copied", failure));
     TLeftOut leftOut;
@@ -267,6 +275,7 @@ void Copy(THost& host, const TCopyOptions& options)
     params.DryRun = options.DryRun;
     params.CopiedCallback = options.DryRun ? &ShowDestination : nullptr;
     host.Progress.SetMessage("Copying to " + params.DestFolder);
+    // By reference: the copy fills it in when it has listed the sources.
     host.Progress.CountBytesOf(counts.TotalBytes);
     TLeftOut leftOut = CopyAll(host, call, params);
     for (const std::string& source : params.Sources)

@@ -23,7 +23,9 @@ namespace
 {
 constexpr char kMarkerSuffix[] = ".done";
 constexpr char kDamagedSuffix[] = ".damaged";
+/// As the library waits for the lock of a sidecar.
 constexpr unsigned long kLockTimeoutMs = 10000;
+/// No errno: what was found stays, because nothing was to be repaired or nothing can be.
 constexpr int kNotTried = -1;
 
 bool EndsWith(const std::string& text, const std::string& end)
@@ -87,6 +89,7 @@ void TDoctor::Found(const std::string& id, const std::string& problem, const std
                     const TRepair& repair)
 {
     m_foundAny = true;
+    // The report comes after the repair, since it says how that ended.
     const int error = m_repairs ? repair() : kNotTried;
     if (error != 0)
         m_host.Status = 1;
@@ -110,6 +113,7 @@ void TDoctor::Examine(const std::string& givenId)
     CheckId(id);
     ExamineMounts(id);
     const unsigned kind = ShownKind(m_tree, id);
+    // Its metadata and temporary files are in its folder, beside those of other resources.
     if (kind == kResResource)
         return ExamineFolder(QvExcludeTrailingSlash(QvExtractResPath(id)), QvExtractResName(id));
     // When the folder of a mount is missing, that was reported already.
@@ -118,6 +122,7 @@ void TDoctor::Examine(const std::string& givenId)
     TQvProgress progress(&m_host.Progress);
     progress.SetMessage("Examining " + id);
     progress.Start();
+    // All folders before the first repair, which changes what a listing finds.
     const std::vector<std::string> folders = FoldersBelow(id);
     for (std::size_t i = 0; i < folders.size(); ++i) {
         progress.Report(static_cast<double>(i) / static_cast<double>(folders.size()));
@@ -129,6 +134,8 @@ void TDoctor::ExamineMounts(const std::string& id)
 {
     for (const auto& node : m_tree.MountNodes()) {
         const std::string& point = node->MountPointId();
+        // Mounts below the id are part of what was asked for, whatever their folders are on the
+        // disk.
         if (node->IsPureVirtual() || !IsAtOrBelow(QvNormalizeResId(point), QvNormalizeResId(id)))
             continue;
         const std::string folder = node->GetResourceFile(point);
@@ -138,6 +145,7 @@ void TDoctor::ExamineMounts(const std::string& id)
             CannotRead(point, exists.Error());
         if (exists && isFolder)
             continue;
+        // The listing would report the same folder again.
         m_reported.insert(point);
         if (!exists.HasFailed())
             Found(point,
@@ -159,6 +167,7 @@ std::vector<std::string> TDoctor::FoldersBelow(const std::string& id)
     std::vector<std::string> folders = {id};
     for (TQvResFindItem& item : *items)
         folders.push_back(std::move(item.Id));
+    // In a stable order, so that two runs can be compared.
     std::sort(folders.begin(), folders.end());
     return folders;
 }
@@ -172,9 +181,11 @@ void TDoctor::ExamineFolder(const std::string& id, const std::string& onlyName)
     if (!TResourceManager::IsValidResId(id, true))
         return CannotRead(id, EINVAL);
     const TResourceManager::TMountNode* const node = m_tree.GetNode4Id(id, true, true, false);
+    // The target of a link may be outside the tree, or is examined under its own id.
     if (node->IsPureVirtual() || node->IsLink(id))
         return;
     try {
+        // On the disk, not through the tree, which hides what is searched for here.
         for (const std::string& path : QvFindFiles(node->GetResourceFile(id), "*", false, false)) {
             BreakSignal::ThrowIfWanted();
             const std::string name = path.substr(path.rfind('/') + 1);
@@ -247,10 +258,12 @@ void TDoctor::ExamineOrphan(const std::string& ownerId, const std::string& path)
         return;
     Found(ownerId + kSidecarSuffix, problem, "removed", [&] {
         // The library detects whether the resource is being moved, and keeps the metadata then.
+        // Opening a missing resource deletes its stale metadata; there is nothing to be read.
         m_tree.OpenResource(ownerId, kQvOpenRead, kQvShareAll, 0);
         if (!QvFileExists(path))
             return 0;
         const std::string folder = path.substr(0, path.rfind('/'));
+        // The open reports only that the resource is missing, not why its metadata stays.
         return access(folder.c_str(), W_OK) != 0 ? errno : EBUSY;
     });
 }
@@ -284,6 +297,7 @@ bool TDoctor::ExamineForm(const std::string& id, const std::string& path,
         return read.HasFailed();
     std::string outcome;
     Found(id, problem + why, outcome, [&] {
+        // The lock that writers of labels take; the content is read again under it.
         const TQvFileLock lock(path, kLockTimeoutMs);
         std::string now;
         outcome = "repaired by another process";
@@ -317,6 +331,7 @@ void TDoctor::ExamineLabel(const std::string& id)
         } catch (const TFailure& failure) {
             return failure.Error;
         }
+        // A label that could not be stored is only printed as a warning by then.
         return matches() ? 0 : EIO;
     });
 }
@@ -329,6 +344,7 @@ void TDoctor::ExamineMarker(const std::string& id, const std::string& path)
     std::string text;
     if (owner.HasFailed())
         CannotRead(id, owner.Error());
+    // A small size first, so that a large file of such a name is not read.
     else if (owner.IsNothing() && QvGetFileSize(path) <= 4 && QvReadWholeFile(path, &text) &&
              (text == "ok" || text == "fail"))
         Found(id, "marker without its resource or folder", "removed",

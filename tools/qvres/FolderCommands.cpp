@@ -23,9 +23,11 @@ void MakeFolder(THost& host, const std::string& givenId)
     const TResourceManager& tree = host.Session.Tree();
     const std::string id = QvExcludeTrailingSlash(givenId);
     CheckId(id);
+    // Found here, since the system reports only that some part of the path is no folder.
     const std::string resource = ResourceOnTheWay(tree, id);
     if (!resource.empty())
         throw TFailure(Quoted(resource) + " is a resource", resource, ENOTDIR);
+    // A folder above the mount points that exists already is done, as any other.
     if (!tree.IsInsideMountedNodes(id) && !tree.IsFolder(id, false))
         throw TFailure(Quoted(id) + " is outside the mounted folders", id, EROFS);
     if (!tree.CreateFolder(id))
@@ -46,6 +48,8 @@ void MakeFolder(THost& host, const std::string& givenId)
                        ENOTDIR);
     if (failure.Error == ENOTEMPTY && failure.Id == id)
         throw TFailure("the folder " + Quoted(id) +
+                           // The user sees an empty folder in a listing: then hidden names are the
+                           // reason.
                            (tree.IsFolderEmpty(id)
                                 ? " is not empty: it contains entries that are not listed, such "
                                   "as hidden files"
@@ -94,6 +98,7 @@ void RenameFolder(THost& host, const std::string& givenId, const std::string& ne
         throw TFailure(Quoted(id) + " is a resource; \"qvres mv\" renames resources", id, ENOTDIR);
     RequireFolder(tree, id);
     const std::string newId = QvExtractResPath(id) + newName;
+    // For a clear sentence; the rename itself refuses a target that appears meanwhile.
     if (tree.ResourceExists(newId) != kResNothing)
         throw TFailure(Quoted(newId) + " exists already", newId, EEXIST);
     try {

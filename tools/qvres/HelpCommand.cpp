@@ -21,6 +21,7 @@ std::size_t Distance(const std::string& a, const std::string& b)
         for (std::size_t j = 1; j <= b.size(); ++j) {
             const std::size_t replaced = rows[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
             rows[i][j] = std::min({rows[i - 1][j] + 1, rows[i][j - 1] + 1, replaced});
+            // Two swapped letters are the most frequent mistake in typing: one step, not two.
             if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
                 rows[i][j] = std::min(rows[i][j], rows[i - 2][j - 2] + 1);
         }

@@ -17,6 +17,7 @@ std::string HumanSize(double bytes)
 
 std::string HumanDuration(double seconds)
 {
+    // An estimate after few bytes may be years: it would not fit the conversion below.
     constexpr double kLongest = 999 * 3600;
     const auto whole = static_cast<int>(std::clamp(seconds, 0.0, kLongest));
     return whole < 3600

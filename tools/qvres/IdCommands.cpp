@@ -18,6 +18,8 @@ void AddForOne(CLI::App& app, THost& host, const std::string& name, const std::s
 {
     const auto argument = std::make_shared<std::string>();
     CLI::App* command = AddCommand(app, name, description, example);
+    // Not compacted, unlike the ids of other commands: the text is what the function is asked
+    // about.
     command->add_option(argumentName, *argument)->required();
     command->callback([&host, argument, function] { PrintValue(host, function(*argument)); });
 }
@@ -51,6 +53,7 @@ void AddValid(CLI::App& app, THost& host)
 void PrintParts(THost& host, const std::string& id)
 {
     const std::vector<std::string> parts = BreakIdIntoParts(id);
+    // A part that is not UTF-8 is an object with its bytes.
     if (host.Json) {
         auto values = nlohmann::ordered_json::array();
         for (const std::string& part : parts)

@@ -7,6 +7,8 @@ std::string IsoTime(TQvDateTime time)
     if (time == TQvDateTime())
         return {};
     const QDateTime local = time.ToQDateTime();
+    // With the offset, which Qt leaves out of a plain local time: a time without it says nothing on
+    // another machine.
     return local.toOffsetFromUtc(local.offsetFromUtc()).toString(Qt::ISODate).toStdString();
 }
 

@@ -22,6 +22,7 @@ bool IsUtf8(const std::string& text)
     if (std::all_of(text.begin(), text.end(), isAscii))
         return true;
     try {
+        // The library has no other test for it; most texts are ASCII and do not come here.
         nlohmann::json(text).dump();
         return true;
     } catch (const nlohmann::json::type_error&) {
@@ -41,6 +42,7 @@ nlohmann::ordered_json ValueOf(const std::string& text)
 
 void PutText(nlohmann::ordered_json& record, const std::string& name, const std::string& text)
 {
+    // Output replaces what is no UTF-8 in it; the second member has the bytes.
     record[name] = text;
     if (!IsUtf8(text))
         record[name + "Hex"] = Hex(text);

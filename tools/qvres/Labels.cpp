@@ -54,6 +54,7 @@ private:
 
 TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
 {
+    // A resource that changes during each of them is probably written to all the time.
     constexpr int kMaxAttempts = 3;
     for (int i = 0; i < kMaxAttempts; ++i) {
         // The time first: the call waits until later changes get another time.
@@ -65,6 +66,7 @@ TQvResourceLabel ComputedLabel(THost& host, const std::string& id)
         if (!ComputeResResourceLabelSC1(&stream, &label) || stream.getError() != 0)
             ThrowUnreadable(id, -stream.getError());
         label.Time = time;
+        // Changed while it was read: the checksum belongs to no state of the content.
         if (WeakCheckResResourceLabel(label, id))
             return label;
     }
@@ -109,6 +111,7 @@ bool HasSameContent(THost& host, const std::string& id, const TQvResourceLabel& 
 {
     TWatchedStream stream(host, id);
     const bool same = StrongCheckResResourceLabel(label, id, &stream);
+    // A content that could not be read is neither the same nor changed.
     if (!same && stream.getError() != 0)
         ThrowUnreadable(id, -stream.getError());
     return same;

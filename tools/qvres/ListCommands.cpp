@@ -126,6 +126,7 @@ private:
 TQvResFindItem ItemOf(const TResourceManager& tree, const std::string& id)
 {
     TQvResFindItem item{id, {}};
+    // The parent folder of a mount point is shown although it may not exist on the disk.
     if (tree.GetResourceAttr(id, &item.Attrib))
         return item;
     if (ShownKind(tree, id) != kResFolder)
@@ -155,6 +156,7 @@ void VisitSorted(const std::vector<TQvResFindItem>& items, const std::string& by
     std::vector<const TItem*> sorted;
     VisitById(items, [&sorted](const TItem& item) { sorted.push_back(&item); });
     std::stable_sort(sorted.begin(), sorted.end(), [&by](const TItem* a, const TItem* b) {
+        // Equal ones stay in the order of their ids.
         return by == "size" ? a->Attrib.Size > b->Attrib.Size
                             : b->Attrib.UpdateTime < a->Attrib.UpdateTime;
     });
@@ -169,6 +171,7 @@ TResourceManager::TFindItems FindItems(THost& host, const TListOptions& options,
     const std::string id = QvExcludeTrailingSlash(givenId);
     const auto items = make_var<std::vector<TQvResFindItem>>();
     CheckId(id);
+    // With the trailing "/" the user asks for a folder: a resource of that name is an error.
     if (givenId.back() != '/' && tree.IsResource(id)) {
         items->push_back(ItemOf(tree, id));
         return items;

@@ -43,6 +43,7 @@ std::uint64_t FirstBytes(std::string_view text)
 {
     std::uint64_t bytes = 0;
     std::memcpy(&bytes, text.data(), std::min(text.size(), sizeof bytes));
+    // Bytes compare in the order of the text, so the first one must weigh most.
     return be64toh(bytes);
 }
 

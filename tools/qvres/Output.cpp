@@ -19,6 +19,7 @@ std::string g_printed; ///< the errors, a line each
 /// Messages of the configuration have the cause in their text alone; 0 when they have none.
 int ErrorNamedIn(std::string text)
 {
+    // The largest errno of Linux.
     constexpr int kLastError = EHWPOISON;
     if (text.find(" is not well formed: ") != std::string::npos)
         return EBADMSG;
@@ -67,6 +68,7 @@ void TOutput::Write(std::string_view bytes)
 
 void TOutput::Line(std::string_view text)
 {
+    // Names on the disk may contain control sequences; a pipe gets them unchanged.
     if (m_isTerminal)
         Write(WithoutControls(text, '?', '\t'));
     else
@@ -87,6 +89,8 @@ void TOutput::Flush()
 void TOutput::Close()
 {
     Flush();
+    // Some file systems report a full disk only here: an incomplete output must not end with status
+    // 0.
     if (close(STDOUT_FILENO) != 0)
         ThrowWriteError(errno);
 }
@@ -108,6 +112,7 @@ void PrintError(const TFailure& failure)
 {
     if (!g_errorsAsJson)
         return PrintError(std::string(failure.what()));
+    // So that a warning in the log with the same text is not shown again.
     g_printed += failure.what() + std::string("\n");
     nlohmann::ordered_json record = {{"error", failure.what()}};
     if (failure.Id.empty())

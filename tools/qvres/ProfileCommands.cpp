@@ -72,6 +72,7 @@ void List(THost& host)
     }
     if (host.Json)
         host.Out.Line(ToJsonText(records));
+    // After the list, which has the profiles that could be read.
     if (!state.Loaded.Failure.empty())
         throw TFailure(state.Loaded.Failure);
 }
@@ -168,6 +169,7 @@ void Remove(THost& host, const std::string& name)
         throw TFailure("the profile " + Quoted(profile.Name) +
                            " is the current one; select another one first",
                        "", EBUSY);
+    // Taken before the removal, after which `profile` refers to another one.
     const TQvPath folder = state.VarFolder / "Profiles" / profile.Name;
     state.Profiles.erase(state.Profiles.begin() + (&profile - state.Profiles.data()));
     state.BuildIndex();

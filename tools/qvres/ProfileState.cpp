@@ -24,6 +24,7 @@ bool MayHoldProfile(const std::string& file)
 void RequireAllRead(const TQvCPUtils::TCPState& state)
 {
     const std::string& failure = state.Loaded.Failure;
+    // Saving removes the folders of profiles that are not in the state.
     for (const std::string& folder : QvFindFiles(state.VarFolder / "Profiles", "*", true, false)) {
         const std::string file = folder + "/profile.x-ini";
         if (state.FindProfile(folder.substr(folder.rfind('/') + 1)) == nullptr &&
@@ -53,6 +54,7 @@ TProfileChange::TProfileChange(TQvProgressHandler& progress) : m_lock(TSession::
 TQvResourceProfile& RequireProfile(const TQvCPUtils::TCPState& state, const std::string& name)
 {
     TQvResourceProfile* const profile = state.FindProfile(name);
+    // "There is no such profile" would be wrong as long as not all were read.
     if (profile == nullptr && !state.Loaded.Failure.empty())
         throw TFailure(state.Loaded.Failure); // it may be the one that could not be read
     if (profile == nullptr)
@@ -89,6 +91,7 @@ void AddFolder(TQvCPUtils::TCPState& state, const TQvResourceProfile& profile,
     const auto node = profile.Nodes.find(toupper_locale(MountPointOf(folder)));
     if (node == profile.Nodes.end())
         TQvCPUtils::AddNodeState(folder, profile.Name, state);
+    // The same folder again is no error, so that setup can be repeated.
     else if (node->second.Path.excludeSlash() != folder)
         throw TFailure(Quoted(node->second.Name) + " is already a mount point of the profile " +
                            Quoted(profile.Name),

@@ -29,6 +29,7 @@ public:
         struct stat status = {};
         if (m_descriptor < 0 || fstat(m_descriptor, &status) != 0)
             ThrowError();
+        // Opening a folder succeeds, and its first read would fail with a less clear message.
         if (S_ISDIR(status.st_mode))
             throw TFailure(m_name + " is a folder");
         m_size = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
@@ -76,6 +77,8 @@ void Put(THost& host, const std::string& id, const std::string& file)
     const TResourceManager& tree = host.Session.Tree();
     RequireTarget(tree, id);
     TSource source(file);
+    // Before the input is read: a target that cannot be written is refused at once, not after
+    // gigabytes.
     TQvNewFile content = StartWriting(tree, id);
 
     TQvProgress progress(&host.Progress);
@@ -92,8 +95,10 @@ void Put(THost& host, const std::string& id, const std::string& file)
         if (source.Size() > 0)
             progress.Report(done / static_cast<double>(source.Size()));
         else
+            // A pipe has no size: the bar only shows that the work continues.
             host.Progress.Update();
     }
+    // Not reached after a break or a failed read: then the new content is discarded.
     FinishWriting(content, id);
 }
 } // namespace

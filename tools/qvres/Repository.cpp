@@ -28,6 +28,7 @@ void StartPublishing(const TQvPath& repository)
     options.Synced = true;
     constexpr std::string_view kEmptyList = "[profiles]\n[/profiles]\n";
     TQvNewFile list;
+    // The folder stays when a later step fails: it publishes nothing without the list.
     TQvResult done = QvForceDirectories(repository / "Profiles");
     if (done)
         done = list.Open((repository / kPublishedProfiles).toSysStr(), options);
@@ -52,6 +53,7 @@ std::string RepositoryProblem(const TQvPath& repository)
     if (!isFolder)
         return name + (exists ? " is not a folder" : " does not exist");
     try {
+        // As the library will read it; the names themselves do not matter here.
         GetXIniReader(repository / kPublishedProfiles)->EnterSectionSE("profiles");
         return {};
     } catch (const TQvMessage& message) {

@@ -19,6 +19,7 @@ TQvNewFile StartWriting(const TResourceManager& tree, const std::string& id, boo
     if (!tree.IsResource(id))
         tree.OpenResource(id, kQvOpenRead, kQvShareAll, 0);
     TQvNewFile::TOptions options;
+    // "Done" of a command must survive a power cut.
     options.Synced = true;
     options.FailIfExists = onlyNew;
     options.ExpectsNone = onlyNew; // Publish checks it
@@ -36,6 +37,7 @@ void Write(TQvNewFile& file, std::string_view bytes, const std::string& id)
 bool FinishWriting(TQvNewFile& file, const std::string& id)
 {
     const TQvResult published = file.Publish();
+    // Only with `onlyNew`: another process was faster, which is no failure.
     if (published.Error() == EEXIST)
         return false;
     RequireDone(published, id);

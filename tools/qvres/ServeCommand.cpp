@@ -48,11 +48,13 @@ void AddServeCommand(CLI::App& app, THost& host)
         ->required()
         ->expected(1, 2);
     serve->callback([&host, options, places] {
+        // The server is found by its folder: an ID would be ignored silently.
         if (options->Stop && places->size() > 1)
             throw CLI::ValidationError("--stop", "takes FOLDER only, no ID");
         options->Folder = TSession::Absolute(places->back());
         if (places->size() > 1)
             options->Id = places->front();
+        // Does not return when the server starts.
         RunServe(host, *options);
     });
 }

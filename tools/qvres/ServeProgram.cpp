@@ -38,6 +38,7 @@ std::vector<std::string> Arguments(const THost& host, const TServeOptions& optio
 
 void RunServe(THost& host, const TServeOptions& options)
 {
+    // Beside this program, not by PATH: both must be of one version.
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
     const std::filesystem::path program = (self.parent_path() / QVRES_SERVE).lexically_normal();
     std::vector<std::string> arguments = Arguments(host, options);
@@ -46,6 +47,7 @@ void RunServe(THost& host, const TServeOptions& options)
     for (std::string& argument : arguments)
         pointers.push_back(argument.data());
     pointers.push_back(nullptr);
+    // In place of this process, so that signals and the exit status are those of the server.
     execv(program.c_str(), pointers.data());
     if (errno == ENOENT)
         throw TFailure("this installation has no " + program.string() +

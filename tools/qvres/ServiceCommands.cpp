@@ -18,6 +18,7 @@ void PrintDone(THost& host, const std::string& marker)
     bool ok = false;
     if (GetResDoneResult(marker, &ok))
         PrintValue(host, ok ? "ok" : "fail");
+    // Only a missing marker is "none": one that cannot be read may say anything.
     else if (TResourceManager::LastFailure().Error == ENOENT)
         PrintValue(host, "none");
     else
@@ -33,6 +34,7 @@ void Done(THost& host, const std::string& id, const std::string& result)
         PrintDone(host, marker);
         return;
     }
+    // Before the marker is written: a missing folder or a folder of that name is reported as such.
     RequireTarget(tree, marker);
     if (!SetResDoneResult(marker, result == "ok"))
         ThrowFailed("the marker " + Quoted(marker) + " cannot be written");
@@ -40,6 +42,7 @@ void Done(THost& host, const std::string& id, const std::string& result)
 
 void OpenURL(THost& host, const std::string& url)
 {
+    // Starts the session, which registers the scheme.
     host.Session.Tree();
     var_a<TQvStream*> stream;
     try {

@@ -53,6 +53,7 @@ TMountOption SplitMountOption(const std::string& option)
 
 TSession::~TSession()
 {
+    // Also after a failed start, as long as the library was initialized.
     if (m_initialized)
         Deinit_QvServices();
 }
@@ -86,6 +87,7 @@ TResourceManager& TSession::PersistentTree()
 void TSession::Start()
 {
     StartConfiguration(true);
+    // A profile is used when there is one; a call with its own mounts needs none.
     if (!m_isRegistryUnread && IsSetUp()) {
         if (pQvConfigData->getCurProfileName().empty())
             throw TFailure("no profile is selected; run \"qvres profile select NAME\"", "", ENOENT);
@@ -120,6 +122,7 @@ void TSession::StartConfiguration(bool withDefaultFolder)
                            " cannot be read: " + QvErrorText(unread.Error()),
                        "", unread.Error());
     m_isRegistryUnread = !unread;
+    // The default folder may not be the one that the setting names.
     if (m_isRegistryUnread)
         folder.clear();
     // Through the environment, so that every part of the configuration agrees on the folder.
@@ -157,6 +160,8 @@ std::string TSession::SetUpHint() const
         repository.isPathEmpty() ? std::string() : RepositoryProblem(repository);
     if (!problem.empty())
         return problem + "; \"" + command + " --repository DIR\" names another one, \"\" none";
+    // A part that is missing is named: running setup from the beginning would suggest that the
+    // profiles are gone.
     const std::string missing = MissingPart(folder);
     if (!missing.empty())
         return Quoted(missing) + " is missing; \"" + command + "\" creates it again";
@@ -200,6 +205,7 @@ std::string TSession::RequireDiskFolder(const std::string& folder, const std::st
         throw TFailure("the folder " + Quoted(folder) + " does not exist", id, ENOENT);
     if (!isFolder)
         throw TFailure(Quoted(folder) + " is not a folder", id, ENOTDIR);
+    // Paths of the library take it for a separator, and would name another folder.
     if (fullPath.find('\\') != std::string::npos)
         throw TFailure("the path of a mounted folder must not contain a backslash: " + fullPath, id,
                        EINVAL);

@@ -54,6 +54,7 @@ void ChooseRepository(const TSetupOptions& options, TSettings& settings)
         settings.Repository = TQvPath(TSession::Absolute(*options.Repository));
     else
         settings.Repository = TQvCPUtils::GetRepositoryFolder(settings.VarFolder, false);
+    // Switched off, its folder stays in the settings, so that it can be switched on again.
     const bool switchOff = options.Repository && options.Repository->empty();
     settings.UseRepository = !switchOff && !settings.Repository.isPathEmpty();
     if (settings.Repository.isPathEmpty())
@@ -93,6 +94,7 @@ void PutIntoFirstProfile(TQvCPUtils::TCPState& state, const TQvPath& folder)
                     [](const TQvResourceProfile& profile) { return profile.Remote; });
     TQvResourceProfile* profile =
         allRemote ? &CreateProfile(state, FreeName(state)) : state.FindProfile(kFirstProfile);
+    // A first profile with other mounts was changed by the user: setup does not extend it.
     if (profile == nullptr || profile->Remote ||
         (!profile->Nodes.empty() &&
          profile->Nodes.count(QvNormalizeResId(MountPointOf(folder))) == 0))
@@ -134,7 +136,9 @@ void Setup(THost& host, const TSetupOptions& options)
         throw CLI::ValidationError("--common",
                                    "cannot be combined with --var, which is for one call; "
                                    "set QV_VAR_FOLDER to use another VAR folder");
+    // First, so that a wrong argument changes nothing.
     const TQvPath folder = options.Folder ? FolderToMount(*options.Folder) : TQvPath();
+    // Without the default folder in the environment: the setting is stored for later calls.
     host.Session.StartConfiguration(false);
     TSettings settings = ChooseVarFolder(options);
     ChooseRepository(options, settings); // a refusal leaves no folder
@@ -146,6 +150,7 @@ void Setup(THost& host, const TSetupOptions& options)
     const std::string refusal = SetUpProfiles(host.Progress, folder);
     if (!refusal.empty())
         throw TFailure(refusal);
+    // As the next command will see it.
     host.Session.RequireSetUp();
     if (!folder.isPathEmpty())
         PrintValue(host, MountPointOf(folder));

@@ -11,6 +11,7 @@
 
 namespace
 {
+/// Fast enough to look steady, slow enough that drawing costs nothing beside the work.
 constexpr auto kInterval = std::chrono::milliseconds(100);
 constexpr auto kJsonInterval = std::chrono::milliseconds(500);
 constexpr double kSecondsBeforeRate = 0.5; ///< before that the rate is too unsteady
@@ -55,6 +56,7 @@ void TTerminalProgress::Start()
     m_started = true;
     m_position = -1;
     m_begin = TClock::now();
+    // Short work ends before that and draws nothing.
     m_nextDraw = m_begin + kInterval;
 }
 
@@ -64,6 +66,7 @@ void TTerminalProgress::Stop()
     if (m_started && m_kind == TKind::Json && !BreakSignal::Wanted())
         PrintRecord();
     m_started = false;
+    // It belongs to the caller of the work that ends here.
     m_total = nullptr;
     Hide();
 }

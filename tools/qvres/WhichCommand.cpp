@@ -24,6 +24,7 @@ const char* KindName(unsigned kind)
 std::string LabelState(const TResourceManager& tree, const std::string& id)
 {
     TQvResourceLabel label;
+    // First, because reading a label answers nothing for a damaged sidecar.
     if (!MetadataDamage(tree, id).empty())
         return "damaged";
     if (!ReadResResourceLabel(id, &label))
@@ -62,6 +63,7 @@ TRecord Answer(const TResourceManager& tree, const std::string& id)
     if (!node->IsPureVirtual())
         record["mount"] = MountRecord(*node, id);
     record["shadows"] = TRecord::array();
+    // Mounts of shorter ids, whose files at this place the longer one hides.
     for (const auto& other : tree.MountNodes())
         if (other.get() != node && !other->IsPureVirtual() &&
             IsAtOrBelow(QvNormalizeResId(id), QvNormalizeResId(other->MountPointId())))

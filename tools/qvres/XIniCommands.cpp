@@ -61,6 +61,7 @@ var_a<TQvXIniStreamReader*> OpenDocument(THost& host, const std::string& id)
     RequireResource(host.Session.Tree(), id);
     const var_a<TQvStream*> stream = OpenForReading(host.Session.Tree(), id);
     auto reader = make_var<TQvXIniStreamReader>(stream, true, &host.Progress);
+    // Before the parse error: a document that was read only in part is not malformed.
     if (stream->getError() != 0)
         ThrowFailed(Quoted(id) + " cannot be read", -stream->getError(), id);
     if (reader->ParseError())
@@ -100,6 +101,7 @@ std::string ValueText(const std::string& value)
 {
     const auto document = make_var<TQvXIniTree>();
     TQvXIniTreeWriter(document).WriteS("k", value);
+    // Without "k=" and the line feed.
     std::string line = QvFormatXIniTree(*document).substr(2);
     line.resize(line.size() - 1);
     return line;
@@ -143,6 +145,7 @@ void List(THost& host, const TXIniPlace& place)
 
 void CheckLock(const TQvFileLock& lock, const std::string& id, const std::string& file)
 {
+    // Only here there is a holder to be named.
     if (lock.getError() == -EAGAIN)
         ThrowNaming(id, QvLockMessage(file, lock.getError()));
     if (!lock)
@@ -211,10 +214,12 @@ void Change(THost& host, const TXIniPlace& place, const TChange& change)
     const TResourceManager& tree = host.Session.Tree();
     RequireResource(tree, place.Id);
     const std::string file = tree.GetResourceFile(place.Id, false);
+    // The failure of the open is the cause that is shown.
     if (file.empty() || !OpensForWriting(tree, place.Id, file))
         ThrowFailed(Quoted(place.Id) + " cannot be written");
     const TQvFileLock lock(file, kLockTimeoutMs);
     CheckLock(lock, place.Id, file);
+    // Reads the document again under the lock, so that a change by another process is kept.
     const TQvFileChange done = QvChangeFile(file, [&](const std::optional<std::string>& old) {
         return TextWith(place, old.value_or(""), change);
     });
@@ -231,6 +236,7 @@ bool Create(const TResourceManager& tree, const TXIniPlace& place, const TChange
     if (tree.IsResource(place.Id))
         return false;
     const std::string text = TextWith(place, "", change);
+    // Only a new one: a resource that appears until then is changed instead, with its content.
     TQvNewFile file = StartWriting(tree, place.Id, true);
     Write(file, text, place.Id);
     return FinishWriting(file, place.Id);

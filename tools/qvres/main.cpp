@@ -94,6 +94,8 @@ int WrongUsage(const CLI::App& app, const CLI::ParseError& error)
         level = level->get_subcommands().front();
         command += " " + level->get_name();
     }
+    // CLI11 would only name the words that it does not know; a command that resembles one helps
+    // more.
     const std::vector<std::string> unknown = app.remaining(true);
     const bool isUnknownCommand = !unknown.empty() && !level->get_subcommands({}).empty();
     PrintError((isUnknownCommand ? UnknownCommand(*level, unknown.front()) : error.what()) +
@@ -112,6 +114,7 @@ int Run(CLI::App& app, THost& host, int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return WrongUsage(app, error);
     }
+    // The last output is part of the work: when it cannot be written, the call has failed.
     host.Out.Close();
     return host.Status;
 }
@@ -147,6 +150,7 @@ int RunAndReport(CLI::App& app, THost& host, int argc, char** argv)
     } catch (const TFailure& failure) {
         return Report(host, failure);
     } catch (const TQvMessage& message) {
+        // The message is for people; the record adds errno and id for JSON.
         const TQvFailure& cause = TResourceManager::LastFailure();
         return Report(host, TFailure(message.what(), cause.Id, cause.Error));
     } catch (const std::exception& failure) {
@@ -157,6 +161,7 @@ int RunAndReport(CLI::App& app, THost& host, int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    // Before anything opens a file.
     OccupyClosedStandardStreams();
     BreakSignal::Install();
     // "qvres cat ID | head" ends without a message, whatever signal handling the caller has set.

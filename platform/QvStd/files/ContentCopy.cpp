@@ -14,6 +14,7 @@
 namespace
 {
 constexpr std::uint64_t kBlock = std::uint64_t{256} * 1024;
+/// Files without a size are files of the kernel, mostly of one page.
 constexpr std::uint64_t kSmallBlock = std::uint64_t{16} * 1024;
 constexpr std::uint64_t kReportEvery = std::uint64_t{8} * 1024 * 1024;
 constexpr std::uint64_t kUntilTheEnd = UINT64_MAX;
@@ -74,6 +75,8 @@ bool TContentCopy::CopyExtents(std::uint64_t size)
             break; // a hole up to the end
         if (data < 0 && errno == EINVAL)
             return Copy(offset, size); // the file system does not show its holes
+        // Another process may have changed the file since: the offsets only guide the copy, and
+        // reading decides.
         const off_t hole = data < 0 ? -1 : lseek(m_from, data, SEEK_HOLE);
         if (hole < 0)
             return FailReading();
@@ -82,6 +85,7 @@ bool TContentCopy::CopyExtents(std::uint64_t size)
             !Copy(static_cast<std::uint64_t>(data), offset))
             return false;
     }
+    // Asked again: a source that was cut during the copy must not get a tail of zeros.
     struct stat now = {};
     if (fstat(m_from, &now) != 0)
         return FailReading();
@@ -149,6 +153,7 @@ bool TContentCopy::WriteAt(const char* bytes, std::size_t count, std::uint64_t o
         const ssize_t put = QvRetryInterrupted(
             [&] { return pwrite(m_to, bytes, count, static_cast<off_t>(offset)); });
         if (put <= 0) {
+            // A write of nothing would otherwise repeat without end.
             errno = put == 0 ? EIO : errno;
             return FailWriting();
         }
@@ -183,6 +188,7 @@ void TQvCopyReport::Advance(std::uint64_t bytes)
 {
     m_done += bytes;
     QvPollProgress(m_progress.Handler());
+    // Polled each time, reported rarely: a report may draw.
     if (m_done < m_reported + kReportEvery || m_done >= m_size)
         return;
     m_reported = m_done;

@@ -85,6 +85,7 @@ TQvDescriptor QvOpenForSync(const std::string& path, int file)
     const std::string folder = QvFolderPart(path);
     TQvDescriptor opened(
         open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // A folder that may be written and not read: the file stands for its file system then.
     if (!opened && errno == EACCES)
         opened = TQvDescriptor(fcntl(file, F_DUPFD_CLOEXEC, 0));
     return opened;

@@ -23,6 +23,7 @@ struct TFound
 /// 0 or an errno.
 int ReadToEnd(const TQvFreshFile& file, std::string* content)
 {
+    // On the stack, since most settings are smaller.
     char block[16384];
     for (;;) {
         const ssize_t count = file.ReadAt(content->size(), block, sizeof block);
@@ -39,6 +40,7 @@ int Find(const std::string& path, TFound* found)
 {
     TQvFreshFile file;
     const int error = file.Open(path, O_RDONLY, &found->Status);
+    // Another machine has just replaced the file: the next attempt opens the new one.
     if (QvIsStale(path, error))
         return ESTALE;
     if (error != 0)
@@ -58,6 +60,7 @@ TQvResult Replace(const std::string& path, const TFound& found, const std::strin
 {
     TQvNewFile::TOptions options;
     options.Synced = true;
+    // The caller has the lock, and its own share lock would refuse this open.
     options.IsLockedByCaller = true;
     TQvNewFile file;
     TQvResult result = file.Open(path, options);
@@ -75,6 +78,8 @@ TQvFileChange TryChange(const std::string& path, const TQvContentChange& change)
     if (const int error = Find(path, &found))
         return {TQvResult::Failed(error, path), {}};
     const std::string content = change(found.Content);
+    // Not written again: the time of the file stays, and a file that may only be read is no
+    // failure.
     if (found.Content == content)
         return {};
     return {{}, Replace(path, found, content)};
@@ -93,6 +98,7 @@ TQvFileChange QvChangeFile(const std::string& path, const TQvContentChange& chan
     for (const TStaleRetry retry;;) {
         TQvFileChange done = TryChange(path, change);
         const bool isStale = done.Reading.Error() == ESTALE || done.Writing.Error() == ESTALE;
+        // The change starts again from the new content: what the other one wrote is kept.
         if (!isStale || !retry.Wait())
             return done;
     }

@@ -20,6 +20,7 @@ namespace
 {
 constexpr mode_t kPermissionBits = 0777;
 constexpr mode_t kModeBits = 07777;
+/// Up to this size reading for nothing costs less than checking the target first.
 constexpr off_t kSmall = off_t{256} * 1024;
 
 /// Sets errno, too, for callers that use the result as a bool.
@@ -69,6 +70,7 @@ TQvResult CopyOpened(int input, const struct stat& source, const std::string& fr
         if (error.Writing != 0)
             return AnswerError(error.Writing, to);
     }
+    // Before the publication: a user who cancels at the last report still keeps the old target.
     report.Whole();
     return output.IsSameFile() ? TQvResult::Done() : Answer(output.Publish());
 }
@@ -94,6 +96,7 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
         source.st_mode & (purpose == TPurpose::Move ? kModeBits : kPermissionBits);
     options.UpdateTime = source.st_mtim;
     options.AttributesOf = purpose == TPurpose::Move ? input.Number() : -1;
+    // Two names of one file: nothing is copied, and both names stay.
     options.NotOnto = input.Number();
     options.Folder = folders != nullptr ? &folders->Target : nullptr;
     TQvResult copied = CopyOpened(input.Number(), source, from, to, options, progress);
@@ -167,6 +170,7 @@ TQvResult MoveAcrossDevices(const std::string& from, const std::string& to, bool
     TQvResult done =
         CopyUnlessBroken(from, to, !overwrite, TPurpose::Move, progress, nullptr, &copied);
     if (done)
+        // What was written to the source during the copy would be lost with it.
         done = QvRequireUnchanged(from, copied);
     return done && unlink(from.c_str()) != 0 ? TQvResult::FromErrno(from) : done;
 }

@@ -17,6 +17,7 @@
 
 namespace
 {
+/// Short, since a change under this lock takes a few milliseconds.
 constexpr std::chrono::milliseconds kPause(1);
 
 /// 0 or a negative errno.
@@ -25,6 +26,7 @@ int LockFirstByte(int descriptor)
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
+    // One byte is enough, as all users of the lock take the same one.
     lock.l_len = 1;
     return fcntl(descriptor, F_OFD_SETLK, &lock) == 0 ? 0 : -errno;
 }
@@ -68,6 +70,7 @@ TQvFileLock::~TQvFileLock()
 int TQvFileLock::Take(const std::string& path)
 {
     assert(m_descriptor < 0);
+    // O_NONBLOCK: a FIFO of that name must not make the open wait.
     const int descriptor = open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat opened = {};
     struct stat current = {};

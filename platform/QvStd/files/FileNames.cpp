@@ -14,6 +14,7 @@
 
 bool QvFollowLinks(std::string* path)
 {
+    // As many as the kernel follows.
     constexpr int kMaxLinks = 40;
     char target[PATH_MAX];
     for (int i = 0; i < kMaxLinks; ++i) {
@@ -39,6 +40,7 @@ bool QvRenameToFreeName(const std::string& from, const std::string& to)
     // The file system cannot do it in one step: take the name with an empty file or folder, which
     // fails when the name exists, and rename over that.
     struct stat status = {};
+    // Before the name is taken: with a missing source nothing may be left at the target.
     if (lstat(from.c_str(), &status) != 0)
         return false;
     const bool isFolder = S_ISDIR(status.st_mode);
@@ -48,6 +50,8 @@ bool QvRenameToFreeName(const std::string& from, const std::string& to)
     if (rename(from.c_str(), to.c_str()) == 0)
         return true;
     const int error = errno;
+    // Not checked: the failure of the rename is the one to report, and only an empty entry can
+    // remain.
     isFolder ? rmdir(to.c_str()) : unlink(to.c_str());
     errno = error;
     return false;
@@ -68,6 +72,7 @@ TQvSameness CompareSpellings(const std::string& folder, const std::string& a, co
         hasB = hasB || entry.Name == b;
     }
     if (!reader || !reader.Result())
+        // The careful answer: nothing is moved or removed on the ground of it.
         return TQvSameness::OneEntry;
     return hasA && hasB ? TQvSameness::HardLinks : TQvSameness::OtherCase;
 }

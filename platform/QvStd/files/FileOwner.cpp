@@ -11,6 +11,8 @@ namespace
 {
 bool CopyAttribute(int from, int to, const char* name)
 {
+    // The largest size that the kernel allows, so that no second call is needed for a value that
+    // grows.
     std::vector<char> value(XATTR_SIZE_MAX);
     const ssize_t size = fgetxattr(from, name, value.data(), value.size());
     if (size < 0)
@@ -50,11 +52,13 @@ int QvCopyOwner(const struct stat& from, int to, mode_t* mode)
     // Only an administrator can give a file away: for other users it becomes their own.
     if (!QvMayBeLeftOut(errno))
         return errno;
+    // A program would otherwise run with the rights of the copying user.
     *mode &= static_cast<mode_t>(~(S_ISUID | S_ISGID));
     if (from.st_gid == now.st_gid || fchown(to, static_cast<uid_t>(-1), from.st_gid) == 0)
         return 0;
     if (!QvMayBeLeftOut(errno))
         return errno;
+    // The bits were meant for another group: the new one gets no more than all users have.
     const mode_t ofOthers = (*mode & S_IRWXO) << 3;
     *mode &= ~static_cast<mode_t>(S_IRWXG) | ofOthers;
     return 0;

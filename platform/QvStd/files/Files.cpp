@@ -32,6 +32,7 @@ bool SyncName(const std::string& path)
 {
     const std::string plain = path.substr(0, path.find_last_not_of('/') + 1);
     const TQvDescriptor folder(open(plain.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // The name is in the parent folder; the new folder itself has nothing to be synced.
     return folder && QvSyncFolderOf(plain, folder.Number());
 }
 
@@ -129,6 +130,7 @@ std::uint32_t GetUnixFileTime(const std::string& path)
     struct stat status = {};
     if (!Look(path, &status))
         return 0;
+    // Callers store 32 bits: a time outside of them becomes the nearest one, not a random one.
     constexpr time_t kLast = std::numeric_limits<std::uint32_t>::max();
     return static_cast<std::uint32_t>(std::clamp<time_t>(status.st_mtim.tv_sec, 0, kLast));
 }
@@ -141,6 +143,7 @@ TQvResult QvCreateDirectory(const std::string& path)
 TQvResult QvCreateDirectoryLike(const std::string& path, const std::string& model)
 {
     struct stat status = {};
+    // With S_IRWXU: its owner must be able to fill the copy of a read-only folder.
     const bool isMade =
         Look(model, &status) && MakeOrFindFolder(path, (status.st_mode & 0777) | S_IRWXU);
     return isMade ? TQvResult::Done() : TQvResult::FromErrno();
@@ -185,6 +188,7 @@ TQvResult QvRemoveDirectory(const std::string& path)
         return TQvResult::Done();
     if (errno != ENOTDIR)
         return TQvResult::FromErrno();
+    // Only a link to a folder: a link to a file, or a dangling one, is no folder.
     if (QvIsSymLink(plain) && QvDirExists(plain))
         return QvDeleteFile(plain);
     errno = ENOTDIR;

@@ -10,8 +10,9 @@
 
 namespace
 {
+/// About a thousand entries of usual names for each call.
 constexpr std::size_t kBufferSize = std::size_t{32} << 10;
-}
+} // namespace
 
 TQvFolderReader::~TQvFolderReader()
 {
@@ -53,6 +54,7 @@ TQvResult TQvFolderReader::OpenAt(int folderDescriptor, const char* name, bool f
 
 void TQvFolderReader::Close()
 {
+    // Callers close before they report, and report the errno of the call before.
     const int error = errno;
     if (m_descriptor >= 0)
         close(std::exchange(m_descriptor, -1));

@@ -84,6 +84,7 @@ TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
         return TQvResult::Failed(result.Error(), path);
     std::sort(entries.begin(), entries.end(),
               [](const TEntry& a, const TEntry& b) { return a.Name < b.Name; });
+    // Decided while the folder is open: a link is examined by its name in it.
     std::vector<bool> listed;
     listed.reserve(entries.size());
     for (const TEntry& entry : entries)
@@ -95,6 +96,7 @@ TQvResult SearchFolder(TSearch& search, const std::string& path, bool isTop)
         std::string full = start + entries[i].Name;
         if (listed[i])
             search.Found->push_back(full);
+        // Found folders come before what is in them, as the sorted names do.
         if (search.Recursive && entries[i].Type == DT_DIR)
             result = SearchFolder(search, full, false);
     }
@@ -108,6 +110,7 @@ void MakeUsable(int folder)
     struct stat status = {};
     if (fstat(folder, &status) != 0 || (status.st_mode & S_IRWXU) == S_IRWXU)
         return;
+    // Nothing is taken away: others lose no access to a folder that is not removed in the end.
     const mode_t mode = (status.st_mode & 07777) | S_IRWXU;
     // A descriptor opened with O_PATH needs this detour.
     if (fchmod(folder, mode) != 0 && errno == EBADF)
@@ -205,6 +208,7 @@ private:
         if (!result)
             return Note(result.Error(), m_path);
         m_levels.push_back(std::move(level));
+        // Most trees are less deep, and need no folder to be opened twice.
         constexpr std::size_t kOpenLevels = 16;
         if (m_levels.size() > kOpenLevels) {
             TLevel& upper = m_levels[m_levels.size() - 1 - kOpenLevels];
@@ -239,6 +243,7 @@ private:
     {
         assert(!m_levels.empty() && below >= 0);
         TLevel& level = m_levels.back();
+        // By "..", since the path may name another folder by now.
         TQvDescriptor upper(openat(below, "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
         struct stat status = {};
         if (!upper || fstat(upper.Number(), &status) != 0)
@@ -254,6 +259,7 @@ private:
     TQvResult Open(int parent, const char* name, TQvFolderReader& folder) const
     {
         TQvResult result = folder.OpenAt(parent, name, false);
+        // Without force the rights of a folder decide, as for any other program.
         if (!m_force)
             return result;
         if (result.Error() == EACCES) {
@@ -291,6 +297,7 @@ void RemoveTop(TTreeRemover& remover, const std::string& path, bool recursive)
         remover.Note(EINVAL, path);
     else if (lstat(path.c_str(), &status) != 0)
         remover.Note(errno, path);
+    // Only the link is removed: its target may be in use.
     else if (S_ISLNK(status.st_mode))
         remover.Unlink(AT_FDCWD, path.c_str(), 0, path);
     else if (recursive && S_ISDIR(status.st_mode))

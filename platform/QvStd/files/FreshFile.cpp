@@ -24,6 +24,7 @@ constexpr std::size_t kWindow = 16 * kBlock;
 /// 0, also when the folder is missing or may not be read, or an errno.
 int ListFolder(const std::string& folder)
 {
+    // Listing a folder makes the client of such a file system ask its server for the names.
     DIR* const entries = opendir(folder.c_str());
     if (entries == nullptr)
         return errno == EACCES || errno == ENOENT ? 0 : errno;
@@ -77,6 +78,7 @@ int TQvFreshFile::Open(const std::string& path, int flags, struct stat* status)
     if (error != 0 || !isCached)
         return error;
     struct stat direct = {};
+    // A second descriptor for reading past the cache; writes go through the first one.
     error = QvOpenRegular(path, O_RDONLY | O_DIRECT, &m_direct, &direct);
     if (error == EINVAL) // the file system has no O_DIRECT, and so no cache to bypass
         return 0;

@@ -9,6 +9,7 @@ namespace
 TQvFileInfo LookAt(const std::string& path)
 {
     TQvFileInfo info;
+    // Without a result: these queries have no failure, and zeros are their answer.
     QvGetFileInfo(path, &info);
     return info;
 }

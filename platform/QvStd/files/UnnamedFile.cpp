@@ -13,6 +13,7 @@ int QvLinkUnnamed(int file, const char* name, int folder)
     if (isDirect) {
         if (linkat(file, "", folder, name, AT_EMPTY_PATH) == 0)
             return 0;
+        // ENOENT is how the kernel refuses it; any other reason would also refuse the second way.
         if (errno != ENOENT)
             return -1;
     }
@@ -25,6 +26,7 @@ int QvLinkUnnamed(int file, const char* name, int folder)
 
 int QvOpenUnnamed(const std::string& path, mode_t mode, int folder)
 {
+    // Asked first, since a file that can get no name would be lost with all its content.
     static const bool kCanBeNamed = access("/proc/self/fd", X_OK) == 0;
     if (!kCanBeNamed) {
         errno = EOPNOTSUPP;
@@ -38,5 +40,6 @@ int QvOpenUnnamed(const std::string& path, mode_t mode, int folder)
 
 bool QvLacksUnnamedFiles(int error)
 {
+    // EISDIR: a kernel that does not know O_TMPFILE opens the folder for writing instead.
     return error == EOPNOTSUPP || error == EISDIR || error == EINVAL;
 }

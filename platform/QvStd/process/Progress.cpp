@@ -66,6 +66,7 @@ private:
 
 void ReportTo(TQvProgressHandler* handler, double position)
 {
+    // An inactive one has no display to update; QvPollProgress looks for a user break.
     if (handler != nullptr && handler->Active()) {
         handler->SetPosition(position);
         handler->Update();

@@ -17,6 +17,8 @@ namespace
 {
 using Kind = TQvXIniEntry::Kind;
 
+/// A change takes milliseconds: after this time its process is suspended, or the server does not
+/// answer.
 constexpr unsigned long kLockTimeoutMs = 10000;
 constexpr int kWarningLevel = 6;
 
@@ -145,6 +147,7 @@ bool TQvRegMan::writeString(TQvRegKey root, const std::string& key, const std::s
         QvLogWriteWarning(TQvMessage("Err_NoHomeFolder"), kWarningLevel, 0);
         return false;
     }
+    // Neither folder nor lock file are made for a change that has nothing to change.
     if (!create && !QvFileExists(path))
         return false;
     if (const TQvResult made = QvForceDirectories(path.substr(0, path.rfind('/')), true); !made) {
@@ -180,8 +183,10 @@ bool TQvRegMan::removeEntry(TQvRegKey root, const std::string& key, const std::s
     if (!tree)
         return false;
     TQvXIniTreeWriter writer(tree);
+    // Another process has removed it meanwhile.
     if (!OpenKey(writer, *tree, key, false))
         return true;
+    // All of them: in a file written by hand a second one would become effective.
     while (const TQvXIniEntry* value = FindValue(*tree, key, valueName)) {
         if (!writer.Delete(writer.FindF(value->Name)))
             return false;

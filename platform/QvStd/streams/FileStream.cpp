@@ -88,18 +88,23 @@ bool TQvFileStream::Open(const char* path, qvOpenMode mode, qvShareMode share)
 {
     if (m_descriptor >= 0)
         Close();
+    // A stream can be opened again after a failure, whose error must not stay.
     m_error = 0;
     const int flags = FlagsOf(mode);
     TQvDescriptor file;
     struct stat status;
     int error = flags < 0 ? EINVAL : QvOpenRegular(path, flags, &file, &status);
+    // Also without a file, as -1: the checks below then only carry the error on.
     m_descriptor = file.Release();
     if (error == 0)
+        // Before anything is changed: a file that another opener has locked keeps its content.
         error = QvTakeShareLock(m_descriptor, share);
     // The size is queried under the lock: the last holder may have changed it.
     if (error == 0 && mode == kQvOpenCreate && getSize() != 0 && !setSize(0))
         error = -m_error;
     if (error == 0 && status.st_size == 0 && (flags & O_CREAT) != 0)
+        // An empty file may be new. Flush then syncs its folder; for an old one that costs one
+        // call.
         m_unsyncedName = path;
     if (error == 0)
         return true;
@@ -221,6 +226,7 @@ std::size_t TQvFileStream::Write(const void* buffer, std::size_t count)
         const ssize_t put = QvRetryInterrupted([&] {
             return pwrite(m_descriptor, bytes + done, wanted, static_cast<off_t>(m_position));
         });
+        // 0 for bytes that are left means that the largest position is reached.
         if (put <= 0) {
             Fail(put < 0 ? errno : EFBIG);
             return done > 0 ? done : invalid_value;
@@ -244,6 +250,7 @@ std::uint64_t TQvFileStream::getSize() const
 bool TQvFileStream::setSize(std::uint64_t size)
 {
     m_bufferLength = 0;
+    // The conversion below would give a negative length.
     if (m_descriptor >= 0 && size > kMaxPosition)
         return Fail(EFBIG);
     const off_t length = static_cast<off_t>(size);

@@ -7,6 +7,7 @@
 
 namespace
 {
+/// Large enough that the calls cost little beside the copying, and still in the processor's cache.
 constexpr std::uint64_t kBlockSize = std::uint64_t{256} << 10;
 constexpr std::uint64_t kReportEvery = std::uint64_t{8} << 20;
 
@@ -47,9 +48,12 @@ bool QvReadBlocks(TQvStream& from, const std::function<bool(const char*, std::si
             return false;
         if (got == 0)
             break;
+        // The taker knows why; `from` has no error then.
         if (!take(block.get(), got))
             return false;
         done += got;
+        // Each block, so that a cancelled copy of a slow stream ends soon; reports to the bar are
+        // rarer.
         QvPollProgress(handler);
         if (done - reported >= kReportEvery && done < total) {
             progress.Report(static_cast<double>(done) / static_cast<double>(total));

@@ -6,6 +6,7 @@ TQvURLManager QvURLManager;
 
 void TQvURLManager::RegisterSchemeHandler(const std::string& scheme, var_a<TQvURLHandler*> handler)
 {
+    // Outside the lock: a handler may register others while it starts.
     if (handler)
         handler->Init();
     // Swapped, so that the old handler is destroyed outside the lock: its destructor may call this

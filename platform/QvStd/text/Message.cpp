@@ -23,6 +23,7 @@ void TQvMessage::Format()
     if (!pattern.empty() && pattern.front() == '@')
         pattern.erase(0, 1);
     else
+        // Without such a text the key itself is shown.
         LoadResString("QvStd", m_text, &pattern);
 
     m_shown.clear();
@@ -30,6 +31,8 @@ void TQvMessage::Format()
         const bool isPlace = pattern[i] == '%' && i + 2 < pattern.size() && pattern[i + 1] >= '1' &&
                              pattern[i + 1] <= '9' && pattern[i + 2] == '%';
         const std::size_t place = isPlace ? static_cast<std::size_t>(pattern[i + 1] - '1') : 0;
+        // A place without an argument stays visible: a translation with a wrong number is found
+        // that way.
         if (isPlace && place < m_arguments.size()) {
             m_shown += m_arguments[place];
             i += 2;

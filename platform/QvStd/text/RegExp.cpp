@@ -4,6 +4,7 @@ namespace
 {
 QString FromBytes(const std::string& text)
 {
+    // Byte for byte, since names need not be UTF-8; positions in the result are those in the text.
     return QString::fromLatin1(text.data(), static_cast<int>(text.size()));
 }
 } // namespace

@@ -39,12 +39,14 @@ bool Find(const std::string& moduleName, const std::string& key, std::string* te
     const std::lock_guard<std::recursive_mutex> guard(tables.Mutex);
     TModule& module = tables.Modules[moduleName];
     if (!module.TranslationRead && tables.ReadTranslation != nullptr) {
+        // Set first: the reading may look up texts itself and come here again.
         module.TranslationRead = true;
         TQvTranslation translation = tables.ReadTranslation(moduleName);
         module.Translation = std::move(translation.Texts);
         *report = std::move(translation.Report);
     }
     const auto translated = module.Translation.find(key);
+    // A translation need not be complete: what it lacks is shown in English.
     if (translated != module.Translation.end()) {
         *text = translated->second;
         return true;

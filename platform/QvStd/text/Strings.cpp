@@ -58,6 +58,7 @@ std::string QvWCharToChar(std::wstring_view text)
     result.reserve(text.size());
     for (const wchar_t wide : text) {
         char32_t code = static_cast<char32_t>(wide);
+        // No character: the replacement character keeps the result valid UTF-8.
         if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
             code = 0xFFFD;
         if (code < 0x80) {
@@ -166,6 +167,7 @@ std::string format_text(const std::string& format, const std::string& argument)
             result += format[i];
         }
     }
+    // A translation that forgot the place must not hide which folder or file is meant.
     return used ? result : result + " " + argument;
 }
 } // namespace Korvadel

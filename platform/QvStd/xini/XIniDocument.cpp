@@ -12,6 +12,7 @@ namespace
 /// Of a stream that grows meanwhile reads the first part, of one that is truncated what is left.
 bool ReadAll(TQvStream& stream, TQvProgressHandler* progress, std::string* text)
 {
+    // Small enough that a user can cancel while a slow disk is read.
     constexpr std::uint64_t kBlockSize = std::uint64_t{1} << 20;
     const std::uint64_t size = stream.getSize();
     if (size == TQvStream::invalid_value64 || !stream.setPosition(0))
@@ -50,6 +51,7 @@ var_a<TQvXIniTree*> ReadQvXIniTree(TQvStream* stream)
 {
     if (stream == nullptr || !*stream)
         return nullptr;
+    // This form has no error text: its callers only need to know that there is no document.
     TXIniFailure ignored;
     return XIniReadDocument(*stream, nullptr, &ignored);
 }

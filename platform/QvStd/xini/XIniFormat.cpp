@@ -73,6 +73,7 @@ bool TakeEscape(std::string_view* rest, std::string* value)
     if (rest->size() < 3 || rest->front() != 'x')
         return false;
     unsigned char byte = 0;
+    // Exactly two digits, so that a digit after them belongs to the text.
     const char* const end = rest->data() + 3;
     if (std::from_chars(rest->data() + 1, end, byte, 16).ptr != end)
         return false;
@@ -103,6 +104,7 @@ std::string XIniKeyNameFault(const std::string& name)
 {
     if (name.empty())
         return "a key has no name.";
+    // All of these would be read back as something else than a key of this name.
     if (name.front() != ';' && name.front() != '[' && name.find('=') == std::string::npos &&
         XIniTrim(name).size() == name.size() && !HasByteBelowBlank(name))
         return {};

@@ -53,6 +53,7 @@ private:
 
     std::string TakeLine(std::string_view raw)
     {
+        // Binary files end here, and C functions would cut such a value.
         if (raw.find('\0') != std::string_view::npos)
             return "it contains a byte 0.";
         const std::string_view content = XIniTrim(raw.substr(0, raw.size() - XIniLineEndSize(raw)));
@@ -85,6 +86,7 @@ private:
             return "the name of the section is missing.";
         if (name.front() == '/')
             return CloseSection(name.substr(1), raw);
+        // Formatting and callers recurse: a hostile file must not exhaust the stack.
         if (m_open.size() > kXIniMaxLevels)
             return "sections are nested more than 64 levels deep.";
         m_open.push_back({&Append(TQvXIniEntry::Kind::Section, name, raw), m_line});
@@ -137,6 +139,7 @@ private:
     {
         switch (entry.Type) {
         case TQvXIniEntry::Kind::Other:
+            // A parsed line is written back byte for byte; only new and changed ones are formatted.
             AppendLine(entry.Raw, level, {});
             break;
         case TQvXIniEntry::Kind::Key:

@@ -200,6 +200,7 @@ bool TQvXIniStreamReader::ReadDocument(TQvProgressHandler* progress)
 var_a<TQvXIniReader*> GetXIniReader(const TQvPath& path, int* error)
 {
     for (const TStaleRetry retry;;) {
+        // In the loop: each attempt opens the file that has the name then.
         TQvFileStream stream(path, kQvOpenRead, kQvShareAll);
         const bool isOpen = static_cast<bool>(stream);
         TXIniFailure failure;

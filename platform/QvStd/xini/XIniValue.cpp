@@ -12,6 +12,7 @@ bool ParseNumber(const std::string& text, T& value)
     const std::from_chars_result result = std::from_chars(text.data(), end, number);
     if (result.ec != std::errc() || result.ptr != end)
         return false;
+    // Only now: a value that is no number leaves the default of the caller.
     value = number;
     return true;
 }

@@ -153,6 +153,7 @@ void TQvXIniStreamWriter::CommitE()
 /// overwritten.
 std::string TQvXIniStreamWriter::Store(const std::string& text)
 {
+    // Checked only here: a writer over a stream that did not open reports that at the commit.
     if (!m_stream || !*m_stream)
         return "the stream is not open.";
     const bool isStored = m_stream->setPosition(0) &&
