@@ -295,6 +295,7 @@ def names(served):
     os.chown(a / "f", os.getuid(), -1)
     fails_with(errno.ENOTSUP, os.setxattr, a / "f", "user.x", b"1")
     # The sidecar goes where its resource goes, and is never seen.
+    fails_with(errno.ENODATA, os.getxattr, a / "f", "user.qvres.crc")
     run(QVRES, f"--mount=/A={disk}", "label", "/A/f")
     crc = os.getxattr(a / "f", "user.qvres.crc")
     os.rename(a / "f", a / "g")
