@@ -14,7 +14,7 @@ bool IsIn(const std::string& id, const std::string& folder)
 void TAwaitedCopies::Expect(const std::string& sourceId, const std::string& targetId)
 {
     constexpr std::size_t kMost = 64;
-    Forget(sourceId); // the last attempt counts
+    Forget(sourceId);
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_copies.size() == kMost)
         m_copies.pop_front();
@@ -27,10 +27,10 @@ std::string TAwaitedCopies::CopyOf(const std::string& id) const
     if (m_areNone)
         return {};
     const std::lock_guard<std::mutex> lock(m_mutex);
-    for (const TCopy& copy : m_copies)
-        if (IsIn(id, copy.Source))
-            return copy.Target + id.substr(copy.Source.size());
-    return {};
+    // The last attempt counts: one to move the whole folder may have been given up before.
+    const auto copy = std::find_if(m_copies.rbegin(), m_copies.rend(),
+                                   [&](const TCopy& known) { return IsIn(id, known.Source); });
+    return copy == m_copies.rend() ? std::string() : copy->Target + id.substr(copy->Source.size());
 }
 
 void TAwaitedCopies::Forget(const std::string& sourceId)

@@ -138,8 +138,12 @@ int TFileHandle::Truncate(off_t size)
 
 int TFileHandle::Flush(bool dataOnly)
 {
-    if (!dataOnly && QvRetryInterrupted([&] { return fsync(Descriptor()); }) != 0)
+    const auto sync = [&] { return dataOnly ? fdatasync(Descriptor()) : fsync(Descriptor()); };
+    // What was written by a descriptor has its errors there. Its file is not new.
+    if ((m_both || !dataOnly) && QvRetryInterrupted(sync) != 0)
         return errno;
+    if (m_both)
+        return 0;
     const std::lock_guard<std::mutex> lock(m_streamMutex);
     // The stream syncs the folder of a new file, too. After a rename of that folder it is not found
     // any more; the content is on the disk then, and syncing the name is up to the caller of the

@@ -73,7 +73,10 @@ int TFileSystem::FindPlace(const TInode& parent, const std::string& name, TPlace
     }
     place->Id.append("/").append(place->Name);
     place->Path.append("/").append(place->Name);
-    if (parent.HoldsMounts || parent.IsVirtual)
+    // In a folder without a disk, only what is mounted has one.
+    if (parent.IsVirtual && !place->IsMount)
+        place->Path.clear();
+    else if (parent.HoldsMounts)
         place->Path = PathOf(place->Id);
     return 0;
 }
@@ -103,7 +106,7 @@ int TFileSystem::FindPlace(const TInode& inode, TPlace* place) const
     if (inode.IsMountPoint || inode.HoldsMounts)
         place->MountPoint = m_mounts.Find(place->Id);
     if (inode.IsVirtual)
-        place->Path = PathOf(place->Id);
+        place->Path.clear();
     return 0;
 }
 
@@ -134,15 +137,17 @@ struct stat TFileSystem::VirtualStatus() const
     return m_virtualStatus;
 }
 
+/// Above a mount point, a link on the disk is a folder without a disk: shown as a link, it would
+/// hide what is mounted below, and it is not followed here.
 int TFileSystem::LookAt(const TPlace& place, struct stat* status) const
 {
     const bool isAbove = place.Id.empty() || place.MountPoint != nullptr;
     const int follow = place.IsMount ? 0 : AT_SYMLINK_NOFOLLOW;
     const bool isOnDisk =
         !place.Path.empty() && fstatat(AT_FDCWD, place.Path.c_str(), status, follow) == 0;
-    if (isOnDisk)
+    if (isOnDisk && !(isAbove && S_ISLNK(status->st_mode)))
         return 0;
-    if (!place.Path.empty() && (errno != ENOENT || place.IsMount))
+    if (!isOnDisk && !place.Path.empty() && (errno != ENOENT || place.IsMount))
         return errno;
     if (!isAbove)
         return ENOENT;

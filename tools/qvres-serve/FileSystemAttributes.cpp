@@ -243,7 +243,8 @@ static int AskTree(const std::string& id, const std::string& what, std::string* 
         return ENODATA;
     if (!isKnown) {
         const int failure = TResourceManager::LastFailure().Error;
-        return failure != 0 ? failure : ENODATA;
+        const bool hasNoLabel = failure == 0 || (what == "crc" && failure == ENOENT);
+        return hasNoLabel ? ENODATA : failure;
     }
     *value = what == "size"   ? std::to_string(attrib.Size)
              : what == "time" ? std::to_string(attrib.UpdateTime.Milliseconds())

@@ -5,9 +5,8 @@
 #include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
-
-#include <QvStd/Files.h>
 
 #include "Identity.h"
 
@@ -20,7 +19,8 @@ static int SetMode(int folder, mode_t mode, struct stat* status)
     };
     if (!set())
         return errno;
-    if ((status->st_mode & 07777) == mode)
+    // Who moves another folder into its place meanwhile gains nothing by it.
+    if ((status->st_mode & 07777) == mode || status->st_uid != ActingUser())
         return 0;
     const TServerIdentity server;
     return set() ? 0 : errno;
@@ -34,11 +34,15 @@ int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode
         return error == ENOENT ? EPERM : error;
     if (place.Path.empty() || parent.IsVirtual)
         return EROFS;
-    // The library's own operation succeeds when the folder exists; here it must fail.
-    if (const TQvResult made = QvCreateDirectory(place.Path); !made)
-        return made.Error();
+    // The library's own operation succeeds when the folder exists; here it must fail. The path is
+    // followed once: a link that takes its place meanwhile leads to another folder's bits.
+    const TQvDescriptor above(
+        open(QvExtractResPath(place.Path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const std::string diskName = QvExtractResName(place.Path);
+    if (!above || mkdirat(above.Number(), diskName.c_str(), 0777) != 0)
+        return errno;
     const TQvDescriptor folder(
-        open(place.Path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+        openat(above.Number(), diskName.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
     struct stat status = {};
     if (!folder || fstat(folder.Number(), &status) != 0)
         return errno;

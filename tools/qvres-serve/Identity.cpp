@@ -129,6 +129,11 @@ TCallerIdentity::~TCallerIdentity()
     BecomeServer();
 }
 
+uid_t ActingUser()
+{
+    return g_current.User;
+}
+
 mode_t BitsFor(fuse_req_t request, mode_t wanted)
 {
     constexpr mode_t kSetIds = S_ISUID | S_ISGID;

@@ -23,6 +23,9 @@ public:
     TCallerIdentity& operator=(const TCallerIdentity&) = delete;
 };
 
+/// Whose rights the thread has.
+uid_t ActingUser();
+
 /// Of the permission bits that the sender of a request wants for what it makes, those that it gets.
 /// What others make in a server of another user than root belongs to that user: a set-user-id
 /// program among it would give them all rights of the server.
