@@ -18,6 +18,7 @@ DENIED = "Permission denied"
 CASES = [
     ("ls -R /A", 1, ["/A/readable/a", "/A/z"], ["/A/secret", "/A/blind", DENIED], []),
     ("ls -l /A/closed", 1, [], ["/A/closed", DENIED], []),
+    ("which /A/locked", 1, ["label:   unknown"], ["/A/locked", DENIED], []),
     ("ls /A/secret", 1, [], ["/A/secret", DENIED], []),
     ("copy /A/ /B", 1, [], ["/A/secret", "/A/locked", DENIED], ["B/readable/a", "B/z", "!B/locked"]),
     ("clear /A", 1, [], [DENIED], ["A/secret/b", "!A/readable/a", "!A/z"]),
@@ -55,7 +56,7 @@ def make_box(roots):
         os.chown(os.path.join(root, name), NOBODY, NOBODY)
         os.chmod(root, 0o755)
     os.symlink("/proc/self/mem", os.path.join(roots[0], "A/mem"))
-    for file, mode in (("locked", 0), ("z", 0o644)):
+    for file, mode in (("locked", 0), ("locked.meta", 0), ("z", 0o644)):
         path = pathlib.Path(roots[0], "A", file)
         path.write_text("content")
         path.chmod(mode)

@@ -15,10 +15,19 @@ namespace
 using TMountNode = TResourceManager::TMountNode;
 using TRecord = nlohmann::ordered_json;
 
+constexpr const char* kUnknown = "unknown"; ///< could not be found out
+
 const char* KindName(unsigned kind)
 {
     constexpr const char* kNames[] = {"nothing", "resource", "folder"};
     return kNames[kind];
+}
+
+/// Whether the library's last operation could not find out what it was asked.
+bool IsUnknown()
+{
+    const int error = TResourceManager::LastFailure().Error;
+    return error != 0 && error != ENOENT; // nothing there is an answer
 }
 
 std::string LabelState(const TResourceManager& tree, const std::string& id)
@@ -28,8 +37,9 @@ std::string LabelState(const TResourceManager& tree, const std::string& id)
     if (!MetadataDamage(tree, id).empty())
         return "damaged";
     if (!ReadResResourceLabel(id, &label))
-        return "none";
-    return WeakCheckResResourceLabel(label, id) ? "matches" : "differs";
+        return IsUnknown() ? kUnknown : "none";
+    const bool matches = WeakCheckResResourceLabel(label, id);
+    return matches ? "matches" : IsUnknown() ? kUnknown : "differs";
 }
 
 TRecord MountRecord(const TMountNode& node, const std::string& id)
@@ -37,13 +47,14 @@ TRecord MountRecord(const TMountNode& node, const std::string& id)
     TRecord record = RecordOf(node.MountPointId());
     PutText(record, "folder", node.GetResourceFile(node.MountPointId()));
     PutText(record, "file", node.GetResourceFile(id));
-    record["kind"] = KindName(node.ResourceExists(id));
+    const TQvExistence exists = node.ResourceExists(id);
+    record["kind"] = exists.Result.HasFailed() ? kUnknown : KindName(exists);
     return record;
 }
 
-/// The files that belong to a resource.
+/// The files that belong to a resource. `unread` receives the failure of the label, if any.
 void AddBelongings(const TResourceManager& tree, TRecord& record, const TMountNode& node,
-                   const std::string& id)
+                   const std::string& id, TQvFailure* unread)
 {
     const std::string sidecar = node.GetResourceFile(id) + kSidecarSuffix;
     if (tree.ResourceMetaExists(id))
@@ -51,9 +62,12 @@ void AddBelongings(const TResourceManager& tree, TRecord& record, const TMountNo
     else
         record["sidecar"] = nullptr;
     record["label"] = LabelState(tree, id);
+    if (record["label"] == kUnknown)
+        *unread = TResourceManager::LastFailure();
 }
 
-TRecord Answer(const TResourceManager& tree, const std::string& id)
+/// `unread` receives what could not be found out, if anything.
+TRecord Answer(const TResourceManager& tree, const std::string& id, TQvFailure* unread)
 {
     const unsigned kind = ShownKind(tree, id);
     TRecord record = RecordOf(id);
@@ -69,11 +83,14 @@ TRecord Answer(const TResourceManager& tree, const std::string& id)
             IsAtOrBelow(QvNormalizeResId(id), QvNormalizeResId(other->MountPointId())))
             record["shadows"].push_back(MountRecord(*other, id));
     if (kind == kResResource)
-        AddBelongings(tree, record, *node, id);
+        AddBelongings(tree, record, *node, id, unread);
     record["backups"] = TRecord::array();
-    if (!node->IsPureVirtual())
+    if (!node->IsPureVirtual()) {
         for (const TQvResFindItem& backup : FindResourceBackups(id))
             record["backups"].push_back(RecordOf(backup.Id));
+        if (IsUnknown())
+            *unread = TResourceManager::LastFailure();
+    }
     return record;
 }
 
@@ -104,11 +121,14 @@ void Which(THost& host, const std::string& givenId)
     const TResourceManager& tree = host.Session.Tree();
     const std::string id = QvExcludeTrailingSlash(givenId);
     CheckId(id);
-    const TRecord record = Answer(tree, id);
+    TQvFailure unread;
+    const TRecord record = Answer(tree, id, &unread);
     if (host.Json)
         host.Out.Line(ToJsonText(record));
     else
         PrintLines(host.Out, record);
+    if (unread.Error != 0)
+        throw WithCause("not everything that belongs to " + Quoted(id) + " could be read", unread);
 }
 } // namespace
 
@@ -119,7 +139,7 @@ void AddWhichCommand(CLI::App& app, THost& host)
         app, "which",
         "Show which mount answers for an id, with the file on the disk, which other mounts it\n"
         "hides there, and what belongs to a resource: its metadata file, its label (none,\n"
-        "matches, differs, damaged) and its backups",
+        "matches, differs, damaged, unknown) and its backups",
         "  qvres which /Data/a.txt");
     AddIdOption(*which, "ID", *id, "Any id; nothing need exist there")->required();
     which->callback([&host, id] { Which(host, *id); });
