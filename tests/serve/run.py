@@ -379,7 +379,7 @@ def names(served):
         found = {entry.name: entry.inode() for entry in os.scandir(a / "d")}
         fails_with(errno.EINVAL, os.stat, a / "d/no\\id")
         assert found.pop("no\\id") and found == {str(n): os.stat(a / "d" / str(n)).st_ino for n in range(3000)}
-    # A link in the place of a folder above a mount point hides neither the mount nor shows what it leads to.
+    # A link in the place of a folder above a mount point neither hides the mount nor shows what it leads to.
     served.stop()
     (disk / "In").symlink_to(served.room)
     served.start("--read-only", "/A")

@@ -19,7 +19,7 @@ static int SetMode(int folder, mode_t mode, struct stat* status)
     };
     if (!set())
         return errno;
-    // Who moves another folder into its place meanwhile gains nothing by it.
+    // Another user's folder, which was moved here meanwhile, keeps its bits.
     if ((status->st_mode & 07777) == mode || status->st_uid != ActingUser())
         return 0;
     const TServerIdentity server;
@@ -35,7 +35,7 @@ int TFileSystem::MakeFolder(TInode& parent, const std::string& name, mode_t mode
     if (place.Path.empty() || parent.IsVirtual)
         return EROFS;
     // The library's own operation succeeds when the folder exists; here it must fail. The path is
-    // followed once: a link that takes its place meanwhile leads to another folder's bits.
+    // followed once: a link that takes the place of a folder meanwhile leads to no other one.
     const TQvDescriptor above(
         open(QvExtractResPath(place.Path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const std::string diskName = QvExtractResName(place.Path);
