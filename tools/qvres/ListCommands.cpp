@@ -129,6 +129,8 @@ TQvResFindItem ItemOf(const TResourceManager& tree, const std::string& id)
     // The parent folder of a mount point is shown although it may not exist on the disk.
     if (tree.GetResourceAttr(id, &item.Attrib))
         return item;
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
     if (ShownKind(tree, id) != kResFolder)
         throw TFailure(Quoted(id) + " does not exist", id, ENOENT);
     item.Attrib.Kind = kResFolder;

@@ -55,8 +55,12 @@ void LogWarnings::PrintUnsaid()
     g_warnings.clear();
 }
 
-void LogWarnings::Drop()
+void LogWarnings::Drop(const std::string& cause)
 {
     const std::lock_guard<std::mutex> guard(g_mutex);
-    g_warnings.clear();
+    g_warnings.erase(std::remove_if(g_warnings.begin(), g_warnings.end(),
+                                    [&cause](const std::string& warning) {
+                                        return warning.find(cause) != std::string::npos;
+                                    }),
+                     g_warnings.end());
 }

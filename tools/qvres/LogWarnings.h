@@ -18,6 +18,6 @@ std::string WithLast(std::string message);
 /// Prints those that were in no error.
 void PrintUnsaid();
 
-/// Prints none of those that there are.
-void Drop();
+/// Those with this text are not printed.
+void Drop(const std::string& cause);
 } // namespace LogWarnings

@@ -10,6 +10,7 @@
 
 #include <CLI/CLI.hpp>
 #include <QvStd/Message.h>
+#include <QvStd/Result.h>
 
 #include "BreakSignal.h"
 #include "Commands.h"
@@ -134,9 +135,10 @@ int Report(THost& host, const TFailure& failure)
 {
     FlushAfterFailure(host.Out);
     PrintError(failure);
-    // What was logged on the way to a failure with a known cause says the same again.
-    if (ErrorOf(failure) != 0)
-        LogWarnings::Drop();
+    // What was logged on the way to the failure with the same cause says the same again. Another
+    // cause may be the reason for this one.
+    if (const int error = ErrorOf(failure); error != 0)
+        LogWarnings::Drop(QvErrorText(error));
     return kFailed;
 }
 
