@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Measures a served tree beside bindfs, which mirrors a folder without any tree: both show one folder in memory, in turns, in one run.
 
-Usage: serve.py BUILD_FOLDER [--rounds N] [--prefer] [WORD...]   only the rows with one of the words. Needs root, /dev/fuse, bindfs and
+Usage: serve.py BUILD_FOLDER [--rounds N] [--prefer] [WORD...]   only the rows with one of the words ("status" needs "git", its clone). Needs root, /dev/fuse, bindfs and
 git. With --prefer the scheduler prefers the servers and this program to other work. Each row has the best time of all rounds, which
 other work on the machine has disturbed least, the ratio of both, and that of the servers' processor times: below 1 the tree is faster.
 """
@@ -167,7 +167,7 @@ def main():
     parser.add_argument("--prefer", action="store_true")
     parser.add_argument("words", nargs="*")
     options = parser.parse_intermixed_args()
-    rows = [row for row in ROWS if not options.words or any(word in row[0] for word in options.words)]
+    rows = [row for row in ROWS if not options.words or set(options.words) & set(row[0].split())]
     with tempfile.TemporaryDirectory(dir="/dev/shm") as folder:
         room = Room(pathlib.Path(folder, "disk"))
         view = pathlib.Path(folder, "view")
