@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
 """Measures a served tree beside bindfs, which mirrors a folder without any tree: both show one folder in memory, in turns, in one run.
 
-Usage: serve.py BUILD_FOLDER [--rounds N] [--prefer] [WORD...]   only the rows with one of the words ("status" needs "git", its clone). Needs root, /dev/fuse, bindfs and
-git. With --prefer the scheduler prefers the servers and this program to other work. Each row has the best time of all rounds, which
-other work on the machine has disturbed least, the ratio of both, and that of the servers' processor times: below 1 the tree is faster.
+Usage: serve.py BUILD_FOLDER [--rounds N] [--prefer] [WORD...]   only the rows with one of the words
+
+Needs root, /dev/fuse, bindfs and git; the row "status" needs "clone". With --prefer the scheduler prefers the servers and this program
+to other work. Each row has the best time of all rounds, which other work on the machine has disturbed least, the ratio of both, and
+that of the servers' processor times: below 1 the tree is faster.
 """
 import argparse
 import contextlib
