@@ -90,11 +90,12 @@ TResStorage::TLoaded TResStorage::LoadOrRepair(const TLocker& locker, TJournalFi
 /// False only when the new journal may not survive a power cut, with what is appended to it next.
 bool TResStorage::Shorten(const TLocker& locker, const TJournalFile& read)
 {
+    const TQvResult before = m_failure; // of a repair, which decides whether the load is repeated
     if (!locker->Relock(true, false))
         Log(TMessages::SaveDir.NotLocked, kLevelWrite);
     else if (!Save(locker, &read, false) && m_hasReplaced)
         return false;
-    m_failure = {};
+    m_failure = before;
     return true;
 }
 

@@ -135,6 +135,8 @@ void RequireTarget(const TResourceManager& tree, const std::string& id)
 unsigned ShownKind(const TResourceManager& tree, const std::string& id)
 {
     const unsigned kind = tree.ResourceExists(id);
+    if (TResourceManager::LastFailure().Error != 0)
+        ThrowFailed(Quoted(id) + " cannot be accessed");
     const std::string normalId = QvNormalizeResId(id);
     // What is missing on the disk below a mount point itself is no such folder.
     if (kind == kResNothing && !tree.IsMountNode(id))
@@ -142,8 +144,6 @@ unsigned ShownKind(const TResourceManager& tree, const std::string& id)
             if (!node->IsPureVirtual() &&
                 IsAtOrBelow(QvNormalizeResId(node->MountPointId()), normalId))
                 return kResFolder;
-    if (TResourceManager::LastFailure().Error != 0)
-        ThrowFailed(Quoted(id) + " cannot be accessed");
     return kind;
 }
 

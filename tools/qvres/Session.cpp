@@ -69,6 +69,8 @@ TResourceManager& TSession::Tree()
 TResourceManager& TSession::ProfileTree()
 {
     TResourceManager& tree = Tree();
+    if (!m_registryRead)
+        ThrowRegistryUnread();
     if (!m_hasProfile)
         throw TFailure(SetUpHint(), "", ENOENT);
     return tree;
@@ -88,7 +90,7 @@ void TSession::Start()
 {
     StartConfiguration(true);
     // A profile is used when there is one; a call with its own mounts needs none.
-    if (!m_isRegistryUnread && IsSetUp()) {
+    if (m_registryRead && IsSetUp()) {
         if (pQvConfigData->getCurProfileName().empty())
             throw TFailure("no profile is selected; run \"qvres profile select NAME\"", "", ENOENT);
         ResourceManager.Init();
@@ -107,29 +109,33 @@ void TSession::Start()
 void TSession::StartConfiguration(bool withDefaultFolder)
 {
     std::string folder;
-    TQvResult unread;
     if (!VarFolder.empty())
         folder = Absolute(VarFolder);
     else if (withDefaultFolder &&
-             TQvConfigData().getVarFolderSetting(true, nullptr, &unread).empty())
+             TQvConfigData().getVarFolderSetting(true, nullptr, &m_registryRead).empty())
         folder = TQvCPUtils::GetDefaultVARFolder().toSysStr();
     // The setting may name another folder than the default one. The mounts of --mount are available
     // all the same.
-    if (unread.Error() == EBADMSG && Mounts.empty())
-        GetXIniReader(TQvPath(unread.Name())); // throws with the line that is not well formed
-    if (!unread && Mounts.empty())
-        throw TFailure("the registry " + Quoted(unread.Name()) +
-                           " cannot be read: " + QvErrorText(unread.Error()),
-                       "", unread.Error());
-    m_isRegistryUnread = !unread;
+    if (!m_registryRead && Mounts.empty())
+        ThrowRegistryUnread();
     // The default folder may not be the one that the setting names.
-    if (m_isRegistryUnread)
+    if (!m_registryRead)
         folder.clear();
     // Through the environment, so that every part of the configuration agrees on the folder.
     if (!folder.empty())
         setenv(kVarFolderVariable, folder.c_str(), 1);
     Init_QvServices();
     m_initialized = true;
+}
+
+void TSession::ThrowRegistryUnread() const
+{
+    if (m_registryRead.Error() == EBADMSG)
+        GetXIniReader(
+            TQvPath(m_registryRead.Name())); // throws with the line that is not well formed
+    throw TFailure("the registry " + Quoted(m_registryRead.Name()) +
+                       " cannot be read: " + QvErrorText(m_registryRead.Error()),
+                   "", m_registryRead.Error());
 }
 
 void TSession::RequireSetUp() const

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <QvServices/QvServices.h>
+#include <QvStd/Result.h>
 
 class TSession
 {
@@ -49,11 +50,12 @@ public:
     static void Mount(const std::string& id, const std::string& folder, bool persistent);
 
 private:
+    [[noreturn]] void ThrowRegistryUnread() const;
     void Start();
     std::string SetUpHint() const;
 
     bool m_initialized = false;
     bool m_started = false;
-    bool m_isRegistryUnread = false;
+    TQvResult m_registryRead; ///< of the registry, which names the VAR folder
     bool m_hasProfile = false;
 };

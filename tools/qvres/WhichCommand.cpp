@@ -42,13 +42,16 @@ std::string LabelState(const TResourceManager& tree, const std::string& id)
     return matches ? "matches" : IsUnknown() ? kUnknown : "differs";
 }
 
-TRecord MountRecord(const TMountNode& node, const std::string& id)
+/// `unread` receives what could not be found out, if anything.
+TRecord MountRecord(const TMountNode& node, const std::string& id, TQvFailure* unread)
 {
     TRecord record = RecordOf(node.MountPointId());
     PutText(record, "folder", node.GetResourceFile(node.MountPointId()));
     PutText(record, "file", node.GetResourceFile(id));
     const TQvExistence exists = node.ResourceExists(id);
     record["kind"] = exists.Result.HasFailed() ? kUnknown : KindName(exists);
+    if (exists.Result.HasFailed())
+        *unread = {exists.Result.Error(), id};
     return record;
 }
 
@@ -75,13 +78,13 @@ TRecord Answer(const TResourceManager& tree, const std::string& id, TQvFailure* 
     const TMountNode* const node = tree.GetNode4Id(id, true, true, false);
     record["mount"] = nullptr;
     if (!node->IsPureVirtual())
-        record["mount"] = MountRecord(*node, id);
+        record["mount"] = MountRecord(*node, id, unread);
     record["shadows"] = TRecord::array();
     // Mounts of shorter ids, whose files at this place the longer one hides.
     for (const auto& other : tree.MountNodes())
         if (other.get() != node && !other->IsPureVirtual() &&
             IsAtOrBelow(QvNormalizeResId(id), QvNormalizeResId(other->MountPointId())))
-            record["shadows"].push_back(MountRecord(*other, id));
+            record["shadows"].push_back(MountRecord(*other, id, unread));
     if (kind == kResResource)
         AddBelongings(tree, record, *node, id, unread);
     record["backups"] = TRecord::array();

@@ -89,7 +89,9 @@ TQvResult CopyFile(const std::string& from, const std::string& to, bool failIfEx
     TQvNewFile::TOptions options;
     options.FailIfExists = failIfExists;
     // A large source is read only when the target can be replaced.
-    const bool isSmall = source.st_size <= kSmall && purpose == TPurpose::Copy && !failIfExists;
+    // A file of the kernel says 0, and may have its content only once.
+    const bool isSmall = source.st_size > 0 && source.st_size <= kSmall &&
+                         purpose == TPurpose::Copy && !failIfExists;
     options.ExpectsNone = isSmall || purpose == TPurpose::CopyToNew;
     options.Synced = purpose == TPurpose::Move;
     options.Permissions =

@@ -271,9 +271,13 @@ int TQvNewFile::TState::NameIt()
             return File.Close() ? 0 : DiscardUnclosed();
         if (errno != EEXIST || Options.FailIfExists)
             return errno;
-        // Check the target and replace it like any other.
+        // Check the target and replace it like any other. When a link leads to another folder, the
+        // file has the group and the default access rights of the wrong one.
+        const std::string folder = QvFolderPart(Target);
         if (const int error = OpenTarget(); error != 0 || IsSame)
             return error;
+        if (Options.ExpectsNone && QvFolderPart(Target) != folder)
+            return EXDEV;
         const auto link = [this](const char* name) { return QvLinkUnnamed(File.Number(), name); };
         if (MakeTemporary(Target, &Temporary, link) != 0) {
             const int error = errno;
